@@ -1,0 +1,17 @@
+// app/clock.h
+//
+// The tool's millisecond clock.
+
+#ifndef APP_CLOCK_H
+#define APP_CLOCK_H
+
+#include <stdint.h>
+
+// The clock's reading at its first use; 0 before that.
+extern uint32_t TimeOrigin;
+
+// Milliseconds since the first call in this process, which returns 0. Wraps after 49 days; compare
+// differences. One thread at a time.
+uint32_t GetTimeMs(void);
+
+#endif

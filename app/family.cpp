@@ -1,0 +1,73 @@
+#include "app/family.h"
+
+// The line editor's header uses FILE without asking for it.
+#include <stdio.h>
+// clang-format off
+#include <editline/readline.h>
+// clang-format on
+#include <stdlib.h>
+
+#include "app/options.h"
+#include "app/print.h"
+#include "util/string.h"
+
+static const uint32_t ENTRY_SIZE = 128;  // terminator counted
+
+const FAMILY_ROW FamilyTable[FAMILY_ROWS] = {
+    {FAMILY_NONE, "Exit", "Cortex-M0"},
+    {FAMILY_F0, "STM32F0xxxx", "Cortex-M3"},  // an M0 part; M3 is what the probe is told
+    {FAMILY_F1, "STM32F1xxxx", "Cortex-M3"},
+    {FAMILY_F2, "STM32F2xxxx", "Cortex-M3"},
+    {FAMILY_F3, "STM32F3xxxx", "Cortex-M4"},
+    {FAMILY_F4, "STM32F4xxxx", "Cortex-M4"},
+    {FAMILY_F72_F75, "STM32F72xxx, STM32F73xxx", "Cortex-M7"},
+    {FAMILY_F72_F75, "STM32F74xxx, STM32F75xxx", "Cortex-M7"},  // same option layout as above
+    {FAMILY_F76_F77, "STM32F76xxx, STM32F77xxx", "Cortex-M7"},
+    {FAMILY_H7, "STM32H7xxxx", "Cortex-M7"},
+    {FAMILY_L0, "STM32L0xxxx", "Cortex-M0"},
+    {FAMILY_L1, "STM32L1xxxx", "Cortex-M3"},
+    {FAMILY_L4, "STM32L4x6xx", "Cortex-M4"},
+};
+
+void PrintFamilyDescription(void) {
+  PrintProgress(
+      "This program is designed to reset the option bytes of a STM32 device to their factory "
+      "settings. If read protection of the device is enabled, reset the option bytes will cause a "
+      "mass erase.");
+}
+
+int32_t SelectFamily(const FAMILY_ROW** ppRow) {
+  PrintLine("\n");  // ends the description and leaves an empty line
+  PrintLine("Options:");
+  for (uint32_t i = 0; i < FAMILY_ROWS; i++) {
+    PrintFormat("  [%d] %s\n", (int)i, FamilyTable[i].Name);
+  }
+
+  char* sLine;
+  do {
+    sLine = readline("Please select the correct device family: ");
+  } while (sLine == NULL);
+
+  char acEntry[ENTRY_SIZE];
+  UTIL_CopyString(acEntry, sLine, ENTRY_SIZE);
+  if (acEntry[0] != 0) {
+    add_history(sLine);  // the history keeps the line
+  } else {
+    free(sLine);
+  }
+
+  uint32_t Value;
+  if (ParseDec(acEntry, &Value) < 0) {
+    PrintFormat("ERROR: %s\n", "Expected a dec value");
+    return -1;
+  }
+  if (Value >= FAMILY_ROWS) {
+    PrintLine("ERROR: Invalid device family selected.");
+    return -1;
+  }
+  if (Value == FAMILY_ROW_EXIT) {
+    return 0;
+  }
+  *ppRow = &FamilyTable[Value];
+  return 1;
+}

@@ -1,0 +1,50 @@
+// app/family.h
+//
+// The device families: what the user sees, what the probe is told and which routine resets them;
+// and the menu to choose one.
+
+#ifndef APP_FAMILY_H
+#define APP_FAMILY_H
+
+#include <stdint.h>
+
+// FAMILY_ROW.Id. It chooses the reset routine and is not the menu number. Families that one routine
+// treats alike share a value.
+enum {
+  FAMILY_NONE    = -1,
+  FAMILY_F0      = 0,
+  FAMILY_F1      = 1,
+  FAMILY_F2      = 2,
+  FAMILY_F3      = 3,
+  FAMILY_F4      = 4,
+  FAMILY_L1      = 5,
+  FAMILY_F72_F75 = 6,
+  FAMILY_F76_F77 = 7,
+  FAMILY_L4      = 8,
+  FAMILY_L0      = 9,
+  FAMILY_H7      = 10
+};
+
+static constexpr uint32_t FAMILY_ROWS     = 13;
+static constexpr uint32_t FAMILY_ROW_EXIT = 0;
+
+struct FAMILY_ROW {
+  int32_t     Id;
+  const char* Name;  // in the menu and as a value of -SetDeviceFamily
+  const char* Core;  // the probe's name for the device
+};
+
+// The row index is the number in the menu and the number that -SetDeviceFamily takes.
+extern const FAMILY_ROW FamilyTable[FAMILY_ROWS];
+
+// Says what the tool does to a device. No line end: the menu that follows begins with one.
+void PrintFamilyDescription(void);
+
+// Shows the menu and reads one answer with the line editor. One attempt: a wrong entry is not asked
+// for again. At the end of input it goes on reading: there is no way out but an answer.
+//
+// 1: *ppRow is the chosen row. 0: "Exit" was chosen. -1: the entry is no number or no row; the
+// message has been printed.
+int32_t SelectFamily(const FAMILY_ROW** ppRow);
+
+#endif

@@ -1,0 +1,156 @@
+#include "app/flow.h"
+
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "app/family.h"
+#include "app/options.h"
+#include "app/print.h"
+#include "app/reset.h"
+#include "app/settings.h"
+#include "probeapi/quobearm.h"
+#include "util/format.h"
+
+static const uint32_t   DEVICE_COMMAND_SIZE   = 4000;
+static const useconds_t ERROR_PAUSE_US        = 3000 * 1000;  // time to read the message
+static const useconds_t POWER_ON_US           = 200 * 1000;   // time for the supply to settle
+static const uint32_t   MIN_TARGET_VOLTAGE_MV = 500;
+static const uint32_t   SPEED_MASK            = 0xFFFF;  // the other bits are not the speed
+
+static UNLOCK_SETTINGS Settings;
+
+// The probe command that names the device; later the buffer for the probe's error texts.
+static char DeviceCommand[DEVICE_COMMAND_SIZE];
+
+static void PrintBanner(void) {
+  PrintProgress("OSTREL Quobe Unlock tool for STM32 devices");
+  PrintLine("\nCompiled " __DATE__ " " __TIME__ "\n");
+}
+
+// 1: *ppRow is the family to reset. 0: the user chose to leave. -1: it failed, and was said.
+static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMILY_ROW** ppRow) {
+  if (NumArgs >= 2) {
+    PrintProgress("Parsing command line...");
+    if (ParseCommandLine(&Settings, NumArgs, pasArgs) < 0) {
+      usleep(ERROR_PAUSE_US);
+      return -1;
+    }
+    PrintLine("O.K.");
+    if (Settings.FamilyIndex != 0) {
+      *ppRow = &FamilyTable[Settings.FamilyIndex];
+      PrintFormat("Select device family: %s\n", (*ppRow)->Name);
+      return 1;
+    }
+  }
+  PrintFamilyDescription();
+  return SelectFamily(ppRow);
+}
+
+static int32_t Connect(void) {
+  if (Settings.HostIF == HOST_IF_ETHERNET) {
+    PrintProgress("Connecting to Quobe via ethernet...");
+    if ((uint8_t)QUOBEARM_SelectIP(Settings.IPAddr, 0) != 0) {
+      PrintLine("failed.");
+      return -1;
+    }
+  } else {
+    PrintProgress("Connecting to Quobe via USB...");
+    if (Settings.SerialNo != 0) {
+      QUOBEARM_EMU_SelectByUSBSN(Settings.SerialNo);
+    }
+  }
+  const char* sError = QUOBEARM_Open();
+  if (sError != NULL) {
+    PrintLine(sError);
+    return -1;
+  }
+  PrintLine("O.K.");
+  return 0;
+}
+
+// Tells the probe about the device and brings up the interface to it.
+static int32_t PrepareTarget(void) {
+  QUOBEARM_ExecCommand(DeviceCommand, NULL, 0);
+  if (Settings.PowerTarget != 0) {
+    PrintLine("Powering target via Quobe.");
+    QUOBEARM_ExecCommand("SupplyPower = 1", DeviceCommand, DEVICE_COMMAND_SIZE);
+    usleep(POWER_ON_US);
+  }
+
+  PrintLine("Using SWD as target interface.");
+  QUOBEARM_TIF_Select(QUOBEARM_TIF_SWD);
+  QUOBEARM_SetSpeed(Settings.Speed);
+  PrintFormat("Target interface speed: %d kHz.\n", (int)(QUOBEARM_GetSpeed() & SPEED_MASK));
+
+  HWSTATUS Status;
+  memset(&Status, 0, sizeof(Status));
+  QUOBEARM_GetHWStatus(&Status);
+  const uint32_t Voltage = Status.VTarget;
+  PrintFormat("VTarget = %d.%.3dV\n", (int)(Voltage / 1000), (int)(Voltage % 1000));
+  if (Voltage < MIN_TARGET_VOLTAGE_MV) {
+    PrintLine("Target voltage too low");
+    return -1;
+  }
+  return 0;
+}
+
+static int32_t ResetOptionBytes(int32_t FamilyId) {
+  switch (FamilyId) {
+    case FAMILY_F2:
+    case FAMILY_F4:
+    case FAMILY_F72_F75:
+    case FAMILY_F76_F77:
+      return ResetOptionBytesF2F4F7(FamilyId);
+    case FAMILY_L1:
+      ResetOptionBytesL1();
+      return 0;  // whatever the routine says, on purpose
+    case FAMILY_L4:
+      return ResetOptionBytesL4();
+    case FAMILY_L0:
+      ResetOptionBytesL0();
+      return 0;
+    case FAMILY_H7:
+      return ResetOptionBytesH7();
+    default:
+      return ResetOptionBytesF0F1F3(FamilyId);
+  }
+}
+
+static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
+  const FAMILY_ROW* pRow;
+  const int32_t     Choice = ChooseFamily(NumArgs, pasArgs, &pRow);
+  if (Choice <= 0) {
+    return Choice;
+  }
+  UTIL_snprintf(DeviceCommand, DEVICE_COMMAND_SIZE, "device = %s", pRow->Core);
+  if (Connect() < 0 || PrepareTarget() < 0) {
+    return -1;
+  }
+  return ResetOptionBytes(pRow->Id);
+}
+
+// Every run passes here, also one that never came to the probe: the library is asked, and if it
+// cannot be found the process ends with that message.
+static void Close(void) {
+  if ((uint8_t)QUOBEARM_IsOpen() == 0) {
+    return;
+  }
+  if (Settings.PowerTarget != 0) {
+    QUOBEARM_ExecCommand("DisablePowerSupplyOnClose", DeviceCommand, DEVICE_COMMAND_SIZE);
+  }
+  QUOBEARM_Close();
+}
+
+int32_t RunUnlock(int NumArgs, const char* const* pasArgs) {
+  memset(DeviceCommand, 0, sizeof(DeviceCommand));
+  PrintBanner();
+  SetDefaultSettings(&Settings);
+  const int32_t Result = Unlock(NumArgs, pasArgs);
+  Close();
+  if (Settings.NoExitWait == 0) {
+    PrintLine("Press any key to exit.");
+    getchar();
+  }
+  return Result;
+}

@@ -1,0 +1,15 @@
+// app/flow.h
+//
+// The program from banner to exit status: settings, family, probe, voltage, reset, close.
+
+#ifndef APP_FLOW_H
+#define APP_FLOW_H
+
+#include <stdint.h>
+
+// Runs once and returns the exit status: 0, -1, or the negative result of a probe read (see
+// ResetOptionBytesF2F4F7). Does not return when the probe library or one of its functions is
+// missing: the process then ends with exit status 1.
+int32_t RunUnlock(int NumArgs, const char* const* pasArgs);
+
+#endif

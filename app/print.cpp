@@ -1,0 +1,22 @@
+#include "app/print.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+
+void PrintProgress(const char* sText) {
+  fputs(sText, stdout);
+  fflush(stdout);
+}
+
+void PrintLine(const char* sText) {
+  puts(sText);
+  fflush(stdout);
+}
+
+void PrintFormat(const char* sFormat, ...) {
+  va_list Args;
+  va_start(Args, sFormat);
+  vprintf(sFormat, Args);
+  va_end(Args);
+  fflush(stdout);
+}

@@ -1,0 +1,128 @@
+// Option-byte reset for STM32F2, F4 and F7: write FLASH_OPTCR1 and FLASH_OPTCR, start the
+// programming, wait, reset, look at the protection level. Names and addresses: reference manuals
+// RM0033 (F2), RM0090 (F4), RM0385 and RM0410 (F7).
+
+#include "app/clock.h"
+#include "app/family.h"
+#include "app/print.h"
+#include "app/reset.h"
+#include "app/target.h"
+#include "probeapi/quobearm.h"
+
+static constexpr uint32_t DBGMCU_IDCODE  = 0xE0042000;
+static constexpr uint32_t DBGMCU_APB1_FZ = 0xE0042008;
+static constexpr uint32_t FLASH_OPTKEYR  = 0x40023C08;
+static constexpr uint32_t FLASH_SR       = 0x40023C0C;
+static constexpr uint32_t FLASH_OPTCR    = 0x40023C14;
+static constexpr uint32_t FLASH_OPTCR1   = 0x40023C18;
+
+static constexpr uint32_t IDCODE_DEV_ID    = 0xFFF;
+static constexpr uint32_t DEV_ID_F42x_F43x = 0x419, DEV_ID_F469_F479 = 0x434;
+
+static constexpr uint32_t APB1_FZ_WWDG_STOP = 1u << 11, APB1_FZ_IWDG_STOP = 1u << 12;
+static constexpr uint32_t SR_BSY        = 1u << 16;
+static constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTRT = 1u << 1;
+static constexpr uint32_t OPTCR_RDP = 0xFFu << 8, OPTCR_RDP_LEVEL0 = 0xAAu << 8;
+static constexpr uint32_t OPTCR_SPRMOD = 1u << 31;
+
+static constexpr uint32_t OPTKEY1 = 0x08192A3B, OPTKEY2 = 0x4C5D6E7F;
+
+static constexpr uint32_t TIMEOUT_MS = 25000;
+
+// The step through level 1 that lifts PCROP: only a change from level 1 to level 0 may clear it.
+static constexpr uint32_t PCROP_OPTCR1 = 0x8FFF0000;
+static constexpr uint32_t PCROP_OPTCR  = 0x8FFFBBE0;  // RDP 0xBB, SPRMOD kept
+
+// Factory values. OptCr goes out a second time with OPTSTRT.
+struct OPTION_VALUES {
+  int32_t  FamilyId;
+  uint32_t OptCr1;
+  uint32_t OptCr;
+  int32_t  OptCr1DualBankOnly;  // non-zero: only the F4 devices with a second bank have FLASH_OPTCR1
+};
+
+static const OPTION_VALUES FactoryValues[] = {
+    {FAMILY_F76_F77, 0x00400080, 0xFFFFAAFC, 0},
+    {FAMILY_F72_F75, 0x00400080, 0xC0FFAAFC, 0},
+    {FAMILY_F4, 0x0FFF0000, 0x0FFFAAEC, 1},
+    {FAMILY_F2, 0x0FFF0000, 0x0FFFAAEC, 1},
+};
+
+static const OPTION_VALUES* FindFactoryValues(int32_t FamilyId) {
+  const OPTION_VALUES* pValues = FactoryValues;
+  while (pValues->FamilyId != FamilyId && pValues->FamilyId != FAMILY_F2) {
+    pValues++;
+  }
+  return pValues;
+}
+
+static void UnlockOptionBytes(void) {
+  QUOBEARM_WriteU32(FLASH_OPTKEYR, OPTKEY1);
+  QUOBEARM_WriteU32(FLASH_OPTKEYR, OPTKEY2);
+}
+
+static void StartProgramming(uint32_t OptCr) {
+  QUOBEARM_WriteU32(FLASH_OPTCR, OptCr);
+  QUOBEARM_WriteU32(FLASH_OPTCR, OptCr | OPTCR_OPTSTRT);
+}
+
+// 0: the device is ready. -1: it was busy for too long; that has been said and the device reset.
+static int32_t WaitUntilReady(void) {
+  const uint32_t Deadline = GetTimeMs() + TIMEOUT_MS;
+  while (ReadWordOrZero(FLASH_SR) & SR_BSY) {
+    if ((int32_t)Deadline <= (int32_t)GetTimeMs()) {
+      PrintLine("Timeout while waiting for device to be unsecured.");
+      QUOBEARM_Reset();
+      return -1;
+    }
+  }
+  return 0;
+}
+
+int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
+  const OPTION_VALUES* pValues = FindFactoryValues(FamilyId);
+
+  const uint32_t DevId    = ReadWordOrZero(DBGMCU_IDCODE) & IDCODE_DEV_ID;
+  const int      DualBank = DevId == DEV_ID_F42x_F43x || DevId == DEV_ID_F469_F479;
+  QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
+  ResetTargetNormally();
+
+  PrintProgress("Reset option bytes (may take app. 20 seconds)...");
+  uint32_t      OptCr;
+  const int32_t Result = ReadWord(FLASH_OPTCR, &OptCr);
+  if (Result < 0) {
+    PrintLine("Memory read failed.\nUnlock not successful.");
+    return Result;
+  }
+  if (OptCr & OPTCR_OPTLOCK) {
+    UnlockOptionBytes();
+  }
+
+  // PCROP: first to level 1, so that the step below is one from level 1 to level 0.
+  if (DualBank &&
+      (OptCr & (OPTCR_SPRMOD | OPTCR_RDP)) == (OPTCR_SPRMOD | OPTCR_RDP_LEVEL0)) {
+    QUOBEARM_WriteU32(FLASH_OPTCR1, PCROP_OPTCR1);
+    StartProgramming(PCROP_OPTCR);
+    if (WaitUntilReady() < 0) {
+      return -1;
+    }
+  }
+
+  if (DualBank || !pValues->OptCr1DualBankOnly) {
+    QUOBEARM_WriteU32(FLASH_OPTCR1, pValues->OptCr1);
+  }
+  StartProgramming(pValues->OptCr);
+  if (WaitUntilReady() < 0) {
+    return -1;
+  }
+  QUOBEARM_Reset();
+
+  OptCr = ReadWordOrZero(FLASH_OPTCR);
+  if ((OptCr & OPTCR_RDP) != OPTCR_RDP_LEVEL0) {
+    PrintLine("Resetting option bytes failed.");
+    return 0;  // told in words only, on purpose
+  }
+  PrintLine("O.K.");
+  QUOBEARM_WriteU32(FLASH_OPTCR, OptCr | OPTCR_OPTLOCK);
+  return 0;
+}

@@ -1,0 +1,156 @@
+// Option-byte reset for STM32H7: both banks to read protection level 0 without write protection
+// (a protected device mass-erases), then all factory values in both banks, then a read-back. Names
+// and addresses: reference manual RM0433.
+
+#include <unistd.h>
+
+#include "app/print.h"
+#include "app/reset.h"
+#include "app/target.h"
+#include "probeapi/quobearm.h"
+
+static constexpr uint32_t DBGMCU_APB1_FZ = 0xE0042008;
+
+// The option registers as one bank sees them.
+struct FLASH_REGS {
+  uint32_t OPTKEYR;
+  uint32_t OPTCR;
+  uint32_t OPTSR_CUR, OPTSR_PRG;
+  uint32_t PRAR_CUR, PRAR_PRG;
+  uint32_t SCAR_CUR, SCAR_PRG;
+  uint32_t WPSN_CUR, WPSN_PRG;
+  uint32_t BOOT_CURR, BOOT_PRGR;
+};
+
+static const FLASH_REGS Banks[] = {
+    {
+        .OPTKEYR   = 0x52002008,
+        .OPTCR     = 0x52002018,
+        .OPTSR_CUR = 0x5200201C,
+        .OPTSR_PRG = 0x52002020,
+        .PRAR_CUR  = 0x52002028,
+        .PRAR_PRG  = 0x5200202C,
+        .SCAR_CUR  = 0x52002030,
+        .SCAR_PRG  = 0x52002034,
+        .WPSN_CUR  = 0x52002038,
+        .WPSN_PRG  = 0x5200203C,
+        .BOOT_CURR = 0x52002040,
+        .BOOT_PRGR = 0x52002044,
+    },
+    {
+        .OPTKEYR   = 0x52002108,
+        .OPTCR     = 0x52002118,
+        .OPTSR_CUR = 0x5200211C,
+        .OPTSR_PRG = 0x52002120,
+        .PRAR_CUR  = 0x52002128,
+        .PRAR_PRG  = 0x5200212C,
+        .SCAR_CUR  = 0x52002130,
+        .SCAR_PRG  = 0x52002134,
+        .WPSN_CUR  = 0x52002138,
+        .WPSN_PRG  = 0x5200213C,
+        .BOOT_CURR = 0x52002140,
+        .BOOT_PRGR = 0x52002144,
+    },
+};
+
+static constexpr uint32_t APB1_FZ_WWDG_STOP = 1u << 11, APB1_FZ_IWDG_STOP = 1u << 12;
+static constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTART = 1u << 1;
+static constexpr uint32_t OPTSR_OPT_BUSY = 1u << 0;
+static constexpr uint32_t OPTSR_RDP = 0xFFu << 8, OPTSR_RDP_LEVEL0 = 0xAAu << 8;
+static constexpr uint32_t WPSN_ALL_FREE = 0xFF;
+
+static constexpr uint32_t OPTKEY1 = 0x08192A3B, OPTKEY2 = 0x4C5D6E7F;
+
+static constexpr uint32_t OPTSR_FACTORY = 0x1416AAF0;  // RDP level 0
+static constexpr uint32_t PRAR_FACTORY  = 0x000000FF;  // start above end: no PCROP area
+static constexpr uint32_t SCAR_FACTORY  = 0x800000FF;  // no secure area, DMES set
+static constexpr uint32_t WPSN_FACTORY  = 0x000000FF;  // no sector write-protected
+static constexpr uint32_t BOOT_FACTORY  = 0x1FF00800;  // boot addresses 0x08000000 and 0x1FF00000
+
+static constexpr useconds_t POLL_US   = 200 * 1000;
+static constexpr int        MAX_POLLS = 100;  // about 20 s
+
+// Key writes to an open bank would lock it until the next reset.
+static void UnlockBank(const FLASH_REGS* pBank) {
+  if (ReadWordOrZero(pBank->OPTCR) & OPTCR_OPTLOCK) {
+    QUOBEARM_WriteU32(pBank->OPTKEYR, OPTKEY1);
+    QUOBEARM_WriteU32(pBank->OPTKEYR, OPTKEY2);
+  }
+}
+
+// 0: the bank is ready. -1: it never was. A value counts only while there are polls left, so the
+// last of the 101 reads is not looked at.
+static int32_t WaitUntilReady(const FLASH_REGS* pBank) {
+  for (int NumPolls = 0;; NumPolls++) {
+    const uint32_t Status = ReadWordOrZero(pBank->OPTSR_CUR);
+    usleep(POLL_US);
+    if (NumPolls >= MAX_POLLS) {
+      return -1;
+    }
+    if ((Status & OPTSR_OPT_BUSY) == 0) {
+      return 0;
+    }
+  }
+}
+
+// Level 0 and no write protection, all else as it is: this is what makes a protected device erase.
+static int32_t Unprotect(const FLASH_REGS* pBank) {
+  UnlockBank(pBank);
+  const uint32_t Status = ReadWordOrZero(pBank->OPTSR_CUR);
+  QUOBEARM_WriteU32(pBank->OPTSR_PRG, (Status & ~OPTSR_RDP) | OPTSR_RDP_LEVEL0);
+  const uint32_t WriteProtection = ReadWordOrZero(pBank->WPSN_CUR);
+  QUOBEARM_WriteU32(pBank->WPSN_PRG, WriteProtection | WPSN_ALL_FREE);
+  const uint32_t Control = ReadWordOrZero(pBank->OPTCR);
+  QUOBEARM_WriteU32(pBank->OPTCR, Control | OPTCR_OPTSTART);
+  if (WaitUntilReady(pBank) < 0) {
+    return -1;
+  }
+  QUOBEARM_WriteU32(pBank->OPTCR, Control | OPTCR_OPTSTART | OPTCR_OPTLOCK);
+  return 0;
+}
+
+static int32_t WriteFactoryValues(const FLASH_REGS* pBank) {
+  UnlockBank(pBank);
+  QUOBEARM_WriteU32(pBank->OPTSR_PRG, OPTSR_FACTORY);
+  QUOBEARM_WriteU32(pBank->PRAR_PRG, PRAR_FACTORY);
+  QUOBEARM_WriteU32(pBank->SCAR_PRG, SCAR_FACTORY);
+  QUOBEARM_WriteU32(pBank->WPSN_PRG, WPSN_FACTORY);
+  QUOBEARM_WriteU32(pBank->BOOT_PRGR, BOOT_FACTORY);
+  QUOBEARM_WriteU32(pBank->OPTCR, ReadWordOrZero(pBank->OPTCR) | OPTCR_OPTSTART);
+  return WaitUntilReady(pBank);
+}
+
+// Stops reading at the first difference.
+static int IsAtFactoryValues(const FLASH_REGS* pBank) {
+  return ReadWordOrZero(pBank->OPTSR_CUR) == OPTSR_FACTORY &&
+         ReadWordOrZero(pBank->PRAR_CUR) == PRAR_FACTORY &&
+         ReadWordOrZero(pBank->SCAR_CUR) == SCAR_FACTORY &&
+         ReadWordOrZero(pBank->WPSN_CUR) == WPSN_FACTORY &&
+         ReadWordOrZero(pBank->BOOT_CURR) == BOOT_FACTORY;
+}
+
+int32_t ResetOptionBytesH7(void) {
+  QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
+  ResetTargetNormally();
+
+  PrintLine("Reset option bytes to factory settings...");
+  for (const FLASH_REGS& Bank : Banks) {
+    if (Unprotect(&Bank) < 0) {
+      return -1;  // without a message, on purpose
+    }
+  }
+  for (const FLASH_REGS& Bank : Banks) {
+    if (WriteFactoryValues(&Bank) < 0) {
+      return -1;
+    }
+  }
+  PrintLine("Option bytes reset to factory settings.");
+  QUOBEARM_Reset();
+
+  if (!IsAtFactoryValues(&Banks[0]) || !IsAtFactoryValues(&Banks[1])) {
+    PrintLine("Resetting option bytes failed.");
+    return -1;
+  }
+  PrintLine("O.K.");
+  return 0;
+}

@@ -1,0 +1,28 @@
+// app/settings.h
+//
+// The choices of one run. Filled from the command line (options.h), read by the flow (flow.h).
+
+#ifndef APP_SETTINGS_H
+#define APP_SETTINGS_H
+
+#include <stdint.h>
+
+enum { HOST_IF_USB = 1, HOST_IF_ETHERNET = 2 };
+
+static constexpr uint32_t SPEED_DEFAULT  = 1000;    // kHz
+static constexpr uint32_t SPEED_AUTO     = 0;       // the probe chooses
+static constexpr uint32_t SPEED_ADAPTIVE = 0xFFFF;  // the target's returned clock sets the pace
+
+static constexpr uint32_t IP_ADDR_SIZE = 128;  // terminator counted
+
+struct UNLOCK_SETTINGS {
+  uint32_t Speed;                 // target interface speed in kHz, or one of the two above
+  char     IPAddr[IP_ADDR_SIZE];  // host name or address of the probe; used with HOST_IF_ETHERNET
+  uint32_t SerialNo;              // USB serial number of the probe; 0 = any
+  uint32_t HostIF;                // HOST_IF_USB or HOST_IF_ETHERNET
+  uint32_t PowerTarget;           // non-zero = the probe supplies the target
+  uint32_t FamilyIndex;           // row of the family table; 0 = ask
+  uint32_t NoExitWait;            // non-zero = end without waiting for a key
+};
+
+#endif

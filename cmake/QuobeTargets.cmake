@@ -1,0 +1,78 @@
+# How every target of the project is compiled, in one place.
+#
+#   quobe_product_library(name sources...)  a static library of product code: no exceptions, no RTTI,
+#                                           nothing exported unless the source says so
+#   quobe_program_options(target)           the same warnings for everything else (sim, tests, bench)
+#   quobe_export_list(target names.inc)     link an executable so that it exports exactly those names
+
+set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
+
+add_library(quobe_options INTERFACE)
+target_compile_features(quobe_options INTERFACE cxx_std_20)
+target_include_directories(quobe_options INTERFACE "${CMAKE_SOURCE_DIR}")
+target_compile_options(quobe_options INTERFACE
+  $<$<COMPILE_LANGUAGE:C,CXX>:-Wall -Wextra -Wconversion -Wshadow -Wundef -Wcast-align -Wformat=2 -Werror>)
+if(QUOBE_SANITIZE)
+  target_compile_options(quobe_options INTERFACE
+    -fsanitize=${QUOBE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(quobe_options INTERFACE -fsanitize=${QUOBE_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # GCC's flow warnings lose track in instrumented code and report what is not there.
+    target_compile_options(quobe_options INTERFACE
+      $<$<COMPILE_LANGUAGE:C,CXX>:-Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-array-bounds>)
+  endif()
+endif()
+
+add_library(quobe_product_options INTERFACE)
+target_link_libraries(quobe_product_options INTERFACE quobe_options)
+target_compile_options(quobe_product_options INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+
+# The Darwin calls: the system itself on macOS, the stand-in elsewhere.
+add_library(quobe_platform INTERFACE)
+if(APPLE)
+  target_link_libraries(quobe_platform INTERFACE "-framework CoreFoundation" "-framework IOKit")
+else()
+  target_link_libraries(quobe_platform INTERFACE quobe_host)
+endif()
+
+find_package(Threads REQUIRED)
+
+function(quobe_product_library name)
+  add_library(${name} STATIC ${ARGN})
+  target_link_libraries(${name} PRIVATE quobe_product_options PUBLIC quobe_platform)
+  target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}")
+  target_compile_features(${name} PUBLIC cxx_std_20)
+  set_target_properties(${name} PROPERTIES
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
+function(quobe_program_options target)
+  target_link_libraries(${target} PRIVATE quobe_options)
+endfunction()
+
+# Both linkers' list formats are derived from the one list of names at configure time.
+function(quobe_export_list target names_inc)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${names_inc}")
+  file(STRINGS "${names_inc}" lines REGEX "^FORWARD\\(")
+  set(elf "{\n")
+  set(macho "")
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^FORWARD\\(([A-Za-z0-9_]+)\\).*" "\\1" name "${line}")
+    string(APPEND elf "  ${name};\n")
+    string(APPEND macho "_${name}\n")
+  endforeach()
+  string(APPEND elf "};\n")
+  if(APPLE)
+    set(list_file "${CMAKE_CURRENT_BINARY_DIR}/${target}_exports.txt")
+    file(CONFIGURE OUTPUT "${list_file}" CONTENT "${macho}" @ONLY)
+    target_link_options(${target} PRIVATE "-Wl,-exported_symbols_list,${list_file}")
+  else()
+    set(list_file "${CMAKE_CURRENT_BINARY_DIR}/${target}_exports.ld")
+    file(CONFIGURE OUTPUT "${list_file}" CONTENT "${elf}" @ONLY)
+    target_link_options(${target} PRIVATE "-Wl,--dynamic-list=${list_file}")
+  endif()
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${list_file}")
+endfunction()

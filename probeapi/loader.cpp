@@ -1,0 +1,116 @@
+#include "probeapi/loader.h"
+
+#include <dlfcn.h>
+#include <libproc.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+static const size_t PATH_SIZE     = 512;  // directories and candidates, terminator counted
+static const size_t EXE_PATH_SIZE = 4096;
+
+static const char LibraryFile[]      = "libquobearm.dylib";
+static const char LibraryBaseName[]  = "libquobearm";
+static const char BesideFormat[]     = "%s%s";
+static const char ThreeUpFormat[]    = "%s../../../%s";
+static const char InstalledFormat[]  = "/Applications/OSTREL/Quobe/%s";
+static const char VersionedFormat[]  = "/Applications/OSTREL/Quobe/%s.5.dylib";
+static const char NotFound[]         = "Could not open Quobe shared library.";
+static const char NotFoundExiting[]  = "Could not open Quobe shared library. Exiting now.";
+
+void* APILOADER_hLib;
+
+void APILOADER_Anchor(void) {}
+
+// Returns non-zero when the library is open, by this candidate or already.
+static int TryCandidate(const char* sPath) {
+  if (APILOADER_hLib == NULL) {
+    APILOADER_hLib = dlopen(sPath, RTLD_LAZY);
+  }
+  return APILOADER_hLib != NULL;
+}
+
+// A candidate that does not fit must not be opened cut, and the search must not go on as if it had
+// been looked at.
+static void CheckCandidateFits(int Length) {
+  if (Length < 0 || (size_t)Length >= PATH_SIZE) {
+    abort();
+  }
+}
+
+// Cuts the path behind its last separator. Position 0 is not looked at, so "/x" stays whole, and
+// so does a path without any separator.
+static void KeepDirectory(char* sPath) {
+  for (size_t i = strlen(sPath); i > 1; i--) {
+    if (sPath[i - 1] == '/' || sPath[i - 1] == '\\') {
+      sPath[i] = 0;
+      return;
+    }
+  }
+}
+
+// Tries the two places that hang on a module's or an executable's own path. NULL, empty and
+// over-long paths are skipped.
+static int TryAround(const char* sModulePath) {
+  char acDirectory[PATH_SIZE];
+  char acCandidate[PATH_SIZE];
+
+  if (sModulePath == NULL || sModulePath[0] == 0 || strlen(sModulePath) >= PATH_SIZE) {
+    return 0;
+  }
+  memcpy(acDirectory, sModulePath, strlen(sModulePath) + 1);
+  KeepDirectory(acDirectory);
+
+  CheckCandidateFits(snprintf(acCandidate, PATH_SIZE, BesideFormat, acDirectory, LibraryFile));
+  if (TryCandidate(acCandidate)) {
+    return 1;
+  }
+  CheckCandidateFits(snprintf(acCandidate, PATH_SIZE, ThreeUpFormat, acDirectory, LibraryFile));
+  return TryCandidate(acCandidate);
+}
+
+static int TryAroundThisModule(void) {
+  Dl_info Info;
+  memset(&Info, 0, sizeof(Info));
+  if (dladdr((const void*)&APILOADER_Anchor, &Info) == 0) {
+    return 0;
+  }
+  return TryAround(Info.dli_fname);
+}
+
+static int TryAroundExecutable(void) {
+  char acPath[EXE_PATH_SIZE];
+  memset(acPath, 0, sizeof(acPath));
+  if (proc_pidpath(getpid(), acPath, sizeof(acPath)) <= 0) {
+    return 0;
+  }
+  acPath[EXE_PATH_SIZE - 1] = 0;
+  return TryAround(acPath);
+}
+
+static int TryInstalled(void) {
+  char acCandidate[PATH_SIZE];
+  snprintf(acCandidate, PATH_SIZE, InstalledFormat, LibraryFile);
+  if (TryCandidate(acCandidate)) {
+    return 1;
+  }
+  snprintf(acCandidate, PATH_SIZE, VersionedFormat, LibraryBaseName);
+  return TryCandidate(acCandidate);
+}
+
+int32_t APILOADER_Load(int32_t ExitOnFailure) {
+  if (APILOADER_hLib != NULL || TryAroundThisModule() || TryAroundExecutable() || TryInstalled()) {
+    return 0;
+  }
+  if (ExitOnFailure != 0) {
+    puts(NotFoundExiting);
+    exit(1);
+  }
+  puts(NotFound);
+  return 1;
+}
+
+int32_t APILOADER_TryLoad(void) {
+  return APILOADER_Load(0) > 0 ? -1 : 0;
+}
