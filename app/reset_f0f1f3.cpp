@@ -38,8 +38,8 @@ static constexpr uint16_t RDP_LEVEL0_F1 = 0x00A5, RDP_LEVEL0_F0_F3 = 0x00AA;
 static constexpr uint32_t NUM_OPTION_WORDS = 4;
 
 // The block afterwards: all but the RDP half-word stays erased.
-static const uint32_t FactoryWordsF1[NUM_OPTION_WORDS] = {0xFFFF5AA5, 0xFFFFFFFF, 0xFFFFFFFF,
-                                                          0xFFFFFFFF};
+static const uint32_t FactoryWordsF1[NUM_OPTION_WORDS]   = {0xFFFF5AA5, 0xFFFFFFFF, 0xFFFFFFFF,
+                                                            0xFFFFFFFF};
 static const uint32_t FactoryWordsF0F3[NUM_OPTION_WORDS] = {0xFFFF55AA, 0xFFFFFFFF, 0xFFFFFFFF,
                                                             0xFFFFFFFF};
 

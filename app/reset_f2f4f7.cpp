@@ -38,7 +38,7 @@ struct OPTION_VALUES {
   int32_t  FamilyId;
   uint32_t OptCr1;
   uint32_t OptCr;
-  int32_t  OptCr1DualBankOnly;  // non-zero: only the F4 devices with a second bank have FLASH_OPTCR1
+  int32_t OptCr1DualBankOnly;  // non-zero: only the F4 devices with a second bank have FLASH_OPTCR1
 };
 
 static const OPTION_VALUES FactoryValues[] = {
@@ -99,8 +99,7 @@ int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
   }
 
   // PCROP: first to level 1, so that the step below is one from level 1 to level 0.
-  if (DualBank &&
-      (OptCr & (OPTCR_SPRMOD | OPTCR_RDP)) == (OPTCR_SPRMOD | OPTCR_RDP_LEVEL0)) {
+  if (DualBank && (OptCr & (OPTCR_SPRMOD | OPTCR_RDP)) == (OPTCR_SPRMOD | OPTCR_RDP_LEVEL0)) {
     QUOBEARM_WriteU32(FLASH_OPTCR1, PCROP_OPTCR1);
     StartProgramming(PCROP_OPTCR);
     if (WaitUntilReady() < 0) {

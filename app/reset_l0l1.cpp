@@ -44,8 +44,8 @@ static constexpr uint32_t OptionWord(uint16_t Value) {
 }
 
 static const uint32_t FactoryWordsL0[] = {
-    OptionWord(0x00AA),  // read protection level 0
-    OptionWord(0x8070),  // user options
+    OptionWord(0x00AA),                                          // read protection level 0
+    OptionWord(0x8070),                                          // user options
     OptionWord(0x0000), OptionWord(0x0000), OptionWord(0x0000),  // no write protection
 };
 static const uint32_t FactoryWordsL1[] = {

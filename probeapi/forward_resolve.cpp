@@ -16,7 +16,7 @@ void* FORWARD_Resolve(void** ppSlot, const char* sName) {
   void*       pFunction = dlsym(APILOADER_hLib, sName);
   const char* sError    = dlerror();
   if (sError != NULL) {
-    char acError[8192];  // the text holds the library's path
+    char acError[8192];                                // the text holds the library's path
     snprintf(acError, sizeof(acError), "%s", sError);  // dlclose() may overwrite the original
     dlclose(APILOADER_hLib);
     printf(FunctionNotFound, sName, acError);

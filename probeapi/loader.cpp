@@ -10,14 +10,14 @@
 static const size_t PATH_SIZE     = 512;  // directories and candidates, terminator counted
 static const size_t EXE_PATH_SIZE = 4096;
 
-static const char LibraryFile[]      = "libquobearm.dylib";
-static const char LibraryBaseName[]  = "libquobearm";
-static const char BesideFormat[]     = "%s%s";
-static const char ThreeUpFormat[]    = "%s../../../%s";
-static const char InstalledFormat[]  = "/Applications/OSTREL/Quobe/%s";
-static const char VersionedFormat[]  = "/Applications/OSTREL/Quobe/%s.5.dylib";
-static const char NotFound[]         = "Could not open Quobe shared library.";
-static const char NotFoundExiting[]  = "Could not open Quobe shared library. Exiting now.";
+static const char LibraryFile[]     = "libquobearm.dylib";
+static const char LibraryBaseName[] = "libquobearm";
+static const char BesideFormat[]    = "%s%s";
+static const char ThreeUpFormat[]   = "%s../../../%s";
+static const char InstalledFormat[] = "/Applications/OSTREL/Quobe/%s";
+static const char VersionedFormat[] = "/Applications/OSTREL/Quobe/%s.5.dylib";
+static const char NotFound[]        = "Could not open Quobe shared library.";
+static const char NotFoundExiting[] = "Could not open Quobe shared library. Exiting now.";
 
 void* APILOADER_hLib;
 
