@@ -1,0 +1,289 @@
+// A probe library for tests: it answers from a script and logs every call.
+//
+//   QUOBE_PROBE_SCRIPT  the script, one directive per line (see Directives below); unset: defaults
+//   QUOBE_PROBE_LOG     the log: per call one line "<bytes of standard output so far> <call>"
+//
+// Standard output counts only where it is a regular file; with the count a test can see which text
+// stood there before a call was made.
+//
+// Nothing is made up: a read at an address that the script does not list is logged as UNEXPECTED and
+// ends the process with status 97, so that a wrong address cannot look like a quiet device.
+//
+// Directives; numbers decimal or 0x..., N*COUNT stands for COUNT times N:
+//
+//   read ADDRESS V...         successive one-word reads answer V..., the last one for ever
+//   block ADDRESS V...        one read of as many words; the next read of the block takes the next
+//                             such line, the last one for ever
+//   read-fails ADDRESS RESULT the next read fails with RESULT and leaves rubbish in the buffer
+//   open-error TEXT           QUOBEARM_Open returns TEXT
+//   select-ip N               what QUOBEARM_SelectIP returns
+//   is-open-extra N           bits added to what QUOBEARM_IsOpen returns
+//   speed N                   what QUOBEARM_GetSpeed returns
+//   voltage N                 millivolts; without it 3300
+//   status-bytes N            how many bytes QUOBEARM_GetHWStatus fills behind the voltage
+//   hold CALL PATH            the first CALL waits until the file PATH exists
+
+#include <ctype.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <deque>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#define PROBE_CALL extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+struct Script {
+  std::map<uint32_t, std::deque<uint32_t>>              Reads;
+  std::map<uint32_t, std::deque<std::vector<uint32_t>>> Blocks;
+  std::map<uint32_t, std::deque<int32_t>>               ReadFailures;
+  std::map<std::string, std::string>                    Holds;
+  std::string                                           OpenError;
+  uint32_t                                              SelectIpResult = 0;
+  uint32_t                                              IsOpenExtra    = 0;
+  uint32_t                                              Speed          = 1000;
+  uint32_t                                              Voltage        = 3300;
+  uint32_t                                              StatusBytes    = 0;
+};
+
+bool   IsOpen;
+Script TheScript;
+bool   Loaded;
+
+void AddNumbers(std::istringstream& Line, std::vector<uint32_t>& Out) {
+  std::string Word;
+  while (Line >> Word) {
+    const size_t        Star  = Word.find('*');
+    const unsigned long Value = strtoul(Word.substr(0, Star).c_str(), nullptr, 0);
+    const unsigned long Count =
+        Star == std::string::npos ? 1 : strtoul(Word.c_str() + Star + 1, nullptr, 0);
+    Out.insert(Out.end(), Count, static_cast<uint32_t>(Value));
+  }
+}
+
+Script& GetScript() {
+  if (Loaded) {
+    return TheScript;
+  }
+  Loaded            = true;
+  const char* sPath = getenv("QUOBE_PROBE_SCRIPT");
+  if (sPath == nullptr) {
+    return TheScript;
+  }
+  std::ifstream File(sPath);
+  std::string   Text;
+  while (std::getline(File, Text)) {
+    std::istringstream Line(Text);
+    std::string        Directive;
+    if (!(Line >> Directive) || Directive[0] == '#') {
+      continue;
+    }
+    if (Directive == "open-error") {
+      std::getline(Line >> std::ws, TheScript.OpenError);
+      continue;
+    }
+    if (Directive == "hold") {
+      std::string Call;
+      Line >> Call;
+      std::getline(Line >> std::ws, TheScript.Holds[Call]);
+      continue;
+    }
+    std::vector<uint32_t> Numbers;
+    AddNumbers(Line, Numbers);
+    if (Numbers.empty()) {
+      fprintf(stderr, "script: '%s' needs a number\n", Directive.c_str());
+      _exit(96);
+    }
+    const std::vector<uint32_t> Rest(Numbers.begin() + 1, Numbers.end());
+    if (Directive == "read") {
+      auto& Queue = TheScript.Reads[Numbers[0]];
+      Queue.insert(Queue.end(), Rest.begin(), Rest.end());
+    } else if (Directive == "block") {
+      TheScript.Blocks[Numbers[0]].push_back(Rest);
+    } else if (Directive == "read-fails") {
+      TheScript.ReadFailures[Numbers[0]].push_back(static_cast<int32_t>(Rest.at(0)));
+    } else if (Directive == "select-ip") {
+      TheScript.SelectIpResult = Numbers[0];
+    } else if (Directive == "is-open-extra") {
+      TheScript.IsOpenExtra = Numbers[0];
+    } else if (Directive == "speed") {
+      TheScript.Speed = Numbers[0];
+    } else if (Directive == "voltage") {
+      TheScript.Voltage = Numbers[0];
+    } else if (Directive == "status-bytes") {
+      TheScript.StatusBytes = Numbers[0];
+    } else {
+      fprintf(stderr, "script: unknown directive '%s'\n", Directive.c_str());
+      _exit(96);
+    }
+  }
+  return TheScript;
+}
+
+void Log(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
+
+void Log(const char* sFormat, ...) {
+  Script&     S     = GetScript();
+  const char* sPath = getenv("QUOBE_PROBE_LOG");
+  char        acCall[1024];
+  va_list     Args;
+  va_start(Args, sFormat);
+  vsnprintf(acCall, sizeof(acCall), sFormat, Args);
+  va_end(Args);
+  if (sPath != nullptr) {
+    struct stat Status;
+    const off_t Written =
+        fstat(STDOUT_FILENO, &Status) == 0 && S_ISREG(Status.st_mode) ? Status.st_size : 0;
+    const std::string Line = std::to_string(Written) + " " + acCall + "\n";
+    const int         File = open(sPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (File < 0 || write(File, Line.data(), Line.size()) != static_cast<ssize_t>(Line.size())) {
+      _exit(96);
+    }
+    close(File);
+  }
+  const auto Hold = S.Holds.find(std::string(acCall, strcspn(acCall, "(")));
+  if (Hold != S.Holds.end()) {
+    while (access(Hold->second.c_str(), F_OK) != 0) {
+      usleep(1000);
+    }
+    S.Holds.erase(Hold);
+  }
+}
+
+template <class T>
+T Next(std::deque<T>& Queue) {
+  T Value = Queue.front();
+  if (Queue.size() > 1) {
+    Queue.pop_front();
+  }
+  return Value;
+}
+
+}  // namespace
+
+PROBE_CALL uint32_t QUOBEARM_IsOpen(void) {
+  Log("IsOpen()");
+  return (IsOpen ? 1u : 0u) | GetScript().IsOpenExtra;
+}
+
+PROBE_CALL uint32_t QUOBEARM_SelectIP(const char* sHost, int32_t Port) {
+  Log("SelectIP(%s, %d)", sHost, Port);
+  return GetScript().SelectIpResult;
+}
+
+PROBE_CALL int32_t QUOBEARM_EMU_SelectByUSBSN(uint32_t SerialNo) {
+  Log("EMU_SelectByUSBSN(%u)", SerialNo);
+  return -1;  // nobody looks at it
+}
+
+PROBE_CALL const char* QUOBEARM_Open(void) {
+  Log("Open()");
+  if (!GetScript().OpenError.empty()) {
+    return GetScript().OpenError.c_str();
+  }
+  IsOpen = true;
+  return nullptr;
+}
+
+PROBE_CALL void QUOBEARM_Close(void) {
+  Log("Close()");
+  IsOpen = false;
+}
+
+PROBE_CALL int32_t QUOBEARM_ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
+  Log("ExecCommand(%s, %s, %d)", sCommand, pError == nullptr ? "null" : "buffer", BufferSize);
+  if (pError != nullptr) {
+    memset(pError, '!', static_cast<size_t>(BufferSize));  // all of it is ours to write
+    pError[BufferSize - 1] = 0;
+  }
+  return -1;
+}
+
+#ifndef SCRIPTED_PROBE_LACKS_TIF_SELECT
+PROBE_CALL int32_t QUOBEARM_TIF_Select(int32_t Interface) {
+  Log("TIF_Select(%d)", Interface);
+  return -1;
+}
+#endif
+
+PROBE_CALL void QUOBEARM_SetSpeed(uint32_t SpeedkHz) {
+  Log("SetSpeed(%u)", SpeedkHz);
+}
+
+PROBE_CALL uint32_t QUOBEARM_GetSpeed(void) {
+  Log("GetSpeed()");
+  return GetScript().Speed;
+}
+
+PROBE_CALL int32_t QUOBEARM_GetHWStatus(uint8_t* pStatus) {
+  for (int i = 0; i < 256; i++) {
+    if (pStatus[i] != 0) {
+      Log("UNEXPECTED: the status record is not zeroed");
+      _exit(97);
+    }
+  }
+  Log("GetHWStatus()");
+  const uint16_t Voltage = static_cast<uint16_t>(GetScript().Voltage);
+  memcpy(pStatus, &Voltage, sizeof(Voltage));
+  memset(pStatus + sizeof(Voltage), 0xFF, GetScript().StatusBytes);
+  return 0;
+}
+
+PROBE_CALL int32_t QUOBEARM_SetResetType(int32_t Type) {
+  Log("SetResetType(%d)", Type);
+  return -1;
+}
+
+PROBE_CALL void QUOBEARM_SetResetDelay(int32_t Delayms) {
+  Log("SetResetDelay(%d)", Delayms);
+}
+
+PROBE_CALL int32_t QUOBEARM_Reset(void) {
+  Log("Reset()");
+  return -1;
+}
+
+PROBE_CALL int32_t QUOBEARM_ReadMemU32(uint32_t Address, uint32_t NumItems, uint32_t* pData,
+                                       uint8_t* pStatus) {
+  Script& S = GetScript();
+  Log("Read(0x%08X, %u%s)", Address, NumItems, pStatus == nullptr ? "" : ", status");
+  auto Failure = S.ReadFailures.find(Address);
+  if (Failure != S.ReadFailures.end() && !Failure->second.empty()) {
+    const int32_t Result = Failure->second.front();
+    Failure->second.pop_front();
+    memset(pData, 0xA5, NumItems * sizeof(*pData));
+    return Result;
+  }
+  if (NumItems == 1 && S.Reads.count(Address) != 0) {
+    pData[0] = Next(S.Reads[Address]);
+    return 0;
+  }
+  if (S.Blocks.count(Address) != 0 && S.Blocks[Address].front().size() == NumItems) {
+    const std::vector<uint32_t> Words = Next(S.Blocks[Address]);
+    memcpy(pData, Words.data(), NumItems * sizeof(*pData));
+    return static_cast<int32_t>(NumItems);  // 0 or more: read
+  }
+  Log("UNEXPECTED read");
+  _exit(97);
+}
+
+PROBE_CALL int32_t QUOBEARM_WriteU32(uint32_t Address, uint32_t Data) {
+  Log("WriteU32(0x%08X, 0x%08X)", Address, Data);
+  return -1;
+}
+
+PROBE_CALL int32_t QUOBEARM_WriteU16(uint32_t Address, uint16_t Data) {
+  Log("WriteU16(0x%08X, 0x%04X)", Address, Data);
+  return -1;
+}

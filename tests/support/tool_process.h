@@ -1,0 +1,67 @@
+// The tool as a process: the real executable in a folder of its own, a probe library beside it, real
+// standard input, a time limit.
+//
+// The executable under test is the one of this build. Two environment variables of the test run
+// choose another one:
+//   QUOBE_TEST_TOOL    path of the executable
+//   QUOBE_TEST_RUNNER  a program that runs it, called with the executable's path in front of the
+//                      arguments
+
+#ifndef TESTS_SUPPORT_TOOL_PROCESS_H
+#define TESTS_SUPPORT_TOOL_PROCESS_H
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+enum class Probe {
+  Scripted,        // tests/support/scripted_probe.cpp
+  LacksTifSelect,  // the same without QUOBEARM_TIF_Select
+  None,            // no library anywhere near
+};
+
+struct ToolRun {
+  std::vector<std::string> Args;    // behind the program name
+  std::string              Input;   // all of standard input; then it ends
+  std::string              Script;  // for the scripted probe
+  Probe                    ProbeKind   = Probe::Scripted;
+  std::string              ProbeFolder = ".";  // below the folder of the executable
+  std::string              ToolFolder  = ".";  // of the executable, below the run's folder
+  std::string              ProgramName;        // argv[0]; empty: the executable's path
+  std::vector<std::string> Environment;        // NAME=VALUE, added
+  int                      TimeLimitMs = 30000;
+};
+
+struct ToolResult {
+  bool                     TimedOut = false;  // and then it was killed
+  int                      Status   = -1;     // exit status; -1 when a signal ended it
+  int                      Signal   = 0;
+  std::string              Output;      // standard output
+  std::string              Error;       // standard error
+  std::vector<std::string> Calls;       // of the probe library, in order
+  std::string              Transcript;  // Output with each call as <call> where it was made
+  std::string              ToolPath;    // of the executable that ran
+  int                      ElapsedMs = 0;
+};
+
+// Runs the tool with standard input from a pipe and standard output to a file.
+ToolResult RunTool(const ToolRun& Run);
+
+// Runs the tool with standard input, output and error on one terminal; Input is typed once the text
+// PromptEnd has been shown. Output is what the terminal showed, line ends as "\n"; Transcript is
+// empty.
+ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd);
+
+// Runs the tool with standard output to a pipe while the probe holds its first call of Call (for
+// example "Reset"). Returns what could be read from the pipe while it was held; the run is then let
+// go on and its result stored.
+std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult);
+
+// The banner with the build date and time replaced by "<built>", so that outputs compare.
+std::string WithoutBuildTime(const std::string& Text);
+
+// The text from the end of the banner on.
+std::string AfterBanner(const std::string& Text);
+
+#endif

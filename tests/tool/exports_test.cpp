@@ -1,0 +1,56 @@
+// What the built executable exports.
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <set>
+#include <string>
+
+static const char* const Names[] = {
+#define FORWARD(Name) #Name,
+#include "probeapi/names.inc"
+#undef FORWARD
+};
+
+// Defined dynamic symbols, as the system's own tool lists them.
+static std::set<std::string> ExportedSymbols() {
+#if defined(__APPLE__)  // the same question, asked in the other format's words
+  const std::string Command = "nm -gjU " QUOBE_TOOL_PATH;
+  const char*       sPrefix = "_";
+#else
+  const std::string Command = "nm -D --defined-only --format=just-symbols " QUOBE_TOOL_PATH;
+  const char*       sPrefix = "";
+#endif
+  std::set<std::string> Symbols;
+  FILE*                 pOutput = popen(Command.c_str(), "r");
+  char                  acLine[512];
+  while (pOutput != nullptr && fgets(acLine, sizeof(acLine), pOutput) != nullptr) {
+    acLine[strcspn(acLine, "\n")] = 0;
+    const size_t Skip = strncmp(acLine, sPrefix, strlen(sPrefix)) == 0 ? strlen(sPrefix) : 0;
+    Symbols.insert(acLine + Skip);
+  }
+  if (pOutput != nullptr) {
+    pclose(pOutput);
+  }
+  return Symbols;
+}
+
+TEST(Exports, AreThe631ProbeFunctionsAndNothingElse) {
+  const std::set<std::string> Wanted(std::begin(Names), std::end(Names));
+  EXPECT_EQ(631u, Wanted.size());
+  EXPECT_EQ(Wanted, ExportedSymbols());
+}
+
+TEST(Exports, ListHas337And294NamesOf19With64) {
+  int NumQuobe = 0, NumArm = 0, Num64 = 0;
+  for (const std::string Name : Names) {
+    NumQuobe += Name.rfind("QUOBE_", 0) == 0;
+    NumArm += Name.rfind("QUOBEARM_", 0) == 0;
+    Num64 +=
+        Name.rfind("QUOBE_", 0) == 0 && Name.size() > 3 && Name.substr(Name.size() - 3) == "_64";
+  }
+  EXPECT_EQ(337, NumQuobe);
+  EXPECT_EQ(294, NumArm);
+  EXPECT_EQ(19, Num64);
+}

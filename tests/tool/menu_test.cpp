@@ -1,0 +1,140 @@
+// The family menu: through a pipe, and at a terminal as a person sees it. The menu goes on reading at
+// the end of input, so each test types a whole line.
+
+#include <gtest/gtest.h>
+
+#include "tests/support/tool_process.h"
+
+static const char PromptText[] = "Please select the correct device family: ";
+
+// Types the entry; the connection then fails, which shows the family chosen.
+static ToolResult Enter(const std::string& Entry) {
+  ToolRun Run;
+  Run.Input  = Entry;
+  Run.Script = "open-error stop here\n";
+  return RunTool(Run);
+}
+
+// What follows the menu.
+static std::string AfterMenu(const ToolResult& Result) {
+  const std::string LastRow = "  [12] STM32L4x6xx\n";
+  const size_t      At      = Result.Transcript.find(LastRow);
+  return At == std::string::npos ? "NO MENU: " + Result.Transcript
+                                 : Result.Transcript.substr(At + LastRow.size());
+}
+
+// The library is told the device only once it is open.
+static std::string DeviceCommandFor(const std::string& Entry) {
+  ToolRun Run;
+  Run.Input               = Entry;
+  Run.Script              = "voltage 0\n";
+  const ToolResult Result = RunTool(Run);
+  return Result.Calls.at(1);
+}
+
+TEST(Menu, EachNumberTellsTheProbeItsCore) {
+  static const char* const Cores[] = {"Cortex-M3", "Cortex-M3", "Cortex-M3", "Cortex-M4",
+                                      "Cortex-M4", "Cortex-M7", "Cortex-M7", "Cortex-M7",
+                                      "Cortex-M7", "Cortex-M0", "Cortex-M3", "Cortex-M4"};
+  for (int i = 1; i <= 12; i++) {
+    EXPECT_EQ(std::string("ExecCommand(device = ") + Cores[i - 1] + ", null, 0)",
+              DeviceCommandFor(std::to_string(i) + "\n"))
+        << i;
+  }
+}
+
+TEST(Menu, LeadingBlanksAreSkipped) {
+  EXPECT_EQ("ExecCommand(device = Cortex-M7, null, 0)", DeviceCommandFor("  7\n"));
+}
+
+TEST(Menu, ChoiceIsNotRepeatedAndTheConnectionFollows) {
+  EXPECT_EQ("Connecting to Quobe via USB...<Open()>stop here\n<IsOpen()>Press any key to exit.\n",
+            AfterMenu(Enter("12\n")));
+}
+
+TEST(Menu, ThirteenIsNoFamily) {
+  const ToolResult Result = Enter("13\n");
+  EXPECT_EQ("ERROR: Invalid device family selected.\n<IsOpen()>Press any key to exit.\n",
+            AfterMenu(Result));
+  EXPECT_EQ(255, Result.Status);
+}
+
+TEST(Menu, NumberWrapsAt32Bits) {
+  EXPECT_EQ("ExecCommand(device = Cortex-M3, null, 0)", DeviceCommandFor("4294967297\n"));
+  EXPECT_EQ("ERROR: Invalid device family selected.\n<IsOpen()>Press any key to exit.\n",
+            AfterMenu(Enter("4294967295\n")));
+}
+
+TEST(Menu, TextBehindTheDigitsIsIgnored) {
+  EXPECT_EQ("ExecCommand(device = Cortex-M3, null, 0)", DeviceCommandFor("1x\n"));
+}
+
+TEST(Menu, EntryThatDoesNotStartWithADigitIsRefused) {
+  for (const char* sEntry : {"x1\n", "\n", " \n", "-5\n", "\v7\n"}) {
+    const ToolResult Result = Enter(sEntry);
+    EXPECT_EQ("ERROR: Expected a dec value\n<IsOpen()>Press any key to exit.\n", AfterMenu(Result))
+        << sEntry;
+    EXPECT_EQ(255, Result.Status);
+    EXPECT_EQ("", Result.Error);
+  }
+}
+
+TEST(Menu, ZeroLeavesWithoutConnecting) {
+  const ToolResult Result = Enter("0\n");
+  EXPECT_EQ("<IsOpen()>Press any key to exit.\n", AfterMenu(Result));
+  EXPECT_EQ(0, Result.Status);
+}
+
+TEST(Menu, OnlyTheFirst127CharactersOfAnEntryCount) {
+  EXPECT_EQ("ExecCommand(device = Cortex-M3, null, 0)",
+            DeviceCommandFor(std::string(126, '0') + "11\n"));  // ...01, the last 1 is cut
+}
+
+TEST(Menu, EndOfInputIsReadAgainForEver) {
+  ToolRun Run;
+  Run.Input               = "";
+  Run.TimeLimitMs         = 500;
+  const ToolResult Result = RunTool(Run);
+  EXPECT_TRUE(Result.TimedOut);
+  EXPECT_TRUE(Result.Calls.empty());
+}
+
+TEST(Menu, KeyWaitReadsTheCharacterBehindTheEntry) {
+  ToolRun Run;
+  Run.Input               = "0\nq";
+  const ToolResult Result = RunTool(Run);
+  EXPECT_EQ(0, Result.Status);
+  EXPECT_FALSE(Result.TimedOut);
+}
+
+TEST(MenuOnATerminal, PromptStandsBehindTheRowsAndTheEntryIsTaken) {
+  ToolRun Run;
+  Run.Input               = "0\n\n";
+  Run.Environment         = {"TERM=vt100"};
+  const ToolResult Result = RunToolOnTerminal(Run, PromptText);
+  EXPECT_FALSE(Result.TimedOut);
+  const size_t Row    = Result.Output.find("  [12] STM32L4x6xx\n");
+  const size_t Prompt = Result.Output.find(PromptText);
+  ASSERT_NE(std::string::npos, Row) << Result.Output;
+  ASSERT_NE(std::string::npos, Prompt) << Result.Output;
+  EXPECT_LT(Row, Prompt);
+  EXPECT_NE(std::string::npos, Result.Output.find("Press any key to exit.\n"));
+  EXPECT_EQ(0, Result.Status);
+}
+
+TEST(MenuOnATerminal, WrongEntryEndsWithItsMessage) {
+  ToolRun Run;
+  Run.Input               = "99\n\n";
+  Run.Environment         = {"TERM=vt100"};
+  const ToolResult Result = RunToolOnTerminal(Run, PromptText);
+  EXPECT_NE(std::string::npos, Result.Output.find("ERROR: Invalid device family selected.\n"));
+  EXPECT_EQ(255, Result.Status);
+}
+
+TEST(MenuOnATerminal, EntryCanBeEdited) {
+  ToolRun Run;
+  Run.Input               = "13\b\b0\n\n";  // backspaces: the line editor is at work
+  Run.Environment         = {"TERM=vt100"};
+  const ToolResult Result = RunToolOnTerminal(Run, PromptText);
+  EXPECT_EQ(0, Result.Status) << Result.Output;
+}

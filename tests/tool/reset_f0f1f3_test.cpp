@@ -1,0 +1,114 @@
+// STM32F0, F1 and F3. Addresses and values are those of the reference manuals.
+
+#include "tests/tool/reset_transcript.h"
+
+enum { MENU_F0 = 1, MENU_F1 = 2, MENU_F3 = 4 };
+
+static const char HsiReady[]  = "read 0x40021000 0x00000083\n";
+static const char ReadyOnce[] = "read 0x4002200C 0\n";
+
+static const char Reset[] =
+    "Reset target...<SetResetType(0)><SetResetDelay(0)><Reset()>O.K.\n"
+    "Reset option bytes to factory settings...";
+static const char UnlockAndErase[] =
+    "<WriteU32(0x40022004, 0x45670123)><WriteU32(0x40022004, 0xCDEF89AB)>"
+    "<WriteU32(0x40022008, 0x45670123)><WriteU32(0x40022008, 0xCDEF89AB)>"
+    "<WriteU32(0x40022010, 0x00000220)><WriteU32(0x40022010, 0x00000260)>"
+    "<Read(0x4002200C, 1)>"
+    "<WriteU32(0x40022010, 0x00000200)><WriteU32(0x40022010, 0x00000210)>";
+static const char Verify[] = "<Reset()><Read(0x1FFFF800, 4)>";
+
+TEST(ResetF1, WritesRdpA5AndVerifiesTheBlock) {
+  ExpectReset(MENU_F1,
+              std::string(HsiReady) + ReadyOnce +
+                  "block 0x1FFFF800 0xFFFF5AA5 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n",
+              std::string("<WriteU32(0xE0042004, 0x00000300)>") + Reset + "<Read(0x40021000, 1)>" +
+                  UnlockAndErase + "<WriteU16(0x1FFFF800, 0x00A5)><Read(0x4002200C, 1)>" + Verify +
+                  "O.K.\n",
+              0);
+}
+
+TEST(ResetF0, WritesRdpAAAndGetsNoReload) {
+  ExpectReset(MENU_F0,
+              std::string(HsiReady) + ReadyOnce +
+                  "block 0x1FFFF800 0xFFFF55AA 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n",
+              std::string("<WriteU32(0x40015808, 0x00001800)>") + Reset + "<Read(0x40021000, 1)>" +
+                  UnlockAndErase + "<WriteU16(0x1FFFF800, 0x00AA)><Read(0x4002200C, 1)>" + Verify +
+                  "O.K.\n",
+              0);
+}
+
+TEST(ResetF0, IsNotVerifiedAgainstTheF1Pattern) {
+  const ToolResult Result =
+      RunReset(MENU_F0, std::string(HsiReady) + ReadyOnce +
+                            "block 0x1FFFF800 0xFFFF5AA5 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n");
+  EXPECT_NE(std::string::npos, Result.Output.find("Resetting option bytes failed.\n"));
+  EXPECT_EQ(255, Result.Status);
+}
+
+TEST(ResetF3, ReloadsTheOptionBytesBeforeTheReset) {
+  ExpectReset(MENU_F3,
+              std::string(HsiReady) + ReadyOnce +
+                  "block 0x1FFFF800 0xFFFF55AA 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n",
+              std::string("<WriteU32(0xE0042008, 0x00001800)>") + Reset + "<Read(0x40021000, 1)>" +
+                  UnlockAndErase +
+                  "<WriteU16(0x1FFFF800, 0x00AA)><Read(0x4002200C, 1)>"
+                  "<WriteU32(0x40022010, 0x00002000)><Read(0x4002200C, 1)>" +
+                  Verify + "O.K.\n",
+              0);
+}
+
+TEST(ResetF1, AnyDifferingByteFailsTheVerification) {
+  const std::string Words[4] = {"0xFFFF5AA5", "0xFFFFFFFF", "0xFFFFFFFF", "0xFFFFFFFF"};
+  const std::string Wrong[4] = {"0xFFFF5AA4", "0x00FFFFFF", "0xFFFF00FF", "0xFFFFFF00"};
+  for (int i = 0; i < 4; i++) {
+    std::string Block = "block 0x1FFFF800";
+    for (int k = 0; k < 4; k++) {
+      Block += " " + (k == i ? Wrong[k] : Words[k]);
+    }
+    const ToolResult Result = RunReset(MENU_F1, std::string(HsiReady) + ReadyOnce + Block + "\n");
+    EXPECT_NE(std::string::npos,
+              Result.Transcript.find("<Read(0x1FFFF800, 4)>Resetting option bytes failed.\n"))
+        << i;
+    EXPECT_EQ(255, Result.Status) << i;
+  }
+}
+
+TEST(ResetF1, HsiIsStartedWithItsTrimAndWaitedForWhenItIsOff) {
+  const ToolResult Result = RunReset(
+      MENU_F1, std::string("read 0x40021000 0x01000000 0x01000081 0x01000081 0x01000083\n") +
+                   ReadyOnce + "block 0x1FFFF800 0xFFFF5AA5 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n");
+  EXPECT_NE(std::string::npos,
+            Result.Transcript.find("...<Read(0x40021000, 1)><WriteU32(0x40021000, 0x01000081)>"
+                                   "<Read(0x40021000, 1)><Read(0x40021000, 1)><Read(0x40021000, 1)>"
+                                   "<WriteU32(0x40022004, 0x45670123)>"));
+  EXPECT_EQ(0, Result.Status);
+}
+
+TEST(ResetF1, HsiThatIsOnButNotReadyIsStartedToo) {
+  const ToolResult Result =
+      RunReset(MENU_F1, std::string("read 0x40021000 0x00000001 0x00000083\n") + ReadyOnce +
+                            "block 0x1FFFF800 0xFFFF5AA5 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n");
+  EXPECT_NE(std::string::npos, Result.Transcript.find("<WriteU32(0x40021000, 0x00000081)>"));
+}
+
+TEST(ResetF3, EachStepWaitsForBusyToClear) {
+  const ToolResult Result =
+      RunReset(MENU_F3, std::string(HsiReady) + "read 0x4002200C 1*3 0x20 1*2 0x20 1 0\n" +
+                            "block 0x1FFFF800 0xFFFF55AA 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n");
+  const std::string Sr = "<Read(0x4002200C, 1)>";
+  EXPECT_NE(std::string::npos,
+            Result.Transcript.find("<WriteU32(0x40022010, 0x00000260)>" + Sr + Sr + Sr + Sr +
+                                   "<WriteU32(0x40022010, 0x00000200)>"));
+  EXPECT_NE(std::string::npos,
+            Result.Transcript.find("<WriteU16(0x1FFFF800, 0x00AA)>" + Sr + Sr + Sr +
+                                   "<WriteU32(0x40022010, 0x00002000)>" + Sr + Sr + "<Reset()>"));
+  EXPECT_EQ(0, Result.Status);
+}
+
+TEST(ResetF1, FailedBlockReadIsAFailedVerification) {
+  const ToolResult Result =
+      RunReset(MENU_F1, std::string(HsiReady) + ReadyOnce + "read-fails 0x1FFFF800 -1\n");
+  EXPECT_NE(std::string::npos, Result.Output.find("Resetting option bytes failed.\n"));
+  EXPECT_EQ(255, Result.Status);
+}
