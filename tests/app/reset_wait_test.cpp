@@ -1,0 +1,151 @@
+// The waits of the reset routines, on a clock that moves only when a routine waits or reads.
+
+#include <gtest/gtest.h>
+
+#include "app/clock.h"
+#include "app/family.h"
+#include "app/reset.h"
+#include "tests/app/fake_probe.h"
+
+static std::string Output;
+
+template <class ROUTINE>
+static int32_t RunRoutine(ROUTINE Routine) {
+  testing::internal::CaptureStdout();
+  const int32_t Result = Routine();
+  Output               = testing::internal::GetCapturedStdout();
+  return Result;
+}
+
+TEST(AppClock, FirstCallReturnsZeroWhateverTheTime) {
+  FAKE_PROBE_Begin(123456789);
+  EXPECT_EQ(0u, GetTimeMs());
+  FakeProbe.TimeUs += 1999;
+  EXPECT_EQ(1u, GetTimeMs());
+}
+
+TEST(AppClock, OriginIsTheReadingOfTheFirstCall) {
+  FAKE_PROBE_Begin(5000);
+  EXPECT_EQ(0u, TimeOrigin);
+  GetTimeMs();
+  EXPECT_EQ(5000u, TimeOrigin);
+}
+
+TEST(AppClock, CountsOnWhenTheMillisecondsWrapAt32Bits) {
+  FAKE_PROBE_Begin(0xFFFFFFFF);
+  EXPECT_EQ(0u, GetTimeMs());
+  FakeProbe.TimeUs += 2000;
+  EXPECT_EQ(2u, GetTimeMs());
+}
+
+// A device that never gets ready.
+static uint32_t AlwaysBusyF4(uint32_t Address, int) {
+  return Address == 0x40023C0C ? 0x10000 : 0x0FFF55EC;
+}
+
+TEST(AppResetF4, GivesUpWhenTheDeviceWasBusyFor25Seconds) {
+  FAKE_PROBE_Begin(1000);
+  FakeProbe.Read          = AlwaysBusyF4;
+  FakeProbe.TimePerReadUs = 1000;
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  EXPECT_EQ(
+      "Reset target...O.K.\n"
+      "Reset option bytes (may take app. 20 seconds)..."
+      "Timeout while waiting for device to be unsecured.\n",
+      Output);
+  EXPECT_EQ(2 + 25000,
+            FakeProbe.NumReads);  // identity, options, then one status read a millisecond
+  EXPECT_EQ(2, FakeProbe.NumResets);
+  EXPECT_EQ("Reset", FakeProbe.Last);
+  EXPECT_EQ(0u, FakeProbe.SleptUs);  // there is no pause between the reads
+}
+
+TEST(AppResetF4, ReadyAtTheLastMomentIsReady) {
+  FAKE_PROBE_Begin(1000);
+  FakeProbe.TimePerReadUs = 1000;
+  FakeProbe.Read          = [](uint32_t Address, int NumReads) -> uint32_t {
+    if (Address == 0x40023C0C) {
+      return NumReads < 24999 ? 0x10000 : 0;
+    }
+    return 0x0FFFAAEC;
+  };
+  EXPECT_EQ(0, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+}
+
+TEST(AppResetF4, PcropStageGivesUpTooAndLeavesTheSecondStageAlone) {
+  FAKE_PROBE_Begin(1000);
+  FakeProbe.TimePerReadUs = 1000000;
+  FakeProbe.Read          = [](uint32_t Address, int) -> uint32_t {
+    return Address == 0xE0042000 ? 0x419 : Address == 0x40023C0C ? 0x10000 : 0x8FFFAAEC;
+  };
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  EXPECT_EQ(2 + 25, FakeProbe.NumReads);
+  EXPECT_EQ(2, FakeProbe.NumResets);
+}
+
+TEST(AppResetF4, DeadlineHoldsWhenTheClockWrapsMeanwhile) {
+  FAKE_PROBE_Begin(0xFFFFFFFF - 10000);
+  FakeProbe.Read          = AlwaysBusyF4;
+  FakeProbe.TimePerReadUs = 1000000;
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  EXPECT_EQ(2 + 25, FakeProbe.NumReads);
+}
+
+TEST(AppResetH7, GivesUpAfter101ReadsAndTwentySecondsWithoutAWord) {
+  FAKE_PROBE_Begin(0);
+  int NumStatusReads = 0;
+  FakeProbe.Read     = [&](uint32_t Address, int) -> uint32_t {
+    NumStatusReads += Address == 0x5200201C;
+    return Address == 0x5200201C ? 0x1416AAF1 : 0;
+  };
+  EXPECT_EQ(-1, RunRoutine(ResetOptionBytesH7));
+  EXPECT_EQ("Reset target...O.K.\nReset option bytes to factory settings...\n", Output);
+  EXPECT_EQ(1 + 101, NumStatusReads);  // one for the value, the others in the wait
+  EXPECT_EQ(101u * 200000u, FakeProbe.SleptUs);
+  EXPECT_EQ(1, FakeProbe.NumResets);
+}
+
+TEST(AppResetH7, HundredthReadStillCountsAndThe101stDoesNot) {
+  for (const int ReadyAt : {100, 101}) {
+    FAKE_PROBE_Begin(0);
+    FakeProbe.Read = [&](uint32_t Address, int NumReads) -> uint32_t {
+      switch (Address) {
+        case 0x5200201C:  // the first read is not part of the wait
+          return NumReads < ReadyAt ? 0x1416AAF1 : 0x1416AAF0;
+        case 0x5200211C:
+          return 0x1416AAF0;
+        case 0x52002028:
+        case 0x52002128:
+        case 0x52002038:
+        case 0x52002138:
+          return 0xFF;
+        case 0x52002030:
+        case 0x52002130:
+          return 0x800000FF;
+        case 0x52002040:
+        case 0x52002140:
+          return 0x1FF00800;
+        default:
+          return 0;
+      }
+    };
+    EXPECT_EQ(ReadyAt == 100 ? 0 : -1, RunRoutine(ResetOptionBytesH7)) << ReadyAt;
+  }
+}
+
+TEST(AppResetL4, PollsEveryFiveMillisecondsAndGivesTheReload200) {
+  FAKE_PROBE_Begin(0);
+  FakeProbe.Read = [](uint32_t Address, int NumReads) -> uint32_t {
+    switch (Address) {
+      case 0x40022010:
+        return NumReads < 9 ? 0x10000 : 0;
+      case 0x40022020:
+        return NumReads == 0 ? 0xFFEFF800 : 0xFFEFF8AA;
+      default:
+        return 0;
+    }
+  };
+  EXPECT_EQ(0, RunRoutine(ResetOptionBytesL4));
+  // Two launches: ten polls and one poll.
+  EXPECT_EQ((10 + 1) * 5000u + 2 * 200000u, FakeProbe.SleptUs);
+}

@@ -1,0 +1,64 @@
+// A probe library with functions of many shapes, under names of the probe API. The names are taken
+// only for their place in the export list; the arguments are the test's own.
+
+#include "tests/probeapi/forward_shapes.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+
+#define PROBE_CALL extern "C" __attribute__((visibility("default")))
+
+PROBE_CALL int64_t QUOBE_AddMirrorArea(int64_t a, int64_t b, int64_t c, int64_t d, int64_t e,
+                                       int64_t f, int64_t g, int64_t h, int64_t i, int64_t j) {
+  return a + 2 * b + 3 * c + 4 * d + 5 * e + 6 * f + 7 * g + 8 * h + 9 * i + 10 * j;
+}
+
+PROBE_CALL double QUOBE_AddMirrorAreaEx(double a, double b, double c, double d, double e, double f,
+                                        double g, double h, double i, float j, int k) {
+  return a + 2 * b + 3 * c + 4 * d + 5 * e + 6 * f + 7 * g + 8 * h + 9 * i + 10 * j + 11 * k;
+}
+
+PROBE_CALL int QUOBE_BeginDownload(char* pBuffer, int Size, const char* sFormat, ...) {
+  va_list Args;
+  va_start(Args, sFormat);
+  const int Length = vsnprintf(pBuffer, static_cast<size_t>(Size), sFormat, Args);
+  va_end(Args);
+  return Length;
+}
+
+PROBE_CALL LARGE_STRUCT QUOBE_Clock(LARGE_STRUCT s, int Add) {
+  for (int64_t& Value : s.Values) {
+    Value += Add;
+  }
+  return s;
+}
+
+PROBE_CALL MIXED_STRUCT QUOBE_Close(MIXED_STRUCT s) {
+  return {s.Real * 2, s.Whole * 3};
+}
+
+PROBE_CALL WIDE_CODE WIDE_VECTOR QUOBE_ClrBP(WIDE_VECTOR a, WIDE_VECTOR b) {
+  return a + b;
+}
+
+PROBE_CALL const char* QUOBE_Open(void) {
+  return "QUOBE_Open";
+}
+
+PROBE_CALL const char* QUOBEARM_Open(void) {
+  return "QUOBEARM_Open";
+}
+
+PROBE_CALL int QUOBE_IsOpen(void) {
+  static int NumCalls;
+  return ++NumCalls;
+}
+
+PROBE_CALL void QUOBE_SetSpeed(long* pWritten) {
+  *pWritten = 4711;
+}
+
+// A symbol whose value is null.
+__asm__(
+    ".globl QUOBE_GetSpeed\n"
+    ".set QUOBE_GetSpeed, 0\n");
