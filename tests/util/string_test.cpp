@@ -1,6 +1,9 @@
 #include "util/string.h"
 
 #include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
 
 TEST(UtilCopyString, SizeOneYieldsTheEmptyString) {
   char acBuffer[3] = {'x', 'y', 'z'};
@@ -29,4 +32,213 @@ TEST(UtilCopyString, NullPointersAndSizeZeroChangeNothing) {
   UTIL_CopyString(acBuffer, "abc", 0);
   EXPECT_STREQ("x", acBuffer);
   UTIL_CopyString(nullptr, "abc", 2);
+}
+
+TEST(UtilCopyStringEx, IgnoresItsLastArgument) {
+  char acBuffer[6] = {'#', '#', '#', '#', '#', '#'};
+  UTIL_CopyStringEx(acBuffer, "abcdefgh", 4, 0xFFFFFFFF);
+  EXPECT_STREQ("abc", acBuffer);
+  EXPECT_EQ('#', acBuffer[4]);
+}
+
+TEST(UtilAppendString, ExactlyFullBufferStaysUnchanged) {
+  char acBuffer[6] = {'a', 'b', 'c', 0, '#', '#'};
+  UTIL_AppendString(acBuffer, "xyz", 4);
+  EXPECT_EQ(0, memcmp(acBuffer, "abc\0##", 6));
+}
+
+TEST(UtilAppendString, AppendsWhatFits) {
+  for (uint32_t Size = 3; Size <= 8; Size++) {
+    char acBuffer[10];
+    memset(acBuffer, '#', sizeof(acBuffer));
+    strcpy(acBuffer, "ab");
+    UTIL_AppendString(acBuffer, "xyz", Size);
+    EXPECT_EQ("ab" + std::string("xyz").substr(0, Size - 3), acBuffer) << Size;
+    EXPECT_EQ('#', acBuffer[Size > 6 ? 6 : Size]) << Size;
+  }
+}
+
+TEST(UtilAppendString, BufferWithoutATerminatorIsLeftAlone) {
+  char acBuffer[4] = {'a', 'b', 'c', 'd'};
+  UTIL_AppendString(acBuffer, "xyz", 4);
+  UTIL_AppendString(acBuffer, "xyz", 0);
+  EXPECT_EQ(0, memcmp(acBuffer, "abcd", 4));
+}
+
+TEST(UtilAppendStringN, AppendsAtMostThatManyCharacters) {
+  char acBuffer[8] = "ab";
+  UTIL_AppendStringN(acBuffer, "xyz", 2, sizeof(acBuffer));
+  EXPECT_STREQ("abxy", acBuffer);
+  UTIL_AppendStringN(acBuffer, "1", 5, sizeof(acBuffer));
+  EXPECT_STREQ("abxy1", acBuffer);
+  const char acOpen[2] = {'m', 'n'};
+  UTIL_AppendStringN(acBuffer, acOpen, 2, sizeof(acBuffer));
+  EXPECT_STREQ("abxy1mn", acBuffer);
+  UTIL_AppendStringN(acBuffer, "q", 1, sizeof(acBuffer));
+  EXPECT_STREQ("abxy1mn", acBuffer);
+  UTIL_AppendStringN(acBuffer, "q", 0, sizeof(acBuffer));
+  EXPECT_STREQ("abxy1mn", acBuffer);
+}
+
+TEST(UtilStrLen, CountsUpToTheTerminatorOrTheMaximum) {
+  EXPECT_EQ(0u, UTIL_StrLen(""));
+  EXPECT_EQ(3u, UTIL_StrLen("abc"));
+  EXPECT_EQ(3u, UTIL_StrNLen("abc", 9));
+  EXPECT_EQ(3u, UTIL_StrNLen("abc", 3));
+  EXPECT_EQ(2u, UTIL_StrNLen("abc", 2));
+  EXPECT_EQ(0u, UTIL_StrNLen("abc", 0));
+  const char acOpen[2] = {'a', 'b'};
+  EXPECT_EQ(2u, UTIL_StrNLen(acOpen, 2));
+}
+
+TEST(UtilStrCaseCmp, FoldsOnlyAsciiLetters) {
+  EXPECT_EQ(0, UTIL_StrCaseCmp("HeLLo [1]", "hEllO [1]"));
+  EXPECT_EQ(0, UTIL_StrCaseCmp("", ""));
+  EXPECT_EQ('a' - 'c', UTIL_StrCaseCmp("A", "c"));
+  EXPECT_EQ('@' - '`', UTIL_StrCaseCmp("@", "`"));
+  EXPECT_EQ('[' - '{', UTIL_StrCaseCmp("[", "{"));
+  EXPECT_EQ(-'c', UTIL_StrCaseCmp("ab", "abC"));
+  EXPECT_EQ('c', UTIL_StrCaseCmp("abC", "ab"));
+  EXPECT_EQ(-32, UTIL_StrCaseCmp("\xC4", "\xE4"));
+  EXPECT_EQ(-28 - 'a', UTIL_StrCaseCmp("\xE4", "A"));
+}
+
+TEST(UtilStrNCaseCmp, StopsAtTheCountOrACommonTerminator) {
+  EXPECT_EQ(0, UTIL_StrNCaseCmp("abX", "ABy", 2));
+  EXPECT_EQ('x' - 'y', UTIL_StrNCaseCmp("abX", "ABy", 3));
+  EXPECT_EQ(0, UTIL_StrNCaseCmp("ab\0x", "AB\0y", 4));
+  EXPECT_EQ(0, UTIL_StrNCaseCmp("a", "b", 0));
+  EXPECT_EQ(-'c', UTIL_StrNCaseCmp("ab", "abc", 9));
+}
+
+TEST(UtilMemCaseCmp, GoesOnBehindATerminator) {
+  EXPECT_EQ('x' - 'y', UTIL_MemCaseCmp("ab\0x", "AB\0Y", 4));
+  EXPECT_EQ(0, UTIL_MemCaseCmp("ab\0x", "AB\0X", 4));
+  EXPECT_EQ(0, UTIL_MemCaseCmp("a", "b", 0));
+}
+
+TEST(UtilMemCmp, GivesTheUnsignedDifference) {
+  EXPECT_EQ(0xFF - 0x01, UTIL_MemCmp("a\xFF", "a\x01", 2));
+  EXPECT_EQ(0x01 - 0xFF, UTIL_MemCmp("a\x01", "a\xFF", 2));
+  EXPECT_EQ(0, UTIL_MemCmp("ab\0c", "ab\0c", 4));
+  EXPECT_EQ(0, UTIL_MemCmp("a", "b", 0));
+}
+
+TEST(UtilFindDiff, IsMinusOneForACountBelowOne) {
+  EXPECT_EQ(-1, UTIL_FindDiff("a", "b", 0));
+  EXPECT_EQ(-1, UTIL_FindDiff("a", "b", -1));
+  EXPECT_EQ(-1, UTIL_FindDiffNoCase("a", "b", 0));
+  EXPECT_EQ(-1, UTIL_FindDiffNoCase("a", "b", -5));
+}
+
+TEST(UtilFindDiff, FindsTheOneDifferenceAtEveryPlaceOfEveryLength) {
+  uint8_t abA[300], abB[300];
+  for (int32_t i = 0; i < 300; i++) {
+    abA[i] = abB[i] = (uint8_t)(i * 7);
+  }
+  for (int32_t Len = 0; Len <= 300; Len++) {
+    ASSERT_EQ(-1, UTIL_FindDiff(abA, abB, Len));
+    ASSERT_EQ(0, UTIL_MemCmp(abA, abB, (uint32_t)Len));
+    for (int32_t i = 0; i < Len; i++) {
+      abB[i] ^= 0x80;
+      ASSERT_EQ(i, UTIL_FindDiff(abA, abB, Len));
+      ASSERT_EQ(abA[i] - abB[i], UTIL_MemCmp(abA, abB, (uint32_t)Len));
+      abB[i] ^= 0x80;
+    }
+  }
+}
+
+TEST(UtilFindDiffNoCase, SeesNoDifferenceInCase) {
+  EXPECT_EQ(-1, UTIL_FindDiffNoCase("aBc\0D", "AbC\0d", 5));
+  EXPECT_EQ(4, UTIL_FindDiffNoCase("aBc\0D", "AbC\0e", 5));
+  EXPECT_EQ(0, UTIL_FindDiffNoCase("@", "`", 1));
+}
+
+TEST(UtilFindNotEqual, FindsTheOneOtherByteAtEveryPlaceOfEveryLength) {
+  uint8_t ab[300];
+  memset(ab, 0xFF, sizeof(ab));
+  for (uint32_t Len = 0; Len <= 300; Len++) {
+    ASSERT_EQ(-1, UTIL_FindNotEqual(ab, 0xFF, Len));
+    for (uint32_t i = 0; i < Len; i++) {
+      ab[i] = 0xFE;
+      ASSERT_EQ((int32_t)i, UTIL_FindNotEqual(ab, 0xFF, Len));
+      ab[i] = 0xFF;
+    }
+  }
+}
+
+TEST(UtilToUpperLower, ChangeOnlyAsciiLetters) {
+  for (int i = 0; i < 256; i++) {
+    const char c     = (char)i;
+    const char Upper = i >= 'a' && i <= 'z' ? (char)(i - 32) : c;
+    const char Lower = i >= 'A' && i <= 'Z' ? (char)(i + 32) : c;
+    EXPECT_EQ(Upper, UTIL_ToUpper(c)) << i;
+    EXPECT_EQ(Lower, UTIL_ToLower(c)) << i;
+    EXPECT_EQ(i >= 0x20 && i <= 0x7E ? 1 : 0, UTIL_IsPrintable(c)) << i;
+  }
+  char ac[] = "aZ[\xE4{z";
+  UTIL_StrToUpper(ac);
+  EXPECT_STREQ("AZ[\xE4{Z", ac);
+  UTIL_StrToLower(ac);
+  EXPECT_STREQ("az[\xE4{z", ac);
+}
+
+TEST(UtilHexDigit, IsUpperCaseOfTheLowFourBits) {
+  for (uint32_t i = 0; i < 16; i++) {
+    EXPECT_EQ("0123456789ABCDEF"[i], UTIL_HexDigit(i));
+    EXPECT_EQ("0123456789ABCDEF"[i], UTIL_HexDigit(0xFFFFFFF0 + i));
+  }
+}
+
+TEST(UtilReplaceChar, ReplacesEveryOccurrence) {
+  char ac[] = "a.b..c";
+  UTIL_ReplaceChar(ac, '.', '/');
+  EXPECT_STREQ("a/b//c", ac);
+  UTIL_ReplaceChar(ac, 0, 'x');
+  EXPECT_STREQ("a/b//c", ac);
+  UTIL_ReplaceChar(ac, '/', 0);
+  EXPECT_EQ(0, memcmp(ac, "a\0b\0\0c", 7));
+}
+
+TEST(UtilReverseBytes, SwapsTheEndsTowardsTheMiddle) {
+  for (uint32_t Len = 0; Len <= 300; Len++) {
+    uint8_t ab[302];
+    memset(ab, 0xEE, sizeof(ab));
+    for (uint32_t i = 0; i < Len; i++) {
+      ab[1 + i] = (uint8_t)i;
+    }
+    UTIL_ReverseBytes(ab + 1, Len);
+    ASSERT_EQ(0xEE, ab[0]);
+    ASSERT_EQ(0xEE, ab[1 + Len]);
+    for (uint32_t i = 0; i < Len; i++) {
+      ASSERT_EQ((uint8_t)(Len - 1 - i), ab[1 + i]) << Len;
+    }
+  }
+}
+
+static std::string CopiedRecords(uint32_t DestSize, uint32_t SourceSize, uint32_t NumRecords) {
+  char acDest[16];
+  memset(acDest, '#', sizeof(acDest));
+  UTIL_CopyStructArray(acDest, DestSize, "abcdefghijkl", SourceSize, NumRecords);
+  for (char& c : acDest) {
+    c = c == 0 ? '0' : c;
+  }
+  return std::string(acDest, sizeof(acDest));
+}
+
+TEST(UtilCopyStructArray, CopiesTheSharedPartAndClearsTheRest) {
+  EXPECT_EQ("abcdefghijkl####", CopiedRecords(4, 4, 3));
+  EXPECT_EQ("abefij##########", CopiedRecords(2, 4, 3));
+  EXPECT_EQ("abc00def00ghi00#", CopiedRecords(5, 3, 3));
+  EXPECT_EQ("0000000000######", CopiedRecords(5, 0, 2));
+  EXPECT_EQ("################", CopiedRecords(0, 4, 3));
+  EXPECT_EQ("################", CopiedRecords(4, 4, 0));
+}
+
+TEST(UtilCopyStructArray, NullPointersChangeNothing) {
+  char ac[4] = {'a', 'b', 'c', 'd'};
+  UTIL_CopyStructArray(nullptr, 4, ac, 4, 1);
+  UTIL_CopyStructArray(ac, 4, nullptr, 4, 1);
+  UTIL_CopyStructArray(ac, 4, nullptr, 0, 1);
+  EXPECT_EQ(0, memcmp(ac, "abcd", 4));
 }

@@ -1,0 +1,29 @@
+#include "sys/console.h"
+
+#include <stdio.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+static int32_t IsPrepared;
+
+static void Prepare(void) {
+  struct termios Settings;
+  if (tcgetattr(STDIN_FILENO, &Settings) == 0) {  // a pipe or a file has no modes
+    Settings.c_lflag &= ~(tcflag_t)ICANON;
+    tcsetattr(STDIN_FILENO, TCSANOW, &Settings);
+  }
+  setvbuf(stdin, NULL, _IONBF, 0);
+}
+
+int32_t SYS_CONSOLE_IsKeyPressed(void) {
+  if (!IsPrepared) {
+    Prepare();
+    IsPrepared = 1;
+  }
+  int NumBytes = 0;
+  if (ioctl(STDIN_FILENO, FIONREAD, &NumBytes) != 0) {
+    return 0;
+  }
+  return NumBytes;
+}

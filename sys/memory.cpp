@@ -1,0 +1,34 @@
+#include "sys/memory.h"
+
+#include <stdlib.h>
+
+#include "util/format.h"
+
+void* SYS_MEM_Alloc(uint32_t Size) {
+  void* pMem = malloc(Size);
+  if (pMem == NULL) {
+    char acMessage[64];
+    UTIL_snprintf(acMessage, sizeof(acMessage), "Failed to allocate 0x%.8X bytes of memory!", Size);
+  }
+  return pMem;
+}
+
+void* SYS_MEM_AllocNamed(uint32_t Size, const char* sDescription) {
+  (void)sDescription;
+  return SYS_MEM_Alloc(Size);
+}
+
+void* SYS_MEM_Realloc(void* pMem, uint32_t Size) {
+  return realloc(pMem, Size);
+}
+
+void SYS_MEM_Free(void* pMem) {
+  if (pMem != NULL) {
+    free(pMem);
+  }
+}
+
+void SYS_MEM_FreeAndClear(void** ppMem) {
+  SYS_MEM_Free(*ppMem);
+  *ppMem = NULL;
+}

@@ -1,0 +1,328 @@
+#include "util/scan.h"
+
+#include <stddef.h>
+#include <string.h>
+
+#include "util/string.h"
+
+static const uint32_t PARSE_VALUE_ERROR = 0xFFFFFFFF;
+
+// Value of a hexadecimal digit, 16 for every other character.
+static uint32_t HexValue(char c) {
+  if (c >= '0' && c <= '9') {
+    return (uint32_t)(c - '0');
+  }
+  const char Lower = UTIL_ToLower(c);
+  if (Lower >= 'a' && Lower <= 'f') {
+    return (uint32_t)(Lower - 'a' + 10);
+  }
+  return 16;
+}
+
+// Reads the digits of a number, behind its sign and in front of its prefix, wrapping in 64 bits.
+// Returns the first character behind them, NULL when there is no digit.
+static const char* ScanDigits(const char* s, uint32_t Base, uint64_t* pValue) {
+  if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
+    Base = 16;
+    s += 2;
+  }
+  if (HexValue(*s) >= Base) {
+    return NULL;
+  }
+  uint64_t Value = 0;
+  for (; HexValue(*s) < Base; s++) {
+    Value = Value * Base + HexValue(*s);
+  }
+  *pValue = Value;
+  return s;
+}
+
+static const char* SkipWhite(const char* s) {
+  while (UTIL_IsWhite((uint8_t)*s)) {
+    s++;
+  }
+  return s;
+}
+
+static int32_t IsLineEnd(char c) {
+  return c == 0 || c == '\n' || c == '\r';
+}
+
+static int32_t IsWordEnd(char c) {
+  return IsLineEnd(c) || c == ' ';
+}
+
+// The blanks that UTIL_Trim removes.
+static int32_t IsTrimmed(char c) {
+  return c == ' ' || (c >= 0x09 && c <= 0x0D);
+}
+
+int32_t UTIL_IsWhite(uint32_t c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+void UTIL_SkipWhite(const char** ps) {
+  *ps = SkipWhite(*ps);
+}
+
+int32_t UTIL_EatChar(const char** ps, char c) {
+  if (**ps != c) {
+    return -1;
+  }
+  (*ps)++;
+  return 0;
+}
+
+int32_t UTIL_FindChar(const char* s, char c) {
+  const char* pFound = c == 0 ? NULL : strchr(s, c);
+  return pFound == NULL ? -1 : (int32_t)(pFound - s);
+}
+
+int32_t UTIL_IsPlainString(const char* s) {
+  while (*s != 0 && *s != '"' && (uint8_t)*s < 0x80) {
+    s++;
+  }
+  return *s == 0;
+}
+
+int32_t UTIL_IsPlainNonEmptyString(const char* s) {
+  return *s != 0 && UTIL_IsPlainString(s);
+}
+
+int32_t UTIL_ParseInt(const char** ps, int64_t* pValue, int32_t AlwaysHex) {
+  const char*   s          = SkipWhite(*ps);
+  const int32_t IsNegative = *s == '-';
+  uint64_t      Value;
+  s = ScanDigits(s + IsNegative, AlwaysHex ? 16 : 10, &Value);
+  if (s == NULL) {
+    return -1;
+  }
+  *pValue = (int64_t)(IsNegative ? 0 - Value : Value);
+  *ps     = s;
+  return 0;
+}
+
+void UTIL_ParseInt32(const char** ps, int32_t* pValue) {
+  int64_t Value = 0;
+  UTIL_ParseInt(ps, &Value, 0);
+  *pValue = (int32_t)Value;
+}
+
+int32_t UTIL_ParseHex(const char** ps, uint64_t* pValue) {
+  int64_t Value;
+  if (UTIL_ParseInt(ps, &Value, 1) != 0) {
+    return -1;
+  }
+  *pValue = (uint64_t)Value;
+  return 0;
+}
+
+int32_t UTIL_ParseHex32(const char** ps, uint32_t* pValue) {
+  uint64_t      Value  = 0;
+  const int32_t Result = UTIL_ParseHex(ps, &Value);
+  *pValue              = (uint32_t)Value;
+  return Result;
+}
+
+int32_t UTIL_ParseU32(const char* s, uint32_t* pValue) {
+  uint64_t Value;
+  if (ScanDigits(s, 10, &Value) == NULL) {
+    return -1;
+  }
+  *pValue = (uint32_t)Value;
+  return 0;
+}
+
+int32_t UTIL_ParseVersion(const char** ps, uint32_t* pMajor, uint32_t* pMinor,
+                          uint32_t* pRevision) {
+  const char* s        = SkipWhite(*ps);
+  int64_t     Major    = 0;
+  int64_t     Minor    = 0;
+  uint32_t    Revision = 0;
+  if (*s == 'V') {
+    s++;
+  }
+  int32_t Result = UTIL_ParseInt(&s, &Major, 0);
+  // After a missing part the reading goes on, so that all that is there gets stored and consumed.
+  Result |= UTIL_EatChar(&s, '.');
+  Result |= UTIL_ParseInt(&s, &Minor, 0);
+  if (Result == 0 && *s != 0) {
+    const char c = *s++;
+    if (c >= 'a' && c <= 'z') {
+      Revision = (uint32_t)(c - 'a' + 1);
+    } else {
+      Revision = (uint32_t)(int32_t)(int8_t)c;
+      Result   = -1;
+    }
+  }
+  if (pMajor != NULL) {
+    *pMajor = (uint32_t)Major;
+  }
+  if (pMinor != NULL) {
+    *pMinor = (uint32_t)Minor;
+  }
+  if (pRevision != NULL) {
+    *pRevision = Revision;
+  }
+  *ps = s;
+  return Result;
+}
+
+void UTIL_DecodeVersion(VERSION_INFO* pInfo, uint32_t Version) {
+  if (pInfo == NULL) {
+    return;
+  }
+  const uint32_t Revision = Version % 100;
+  pInfo->Major            = Version / 10000;
+  pInfo->Minor            = Version / 100 % 100;
+  memset(pInfo->Revision, 0, sizeof(pInfo->Revision));
+  if (Revision > 26) {
+    pInfo->Revision[0] = 'z';
+    pInfo->Revision[1] = (char)('0' + (Revision - 26) / 10);
+    pInfo->Revision[2] = (char)('0' + (Revision - 26) % 10);
+  } else if (Revision > 0) {
+    pInfo->Revision[0] = (char)('a' + Revision - 1);
+  }
+}
+
+int32_t UTIL_ParseIPAddr(const char* s, uint32_t* pAddr) {
+  uint32_t Addr = 0;
+  for (uint32_t i = 0; i < 4; i++) {
+    int64_t Value;
+    if ((i > 0 && UTIL_EatChar(&s, '.') != 0) || UTIL_ParseInt(&s, &Value, 0) != 0) {
+      return -1;
+    }
+    Addr |= (uint32_t)Value << (8 * i);
+  }
+  if (pAddr != NULL) {
+    *pAddr = Addr;
+  }
+  return 0;
+}
+
+int32_t UTIL_CheckDottedNumbers(const char** ps) {
+  int32_t Result = 0;
+  for (uint32_t i = 0; i < 4; i++) {
+    int64_t Value;
+    Result |= UTIL_ParseInt(ps, &Value, 0);
+    Result |= UTIL_EatChar(ps, '.');
+  }
+  return Result;
+}
+
+const char* UTIL_ParseToken(const char** ps, char* pBuffer, uint32_t BufferSize, char Delimiter) {
+  const char* s   = SkipWhite(*ps);
+  size_t      Len = 0;
+  *ps             = s;
+  if (BufferSize > 0) {
+    pBuffer[0] = 0;
+  }
+  while (!IsWordEnd(s[Len]) && s[Len] != Delimiter) {
+    Len++;
+  }
+  if (Len >= BufferSize) {
+    return "Maximum string length exceeded";
+  }
+  if (Len == 0) {
+    return "Expected a string";
+  }
+  memcpy(pBuffer, s, Len);
+  pBuffer[Len] = 0;
+  *ps          = s + Len;
+  return NULL;
+}
+
+int32_t UTIL_ParseUntil(const char** ps, char* pBuffer, uint32_t BufferSize, char Delimiter) {
+  const char* s   = SkipWhite(*ps);
+  size_t      Len = 0;
+  while (s[Len] != 0 && s[Len] != Delimiter) {
+    Len++;
+  }
+  *ps                  = s + Len + (s[Len] != 0);
+  const int32_t WasCut = Len >= BufferSize;
+  if (BufferSize > 0) {
+    Len = WasCut ? BufferSize - 1 : Len;
+    memcpy(pBuffer, s, Len);
+    pBuffer[Len] = 0;
+  }
+  return WasCut;
+}
+
+void UTIL_ParseQuotedString(const char** ps, char* pBuffer, uint32_t BufferSize) {
+  if (pBuffer == NULL || BufferSize == 0) {
+    return;
+  }
+  const char*   s        = SkipWhite(*ps);
+  const int32_t IsQuoted = *s == '"';
+  uint32_t      Len      = 0;
+  s += IsQuoted;
+  while (Len < BufferSize - 1 && !(IsQuoted ? IsLineEnd(*s) : IsWordEnd(*s))) {
+    if (*s == '"') {
+      s++;
+      break;
+    }
+    pBuffer[Len++] = *s++;
+  }
+  pBuffer[Len] = 0;
+  s            = SkipWhite(s);
+  *ps          = *s == ',' ? SkipWhite(s + 1) : s;
+}
+
+uint32_t UTIL_ParseValue(const char** ps, char* pBuffer, uint32_t BufferSize) {
+  if (pBuffer == NULL || BufferSize == 0) {
+    return PARSE_VALUE_ERROR;
+  }
+  pBuffer[0]             = 0;
+  const char*   s        = SkipWhite(*ps);
+  const int32_t IsQuoted = *s == '"';
+  uint32_t      Len      = 0;
+  s += IsQuoted;
+  if (!IsQuoted && (*s == 0 || *s == ':')) {
+    return 0;  // no other end of a word can follow white space
+  }
+  while (IsQuoted ? *s != '"' : !IsWordEnd(*s) && *s != ':') {
+    if (*s == 0) {
+      return PARSE_VALUE_ERROR;  // without a terminator behind the characters, as promised
+    }
+    if (Len < BufferSize - 1) {
+      pBuffer[Len++] = *s;
+    }
+    s++;
+  }
+  pBuffer[Len] = 0;
+  *ps          = s + IsQuoted;
+  return 0;
+}
+
+void UTIL_Trim(char* s, int32_t TrimLeft, int32_t TrimRight) {
+  size_t Len = strlen(s);
+  if (TrimLeft) {
+    size_t NumBlanks = 0;
+    while (IsTrimmed(s[NumBlanks])) {
+      NumBlanks++;
+    }
+    Len -= NumBlanks;
+    memmove(s, s + NumBlanks, Len + 1);
+  }
+  if (TrimRight && Len > 0) {
+    while (Len > 1 && IsTrimmed(s[Len - 1])) {
+      Len--;
+    }
+    s[Len] = 0;
+  }
+}
+
+void UTIL_ConvertBackslashes(char* sPath) {
+  UTIL_ReplaceChar(sPath, '\\', '/');
+}
+
+void UTIL_AddTrailingSlash(char* sPath, uint32_t BufferSize) {
+  const uint32_t Len = UTIL_StrNLen(sPath, BufferSize);
+  if (Len > 0 && (sPath[Len - 1] == '/' || sPath[Len - 1] == '\\')) {
+    return;
+  }
+  if (Len + 1 < BufferSize) {
+    sPath[Len]     = '/';
+    sPath[Len + 1] = 0;
+  }
+}
