@@ -51,7 +51,7 @@ int32_t SelectFamily(const FAMILY_ROW** ppRow) {
   char acEntry[ENTRY_SIZE];
   UTIL_CopyString(acEntry, sLine, ENTRY_SIZE);
   if (acEntry[0] != 0) {
-    add_history(sLine);  // the history keeps the line
+    add_history(sLine);  // kept: a history may go on using the line itself
   } else {
     free(sLine);
   }
