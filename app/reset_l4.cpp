@@ -83,7 +83,7 @@ int32_t ResetOptionBytesL4(void) {
   const uint32_t OptR = ReadWordOrZero(FLASH_OPTR);
   if (OptR & RDP_TEST) {
     UnlockOptionBytes();
-    QUOBEARM_WriteU32(FLASH_OPTR, OptR & ~OPTR_RDP);  // RDP 0x00, level 1
+    QUOBEARM_WriteU32(FLASH_OPTR, OptR & ~OPTR_RDP);  // RDP zero: level 1
     LaunchOptionBytesL4();
   }
   UnlockOptionBytes();

@@ -4,9 +4,11 @@
 #include "probeapi/names.inc"
 #undef FORWARD
 
-#define FORWARD(Name) +1
-static_assert(0
+#define FORWARD(Name) INDEX_##Name,
+enum {
 #include "probeapi/names.inc"
-                  == FORWARD_NUM_FUNCTIONS,
-              "a name is missing from the list, or one too many is in it");
+  NUM_NAMES
+};
 #undef FORWARD
+static_assert(NUM_NAMES == FORWARD_NUM_FUNCTIONS,
+              "a name is missing, or one too many is in the list");
