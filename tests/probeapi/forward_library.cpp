@@ -18,7 +18,8 @@ PROBE_CALL double QUOBE_AddMirrorAreaEx(double a, double b, double c, double d, 
   return a + 2 * b + 3 * c + 4 * d + 5 * e + 6 * f + 7 * g + 8 * h + 9 * i + 10 * j + 11 * k;
 }
 
-PROBE_CALL int QUOBE_BeginDownload(char* pBuffer, int Size, const char* sFormat, ...) {
+PROBE_CALL __attribute__((format(printf, 3, 4))) int QUOBE_BeginDownload(char* pBuffer, int Size,
+                                                                         const char* sFormat, ...) {
   va_list Args;
   va_start(Args, sFormat);
   const int Length = vsnprintf(pBuffer, static_cast<size_t>(Size), sFormat, Args);
