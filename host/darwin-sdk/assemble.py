@@ -1,0 +1,54 @@
+#!/usr/bin/env python3
+"""Puts together what clang takes for a macOS SDK, on a machine that has none.
+
+    assemble.py WHEEL FOLDER
+
+WHEEL is the ziglang package: it carries the C headers of Darwin and the link stub of libSystem.
+What it lacks comes from beside this script, and is our own: include/ declares the few functions
+of libedit, CoreFoundation and IOKit that the product calls, stubs/ lists them for the linker. A
+function that is missing from there does not compile or does not link; add it to both.
+
+FOLDER is then laid out as an SDK is, so the build needs no special case: -isysroot FOLDER.
+"""
+
+import pathlib
+import shutil
+import sys
+import zipfile
+
+HERE = pathlib.Path(__file__).resolve().parent
+LIBC = "ziglang/lib/libc/"
+INCLUDE = LIBC + "include/any-macos-any/"
+FRAMEWORKS = ("CoreFoundation", "IOKit")
+
+
+def main():
+    wheel, sdk = sys.argv[1], pathlib.Path(sys.argv[2])
+    if sdk.exists():
+        shutil.rmtree(sdk)
+    include = sdk / "usr/include"
+    lib = sdk / "usr/lib"
+    lib.mkdir(parents=True)
+
+    with zipfile.ZipFile(wheel) as package:
+        for entry in package.infolist():
+            if entry.filename.startswith(INCLUDE) and not entry.is_dir():
+                target = include / entry.filename[len(INCLUDE):]
+                target.parent.mkdir(parents=True, exist_ok=True)
+                target.write_bytes(package.read(entry))
+        (lib / "libSystem.tbd").write_bytes(package.read(LIBC + "darwin/libSystem.tbd"))
+
+    # Ours fill gaps and hide nothing: a header that the package has as well is a mistake here.
+    for header in (HERE / "include").rglob("*.h"):
+        if (include / header.relative_to(HERE / "include")).exists():
+            sys.exit(f"assemble: {header} is in the package too; remove ours")
+
+    shutil.copytree(HERE / "include/editline", include / "editline")
+    shutil.copy(HERE / "stubs/libedit.tbd", lib)
+    for name in FRAMEWORKS:
+        framework = sdk / f"System/Library/Frameworks/{name}.framework"
+        shutil.copytree(HERE / "include" / name, framework / "Headers")
+        shutil.copy(HERE / f"stubs/{name}.tbd", framework)
+
+
+main()
