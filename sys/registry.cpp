@@ -1,0 +1,582 @@
+#include "sys/registry.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "sys/file.h"
+#include "sys/memory.h"
+#include "sys/path.h"
+#include "util/format.h"
+#include "util/scan.h"
+#include "util/string.h"
+
+// ---- Roots and their files ----------------------------------------------------------------------
+
+struct RegistryRootSlot {
+  XmlDocument* pDoc;         // NULL while not loaded
+  char*        pSnapshot;    // the text right after loading, not terminated; NULL without one
+  uint32_t     SnapshotLen;  // in bytes
+};
+
+static const uintptr_t FIRST_ROOT = 0x80000000;
+static const uintptr_t LAST_ROOT  = 0x80000006;
+static const uint32_t  NUM_SLOTS  = 3;
+
+static RegistryRootSlot  aSlot[NUM_SLOTS];
+static const char* const FileNames[NUM_SLOTS] = {
+    "OSTREL_REG_HKEY_CLASSES_ROOT.xml",
+    "OSTREL_REG_HKEY_CURRENT_USER.xml",
+    "OSTREL_REG_HKEY_LOCAL_MACHINE.xml",
+};
+
+static const char EmptyStore[] = "<Registry>\r\n</Registry>";
+
+// Another process may hold a file for a moment.
+static const uint32_t OPEN_RETRIES  = 3;
+static const uint32_t OPEN_DELAY_MS = 5;
+
+static int IsRoot(const RegistryKeyHandle* hKey) {
+  return (uintptr_t)hKey >= FIRST_ROOT && (uintptr_t)hKey <= LAST_ROOT;
+}
+
+// Stores the path of a root's file in a buffer of SYS_PATH_SIZE bytes. The directory is made when it
+// is missing. 0, or -1 when that fails or the path does not fit.
+static int32_t BuildFilePath(uint32_t Slot, char* pPath) {
+  if (SYS_PATH_GetAppSupportDir(pPath, SYS_PATH_SIZE) != 0) {
+    return -1;
+  }
+  UTIL_AddTrailingSlash(pPath, SYS_PATH_SIZE);
+  if (strlen(pPath) + strlen(FileNames[Slot]) >= SYS_PATH_SIZE) {
+    return -1;
+  }
+  UTIL_AppendString(pPath, FileNames[Slot], SYS_PATH_SIZE);
+  UTIL_ConvertBackslashes(pPath);
+  return 0;
+}
+
+static int32_t OpenFile(const char* sPath, uint32_t Mode) {
+  return SYS_FILE_OpenRegular(sPath, Mode, OPEN_RETRIES, OPEN_DELAY_MS);
+}
+
+// Makes sPath a valid empty store after it could not be loaded. Only a text that was read and found
+// wrong is given up: a file that could not be read this time may hold good values.
+static int32_t MakeValidStore(const char* sPath, int32_t LoadError) {
+  uint32_t Mode = SYS_FILE_READ | SYS_FILE_WRITE | SYS_FILE_CREATE;
+  if (LoadError != SYS_XML_ERR_FILE && LoadError != SYS_XML_ERR_MEMORY) {
+    Mode |= SYS_FILE_TRUNCATE;
+  }
+  const int32_t hFile = OpenFile(sPath, Mode);
+  if (hFile < 0) {
+    return -1;
+  }
+  if (SYS_FILE_Seek(hFile, 0, SEEK_END) == 0) {
+    SYS_FILE_Write(hFile, EmptyStore, (uint32_t)strlen(EmptyStore));  // loading it tells the rest
+  }
+  SYS_FILE_Close(hFile);
+  return 0;
+}
+
+// The document's text in a buffer that the caller frees, its length in *pLength. NULL without
+// memory and when the text is too long to be written.
+static char* AllocText(const XmlDocument* pDoc, uint32_t* pLength) {
+  char*         pText  = (char*)SYS_MEM_Alloc(SYS_XML_MAX_TEXT);
+  const int32_t Length = SYS_XML_StoreDoc(pDoc, pText, SYS_XML_MAX_TEXT);
+  if (Length < 0) {
+    SYS_MEM_Free(pText);
+    return NULL;
+  }
+  *pLength = (uint32_t)Length;
+  return pText;
+}
+
+// Without a snapshot the root counts as changed.
+static void TakeSnapshot(RegistryRootSlot* pSlot) {
+  char* pText = AllocText(pSlot->pDoc, &pSlot->SnapshotLen);
+  if (pText != NULL) {
+    pSlot->pSnapshot = (char*)SYS_MEM_Alloc(pSlot->SnapshotLen);
+    if (pSlot->pSnapshot != NULL) {
+      memcpy(pSlot->pSnapshot, pText, pSlot->SnapshotLen);
+    }
+    SYS_MEM_Free(pText);
+  }
+}
+
+static int32_t LoadRoot(RegistryRootSlot* pSlot, const char* sPath) {
+  int32_t Error;
+  pSlot->pDoc = SYS_XML_LoadDoc(sPath, &Error);
+  if (pSlot->pDoc == NULL && MakeValidStore(sPath, Error) == 0) {
+    pSlot->pDoc = SYS_XML_LoadDoc(sPath, NULL);
+  }
+  if (pSlot->pDoc == NULL) {
+    return -1;
+  }
+  TakeSnapshot(pSlot);
+  return 0;
+}
+
+// Stores what hKey stands for, loading its root when it is one. 0, or -1 for a NULL key and a root
+// that cannot be loaded.
+static int32_t ResolveKey(const RegistryKeyHandle* hKey, RegistryKeyHandle* pKey) {
+  if (hKey == NULL) {
+    return -1;
+  }
+  if (!IsRoot(hKey)) {
+    *pKey = *hKey;
+    return 0;
+  }
+  char           acPath[SYS_PATH_SIZE];
+  const uint32_t Slot = (uint32_t)((uintptr_t)hKey - FIRST_ROOT);
+  if (Slot >= NUM_SLOTS || BuildFilePath(Slot, acPath) != 0) {
+    return -1;
+  }
+  if (aSlot[Slot].pDoc == NULL && LoadRoot(&aSlot[Slot], acPath) != 0) {
+    return -1;
+  }
+  pKey->pDoc     = aSlot[Slot].pDoc;
+  pKey->pElement = SYS_XML_GetRoot(aSlot[Slot].pDoc);
+  return 0;
+}
+
+static int IsUnchanged(const RegistryRootSlot* pSlot, const char* pText, uint32_t Length) {
+  return pSlot->pSnapshot != NULL && pSlot->SnapshotLen == Length &&
+         memcmp(pSlot->pSnapshot, pText, Length) == 0;
+}
+
+static void WriteRoot(uint32_t Slot, const char* pText, uint32_t Length) {
+  char acPath[SYS_PATH_SIZE];
+  if (BuildFilePath(Slot, acPath) != 0) {
+    return;
+  }
+  const int32_t hFile = OpenFile(acPath, SYS_FILE_WRITE | SYS_FILE_CREATE | SYS_FILE_TRUNCATE);
+  if (hFile >= 0) {
+    SYS_FILE_Write(hFile, pText, Length);
+    SYS_FILE_Close(hFile);
+  }
+}
+
+void SYS_REG_Flush(void) {
+  for (uint32_t Slot = 0; Slot < NUM_SLOTS; Slot++) {
+    RegistryRootSlot* pSlot = &aSlot[Slot];
+    if (pSlot->pDoc == NULL) {
+      continue;
+    }
+    uint32_t Length;
+    char*    pText = AllocText(pSlot->pDoc, &Length);
+    if (pText != NULL && !IsUnchanged(pSlot, pText, Length)) {
+      WriteRoot(Slot, pText, Length);
+    }
+    SYS_MEM_Free(pText);
+    SYS_XML_FreeDoc(pSlot->pDoc);
+    SYS_MEM_Free(pSlot->pSnapshot);
+    memset(pSlot, 0, sizeof(*pSlot));
+  }
+}
+
+// ---- Keys ---------------------------------------------------------------------------------------
+
+static const uint32_t NAME_SIZE = 512;  // of a component or a value's name, terminator counted
+
+// Moves behind the path's next component and its backslash and stores it, in the form of an
+// element's name, in a buffer of NAME_SIZE bytes. 0, or -1 when it is too long.
+static int32_t ReadComponent(const char** ps, char* pName) {
+  uint32_t    Length = 0;
+  const char* s      = *ps;
+  for (; *s != 0 && *s != '\\'; s++) {
+    if (UTIL_IsWhite((uint8_t)*s)) {
+      continue;
+    }
+    if (Length == NAME_SIZE - 1) {
+      return -1;
+    }
+    pName[Length++] = *s;
+  }
+  pName[Length] = 0;
+  SYS_XML_SanitizeName(pName);
+  *ps = *s == 0 ? s : s + 1;
+  return 0;
+}
+
+// 0 when everything that the path names below pElement can be written and loaded again, else -1.
+static int32_t CheckPath(const XmlElement* pElement, const char* sPath) {
+  char     acName[NAME_SIZE];
+  uint32_t Depth = SYS_XML_GetDepth(pElement);
+  while (*sPath != 0) {
+    if (ReadComponent(&sPath, acName) != 0) {
+      return -1;
+    }
+    if (acName[0] == 0) {
+      return 0;
+    }
+    Depth++;
+    if (Depth > SYS_XML_MAX_DEPTH || !SYS_XML_IsElementName(acName)) {
+      return -1;
+    }
+  }
+  return 0;
+}
+
+RegistryKeyHandle* SYS_REG_OpenKey(RegistryKeyHandle* hKey, const char* sPath) {
+  RegistryKeyHandle Key;
+  if (sPath == NULL || ResolveKey(hKey, &Key) != 0 || CheckPath(Key.pElement, sPath) != 0) {
+    return NULL;
+  }
+  RegistryKeyHandle* pHandle = (RegistryKeyHandle*)SYS_MEM_Alloc(sizeof(RegistryKeyHandle));
+  if (pHandle == NULL) {
+    return NULL;
+  }
+  while (*sPath != 0) {
+    char acName[NAME_SIZE];
+    ReadComponent(&sPath, acName);  // was checked above
+    if (acName[0] == 0) {
+      break;
+    }
+    Key.pElement = SYS_XML_FindOrAddChild(Key.pDoc, Key.pElement, acName);
+    if (Key.pElement == NULL) {
+      SYS_MEM_Free(pHandle);
+      return NULL;
+    }
+  }
+  *pHandle = Key;
+  return pHandle;
+}
+
+void SYS_REG_CloseKey(RegistryKeyHandle* hKey) {
+  if (!IsRoot(hKey)) {
+    SYS_MEM_Free(hKey);
+  }
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+struct TYPE_ROW {
+  uint32_t    Type;
+  const char* sName;
+};
+
+static const TYPE_ROW aType[] = {
+    {SYS_REG_TYPE_SZ, "SYS_REG_TYPE_SZ"},
+    {SYS_REG_TYPE_MULTI_SZ, "SYS_REG_TYPE_MULTI_SZ"},
+    {SYS_REG_TYPE_EXPAND_SZ, "SYS_REG_TYPE_EXPAND_SZ"},
+    {SYS_REG_TYPE_BINARY, "SYS_REG_TYPE_BINARY"},
+    {SYS_REG_TYPE_DWORD, "SYS_REG_TYPE_DWORD"},
+    {SYS_REG_TYPE_QWORD, "SYS_REG_TYPE_QWORD"},
+};
+
+// What the names of a value's further attributes are made of.
+static const char     TypeSuffix[]   = "_OSTRELRegType";
+static const char     StringSuffix[] = "_OSTRELRegMltStr";
+static const uint32_t ATTR_NAME_SIZE = NAME_SIZE + 32;  // the longer suffix and an index
+
+// A value that an operation is about.
+struct VALUE {
+  RegistryKeyHandle Key;
+  char              acName[NAME_SIZE];
+  char              acTypeName[ATTR_NAME_SIZE];  // of the attribute that holds the type
+};
+
+// One token of a value's name, appended to the Length characters in a buffer of NAME_SIZE bytes.
+// Returns the new length, 0 or more, or -1 when it does not fit.
+static int32_t AppendToken(const char** ps, char* pName, uint32_t Length) {
+  const int IsQuoted = **ps == '"';
+  if (IsQuoted) {
+    (*ps)++;
+  }
+  for (;;) {
+    const char c = **ps;
+    if (c == 0 || (IsQuoted ? c == '"' : UTIL_IsWhite((uint8_t)c) != 0)) {
+      break;
+    }
+    if (Length == NAME_SIZE - 1) {
+      return -1;
+    }
+    pName[Length++] = c;
+    (*ps)++;
+  }
+  if (IsQuoted && **ps == '"') {
+    (*ps)++;
+  }
+  pName[Length] = 0;
+  return (int32_t)Length;
+}
+
+static int32_t ReadName(const char* sName, char* pName) {
+  UTIL_SkipWhite(&sName);
+  int32_t Length = AppendToken(&sName, pName, 0);
+  while (Length >= 0 && *sName == ' ') {
+    UTIL_SkipWhite(&sName);
+    Length = AppendToken(&sName, pName, (uint32_t)Length);
+  }
+  return Length;
+}
+
+static const int32_t GO_ON = -1;
+
+// What all operations on values begin with. GO_ON, or the operation's result.
+static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, VALUE* pValue) {
+  if (sName == NULL || sName[0] == 0 || ResolveKey(hKey, &pValue->Key) != 0) {
+    return SYS_REG_FAILED;
+  }
+  const int32_t Length = ReadName(sName, pValue->acName);
+  if (Length <= 0) {
+    return Length < 0 ? SYS_REG_FAILED : SYS_REG_OK;
+  }
+  UTIL_snprintf(pValue->acTypeName, (int32_t)ATTR_NAME_SIZE, "%s%s", pValue->acName, TypeSuffix);
+  return GO_ON;
+}
+
+// Stores the name of the attribute that holds a list's string Index, 1 or more.
+static void FormatStringName(const VALUE* pValue, uint32_t Index, char* pName) {
+  UTIL_snprintf(pName, (int32_t)ATTR_NAME_SIZE, "%s%s%d", pValue->acName, StringSuffix, Index);
+}
+
+static XmlAttribute* FindString(const VALUE* pValue, uint32_t Index) {
+  char acName[ATTR_NAME_SIZE];
+  FormatStringName(pValue, Index, acName);
+  return SYS_XML_FindAttr(pValue->Key.pElement, acName);
+}
+
+// ---- Setting ------------------------------------------------------------------------------------
+
+static int32_t SetAttr(const VALUE* pValue, const char* sAttrName, const char* sText) {
+  return SYS_XML_SetAttr(pValue->Key.pDoc, pValue->Key.pElement, sAttrName, sText);
+}
+
+static const char* GetTypeName(uint32_t Type) {
+  const TYPE_ROW* pRow = aType;
+  while (pRow->Type != Type) {
+    pRow++;
+  }
+  return pRow->sName;
+}
+
+// Stores text and type. Type is one of aType.
+static uint32_t SetText(const VALUE* pValue, uint32_t Type, const char* sText) {
+  if (SetAttr(pValue, pValue->acName, sText) != 0 ||
+      SetAttr(pValue, pValue->acTypeName, GetTypeName(Type)) != 0) {
+    return SYS_REG_FAILED;
+  }
+  return SYS_REG_OK;
+}
+
+static uint32_t SetNumber(const VALUE* pValue, uint32_t Type, const void* pData, uint32_t Size) {
+  char           acText[20];
+  uint64_t       Number   = 0;
+  const uint32_t MaxBytes = Type == SYS_REG_TYPE_DWORD ? 4 : 8;
+  if (Size > 0 && pData == NULL) {
+    return SYS_REG_FAILED;
+  }
+  if (Size > 0) {
+    memcpy(&Number, pData, Size < MaxBytes ? Size : MaxBytes);
+  }
+  if (Type == SYS_REG_TYPE_DWORD) {
+    UTIL_snprintf(acText, (int32_t)sizeof(acText), "0x%.8X", (uint32_t)Number);
+  } else {
+    UTIL_snprintf(acText, (int32_t)sizeof(acText), "0x%.8X%.8X", (uint32_t)(Number >> 32),
+                  (uint32_t)Number);
+  }
+  return SetText(pValue, Type, acText);
+}
+
+// Non-zero when a list of strings ends exactly at Size. Nothing behind Size is read.
+static int IsList(const char* pData, uint32_t Size) {
+  uint64_t Pos = (uint64_t)UTIL_StrNLen(pData, Size) + 1;  // the first one counts even when empty
+  while (Pos < Size && pData[Pos] != 0) {
+    Pos += (uint64_t)UTIL_StrNLen(pData + Pos, (uint32_t)(Size - Pos)) + 1;
+  }
+  return Pos + 1 == Size;
+}
+
+// Non-zero for 1, 2, ... as a list's strings are counted.
+static int IsIndex(const char* s) {
+  return *s >= '1' && *s <= '9' && strspn(s, "0123456789") == strlen(s);
+}
+
+// Non-zero when the attribute is the value's text, its type, or a string of its list.
+static int IsEntryOf(const VALUE* pValue, const char* sAttrName) {
+  const size_t NameLen = strlen(pValue->acName);
+  if (strncmp(sAttrName, pValue->acName, NameLen) != 0) {
+    return 0;
+  }
+  const char*  sSuffix   = sAttrName + NameLen;
+  const size_t SuffixLen = strlen(StringSuffix);
+  return sSuffix[0] == 0 || strcmp(sSuffix, TypeSuffix) == 0 ||
+         (strncmp(sSuffix, StringSuffix, SuffixLen) == 0 && IsIndex(sSuffix + SuffixLen));
+}
+
+static uint32_t SetList(const VALUE* pValue, const char* pData, uint32_t Size) {
+  char acName[ATTR_NAME_SIZE];
+  if (pData == NULL || !IsList(pData, Size)) {
+    return SYS_REG_FAILED;
+  }
+  // A string left over from a longer list would be read as part of the new one.
+  XmlElement* pElement = pValue->Key.pElement;
+  for (XmlAttribute* pAttr = pElement->pFirstAttr; pAttr != NULL; pAttr = pAttr->pNext) {
+    if (IsEntryOf(pValue, pAttr->sName)) {
+      SYS_XML_UnlinkAttr(pElement, pAttr);
+    }
+  }
+  if (SetAttr(pValue, pValue->acName, pData) != 0) {
+    return SYS_REG_FAILED;
+  }
+  uint32_t Index = 1;
+  for (const char* s = pData + strlen(pData) + 1; *s != 0; s += strlen(s) + 1) {
+    FormatStringName(pValue, Index++, acName);
+    if (SetAttr(pValue, acName, s) != 0) {
+      return SYS_REG_FAILED;
+    }
+  }
+  return SetText(pValue, SYS_REG_TYPE_MULTI_SZ, pData);
+}
+
+uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t Type,
+                          const void* pData, uint32_t Size) {
+  VALUE         Value;
+  const int32_t Result = Begin(hKey, sName, &Value);
+  if (Result != GO_ON) {
+    return (uint32_t)Result;
+  }
+  if (!SYS_XML_IsAttrName(Value.acName)) {
+    return SYS_REG_FAILED;
+  }
+  switch (Type) {
+    case SYS_REG_TYPE_SZ:
+      return SetText(&Value, Type, (const char*)pData);
+    case SYS_REG_TYPE_DWORD:
+    case SYS_REG_TYPE_QWORD:
+      return SetNumber(&Value, Type, pData, Size);
+    case SYS_REG_TYPE_MULTI_SZ:
+      return SetList(&Value, (const char*)pData, Size);
+    default:
+      return SYS_REG_FAILED;
+  }
+}
+
+// ---- Querying -----------------------------------------------------------------------------------
+
+static uint32_t QueryType(const VALUE* pValue, uint32_t* pType) {
+  const XmlAttribute* pAttr = SYS_XML_FindAttr(pValue->Key.pElement, pValue->acTypeName);
+  if (pAttr == NULL) {
+    return SYS_REG_NOT_FOUND;
+  }
+  for (const TYPE_ROW& Row : aType) {
+    if (strcmp(pAttr->sValue, Row.sName) == 0) {
+      *pType = Row.Type;
+      return SYS_REG_OK;
+    }
+  }
+  *pType = (uint32_t)SYS_REG_TYPE_UNKNOWN;
+  return SYS_REG_FAILED;
+}
+
+static uint32_t QueryText(const XmlAttribute* pAttr, char* pData, uint32_t* pSize) {
+  const uint32_t Capacity = *pSize;
+  *pSize                  = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData, Capacity);
+  return Capacity < *pSize ? SYS_REG_MORE_DATA : SYS_REG_OK;
+}
+
+static uint32_t QueryNumber(const XmlAttribute* pAttr, uint32_t NumBytes, void* pData,
+                            uint32_t* pSize) {
+  if (*pSize < NumBytes) {
+    return SYS_REG_MORE_DATA;
+  }
+  const char* s      = pAttr->sValue;
+  uint64_t    Number = 0;
+  UTIL_ParseHex(&s, &Number);        // what is no number leaves the 0
+  memcpy(pData, &Number, NumBytes);  // the low bytes come first
+  *pSize = NumBytes;
+  return SYS_REG_OK;
+}
+
+static uint32_t Min(uint32_t A, uint32_t B) {
+  return A < B ? A : B;
+}
+
+// Two counts run side by side. Remaining is what the reported size is made of: it leaves out the
+// terminators, as callers of the format expect. Pos is where bytes really go, so that none of them
+// lies behind the buffer. Pos never exceeds the capacity.
+static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* pData,
+                          uint32_t* pSize) {
+  const uint32_t Capacity  = *pSize;
+  uint32_t       Remaining = Capacity;
+  uint32_t       Total     = 0;
+  uint32_t       Pos       = 0;
+  for (uint32_t Index = 1; pAttr != NULL; Index++) {
+    const uint32_t Room   = Min(Remaining, Capacity - Pos);
+    const uint32_t Length = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData + Pos, Room);
+    Remaining -= Min(Length, Remaining);
+    if (Remaining > 0) {
+      Pos += Min(Length + 1, Room);
+    }
+    Total += Length;
+    pAttr = FindString(pValue, Index);
+  }
+  if (Remaining > 0) {
+    if (Pos < Capacity) {
+      pData[Pos] = 0;
+    }
+    Total++;
+  }
+  *pSize = Total;
+  return Total > Capacity ? SYS_REG_MORE_DATA : SYS_REG_OK;
+}
+
+uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t* pType,
+                            void* pData, uint32_t* pSize) {
+  VALUE    Value;
+  uint32_t Type;
+  if (pData != NULL && pSize == NULL) {
+    return SYS_REG_FAILED;
+  }
+  const int32_t Result = Begin(hKey, sName, &Value);
+  if (Result != GO_ON) {
+    return (uint32_t)Result;
+  }
+  const uint32_t TypeResult = QueryType(&Value, &Type);
+  if (TypeResult != SYS_REG_NOT_FOUND && pType != NULL) {
+    *pType = Type;
+  }
+  if (TypeResult != SYS_REG_OK || pData == NULL) {
+    return TypeResult;
+  }
+  const XmlAttribute* pAttr = SYS_XML_FindAttr(Value.Key.pElement, Value.acName);
+  if (pAttr == NULL) {
+    return SYS_REG_FAILED;
+  }
+  switch (Type) {
+    case SYS_REG_TYPE_SZ:
+    case SYS_REG_TYPE_EXPAND_SZ:
+      return QueryText(pAttr, (char*)pData, pSize);
+    case SYS_REG_TYPE_DWORD:
+      return QueryNumber(pAttr, 4, pData, pSize);
+    case SYS_REG_TYPE_QWORD:
+      return QueryNumber(pAttr, 8, pData, pSize);
+    case SYS_REG_TYPE_MULTI_SZ:
+      return QueryList(&Value, pAttr, (char*)pData, pSize);
+    default:
+      return SYS_REG_FAILED;
+  }
+}
+
+// ---- Deleting -----------------------------------------------------------------------------------
+
+uint32_t SYS_REG_DeleteValue(RegistryKeyHandle* hKey, const char* sName) {
+  VALUE         Value;
+  uint32_t      Type;
+  const int32_t Result = Begin(hKey, sName, &Value);
+  if (Result != GO_ON) {
+    return (uint32_t)Result;
+  }
+  if (QueryType(&Value, &Type) != SYS_REG_OK) {
+    return SYS_REG_FAILED;
+  }
+  XmlElement* pElement = Value.Key.pElement;
+  if (Type == SYS_REG_TYPE_MULTI_SZ) {
+    XmlAttribute* pAttr;
+    for (uint32_t Index = 1; (pAttr = FindString(&Value, Index)) != NULL; Index++) {
+      SYS_XML_UnlinkAttr(pElement, pAttr);
+    }
+  }
+  SYS_XML_RemoveAttr(pElement, Value.acName);  // may be missing, which does not matter
+  SYS_XML_RemoveAttr(pElement, Value.acTypeName);
+  return SYS_REG_OK;
+}

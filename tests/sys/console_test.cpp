@@ -1,0 +1,84 @@
+#include "sys/console.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <termios.h>
+#include <unistd.h>
+
+// The first call changes standard input for the whole process, so each test is a process: it runs in
+// a child with standard input replaced. The child's exit status counts what went wrong.
+class SysConsole : public testing::Test {
+ protected:
+  template <typename FUNCTION>
+  void InChild(int hInput, FUNCTION Body) {
+    EXPECT_EXIT(
+        {
+          if (dup2(hInput, STDIN_FILENO) < 0) {
+            _exit(99);
+          }
+          _exit(Body());
+        },
+        testing::ExitedWithCode(0), "");
+  }
+};
+
+// Waits, with a bound, until so many bytes are there: a terminal passes them on in its own time.
+static int32_t WaitForKeys(int32_t Expected) {
+  for (int i = 0; i < 2000 && SYS_CONSOLE_IsKeyPressed() < Expected; i++) {
+    usleep(1000);
+  }
+  return SYS_CONSOLE_IsKeyPressed();
+}
+
+TEST_F(SysConsole, AKeyOnATerminalCountsBeforeTheLineEnds) {
+  const int hMaster = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(hMaster, 0);
+  ASSERT_EQ(0, grantpt(hMaster));
+  ASSERT_EQ(0, unlockpt(hMaster));
+  const int hSlave = open(ptsname(hMaster), O_RDWR | O_NOCTTY);
+  ASSERT_GE(hSlave, 0);
+  InChild(hSlave, [&] {
+    if (SYS_CONSOLE_IsKeyPressed() != 0) {
+      return 1;
+    }
+    struct termios Settings;
+    if (tcgetattr(STDIN_FILENO, &Settings) != 0 || (Settings.c_lflag & ICANON) != 0) {
+      return 2;
+    }
+    if (write(hMaster, "ab", 2) != 2 || WaitForKeys(2) != 2) {
+      return 3;
+    }
+    if (getchar() != 'a' || SYS_CONSOLE_IsKeyPressed() != 1) {
+      return 4;  // getchar() must not take what it does not return
+    }
+    return 0;
+  });
+  close(hSlave);
+  close(hMaster);
+}
+
+TEST_F(SysConsole, APipeIsCountedToo) {
+  int ahPipe[2];
+  ASSERT_EQ(0, pipe(ahPipe));
+  InChild(ahPipe[0], [&] {
+    if (SYS_CONSOLE_IsKeyPressed() != 0 || write(ahPipe[1], "xyz", 3) != 3) {
+      return 1;
+    }
+    return SYS_CONSOLE_IsKeyPressed() == 3 ? 0 : 2;
+  });
+  close(ahPipe[0]);
+  close(ahPipe[1]);
+}
+
+TEST_F(SysConsole, ADescriptorThatCannotBeAskedCountsAsNoKey) {
+  int ahPipe[2];
+  ASSERT_EQ(0, pipe(ahPipe));
+  InChild(ahPipe[0], [&] {
+    close(STDIN_FILENO);
+    return SYS_CONSOLE_IsKeyPressed() == 0 ? 0 : 1;
+  });
+  close(ahPipe[0]);
+  close(ahPipe[1]);
+}

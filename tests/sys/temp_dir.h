@@ -1,0 +1,71 @@
+// tests/sys/temp_dir.h
+//
+// A directory of the test's own, and files in it as strings.
+
+#ifndef TESTS_SYS_TEMP_DIR_H
+#define TESTS_SYS_TEMP_DIR_H
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+// Made when constructed, removed with all that is in it when destroyed.
+class TempDir {
+ public:
+  TempDir() {
+    char acPath[] = "/tmp/quobe_sys_XXXXXX";
+    m_sPath       = mkdtemp(acPath);
+  }
+  ~TempDir() {
+    std::error_code Ignored;
+    std::filesystem::remove_all(m_sPath, Ignored);
+  }
+  TempDir(const TempDir&)            = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  // The path of sName in the directory; the directory itself for none.
+  std::string Path(const std::string& sName = "") const {
+    return sName.empty() ? m_sPath : m_sPath + "/" + sName;
+  }
+
+ private:
+  std::string m_sPath;
+};
+
+inline std::string ReadFile(const std::string& sPath) {
+  std::ifstream     File(sPath, std::ios::binary);
+  std::stringstream Text;
+  Text << File.rdbuf();
+  return Text.str();
+}
+
+inline void WriteFile(const std::string& sPath, const std::string& sText) {
+  std::ofstream(sPath, std::ios::binary | std::ios::trunc) << sText;
+}
+
+// Runs as another user as long as it lives when the tests run as root, whom no permission stops.
+class Unprivileged {
+ public:
+  Unprivileged() : m_IsRoot(geteuid() == 0) {
+    if (m_IsRoot && seteuid(65534) != 0) {
+      abort();
+    }
+  }
+  ~Unprivileged() {
+    if (m_IsRoot && seteuid(0) != 0) {
+      abort();
+    }
+  }
+  Unprivileged(const Unprivileged&)            = delete;
+  Unprivileged& operator=(const Unprivileged&) = delete;
+
+ private:
+  bool m_IsRoot;
+};
+
+#endif
