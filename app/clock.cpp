@@ -2,7 +2,7 @@
 
 #include <mach/mach_time.h>
 
-static const uint64_t TICKS_PER_MS = 1000000;  // a tick is a nanosecond on x86-64
+static const uint64_t TICKS_PER_MS = 1000000;  // a tick counts as a nanosecond
 
 uint32_t TimeOrigin;
 

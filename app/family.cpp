@@ -1,11 +1,12 @@
 #include "app/family.h"
 
-// The line editor's header uses FILE without asking for it.
+#include <fcntl.h>
 #include <stdio.h>
 // clang-format off
-#include <editline/readline.h>
+#include <editline/readline.h>  // behind stdio.h: it uses FILE without asking for it
 // clang-format on
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "app/options.h"
 #include "app/print.h"
@@ -36,6 +37,28 @@ void PrintFamilyDescription(void) {
       "mass erase.");
 }
 
+// Reads a line; NULL at the end of input. The line editor complains on standard error about a
+// terminal type it does not know and then works without it. That is of no use to the user, and a
+// script takes anything on standard error for a failure.
+static char* ReadEntry(void) {
+  const int SavedError = dup(STDERR_FILENO);
+  const int Null       = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (SavedError >= 0 && Null >= 0) {
+    dup2(Null, STDERR_FILENO);
+  }
+  char* sLine = readline("Please select the correct device family: ");
+  if (SavedError >= 0 && Null >= 0) {
+    dup2(SavedError, STDERR_FILENO);
+  }
+  if (SavedError >= 0) {
+    close(SavedError);
+  }
+  if (Null >= 0) {
+    close(Null);
+  }
+  return sLine;
+}
+
 int32_t SelectFamily(const FAMILY_ROW** ppRow) {
   PrintLine("\n");  // ends the description and leaves an empty line
   PrintLine("Options:");
@@ -45,7 +68,7 @@ int32_t SelectFamily(const FAMILY_ROW** ppRow) {
 
   char* sLine;
   do {
-    sLine = readline("Please select the correct device family: ");
+    sLine = ReadEntry();
   } while (sLine == NULL);
 
   char acEntry[ENTRY_SIZE];

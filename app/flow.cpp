@@ -1,5 +1,6 @@
 #include "app/flow.h"
 
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -60,6 +61,9 @@ static int32_t Connect(void) {
       QUOBEARM_EMU_SelectByUSBSN(Settings.SerialNo);
     }
   }
+  // From here on a reader of the output that goes away must not end the run: it could be between an
+  // erase and the programming behind it.
+  signal(SIGPIPE, SIG_IGN);
   const char* sError = QUOBEARM_Open();
   if (sError != NULL) {
     PrintLine(sError);

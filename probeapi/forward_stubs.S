@@ -72,7 +72,9 @@
 
 // XSAVE components that can hold arguments: SSE (1), AVX (2), AVX-512 (5, 6, 7).
 #define XSAVE_VECTORS 0xE6
+#ifndef CPUID1_ECX_OSXSAVE      // a test sets it to 0, as on a processor without XSAVE
 #define CPUID1_ECX_OSXSAVE (1 << 27)
+#endif
 #define FXSAVE_SIZE 512
 
   .text
@@ -91,6 +93,7 @@
   pushq %r8                     // -48
   pushq %r9                     // -56
   pushq %rbx                    // -64
+  .cfi_offset %rbx, -80
   pushq %r10                    // -72  slot
   pushq %r11                    // -80  name
 
@@ -151,6 +154,8 @@
   movq  -64(%rbp), %rbx
   leaveq
   .cfi_def_cfa %rsp, 8
+  .cfi_restore %rbp
+  .cfi_restore %rbx
   testq %r11, %r11
   je    6f
   jmpq  *%r11
@@ -248,6 +253,8 @@
   mov   x1, #0
   movi  v0.2d, #0
   movi  v1.2d, #0
+  movi  v2.2d, #0
+  movi  v3.2d, #0
   ret
   .cfi_endproc
   END_FUNCTION C_NAME(FORWARD_ResolveAndJump)

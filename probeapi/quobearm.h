@@ -18,8 +18,8 @@
 #include <stdint.h>
 
 // Filled by QUOBEARM_GetHWStatus. The library writes as much as its own layout has, so the record
-// is larger than any published one. Zero it first.
-struct HWSTATUS {
+// is larger than any published one, and aligned for any field it may have. Zero it first.
+struct alignas(16) HWSTATUS {
   uint16_t VTarget;  // target voltage in millivolts
   uint8_t  aFurther[510];
 };

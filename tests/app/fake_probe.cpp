@@ -55,6 +55,9 @@ int32_t QUOBEARM_WriteU16(uint32_t, uint16_t) {
 
 int32_t QUOBEARM_Reset(void) {
   FakeProbe.NumResets++;
+  if (FakeProbe.OnReset) {
+    FakeProbe.OnReset();
+  }
   return Called("Reset");
 }
 

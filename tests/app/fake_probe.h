@@ -17,6 +17,7 @@ struct FAKE_PROBE {
   int                                                     NumReads;       // all reads
   int                                                     NumResets;  // all calls of QUOBEARM_Reset
   uint64_t                                                SleptUs;    // all sleeps
+  std::function<void()>                                   OnReset;    // may be empty
   std::string Last;  // the last call, as in the scripted probe's log
 };
 

@@ -22,6 +22,8 @@ static int32_t Parse(UNLOCK_SETTINGS* pSettings, std::vector<const char*> Args,
 TEST(AppCompareNoCase, FoldsOnlyAsciiLetters) {
   EXPECT_TRUE(CompareNoCase("-Speed", "-sPEED"));
   EXPECT_TRUE(CompareNoCase("", ""));
+  EXPECT_TRUE(CompareNoCase("AZ", "az"));
+  EXPECT_TRUE(CompareNoCase("az", "AZ"));
   EXPECT_FALSE(CompareNoCase("[", "{"));  // one bit apart like 'A' and 'a'
   EXPECT_FALSE(CompareNoCase("@", "`"));
   EXPECT_FALSE(CompareNoCase("\xC4", "\xE4"));  // A umlaut in Latin-1

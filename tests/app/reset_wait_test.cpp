@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "app/clock.h"
 #include "app/family.h"
 #include "app/reset.h"
@@ -83,6 +86,32 @@ TEST(AppResetF4, PcropStageGivesUpTooAndLeavesTheSecondStageAlone) {
   EXPECT_EQ(2, FakeProbe.NumResets);
 }
 
+TEST(AppResetF4, TimeoutIsToldBeforeTheTargetIsReset) {
+  FAKE_PROBE_Begin(1000);
+  FakeProbe.Read          = AlwaysBusyF4;
+  FakeProbe.TimePerReadUs = 1000000;
+  std::string Shown;
+  FakeProbe.OnReset = [&] {
+    Shown = testing::internal::GetCapturedStdout();
+    testing::internal::CaptureStdout();
+  };
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  const std::string End = "Timeout while waiting for device to be unsecured.\n";
+  ASSERT_GE(Shown.size(), End.size());
+  EXPECT_EQ(End, Shown.substr(Shown.size() - End.size()));
+}
+
+TEST(AppResetF4, DeadlineIsComparedAsASignedNumber) {
+  FAKE_PROBE_Begin(1000);
+  GetTimeMs();
+  FakeProbe.TimeUs +=
+      (0x7FFFFFF0ull - 3000) * 1000;  // the deadline lies beyond the largest signed number
+  FakeProbe.Read          = AlwaysBusyF4;
+  FakeProbe.TimePerReadUs = 1000000;
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  EXPECT_EQ(2 + 1, FakeProbe.NumReads);  // it counts as long past
+}
+
 TEST(AppResetF4, DeadlineHoldsWhenTheClockWrapsMeanwhile) {
   FAKE_PROBE_Begin(0xFFFFFFFF - 10000);
   FakeProbe.Read          = AlwaysBusyF4;
@@ -131,6 +160,42 @@ TEST(AppResetH7, HundredthReadStillCountsAndThe101stDoesNot) {
     };
     EXPECT_EQ(ReadyAt == 100 ? 0 : -1, RunRoutine(ResetOptionBytesH7)) << ReadyAt;
   }
+}
+
+// Registers of an H7 at factory values whose wait never ends in the given bank and pass.
+static int32_t RunH7BusyIn(uint32_t StatusRegister, int Pass, int* pNumResets) {
+  FAKE_PROBE_Begin(0);
+  FakeProbe.Read = [=](uint32_t Address, int NumReads) -> uint32_t {
+    if (Address == StatusRegister && NumReads >= (Pass == 1 ? 1 : 2)) {
+      return 0x1416AAF1;
+    }
+    return (Address & 0xFF) == 0x1C ? 0x1416AAF0 : 0;
+  };
+  const int32_t Result = RunRoutine(ResetOptionBytesH7);
+  *pNumResets          = FakeProbe.NumResets;
+  return Result;
+}
+
+TEST(AppResetH7, GivesUpInEitherPassOfEitherBank) {
+  for (const uint32_t StatusRegister : {0x5200201Cu, 0x5200211Cu}) {
+    for (const int Pass : {1, 2}) {
+      int NumResets = 0;
+      EXPECT_EQ(-1, RunH7BusyIn(StatusRegister, Pass, &NumResets));
+      EXPECT_EQ("Reset target...O.K.\nReset option bytes to factory settings...\n", Output);
+      EXPECT_EQ(1, NumResets);
+    }
+  }
+}
+
+TEST(AppResetL4, ReloadHas200MillisecondsBeforeTheResetIsAnnounced) {
+  FAKE_PROBE_Begin(0);
+  FakeProbe.Read = [](uint32_t Address, int) -> uint32_t {
+    return Address == 0x40022020 ? 0xFFEFF8AA : 0;
+  };
+  std::vector<uint64_t> Times;
+  FakeProbe.OnReset = [&] { Times.push_back(FakeProbe.TimeUs); };
+  EXPECT_EQ(0, RunRoutine(ResetOptionBytesL4));
+  EXPECT_EQ((std::vector<uint64_t>{0, 205000, 410000, 615000}), Times);
 }
 
 TEST(AppResetL4, PollsEveryFiveMillisecondsAndGivesTheReload200) {

@@ -8,9 +8,11 @@ int64_t QUOBE_AddMirrorArea(int64_t, int64_t, int64_t, int64_t, int64_t, int64_t
 double QUOBE_AddMirrorAreaEx(double, double, double, double, double, double, double, double, double,
                              float, int);
 int    QUOBE_BeginDownload(char* pBuffer, int Size, const char* sFormat, ...);
-LARGE_STRUCT          QUOBE_Clock(LARGE_STRUCT, int);
-MIXED_STRUCT          QUOBE_Close(MIXED_STRUCT);
-WIDE_CODE WIDE_VECTOR QUOBE_ClrBP(WIDE_VECTOR, WIDE_VECTOR);
+LARGE_STRUCT              QUOBE_Clock(LARGE_STRUCT, int);
+MIXED_STRUCT              QUOBE_Close(MIXED_STRUCT);
+WIDE_CODE WIDE_VECTOR     QUOBE_ClrBP(WIDE_VECTOR, WIDE_VECTOR);
+WIDEST_CODE WIDEST_VECTOR QUOBE_ClrBPEx(WIDEST_VECTOR, WIDEST_VECTOR);
+int                       QUOBE_ClrDataEvent(int, ...);
 
 __attribute__((visibility("default"))) int64_t CALLER_Integers(void) {
   return QUOBE_AddMirrorArea(1, 20, 300, 4000, 50000, 600000, 7000000, 80000000, 900000000,
@@ -45,5 +47,20 @@ __attribute__((visibility("default"))) WIDE_CODE void CALLER_Vector(double* pRes
   for (int i = 0; i < WIDE_VECTOR_ITEMS; i++) {
     pResult[i] = Sum[i];
   }
+}
+__attribute__((visibility("default"))) WIDEST_CODE void CALLER_WidestVector(double* pResult) {
+  WIDEST_VECTOR a, b;
+  for (int i = 0; i < WIDEST_VECTOR_ITEMS; i++) {
+    a[i] = i + 1;
+    b[i] = 100 * (i + 1);
+  }
+  const WIDEST_VECTOR Sum = QUOBE_ClrBPEx(a, b);
+  for (int i = 0; i < WIDEST_VECTOR_ITEMS; i++) {
+    pResult[i] = Sum[i];
+  }
+}
+
+__attribute__((visibility("default"))) int CALLER_NumVectorRegisters(void) {
+  return QUOBE_ClrDataEvent(1, 1.0, 2.0, 3.0);
 }
 }

@@ -5,6 +5,7 @@
 
 #include <stdarg.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #define PROBE_CALL extern "C" __attribute__((visibility("default")))
 
@@ -59,7 +60,39 @@ PROBE_CALL void QUOBE_SetSpeed(long* pWritten) {
   *pWritten = 4711;
 }
 
+PROBE_CALL WIDEST_CODE WIDEST_VECTOR QUOBE_ClrBPEx(WIDEST_VECTOR a, WIDEST_VECTOR b) {
+  return a + b;
+}
+
+#define STRINGIFY(Text) #Text
+#define EXPAND(Text)    STRINGIFY(Text)
+#define ASM_NAME(Name)  EXPAND(__USER_LABEL_PREFIX__) #Name
+
 // A symbol whose value is null.
-__asm__(
-    ".globl QUOBE_GetSpeed\n"
-    ".set QUOBE_GetSpeed, 0\n");
+__asm__(".globl " ASM_NAME(QUOBE_GetSpeed) "\n"
+        ".set " ASM_NAME(QUOBE_GetSpeed) ", 0\n");
+
+#if defined(__x86_64__)
+// Returns the number of vector registers that a variadic call says it uses.
+__asm__(".text\n"
+        ".globl " ASM_NAME(QUOBE_ClrDataEvent) "\n"
+        ASM_NAME(QUOBE_ClrDataEvent) ":\n"
+        "  movzbl %al, %eax\n"
+        "  retq\n");
+
+// Opening the library uses the vector registers, as a dynamic loader may: none of the first caller's
+// arguments survives in them by luck.
+__attribute__((constructor, target("avx"))) static void UseVectorRegisters(void) {
+  if (HAVE_WIDE_CODE) {
+    __asm__ volatile("vzeroall" ::: "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7");
+  }
+}
+#endif
+
+// Closing it is seen.
+__attribute__((destructor)) static void SayClosed(void) {
+  static const char Text[] = "library closed\n";
+  if (write(1, Text, sizeof(Text) - 1) < 0) {
+    _exit(95);
+  }
+}

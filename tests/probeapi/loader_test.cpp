@@ -6,16 +6,21 @@
 #include <libproc.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
+
+void SetHandle();  // what a load by somebody else does
 
 namespace {
 
 struct {
   bool                     HasModule;
   std::string              Module;  // what dladdr tells
+  bool                     NullModule;
+  bool                     OpenedMeanwhile;  // by another thread, while dladdr is asked
   int                      PidPathResult;
   std::string              Executable;  // what proc_pidpath tells
   std::string              Present;     // the one file that can be opened
@@ -26,15 +31,19 @@ struct {
 
 int FakeDladdr(const void*, Dl_info* pInfo) {
   World.NumModuleQuestions++;
-  pInfo->dli_fname = World.Module.c_str();
+  pInfo->dli_fname = World.NullModule ? nullptr : World.Module.c_str();
+  if (World.OpenedMeanwhile) {
+    SetHandle();
+  }
   return World.HasModule ? 1 : 0;
 }
 
 int FakeProcPidPath(int Pid, void* pBuffer, uint32_t BufferSize) {
   EXPECT_EQ(getpid(), Pid);
   EXPECT_EQ(4096u, BufferSize);
-  if (World.PidPathResult > 0) {
-    snprintf(static_cast<char*>(pBuffer), BufferSize, "%s", World.Executable.c_str());
+  memset(pBuffer, 'x', BufferSize);  // all of it is ours to write, and a failure may leave rubbish
+  if (World.Executable.size() < BufferSize) {
+    memcpy(pBuffer, World.Executable.c_str(), World.Executable.size() + 1);
   }
   return World.PidPathResult;
 }
@@ -54,6 +63,10 @@ void* FakeDlopen(const char* sPath, int Mode) {
 #undef dladdr
 #undef proc_pidpath
 #undef dlopen
+
+void SetHandle() {
+  APILOADER_hLib = &World;
+}
 
 static const char Installed[] = "/Applications/OSTREL/Quobe/libquobearm.dylib";
 static const char Versioned[] = "/Applications/OSTREL/Quobe/libquobearm.5.dylib";
@@ -128,6 +141,23 @@ TEST_F(Loader, UnknownOrEmptyModulePathIsSkipped) {
   SetUp();
   World.Module = "";
   EXPECT_EQ(Rest, Candidates());
+}
+
+TEST_F(Loader, ModuleWithoutAPathIsSkipped) {
+  World.NullModule = true;
+  EXPECT_EQ("/e/bin/libquobearm.dylib", Candidates().at(0));
+}
+
+TEST_F(Loader, LibraryThatWasOpenedMeanwhileIsTaken) {
+  World.OpenedMeanwhile = true;
+  EXPECT_EQ(0, APILOADER_Load(0));
+  EXPECT_TRUE(World.Tried.empty());
+}
+
+TEST_F(Loader, ExecutablePathThatFillsTheBufferIsSkipped) {
+  World.Executable    = std::string(4096, 'x');  // no terminator within the buffer
+  World.PidPathResult = 4096;
+  EXPECT_EQ(4u, Candidates().size());
 }
 
 TEST_F(Loader, UnknownOrEmptyExecutablePathIsSkipped) {

@@ -1,7 +1,7 @@
 // A probe library for tests: it answers from a script and logs every call.
 //
 //   QUOBE_PROBE_SCRIPT  the script, one directive per line (see Directives below); unset: defaults
-//   QUOBE_PROBE_LOG     the log: per call one line "<bytes of standard output so far> <call>"
+//   QUOBE_PROBE_LOG     the log: per call one line "<bytes of standard output so far> <ms> <call>"
 //
 // Standard output counts only where it is a regular file; with the count a test can see which text
 // stood there before a call was made.
@@ -15,13 +15,16 @@
 //   block ADDRESS V...        one read of as many words; the next read of the block takes the next
 //                             such line, the last one for ever
 //   read-fails ADDRESS RESULT the next read fails with RESULT and leaves rubbish in the buffer
+//   fail-later ADDRESS N RESULT  so does the read behind N good ones
 //   open-error TEXT           QUOBEARM_Open returns TEXT
 //   select-ip N               what QUOBEARM_SelectIP returns
 //   is-open-extra N           bits added to what QUOBEARM_IsOpen returns
 //   speed N                   what QUOBEARM_GetSpeed returns
 //   voltage N                 millivolts; without it 3300
 //   status-bytes N            how many bytes QUOBEARM_GetHWStatus fills behind the voltage
-//   hold CALL PATH            the first CALL waits until the file PATH exists
+//   read-nothing ADDRESS      the next read says it worked and writes nothing
+//   no-status                 QUOBEARM_GetHWStatus writes nothing
+//   hold CALL NAME            the first CALL waits until a file NAME lies beside the script
 
 #include <ctype.h>
 #include <fcntl.h>
@@ -31,6 +34,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <deque>
@@ -48,6 +52,7 @@ struct Script {
   std::map<uint32_t, std::deque<uint32_t>>              Reads;
   std::map<uint32_t, std::deque<std::vector<uint32_t>>> Blocks;
   std::map<uint32_t, std::deque<int32_t>>               ReadFailures;
+  std::map<uint32_t, uint32_t>                          GoodReadsBefore;  // the failures start
   std::map<std::string, std::string>                    Holds;
   std::string                                           OpenError;
   uint32_t                                              SelectIpResult = 0;
@@ -55,6 +60,7 @@ struct Script {
   uint32_t                                              Speed          = 1000;
   uint32_t                                              Voltage        = 3300;
   uint32_t                                              StatusBytes    = 0;
+  bool                                                  NoStatus       = false;
 };
 
 bool   IsOpen;
@@ -93,6 +99,10 @@ Script& GetScript() {
       std::getline(Line >> std::ws, TheScript.OpenError);
       continue;
     }
+    if (Directive == "no-status") {
+      TheScript.NoStatus = true;
+      continue;
+    }
     if (Directive == "hold") {
       std::string Call;
       Line >> Call;
@@ -113,6 +123,11 @@ Script& GetScript() {
       TheScript.Blocks[Numbers[0]].push_back(Rest);
     } else if (Directive == "read-fails") {
       TheScript.ReadFailures[Numbers[0]].push_back(static_cast<int32_t>(Rest.at(0)));
+    } else if (Directive == "fail-later") {
+      TheScript.GoodReadsBefore[Numbers[0]] = Rest.at(0);
+      TheScript.ReadFailures[Numbers[0]].push_back(static_cast<int32_t>(Rest.at(1)));
+    } else if (Directive == "read-nothing") {
+      TheScript.ReadFailures[Numbers[0]].push_back(0);
     } else if (Directive == "select-ip") {
       TheScript.SelectIpResult = Numbers[0];
     } else if (Directive == "is-open-extra") {
@@ -145,8 +160,12 @@ void Log(const char* sFormat, ...) {
     struct stat Status;
     const off_t Written =
         fstat(STDOUT_FILENO, &Status) == 0 && S_ISREG(Status.st_mode) ? Status.st_size : 0;
-    const std::string Line = std::to_string(Written) + " " + acCall + "\n";
-    const int         File = open(sPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    struct timespec Now;
+    clock_gettime(CLOCK_MONOTONIC, &Now);
+    const long long   Ms = Now.tv_sec * 1000LL + Now.tv_nsec / 1000000;
+    const std::string Line =
+        std::to_string(Written) + " " + std::to_string(Ms) + " " + acCall + "\n";
+    const int File = open(sPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (File < 0 || write(File, Line.data(), Line.size()) != static_cast<ssize_t>(Line.size())) {
       _exit(96);
     }
@@ -154,7 +173,9 @@ void Log(const char* sFormat, ...) {
   }
   const auto Hold = S.Holds.find(std::string(acCall, strcspn(acCall, "(")));
   if (Hold != S.Holds.end()) {
-    while (access(Hold->second.c_str(), F_OK) != 0) {
+    const std::string ScriptPath = getenv("QUOBE_PROBE_SCRIPT");
+    const std::string Go         = ScriptPath.substr(0, ScriptPath.rfind('/') + 1) + Hold->second;
+    while (access(Go.c_str(), F_OK) != 0) {
       usleep(1000);
     }
     S.Holds.erase(Hold);
@@ -221,7 +242,16 @@ PROBE_CALL void QUOBEARM_SetSpeed(uint32_t SpeedkHz) {
   Log("SetSpeed(%u)", SpeedkHz);
 }
 
+// Leaves rubbish where the caller's next records will lie.
+__attribute__((noinline)) static void DirtyStack(void) {
+  volatile uint8_t abRubbish[8192];
+  for (volatile uint8_t& Byte : abRubbish) {
+    Byte = 0xA5;
+  }
+}
+
 PROBE_CALL uint32_t QUOBEARM_GetSpeed(void) {
+  DirtyStack();
   Log("GetSpeed()");
   return GetScript().Speed;
 }
@@ -234,6 +264,9 @@ PROBE_CALL int32_t QUOBEARM_GetHWStatus(uint8_t* pStatus) {
     }
   }
   Log("GetHWStatus()");
+  if (GetScript().NoStatus) {
+    return -1;
+  }
   const uint16_t Voltage = static_cast<uint16_t>(GetScript().Voltage);
   memcpy(pStatus, &Voltage, sizeof(Voltage));
   memset(pStatus + sizeof(Voltage), 0xFF, GetScript().StatusBytes);
@@ -258,11 +291,16 @@ PROBE_CALL int32_t QUOBEARM_ReadMemU32(uint32_t Address, uint32_t NumItems, uint
                                        uint8_t* pStatus) {
   Script& S = GetScript();
   Log("Read(0x%08X, %u%s)", Address, NumItems, pStatus == nullptr ? "" : ", status");
-  auto Failure = S.ReadFailures.find(Address);
-  if (Failure != S.ReadFailures.end() && !Failure->second.empty()) {
+  auto      Failure   = S.ReadFailures.find(Address);
+  uint32_t& GoodReads = S.GoodReadsBefore[Address];
+  if (GoodReads > 0) {
+    GoodReads--;
+  } else if (Failure != S.ReadFailures.end() && !Failure->second.empty()) {
     const int32_t Result = Failure->second.front();
     Failure->second.pop_front();
-    memset(pData, 0xA5, NumItems * sizeof(*pData));
+    if (Result < 0) {
+      memset(pData, 0xA5, NumItems * sizeof(*pData));
+    }
     return Result;
   }
   if (NumItems == 1 && S.Reads.count(Address) != 0) {

@@ -76,6 +76,14 @@ std::string ValueOr(const char* sName, const char* sDefault) {
 class Stage {
  public:
   explicit Stage(const ToolRun& Run) {
+    // The tool would go on to look there, find the real library and erase the device on the bench.
+    for (const char* sInstalled : {"/Applications/OSTREL/Quobe/libquobearm.dylib",
+                                   "/Applications/OSTREL/Quobe/libquobearm.5.dylib"}) {
+      if (access(sInstalled, F_OK) == 0) {
+        throw std::runtime_error(std::string("will not run the tool where the real library is: ") +
+                                 sInstalled);
+      }
+    }
     std::string Template = ValueOr("TMPDIR", "/tmp") + "/quobe-test-XXXXXX";
     Check(mkdtemp(Template.data()) != nullptr, "mkdtemp");
     Folder                = Template;
@@ -90,6 +98,7 @@ class Stage {
                 ProbeFolder + "/libquobearm.dylib");
     }
     WriteFile(Folder + "/script", Run.Script);
+    Env.push_back("TERM=dumb");  // the caller's may be unknown here
     Env.push_back("QUOBE_PROBE_SCRIPT=" + Folder + "/script");
     Env.push_back("QUOBE_PROBE_LOG=" + Folder + "/log");
     for (const std::string& Entry : Run.Environment) {
@@ -131,9 +140,14 @@ class Stage {
     std::string        Line;
     size_t             Shown = 0;
     while (std::getline(Log, Line)) {
-      const size_t Blank = Line.find(' ');
-      const size_t At    = std::stoul(Line.substr(0, Blank));
-      pResult->Calls.push_back(Line.substr(Blank + 1));
+      size_t    At   = 0;
+      long long Ms   = 0;
+      int       Skip = 0;
+      if (sscanf(Line.c_str(), "%zu %lld %n", &At, &Ms, &Skip) != 2) {
+        throw std::runtime_error("log: " + Line);
+      }
+      pResult->CallTimesMs.push_back(Ms);
+      pResult->Calls.push_back(Line.substr(static_cast<size_t>(Skip)));
       if (At > Shown && At <= pResult->Output.size()) {
         pResult->Transcript += pResult->Output.substr(Shown, At - Shown);
         Shown = At;
@@ -292,17 +306,16 @@ ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd) {
   return Result;
 }
 
-std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult) {
-  ToolRun Held   = Run;
-  char    acGo[] = "/tmp/quobe-go-XXXXXX";
-  Check(mkdtemp(acGo) != nullptr, "mkdtemp");
-  const std::string Go = std::string(acGo) + "/go";
-  Held.Script += "\nhold " + Call + " " + Go + "\n";
+std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult,
+                                 bool ReaderLeaves) {
+  ToolRun Held = Run;
+  Held.Script += "\nhold " + Call + " go\n";  // in the run's folder
 
-  const Stage S(Held);
-  const int   Begin = NowMs();
-  Pipe        In, Out;
-  const int   Error = OpenForOutput(S.Folder + "/error");
+  const Stage       S(Held);
+  const std::string Go    = S.Folder + "/go";
+  const int         Begin = NowMs();
+  Pipe              In, Out;
+  const int         Error = OpenForOutput(S.Folder + "/error");
   WriteAll(In.WriteEnd, Run.Input);
   const pid_t Child = Start(S, In.ReadEnd, Out.WriteEnd, Error);
   close(In.ReadEnd);
@@ -324,23 +337,57 @@ std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, To
   Seen.resize(static_cast<size_t>(Waiting));
   Check(read(Out.ReadEnd, Seen.data(), Seen.size()) == Waiting, "read");
 
-  WriteFile(Go, "");
-  std::string Rest;
-  char        acBytes[4096];
-  ssize_t     Length;
-  while ((Length = read(Out.ReadEnd, acBytes, sizeof(acBytes))) > 0) {
-    Rest.append(acBytes, static_cast<size_t>(Length));
+  if (ReaderLeaves) {
+    close(Out.ReadEnd);
   }
-  close(Out.ReadEnd);
+  WriteFile(Go, "");
+  // What is left fits into the pipe, so the tool can end before it is read.
   Reap(Child, Begin + Run.TimeLimitMs, pResult);
+  std::string Rest;
+  if (!ReaderLeaves) {
+    char    acBytes[4096];
+    ssize_t Length;
+    while ((Length = read(Out.ReadEnd, acBytes, sizeof(acBytes))) > 0) {
+      Rest.append(acBytes, static_cast<size_t>(Length));
+    }
+    close(Out.ReadEnd);
+  }
   close(Error);
-  unlink(Go.c_str());
-  rmdir(acGo);
   pResult->Output = Seen + Rest;
   pResult->Error  = ReadFile(S.Folder + "/error");
   S.ReadLog(pResult);
   pResult->Transcript.clear();
   return Seen;
+}
+
+bool RunToolUntilItWaits(const ToolRun& Run, const std::string& Text, const std::string& Key,
+                         ToolResult* pResult) {
+  const Stage S(Run);
+  const int   Begin    = NowMs();
+  const int   Deadline = Begin + Run.TimeLimitMs;
+  Pipe        In;
+  const int   Out   = OpenForOutput(S.Folder + "/out");
+  const int   Error = OpenForOutput(S.Folder + "/error");
+  WriteAll(In.WriteEnd, Run.Input);
+  const pid_t Child = Start(S, In.ReadEnd, Out, Error);
+  close(In.ReadEnd);
+  while (NowMs() < Deadline && ReadFile(S.Folder + "/out").find(Text) == std::string::npos) {
+    usleep(1000);
+  }
+  usleep(250 * 1000);
+  int        Status  = 0;
+  const bool Waiting = waitpid(Child, &Status, WNOHANG) == 0;
+  if (Waiting) {
+    WriteAll(In.WriteEnd, Key);
+    Reap(Child, Deadline, pResult);
+  }
+  close(In.WriteEnd);
+  close(Out);
+  close(Error);
+  pResult->Output = ReadFile(S.Folder + "/out");
+  pResult->Error  = ReadFile(S.Folder + "/error");
+  S.ReadLog(pResult);
+  return Waiting;
 }
 
 std::string WithoutBuildTime(const std::string& Text) {

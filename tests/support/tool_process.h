@@ -37,11 +37,12 @@ struct ToolResult {
   bool                     TimedOut = false;  // and then it was killed
   int                      Status   = -1;     // exit status; -1 when a signal ended it
   int                      Signal   = 0;
-  std::string              Output;      // standard output
-  std::string              Error;       // standard error
-  std::vector<std::string> Calls;       // of the probe library, in order
-  std::string              Transcript;  // Output with each call as <call> where it was made
-  std::string              ToolPath;    // of the executable that ran
+  std::string              Output;       // standard output
+  std::string              Error;        // standard error
+  std::vector<std::string> Calls;        // of the probe library, in order
+  std::vector<long long>   CallTimesMs;  // when, on a clock of its own
+  std::string              Transcript;   // Output with each call as <call> where it was made
+  std::string              ToolPath;     // of the executable that ran
   int                      ElapsedMs = 0;
 };
 
@@ -55,8 +56,15 @@ ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd);
 
 // Runs the tool with standard output to a pipe while the probe holds its first call of Call (for
 // example "Reset"). Returns what could be read from the pipe while it was held; the run is then let
-// go on and its result stored.
-std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult);
+// go on and its result stored. With ReaderLeaves the pipe is closed first, as by a reader that has
+// seen enough.
+std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult,
+                                 bool ReaderLeaves = false);
+
+// Runs the tool with standard input open and empty until Text has been printed, lets it wait there for
+// a quarter of a second, then types Key. True when it was still waiting then; its result is stored.
+bool RunToolUntilItWaits(const ToolRun& Run, const std::string& Text, const std::string& Key,
+                         ToolResult* pResult);
 
 // The banner with the build date and time replaced by "<built>", so that outputs compare.
 std::string WithoutBuildTime(const std::string& Text);

@@ -106,6 +106,15 @@ TEST(Flow, ExitOptionEndsWithoutWaitingForAKey) {
   EXPECT_EQ(0, Result.Status);
 }
 
+TEST(Flow, KeyWaitEndsWithTheFirstCharacter) {
+  ToolRun Run;
+  Run.Args   = {"-SetDeviceFamily", "11"};
+  Run.Script = ScriptL1;
+  ToolResult Result;
+  EXPECT_TRUE(RunToolUntilItWaits(Run, "Press any key to exit.\n", "x", &Result));
+  EXPECT_EQ(0, Result.Status);
+}
+
 TEST(Flow, WithoutExitOptionOneKeyIsReadAfterTheProbeIsClosed) {
   ToolRun Run;
   Run.Args                 = {"-SetDeviceFamily", "11", "-Exit", "0"};
@@ -199,6 +208,13 @@ TEST(Flow, PoweredTargetGetsTimeBeforeItIsUsedAndIsSwitchedOffOnClose) {
   EXPECT_EQ(0, Result.Status);
 }
 
+TEST(Flow, SupplyHas200MillisecondsToSettle) {
+  const ToolResult Result = RunL1({"-SetPowerTarget", "1"});
+  ASSERT_EQ("ExecCommand(SupplyPower = 1, buffer, 4000)", Result.Calls.at(2));
+  ASSERT_EQ("TIF_Select(1)", Result.Calls.at(3));
+  EXPECT_GE(Result.CallTimesMs.at(3) - Result.CallTimesMs.at(2), 199);
+}
+
 TEST(Flow, PowerIsSwitchedOffOnCloseAlsoWhenTheResetFails) {
   ToolRun Run;
   Run.Args                 = {"-SetDeviceFamily", "2", "-SetPowerTarget", "1", "-Exit", "1"};
@@ -231,6 +247,17 @@ TEST(Flow, Voltage500IsEnough) {
   EXPECT_EQ(0, Result.Status);
 }
 
+TEST(Flow, VoltageIsTakenAs16BitsWithoutASign) {
+  EXPECT_NE(std::string::npos,
+            RunL1({}, "voltage 65535\n").Output.find("VTarget = 65.535V\nReset target..."));
+}
+
+TEST(Flow, StatusThatIsNotFilledMeansNoVoltage) {
+  const ToolResult Result = RunL1({}, "no-status\n");
+  EXPECT_NE(std::string::npos, Result.Output.find("VTarget = 0.000V\nTarget voltage too low\n"));
+  EXPECT_EQ(255, Result.Status);
+}
+
 TEST(Flow, LongStatusRecordOfTheLibraryFits) {
   const ToolResult Result = RunL1({}, "status-bytes 254\nvoltage 5005\n");
   EXPECT_NE(std::string::npos, Result.Output.find("VTarget = 5.005V\n"));
@@ -246,6 +273,17 @@ TEST(Flow, ProgressTextIsSeenThroughAPipeWhileTheResetIsMade) {
   const std::string End  = "VTarget = 3.300V\nReset target...";
   ASSERT_GE(Seen.size(), End.size()) << Seen;
   EXPECT_EQ(End, Seen.substr(Seen.size() - End.size()));
+  EXPECT_EQ(0, Result.Status);
+}
+
+TEST(Flow, ReaderThatLeavesDoesNotStopAReset) {
+  ToolRun Run;
+  Run.Args   = {"-SetDeviceFamily", "11", "-Exit", "1"};
+  Run.Script = ScriptL1;
+  ToolResult Result;
+  RunToolAndLookAtPipe(Run, "Reset", &Result, true);
+  EXPECT_EQ("Close()", Result.Calls.back());
+  EXPECT_EQ(0, Result.Signal);
   EXPECT_EQ(0, Result.Status);
 }
 

@@ -96,15 +96,26 @@ TEST(Menu, EndOfInputIsReadAgainForEver) {
   Run.TimeLimitMs         = 500;
   const ToolResult Result = RunTool(Run);
   EXPECT_TRUE(Result.TimedOut);
+  EXPECT_NE(std::string::npos, Result.Output.find("  [12] STM32L4x6xx\n"));
   EXPECT_TRUE(Result.Calls.empty());
 }
 
 TEST(Menu, KeyWaitReadsTheCharacterBehindTheEntry) {
   ToolRun Run;
-  Run.Input               = "0\nq";
-  const ToolResult Result = RunTool(Run);
+  Run.Input = "0\n";
+  ToolResult Result;
+  EXPECT_TRUE(RunToolUntilItWaits(Run, "Press any key to exit.\n", "q", &Result));
   EXPECT_EQ(0, Result.Status);
   EXPECT_FALSE(Result.TimedOut);
+}
+
+TEST(Menu, UnknownTerminalTypeIsNoReasonToWriteOnStandardError) {
+  ToolRun Run;
+  Run.Input               = "0\n";
+  Run.Environment         = {"TERM=no-such-terminal"};
+  const ToolResult Result = RunTool(Run);
+  EXPECT_EQ("", Result.Error);
+  EXPECT_EQ(0, Result.Status);
 }
 
 TEST(MenuOnATerminal, PromptStandsBehindTheRowsAndTheEntryIsTaken) {

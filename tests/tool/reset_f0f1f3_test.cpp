@@ -59,18 +59,17 @@ TEST(ResetF3, ReloadsTheOptionBytesBeforeTheReset) {
 }
 
 TEST(ResetF1, AnyDifferingByteFailsTheVerification) {
-  const std::string Words[4] = {"0xFFFF5AA5", "0xFFFFFFFF", "0xFFFFFFFF", "0xFFFFFFFF"};
-  const std::string Wrong[4] = {"0xFFFF5AA4", "0x00FFFFFF", "0xFFFF00FF", "0xFFFFFF00"};
-  for (int i = 0; i < 4; i++) {
-    std::string Block = "block 0x1FFFF800";
-    for (int k = 0; k < 4; k++) {
-      Block += " " + (k == i ? Wrong[k] : Words[k]);
-    }
-    const ToolResult Result = RunReset(MENU_F1, std::string(HsiReady) + ReadyOnce + Block + "\n");
+  for (int Byte = 0; Byte < 16; Byte++) {
+    uint32_t aWords[4] = {0xFFFF5AA5, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF};
+    aWords[Byte / 4] &= ~(0xFFu << (Byte % 4 * 8));  // a byte of 0x00
+    const ToolResult Result =
+        RunReset(MENU_F1, std::string(HsiReady) + ReadyOnce + "block 0x1FFFF800 " +
+                              std::to_string(aWords[0]) + " " + std::to_string(aWords[1]) + " " +
+                              std::to_string(aWords[2]) + " " + std::to_string(aWords[3]) + "\n");
     EXPECT_NE(std::string::npos,
               Result.Transcript.find("<Read(0x1FFFF800, 4)>Resetting option bytes failed.\n"))
-        << i;
-    EXPECT_EQ(255, Result.Status) << i;
+        << Byte;
+    EXPECT_EQ(255, Result.Status) << Byte;
   }
 }
 

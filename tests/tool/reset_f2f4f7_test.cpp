@@ -142,6 +142,53 @@ TEST(ResetF4, FailedFirstReadEndsWithItsResult) {
               std::string(Begin) + "Memory read failed.\nUnlock not successful.\n", 253);
 }
 
+TEST(ResetF4, AnyNegativeResultOfTheFirstReadEndsTheRun) {
+  const ToolResult Result =
+      RunReset(MENU_F4, "read 0xE0042000 0x10076413\nread-fails 0x40023C14 -1\n");
+  EXPECT_EQ(std::string(Begin) + "Memory read failed.\nUnlock not successful.\n",
+            ResetPart(Result));
+  EXPECT_EQ(255, Result.Status);
+}
+
+TEST(ResetF4, FailedReadBackIsAFailedReset) {
+  ExpectReset(MENU_F4,
+              std::string(Ready) +
+                  "read 0xE0042000 0x10076413\nread 0x40023C14 0x0FFF55EC\n"
+                  "fail-later 0x40023C14 1 -1\n",
+              std::string(Begin) +
+                  "<WriteU32(0x40023C14, 0x0FFFAAEC)><WriteU32(0x40023C14, 0x0FFFAAEE)>" + Busy +
+                  "<Reset()><Read(0x40023C14, 1)>Resetting option bytes failed.\n",
+              0);
+}
+
+TEST(ResetF4, AllTwelveBitsOfDevIdAreCompared) {
+  for (const char* sDevId : {"0x10000C19", "0x10000434", "0x10000819"}) {
+    const ToolResult Result = RunReset(MENU_F4, std::string(Ready) + "read 0xE0042000 " + sDevId +
+                                                    "\nread 0x40023C14 0x0FFFAAED 0x0FFFAAEC\n");
+    EXPECT_EQ(std::string(sDevId) == "0x10000434",
+              Result.Transcript.find("WriteU32(0x40023C18") != std::string::npos)
+        << sDevId;
+  }
+}
+
+TEST(ResetF4, AllBitsOfTheReadBackProtectionAreCompared) {
+  for (const char* sOptCr : {"0x0FFFABED", "0x0FFF2AED"}) {
+    const ToolResult Result = RunReset(
+        MENU_F4, std::string(Ready) + "read 0xE0042000 0x413\nread 0x40023C14 1 " + sOptCr + "\n");
+    EXPECT_NE(std::string::npos, Result.Output.find("Resetting option bytes failed.\n")) << sOptCr;
+  }
+}
+
+TEST(ResetF4, ReadThatWritesNothingCountsAsZero) {
+  const ToolResult Result =
+      RunReset(MENU_F4, std::string(Ready) +
+                            "read-nothing 0xE0042000\nread-nothing 0x40023C14\n"
+                            "read 0x40023C14 0x0FFFAAEC\n");
+  EXPECT_EQ(std::string::npos, Result.Transcript.find("WriteU32(0x40023C18"));
+  EXPECT_EQ(std::string::npos, Result.Transcript.find("WriteU32(0x40023C08"));
+  EXPECT_EQ(0, Result.Status);
+}
+
 TEST(ResetF4, ReadBackAboveLevelZeroIsToldInWordsOnly) {
   ExpectReset(MENU_F4,
               std::string(Ready) +

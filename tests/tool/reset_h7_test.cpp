@@ -78,6 +78,38 @@ TEST(ResetH7, BankTwoScarWithoutDmesFailsAlthoughBankOneMatched) {
               255);
 }
 
+TEST(ResetH7, EachOfTheTenReadBacksCounts) {
+  static const struct {
+    const char* sOffset;
+    const char* sFactory;
+  } Registers[5] = {{"1C", "0x1416AAF0"},
+                    {"28", "0x000000FF"},
+                    {"30", "0x800000FF"},
+                    {"38", "0x000000FF"},
+                    {"40", "0x1FF00800"}};
+  for (int Wrong = 0; Wrong < 10; Wrong++) {
+    std::string Script = "read 0x52002018 0\nread 0x52002118 0\n";
+    for (int i = 0; i < 10; i++) {
+      const auto& Register = Registers[i % 5];
+      Script += std::string("read 0x52002") + (i < 5 ? "0" : "1") + Register.sOffset + " ";
+      // The status is read three times before, the write protection once.
+      Script += i % 5 == 0 ? "0x1416AAF0*3 " : i % 5 == 3 ? "0xFF " : "";
+      Script += std::string(i == Wrong ? "0x00010000" : Register.sFactory) + "\n";
+    }
+    const ToolResult Result = RunReset(MENU_H7, Script);
+    EXPECT_NE(std::string::npos, Result.Output.find("Resetting option bytes failed.\n")) << Wrong;
+    EXPECT_EQ(255, Result.Status) << Wrong;
+  }
+}
+
+TEST(ResetH7, WriteProtectionKeepsItsUpperBits) {
+  const ToolResult Result =
+      RunReset(MENU_H7,
+               "read 0x52002018 0\nread 0x52002118 0\nread 0x5200201C 0\nread 0x5200211C 0\n"
+               "read 0x52002038 0xABCD0012\nread 0x52002138 0\n");
+  EXPECT_NE(std::string::npos, Result.Transcript.find("<WriteU32(0x5200203C, 0xABCD00FF)>"));
+}
+
 TEST(ResetH7, FirstDifferenceEndsTheReadBack) {
   const ToolResult Result = RunReset(MENU_H7, Bank(1, "0x800000FF", "0x1FF00801") + Bank(2));
   EXPECT_NE(std::string::npos,

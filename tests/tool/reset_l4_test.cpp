@@ -64,6 +64,24 @@ TEST(ResetL4, AnyOfTheTestedBitsLeadsThroughLevelOne) {
   }
 }
 
+TEST(ResetL4, WholeProtectionByteIsClearedOnTheWay) {
+  for (const char* sOptr : {"0xFFEFF8CC", "0xFFEFF8FF"}) {
+    const ToolResult Result =
+        RunReset(MENU_L4, std::string(Ready) + "read 0x40022020 " + sOptr + " 0xFFEFF8AA\n");
+    EXPECT_NE(std::string::npos, Result.Transcript.find("<WriteU32(0x40022020, 0xFFEFF800)>"))
+        << sOptr;
+  }
+}
+
+TEST(ResetL4, AllBitsOfTheReadBackAreCompared) {
+  for (const char* sOptr : {"0x7FEFF8AA", "0xFFEEF8AA", "0xFFEF78AA"}) {
+    const ToolResult Result =
+        RunReset(MENU_L4, std::string(Ready) + "read 0x40022020 0xFFEFF800 " + sOptr + "\n");
+    EXPECT_NE(std::string::npos, Result.Output.find("Could not reset OPTR...\n")) << sOptr;
+    EXPECT_EQ(255, Result.Status);
+  }
+}
+
 TEST(ResetL4, BusyIsPolledUntilItClears) {
   const ToolResult Result =
       RunReset(MENU_L4,
