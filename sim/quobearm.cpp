@@ -6,10 +6,9 @@
 
 #define EXPORT __attribute__((visibility("default")))
 
-// Never destroyed: a caller may come from its own exit handlers.
 static sim::Probe& TheProbe() {
-  static sim::Probe* const pProbe = new sim::Probe;
-  return *pProbe;
+  static sim::Probe Probe;
+  return Probe;
 }
 
 extern "C" {
