@@ -3,9 +3,9 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -318,7 +318,10 @@ int Bench::Lock(const PROBE& Probe, std::string* psError) const {
     *psError = sPath + ": " + strerror(errno);
     return -1;
   }
-  if (flock(File, LOCK_EX | LOCK_NB) != 0) {
+  struct flock Whole = {};
+  Whole.l_type       = F_WRLCK;
+  Whole.l_whence     = SEEK_SET;
+  if (fcntl(File, F_SETLK, &Whole) != 0) {
     *psError = Format("Probe %u is in use by another program.", Probe.SerialNo);
     close(File);
     return -1;

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -174,14 +175,30 @@ TEST_F(SimLibrary, ASerialNumberThatIsNotThereShowsWhenOpening) {
 
 TEST_F(SimLibrary, AProbeInUseCannotBeOpenedAgain) {
   Put(Probe(1), "STM32F103");
-  std::string sError;
-  const int   Lock = bench_->Lock(Probe(1), &sError);
-  ASSERT_GE(Lock, 0);
+  int aReady[2], aDone[2];
+  ASSERT_EQ(0, pipe(aReady));
+  ASSERT_EQ(0, pipe(aDone));
+  const pid_t Other = fork();
+  if (Other == 0) {
+    std::string sError;
+    char        Byte = bench_->Lock(Probe(1), &sError) >= 0 ? 'y' : 'n';
+    const bool  Told = write(aReady[1], &Byte, 1) == 1 && read(aDone[0], &Byte, 1) == 1;
+    _exit(Told ? 0 : 1);
+  }
+  char Byte = 'n';
+  ASSERT_EQ(1, read(aReady[0], &Byte, 1));
+  EXPECT_EQ('y', Byte);
   const char* sText = Open();
   ASSERT_NE(nullptr, sText);
   EXPECT_NE(std::string::npos, std::string(sText).find("in use"));
-  sim::Bench::Unlock(Lock);
+  ASSERT_EQ(1, write(aDone[1], &Byte, 1));
+  int Status = -1;
+  ASSERT_EQ(Other, waitpid(Other, &Status, 0));
+  EXPECT_EQ(0, Status);
   EXPECT_EQ(nullptr, Open());
+  for (const int File : {aReady[0], aReady[1], aDone[0], aDone[1]}) {
+    close(File);
+  }
 }
 
 TEST_F(SimLibrary, SpeedIsLimitedByTheProbe) {
