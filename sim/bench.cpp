@@ -1,0 +1,348 @@
+#include "sim/bench.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "sim/text.h"
+
+namespace sim {
+
+static const uint32_t DEFAULT_SERIAL_NO = 1;
+
+// -- Faults --------------------------------------------------------------------------------------
+
+struct FAULT_ROW {
+  const char* sName;
+  FAULT_KIND  Kind;
+  size_t      NumWords;
+  const char* sUsage;
+};
+
+static const FAULT_ROW aFaultRows[] = {
+    {"open-fails", OPEN_FAILS, 2, "open-fails TEXT"},
+    {"lost", LOST, 2, "lost OPERATION"},
+    {"read-fails", READ_FAILS, 2, "read-fails OPERATION"},
+    {"write-dropped", WRITE_DROPPED, 2, "write-dropped OPERATION"},
+    {"power-dip", POWER_DIP, 4, "power-dip OPERATION MV OPERATIONS"},
+    {"busy", BUSY, 3, "busy OPERATION MS|forever"},
+    {"stuck", STUCK_BITS, 4, "stuck WORD MASK VALUE"},
+};
+
+bool ParseFault(const std::string& sText, FAULT* pFault, std::string* psError) {
+  const std::vector<std::string> Words = SplitWords(sText);
+  for (const FAULT_ROW& Row : aFaultRows) {
+    if (Words.empty() || Words[0] != Row.sName) {
+      continue;
+    }
+    *psError = std::string("expected: ") + Row.sUsage;
+    if (Words.size() != Row.NumWords) {
+      return false;
+    }
+    pFault->Kind = Row.Kind;
+    if (Row.Kind == OPEN_FAILS || Row.Kind == STUCK_BITS) {
+      pFault->sText = Words[1];
+    } else if (!ParseU32(Words[1], &pFault->Operation) || pFault->Operation == 0) {
+      return false;
+    }
+    if (Row.Kind == BUSY && Words[2] == "forever") {
+      pFault->First = FOREVER;
+      return true;
+    }
+    if (Row.NumWords > 2 &&
+        (!ParseNumber(Words[2], &pFault->First) || pFault->First > UINT32_MAX)) {
+      return false;
+    }
+    if (Row.NumWords > 3 &&
+        (!ParseNumber(Words[3], &pFault->Second) || pFault->Second > UINT32_MAX)) {
+      return false;
+    }
+    if (Row.Kind == BUSY) {
+      pFault->First *= 1000;
+    }
+    return true;
+  }
+  *psError = "unknown fault \"" + sText + "\"";
+  return false;
+}
+
+// -- Probes --------------------------------------------------------------------------------------
+
+static bool ParseFlag(const std::string& sValue, bool* pFlag) {
+  if (sValue != "yes" && sValue != "no") {
+    return false;
+  }
+  *pFlag = sValue == "yes";
+  return true;
+}
+
+bool SetProbe(PROBE* pProbe, const std::string& sKey, const std::string& sValue,
+              std::string* psError) {
+  bool Good = false;
+  if (sKey == "serial") {
+    Good = ParseU32(sValue, &pProbe->SerialNo) && pProbe->SerialNo != 0;
+  } else if (sKey == "ip") {
+    pProbe->sIP = sValue;
+    Good        = true;
+  } else if (sKey == "default") {
+    Good = ParseFlag(sValue, &pProbe->IsDefault);
+  } else if (sKey == "vtarget") {
+    Good = ParseU32(sValue, &pProbe->VTarget) && pProbe->VTarget <= UINT16_MAX;
+  } else if (sKey == "supply") {
+    Good = ParseU32(sValue, &pProbe->Supply) && pProbe->Supply <= UINT16_MAX;
+  } else if (sKey == "max_speed") {
+    Good = ParseU32(sValue, &pProbe->MaxSpeed) && pProbe->MaxSpeed != 0;
+  } else if (sKey == "reset_halts") {
+    Good = ParseFlag(sValue, &pProbe->ResetHalts);
+  } else if (sKey == "time") {
+    Good           = sValue == "real" || sValue == "fast";
+    pProbe->IsFast = sValue == "fast";
+  } else if (sKey == "fault") {
+    FAULT Fault;
+    if (!ParseFault(sValue, &Fault, psError)) {
+      return false;
+    }
+    pProbe->Faults.push_back(sValue);
+    Good = true;
+  } else {
+    *psError = "a probe has no setting \"" + sKey + "\"";
+    return false;
+  }
+  if (!Good) {
+    *psError = "\"" + sValue + "\" is no value for " + sKey;
+  }
+  return Good;
+}
+
+// -- Bench ---------------------------------------------------------------------------------------
+
+Bench::Bench() {
+  const char* sBench = getenv("QUOBE_BENCH");
+  const char* sHome  = getenv("HOME");
+  if (sBench != nullptr && *sBench != '\0') {
+    sDirectory_ = sBench;
+  } else {
+    sDirectory_ = std::string(sHome != nullptr ? sHome : ".") + "/.quobe-bench";
+  }
+}
+
+std::string Bench::Path(uint32_t SerialNo, const char* sEnding) const {
+  return Format("%s/%u.%s", sDirectory_.c_str(), SerialNo, sEnding);
+}
+
+bool Bench::MakeDirectory(std::string* psError) const {
+  if (mkdir(sDirectory_.c_str(), 0755) != 0 && errno != EEXIST) {
+    *psError = sDirectory_ + ": " + strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+bool Bench::List(std::vector<PROBE>* pProbes, std::string* psError) const {
+  pProbes->clear();
+  DIR* pDir = opendir(sDirectory_.c_str());
+  if (pDir == nullptr) {
+    if (errno == ENOENT) {
+      return true;
+    }
+    *psError = sDirectory_ + ": " + strerror(errno);
+    return false;
+  }
+  std::vector<std::string> Names;
+  while (const struct dirent* pEntry = readdir(pDir)) {
+    const std::string sName = pEntry->d_name;
+    if (sName.size() > 6 && sName.compare(sName.size() - 6, 6, ".probe") == 0) {
+      Names.push_back(sName);
+    }
+  }
+  closedir(pDir);
+  for (const std::string& sName : Names) {
+    const std::string sPath = sDirectory_ + "/" + sName;
+    KeyFile           File;
+    if (!File.Load(sPath, psError)) {
+      return false;
+    }
+    PROBE Probe;
+    for (const auto& [sKey, sValue] : File.Lines()) {
+      if (!SetProbe(&Probe, sKey, sValue, psError)) {
+        *psError = sPath + ": " + *psError;
+        return false;
+      }
+    }
+    if (sPath != Path(Probe.SerialNo, "probe")) {
+      *psError = sPath + ": holds serial number " + std::to_string(Probe.SerialNo);
+      return false;
+    }
+    pProbes->push_back(Probe);
+  }
+  std::sort(pProbes->begin(), pProbes->end(),
+            [](const PROBE& A, const PROBE& B) { return A.SerialNo < B.SerialNo; });
+  return true;
+}
+
+bool Bench::FindDefault(PROBE* pProbe, std::string* psError) const {
+  std::vector<PROBE> Probes;
+  if (!List(&Probes, psError)) {
+    return false;
+  }
+  if (Probes.empty()) {
+    PROBE Probe;
+    Probe.SerialNo = DEFAULT_SERIAL_NO;
+    Device Target(*FindDevice("STM32F407"));
+    FillFlash(&Target, 64 * 1024);
+    *pProbe = Probe;
+    return SaveProbe(Probe, psError) && SaveDevice(Probe, Target, LINK(), psError);
+  }
+  *pProbe = Probes[0];
+  for (const PROBE& Probe : Probes) {
+    if (Probe.IsDefault) {
+      *pProbe = Probe;
+      break;
+    }
+  }
+  return true;
+}
+
+bool Bench::FindBySerial(uint32_t SerialNo, PROBE* pProbe, std::string* psError) const {
+  std::vector<PROBE> Probes;
+  if (!List(&Probes, psError)) {
+    return false;
+  }
+  for (const PROBE& Probe : Probes) {
+    if (Probe.SerialNo == SerialNo) {
+      *pProbe = Probe;
+      return true;
+    }
+  }
+  *psError =
+      Format("No probe with serial number %u is on the bench %s.", SerialNo, sDirectory_.c_str());
+  return false;
+}
+
+bool Bench::FindByIP(const std::string& sIP, PROBE* pProbe, std::string* psError) const {
+  std::vector<PROBE> Probes;
+  if (!List(&Probes, psError)) {
+    return false;
+  }
+  for (const PROBE& Probe : Probes) {
+    if (!sIP.empty() && Probe.sIP == sIP) {
+      *pProbe = Probe;
+      return true;
+    }
+  }
+  *psError = "No probe with the address \"" + sIP + "\" is on the bench " + sDirectory_ + ".";
+  return false;
+}
+
+bool Bench::SaveProbe(const PROBE& Probe, std::string* psError) const {
+  const PROBE Default;
+  KeyFile     File;
+  File.Add("serial", std::to_string(Probe.SerialNo));
+  if (!Probe.sIP.empty()) {
+    File.Add("ip", Probe.sIP);
+  }
+  if (Probe.IsDefault) {
+    File.Add("default", "yes");
+  }
+  File.Add("vtarget", std::to_string(Probe.VTarget));
+  File.Add("supply", std::to_string(Probe.Supply));
+  File.Add("max_speed", std::to_string(Probe.MaxSpeed));
+  File.Add("reset_halts", Probe.ResetHalts ? "yes" : "no");
+  File.Add("time", Probe.IsFast ? "fast" : "real");
+  for (const std::string& sFault : Probe.Faults) {
+    File.Add("fault", sFault);
+  }
+  return MakeDirectory(psError) && File.Save(Path(Probe.SerialNo, "probe"),
+                                             "A simulated probe; see docs/simulator.md", psError);
+}
+
+bool Bench::LoadDevice(const PROBE& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
+                       std::string* psError) const {
+  const std::string sPath = Path(Probe.SerialNo, "device");
+  KeyFile           File;
+  if (!File.Load(sPath, psError)) {
+    return false;
+  }
+  const DEVICE_ROW* pRow = FindDevice(File.Get("device"));
+  if (pRow == nullptr) {
+    *psError = sPath + ": unknown device \"" + File.Get("device") + "\"";
+    return false;
+  }
+  auto pDevice = std::make_unique<Device>(*pRow);
+  if (!pDevice->LoadFrom(File, psError)) {
+    *psError = sPath + ": " + *psError;
+    return false;
+  }
+  pLink->IsOpen   = File.Get("probe.open") == "1";
+  pLink->SupplyOn = File.Get("probe.supply_on") == "1";
+  *ppDevice       = std::move(pDevice);
+  return true;
+}
+
+bool Bench::SaveDevice(const PROBE& Probe, const Device& Target, const LINK& Link,
+                       std::string* psError) const {
+  KeyFile File;
+  Target.SaveTo(&File);
+  if (Link.IsOpen) {
+    File.Add("probe.open", "1");
+  }
+  if (Link.SupplyOn) {
+    File.Add("probe.supply_on", "1");
+  }
+  return MakeDirectory(psError) && File.Save(Path(Probe.SerialNo, "device"),
+                                             "A simulated device; see docs/simulator.md", psError);
+}
+
+bool Bench::Remove(const PROBE& Probe, std::string* psError) const {
+  for (const char* sEnding : {"probe", "device", "lock"}) {
+    const std::string sPath = Path(Probe.SerialNo, sEnding);
+    if (unlink(sPath.c_str()) != 0 && errno != ENOENT) {
+      *psError = sPath + ": " + strerror(errno);
+      return false;
+    }
+  }
+  return true;
+}
+
+int Bench::Lock(const PROBE& Probe, std::string* psError) const {
+  const std::string sPath = Path(Probe.SerialNo, "lock");
+  const int         File  = open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (File < 0) {
+    *psError = sPath + ": " + strerror(errno);
+    return -1;
+  }
+  struct flock Whole = {};
+  Whole.l_type       = F_WRLCK;
+  Whole.l_whence     = SEEK_SET;
+  if (fcntl(File, F_SETLK, &Whole) != 0) {
+    *psError = Format("Probe %u is in use by another program.", Probe.SerialNo);
+    close(File);
+    return -1;
+  }
+  return File;
+}
+
+void Bench::Unlock(int LockFile) {
+  if (LockFile >= 0) {
+    close(LockFile);
+  }
+}
+
+void FillFlash(Device* pDevice, uint32_t Bytes) {
+  Memory*        pFlash = pDevice->FindMemory(MAIN_FLASH);
+  const uint32_t Base   = pFlash->Row().Base;
+  for (uint32_t i = 0; i < Bytes && i < pFlash->Row().Bytes; i += 4) {
+    pFlash->WordAt(Base + i) = 0xBF00BF00;  // two NOPs
+  }
+  pFlash->WordAt(Base)     = 0x20001000;    // initial stack pointer
+  pFlash->WordAt(Base + 4) = Base + 0x101;  // reset handler
+}
+
+}  // namespace sim

@@ -1,0 +1,105 @@
+// sim/bench.h
+//
+// The bench: probes with a device on each, kept as small files in one directory.
+//
+//   SERIAL.probe    how the probe is set up, and the faults it shall show; for people to edit
+//   SERIAL.device   the device's state, written by the simulator
+//   SERIAL.lock     held while a program is connected to the probe
+
+#ifndef SIM_BENCH_H
+#define SIM_BENCH_H
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/device.h"
+
+namespace sim {
+
+enum FAULT_KIND {
+  OPEN_FAILS,     // opening fails with the text
+  LOST,           // from this operation on the probe does not answer
+  READ_FAILS,     // this operation, if it is a read, fails
+  WRITE_DROPPED,  // this operation, if it is a write, does nothing
+  POWER_DIP,      // the supply drops to so many mV for so many operations
+  BUSY,           // what the flash controller does now or next takes so much longer
+  STUCK_BITS      // bits of a stored option word do not take another value
+};
+
+struct FAULT {
+  FAULT_KIND  Kind      = OPEN_FAILS;
+  uint32_t    Operation = 0;  // counted from 1 over all calls of the probe library
+  std::string sText;          // OPEN_FAILS: the text; STUCK_BITS: the option word
+  uint64_t    First  = 0;     // POWER_DIP: mV; BUSY: microseconds or FOREVER; STUCK_BITS: mask
+  uint64_t    Second = 0;     // POWER_DIP: operations; STUCK_BITS: value of the bits
+};
+
+// "open-fails TEXT", "lost K", "read-fails K", "write-dropped K", "power-dip K MV OPERATIONS",
+// "busy K MS" or "busy K forever", "stuck WORD MASK VALUE".
+bool ParseFault(const std::string& sText, FAULT* pFault, std::string* psError);
+
+struct PROBE {
+  uint32_t                 SerialNo = 0;
+  std::string              sIP;                 // "" when it has no network address
+  bool                     IsDefault  = false;  // taken when the caller chooses none
+  uint32_t                 VTarget    = 3300;  // from the board's own supply, in mV; 0: it has none
+  uint32_t                 Supply     = 3300;  // what the probe gives when asked to, in mV
+  uint32_t                 MaxSpeed   = 15000;  // kHz
+  bool                     ResetHalts = true;   // whether the core is halted behind a reset
+  bool                     IsFast     = false;  // see clock.h
+  std::vector<std::string> Faults;
+};
+
+// Sets one key of the probe's file ("ip", "vtarget", ...); false when key or value is no good.
+bool SetProbe(PROBE* pProbe, const std::string& sKey, const std::string& sValue,
+              std::string* psError);
+
+// What is left of a connection in the device's file.
+struct LINK {
+  bool IsOpen   = false;
+  bool SupplyOn = false;
+};
+
+class Bench {
+ public:
+  // $QUOBE_BENCH, or .quobe-bench in the home directory.
+  Bench();
+  explicit Bench(std::string sDirectory) : sDirectory_(std::move(sDirectory)) {}
+
+  const std::string& Directory() const { return sDirectory_; }
+
+  // All probes in the order of their serial numbers; none is no error.
+  bool List(std::vector<PROBE>* pProbes, std::string* psError) const;
+  // The default probe, or the one with the lowest serial number. An empty bench gets one: a probe
+  // with an STM32F407 as delivered and a program in its flash.
+  bool FindDefault(PROBE* pProbe, std::string* psError) const;
+  bool FindBySerial(uint32_t SerialNo, PROBE* pProbe, std::string* psError) const;
+  bool FindByIP(const std::string& sIP, PROBE* pProbe, std::string* psError) const;
+
+  bool SaveProbe(const PROBE& Probe, std::string* psError) const;
+  bool LoadDevice(const PROBE& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
+                  std::string* psError) const;
+  bool SaveDevice(const PROBE& Probe, const Device& Target, const LINK& Link,
+                  std::string* psError) const;
+  bool Remove(const PROBE& Probe, std::string* psError) const;
+
+  // Takes the probe for this process until Unlock or exit. -1 when another has it.
+  int         Lock(const PROBE& Probe, std::string* psError) const;
+  static void Unlock(int LockFile);
+
+ private:
+  std::string Path(uint32_t SerialNo, const char* sEnding) const;
+  bool        MakeDirectory(std::string* psError) const;
+
+  std::string sDirectory_;
+};
+
+// Fills the flash with a recognisable program; the first words are a vector table.
+void FillFlash(Device* pDevice, uint32_t Bytes);
+
+}  // namespace sim
+
+#endif

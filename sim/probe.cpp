@@ -1,0 +1,400 @@
+#include "sim/probe.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "sim/text.h"
+
+namespace sim {
+
+static const int32_t  INTERFACE_SWD  = 1;
+static const uint32_t SPEED_AUTO     = 0;
+static const uint32_t SPEED_ADAPTIVE = 0xFFFF;  // there is no such thing with SWD
+static const uint32_t AUTO_SPEED_KHZ = 4000;
+static const uint32_t POWER_ON_MV    = 1700;  // below, the device is held in reset
+static const uint64_t HOST_US        = 250;   // one request to the probe and its answer
+static const uint32_t BITS_PER_WORD  = 140;   // address, data and status on the wire
+static const uint64_t RESET_US       = 10000;
+static const uint64_t FAST_POLLS     = 3;    // operations for which a fast device stays busy
+static const uint32_t PATIENT_POLLS  = 500;  // after so many polls in vain, leave the CPU to others
+static const uint64_t PATIENT_SLEEP_US = 1000;
+
+// -- Around each operation -----------------------------------------------------------------------
+
+void Probe::Begin() {
+  if (operation_ == 0) {
+    trace_.Open(getenv("QUOBE_BENCH_TRACE"));
+  }
+  operation_++;
+  clock_.Begin();
+  if (device_ != nullptr && open_) {
+    device_->AdvanceTo(clock_.NowUs());
+    ApplyFaults();
+  }
+}
+
+void Probe::End(const std::string& sText) {
+  if (device_ != nullptr && open_) {
+    clock_.Spend(device_->TakeStalledUs());
+    SaveIfChanged();
+  }
+  trace_.Operation(clock_.NowUs(), operation_, sText);
+  clock_.End();
+}
+
+bool Probe::Hits(FAULT_KIND Kind) const {
+  return std::any_of(faults_.begin(), faults_.end(), [this, Kind](const FAULT& Fault) {
+    return Fault.Kind == Kind && Fault.Operation == operation_;
+  });
+}
+
+// The faults that come by themselves; those of a read or a write are looked at there.
+void Probe::ApplyFaults() {
+  if (dipUntil_ != 0 && operation_ >= dipUntil_) {
+    dipUntil_ = 0;
+    FollowVoltage();
+  }
+  for (const FAULT& Fault : faults_) {
+    if (Fault.Operation != operation_) {
+      continue;
+    }
+    if (Fault.Kind == LOST && !lost_) {
+      lost_ = true;
+      trace_.Event(clock_.NowUs(), "fault: the probe no longer answers");
+      link_.SupplyOn = false;  // it went with the cable
+      FollowVoltage();
+    } else if (Fault.Kind == POWER_DIP) {
+      dipVoltage_ = static_cast<uint32_t>(Fault.First);
+      dipUntil_   = operation_ + static_cast<uint32_t>(std::max<uint64_t>(Fault.Second, 1));
+      trace_.Event(clock_.NowUs(), Format("fault: target voltage drops to %u mV", dipVoltage_));
+      FollowVoltage();
+    } else if (Fault.Kind == BUSY) {
+      trace_.Event(clock_.NowUs(), "fault: the flash controller stays busy");
+      device_->Flash().HoldBusy(Fault.First);
+    }
+  }
+}
+
+void Probe::SaveIfChanged() {
+  std::string sError;
+  if (device_->Changed) {
+    device_->Changed = false;
+    if (!bench_.SaveDevice(probe_, *device_, link_, &sError)) {
+      trace_.Event(clock_.NowUs(), "state not saved: " + sError);
+    }
+  }
+}
+
+uint32_t Probe::Voltage() const {
+  if (dipUntil_ != 0) {
+    return dipVoltage_;
+  }
+  return std::max(probe_.VTarget, link_.SupplyOn ? probe_.Supply : 0);
+}
+
+void Probe::FollowVoltage() {
+  if (Voltage() >= POWER_ON_MV) {
+    device_->PowerOn();
+  } else {
+    device_->PowerOff();
+  }
+}
+
+// -- Connection ----------------------------------------------------------------------------------
+
+uint32_t Probe::IsOpen() {
+  Begin();
+  const bool Open = open_ && !lost_;
+  End(Format("IsOpen = %d", Open));
+  return Open;
+}
+
+uint32_t Probe::SelectIP(const char* sHost, int32_t Port) {
+  Begin();
+  PROBE       Found;
+  std::string sError;
+  sIP_                 = sHost != nullptr ? sHost : "";
+  const bool IsOnBench = bench_.FindByIP(sIP_, &Found, &sError);
+  if (IsOnBench) {
+    selection_ = BY_IP;
+  }
+  End(Format("SelectIP(\"%s\", %d) = %d", sIP_.c_str(), Port, !IsOnBench));
+  return !IsOnBench;
+}
+
+int32_t Probe::SelectByUSBSN(uint32_t SerialNo) {
+  Begin();
+  selection_ = BY_SERIAL;
+  serialNo_  = SerialNo;
+  End(Format("EMU_SelectByUSBSN(%u)", SerialNo));
+  return 0;
+}
+
+// "" when the chosen probe was found.
+std::string Probe::Find(PROBE* pProbe) {
+  std::string sError;
+  const bool  Found = selection_ == BY_SERIAL ? bench_.FindBySerial(serialNo_, pProbe, &sError)
+                      : selection_ == BY_IP   ? bench_.FindByIP(sIP_, pProbe, &sError)
+                                              : bench_.FindDefault(pProbe, &sError);
+  return Found ? "" : sError;
+}
+
+bool Probe::LoadFaults(std::string* psError) {
+  faults_.clear();
+  for (const std::string& sFault : probe_.Faults) {
+    FAULT Fault;
+    if (!ParseFault(sFault, &Fault, psError)) {
+      return false;
+    }
+    if (Fault.Kind == OPEN_FAILS) {
+      *psError = Fault.sText;
+      return false;
+    }
+    if (Fault.Kind == STUCK_BITS) {
+      const std::vector<OPTION_WORD>& Words = device_->Flash().Words();
+      const auto Word = std::find_if(Words.begin(), Words.end(), [&Fault](const OPTION_WORD& Each) {
+        return Fault.sText == Each.sName;
+      });
+      if (Word == Words.end()) {
+        *psError = Format("fault \"%s\": a %s has no such option word", sFault.c_str(),
+                          device_->Row().sName);
+        return false;
+      }
+      device_->Flash().SetStuckBits(static_cast<int>(Word - Words.begin()),
+                                    static_cast<uint32_t>(Fault.First),
+                                    static_cast<uint32_t>(Fault.Second));
+    }
+    faults_.push_back(Fault);
+  }
+  return true;
+}
+
+const char* Probe::Open() {
+  Begin();
+  if (open_ && !lost_) {
+    End("Open: is open already");
+    return nullptr;
+  }
+  sOpenError_ = Find(&probe_);
+  if (sOpenError_.empty()) {
+    lock_ = bench_.Lock(probe_, &sOpenError_);
+  }
+  if (sOpenError_.empty() && bench_.LoadDevice(probe_, &device_, &link_, &sOpenError_) &&
+      LoadFaults(&sOpenError_)) {
+    const char* sTime = getenv("QUOBE_BENCH_TIME");
+    const bool  Fast  = sTime != nullptr ? strcmp(sTime, "fast") == 0 : probe_.IsFast;
+    clock_            = Clock(Fast ? Clock::FAST : Clock::REAL, WallUs);
+    open_             = true;
+    lost_             = false;
+    device_->OnEvent  = [this](const std::string& sText) { trace_.Event(clock_.NowUs(), sText); };
+    device_->AdvanceTo(clock_.NowUs());
+    link_.IsOpen = true;
+    FollowVoltage();
+    device_->Changed = true;
+    ApplyFaults();
+  }
+  if (!open_) {
+    Bench::Unlock(lock_);
+    lock_ = -1;
+  }
+  End(open_ ? Format("Open: probe %u, %s", probe_.SerialNo, device_->Row().sName)
+            : "Open: " + sOpenError_);
+  return open_ ? nullptr : sOpenError_.c_str();
+}
+
+void Probe::Close() {
+  Begin();
+  if (open_) {
+    if (supplyOffAtEnd_) {
+      link_.SupplyOn = false;
+    }
+    dipUntil_ = 0;
+    FollowVoltage();
+    link_.IsOpen     = false;
+    device_->Changed = true;
+  }
+  End("Close");
+  open_           = false;
+  supplyOffAtEnd_ = false;
+  device_.reset();
+  Bench::Unlock(lock_);
+  lock_ = -1;
+}
+
+// -- Commands ------------------------------------------------------------------------------------
+
+// "" when the command was carried out, else what was wrong with it.
+std::string Probe::RunCommand(const std::string& sCommand) {
+  const std::vector<std::string> Parts  = Split(sCommand, '=');
+  const std::string              sName  = Parts[0];
+  const std::string              sValue = Parts.size() > 1 ? Parts[1] : "";
+  if (!open_ || lost_) {
+    return "Not connected to a probe";
+  }
+  if (EqualNoCase(sName, "device")) {
+    static const char* const aCores[] = {"Cortex-M0", "Cortex-M3", "Cortex-M4", "Cortex-M7"};
+    const bool               Known =
+        FindDevice(sValue) != nullptr ||
+        std::any_of(std::begin(aCores), std::end(aCores),
+                    [&sValue](const char* sCore) { return EqualNoCase(sValue, sCore); });
+    return Known ? "" : "Unknown device \"" + sValue + "\"";
+  }
+  if (EqualNoCase(sName, "SupplyPower") && (sValue == "0" || sValue == "1")) {
+    link_.SupplyOn   = sValue == "1";
+    device_->Changed = true;
+    FollowVoltage();
+    return "";
+  }
+  if (EqualNoCase(sName, "DisablePowerSupplyOnClose") && Parts.size() == 1) {
+    supplyOffAtEnd_ = true;
+    return "";
+  }
+  return "Unknown command \"" + sCommand + "\"";
+}
+
+int32_t Probe::ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
+  Begin();
+  const std::string sText  = sCommand != nullptr ? sCommand : "";
+  const std::string sError = Hits(WRITE_DROPPED) ? "" : RunCommand(sText);
+  if (pError != nullptr && BufferSize > 0) {
+    const size_t NumChars = std::min(sError.size(), static_cast<size_t>(BufferSize) - 1);
+    memcpy(pError, sError.data(), NumChars);
+    pError[NumChars] = '\0';
+  }
+  clock_.Spend(HOST_US);
+  End("ExecCommand(\"" + sText + "\")" + (sError.empty() ? "" : ": " + sError));
+  return sError.empty() ? 0 : -1;
+}
+
+// -- Target interface ----------------------------------------------------------------------------
+
+int32_t Probe::SelectInterface(int32_t Interface) {
+  Begin();
+  swd_ = Interface == INTERFACE_SWD;
+  End(Format("TIF_Select(%d)%s", Interface, swd_ ? "  SWD" : ": not supported"));
+  return swd_ ? 0 : -1;
+}
+
+void Probe::SetSpeed(uint32_t SpeedkHz) {
+  Begin();
+  const uint32_t Wanted =
+      SpeedkHz == SPEED_AUTO || SpeedkHz == SPEED_ADAPTIVE ? AUTO_SPEED_KHZ : SpeedkHz;
+  speed_ = std::min(Wanted, probe_.MaxSpeed);
+  End(Format("SetSpeed(%u)  %u kHz", SpeedkHz, speed_));
+}
+
+uint32_t Probe::GetSpeed() {
+  Begin();
+  End(Format("GetSpeed = %u", speed_));
+  return speed_;
+}
+
+bool Probe::GetVoltage(uint16_t* pMillivolts) {
+  Begin();
+  const bool Good = open_ && !lost_ && !Hits(READ_FAILS);
+  if (Good) {
+    *pMillivolts = static_cast<uint16_t>(Voltage());
+  }
+  End(Good ? Format("GetHWStatus  VTarget=%u mV", *pMillivolts) : "GetHWStatus: failed");
+  return Good;
+}
+
+// -- Target --------------------------------------------------------------------------------------
+
+int32_t Probe::SetResetType(int32_t Type) {
+  Begin();
+  resetType_ = Type;
+  End(Format("SetResetType(%d)", Type));
+  return 0;
+}
+
+void Probe::SetResetDelay(int32_t Delayms) {
+  Begin();
+  resetDelayMs_ = Delayms;
+  End(Format("SetResetDelay(%d)", Delayms));
+}
+
+int32_t Probe::Reset() {
+  Begin();
+  const bool Good = open_ && !lost_ && device_->IsPowered() && !Hits(WRITE_DROPPED);
+  if (Good) {
+    device_->SystemReset(probe_.ResetHalts, "by the probe");
+    clock_.Spend(RESET_US + 1000 * static_cast<uint64_t>(std::max(resetDelayMs_, 0)));
+    device_->AdvanceTo(clock_.NowUs());
+  }
+  End(Good ? "Reset" : "Reset: failed");
+  return Good ? 0 : -1;
+}
+
+uint64_t Probe::TransferUs(uint32_t NumWords) const {
+  const uint32_t kHz = speed_ != 0 ? speed_ : AUTO_SPEED_KHZ;
+  return HOST_US + static_cast<uint64_t>(NumWords) * BITS_PER_WORD * 1000 / kHz;
+}
+
+// Also lets a device in fast time get on: a tenth of a second or half a minute, it is ready after
+// a few polls.
+bool Probe::ReachesTarget() {
+  if (!open_ || lost_ || !swd_) {
+    return false;
+  }
+  Controller& Flash = device_->Flash();
+  if (clock_.IsFast() && Flash.Busy()) {
+    if (Flash.PhaseUs() != FOREVER) {
+      clock_.Spend(Flash.PhaseUs() / FAST_POLLS + 1);
+      device_->AdvanceTo(clock_.NowUs());
+    }
+  }
+  return device_->DebugPortAnswers();
+}
+
+int32_t Probe::ReadMemory(uint32_t Address, uint32_t NumItems, uint32_t* pData, uint8_t* pStatus) {
+  Begin();
+  const bool Reaches = ReachesTarget() && !Hits(READ_FAILS);
+  clock_.Spend(TransferUs(NumItems));
+  bool        Good = Reaches;
+  std::string sText;
+  for (uint32_t i = 0; i < NumItems && Good; i++) {
+    uint32_t Value = 0;
+    Good           = device_->Read(Address + 4 * i, 4, &Value);
+    if (Good) {
+      pData[i] = Value;
+    }
+    if (pStatus != nullptr) {
+      pStatus[i] = !Good;
+    }
+    if (trace_.IsOn() && Good) {
+      sText += (i == 0 ? "RD  " : "; ") + DescribeAccess(device_.get(), Address + 4 * i, 4, Value);
+    }
+  }
+  busyPolls_ = device_ != nullptr && device_->Flash().Busy() && device_->IsPowered()
+                   ? busyPolls_ + 1
+                   : (Good ? 0 : busyPolls_ + 1);
+  if (busyPolls_ > PATIENT_POLLS) {
+    SleepUs(PATIENT_SLEEP_US);
+  }
+  End(Good ? sText : "RD  " + NameOf(device_.get(), Address) + ": failed");
+  return Good ? 0 : -1;
+}
+
+int32_t Probe::WriteMemory(uint32_t Address, uint32_t Size, uint32_t Data) {
+  Begin();
+  const bool Dropped = Hits(WRITE_DROPPED);
+  const bool Reaches = ReachesTarget() && !Dropped;
+  clock_.Spend(TransferUs(1));
+  // Named before it is done: a write that resets the device would find other names gone.
+  const std::string sAccess =
+      trace_.IsOn() ? DescribeAccess(device_.get(), Address, Size, Data) : "";
+  const bool Good = Reaches && device_->Write(Address, Size, Data);
+  End((Size == 4   ? "WR  "
+       : Size == 2 ? "WR16 "
+                   : "WR8 ") +
+      sAccess +
+      (Good      ? ""
+       : Dropped ? ": dropped"
+                 : ": failed"));
+  return Good ? 0 : -1;
+}
+
+}  // namespace sim

@@ -1,0 +1,415 @@
+// The probe library as its callers meet it: opened by name, driven through its 16 functions.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "sim/bench.h"
+
+static const char* const aOperations[] = {
+    "QUOBEARM_IsOpen",      "QUOBEARM_SelectIP",     "QUOBEARM_EMU_SelectByUSBSN",
+    "QUOBEARM_Open",        "QUOBEARM_Close",        "QUOBEARM_ExecCommand",
+    "QUOBEARM_TIF_Select",  "QUOBEARM_SetSpeed",     "QUOBEARM_GetSpeed",
+    "QUOBEARM_GetHWStatus", "QUOBEARM_SetResetType", "QUOBEARM_SetResetDelay",
+    "QUOBEARM_Reset",       "QUOBEARM_ReadMemU32",   "QUOBEARM_WriteU32",
+    "QUOBEARM_WriteU16"};
+
+class SimLibrary : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sDirectory_ = ::testing::TempDir() + "quobe-sim-" + std::to_string(getpid()) + "-" +
+                  ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    setenv("QUOBE_BENCH", sDirectory_.c_str(), 1);
+    setenv("QUOBE_BENCH_TIME", "fast", 1);
+    setenv("QUOBE_BENCH_TRACE", (sDirectory_ + ".trace").c_str(), 1);
+    bench_.reset(new sim::Bench);
+    pLibrary_ = dlopen(QUOBE_SIM_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(nullptr, pLibrary_) << dlerror();
+  }
+  void TearDown() override {
+    if (pLibrary_ != nullptr) {
+      Call<void (*)()>("QUOBEARM_Close")();
+      dlclose(pLibrary_);
+    }
+    const std::string sCommand = "rm -rf '" + sDirectory_ + "' '" + sDirectory_ + ".trace'";
+    EXPECT_EQ(0, system(sCommand.c_str()));
+  }
+
+  template <typename FUNCTION>
+  FUNCTION Call(const char* sName) {
+    return reinterpret_cast<FUNCTION>(dlsym(pLibrary_, sName));
+  }
+
+  const char* Open() { return Call<const char* (*)()>("QUOBEARM_Open")(); }
+  uint32_t    IsOpen() { return Call<uint32_t (*)()>("QUOBEARM_IsOpen")(); }
+  void        Close() { Call<void (*)()>("QUOBEARM_Close")(); }
+  void        SelectSerial(uint32_t SerialNo) {
+           Call<int32_t (*)(uint32_t)>("QUOBEARM_EMU_SelectByUSBSN")(SerialNo);
+  }
+  uint32_t SelectIP(const char* sHost) {
+    return Call<uint32_t (*)(const char*, int32_t)>("QUOBEARM_SelectIP")(sHost, 0);
+  }
+  std::string Command(const char* sCommand, int32_t Size = 4000) {
+    char acError[4001];
+    memset(acError, '#', sizeof(acError));
+    Call<int32_t (*)(const char*, char*, int32_t)>("QUOBEARM_ExecCommand")(sCommand, acError, Size);
+    EXPECT_EQ('#', acError[Size]);
+    return acError;
+  }
+  void     Swd() { Call<int32_t (*)(int32_t)>("QUOBEARM_TIF_Select")(1); }
+  uint32_t Speed(uint32_t Wanted) {
+    Call<void (*)(uint32_t)>("QUOBEARM_SetSpeed")(Wanted);
+    return Call<uint32_t (*)()>("QUOBEARM_GetSpeed")();
+  }
+  uint32_t Voltage() {
+    unsigned char abRecord[512] = {};
+    Call<int32_t (*)(void*)>("QUOBEARM_GetHWStatus")(abRecord);
+    return abRecord[0] | static_cast<uint32_t>(abRecord[1]) << 8;
+  }
+  int32_t Read(uint32_t Address, uint32_t* pValue) {
+    return Call<int32_t (*)(uint32_t, uint32_t, uint32_t*, uint8_t*)>("QUOBEARM_ReadMemU32")(
+        Address, 1, pValue, nullptr);
+  }
+  void Write(uint32_t Address, uint32_t Value) {
+    Call<int32_t (*)(uint32_t, uint32_t)>("QUOBEARM_WriteU32")(Address, Value);
+  }
+  void Reset() { Call<int32_t (*)()>("QUOBEARM_Reset")(); }
+
+  // A probe with a device on it.
+  void Put(const sim::PROBE& Probe, const char* sDevice,
+           const sim::CREATE_REQUEST& Request = sim::CREATE_REQUEST()) {
+    sim::Device Target(*sim::FindDevice(sDevice));
+    std::string sError;
+    ASSERT_TRUE(Target.Flash().Configure(Request, &sError)) << sError;
+    sim::FillFlash(&Target, 4096);
+    ASSERT_TRUE(bench_->SaveProbe(Probe, &sError)) << sError;
+    ASSERT_TRUE(bench_->SaveDevice(Probe, Target, sim::LINK(), &sError)) << sError;
+  }
+  static sim::PROBE Probe(uint32_t SerialNo) {
+    sim::PROBE Each;
+    Each.SerialNo = SerialNo;
+    return Each;
+  }
+  static sim::PROBE WithFault(const char* sFault) {
+    sim::PROBE Each = Probe(1);
+    Each.Faults     = {sFault};
+    return Each;
+  }
+  uint32_t IdCode() {
+    uint32_t Value = 0;
+    Swd();
+    return Read(0xE0042000, &Value) < 0 ? 0 : Value & 0xFFF;
+  }
+  std::string TraceText() {
+    std::ifstream     File(sDirectory_ + ".trace");
+    std::stringstream Text;
+    Text << File.rdbuf();
+    return Text.str();
+  }
+
+  std::string                 sDirectory_;
+  std::unique_ptr<sim::Bench> bench_;
+  void*                       pLibrary_ = nullptr;
+};
+
+TEST_F(SimLibrary, HasThe16Operations) {
+  for (const char* sName : aOperations) {
+    EXPECT_NE(nullptr, dlsym(pLibrary_, sName)) << sName;
+  }
+}
+
+TEST_F(SimLibrary, CallsWithoutAConnectionDoNoHarm) {
+  uint32_t Value = 0x5A5A5A5A;
+  EXPECT_EQ(0u, IsOpen());
+  EXPECT_LT(Read(0xE0042000, &Value), 0);
+  EXPECT_EQ(0x5A5A5A5Au, Value);
+  Write(0x20000000, 1);
+  Reset();
+  EXPECT_EQ(0u, Voltage());
+  EXPECT_EQ("Not connected to a probe", Command("device = Cortex-M4"));
+  Close();
+}
+
+TEST_F(SimLibrary, AnEmptyBenchHasOneDefaultDevice) {
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(1u, IsOpen());
+  EXPECT_EQ(0x413u, IdCode());
+  Close();
+  EXPECT_EQ(0u, IsOpen());
+}
+
+TEST_F(SimLibrary, TheProbeIsChosenBySerialNumberByAddressOrByDefault) {
+  sim::PROBE First = Probe(11), Second = Probe(22), Third = Probe(33);
+  First.sIP       = "192.168.0.11";
+  Third.IsDefault = true;
+  Put(First, "STM32F103");
+  Put(Second, "STM32F407");
+  Put(Third, "STM32F429");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0x419u, IdCode());
+  Close();
+  SelectSerial(22);
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0x413u, IdCode());
+  Close();
+  EXPECT_NE(0u, SelectIP("192.168.0.99"));
+  EXPECT_EQ(0u, SelectIP("192.168.0.11"));
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0x410u, IdCode());
+}
+
+TEST_F(SimLibrary, ASerialNumberThatIsNotThereShowsWhenOpening) {
+  Put(Probe(11), "STM32F103");
+  SelectSerial(12);
+  const char* sError = Open();
+  ASSERT_NE(nullptr, sError);
+  EXPECT_NE(std::string::npos, std::string(sError).find("12"));
+  EXPECT_EQ(0u, IsOpen());
+}
+
+TEST_F(SimLibrary, AProbeInUseCannotBeOpenedAgain) {
+  Put(Probe(1), "STM32F103");
+  int aReady[2], aDone[2];
+  ASSERT_EQ(0, pipe(aReady));
+  ASSERT_EQ(0, pipe(aDone));
+  const pid_t Other = fork();
+  if (Other == 0) {
+    std::string sError;
+    char        Byte = bench_->Lock(Probe(1), &sError) >= 0 ? 'y' : 'n';
+    const bool  Told = write(aReady[1], &Byte, 1) == 1 && read(aDone[0], &Byte, 1) == 1;
+    _exit(Told ? 0 : 1);
+  }
+  char Byte = 'n';
+  ASSERT_EQ(1, read(aReady[0], &Byte, 1));
+  EXPECT_EQ('y', Byte);
+  const char* sText = Open();
+  ASSERT_NE(nullptr, sText);
+  EXPECT_NE(std::string::npos, std::string(sText).find("in use"));
+  ASSERT_EQ(1, write(aDone[1], &Byte, 1));
+  int Status = -1;
+  ASSERT_EQ(Other, waitpid(Other, &Status, 0));
+  EXPECT_EQ(0, Status);
+  EXPECT_EQ(nullptr, Open());
+  for (const int File : {aReady[0], aReady[1], aDone[0], aDone[1]}) {
+    close(File);
+  }
+}
+
+TEST_F(SimLibrary, SpeedIsLimitedByTheProbe) {
+  sim::PROBE Slow = Probe(1);
+  Slow.MaxSpeed   = 2000;
+  Put(Slow, "STM32F103");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(1000u, Speed(1000));
+  EXPECT_EQ(2000u, Speed(50000));
+  EXPECT_EQ(2000u, Speed(0));
+  EXPECT_EQ(2000u, Speed(0xFFFF));
+}
+
+TEST_F(SimLibrary, UnknownCommandsAreAnsweredWithATextThatFitsTheBuffer) {
+  Put(Probe(1), "STM32F103");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ("", Command("device = Cortex-M3"));
+  EXPECT_EQ("Unknown device \"Z80\"", Command("device = Z80"));
+  EXPECT_EQ("Unknown command \"Dance\"", Command("Dance"));
+  EXPECT_EQ("Unknown c", Command("Dance", 10));
+  EXPECT_EQ("", Command("Dance", 1));
+}
+
+TEST_F(SimLibrary, AnUnpoweredTargetReadsNoVoltsUntilTheProbeSuppliesIt) {
+  sim::PROBE Unpowered = Probe(1);
+  Unpowered.VTarget    = 0;
+  Put(Unpowered, "STM32F103");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0u, Voltage());
+  EXPECT_EQ(0u, IdCode());
+  EXPECT_EQ("", Command("SupplyPower = 1"));
+  EXPECT_EQ(3300u, Voltage());
+  EXPECT_EQ(0x410u, IdCode());
+  Close();
+  // Nobody asked for it to go off.
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(3300u, Voltage());
+  EXPECT_EQ("", Command("DisablePowerSupplyOnClose"));
+  Close();
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0u, Voltage());
+}
+
+TEST_F(SimLibrary, ADeviceBelowItsSupplyRangeDoesNotAnswer) {
+  sim::PROBE Weak = Probe(1);
+  Weak.VTarget    = 600;
+  Put(Weak, "STM32F103");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(600u, Voltage());
+  EXPECT_EQ(0u, IdCode());
+}
+
+TEST_F(SimLibrary, TheDeviceIsFoundAsItWasLeft) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FF0AAEE);
+  uint32_t Status = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+  } while (Status & 0x10000);
+  Close();
+  EXPECT_EQ(nullptr, Open());
+  uint32_t Value = 0;
+  Swd();
+  EXPECT_GE(Read(0x40023C14, &Value), 0);
+  EXPECT_EQ(0x0FF0AAECu, Value);  // still unlocked: nobody reset it
+}
+
+TEST_F(SimLibrary, WhatRunsWhenTheConnectionEndsIsDoneByTheNext) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FF0AAEE);
+  Close();
+  EXPECT_EQ(nullptr, Open());
+  uint32_t Value = 0;
+  Swd();
+  EXPECT_GE(Read(0x40023C0C, &Value), 0);
+  EXPECT_EQ(0u, Value);
+  EXPECT_GE(Read(0x40023C14, &Value), 0);
+  EXPECT_EQ(0x0FF0AAECu, Value);
+}
+
+TEST_F(SimLibrary, FastTimeIsBusyForAFewPolls) {
+  sim::CREATE_REQUEST Protected;
+  Protected.Level = 1;
+  Put(Probe(1), "STM32F407", Protected);
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FFFAAEE);
+  int      NumPolls = 0;
+  uint32_t Status   = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+    NumPolls++;
+  } while ((Status & 0x10000) && NumPolls < 100);
+  EXPECT_GT(NumPolls, 1);
+  EXPECT_LT(NumPolls, 20);
+}
+
+// -- Faults
+
+TEST_F(SimLibrary, FaultOpenFailsWithItsText) {
+  Put(WithFault("open-fails \"The cable is loose.\""), "STM32F103");
+  EXPECT_STREQ("The cable is loose.", Open());
+  EXPECT_EQ(0u, IsOpen());
+}
+
+TEST_F(SimLibrary, FaultLostEndsTheConnectionAtThatOperation) {
+  Put(WithFault("lost 5"), "STM32F103");
+  uint32_t Value = 0;
+  EXPECT_EQ(nullptr, Open());              // 1
+  Swd();                                   // 2
+  EXPECT_GE(Read(0xE0042000, &Value), 0);  // 3
+  EXPECT_EQ(1u, IsOpen());                 // 4
+  EXPECT_LT(Read(0xE0042000, &Value), 0);  // 5
+  EXPECT_EQ(0u, IsOpen());
+  EXPECT_LT(Read(0xE0042000, &Value), 0);
+}
+
+TEST_F(SimLibrary, FaultReadFailsOnceOnly) {
+  Put(WithFault("read-fails 3"), "STM32F103");
+  uint32_t Value = 0;
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  EXPECT_LT(Read(0xE0042000, &Value), 0);
+  EXPECT_GE(Read(0xE0042000, &Value), 0);
+}
+
+TEST_F(SimLibrary, FaultWriteDroppedOnceOnly) {
+  Put(WithFault("write-dropped 3"), "STM32F103");
+  uint32_t Value = 0;
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x20000000, 0x11111111);
+  Write(0x20000004, 0x22222222);
+  EXPECT_GE(Read(0x20000000, &Value), 0);
+  EXPECT_EQ(0u, Value);
+  EXPECT_GE(Read(0x20000004, &Value), 0);
+  EXPECT_EQ(0x22222222u, Value);
+}
+
+TEST_F(SimLibrary, FaultPowerDipIsSeenAndRestartsTheDevice) {
+  Put(WithFault("power-dip 4 450 2"), "STM32F103");
+  uint32_t Value = 0;
+  EXPECT_EQ(nullptr, Open());              // 1
+  Swd();                                   // 2
+  Write(0xE0042004, 0x300);                // 3
+  EXPECT_EQ(450u, Voltage());              // 4
+  EXPECT_LT(Read(0xE0042004, &Value), 0);  // 5
+  EXPECT_EQ(3300u, Voltage());             // 6
+  EXPECT_GE(Read(0xE0042004, &Value), 0);
+  EXPECT_EQ(0u, Value);
+}
+
+TEST_F(SimLibrary, FaultBusyHoldsTheNextOperation) {
+  Put(WithFault("busy 3 forever"), "STM32F407");
+  uint32_t Status = 0;
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FFFAAEE);
+  for (int i = 0; i < 50; i++) {
+    EXPECT_GE(Read(0x40023C0C, &Status), 0);
+    EXPECT_EQ(0x10000u, Status & 0x10000);
+  }
+  Reset();
+  EXPECT_GE(Read(0x40023C0C, &Status), 0);
+  EXPECT_EQ(0u, Status & 0x10000);
+}
+
+TEST_F(SimLibrary, FaultStuckBitsDoNotProgram) {
+  Put(WithFault("stuck OPTCR 0x00010000 0"), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FFFAAEE);
+  uint32_t Status = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+  } while (Status & 0x10000);
+  EXPECT_GE(Read(0x40023C14, &Status), 0);
+  EXPECT_EQ(0x0FFEAAECu, Status);
+}
+
+// -- Trace
+
+TEST_F(SimLibrary, TheTraceNamesRegistersAndBits) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FFFAAEE);
+  Close();
+  const std::string sText = TraceText();
+  for (const char* sLine :
+       {"Open: probe 1, STM32F407", "WR  FLASH_OPTKEYR = 0x08192A3B  OPTKEY1",
+        "WR  FLASH_OPTKEYR = 0x4C5D6E7F  OPTKEY2",
+        "WR  FLASH_OPTCR = 0x0FFFAAEE  OPTSTRT BOR_LEV=3 WDG_SW nRST_STOP nRST_STDBY RDP=AA "
+        "nWRP=FFF",
+        "-- option bytes: erase starts, 250 ms", "Close"}) {
+    EXPECT_NE(std::string::npos, sText.find(sLine)) << sLine << "\nnot in\n" << sText;
+  }
+}
