@@ -57,8 +57,9 @@ uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C) {
     return (A * B + C / 2) / C;
   }
   // In steps: a fused multiply-add would round differently from machine to machine.
-  const double Product = (double)B * (double)A;
-  const double Sum     = (double)(C / 2) + Product;
+  const uint64_t HalfC   = C / 2;
+  const double   Product = (double)B * (double)A;
+  const double   Sum     = (double)HalfC + Product;
   return DoubleToU64(Sum / (double)C);
 }
 
