@@ -165,15 +165,18 @@ __attribute__((no_sanitize("thread"))) static void BuildBitRev() {
   __atomic_store_n(&aBitRev[NUM_REV_ENTRIES - 1], (uint16_t)0xFFFF, __ATOMIC_RELEASE);
 }
 
-__attribute__((no_sanitize("thread"))) uint16_t UTIL_GetBitRev16(uint16_t Value) {
+static inline void NeedBitRev() {
   if (__atomic_load_n(&aBitRev[NUM_REV_ENTRIES - 1], __ATOMIC_ACQUIRE) != 0xFFFF) {
     BuildBitRev();
   }
+}
+
+__attribute__((no_sanitize("thread"))) uint16_t UTIL_GetBitRev16(uint16_t Value) {
+  NeedBitRev();
   return aBitRev[Value];
 }
 
-uint32_t UTIL_GetBitRev32(uint32_t Value) {
-  const uint32_t Low  = UTIL_GetBitRev16((uint16_t)Value);
-  const uint32_t High = UTIL_GetBitRev16((uint16_t)(Value >> 16));
-  return (Low << 16) | High;
+__attribute__((no_sanitize("thread"))) uint32_t UTIL_GetBitRev32(uint32_t Value) {
+  NeedBitRev();
+  return ((uint32_t)aBitRev[Value & 0xFFFF] << 16) | aBitRev[Value >> 16];
 }
