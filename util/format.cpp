@@ -17,6 +17,13 @@ static const char     DigitsLower[]    = "0123456789abcdef";
 static const char     DigitsUpper[]    = "0123456789ABCDEF";
 static const int      MAX_VALUE_DIGITS = 20;  // 2^64 - 1 in decimal
 
+// The next integer argument, as wide as it was passed. Of a long only the low 32 bits are used
+// afterwards, on purpose. A macro, because not every system lets a va_list be passed on by address.
+#define INTEGER_ARG(Args, NumL)                          \
+  ((NumL) == 0   ? (uint64_t)va_arg(Args, unsigned int)  \
+   : (NumL) == 1 ? (uint64_t)va_arg(Args, unsigned long) \
+                 : (uint64_t)va_arg(Args, unsigned long long))
+
 static void StoreChar(OUTPUT* pOut, char c) {
   if (pOut->Pos < pOut->BufferSize - 1) {
     pOut->pBuffer[pOut->Pos++] = c;
@@ -108,29 +115,15 @@ char* UTIL_vsnprintf(char* pBuffer, int32_t BufferSize, const char* sFormat, va_
     switch (Conversion) {
       case 'd':
       case 'i': {
-        int64_t Value;
-        if (NumL >= 2) {
-          Value = va_arg(Args, long long);
-        } else if (NumL == 1) {
-          Value = (int32_t)va_arg(Args, long);  // low 32 bits of the slot, on purpose
-        } else {
-          Value = va_arg(Args, int);
-        }
-        StoreSigned(&Out, &Conv, Value);
+        const uint64_t Slot = INTEGER_ARG(Args, NumL);
+        StoreSigned(&Out, &Conv, NumL < 2 ? (int32_t)Slot : (int64_t)Slot);
         break;
       }
       case 'u':
       case 'x':
       case 'X': {
-        uint64_t Value;
-        if (NumL >= 2) {
-          Value = va_arg(Args, unsigned long long);
-        } else if (NumL == 1) {
-          Value = (uint32_t)va_arg(Args, unsigned long);
-        } else {
-          Value = va_arg(Args, unsigned int);
-        }
-        StoreUnsigned(&Out, &Conv, Value, Conversion == 'u' ? 10 : 16,
+        const uint64_t Slot = INTEGER_ARG(Args, NumL);
+        StoreUnsigned(&Out, &Conv, NumL < 2 ? (uint32_t)Slot : Slot, Conversion == 'u' ? 10 : 16,
                       Conversion == 'X' ? DigitsUpper : DigitsLower);
         break;
       }

@@ -26,13 +26,15 @@ static const char* ScanDigits(const char* s, uint32_t Base, uint64_t* pValue) {
     Base = 16;
     s += 2;
   }
-  if (HexValue(*s) >= Base) {
+  uint32_t Digit = HexValue(*s);
+  if (Digit >= Base) {
     return NULL;
   }
   uint64_t Value = 0;
-  for (; HexValue(*s) < Base; s++) {
-    Value = Value * Base + HexValue(*s);
-  }
+  do {
+    Value = Value * Base + Digit;
+    Digit = HexValue(*++s);
+  } while (Digit < Base);
   *pValue = Value;
   return s;
 }

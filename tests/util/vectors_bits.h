@@ -1,0 +1,265 @@
+// tests/util/vectors_bits.h
+//
+// Rows for bits, byte orders and arithmetic; vectors.h tells how to run them.
+
+#ifndef TESTS_UTIL_VECTORS_BITS_H
+#define TESTS_UTIL_VECTORS_BITS_H
+
+#include "tests/util/vectors.h"
+#include "util/arith.h"
+#include "util/bits.h"
+#include "util/byteorder.h"
+
+// One row: an operation, up to four numbers, and what comes of them.
+enum VECTORS_BITS_OP {
+  OP_LEB128,  // a value; the number of bytes that it takes
+  OP_HIGHEST32,
+  OP_HIGHEST64,
+  OP_LOWEST32,
+  OP_LOG2,
+  OP_COUNT,
+  OP_PARITY,
+  OP_REV16,
+  OP_REV32,
+  OP_IN_RANGE,
+  OP_OVERLAP,
+  OP_GCD,
+  OP_ABS32,
+  OP_ABS64,
+  OP_MULDIV,
+  OP_DIV,
+  OP_MOD,
+  OP_SIGNED_DIV,
+  OP_DAYS,
+  OP_SWAP16,
+  OP_SWAP32,
+  OP_SWAP64
+};
+
+struct VECTORS_BITS_ROW {
+  VECTORS_BITS_OP Op;
+  uint64_t        a[4];
+  uint64_t        Expected;  // signed results sign-extended
+  const char*     sText;
+};
+
+static const VECTORS_BITS_ROW VECTORS_BitsRows[] = {
+    {OP_LEB128, {0}, 1, "LEB128 of 0"},
+    {OP_LEB128, {127}, 1, "LEB128 of 127"},
+    {OP_LEB128, {128}, 2, "LEB128 of 128"},
+    {OP_LEB128, {300}, 2, "LEB128 of 300"},
+    {OP_LEB128, {0xFFFFFFFF}, 5, "LEB128 of 2^32 - 1"},
+    {OP_LEB128, {UINT64_MAX}, 10, "LEB128 of 2^64 - 1"},
+    {OP_HIGHEST32, {0}, (uint64_t)-1, "highest bit of 0"},
+    {OP_HIGHEST32, {1}, 0, "highest bit of 1"},
+    {OP_HIGHEST32, {0x80000000}, 31, "highest bit of 2^31"},
+    {OP_HIGHEST32, {0x00012345}, 16, "highest bit of 0x12345"},
+    {OP_HIGHEST64, {0}, (uint64_t)-1, "highest of 64 bits of 0"},
+    {OP_HIGHEST64, {0x8000000000000000}, 63, "highest of 64 bits of 2^63"},
+    {OP_HIGHEST64, {0x100000000}, 32, "highest of 64 bits of 2^32"},
+    {OP_LOWEST32, {0}, (uint64_t)-1, "lowest bit of 0"},
+    {OP_LOWEST32, {0x80000000}, 31, "lowest bit of 2^31"},
+    {OP_LOWEST32, {0x00012340}, 6, "lowest bit of 0x12340"},
+    {OP_LOG2, {0}, 31, "log2 of 0"},
+    {OP_LOG2, {1}, 0, "log2 of 1"},
+    {OP_LOG2, {1023}, 9, "log2 of 1023"},
+    {OP_LOG2, {1024}, 10, "log2 of 1024"},
+    {OP_LOG2, {0x7FFFFFFF}, 30, "log2 of 2^31 - 1"},
+    {OP_LOG2, {0xFFFFFFFF}, 31, "log2 of -1"},
+    {OP_LOG2, {0x80000000}, 31, "log2 of -2^31"},
+    {OP_COUNT, {0}, 0, "set bits of 0"},
+    {OP_COUNT, {0xFFFFFFFF}, 32, "set bits of 2^32 - 1"},
+    {OP_COUNT, {0x80010100}, 3, "set bits of 0x80010100"},
+    {OP_PARITY, {0}, 0, "parity of 0"},
+    {OP_PARITY, {0x80000000}, 1, "parity of 2^31"},
+    {OP_PARITY, {0xFFFFFFFF}, 0, "parity of 2^32 - 1"},
+    {OP_REV16, {0x0001}, 0x8000, "reversed 0x0001"},
+    {OP_REV16, {0x1234}, 0x2C48, "reversed 0x1234"},
+    {OP_REV16, {0xFFFF}, 0xFFFF, "reversed 0xFFFF"},
+    {OP_REV32, {0x00000001}, 0x80000000, "reversed 0x00000001"},
+    {OP_REV32, {0x12345678}, 0x1E6A2C48, "reversed 0x12345678"},
+    {OP_IN_RANGE, {100, 100, 0}, 0, "address in an empty range"},
+    {OP_IN_RANGE, {100, 100, 1}, 1, "the only address of a range"},
+    {OP_IN_RANGE, {109, 100, 10}, 1, "last address of a range"},
+    {OP_IN_RANGE, {110, 100, 10}, 0, "address behind a range"},
+    {OP_IN_RANGE, {99, 100, 10}, 0, "address in front of a range"},
+    {OP_IN_RANGE, {UINT64_MAX, UINT64_MAX, 1}, 1, "highest address"},
+    {OP_IN_RANGE, {0xFFFFFFFF, 0xFFFFFFF0, 0x10}, 1, "top of 32 bits"},
+    {OP_IN_RANGE, {UINT64_MAX, UINT64_MAX, 2}, 0, "range that wraps"},
+    {OP_IN_RANGE, {UINT64_MAX, 0, UINT64_MAX}, 0, "range that lacks the highest address"},
+    {OP_OVERLAP, {0, 10, 10, 5}, 0, "ranges that touch"},
+    {OP_OVERLAP, {0, 11, 10, 5}, 1, "ranges that share one address"},
+    {OP_OVERLAP, {14, 9, 10, 5}, 1, "ranges that share one address, the other way round"},
+    {OP_OVERLAP, {15, 9, 10, 5}, 0, "ranges that touch, the other way round"},
+    {OP_OVERLAP, {12, 1, 10, 5}, 1, "range inside"},
+    {OP_OVERLAP, {5, 0, 0, 10}, 0, "empty first range"},
+    {OP_OVERLAP, {0, 10, 5, 0}, 0, "empty second range"},
+    {OP_GCD, {12, 18}, 6, "divisor of 12 and 18"},
+    {OP_GCD, {17, 5}, 1, "divisor of 17 and 5"},
+    {OP_GCD, {0, 5}, 0, "divisor of 0 and 5"},
+    {OP_GCD, {5, 0}, 0, "divisor of 5 and 0"},
+    {OP_GCD, {0xFFFFFFFF, 0xFFFFFFFF}, 0xFFFFFFFF, "divisor of equal numbers"},
+    {OP_ABS32, {5, 3}, 2, "difference of 5 and 3"},
+    {OP_ABS32, {3, 5}, 2, "difference of 3 and 5"},
+    {OP_ABS32, {0x7FFFFFFF, 0x80000000}, 0xFFFFFFFF, "widest difference"},
+    {OP_ABS64, {(uint64_t)-5, 3}, 8, "difference of -5 and 3"},
+    {OP_ABS64, {0x500000007, 0x300000002}, 5, "low half of a wide difference"},
+    {OP_ABS64, {0x7FFFFFFFFFFFFFFF, 0x8000000000000000}, 0xFFFFFFFF, "widest of 64 bits"},
+    {OP_MULDIV, {3, 1, 2}, 2, "3 * 1 / 2"},
+    {OP_MULDIV, {1, 1, 3}, 0, "1 * 1 / 3"},
+    {OP_MULDIV, {2, 1, 3}, 1, "2 * 1 / 3"},
+    {OP_MULDIV, {0, 5, 3}, 0, "0 * 5 / 3"},
+    {OP_MULDIV, {7, 5, 1}, 35, "7 * 5 / 1"},
+    {OP_MULDIV, {5, 5, 0}, 0, "division by 0"},
+    {OP_MULDIV, {0x7FFFFFFF, 0xFFFFFFFF, 0x7FFFFFFF}, 0xFFFFFFFF, "largest exact product"},
+    {OP_MULDIV, {1000000000000, 1000000000000, 1000000000000}, 1000000000000, "in doubles"},
+    {OP_MULDIV, {1ull << 62, 2, 1}, 1ull << 63, "in doubles, from 2^63 up"},
+    {OP_MULDIV, {3ull << 62, 1, 1}, 3ull << 62, "in doubles, above 2^63"},
+    {OP_MULDIV, {1ull << 63, 2, 1}, UINT64_MAX, "does not fit"},
+    {OP_DIV, {100, 7}, 14, "100 divided by 7"},
+    {OP_DIV, {0xFFFFFFFF, 0x80000000}, 1, "divided by 2^31"},
+    {OP_DIV, {0xFFFFFFFF, 0xFFFFFFFE}, 1, "divided by 2^32 - 2"},
+    {OP_DIV, {5, 0}, 0xFFFFFFFF, "divided by 0"},
+    {OP_MOD, {100, 7}, 2, "remainder of 100 by 7"},
+    {OP_MOD, {0xFFFFFFFE, 0xFFFFFFFF}, 0xFFFFFFFE, "remainder of a smaller number"},
+    {OP_MOD, {5, 0}, 5, "remainder by 0"},
+    {OP_SIGNED_DIV, {(uint64_t)-100, 7}, (uint64_t)-14, "-100 divided by 7"},
+    {OP_SIGNED_DIV, {100, 7}, 14, "100 divided by 7, signed"},
+    {OP_SIGNED_DIV, {100, (uint64_t)-7}, 0, "100 divided by -7"},
+    {OP_SIGNED_DIV, {(uint64_t)-100, (uint64_t)-7}, 0, "-100 divided by -7"},
+    {OP_SIGNED_DIV, {0x80000000, 0x80000000}, (uint64_t)-1, "-2^31 by itself"},
+    {OP_SIGNED_DIV, {0x80000000, 1}, (uint64_t)INT32_MIN, "-2^31 by 1"},
+    {OP_DAYS, {20200301, 20200228}, 2, "over a leap day"},
+    {OP_DAYS, {210101, 20201231}, 1, "over a new year, short and long form"},
+    {OP_DAYS, {20201231, 210101}, (uint64_t)-1, "back over a new year"},
+    {OP_DAYS, {20210301, 20210228}, 1, "over the end of February"},
+    {OP_DAYS, {21000301, 21000228}, 1, "2100 is no leap year"},
+    {OP_DAYS, {24000301, 24000228}, 2, "2400 is a leap year"},
+    {OP_DAYS, {20241231, 20240101}, 365, "a leap year"},
+    {OP_DAYS, {20250101, 20240101}, 366, "to the next year from a leap year"},
+    {OP_DAYS, {20020101, 20010101}, 365, "2001 is the first year counted"},
+    {OP_DAYS, {20010101, 20000101}, 0, "years before 2002 count as one"},
+    {OP_DAYS, {20000301, 20000228}, 2, "2000 is a leap year"},
+    {OP_DAYS, {20200001, 20200101}, 0, "month 0 is January"},
+    {OP_DAYS, {20211301, 20211201}, 31, "month 13 follows December"},
+    {OP_DAYS, {20219901, 20211301}, 0, "month 99 too"},
+    {OP_DAYS, {10000000, 9999999}, (uint64_t)-364976, "the short form ends at 9999999"},
+    {OP_SWAP16, {0x1234}, 0x3412, "swapped 0x1234"},
+    {OP_SWAP32, {0x12345678}, 0x78563412, "swapped 0x12345678"},
+    {OP_SWAP64, {0x0123456789ABCDEF}, 0xEFCDAB8967452301, "swapped 0x0123456789ABCDEF"},
+};
+
+// The number of bytes written, if reading them back gives the value and takes as many.
+static inline uint64_t VECTORS_RunLEB128(uint64_t Value) {
+  uint8_t        ab[16];
+  uint8_t*       pWrite = ab;
+  const uint8_t* pRead  = ab;
+  UTIL_WriteLEB128(&pWrite, Value);
+  if (UTIL_ReadLEB128(&pRead) != Value || pRead != pWrite) {
+    return 0;
+  }
+  return (uint64_t)(pWrite - ab);
+}
+
+static inline uint64_t VECTORS_CallBits(const VECTORS_BITS_ROW* pRow) {
+  const uint64_t* a  = pRow->a;
+  const uint32_t  a0 = (uint32_t)a[0];
+  const uint32_t  a1 = (uint32_t)a[1];
+  switch (pRow->Op) {
+    case OP_LEB128:
+      return VECTORS_RunLEB128(a[0]);
+    case OP_HIGHEST32:
+      return (uint64_t)(int64_t)UTIL_GetHighestBit32(a0);
+    case OP_HIGHEST64:
+      return (uint64_t)(int64_t)UTIL_GetHighestBit64(a[0]);
+    case OP_LOWEST32:
+      return (uint64_t)(int64_t)UTIL_GetLowestBit32(a0);
+    case OP_LOG2:
+      return (uint64_t)(int64_t)UTIL_GetLog2((int32_t)a0);
+    case OP_COUNT:
+      return UTIL_CountBits(a0);
+    case OP_PARITY:
+      return UTIL_GetParity(a0);
+    case OP_REV16:
+      return UTIL_GetBitRev16((uint16_t)a0);
+    case OP_REV32:
+      return UTIL_GetBitRev32(a0);
+    case OP_IN_RANGE:
+      return (uint64_t)UTIL_IsAddrInRange(a[0], a[1], a[2]);
+    case OP_OVERLAP:
+      return (uint64_t)UTIL_DoRangesOverlap(a[0], a[1], a[2], a[3]);
+    case OP_GCD:
+      return UTIL_GetGCD(a0, a1);
+    case OP_ABS32:
+      return UTIL_AbsDiff32((int32_t)a0, (int32_t)a1);
+    case OP_ABS64:
+      return UTIL_AbsDiff64((int64_t)a[0], (int64_t)a[1]);
+    case OP_MULDIV:
+      return UTIL_MulDivRound(a[0], a[1], a[2]);
+    case OP_DIV:
+      return UTIL_DivU32(a0, a1, NULL);
+    case OP_MOD:
+      return UTIL_ModU32(a0, a1);
+    case OP_SIGNED_DIV:
+      return (uint64_t)(int64_t)UTIL_DivI32((int32_t)a0, (int32_t)a1);
+    case OP_DAYS:
+      return (uint64_t)(int64_t)UTIL_GetDaysDiff(a0, a1);
+    case OP_SWAP16:
+      return UTIL_SwapU16((uint16_t)a0);
+    case OP_SWAP32:
+      return UTIL_SwapU32(a0);
+    case OP_SWAP64:
+      return UTIL_SwapU64(a[0]);
+  }
+  return 0;
+}
+
+// Swaps of target memory: the bytes 1 to 9 at an address.
+struct VECTORS_SWAP_ROW {
+  uint32_t    Addr;
+  uint32_t    NumBytes;
+  uint32_t    Flags;
+  const char* sExpected;
+};
+
+static const VECTORS_SWAP_ROW VECTORS_SwapRows[] = {
+    {0x20000000, 9, 0, "\4\3\2\1\10\7\6\5\11"},
+    {0x20000001, 9, 0, "\1\3\2\7\6\5\4\11\10"},
+    {0x20000002, 9, 0, "\2\1\6\5\4\3\10\7\11"},
+    {0x20000003, 9, 0, "\1\5\4\3\2\11\10\7\6"},
+    {0x20000000, 7, 0, "\4\3\2\1\6\5\7\10\11"},
+    {0x20000001, 2, 0, "\1\2\3\4\5\6\7\10\11"},
+    {0x20000001, 1, 0, "\1\2\3\4\5\6\7\10\11"},
+    {0x20000001, 0, 0, "\1\2\3\4\5\6\7\10\11"},
+    {0x20000002, 1, 0, "\1\2\3\4\5\6\7\10\11"},
+    {0x20000000, 9, 0x80000000, "\2\1\4\3\6\5\10\7\11"},
+    {0x20000002, 9, 0x80000000, "\2\1\4\3\6\5\10\7\11"},
+    {0x20000003, 9, 0x80000000, "\1\3\2\5\4\7\6\11\10"},
+    {0x20000000, 7, 0x40000000, "\4\3\2\1\5\6\7\10\11"},
+    {0x20000002, 7, 0x40000000, "\4\3\2\1\5\6\7\10\11"},
+    {0x20000000, 9, 0xC0000000, "\1\2\3\4\5\6\7\10\11"},
+    {0x20000000, 9, 0x3FFFFFFF, "\4\3\2\1\10\7\6\5\11"},
+};
+
+static inline int VECTORS_RunBits(VECTORS_REPORT* pfReport) {
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_BitsRows); i++) {
+    const VECTORS_BITS_ROW* pRow = &VECTORS_BitsRows[i];
+    VECTORS_Check(VECTORS_CallBits(pRow) == pRow->Expected, pfReport, "bits", i, pRow->sText);
+  }
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_SwapRows); i++) {
+    const VECTORS_SWAP_ROW* pRow = &VECTORS_SwapRows[i];
+    uint8_t                 ab[9];
+    uint8_t                 abCopy[9];
+    memcpy(ab, "\1\2\3\4\5\6\7\10\11", 9);
+    memcpy(abCopy, ab, 9);
+    UTIL_CopySwapTargetMem(abCopy, ab, pRow->Addr, pRow->NumBytes);
+    UTIL_SwapTargetMem(ab, pRow->Addr, pRow->NumBytes, pRow->Flags);
+    VECTORS_Check(memcmp(ab, pRow->sExpected, 9) == 0, pfReport, "swap of target memory", i,
+                  "in place");
+    VECTORS_Check((pRow->Flags & 0xC0000000) != 0 || memcmp(abCopy, pRow->sExpected, 9) == 0,
+                  pfReport, "swap of target memory", i, "copy");
+  }
+  return VECTORS_NUM_ROWS(VECTORS_BitsRows) + VECTORS_NUM_ROWS(VECTORS_SwapRows);
+}
+
+#endif

@@ -1,0 +1,261 @@
+#include "util/arith.h"
+
+#include <stddef.h>
+#include <string.h>
+
+#include "util/bits.h"
+
+static const double TWO_POW_63 = 9223372036854775808.0;
+
+// Values from 2^63 up go through the offset, as the signed conversion is what processors have.
+static uint64_t DoubleToU64(double Value) {
+  if (Value >= 2 * TWO_POW_63) {
+    return UINT64_MAX;
+  }
+  if (Value >= TWO_POW_63) {
+    return (uint64_t)(int64_t)(Value - TWO_POW_63) + ((uint64_t)1 << 63);
+  }
+  return (uint64_t)(int64_t)Value;
+}
+
+int32_t UTIL_IsAddrInRange(uint64_t Addr, uint64_t Base, uint64_t Size) {
+  return Size != 0 && Base <= Addr && Addr <= Base + Size - 1;
+}
+
+int32_t UTIL_DoRangesOverlap(uint64_t BaseA, uint64_t SizeA, uint64_t BaseB, uint64_t SizeB) {
+  if (SizeA == 0 || SizeB == 0) {
+    return 0;
+  }
+  return BaseA <= BaseB + SizeB - 1 && BaseB <= BaseA + SizeA - 1;
+}
+
+uint32_t UTIL_GetGCD(uint32_t A, uint32_t B) {
+  if (A == 0 || B == 0) {
+    return 0;
+  }
+  while (B != 0) {
+    const uint32_t Remainder = A % B;
+    A                        = B;
+    B                        = Remainder;
+  }
+  return A;
+}
+
+uint32_t UTIL_AbsDiff32(int32_t A, int32_t B) {
+  return A > B ? (uint32_t)A - (uint32_t)B : (uint32_t)B - (uint32_t)A;
+}
+
+uint32_t UTIL_AbsDiff64(int64_t A, int64_t B) {
+  return (uint32_t)(A > B ? (uint64_t)A - (uint64_t)B : (uint64_t)B - (uint64_t)A);
+}
+
+uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C) {
+  if (C == 0) {
+    return 0;
+  }
+  if (UTIL_GetHighestBit64(A) + UTIL_GetHighestBit64(B) < 62) {
+    return (A * B + C / 2) / C;
+  }
+  // In steps: a fused multiply-add would round differently from machine to machine.
+  const uint64_t HalfC   = C / 2;
+  const double   Product = (double)B * (double)A;
+  const double   Sum     = (double)HalfC + Product;
+  return DoubleToU64(Sum / (double)C);
+}
+
+uint32_t UTIL_DivU32(uint32_t Dividend, uint32_t Divisor, uint32_t* pRemainder) {
+  uint64_t Remainder = 0;  // one bit more than the divisor while it is shifted
+  uint32_t Quotient  = 0;
+  for (uint32_t i = 0; i < 32; i++) {
+    Remainder = (Remainder << 1) | (Dividend >> 31);
+    Dividend <<= 1;
+    Quotient <<= 1;
+    if (Remainder >= Divisor) {
+      Remainder -= Divisor;
+      Quotient |= 1;
+    }
+  }
+  if (pRemainder != NULL) {
+    *pRemainder = (uint32_t)Remainder;
+  }
+  return Quotient;
+}
+
+uint32_t UTIL_ModU32(uint32_t Dividend, uint32_t Divisor) {
+  uint32_t Remainder;
+  UTIL_DivU32(Dividend, Divisor, &Remainder);
+  return Remainder;
+}
+
+int32_t UTIL_DivI32(int32_t Dividend, int32_t Divisor) {
+  if (Dividend >= 0) {
+    return (int32_t)UTIL_DivU32((uint32_t)Dividend, (uint32_t)Divisor, NULL);
+  }
+  return (int32_t)(0 - UTIL_DivU32(0 - (uint32_t)Dividend, (uint32_t)Divisor, NULL));
+}
+
+static uint32_t IsLeapYear(uint32_t Year) {
+  return (Year % 4 == 0 && Year % 100 != 0) || Year % 400 == 0;
+}
+
+// Leap years from year 1 up to Year.
+static uint32_t NumLeapYears(uint32_t Year) {
+  return Year / 4 - Year / 100 + Year / 400;
+}
+
+static uint32_t DayNumber(uint32_t Date) {
+  static const uint16_t aDaysBefore[] = {0,   31,  59,  90,  120, 151, 181,
+                                         212, 243, 273, 304, 334, 365};
+  if (Date < 10000000) {
+    Date += 20000000;
+  }
+  const uint32_t Year           = Date / 10000;
+  const uint32_t Month          = Date / 100 % 100;
+  const uint32_t NumMonthsTaken = Month > 12 ? 12 : Month - (Month > 0);
+  uint32_t       Days           = Date % 100 + aDaysBefore[NumMonthsTaken];
+  if (Month > 2) {
+    Days += IsLeapYear(Year);
+  }
+  if (Year > 2001) {
+    Days += 365 * (Year - 2001) + NumLeapYears(Year - 1) - NumLeapYears(2000);
+  }
+  return Days;
+}
+
+int32_t UTIL_GetDaysDiff(uint32_t DateA, uint32_t DateB) {
+  return (int32_t)(DayNumber(DateA) - DayNumber(DateB));
+}
+
+// Quartiles
+
+static const uint32_t NUM_LEVELS        = 10;
+static const uint32_t NUM_LEVEL_BUCKETS = 800;
+
+static uint32_t aLevelBucket[NUM_LEVEL_BUCKETS];
+
+struct RANGE {
+  uint64_t Low;
+  uint64_t High;
+};
+
+// The samples, counted in buckets over a range.
+struct HISTOGRAM {
+  RANGE     Range;
+  uint32_t* pBuckets;
+  uint32_t  NumBuckets;
+  double    Width;  // of a bucket
+  uint64_t  Step;   // its integer part, at least 1
+  uint32_t  NumUnder;
+  uint32_t  NumOver;
+  uint64_t  Smallest;
+  uint64_t  Largest;
+};
+
+struct SAMPLES {
+  const uint64_t* p;
+  uint32_t        NumItems;
+};
+
+static void Count(HISTOGRAM* pHist, const SAMPLES* pSamples) {
+  pHist->Width = ((double)(pHist->Range.High - pHist->Range.Low) + 1) / (double)pHist->NumBuckets;
+  pHist->Step  = pHist->Width < 1 ? 1 : DoubleToU64(pHist->Width);
+  pHist->NumUnder = 0;
+  pHist->NumOver  = 0;
+  pHist->Smallest = UINT64_MAX;
+  pHist->Largest  = 0;
+  memset(pHist->pBuckets, 0, sizeof(pHist->pBuckets[0]) * pHist->NumBuckets);
+  for (uint32_t i = 0; i < pSamples->NumItems; i++) {
+    const uint64_t Sample = pSamples->p[i];
+    pHist->Smallest       = Sample < pHist->Smallest ? Sample : pHist->Smallest;
+    pHist->Largest        = Sample > pHist->Largest ? Sample : pHist->Largest;
+    if (Sample < pHist->Range.Low) {
+      pHist->NumUnder++;
+    } else if (Sample > pHist->Range.High) {
+      pHist->NumOver++;
+    } else {
+      const uint64_t k = DoubleToU64((double)(Sample - pHist->Range.Low) / pHist->Width);
+      pHist->pBuckets[k < pHist->NumBuckets ? k : pHist->NumBuckets - 1]++;
+    }
+  }
+}
+
+// The bucket that the sample of this rank lies in, NumBuckets when it lies above all of them. The
+// rank must not lie among the samples under the range.
+static uint32_t FindBucket(const HISTOGRAM* pHist, uint32_t Rank) {
+  uint64_t NumCounted = pHist->NumUnder;
+  uint32_t k          = 0;
+  while (k < pHist->NumBuckets) {
+    NumCounted += pHist->pBuckets[k];
+    if (NumCounted >= Rank) {
+      break;
+    }
+    k++;
+  }
+  return k;
+}
+
+// Looks for a rank, 1 to the number of samples. Returns 0 with the estimate, or 1 with the range to
+// look into next.
+static int32_t Narrow(const HISTOGRAM* pHist, uint32_t Rank, uint64_t Resolution,
+                      uint64_t* pEstimate, RANGE* pNext) {
+  if (pHist->NumUnder >= Rank) {
+    *pNext = {pHist->Smallest, pHist->Range.Low};
+    return 1;
+  }
+  const uint32_t k = FindBucket(pHist, Rank);
+  if (k == pHist->NumBuckets) {
+    *pNext = {pHist->Range.High, pHist->Largest};
+    return 1;
+  }
+  if (pHist->Step <= Resolution) {
+    *pEstimate = pHist->Range.Low + DoubleToU64((double)k * pHist->Width + pHist->Width / 2);
+    return 0;
+  }
+  // The edges as the samples were counted, in the fractional width: multiples of the integer step
+  // would fall behind from bucket to bucket and miss the rank.
+  const uint64_t Last      = pHist->Range.High - pHist->Range.Low;
+  const uint64_t UpperEdge = DoubleToU64((k + 1.0) * pHist->Width);
+  pNext->Low               = pHist->Range.Low + DoubleToU64(k * pHist->Width);
+  pNext->High              = pHist->Range.Low + (UpperEdge < Last ? UpperEdge : Last);
+  return 1;
+}
+
+static int32_t FindRank(const HISTOGRAM* pTop, const SAMPLES* pSamples, uint32_t Rank,
+                        uint64_t Resolution, uint64_t* pResult) {
+  HISTOGRAM Hist     = *pTop;
+  uint64_t  Estimate = 0;
+  RANGE     Next     = Hist.Range;
+  for (uint32_t Level = 0; Narrow(&Hist, Rank, Resolution, &Estimate, &Next) != 0; Level++) {
+    if (Level == NUM_LEVELS) {
+      return -1;
+    }
+    Hist.Range      = Next;
+    Hist.pBuckets   = aLevelBucket;
+    Hist.NumBuckets = NUM_LEVEL_BUCKETS;
+    Count(&Hist, pSamples);
+  }
+  *pResult = Estimate;
+  return 0;
+}
+
+int32_t UTIL_FindQuartiles(uint64_t Low, uint64_t High, const uint64_t* pSamples,
+                           uint32_t NumSamples, uint32_t* pBuckets, uint32_t NumBuckets,
+                           uint64_t Resolution, uint64_t* pQ25, uint64_t* pQ50, uint64_t* pQ75) {
+  if (NumSamples == 0 || NumBuckets == 0 || High < Low) {
+    return -1;
+  }
+  const SAMPLES  Samples    = {pSamples, NumSamples};
+  const uint32_t aRank[]    = {NumSamples / 4, NumSamples / 2, NumSamples - NumSamples / 4};
+  uint64_t*      apResult[] = {pQ25, pQ50, pQ75};
+  HISTOGRAM      Top        = {{Low, High}, pBuckets, NumBuckets, 0, 0, 0, 0, 0, 0};
+  int32_t        Result     = 0;
+  Count(&Top, &Samples);
+  for (uint32_t i = 0; i < 3; i++) {
+    if (apResult[i] != NULL) {
+      // Of fewer than four samples the first rank is 0; the smallest sample stands for it.
+      const uint32_t Rank = aRank[i] == 0 ? 1 : aRank[i];
+      Result |= FindRank(&Top, &Samples, Rank, Resolution, apResult[i]);
+    }
+  }
+  return Result;
+}

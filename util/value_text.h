@@ -1,0 +1,69 @@
+// util/value_text.h
+//
+// Texts for values that people read: sizes, durations, addresses, floats and dumps of memory.
+//
+// A buffer size counts the terminator. A text that does not fit is cut and terminated; nothing is
+// ever written beyond the buffer. Pointers must not be NULL unless stated otherwise. No allocation,
+// no state; any thread may call these. Integers go through the formatting engine, the texts with a
+// fraction through the C library's snprintf, whose decimal point is that of the process's locale.
+
+#ifndef UTIL_VALUE_TEXT_H
+#define UTIL_VALUE_TEXT_H
+
+#include <stdint.h>
+
+// One region of a memory: NumBlocks blocks of BlockSize bytes. NumBlocks 0 ends a list of regions.
+struct MEMORY_REGION {
+  uint32_t NumBlocks;
+  uint32_t BlockSize;
+  uint32_t Extra;  // the owner's; takes no part in a total
+};
+
+// Size in bytes as text, never rounded: "0 Bytes", "1 Byte", "1.5 KB", "2 KB", "1025 MB", "3 GB".
+//
+// The unit (1024 bytes, its square, its cube) is the largest in which the size is whole or, for
+// positive sizes, a whole number of halves; else bytes. Negative sizes: "-2 KB", "-1536 Bytes".
+// Of a whole number that takes more than 32 bits the low 32 are shown, and a half number above 2^52
+// has the digits that a double holds. The 's' of "Bytes" is left out when it does not fit. Nothing is
+// written when BufferSize is 0.
+void UTIL_FormatSize(int64_t Size, char* pBuffer, uint32_t BufferSize);
+
+// The sizes of several memories, as in "64 KB + 1.5 MB": one text for each of the NumLists lists of
+// regions, a NULL list counting 0 bytes. "-" when there are no lists.
+//
+// Returns the sum of all lists in 32 bits; 0 when there are no lists, and also for a BufferSize of
+// 1, which yields the empty text, and of 0, which leaves pBuffer untouched.
+uint32_t UTIL_FormatSizeList(const MEMORY_REGION* const* papList, uint32_t NumLists, char* pBuffer,
+                             uint32_t BufferSize);
+
+// The following three return the address of the terminator. Like the engine they store it even for
+// a BufferSize of 0: pBuffer must hold at least one byte.
+
+// "1:02:03.004 005": hours, minutes, seconds, milliseconds, a blank, microseconds. Hours of 0 are
+// left out, and then minutes of 0. The hours wrap in 32 bits and are shown as signed.
+char* UTIL_FormatTime(uint64_t Microseconds, char* pBuffer, uint32_t BufferSize);
+
+// "192.168.1.2"; the low byte of Addr comes first.
+char* UTIL_FormatIPAddr(uint32_t Addr, char* pBuffer, uint32_t BufferSize);
+
+// "00:1A:2B:3C:4D:5E" from the 6 bytes at pAddr, with Separator between them.
+char* UTIL_FormatMACAddr(const uint8_t* pAddr, char Separator, char* pBuffer, uint32_t BufferSize);
+
+// The number that an IEEE-754 single has the bits of, with up to six significant digits: "1",
+// "-0.5", "1.4013E-45"; "0.0", "-0.0", "Infinite", "-Infinite", "NaNq" (quiet), "NaNs" (signalling).
+// It never passes through the machine's single type, so the text is the same on every machine.
+// Always returns 0. Nothing is written when BufferSize is 0.
+int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits);
+
+// Bytes as "00 1A FF ", two digits and a blank each, cut into lines of BytesPerLine bytes. A full
+// line, the last one too, ends in CR LF, a partial last line in its blank. With ShowAddr not 0 each
+// line begins with the low 32 bits of its address, as in "0x20000000: ".
+//
+// BytesPerLine 0 puts all into one line. Output stops before the first address, byte or line end
+// that does not fit as a whole. The text is terminated if there is room left for it.
+// Returns the characters written, the terminator included if it was; 0 when NumBytes is 0, and then
+// nothing is written. pBuffer may be NULL when BufferSize is 0.
+uint32_t UTIL_HexDump(char* pBuffer, uint32_t BufferSize, const void* pData, uint32_t NumBytes,
+                      int32_t ShowAddr, uint64_t Addr, uint32_t BytesPerLine);
+
+#endif
