@@ -17,8 +17,7 @@ struct IO_OBJECT {
   const char* sNext;  // iterator: the rest of the list
 };
 
-extern const mach_port_t kIOMasterPortDefault;
-const mach_port_t        kIOMasterPortDefault = 0;
+const mach_port_t kIOMasterPortDefault = 0;
 
 static IO_OBJECT aObjects[MAX_OBJECTS];
 

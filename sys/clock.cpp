@@ -27,13 +27,19 @@ static uint64_t GetElapsed(uint64_t* pBase, uint64_t Now) {
   return Now > Base ? Now - Base : 0;
 }
 
-static void StoreTime(SYS_CALENDAR_TIME* pTime, const struct tm* pTm) {
-  pTime->Year         = (uint16_t)(pTm->tm_year + 1900);
-  pTime->Month        = (uint16_t)(pTm->tm_mon + 1);
-  pTime->Day          = (uint16_t)pTm->tm_mday;
-  pTime->Hour         = (uint16_t)pTm->tm_hour;
-  pTime->Minute       = (uint16_t)pTm->tm_min;
-  pTime->Second       = (uint16_t)pTm->tm_sec;
+static void StoreTime(SYS_CALENDAR_TIME* pTime, struct tm* (*pfSplit)(const time_t*, struct tm*)) {
+  if (pTime == NULL) {
+    return;
+  }
+  const time_t Now = time(NULL);
+  struct tm    Tm  = {};
+  pfSplit(&Now, &Tm);
+  pTime->Year         = (uint16_t)(Tm.tm_year + 1900);
+  pTime->Month        = (uint16_t)(Tm.tm_mon + 1);
+  pTime->Day          = (uint16_t)Tm.tm_mday;
+  pTime->Hour         = (uint16_t)Tm.tm_hour;
+  pTime->Minute       = (uint16_t)Tm.tm_min;
+  pTime->Second       = (uint16_t)Tm.tm_sec;
   pTime->Milliseconds = 0;
 }
 
@@ -63,21 +69,11 @@ uint64_t SYS_TIME_GetUsSince(uint64_t Stamp) {
 }
 
 void SYS_GetLocalTime(SYS_CALENDAR_TIME* pTime) {
-  if (pTime != NULL) {
-    const time_t Now = time(NULL);
-    struct tm    Tm  = {};
-    localtime_r(&Now, &Tm);
-    StoreTime(pTime, &Tm);
-  }
+  StoreTime(pTime, localtime_r);
 }
 
 void SYS_GetUTCTime(SYS_CALENDAR_TIME* pTime) {
-  if (pTime != NULL) {
-    const time_t Now = time(NULL);
-    struct tm    Tm  = {};
-    gmtime_r(&Now, &Tm);
-    StoreTime(pTime, &Tm);
-  }
+  StoreTime(pTime, gmtime_r);
 }
 
 int32_t SYS_ParseBuildStamp(const char* sStamp, uint32_t* pDate, uint32_t* pTime) {

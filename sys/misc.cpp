@@ -9,7 +9,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-extern "C" char** environ;
+extern "C" char** environ;  // NOLINT(readability-redundant-declaration): macOS has no other
 
 static int             IsSleepPrevented;
 static IOPMAssertionID SleepAssertion;

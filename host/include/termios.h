@@ -11,6 +11,6 @@
 #define OXTABS     XTABS    // expand tabs on output
 #define ONOEOT     0        // discard the end-of-transmission character; no such thing here
 #define CCTS_OFLOW CRTSCTS  // output flow control; one bit for both directions here
-#define CRTS_IFLOW CRTSCTS  // input flow control
+#define CRTS_IFLOW 0        // input flow control
 
 #endif

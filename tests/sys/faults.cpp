@@ -57,43 +57,28 @@ bool FAULT::Take(const char* sName, int* pError) {
   return IsTaken;
 }
 
-// A call that fails with -1 and errno.
-#define SETS_ERRNO(Result, Name, Params, Args) \
-  extern "C" Result __real_##Name Params;      \
-  extern "C" Result __wrap_##Name Params;      \
-  extern "C" Result __wrap_##Name Params {     \
-    int Error = 0;                             \
-    if (FAULT::Take(#Name, &Error)) {          \
-      errno = Error;                           \
-      return Error == 0 ? 0 : (Result)-1;      \
-    }                                          \
-    return __real_##Name Args;                 \
-  }
+static long FailWithErrno(int Error) {
+  errno = Error;
+  return Error == 0 ? 0 : -1;
+}
 
-// A call that returns the error number.
-#define RETURNS_ERROR(Result, Name, Params, Args) \
+#define WRAP(Result, Name, Params, Args, Failure) \
   extern "C" Result __real_##Name Params;         \
   extern "C" Result __wrap_##Name Params;         \
   extern "C" Result __wrap_##Name Params {        \
     int Error = 0;                                \
     if (FAULT::Take(#Name, &Error)) {             \
-      return (Result)Error;                       \
+      return (Result)(Failure);                   \
     }                                             \
     return __real_##Name Args;                    \
   }
 
-// A call that fails with a null pointer or handle.
+// Calls that fail with -1 and errno, with the error number as their result, with a null result.
+#define SETS_ERRNO(Result, Name, Params, Args) \
+  WRAP(Result, Name, Params, Args, FailWithErrno(Error))
+#define RETURNS_ERROR(Result, Name, Params, Args) WRAP(Result, Name, Params, Args, Error)
 #define RETURNS_NULL(Result, Name, Params, Args) \
-  extern "C" Result __real_##Name Params;        \
-  extern "C" Result __wrap_##Name Params;        \
-  extern "C" Result __wrap_##Name Params {       \
-    int Error = 0;                               \
-    if (FAULT::Take(#Name, &Error)) {            \
-      errno = Error;                             \
-      return 0;                                  \
-    }                                            \
-    return __real_##Name Args;                   \
-  }
+  WRAP(Result, Name, Params, Args, FailWithErrno(Error) * 0)
 
 SETS_ERRNO(int, HOST_socket, (int Domain, int Type, int Protocol), (Domain, Type, Protocol))
 SETS_ERRNO(int, HOST_accept, (int hSocket, struct sockaddr* pAddr, socklen_t* pLength),

@@ -6,30 +6,14 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
-#include <time.h>
 
 #include <string>
 
 #include "tests/sys/faults.h"
+#include "tests/sys/measure.h"
 #include "tests/sys/pty.h"
 
 unsigned GetLineSpeed(int hLine);
-
-static int64_t GetMs() {
-  struct timespec Now;
-  clock_gettime(CLOCK_MONOTONIC, &Now);
-  return Now.tv_sec * 1000 + Now.tv_nsec / 1000000;
-}
-
-static int CountDescriptors() {
-  int  Count = 0;
-  DIR* pDir  = opendir("/proc/self/fd");
-  while (readdir(pDir) != nullptr) {
-    Count++;
-  }
-  closedir(pDir);
-  return Count;
-}
 
 /*********************************************************************
 *

@@ -1,6 +1,5 @@
 #include "sys/sockets.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,7 +13,6 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -22,28 +20,13 @@
 #include <vector>
 
 #include "tests/sys/faults.h"
+#include "tests/sys/measure.h"
 
 static const uint32_t LOOPBACK      = 0x7F000001;  // 127.0.0.1
 static const uint8_t  aLoopback6[]  = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
 static const uint8_t  aAny6[16]     = {};
 static const uint8_t  aMapped[]     = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 127, 0, 0, 1};
 static const int      NO_SIGNAL_OPT = 0x1022;
-
-static int64_t GetMs() {
-  struct timespec Now;
-  clock_gettime(CLOCK_MONOTONIC, &Now);
-  return Now.tv_sec * 1000 + Now.tv_nsec / 1000000;
-}
-
-static int CountDescriptors() {
-  int  Count = 0;
-  DIR* pDir  = opendir("/proc/self/fd");
-  while (readdir(pDir) != nullptr) {
-    Count++;
-  }
-  closedir(pDir);
-  return Count;
-}
 
 static uint16_t GetPort(int hSocket) {
   struct sockaddr_in6 Addr   = {};  // the port is at the same place in both families
