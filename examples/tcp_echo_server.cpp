@@ -1,0 +1,63 @@
+// tcp_echo_server [port [connections]]
+//
+// Sends back what its clients send, one client after the other, on 127.0.0.1. Port 0, or none, lets
+// the system choose; the first line printed tells. Ends after that many connections, or never.
+
+#include <netinet/in.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+
+#include "sys/sockets.h"
+
+static const uint32_t LOOPBACK = 0x7F000001;  // 127.0.0.1, in host order
+
+static uint16_t GetPort(int32_t hSocket) {
+  struct sockaddr_in Addr   = {};
+  socklen_t          Length = sizeof(Addr);
+  getsockname(hSocket, (struct sockaddr*)&Addr, &Length);
+  return ntohs(Addr.sin_port);
+}
+
+// A client may go away at any moment: sending then fails, and raises no signal.
+static void Echo(int32_t hClient) {
+  char acBuffer[4096];
+  for (;;) {
+    const int32_t NumBytes = SYS_SOCKET_Receive(hClient, acBuffer, sizeof(acBuffer));
+    int32_t       NumSent  = 0;
+    while (NumSent < NumBytes) {
+      const int32_t Result =
+          SYS_SOCKET_Send(hClient, acBuffer + NumSent, (uint32_t)(NumBytes - NumSent));
+      if (Result < 0) {
+        return;
+      }
+      NumSent += Result;
+    }
+    if (NumBytes <= 0) {
+      return;
+    }
+  }
+}
+
+int main(int NumArgs, char** pasArgs) {
+  const uint16_t Port       = NumArgs > 1 ? (uint16_t)atoi(pasArgs[1]) : 0;
+  const long     NumClients = NumArgs > 2 ? atol(pasArgs[2]) : -1;
+  const int32_t  hListener  = SYS_TCP_CreateIPv4();
+  if (SYS_TCP_ListenIPv4(hListener, LOOPBACK, Port, 8) != 0) {
+    fprintf(stderr, "cannot listen on port %d\n", Port);
+    return 1;
+  }
+  printf("listening on port %d\n", GetPort(hListener));
+  fflush(stdout);
+  for (long i = 0; i != NumClients; i++) {
+    const int32_t hClient = SYS_TCP_Accept(hListener);
+    if (hClient < 0) {
+      perror("accept");
+      return 1;
+    }
+    Echo(hClient);
+    SYS_SOCKET_Close(hClient);
+  }
+  SYS_SOCKET_Close(hListener);
+  return 0;
+}

@@ -1,0 +1,17 @@
+// What of the stand-in's CoreFoundation is there for its IOKit only.
+
+#ifndef HOST_CORE_FOUNDATION_H
+#define HOST_CORE_FOUNDATION_H
+
+#include <CoreFoundation/CoreFoundation.h>
+
+// A string with a copy of the text, to be released.
+CFStringRef HOST_CF_CreateString(const char* sText);
+
+// An empty dictionary, to be released.
+CFMutableDictionaryRef HOST_CF_CreateDictionary(void);
+
+// The text of the string under sKey, NULL when there is none.
+const char* HOST_CF_GetText(CFDictionaryRef pDict, const char* sKey);
+
+#endif

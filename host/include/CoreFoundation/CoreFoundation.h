@@ -1,0 +1,63 @@
+// Stand-in for Darwin's <CoreFoundation/CoreFoundation.h>: strings and dictionaries, and of those
+// only what the product calls.
+//
+// The Darwin contract: objects are counted. Who gets one from a function with Create in its name
+// owes it one CFRelease; a constant string owes none. A dictionary keeps what is put into it.
+// Left out: allocators (only kCFAllocatorDefault), encodings but UTF-8, keys that are no strings.
+
+#ifndef HOST_COREFOUNDATION_H
+#define HOST_COREFOUNDATION_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef unsigned char Boolean;
+typedef long          CFIndex;
+typedef uint32_t      CFStringEncoding;
+
+typedef const void*                  CFTypeRef;
+typedef const struct __CFAllocator*  CFAllocatorRef;
+typedef const struct __CFString*     CFStringRef;
+typedef struct __CFDictionary*       CFMutableDictionaryRef;
+typedef const struct __CFDictionary* CFDictionaryRef;
+
+#define kCFAllocatorDefault   ((CFAllocatorRef)0)
+#define kCFStringEncodingUTF8 ((CFStringEncoding)0x08000100)
+
+// What every object begins with. Count is 0 for a constant, which is never freed.
+struct HOST_CF_OBJECT {
+  uint32_t Count;
+  void (*pfFree)(void* pObject);
+};
+
+struct __CFString {
+  struct HOST_CF_OBJECT Object;
+  const char*           sText;
+};
+
+// A constant string from a literal.
+#define CFSTR(sLiteral)                                              \
+  ([]() -> CFStringRef {                                             \
+    static const struct __CFString Constant = {{0, 0}, sLiteral ""}; \
+    return &Constant;                                                \
+  }())
+
+// pObject must not be NULL.
+void CFRelease(CFTypeRef pObject);
+
+// Copies the text with its terminator. 0 when it does not fit into BufferSize bytes; the buffer's
+// contents are then undefined.
+Boolean CFStringGetCString(CFStringRef pString, char* pBuffer, CFIndex BufferSize,
+                           CFStringEncoding Encoding);
+
+// Puts pValue in under pKey, in place of what is there. Both are kept by count.
+void CFDictionarySetValue(CFMutableDictionaryRef pDict, const void* pKey, const void* pValue);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

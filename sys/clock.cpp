@@ -1,0 +1,97 @@
+#include "sys/clock.h"
+
+#include <mach/mach_time.h>
+#include <stddef.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+// The bases of SYS_TIME_GetMs and SYS_TIME_GetUs; 0 until the first reading.
+static uint64_t BaseMs;
+static uint64_t BaseUs;
+
+// A tick is a nanosecond on x86-64, but the ratio is the machine's to say.
+static uint64_t GetNs(void) {
+  mach_timebase_info_data_t Ratio;
+  mach_timebase_info(&Ratio);
+  return mach_absolute_time() * Ratio.numer / Ratio.denom;
+}
+
+// Whoever comes first sets the base, without a lock. Who comes second at the same moment may have
+// read the clock before that.
+static uint64_t GetElapsed(uint64_t* pBase, uint64_t Now) {
+  uint64_t Base = 0;
+  if (__atomic_compare_exchange_n(pBase, &Base, Now, 0, __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+    return 0;
+  }
+  return Now > Base ? Now - Base : 0;
+}
+
+static void StoreTime(SYS_CALENDAR_TIME* pTime, struct tm* (*pfSplit)(const time_t*, struct tm*)) {
+  if (pTime == NULL) {
+    return;
+  }
+  const time_t Now = time(NULL);
+  struct tm    Tm  = {};
+  pfSplit(&Now, &Tm);
+  pTime->Year         = (uint16_t)(Tm.tm_year + 1900);
+  pTime->Month        = (uint16_t)(Tm.tm_mon + 1);
+  pTime->Day          = (uint16_t)Tm.tm_mday;
+  pTime->Hour         = (uint16_t)Tm.tm_hour;
+  pTime->Minute       = (uint16_t)Tm.tm_min;
+  pTime->Second       = (uint16_t)Tm.tm_sec;
+  pTime->Milliseconds = 0;
+}
+
+static uint32_t TwoDigits(const char* s) {
+  const uint32_t Tens = s[0] == ' ' ? 0 : (uint32_t)(s[0] - '0');
+  return 10 * Tens + (uint32_t)(s[1] - '0');
+}
+
+int32_t SYS_Sleep(uint32_t Milliseconds) {
+  return usleep(Milliseconds * 1000);
+}
+
+uint32_t SYS_GetTickCount(void) {
+  return (uint32_t)(GetNs() / 1000000);
+}
+
+uint64_t SYS_TIME_GetMs(void) {
+  return GetElapsed(&BaseMs, GetNs() / 1000000);
+}
+
+uint64_t SYS_TIME_GetUs(void) {
+  return GetElapsed(&BaseUs, GetNs() / 1000);
+}
+
+uint64_t SYS_TIME_GetUsSince(uint64_t Stamp) {
+  return SYS_TIME_GetUs() - Stamp;
+}
+
+void SYS_GetLocalTime(SYS_CALENDAR_TIME* pTime) {
+  StoreTime(pTime, localtime_r);
+}
+
+void SYS_GetUTCTime(SYS_CALENDAR_TIME* pTime) {
+  StoreTime(pTime, gmtime_r);
+}
+
+int32_t SYS_ParseBuildStamp(const char* sStamp, uint32_t* pDate, uint32_t* pTime) {
+  static const char aacMonths[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                        "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+  uint32_t Month = 0;
+  while (Month < 12 && strncmp(sStamp, aacMonths[Month], 3) != 0) {
+    Month++;
+  }
+  if (Month == 12) {
+    return -1;
+  }
+  if (pDate != NULL) {
+    *pDate = TwoDigits(sStamp + 9) * 10000 + (Month + 1) * 100 + TwoDigits(sStamp + 4);
+  }
+  if (pTime != NULL) {
+    *pTime = TwoDigits(sStamp + 12) * 10000 + TwoDigits(sStamp + 15) * 100 + TwoDigits(sStamp + 18);
+  }
+  return 0;
+}

@@ -1,0 +1,136 @@
+#include "sys/serial.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <IOKit/IOKitLib.h>
+#include <IOKit/serial/IOSerialKeys.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "sys/memory.h"
+#include "sys/serial_settings.h"
+#include "sys/sockets.h"
+#include "util/format.h"
+#include "util/string.h"
+
+struct SYS_SERIAL_PORT {
+  int32_t hPort;
+};
+
+enum { CALLOUT_PATH_SIZE = 512, DEVICE_PATH_SIZE = 128 };
+
+static const char UsbCalloutPrefix[] = "/dev/cu.usb";
+
+// Stores the path of a service's call-out device; 0 when it has none, or one that does not fit.
+static int GetCalloutPath(io_object_t hService, char* pPath) {
+  CFTypeRef pProperty =
+      IORegistryEntryCreateCFProperty(hService, CFSTR(kIOCalloutDeviceKey), kCFAllocatorDefault, 0);
+  if (pProperty == NULL) {
+    return 0;
+  }
+  const int HasPath =
+      CFStringGetCString((CFStringRef)pProperty, pPath, CALLOUT_PATH_SIZE, kCFStringEncodingUTF8);
+  CFRelease(pProperty);
+  return HasPath;
+}
+
+static uint32_t ListUsbPorts(io_iterator_t hIterator, SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
+  uint32_t NumFound = 0;
+  char     acPath[CALLOUT_PATH_SIZE];
+  for (;;) {
+    const io_object_t hService = IOIteratorNext(hIterator);
+    if (hService == IO_OBJECT_NULL) {
+      return NumFound;
+    }
+    if (GetCalloutPath(hService, acPath) &&
+        strncmp(acPath, UsbCalloutPrefix, sizeof(UsbCalloutPrefix) - 1) == 0) {
+      printf("Modem at path: %s\n", acPath);
+      if (NumFound < Capacity) {
+        UTIL_CopyString(paNames[NumFound].ac, acPath + strlen("/dev/"), SYS_SERIAL_NAME_SIZE);
+      }
+      NumFound++;
+    }
+    IOObjectRelease(hService);
+  }
+}
+
+uint32_t SYS_SERIAL_Enumerate(SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
+  CFMutableDictionaryRef pMatching = IOServiceMatching(kIOSerialBSDServiceValue);
+  if (pMatching == NULL) {
+    return 0;
+  }
+  CFDictionarySetValue(pMatching, CFSTR(kIOSerialBSDTypeKey), CFSTR(kIOSerialBSDAllTypes));
+  io_iterator_t hIterator = IO_OBJECT_NULL;
+  const int     HasFailed =  // consumes pMatching either way
+      IOServiceGetMatchingServices(kIOMasterPortDefault, pMatching, &hIterator) != KERN_SUCCESS;
+  if (hIterator == IO_OBJECT_NULL) {
+    return 0;
+  }
+  const uint32_t NumFound = HasFailed ? 0 : ListUsbPorts(hIterator, paNames, Capacity);
+  IOObjectRelease(hIterator);
+  return NumFound;
+}
+
+// Raw, 8 data bits, no parity, 1 stop bit. What the line does not take is not told.
+static void SetUpLine(int32_t hPort) {
+  struct termios Line = {};
+  tcgetattr(hPort, &Line);
+  Line.c_iflag     = (Line.c_iflag & ~INPUT_CLEARED) | INPUT_SET;
+  Line.c_oflag     = Line.c_oflag & OUTPUT_KEPT;
+  Line.c_cflag     = (Line.c_cflag & ~CONTROL_CLEARED) | CONTROL_SET;
+  Line.c_lflag     = Line.c_lflag & ~LOCAL_CLEARED;
+  Line.c_cc[VMIN]  = 0;
+  Line.c_cc[VTIME] = 1;  // tenths of a second
+  tcsetattr(hPort, TCSANOW, &Line);
+}
+
+SYS_SERIAL_PORT* SYS_SERIAL_Open(const char* sName, uint32_t BaudRate) {
+  char acPath[DEVICE_PATH_SIZE];
+  UTIL_snprintf(acPath, sizeof(acPath), "/dev/%s", sName);
+  const int32_t hPort = open(acPath, O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (hPort < 0) {
+    return NULL;
+  }
+  ioctl(hPort, TIOCEXCL);
+  SetUpLine(hPort);
+  if (SYS_SERIAL_SetSpeed(hPort, BaudRate) != 0) {
+    puts("ERROR while writing port settings.");
+    close(hPort);
+    return NULL;
+  }
+  tcflush(hPort, TCIOFLUSH);
+  SYS_SERIAL_PORT* pPort = (SYS_SERIAL_PORT*)SYS_MEM_Alloc(sizeof(SYS_SERIAL_PORT));
+  if (pPort == NULL) {
+    close(hPort);
+    return NULL;
+  }
+  pPort->hPort = hPort;
+  return pPort;
+}
+
+int32_t SYS_SERIAL_SetSpeed(int32_t hPort, uint32_t BaudRate) {
+  return ioctl(hPort, SPEED_REQUEST, &BaudRate);
+}
+
+int32_t SYS_SERIAL_GetDescriptor(const SYS_SERIAL_PORT* pPort) {
+  return pPort->hPort;
+}
+
+int32_t SYS_SERIAL_Read(SYS_SERIAL_PORT* pPort, void* pBuffer, uint32_t NumBytes,
+                        uint32_t Timeout) {
+  const int32_t NumReady = SYS_SOCKET_WaitReadable(pPort->hPort, Timeout);
+  if (NumReady < 1) {
+    return NumReady;
+  }
+  return (int32_t)read(pPort->hPort, pBuffer, NumBytes);
+}
+
+int32_t SYS_SERIAL_Write(SYS_SERIAL_PORT* pPort, const void* pData, uint32_t NumBytes) {
+  return (int32_t)write(pPort->hPort, pData, NumBytes);
+}
+
+void SYS_SERIAL_Close(SYS_SERIAL_PORT* pPort) {
+  close(pPort->hPort);
+  SYS_MEM_Free(pPort);
+}

@@ -1,0 +1,388 @@
+#include "sys/sockets.h"
+
+#include <errno.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <stddef.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "sys/clock.h"
+
+static const uint32_t CONNECT_POLL_US  = 10000;  // one wait for a pending connect
+static const uint64_t RETRY_SPACING_US = 9001;   // from one refused attempt to the next, about
+
+static int SetFlag(int hSocket, int Level, int Name, int Value) {
+  return setsockopt(hSocket, Level, Name, &Value, sizeof(Value));
+}
+
+static int SetIoctl(int hSocket, unsigned long Request, int Value) {
+  return ioctl(hSocket, Request, &Value);
+}
+
+static struct timeval SplitMs(uint32_t Milliseconds) {
+  struct timeval Time;
+  Time.tv_sec  = Milliseconds / 1000;
+  Time.tv_usec = (suseconds_t)(Milliseconds % 1000 * 1000);
+  return Time;
+}
+
+static struct sockaddr_in MakeAddrIPv4(uint32_t Addr, uint16_t Port) {
+  struct sockaddr_in SockAddr = {};
+  SockAddr.sin_family         = AF_INET;
+  SockAddr.sin_addr.s_addr    = htonl(Addr);
+  SockAddr.sin_port           = htons(Port);
+  return SockAddr;
+}
+
+static struct sockaddr_in6 MakeAddrIPv6(const uint8_t* pAddr, uint16_t Port) {
+  struct sockaddr_in6 SockAddr = {};
+  SockAddr.sin6_family         = AF_INET6;
+  SockAddr.sin6_port           = htons(Port);
+  memcpy(&SockAddr.sin6_addr, pAddr, sizeof(SockAddr.sin6_addr));
+  return SockAddr;
+}
+
+// Whether a set of select() has a bit for it; setting one beyond would write behind the set.
+static int IsSelectable(int hSocket) {
+  return hSocket >= 0 && hSocket < FD_SETSIZE;
+}
+
+// The result of select() for the one socket; -1 with EBADF for what it does not know.
+static int32_t WaitReady(int hSocket, int ForWriting, struct timeval Timeout) {
+  if (!IsSelectable(hSocket)) {
+    errno = EBADF;
+    return -1;
+  }
+  fd_set Set;
+  FD_ZERO(&Set);
+  FD_SET(hSocket, &Set);
+  return ForWriting ? select(hSocket + 1, NULL, &Set, NULL, &Timeout)
+                    : select(hSocket + 1, &Set, NULL, NULL, &Timeout);
+}
+
+// Passes hSocket on, which may be -1.
+static int32_t WithStreamOptions(int hSocket) {
+  if (hSocket >= 0) {
+    SetFlag(hSocket, IPPROTO_TCP, TCP_NODELAY, 1);
+    SetFlag(hSocket, SOL_SOCKET, SO_NOSIGPIPE, 1);
+  }
+  return hSocket;
+}
+
+static int32_t WithDualStack(int hSocket, int32_t DualStack) {
+  if (hSocket >= 0 && DualStack != 0) {
+    SetFlag(hSocket, IPPROTO_IPV6, IPV6_V6ONLY, 0);
+  }
+  return hSocket;
+}
+
+int32_t SYS_UDP_CreateIPv4(void) {
+  return socket(AF_INET, SOCK_DGRAM, 0);
+}
+
+int32_t SYS_UDP_CreateIPv6(int32_t DualStack) {
+  return WithDualStack(socket(AF_INET6, SOCK_DGRAM, 0), DualStack);
+}
+
+int32_t SYS_TCP_CreateIPv4(void) {
+  return WithStreamOptions(socket(AF_INET, SOCK_STREAM, 0));
+}
+
+int32_t SYS_TCP_CreateIPv6(int32_t DualStack) {
+  return WithDualStack(WithStreamOptions(socket(AF_INET6, SOCK_STREAM, 0)), DualStack);
+}
+
+int32_t SYS_SOCKET_Close(int32_t hSocket) {
+  return close(hSocket);
+}
+
+void SYS_SOCKET_Shutdown(int32_t hSocket, int32_t How) {
+  switch (How) {
+    case SYS_SHUTDOWN_RECEIVE:
+      shutdown(hSocket, SHUT_RD);
+      break;
+    case SYS_SHUTDOWN_SEND:
+      shutdown(hSocket, SHUT_WR);
+      break;
+    case SYS_SHUTDOWN_BOTH:
+      shutdown(hSocket, SHUT_RDWR);
+      break;
+    default:
+      break;
+  }
+}
+
+int32_t SYS_TCP_ListenIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port, int32_t Backlog) {
+  const struct sockaddr_in SockAddr = MakeAddrIPv4(Addr, Port);
+  if (SetFlag(hSocket, SOL_SOCKET, SO_REUSEADDR, 1) != 0 ||
+      bind(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr)) != 0) {
+    return -1;
+  }
+  return listen(hSocket, Backlog);
+}
+
+int32_t SYS_TCP_ListenIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t Port, int32_t Backlog) {
+  const struct sockaddr_in6 SockAddr = MakeAddrIPv6(pAddr, Port);
+  if (bind(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr)) != 0) {
+    return -1;
+  }
+  return listen(hSocket, Backlog);
+}
+
+int32_t SYS_TCP_Accept(int32_t hSocket) {
+  return WithStreamOptions(accept(hSocket, NULL, NULL));
+}
+
+int32_t SYS_TCP_AcceptTimeout(int32_t hSocket, uint32_t Timeout) {
+  const int32_t NumReady = SYS_SOCKET_WaitReadable(hSocket, Timeout);
+  if (NumReady == 0) {
+    return -2;
+  }
+  return NumReady < 0 ? -1 : SYS_TCP_Accept(hSocket);
+}
+
+int32_t SYS_SOCKET_ConnectIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port) {
+  const struct sockaddr_in SockAddr = MakeAddrIPv4(Addr, Port);
+  return connect(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr));
+}
+
+int32_t SYS_SOCKET_ConnectIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t Port) {
+  const struct sockaddr_in6 SockAddr = MakeAddrIPv6(pAddr, Port);
+  return connect(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr));
+}
+
+// A non-blocking socket whose connection is under way, or -1.
+static int32_t StartConnect(uint32_t Addr, uint16_t Port) {
+  const int32_t hSocket = SYS_TCP_CreateIPv4();
+  if (hSocket >= 0 && !IsSelectable(hSocket)) {
+    close(hSocket);
+    errno = EMFILE;
+    return -1;
+  }
+  if (hSocket >= 0) {
+    SYS_SOCKET_SetNonBlocking(hSocket);
+    SYS_SOCKET_ConnectIPv4(hSocket, Addr, Port);  // pending or failed: the first wait tells
+  }
+  return hSocket;
+}
+
+int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
+                               int32_t (*pfIsAborted)(void)) {
+  const uint64_t Start        = SYS_TIME_GetMs();
+  uint64_t       AttemptStart = 0;
+  int32_t        hSocket      = -1;  // -1: an attempt is due
+
+  for (;;) {
+    if (hSocket < 0) {
+      AttemptStart = SYS_TIME_GetUs();
+      hSocket      = StartConnect(Addr, Port);
+      if (hSocket < 0) {
+        return -1;
+      }
+    }
+    if (WaitReady(hSocket, 1, timeval{0, CONNECT_POLL_US}) > 0) {
+      // Connected or refused; a send of nothing tells which.
+      SYS_SOCKET_SetBlocking(hSocket);
+      if (send(hSocket, "", 0, 0) == 0) {
+        return hSocket;
+      }
+      close(hSocket);
+      hSocket                = -1;
+      const uint64_t Elapsed = SYS_TIME_GetUsSince(AttemptStart);
+      if (Elapsed < RETRY_SPACING_US) {
+        SYS_Sleep((uint32_t)((RETRY_SPACING_US - Elapsed) / 1000));
+      }
+    }
+    int32_t Result = 0;
+    if (pfIsAborted != NULL && pfIsAborted() != 0) {
+      Result = -3;
+    } else if (SYS_TIME_GetMs() - Start > Timeout) {
+      Result = -2;
+    }
+    if (Result != 0) {
+      if (hSocket >= 0) {
+        close(hSocket);
+      }
+      return Result;
+    }
+  }
+}
+
+int32_t SYS_SOCKET_Send(int32_t hSocket, const void* pData, uint32_t NumBytes) {
+  const ssize_t NumSent = send(hSocket, pData, NumBytes, 0);
+  if (NumSent < 0) {
+    return errno == EAGAIN ? -2 : -1;
+  }
+  return (int32_t)NumSent;
+}
+
+int32_t SYS_SOCKET_Receive(int32_t hSocket, void* pBuffer, uint32_t NumBytes) {
+  const ssize_t NumReceived = recv(hSocket, pBuffer, NumBytes, 0);
+  if (NumReceived >= 0) {
+    return (int32_t)NumReceived;
+  }
+  switch (errno) {
+    case EAGAIN:
+      return -2;
+    case ETIMEDOUT:
+      return -3;
+    case ENETRESET:
+      return -4;
+    case EINTR:
+      return -5;
+    default:
+      return -1;
+  }
+}
+
+int32_t SYS_SOCKET_ReceiveExactly(int32_t hSocket, void* pBuffer, uint32_t NumBytes) {
+  uint8_t* pDest   = (uint8_t*)pBuffer;
+  uint32_t NumLeft = NumBytes;
+  while (NumLeft > 0) {
+    const ssize_t NumReceived = recv(hSocket, pDest, NumLeft, 0);
+    if (NumReceived <= 0) {
+      return -1;
+    }
+    pDest += NumReceived;
+    NumLeft -= (uint32_t)NumReceived;
+  }
+  return (int32_t)NumBytes;
+}
+
+int32_t SYS_SOCKET_IsDataPending(int32_t hSocket) {
+  int NumBytes = 0;
+  return ioctl(hSocket, FIONREAD, &NumBytes) == 0 && NumBytes > 0;
+}
+
+int32_t SYS_SOCKET_WaitReadable(int32_t hSocket, uint32_t Timeout) {
+  return WaitReady(hSocket, 0, SplitMs(Timeout));
+}
+
+int32_t SYS_SOCKET_WaitWritable(int32_t hSocket, uint32_t Timeout) {
+  return WaitReady(hSocket, 1, SplitMs(Timeout));
+}
+
+int32_t SYS_SOCKET_AllowBroadcast(int32_t hSocket) {
+  return SetFlag(hSocket, SOL_SOCKET, SO_BROADCAST, 1);
+}
+
+int32_t SYS_SOCKET_SetReceiveBufferSize(int32_t hSocket, int32_t NumBytes) {
+  return SetFlag(hSocket, SOL_SOCKET, SO_RCVBUF, NumBytes);
+}
+
+int32_t SYS_SOCKET_EnableKeepAlive(int32_t hSocket) {
+  return SetFlag(hSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
+}
+
+int32_t SYS_SOCKET_SetBlocking(int32_t hSocket) {
+  return SetIoctl(hSocket, FIONBIO, 0);
+}
+
+int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket) {
+  return SetIoctl(hSocket, FIONBIO, 1);
+}
+
+static int32_t SetLingerOption(int hSocket, int OnOff, uint32_t Seconds) {
+  const struct linger Linger = {OnOff, (int)Seconds};
+  setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Linger, sizeof(Linger));
+  return 0;
+}
+
+int32_t SYS_SOCKET_SetLinger(int32_t hSocket, uint32_t Milliseconds) {
+  uint32_t Seconds = Milliseconds / 1000 + (Milliseconds % 1000 >= 500);
+  if (Seconds == 0 && Milliseconds > 0) {
+    Seconds = 1;  // 0 would mean a reset
+  }
+  return SetLingerOption(hSocket, 1, Seconds);
+}
+
+int32_t SYS_SOCKET_SetNoLinger(int32_t hSocket) {
+  return SetLingerOption(hSocket, 0, 0);
+}
+
+int32_t SYS_SOCKET_SetTimeouts(int32_t hSocket, uint32_t SendTimeout, uint32_t ReceiveTimeout) {
+  const struct timeval Send    = SplitMs(SendTimeout);
+  const struct timeval Receive = SplitMs(ReceiveTimeout);
+  setsockopt(hSocket, SOL_SOCKET, SO_SNDTIMEO, &Send, sizeof(Send));
+  return setsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &Receive, sizeof(Receive));
+}
+
+void SYS_SOCKET_GetPeerIPv4(int32_t hSocket, uint32_t* pAddr, uint16_t* pPort) {
+  struct sockaddr_in SockAddr = {};
+  socklen_t          Length   = sizeof(SockAddr);
+  getpeername(hSocket, (struct sockaddr*)&SockAddr, &Length);
+  *pAddr = ntohl(SockAddr.sin_addr.s_addr);
+  if (pPort != NULL) {
+    *pPort = ntohs(SockAddr.sin_port);
+  }
+}
+
+void SYS_SOCKET_GetPeerIPv6(int32_t hSocket, uint8_t* pAddr, uint16_t* pPort) {
+  struct sockaddr_in6 SockAddr = {};
+  socklen_t           Length   = sizeof(SockAddr);
+  getpeername(hSocket, (struct sockaddr*)&SockAddr, &Length);
+  memcpy(pAddr, &SockAddr.sin6_addr, sizeof(SockAddr.sin6_addr));
+  if (pPort != NULL) {
+    *pPort = ntohs(SockAddr.sin6_port);
+  }
+}
+
+// The first result of the system's resolver, copied to pSockAddr.
+static int32_t Resolve(const char* sName, int Family, int Flags, void* pSockAddr, size_t Size) {
+  struct addrinfo  Hints    = {};
+  struct addrinfo* pResults = NULL;
+  Hints.ai_family           = Family;
+  Hints.ai_socktype         = SOCK_STREAM;
+  Hints.ai_flags            = Flags;
+  if (getaddrinfo(sName, NULL, &Hints, &pResults) != 0) {
+    return -1;
+  }
+  memcpy(pSockAddr, pResults->ai_addr, Size);
+  freeaddrinfo(pResults);
+  return 0;
+}
+
+int32_t SYS_NET_ResolveIPv4(const char* sName, uint32_t* pAddr) {
+  struct sockaddr_in SockAddr;
+  if (Resolve(sName, AF_INET, 0, &SockAddr, sizeof(SockAddr)) != 0) {
+    return -1;
+  }
+  *pAddr = ntohl(SockAddr.sin_addr.s_addr);
+  return 0;
+}
+
+int32_t SYS_NET_ResolveIPv6(const char* sName, int32_t AllowMapped, uint8_t* pAddr) {
+  struct sockaddr_in6 SockAddr;
+  const int           Flags = AllowMapped != 0 ? AI_V4MAPPED : 0;
+  if (Resolve(sName, AF_INET6, Flags, &SockAddr, sizeof(SockAddr)) != 0) {
+    return -1;
+  }
+  memcpy(pAddr, &SockAddr.sin6_addr, sizeof(SockAddr.sin6_addr));
+  return 0;
+}
+
+static int32_t GetName(const void* pSockAddr, socklen_t Size, char* pHost, uint32_t HostSize,
+                       char* pService, uint32_t ServiceSize) {
+  return getnameinfo((const struct sockaddr*)pSockAddr, Size, pHost, HostSize, pService,
+                     ServiceSize, 0) == 0
+             ? 0
+             : -1;
+}
+
+int32_t SYS_NET_GetNameIPv4(uint32_t Addr, uint16_t Port, char* pHost, uint32_t HostSize,
+                            char* pService, uint32_t ServiceSize) {
+  const struct sockaddr_in SockAddr = MakeAddrIPv4(Addr, Port);
+  return GetName(&SockAddr, sizeof(SockAddr), pHost, HostSize, pService, ServiceSize);
+}
+
+int32_t SYS_NET_GetNameIPv6(const uint8_t* pAddr, uint16_t Port, char* pHost, uint32_t HostSize,
+                            char* pService, uint32_t ServiceSize) {
+  const struct sockaddr_in6 SockAddr = MakeAddrIPv6(pAddr, Port);
+  return GetName(&SockAddr, sizeof(SockAddr), pHost, HostSize, pService, ServiceSize);
+}

@@ -1,0 +1,282 @@
+#include "sys/thread.h"
+
+#include <errno.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "sys/memory.h"
+#include "util/string.h"
+
+static const uint32_t STILL_RUNNING = 259;
+static const long     POLL_NS       = 1000000;  // between two tries to lock with a limit
+
+// What the trampoline of SYS_THREAD_StartCall hands to the new thread, which frees it.
+struct CALL {
+  void (*pfRoutine)(void*);
+  void* pArg;
+};
+
+static SYS_MUTEX aMutexes[SYS_MUTEX_SLOTS];
+static SYS_EVENT aEvents[SYS_EVENT_SLOTS];
+
+// Timeout from now. A clock that cannot be read gives a time long past: no wait ends too late.
+static struct timeval GetDeadline(uint32_t Timeout) {
+  struct timeval Time = {};
+  gettimeofday(&Time, NULL);
+  Time.tv_sec += Timeout / 1000;
+  Time.tv_usec += (suseconds_t)(Timeout % 1000 * 1000);
+  if (Time.tv_usec >= 1000000) {
+    Time.tv_usec -= 1000000;
+    Time.tv_sec++;
+  }
+  return Time;
+}
+
+// 1 once the time is past the deadline, and when there is no time to be had.
+static int IsPast(const struct timeval* pDeadline) {
+  struct timeval Now;
+  return gettimeofday(&Now, NULL) != 0 || timercmp(&Now, pDeadline, >);
+}
+
+static int32_t InitRecursive(pthread_mutex_t* pMutex, pthread_mutexattr_t* pAttr) {
+  if (pthread_mutexattr_init(pAttr) != 0) {
+    return -1;
+  }
+  if (pthread_mutexattr_settype(pAttr, PTHREAD_MUTEX_RECURSIVE) != 0 ||
+      pthread_mutex_init(pMutex, pAttr) != 0) {
+    pthread_mutexattr_destroy(pAttr);
+    return -1;
+  }
+  return 0;
+}
+
+// Polls where a limit is given: Darwin has no pthread_mutex_timedlock().
+static int32_t LockMutex(pthread_mutex_t* pMutex, uint32_t Timeout) {
+  if (Timeout == SYS_WAIT_FOREVER) {
+    return pthread_mutex_lock(pMutex) == 0 ? 0 : -1;
+  }
+  const struct timeval  Deadline = GetDeadline(Timeout);
+  const struct timespec Pause    = {0, POLL_NS};
+  for (;;) {
+    const int Result = pthread_mutex_trylock(pMutex);
+    if (Result != EBUSY) {
+      return Result == 0 ? 0 : -1;
+    }
+    nanosleep(&Pause, NULL);
+    if (IsPast(&Deadline)) {
+      return SYS_TIMEOUT;
+    }
+  }
+}
+
+static int32_t UnlockMutex(pthread_mutex_t* pMutex) {
+  return pthread_mutex_unlock(pMutex) == 0 ? 0 : 1;
+}
+
+static int IsMutex(const SYS_MUTEX* pMutex) {
+  return pMutex != NULL && pMutex->InUse != 0;
+}
+
+SYS_MUTEX* SYS_MUTEX_Create(const char* sName) {
+  for (uint32_t i = 0; i < SYS_MUTEX_SLOTS; i++) {
+    SYS_MUTEX* pMutex = &aMutexes[i];
+    if (pMutex->InUse != 0) {
+      continue;
+    }
+    if (InitRecursive(&pMutex->Mutex, &pMutex->Attr) != 0) {
+      return NULL;
+    }
+    UTIL_CopyString(pMutex->acName, sName != NULL ? sName : "", sizeof(pMutex->acName));
+    pMutex->Counter = 0;
+    pMutex->InUse   = 1;
+    return pMutex;
+  }
+  return NULL;
+}
+
+void SYS_MUTEX_Destroy(SYS_MUTEX** ppMutex) {
+  SYS_MUTEX* pMutex = *ppMutex;
+  if (IsMutex(pMutex)) {
+    pMutex->InUse = 0;
+    pthread_mutex_destroy(&pMutex->Mutex);
+    pthread_mutexattr_destroy(&pMutex->Attr);
+    *ppMutex = NULL;
+  }
+}
+
+int32_t SYS_MUTEX_Lock(SYS_MUTEX* pMutex, uint32_t Timeout) {
+  return IsMutex(pMutex) ? LockMutex(&pMutex->Mutex, Timeout) : -1;
+}
+
+int32_t SYS_MUTEX_Unlock(SYS_MUTEX* pMutex) {
+  return IsMutex(pMutex) ? UnlockMutex(&pMutex->Mutex) : 1;
+}
+
+int32_t SYS_LOCK_Create(SYS_LOCK* pLock) {
+  pthread_mutexattr_t Attr;
+  if (pLock->IsCreated != 0 || InitRecursive(&pLock->Mutex, &Attr) != 0) {
+    return -1;
+  }
+  pthread_mutexattr_destroy(&Attr);
+  pLock->IsCreated = 1;
+  return 0;
+}
+
+void SYS_LOCK_Destroy(SYS_LOCK* pLock) {
+  if (pLock->IsCreated != 0) {
+    pLock->IsCreated = 0;
+    pthread_mutex_destroy(&pLock->Mutex);
+  }
+}
+
+int32_t SYS_LOCK_Lock(SYS_LOCK* pLock, uint32_t Timeout) {
+  return pLock->IsCreated != 0 ? LockMutex(&pLock->Mutex, Timeout) : -1;
+}
+
+int32_t SYS_LOCK_Unlock(SYS_LOCK* pLock) {
+  return pLock->IsCreated != 0 ? UnlockMutex(&pLock->Mutex) : 1;
+}
+
+static int IsEvent(const SYS_EVENT* pEvent) {
+  return pEvent != NULL && pEvent != SYS_EVENT_INVALID && pEvent->InUse != 0;
+}
+
+SYS_EVENT* SYS_EVENT_Create(uint32_t Reserved, uint32_t InitialState) {
+  if (Reserved != 0) {
+    return SYS_EVENT_INVALID;
+  }
+  for (uint32_t i = 0; i < SYS_EVENT_SLOTS; i++) {
+    SYS_EVENT* pEvent = &aEvents[i];
+    if (pEvent->InUse != 0) {
+      continue;
+    }
+    if (pthread_mutex_init(&pEvent->Mutex, NULL) != 0) {
+      return SYS_EVENT_INVALID;
+    }
+    if (pthread_cond_init(&pEvent->Cond, NULL) != 0) {
+      pthread_mutex_destroy(&pEvent->Mutex);
+      return SYS_EVENT_INVALID;
+    }
+    pEvent->Signalled = InitialState;
+    pEvent->InUse     = 1;
+    return pEvent;
+  }
+  return SYS_EVENT_INVALID;
+}
+
+void SYS_EVENT_Set(SYS_EVENT* pEvent) {
+  if (!IsEvent(pEvent) || pthread_mutex_lock(&pEvent->Mutex) != 0) {
+    return;
+  }
+  pEvent->Signalled = 1;
+  pthread_mutex_unlock(&pEvent->Mutex);
+  pthread_cond_signal(&pEvent->Cond);
+}
+
+// Waits, with the event's mutex held, until it is signalled. Returns 0 or the error number that
+// ended the wait.
+static int WaitSignalled(SYS_EVENT* pEvent, uint32_t Timeout) {
+  int Result = 0;
+  while (Result == 0 && pEvent->Signalled == 0) {
+    if (Timeout == SYS_WAIT_FOREVER) {
+      Result = pthread_cond_wait(&pEvent->Cond, &pEvent->Mutex);
+    } else {
+      const struct timeval  Deadline = GetDeadline(Timeout);  // afresh at each pass, on purpose
+      const struct timespec Until    = {Deadline.tv_sec, Deadline.tv_usec * 1000};
+      Result = pthread_cond_timedwait(&pEvent->Cond, &pEvent->Mutex, &Until);
+    }
+  }
+  return Result;
+}
+
+// A thread cancelled while it waits comes here with the mutex held again: the event must stay usable.
+static void UnlockCancelled(void* pMutex) {
+  pthread_mutex_unlock((pthread_mutex_t*)pMutex);
+}
+
+int32_t SYS_EVENT_Wait(SYS_EVENT* pEvent, uint32_t Timeout) {
+  if (!IsEvent(pEvent) || pthread_mutex_lock(&pEvent->Mutex) != 0) {
+    return -1;
+  }
+  int Result;
+  pthread_cleanup_push(UnlockCancelled, &pEvent->Mutex);
+  Result = WaitSignalled(pEvent, Timeout);
+  pthread_cleanup_pop(0);
+  if (Result == 0) {
+    pEvent->Signalled = 0;
+  }
+  const int UnlockResult = pthread_mutex_unlock(&pEvent->Mutex);
+  if (Result == ETIMEDOUT) {
+    return SYS_TIMEOUT;
+  }
+  return Result == 0 && UnlockResult == 0 ? 0 : -1;
+}
+
+void SYS_EVENT_Destroy(SYS_EVENT* pEvent) {
+  if (IsEvent(pEvent)) {
+    pthread_mutex_destroy(&pEvent->Mutex);
+    pthread_cond_destroy(&pEvent->Cond);
+    pEvent->InUse     = 0;
+    pEvent->Signalled = 0;
+  }
+}
+
+pthread_t SYS_THREAD_Start(void* (*pfRoutine)(void*), void* pArg, pthread_t* pId) {
+  pthread_t      Id = 0;
+  pthread_attr_t Attr;
+  if (pthread_attr_init(&Attr) == 0) {
+    pthread_t NewId;
+    if (pthread_attr_setdetachstate(&Attr, PTHREAD_CREATE_DETACHED) == 0 &&
+        pthread_create(&NewId, &Attr, pfRoutine, pArg) == 0) {
+      Id = NewId;
+    }
+    pthread_attr_destroy(&Attr);
+  }
+  if (pId != NULL) {
+    *pId = Id;
+  }
+  return Id;
+}
+
+// Frees before it calls: the routine may never come back (exit of the thread, cancellation).
+static void* RunCall(void* pArg) {
+  const CALL Call = *(const CALL*)pArg;
+  SYS_MEM_Free(pArg);
+  Call.pfRoutine(Call.pArg);
+  return NULL;
+}
+
+pthread_t SYS_THREAD_StartCall(void (*pfRoutine)(void*), void* pArg, pthread_t* pId) {
+  if (pId != NULL) {
+    *pId = 0;
+  }
+  CALL* pCall = (CALL*)SYS_MEM_Alloc(sizeof(CALL));
+  if (pCall == NULL) {
+    return 0;
+  }
+  pCall->pfRoutine   = pfRoutine;
+  pCall->pArg        = pArg;
+  const pthread_t Id = SYS_THREAD_Start(RunCall, pCall, pId);
+  if (Id == 0) {
+    SYS_MEM_Free(pCall);
+  }
+  return Id;
+}
+
+int32_t SYS_THREAD_Cancel(pthread_t Id) {
+  return pthread_cancel(Id);
+}
+
+int32_t SYS_THREAD_GetExitCode(pthread_t, uint32_t* pCode) {
+  *pCode = STILL_RUNNING;
+  return 1;
+}
+
+pthread_t SYS_THREAD_GetCurrentId(void) {
+  return pthread_self();
+}
+
+int32_t SYS_PROCESS_GetId(void) {
+  return getpid();
+}

@@ -1,0 +1,135 @@
+// The example programs, run as a user runs them.
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/sys/pty.h"
+
+// A program running with its standard output and error in a pipe.
+class PROGRAM {
+ public:
+  explicit PROGRAM(std::vector<std::string> Args) {
+    int aPipe[2];
+    EXPECT_EQ(0, pipe(aPipe));
+    _Pid = fork();
+    if (_Pid == 0) {
+      dup2(aPipe[1], 1);
+      dup2(aPipe[1], 2);
+      close(aPipe[0]);
+      close(aPipe[1]);
+      std::vector<char*> Pointers;
+      for (std::string& sArg : Args) {
+        Pointers.push_back(sArg.data());
+      }
+      Pointers.push_back(nullptr);
+      execv(Pointers[0], Pointers.data());
+      _exit(127);
+    }
+    close(aPipe[1]);
+    _pOutput = fdopen(aPipe[0], "r");
+  }
+  ~PROGRAM() {
+    fclose(_pOutput);
+    if (_Pid > 0) {
+      kill(_Pid, SIGKILL);
+      waitpid(_Pid, nullptr, 0);
+    }
+  }
+  PROGRAM(const PROGRAM&)            = delete;
+  PROGRAM& operator=(const PROGRAM&) = delete;
+
+  // The next line it prints, or what there is when it ends.
+  std::string ReadLine() {
+    char acLine[256] = "";
+    return fgets(acLine, sizeof(acLine), _pOutput) != nullptr ? acLine : "";
+  }
+  void Interrupt() const { kill(_Pid, SIGINT); }
+  int  WaitForExit() {
+     int Status = -1;
+     waitpid(_Pid, &Status, 0);
+     _Pid = -1;
+     return WIFEXITED(Status) ? WEXITSTATUS(Status) : -1;
+  }
+
+ private:
+  pid_t _Pid;
+  FILE* _pOutput;
+};
+
+static std::string PortFrom(const std::string& sLine) {
+  const std::string sPrefix = "listening on port ";
+  EXPECT_EQ(sPrefix, sLine.substr(0, sPrefix.size()));
+  return sLine.substr(sPrefix.size(), sLine.size() - sPrefix.size() - 1);
+}
+
+TEST(ExampleTcpEcho, ClientsGetTheirTextBack) {
+  PROGRAM           Server({TCP_ECHO_SERVER, "0", "2"});
+  const std::string sPort = PortFrom(Server.ReadLine());
+  for (const char* sText : {"hello", "good bye"}) {
+    PROGRAM Client({TCP_ECHO_CLIENT, "localhost", sPort, "10000", sText});
+    EXPECT_EQ(std::string(sText) + "\n", Client.ReadLine());
+    EXPECT_EQ(0, Client.WaitForExit());
+  }
+  EXPECT_EQ(0, Server.WaitForExit());
+}
+
+TEST(ExampleTcpEcho, ClientGivesUpOnAServerThatIsNotThere) {
+  PROGRAM           Server({TCP_ECHO_SERVER, "0", "0"});
+  const std::string sPort = PortFrom(Server.ReadLine());
+  EXPECT_EQ(0, Server.WaitForExit());
+  PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", sPort, "50", "anyone?"});
+  EXPECT_EQ("tcp_echo_client: timed out\n", Client.ReadLine());
+  EXPECT_EQ(1, Client.WaitForExit());
+}
+
+TEST(ExampleTcpEcho, InterruptEndsTheWaitForAServer) {
+  PROGRAM           Server({TCP_ECHO_SERVER, "0", "0"});
+  const std::string sPort = PortFrom(Server.ReadLine());
+  EXPECT_EQ(0, Server.WaitForExit());
+  PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", sPort, "60000", "anyone?"});
+  usleep(300000);
+  Client.Interrupt();
+  EXPECT_EQ("tcp_echo_client: interrupted\n", Client.ReadLine());
+  EXPECT_EQ(1, Client.WaitForExit());
+}
+
+TEST(ExampleSerialEcho, SendsBackWhatComesIn) {
+  PTY Pty;
+  PTY_Open(&Pty);
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  PROGRAM Echo({SERIAL_ECHO, Pty.acName, "9600"});
+  EXPECT_EQ(std::string("echoing on ") + Pty.acName + "\n", Echo.ReadLine());
+  ASSERT_EQ(7, write(Pty.hMaster, "a\r\n\x03ok\x04", 7));
+  char    acReply[8] = "";
+  ssize_t NumRead    = 0;
+  while (NumRead < 6) {
+    struct pollfd Poll = {Pty.hMaster, POLLIN, 0};
+    ASSERT_EQ(1, poll(&Poll, 1, 10000));
+    const ssize_t Result = read(Pty.hMaster, acReply + NumRead, sizeof(acReply) - (size_t)NumRead);
+    ASSERT_GT(Result, 0);
+    NumRead += Result;
+  }
+  EXPECT_EQ(6, NumRead);
+  EXPECT_EQ(0, memcmp("a\r\n\x03ok", acReply, 6));
+  EXPECT_EQ(0, Echo.WaitForExit());
+  PTY_Close(&Pty);
+}
+
+TEST(ExampleSerialEcho, TakesTheFirstUsbPortWhenNoneIsNamed) {
+  setenv("HOST_CALLOUT_DEVICES", "/dev/cu.Bluetooth:/dev/cu.usbNoSuchThing", 1);
+  PROGRAM Missing({SERIAL_ECHO});
+  EXPECT_EQ("serial_echo: cannot open cu.usbNoSuchThing\n", Missing.ReadLine());
+  EXPECT_EQ("Modem at path: /dev/cu.usbNoSuchThing\n", Missing.ReadLine());
+  EXPECT_EQ(1, Missing.WaitForExit());
+  setenv("HOST_CALLOUT_DEVICES", "", 1);
+  PROGRAM None({SERIAL_ECHO});
+  EXPECT_EQ("serial_echo: no USB serial port found\n", None.ReadLine());
+  EXPECT_EQ(1, None.WaitForExit());
+  unsetenv("HOST_CALLOUT_DEVICES");
+}

@@ -1,0 +1,213 @@
+#include "sys/misc.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "tests/sys/faults.h"
+
+TEST(SysProcessors, AreThoseInUse) {
+  EXPECT_EQ(sysconf(_SC_NPROCESSORS_ONLN), SYS_GetNumProcessors());
+}
+
+TEST(SysProcessors, AreNoneWhenTheSystemDoesNotSay) {
+  int32_t Count;
+  {
+    const FAULT Fault("sysctlbyname", ENOENT);
+    Count = SYS_GetNumProcessors();
+  }
+  EXPECT_EQ(0, Count);
+}
+
+/*********************************************************************
+*
+*       Log
+*/
+
+TEST(SysLog, PadsOnTheLeftTo128Characters) {
+  LogCalls.clear();
+  SYS_Log("hello");
+  ASSERT_EQ(1u, LogCalls.size());
+  EXPECT_EQ(15, LogCalls[0].Priority);
+  EXPECT_EQ("%128s", LogCalls[0].Format);
+  EXPECT_EQ(std::string(123, ' ') + "hello", LogCalls[0].Text);
+}
+
+TEST(SysLog, LongMessagesAreLoggedWholeAndPercentSignsAreText) {
+  LogCalls.clear();
+  const std::string sLong = std::string(300, 'x') + "%s%n";
+  SYS_Log(sLong.c_str());
+  ASSERT_EQ(1u, LogCalls.size());
+  EXPECT_EQ(sLong, LogCalls[0].Text);
+}
+
+/*********************************************************************
+*
+*       Idle sleep
+*/
+
+TEST(SysIdleSleep, IsASwitchAndNoCount) {
+  const CALL_COUNTER Create("IOPMAssertionCreate");
+  const CALL_COUNTER Release("IOPMAssertionRelease");
+  SYS_AllowIdleSleep();
+  EXPECT_EQ(0u, Release.GetNumCalls()) << "nothing was prevented";
+  SYS_PreventIdleSleep();
+  SYS_PreventIdleSleep();
+  EXPECT_EQ(1u, Create.GetNumCalls());
+  SYS_AllowIdleSleep();
+  SYS_AllowIdleSleep();
+  EXPECT_EQ(1u, Release.GetNumCalls());
+  SYS_PreventIdleSleep();
+  EXPECT_EQ(2u, Create.GetNumCalls());
+  SYS_AllowIdleSleep();
+  EXPECT_EQ(2u, Release.GetNumCalls());
+}
+
+TEST(SysIdleSleep, AsksForTheAssertionByNameAndLevel) {
+  LastAssertion = {};
+  SYS_PreventIdleSleep();
+  EXPECT_EQ("NoIdleSleepAssertion", LastAssertion.Type);
+  EXPECT_EQ(255u, LastAssertion.Level);
+  const uint32_t Id = LastAssertion.Id;
+  SYS_AllowIdleSleep();
+  EXPECT_EQ(Id, LastAssertion.ReleasedId);
+}
+
+TEST(SysIdleSleep, RefusalIsIgnoredAndReleasesNobodyElsesAssertion) {
+  SYS_PreventIdleSleep();
+  SYS_AllowIdleSleep();
+  {
+    const FAULT Fault("IOPMAssertionCreate", (int)0xE00002C2);
+    SYS_PreventIdleSleep();
+  }
+  SYS_AllowIdleSleep();
+  EXPECT_EQ(0u, LastAssertion.ReleasedId);
+}
+
+/*********************************************************************
+*
+*       Random bytes
+*/
+
+TEST(SysRandom, FillsTheBufferAndNoMore) {
+  uint8_t aFirst[66];
+  uint8_t aSecond[66];
+  memset(aFirst, 0xAA, sizeof(aFirst));
+  memset(aSecond, 0xAA, sizeof(aSecond));
+  EXPECT_EQ(0, SYS_GetRandom(aFirst, 64));
+  EXPECT_EQ(0, SYS_GetRandom(aSecond, 64));
+  EXPECT_NE(0, memcmp(aFirst, aSecond, 64)) << "equal once in 2^512";
+  EXPECT_EQ(0xAA, aFirst[64]);
+  EXPECT_EQ(0xAA, aFirst[65]);
+  EXPECT_EQ(0, SYS_GetRandom(aFirst, 0));
+}
+
+TEST(SysRandom, OnlyAFailedOpenIsTold) {
+  uint8_t a[4];
+  int32_t OpenFails;
+  int32_t ReadFails;
+  {
+    const FAULT Fault("open", EMFILE);
+    OpenFails = SYS_GetRandom(a, sizeof(a));
+  }
+  {
+    const FAULT Fault("read", EIO);
+    ReadFails = SYS_GetRandom(a, sizeof(a));
+  }
+  EXPECT_EQ(-1, OpenFails);
+  EXPECT_EQ(0, ReadFails);
+}
+
+/*********************************************************************
+*
+*       Starting a program
+*/
+
+class SysStartProgram : public testing::Test {
+ protected:
+  void SetUp() override {
+    snprintf(_acReport, sizeof(_acReport), "%s", "/tmp/quobe_report_XXXXXX");
+    const int hFile = mkstemp(_acReport);
+    ASSERT_GE(hFile, 0);
+    close(hFile);
+    setenv("QUOBE_REPORT", _acReport, 1);
+  }
+  void TearDown() override {
+    unsetenv("QUOBE_REPORT");
+    unlink(_acReport);
+  }
+  // What the program wrote, once it ended.
+  std::string WaitForReport() {
+    int Status = -1;
+    EXPECT_GT(wait(&Status), 0);
+    EXPECT_EQ(0, Status);
+    std::stringstream Text;
+    Text << std::ifstream(_acReport).rdbuf();
+    return Text.str();
+  }
+
+  char _acReport[64];
+};
+
+TEST_F(SysStartProgram, GivesItItsPathTheEnvironmentAndNoDescriptor) {
+  const int hLeak = fcntl(0, F_DUPFD, 400);  // inherited, if it were not for the flag
+  ASSERT_GE(hLeak, 400);
+  int aPipe[2];
+  ASSERT_EQ(0, pipe(aPipe));
+  EXPECT_EQ(0, SYS_StartProgram(FD_REPORT));
+  EXPECT_EQ("1\n" FD_REPORT "\n", WaitForReport());
+  close(hLeak);
+  close(aPipe[0]);
+  close(aPipe[1]);
+}
+
+TEST_F(SysStartProgram, DoesNotWaitForIt) {
+  EXPECT_EQ(0, SYS_StartProgram(FD_REPORT));
+  EXPECT_EQ(0, SYS_StartProgram(FD_REPORT));
+  WaitForReport();
+  WaitForReport();
+  EXPECT_EQ(-1, wait(nullptr)) << "two children, no third";
+}
+
+TEST(SysStartProgramErrors, AreTheSystems) {
+  EXPECT_EQ(ENOENT, SYS_StartProgram("/no/such/program"));
+  EXPECT_EQ(EACCES, SYS_StartProgram("/tmp"));
+  EXPECT_EQ(-1, wait(nullptr)) << "no child";
+}
+
+TEST(SysStartProgramErrors, AreOredTogether) {
+  int32_t  Result;
+  uint32_t NumStarted;
+  {
+    const FAULT Spawn("HOST_posix_spawn", 12);
+    const FAULT Destroy("posix_spawnattr_destroy", 16);
+    Result = SYS_StartProgram(FD_REPORT);
+  }
+  EXPECT_EQ(28, Result);
+  {
+    const FAULT        Flags("HOST_posix_spawnattr_setflags", 1);
+    const FAULT        Destroy("posix_spawnattr_destroy", 16);
+    const CALL_COUNTER Spawn("HOST_posix_spawn");
+    Result     = SYS_StartProgram(FD_REPORT);
+    NumStarted = Spawn.GetNumCalls();
+  }
+  EXPECT_EQ(17, Result);
+  EXPECT_EQ(0u, NumStarted) << "not with descriptors";
+  {
+    const FAULT        Init("posix_spawnattr_init", 12);
+    const CALL_COUNTER Spawn("HOST_posix_spawn");
+    Result     = SYS_StartProgram(FD_REPORT);
+    NumStarted = Spawn.GetNumCalls();
+  }
+  EXPECT_EQ(12, Result);
+  EXPECT_EQ(0u, NumStarted);
+}
