@@ -108,12 +108,13 @@ TEST_F(SysPath, MakeDirRefusesPathsOf1024Characters) {
 
 TEST_F(SysPath, MakeDirRefusesLinkTargetsThatComeTo1024Characters) {
   // A relative target counts together with the directory of its link.
-  const size_t DirLength = m_Dir.Path().size() + 1;
-  ASSERT_EQ(
-      0, symlink(("a" + std::string(1022 - DirLength, '/')).c_str(), m_Dir.Path("fits").c_str()));
+  std::string sTarget(1023 - (m_Dir.Path().size() + 1), '/');
+  sTarget[0] = 'a';
+  ASSERT_EQ(0, symlink(sTarget.c_str(), m_Dir.Path("fits").c_str()));
   EXPECT_EQ(0, MakeDir("fits"));
-  ASSERT_EQ(0, symlink(("b" + std::string(1023 - DirLength, '/')).c_str(),
-                       m_Dir.Path("relative").c_str()));
+  sTarget[0] = 'b';
+  sTarget += '/';
+  ASSERT_EQ(0, symlink(sTarget.c_str(), m_Dir.Path("relative").c_str()));
   EXPECT_EQ(-1, MakeDir("relative"));
   EXPECT_FALSE(IsDirectory(m_Dir.Path("b")));
   ASSERT_EQ(0, symlink(std::string(1024, '/').c_str(), m_Dir.Path("absolute").c_str()));

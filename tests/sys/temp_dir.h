@@ -14,12 +14,17 @@
 #include <sstream>
 #include <string>
 
-// Made when constructed, removed with all that is in it when destroyed.
+// Made when constructed, removed with all that is in it when destroyed. In memory where that can be
+// had: the tests make files by the ten thousand.
 class TempDir {
  public:
   TempDir() {
-    char acPath[] = "/tmp/quobe_sys_XXXXXX";
-    m_sPath       = mkdtemp(acPath);
+    std::string sPath = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+    sPath += "/quobe_sys_XXXXXX";
+    if (mkdtemp(sPath.data()) == nullptr) {
+      abort();
+    }
+    m_sPath = sPath;
   }
   ~TempDir() {
     std::error_code Ignored;

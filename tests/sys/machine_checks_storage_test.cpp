@@ -1,0 +1,7 @@
+#include "tests/sys/machine_checks_storage.h"
+
+#include <gtest/gtest.h>
+
+TEST(SysMachineChecks, StorageHolds) {
+  EXPECT_EQ(0, CheckStorage());
+}
