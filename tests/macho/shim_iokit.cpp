@@ -1,7 +1,7 @@
 // CoreFoundation and IOKit, as far as the product goes: serial ports and the idle-sleep assertion.
 //
-// MACHORUN_SERIAL_PORTS lists what the registry holds: call-out paths with ':' between them; an
-// empty one is a service without that property. Unset: no serial port.
+// HOST_CALLOUT_DEVICES lists what the registry holds, as for the stand-in of host/: call-out paths
+// with ':' between them; an empty one is a service without that property. Unset: no serial port.
 //
 // Every object counts its references. One that is used after its release ends the run, and what is
 // still held at the end of the process is traced.
@@ -125,7 +125,7 @@ int GetMatchingServices(uint32_t MasterPort, const void* pMatching, uint32_t* pI
   const std::map<std::string, std::string> Serial = {{"IOProviderClass", "IOSerialBSDClient"},
                                                      {"IOSerialBSDClientType", "IOSerialStream"}};
   std::vector<Service>                     Found;
-  const char*                              sPorts = getenv("MACHORUN_SERIAL_PORTS");
+  const char*                              sPorts = getenv("HOST_CALLOUT_DEVICES");
   if (sPorts != nullptr && Wanted == Serial) {
     std::istringstream Ports(sPorts);
     for (std::string sPort; std::getline(Ports, sPort, ':');) {

@@ -138,9 +138,8 @@ int Spawn(pid_t* pPid, const char* sPath, const void* pActions,
   posix_spawn_file_actions_t Actions;
   posix_spawn_file_actions_init(&Actions);
   if ((Flags & darwin::SPAWN_CLOEXEC_DEFAULT) != 0) {
-    // There: all but those that the actions name, which are none. The standard streams stay here,
-    // so that a child that prints does not do so into a file it has opened.
-    posix_spawn_file_actions_addclosefrom_np(&Actions, STDERR_FILENO + 1);
+    // None is inherited but those that the actions name, which are none: 0, 1 and 2 go too.
+    posix_spawn_file_actions_addclosefrom_np(&Actions, STDIN_FILENO);
   }
   pid_t     Pid    = 0;
   const int Result = posix_spawn(&Pid, sPath, &Actions, nullptr, pasArgs, pasEnvironment);
@@ -181,6 +180,7 @@ const Shim Table[] = {
     Bound("_proc_pidpath", &PidPath),
     Bound("__NSGetExecutablePath", &ExecutablePath),
     Bound("__NSGetEnviron", &Environment),
+    {"_environ", &environ},
     Bound("_signal", &SetHandler),
     Bound("_kill", &SendSignal),
     Bound("_waitpid", &WaitFor),
@@ -190,6 +190,7 @@ const Shim Table[] = {
     Bound("_posix_spawn", &Spawn),
     Bound("_sysctlbyname", &SystemValue),
     Bound("_syslog", &Log),
+    Bound("_syslog$DARWIN_EXTSN", &Log),
 };
 
 }  // namespace
