@@ -177,6 +177,7 @@ const Shim Table[] = {
     SAME(rmdir),
     SAME(mkdir),
     SAME(chmod),
+    SAME(fchmod),
     SAME(rename),
     SAME(link),
     SAME(symlink),

@@ -12,6 +12,7 @@
 //   MACHORUN_CLOCK_STEP_US, MACHORUN_CLOCK_FILE  simulated time, see shim_time.cpp
 //   MACHORUN_DLADDR         what dladdr() tells, see shim_dl.cpp
 //   MACHORUN_PIDPATH        what proc_pidpath() tells, see shim_process.cpp
+//   MACHORUN_TERMINAL_FLAGS what tcgetattr() tells, see shim_terminal.cpp
 //   HOST_CALLOUT_DEVICES    serial ports, see shim_iokit.cpp
 //
 // docs/macos.md says what a run proves and what it does not.

@@ -104,6 +104,10 @@ int WaitFor(int Pid, int* pStatus, int Options) {
   return Result;
 }
 
+int WaitForAny(int* pStatus) {
+  return WaitFor(-1, pStatus, 0);
+}
+
 // The attribute object is a pointer there.
 struct SpawnAttributes {
   int16_t Flags;
@@ -184,6 +188,7 @@ const Shim Table[] = {
     Bound("_signal", &SetHandler),
     Bound("_kill", &SendSignal),
     Bound("_waitpid", &WaitFor),
+    Bound("_wait", &WaitForAny),
     Bound("_posix_spawnattr_init", &SpawnAttrInit),
     Bound("_posix_spawnattr_destroy", &SpawnAttrDestroy),
     Bound("_posix_spawnattr_setflags", &SpawnAttrSetFlags),

@@ -2,8 +2,12 @@
 //
 // A flag that this system does not have is kept here per terminal, so that the program reads back
 // what it has set. What is set is traced in Darwin's values.
+//
+// MACHORUN_TERMINAL_FLAGS makes tcgetattr() tell this number (0x...) as each of the four flag words:
+// all ones and all zeros together show what the program clears, sets and leaves.
 
 #include <errno.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -115,6 +119,13 @@ int GetAttributes(int Descriptor, darwin::Termios* pSettings) {
   pSettings->OutputFlags  = FlagsToDarwin(Host.c_oflag, OutputFlags) | Kept.Output;
   pSettings->ControlFlags = FlagsToDarwin(Host.c_cflag, ControlFlags) | Kept.Control;
   pSettings->LocalFlags   = FlagsToDarwin(Host.c_lflag, LocalFlags) | Kept.Local;
+  if (const char* sFlags = getenv("MACHORUN_TERMINAL_FLAGS")) {
+    const uint64_t Flags    = strtoull(sFlags, nullptr, 16);
+    pSettings->InputFlags   = Flags;
+    pSettings->OutputFlags  = Flags;
+    pSettings->ControlFlags = Flags;
+    pSettings->LocalFlags   = Flags;
+  }
   for (const CharPair& Row : ControlChars) {
     pSettings->ControlChars[Row.Darwin] = Host.c_cc[Row.Host];
   }

@@ -159,8 +159,15 @@ class Stage {
     pResult->ToolPath = Tool;
   }
 
-  // Time that the runner let pass without waiting; 0 without a runner.
-  int SimulatedMs() const { return atoi(ReadFile(Folder + "/clock").c_str()); }
+  // The runner lets time pass without waiting and tells how much. A run that took too long by that
+  // clock counts as killed.
+  void SetElapsed(int RealMs, int LimitMs, ToolResult* pResult) const {
+    pResult->ElapsedMs = RealMs + atoi(ReadFile(Folder + "/clock").c_str());
+    if (pResult->ElapsedMs > LimitMs) {
+      pResult->TimedOut = true;
+      pResult->Status   = -1;
+    }
+  }
 
   std::string Folder, Tool, Program;
 
@@ -247,7 +254,7 @@ ToolResult RunTool(const ToolRun& Run) {
   close(In.ReadEnd);
   close(In.WriteEnd);
   Reap(Child, Begin + Run.TimeLimitMs, &Result);
-  Result.ElapsedMs = NowMs() - Begin + S.SimulatedMs();
+  S.SetElapsed(NowMs() - Begin, Run.TimeLimitMs, &Result);
   close(Out);
   close(Error);
   Result.Output = ReadFile(S.Folder + "/out");
@@ -302,7 +309,7 @@ ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd) {
   }
   Reap(Child, Deadline, &Result);
   close(Master);
-  Result.ElapsedMs = NowMs() - Begin + S.SimulatedMs();
+  S.SetElapsed(NowMs() - Begin, Run.TimeLimitMs, &Result);
   Result.Output.erase(std::remove(Result.Output.begin(), Result.Output.end(), '\r'),
                       Result.Output.end());
   S.ReadLog(&Result);
