@@ -22,6 +22,8 @@ endforeach()
 find_program(linker ld64.lld-${llvm} REQUIRED)
 
 set(CMAKE_OSX_SYSROOT "${QUOBE_DARWIN_SDK}")
+# For what is no product; QuobeTargets.cmake says what the product asks for.
+set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0)
 # The SDK has no C++ library: nothing that is built for macOS here may use one.
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld --ld-path=${linker} -nostdlib++")

@@ -101,6 +101,7 @@ class Stage {
     Env.push_back("TERM=dumb");  // the caller's may be unknown here
     Env.push_back("QUOBE_PROBE_SCRIPT=" + Folder + "/script");
     Env.push_back("QUOBE_PROBE_LOG=" + Folder + "/log");
+    Env.push_back("MACHORUN_CLOCK_FILE=" + Folder + "/clock");
     for (const std::string& Entry : Run.Environment) {
       Env.push_back(Entry);
     }
@@ -110,7 +111,7 @@ class Stage {
       Argv.push_back(Runner);
       Argv.push_back(Tool);
       if (!Run.ProgramName.empty()) {
-        Env.push_back("QUOBE_TEST_MODULE_PATH=" + Run.ProgramName);
+        Env.push_back("MACHORUN_DLADDR=" + Run.ProgramName);
       }
     } else {
       Argv.push_back(Run.ProgramName.empty() ? Tool : Run.ProgramName);
@@ -156,6 +157,16 @@ class Stage {
     }
     pResult->Transcript += pResult->Output.substr(Shown);
     pResult->ToolPath = Tool;
+  }
+
+  // The runner lets time pass without waiting and tells how much. A run that took too long by that
+  // clock counts as killed.
+  void SetElapsed(int RealMs, int LimitMs, ToolResult* pResult) const {
+    pResult->ElapsedMs = RealMs + atoi(ReadFile(Folder + "/clock").c_str());
+    if (pResult->ElapsedMs > LimitMs) {
+      pResult->TimedOut = true;
+      pResult->Status   = -1;
+    }
   }
 
   std::string Folder, Tool, Program;
@@ -243,7 +254,7 @@ ToolResult RunTool(const ToolRun& Run) {
   close(In.ReadEnd);
   close(In.WriteEnd);
   Reap(Child, Begin + Run.TimeLimitMs, &Result);
-  Result.ElapsedMs = NowMs() - Begin;
+  S.SetElapsed(NowMs() - Begin, Run.TimeLimitMs, &Result);
   close(Out);
   close(Error);
   Result.Output = ReadFile(S.Folder + "/out");
@@ -298,7 +309,7 @@ ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd) {
   }
   Reap(Child, Deadline, &Result);
   close(Master);
-  Result.ElapsedMs = NowMs() - Begin;
+  S.SetElapsed(NowMs() - Begin, Run.TimeLimitMs, &Result);
   Result.Output.erase(std::remove(Result.Output.begin(), Result.Output.end(), '\r'),
                       Result.Output.end());
   S.ReadLog(&Result);

@@ -5,7 +5,7 @@
 // choose another one:
 //   QUOBE_TEST_TOOL    path of the executable
 //   QUOBE_TEST_RUNNER  a program that runs it, called with the executable's path in front of the
-//                      arguments
+//                      arguments: tests/macho/machorun, whose MACHORUN_ variables are set as needed
 
 #ifndef TESTS_SUPPORT_TOOL_PROCESS_H
 #define TESTS_SUPPORT_TOOL_PROCESS_H
@@ -37,13 +37,13 @@ struct ToolResult {
   bool                     TimedOut = false;  // and then it was killed
   int                      Status   = -1;     // exit status; -1 when a signal ended it
   int                      Signal   = 0;
-  std::string              Output;       // standard output
-  std::string              Error;        // standard error
-  std::vector<std::string> Calls;        // of the probe library, in order
-  std::vector<long long>   CallTimesMs;  // when, on a clock of its own
-  std::string              Transcript;   // Output with each call as <call> where it was made
-  std::string              ToolPath;     // of the executable that ran
-  int                      ElapsedMs = 0;
+  std::string              Output;         // standard output
+  std::string              Error;          // standard error
+  std::vector<std::string> Calls;          // of the probe library, in order
+  std::vector<long long>   CallTimesMs;    // when, on a clock of its own
+  std::string              Transcript;     // Output with each call as <call> where it was made
+  std::string              ToolPath;       // of the executable that ran
+  int                      ElapsedMs = 0;  // simulated time of the runner included
 };
 
 // Runs the tool with standard input from a pipe and standard output to a file.

@@ -30,8 +30,7 @@ CFTypeID CFGetTypeID(CFTypeRef Object);
 CFTypeID CFStringGetTypeID(void);
 Boolean  CFStringGetCString(CFStringRef String, char* pBuffer, CFIndex BufferSize,
                             CFStringEncoding Encoding);
-void     CFDictionarySetValue(CFMutableDictionaryRef Dictionary, const void* pKey,
-                              const void* pValue);
+void CFDictionarySetValue(CFMutableDictionaryRef Dictionary, const void* pKey, const void* pValue);
 
 #ifdef __cplusplus
 }

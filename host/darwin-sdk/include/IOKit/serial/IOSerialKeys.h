@@ -4,8 +4,8 @@
 #define IOKIT_SERIAL_IOSERIALKEYS_H
 
 #define kIOSerialBSDServiceValue "IOSerialBSDClient"
-#define kIOSerialBSDTypeKey "IOSerialBSDClientType"
-#define kIOSerialBSDAllTypes "IOSerialStream"
-#define kIOCalloutDeviceKey "IOCalloutDevice"
+#define kIOSerialBSDTypeKey      "IOSerialBSDClientType"
+#define kIOSerialBSDAllTypes     "IOSerialStream"
+#define kIOCalloutDeviceKey      "IOCalloutDevice"
 
 #endif

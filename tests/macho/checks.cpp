@@ -1,0 +1,22 @@
+// Checks of UTIL and SYS that need the C library and nothing else, so that they can be built where no
+// GoogleTest and no C++ library is: for macOS on Linux, to be run by machorun. On the machine itself
+// they run as one test more.
+//
+// Prints what fails and a line at the end. Exit status 0 when nothing failed.
+
+#include <stdio.h>
+
+#include "tests/util/vectors_format.h"
+
+static int NumFailed;
+
+static void ReportRow(const char* sTable, int Row, const char* sText) {
+  NumFailed++;
+  printf("%s row %d: %s\n", sTable, Row, sText);
+}
+
+int main(void) {
+  const int NumRows = VECTORS_RunFormat(ReportRow);
+  printf("%d rows of text vectors checked, %d failed\n", NumRows, NumFailed);
+  return NumFailed == 0 && NumRows > 0 ? 0 : 1;
+}

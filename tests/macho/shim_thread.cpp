@@ -1,0 +1,286 @@
+// Threads. A pthread object of the program holds a signature and a pointer to this system's object;
+// one that only a static initialiser has written gets its object at the first use. An object that was
+// never initialised, or was destroyed, is told by its signature: EINVAL, as there.
+
+#include <errno.h>
+#include <pthread.h>
+#include <stdint.h>
+
+#include <mutex>
+
+#include "tests/macho/darwin_abi.h"
+#include "tests/macho/shim.h"
+
+namespace {
+
+constexpr uint64_t SIGNATURE_LIVE = 0x51D1E0B1EC7;
+
+std::mutex CreationLock;
+
+int Result(int HostErrno) {
+  return HostErrno == 0 ? 0 : ToDarwinErrno(HostErrno);
+}
+
+// Several threads may come to a statically initialised object at once.
+template <class T, class Init>
+T* Live(darwin::ThreadObject* pObject, Init Initialise) {
+  const std::lock_guard<std::mutex> Guard(CreationLock);
+  if (pObject->Signature != SIGNATURE_LIVE) {
+    auto* pNew = new T;
+    if (!Initialise(pObject->Signature, pNew)) {
+      delete pNew;
+      return nullptr;
+    }
+    pObject->pHost     = pNew;
+    pObject->Signature = SIGNATURE_LIVE;
+  }
+  return static_cast<T*>(pObject->pHost);
+}
+
+template <class T>
+T* Live(darwin::ThreadObject* pObject) {
+  return Live<T>(pObject, [](uint64_t, T*) { return false; });
+}
+
+template <class T>
+int Adopt(darwin::ThreadObject* pObject, T* pNew, int HostErrno) {
+  if (HostErrno != 0) {
+    delete pNew;
+    return Result(HostErrno);
+  }
+  pObject->pHost     = pNew;
+  pObject->Signature = SIGNATURE_LIVE;
+  return 0;
+}
+
+template <class T>
+int Destroy(darwin::ThreadObject* pObject, T* pHost, int (*pfDestroy)(T*)) {
+  if (pHost == nullptr) {
+    return EINVAL;
+  }
+  const int HostErrno = pfDestroy(pHost);
+  if (HostErrno == 0) {
+    delete pHost;
+    pObject->Signature = 0;
+  }
+  return Result(HostErrno);
+}
+
+// -- Mutexes -------------------------------------------------------------------------------------
+
+pthread_mutex_t* Mutex(darwin::ThreadObject* pObject) {
+  return Live<pthread_mutex_t>(pObject, [](uint64_t Signature, pthread_mutex_t* pNew) {
+    if (Signature == darwin::SIGNATURE_MUTEX) {
+      *pNew = PTHREAD_MUTEX_INITIALIZER;
+    } else if (Signature == darwin::SIGNATURE_MUTEX_RECURSIVE) {
+      *pNew = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    } else {
+      return false;
+    }
+    return true;
+  });
+}
+
+int MutexInit(darwin::ThreadObject* pMutex, darwin::ThreadObject* pAttributes) {
+  pthread_mutexattr_t* pHost = nullptr;
+  if (pAttributes != nullptr) {
+    pHost = Live<pthread_mutexattr_t>(pAttributes);
+    if (pHost == nullptr) {
+      return EINVAL;
+    }
+  }
+  auto* pNew = new pthread_mutex_t;
+  return Adopt(pMutex, pNew, pthread_mutex_init(pNew, pHost));
+}
+
+int MutexDestroy(darwin::ThreadObject* pMutex) {
+  return Destroy(pMutex, Mutex(pMutex), &pthread_mutex_destroy);
+}
+
+template <int (*pfCall)(pthread_mutex_t*)>
+int OnMutex(darwin::ThreadObject* pMutex) {
+  pthread_mutex_t* pHost = Mutex(pMutex);
+  return pHost == nullptr ? EINVAL : Result(pfCall(pHost));
+}
+
+int MutexAttrInit(darwin::ThreadObject* pAttributes) {
+  auto* pNew = new pthread_mutexattr_t;
+  return Adopt(pAttributes, pNew, pthread_mutexattr_init(pNew));
+}
+
+int MutexAttrDestroy(darwin::ThreadObject* pAttributes) {
+  return Destroy(pAttributes, Live<pthread_mutexattr_t>(pAttributes), &pthread_mutexattr_destroy);
+}
+
+int MutexAttrSetType(darwin::ThreadObject* pAttributes, int Type) {
+  auto* pHost = Live<pthread_mutexattr_t>(pAttributes);
+  if (pHost == nullptr) {
+    return EINVAL;
+  }
+  switch (Type) {
+    case darwin::MUTEX_TYPE_NORMAL:
+      return Result(pthread_mutexattr_settype(pHost, PTHREAD_MUTEX_NORMAL));
+    case darwin::MUTEX_TYPE_ERRORCHECK:
+      return Result(pthread_mutexattr_settype(pHost, PTHREAD_MUTEX_ERRORCHECK));
+    case darwin::MUTEX_TYPE_RECURSIVE:
+      return Result(pthread_mutexattr_settype(pHost, PTHREAD_MUTEX_RECURSIVE));
+    default:
+      return EINVAL;
+  }
+}
+
+// -- Conditions ----------------------------------------------------------------------------------
+
+pthread_cond_t* Cond(darwin::ThreadObject* pObject) {
+  return Live<pthread_cond_t>(pObject, [](uint64_t Signature, pthread_cond_t* pNew) {
+    *pNew = PTHREAD_COND_INITIALIZER;
+    return Signature == darwin::SIGNATURE_COND;
+  });
+}
+
+int CondInit(darwin::ThreadObject* pCond, const void* pAttributes) {
+  if (pAttributes != nullptr) {
+    Unknown("pthread_cond_init with attributes");
+  }
+  auto* pNew = new pthread_cond_t;
+  return Adopt(pCond, pNew, pthread_cond_init(pNew, nullptr));
+}
+
+int CondDestroy(darwin::ThreadObject* pCond) {
+  return Destroy(pCond, Cond(pCond), &pthread_cond_destroy);
+}
+
+template <int (*pfCall)(pthread_cond_t*)>
+int OnCond(darwin::ThreadObject* pCond) {
+  pthread_cond_t* pHost = Cond(pCond);
+  return pHost == nullptr ? EINVAL : Result(pfCall(pHost));
+}
+
+int CondWait(darwin::ThreadObject* pCond, darwin::ThreadObject* pMutex) {
+  pthread_cond_t*  pHostCond  = Cond(pCond);
+  pthread_mutex_t* pHostMutex = Mutex(pMutex);
+  return pHostCond == nullptr || pHostMutex == nullptr
+             ? EINVAL
+             : Result(pthread_cond_wait(pHostCond, pHostMutex));
+}
+
+int CondTimedWait(darwin::ThreadObject* pCond, darwin::ThreadObject* pMutex,
+                  const struct timespec* pDeadline) {
+  pthread_cond_t*  pHostCond  = Cond(pCond);
+  pthread_mutex_t* pHostMutex = Mutex(pMutex);
+  return pHostCond == nullptr || pHostMutex == nullptr
+             ? EINVAL
+             : Result(pthread_cond_timedwait(pHostCond, pHostMutex, pDeadline));
+}
+
+// -- Threads -------------------------------------------------------------------------------------
+
+int AttrInit(darwin::ThreadObject* pAttributes) {
+  auto* pNew = new pthread_attr_t;
+  return Adopt(pAttributes, pNew, pthread_attr_init(pNew));
+}
+
+int AttrDestroy(darwin::ThreadObject* pAttributes) {
+  return Destroy(pAttributes, Live<pthread_attr_t>(pAttributes), &pthread_attr_destroy);
+}
+
+int AttrSetDetachState(darwin::ThreadObject* pAttributes, int State) {
+  auto* pHost = Live<pthread_attr_t>(pAttributes);
+  if (pHost == nullptr || (State != darwin::THREAD_DETACHED && State != darwin::THREAD_JOINABLE)) {
+    return EINVAL;
+  }
+  return Result(pthread_attr_setdetachstate(
+      pHost, State == darwin::THREAD_DETACHED ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE));
+}
+
+int AttrSetStackSize(darwin::ThreadObject* pAttributes, size_t Size) {
+  auto* pHost = Live<pthread_attr_t>(pAttributes);
+  return pHost == nullptr ? EINVAL : Result(pthread_attr_setstacksize(pHost, Size));
+}
+
+int Create(pthread_t* pThread, darwin::ThreadObject* pAttributes, void* (*pfRoutine)(void*),
+           void* pArgument) {
+  pthread_attr_t* pHost = nullptr;
+  if (pAttributes != nullptr) {
+    pHost = Live<pthread_attr_t>(pAttributes);
+    if (pHost == nullptr) {
+      return EINVAL;
+    }
+    int State = 0;
+    pthread_attr_getdetachstate(pHost, &State);
+    Trace("pthread_create(%s)", State == PTHREAD_CREATE_DETACHED ? "detached" : "joinable");
+  }
+  return Result(pthread_create(pThread, pHost, pfRoutine, pArgument));
+}
+
+int Join(pthread_t Thread, void** ppResult) {
+  const int HostErrno = pthread_join(Thread, ppResult);
+  if (HostErrno == 0 && ppResult != nullptr && *ppResult == PTHREAD_CANCELED) {
+    *ppResult = reinterpret_cast<void*>(1);
+  }
+  return Result(HostErrno);
+}
+
+int Detach(pthread_t Thread) {
+  return Result(pthread_detach(Thread));
+}
+int Cancel(pthread_t Thread) {
+  return Result(pthread_cancel(Thread));
+}
+int Equal(pthread_t A, pthread_t B) {
+  return pthread_equal(A, B) != 0 ? 1 : 0;
+}
+
+int SetCancelState(int State, int* pOld) {
+  int       HostOld   = 0;
+  const int HostErrno = pthread_setcancelstate(
+      State == darwin::CANCEL_STATE_ENABLE ? PTHREAD_CANCEL_ENABLE : PTHREAD_CANCEL_DISABLE,
+      &HostOld);
+  if (pOld != nullptr) {
+    *pOld = HostOld == PTHREAD_CANCEL_ENABLE ? darwin::CANCEL_STATE_ENABLE
+                                             : darwin::CANCEL_STATE_DISABLE;
+  }
+  return Result(HostErrno);
+}
+
+int Once(darwin::ThreadObject* pOnce, void (*pfRoutine)()) {
+  auto* pHost = Live<pthread_once_t>(pOnce, [](uint64_t Signature, pthread_once_t* pNew) {
+    *pNew = PTHREAD_ONCE_INIT;
+    return Signature == darwin::SIGNATURE_ONCE;
+  });
+  return pHost == nullptr ? EINVAL : Result(pthread_once(pHost, pfRoutine));
+}
+
+const Shim Table[] = {
+    Bound("_pthread_mutex_init", &MutexInit),
+    Bound("_pthread_mutex_destroy", &MutexDestroy),
+    Bound("_pthread_mutex_lock", &OnMutex<&pthread_mutex_lock>),
+    Bound("_pthread_mutex_trylock", &OnMutex<&pthread_mutex_trylock>),
+    Bound("_pthread_mutex_unlock", &OnMutex<&pthread_mutex_unlock>),
+    Bound("_pthread_mutexattr_init", &MutexAttrInit),
+    Bound("_pthread_mutexattr_destroy", &MutexAttrDestroy),
+    Bound("_pthread_mutexattr_settype", &MutexAttrSetType),
+    Bound("_pthread_cond_init", &CondInit),
+    Bound("_pthread_cond_destroy", &CondDestroy),
+    Bound("_pthread_cond_signal", &OnCond<&pthread_cond_signal>),
+    Bound("_pthread_cond_broadcast", &OnCond<&pthread_cond_broadcast>),
+    Bound("_pthread_cond_wait", &CondWait),
+    Bound("_pthread_cond_timedwait", &CondTimedWait),
+    Bound("_pthread_attr_init", &AttrInit),
+    Bound("_pthread_attr_destroy", &AttrDestroy),
+    Bound("_pthread_attr_setdetachstate", &AttrSetDetachState),
+    Bound("_pthread_attr_setstacksize", &AttrSetStackSize),
+    Bound("_pthread_create", &Create),
+    Bound("_pthread_join", &Join),
+    Bound("_pthread_detach", &Detach),
+    Bound("_pthread_cancel", &Cancel),
+    Bound("_pthread_equal", &Equal),
+    Bound("_pthread_setcancelstate", &SetCancelState),
+    Bound("_pthread_once", &Once),
+};
+
+}  // namespace
+
+std::span<const Shim> ThreadShims() {
+  return Table;
+}

@@ -1,0 +1,111 @@
+// Sleeping and clocks.
+//
+// With MACHORUN_CLOCK_STEP_US set, time is simulated: a sleep returns at once and moves the clock on
+// by its length, each reading moves it on by that many microseconds. Time-outs of the program then
+// pass without waiting, and a loop that only reads the clock still ends. Only sleeps and
+// mach_absolute_time() live in simulated time; the calendar does not. At the end of the process the
+// milliseconds that have so passed are written to the file that MACHORUN_CLOCK_FILE names.
+
+#include <errno.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "tests/macho/darwin_abi.h"
+#include "tests/macho/shim.h"
+
+namespace {
+
+constexpr uint64_t START_NS = 1000000000;
+
+std::atomic<uint64_t> SimulatedNs{START_NS};
+
+void WriteClockFile() {
+  const char* sPath = getenv("MACHORUN_CLOCK_FILE");
+  FILE*       pFile = sPath == nullptr ? nullptr : fopen(sPath, "we");
+  if (pFile != nullptr) {
+    fprintf(pFile, "%llu\n", static_cast<unsigned long long>((SimulatedNs - START_NS) / 1000000));
+    fclose(pFile);
+  }
+}
+
+// 0 where time is real.
+uint64_t StepNs() {
+  static const uint64_t Step = [] {
+    const char*    sStep = getenv("MACHORUN_CLOCK_STEP_US");
+    const uint64_t Ns    = sStep == nullptr ? 0 : strtoull(sStep, nullptr, 10) * 1000;
+    if (Ns != 0 && atexit(&WriteClockFile) != 0) {
+      Unknown("atexit failed");
+    }
+    return Ns;
+  }();
+  return Step;
+}
+
+int SleepMicroseconds(unsigned Microseconds) {
+  Trace("usleep(%u)", Microseconds);
+  if (StepNs() != 0) {
+    SimulatedNs += Microseconds * 1000ull;
+    return 0;
+  }
+  return usleep(Microseconds);
+}
+
+int SleepNanoseconds(const struct timespec* pTime, struct timespec* pLeft) {
+  if (StepNs() != 0) {
+    SimulatedNs +=
+        static_cast<uint64_t>(pTime->tv_sec) * 1000000000u + static_cast<uint64_t>(pTime->tv_nsec);
+    return 0;
+  }
+  return nanosleep(pTime, pLeft);
+}
+
+// In nanoseconds, as on a Mac with an x86-64 processor.
+uint64_t AbsoluteTime() {
+  if (StepNs() != 0) {
+    return SimulatedNs += StepNs();
+  }
+  struct timespec Now;
+  clock_gettime(CLOCK_MONOTONIC, &Now);
+  return static_cast<uint64_t>(Now.tv_sec) * 1000000000u + static_cast<uint64_t>(Now.tv_nsec);
+}
+
+struct TimebaseInfo {
+  uint32_t Numerator;
+  uint32_t Denominator;
+};
+
+int Timebase(TimebaseInfo* pInfo) {
+  *pInfo = {1, 1};
+  return 0;
+}
+
+int ReadClock(int32_t Clock, struct timespec* pTime) {
+  switch (Clock) {
+    case darwin::CLOCK_ID_REALTIME:
+      return clock_gettime(CLOCK_REALTIME, pTime);
+    case darwin::CLOCK_ID_MONOTONIC:
+      return clock_gettime(CLOCK_MONOTONIC, pTime);
+    case darwin::CLOCK_ID_MONOTONIC_RAW:
+    case darwin::CLOCK_ID_UPTIME_RAW:
+      return clock_gettime(CLOCK_MONOTONIC_RAW, pTime);
+    default:
+      Unknown("clock %d", Clock);
+  }
+}
+
+const Shim Table[] = {
+    Bound("_usleep", &SleepMicroseconds),        Bound("_nanosleep", &SleepNanoseconds),
+    Bound("_mach_absolute_time", &AbsoluteTime), Bound("_mach_timebase_info", &Timebase),
+    Bound("_clock_gettime", &ReadClock),
+};
+
+}  // namespace
+
+std::span<const Shim> TimeShims() {
+  return Table;
+}
