@@ -230,11 +230,6 @@ TEST_F(MachO, PendingErrorIsDroppedBeforeAFunctionIsLookedUp) {
   EXPECT_EQ(0, Result.Status);
 }
 
-TEST_F(MachO, ReaderThatGoesAwayDoesNotEndTheRun) {
-  EXPECT_EQ((std::vector<std::string>{"signal(13, ignore)"}),
-            LinesWith(RunTool({}).Trace, "signal"));
-}
-
 // -- The runner itself ---------------------------------------------------------------------------
 
 TEST_F(MachO, RunnerRefusesAnImportThatIsInNoListByName) {
