@@ -6,7 +6,12 @@
 
 #include <stdio.h>
 
+#include "tests/sys/machine_checks_services.h"
+#include "tests/sys/machine_checks_storage.h"
+#include "tests/util/vectors_bits.h"
 #include "tests/util/vectors_format.h"
+#include "tests/util/vectors_scan.h"
+#include "tests/util/vectors_value_text.h"
 
 static int NumFailed;
 
@@ -16,7 +21,10 @@ static void ReportRow(const char* sTable, int Row, const char* sText) {
 }
 
 int main(void) {
-  const int NumRows = VECTORS_RunFormat(ReportRow);
-  printf("%d rows of text vectors checked, %d failed\n", NumRows, NumFailed);
+  const int NumRows = VECTORS_RunFormat(ReportRow) + VECTORS_RunScan(ReportRow) +
+                      VECTORS_RunValueText(ReportRow) + VECTORS_RunBits(ReportRow);
+  NumFailed += CheckStorage();
+  NumFailed += CheckServices();
+  printf("machine_checks: %d rows, storage and services checked, %d failed\n", NumRows, NumFailed);
   return NumFailed == 0 && NumRows > 0 ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "tests/macho/darwin_abi.h"
@@ -85,6 +86,15 @@ int StatusOfDescriptor(int Descriptor, darwin::Stat* pStat) {
   return Status(fstat(Descriptor, &Host), Host, pStat);
 }
 
+int SetTimes(const char* sPath, const darwin::Timeval* pTimes) {
+  if (pTimes == nullptr) {
+    return utimes(sPath, nullptr);
+  }
+  const struct timeval aHost[2] = {{pTimes[0].Seconds, pTimes[0].Microseconds},
+                                   {pTimes[1].Seconds, pTimes[1].Microseconds}};
+  return utimes(sPath, aHost);
+}
+
 int Control(int Descriptor, int Request, uint64_t Argument) {
   switch (Request) {
     case F_DUPFD:  // 0 to 4 are the same
@@ -162,6 +172,7 @@ const Shim Table[] = {
     Bound("_stat$INODE64", &StatusOfPath),
     Bound("_lstat$INODE64", &StatusOfLink),
     Bound("_fstat$INODE64", &StatusOfDescriptor),
+    Bound("_utimes", &SetTimes),
     Bound("_fcntl", &Control),
     Bound("_mmap", &Map),
     Bound("_msync", &Sync),

@@ -5,11 +5,15 @@
 // pass without waiting, and a loop that only reads the clock still ends. Only sleeps and
 // mach_absolute_time() live in simulated time; the calendar does not. At the end of the process the
 // milliseconds that have so passed are written to the file that MACHORUN_CLOCK_FILE names.
+//
+// A library of this system that the program opens reads the same time: clock_gettime() is defined here
+// and exported, so that its calls come here too.
 
 #include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -105,6 +109,16 @@ const Shim Table[] = {
 };
 
 }  // namespace
+
+extern "C" int clock_gettime(clockid_t Clock, struct timespec* pTime) noexcept {
+  if (Clock == CLOCK_MONOTONIC && StepNs() != 0) {
+    const uint64_t Now = SimulatedNs;
+    pTime->tv_sec      = static_cast<time_t>(Now / 1000000000u);
+    pTime->tv_nsec     = static_cast<long>(Now % 1000000000u);
+    return 0;
+  }
+  return static_cast<int>(syscall(SYS_clock_gettime, Clock, pTime));
+}
 
 std::span<const Shim> TimeShims() {
   return Table;

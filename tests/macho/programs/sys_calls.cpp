@@ -1,0 +1,102 @@
+// Makes SYS ask the system for things, so that macho_test can read in the runner's trace with which
+// of Darwin's flags and numbers it does. What comes of it is not looked at here.
+//
+//   sys_calls files|console|serial|services|sockets
+
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "sys/console.h"
+#include "sys/file.h"
+#include "sys/misc.h"
+#include "sys/serial.h"
+#include "sys/sockets.h"
+#include "sys/thread.h"
+#include "tests/sys/pty.h"
+
+// Makes files in the current folder.
+static void CallFiles(void) {
+  static const uint32_t aModes[] = {0x13, 0x93, 0xB3, 0x01, 0x02, 0x03, 0x32, 0x23, 0x43, 0x80};
+  for (uint32_t i = 0; i < sizeof(aModes) / sizeof(aModes[0]); i++) {
+    char sPath[32];
+    snprintf(sPath, sizeof(sPath), "%02x", (unsigned)aModes[i]);
+    SYS_FILE_Close(SYS_FILE_Open(sPath, aModes[i]));
+  }
+  const int32_t hFile = SYS_FILE_Open("13", 0x03);
+  void*         pView = SYS_FILE_MapView(hFile, 5000, 10);
+  if (pView != NULL) {
+    SYS_FILE_FlushView(pView, 10);
+    SYS_FILE_UnmapView(pView, 10);
+  }
+  SYS_FILE_Close(hFile);
+}
+
+// Standard input has to be a terminal for this one.
+static void CallConsole(void) {
+  PTY Pty;
+  PTY_Open(&Pty);
+  dup2(Pty.hKeep, STDIN_FILENO);
+  SYS_CONSOLE_IsKeyPressed();
+  PTY_Close(&Pty);
+}
+
+static void CallSerial(void) {
+  PTY Pty;
+  PTY_Open(&Pty);
+  SYS_SERIAL_PORT* pPort = SYS_SERIAL_Open(Pty.acName, 115200);
+  if (pPort != NULL) {
+    SYS_SERIAL_Close(pPort);
+  }
+  PTY_Close(&Pty);
+}
+
+static void* DoNothing(void* pArg) {
+  return pArg;
+}
+
+static void CallServices(void) {
+  uint32_t Random;
+  SYS_GetRandom(&Random, sizeof(Random));
+  SYS_Log("text");
+  SYS_StartProgram("/no/such/program");
+  SYS_PreventIdleSleep();
+  SYS_PreventIdleSleep();
+  SYS_AllowIdleSleep();
+  SYS_THREAD_Start(DoNothing, NULL, NULL);
+}
+
+static void CallSockets(void) {
+  const int32_t hV4 = SYS_TCP_CreateIPv4();
+  SYS_SOCKET_AllowBroadcast(hV4);
+  SYS_SOCKET_EnableKeepAlive(hV4);
+  SYS_SOCKET_SetReceiveBufferSize(hV4, 4096);
+  SYS_SOCKET_SetLinger(hV4, 1500);
+  SYS_SOCKET_SetNoLinger(hV4);
+  SYS_SOCKET_SetTimeouts(hV4, 2345, 67);
+  SYS_TCP_ListenIPv4(hV4, 0x7F000001, 0, 1);
+  SYS_SOCKET_Close(hV4);
+  SYS_SOCKET_Close(SYS_TCP_CreateIPv6(1));
+  SYS_SOCKET_Close(SYS_UDP_CreateIPv4());
+  SYS_SOCKET_Close(SYS_UDP_CreateIPv6(1));
+  uint8_t aAddress[16];
+  SYS_NET_ResolveIPv6("127.0.0.1", 1, aAddress);
+}
+
+static const struct {
+  const char* sName;
+  void (*pfCall)(void);
+} Areas[] = {
+    {"files", CallFiles},       {"console", CallConsole}, {"serial", CallSerial},
+    {"services", CallServices}, {"sockets", CallSockets},
+};
+
+int main(int NumArgs, char** pasArgs) {
+  for (uint32_t i = 0; i < sizeof(Areas) / sizeof(Areas[0]); i++) {
+    if (NumArgs == 2 && strcmp(pasArgs[1], Areas[i].sName) == 0) {
+      Areas[i].pfCall();
+      return 0;
+    }
+  }
+  return 2;
+}
