@@ -22,6 +22,7 @@
 std::vector<LOG_CALL> LogCalls;
 ASSERTION_CALLS       LastAssertion;
 int                   LastFlush;
+struct timespec       RefusedWaitEnd;
 bool                  IsClockFake;
 uint64_t              FakeTicks;
 uint32_t              FakeRatio[2] = {1, 1};
@@ -109,9 +110,6 @@ RETURNS_ERROR(int, pthread_mutex_unlock, (pthread_mutex_t * p), (p))
 RETURNS_ERROR(int, pthread_cond_init, (pthread_cond_t * p, const pthread_condattr_t* pAttr),
               (p, pAttr))
 RETURNS_ERROR(int, pthread_cond_wait, (pthread_cond_t * p, pthread_mutex_t* pMutex), (p, pMutex))
-RETURNS_ERROR(int, pthread_cond_timedwait,
-              (pthread_cond_t * p, pthread_mutex_t* pMutex, const struct timespec* pUntil),
-              (p, pMutex, pUntil))
 RETURNS_ERROR(int, pthread_attr_init, (pthread_attr_t * p), (p))
 RETURNS_ERROR(int, pthread_attr_setdetachstate, (pthread_attr_t * p, int State), (p, State))
 RETURNS_ERROR(int, pthread_create,
@@ -242,6 +240,18 @@ IOReturn __wrap_IOPMAssertionRelease(IOPMAssertionID Id) {
   int Error                = 0;
   LastAssertion.ReleasedId = Id;
   return FAULT::Take("IOPMAssertionRelease", &Error) ? Error : __real_IOPMAssertionRelease(Id);
+}
+
+int __real_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const struct timespec*);
+int __wrap_pthread_cond_timedwait(pthread_cond_t*, pthread_mutex_t*, const struct timespec*);
+int __wrap_pthread_cond_timedwait(pthread_cond_t* p, pthread_mutex_t* pMutex,
+                                  const struct timespec* pUntil) {
+  int Error = 0;
+  if (FAULT::Take("pthread_cond_timedwait", &Error)) {
+    RefusedWaitEnd = *pUntil;
+    return Error;
+  }
+  return __real_pthread_cond_timedwait(p, pMutex, pUntil);
 }
 
 int __real_tcflush(int hLine, int Queue);

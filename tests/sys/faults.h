@@ -15,6 +15,7 @@
 #define TESTS_SYS_FAULTS_H
 
 #include <stdint.h>
+#include <time.h>
 
 #include <string>
 #include <vector>
@@ -78,6 +79,9 @@ extern ASSERTION_CALLS LastAssertion;
 
 // What tcflush() was last asked to drop.
 extern int LastFlush;
+
+// The end of the last pthread_cond_timedwait() that a FAULT refused.
+extern struct timespec RefusedWaitEnd;
 
 // The clocks, in place of the machine's while set.
 extern bool     IsClockFake;

@@ -312,6 +312,25 @@ TEST(SysEvent, AWaitTimesOutNotBeforeItsTime) {
   SYS_EVENT_Destroy(pEvent);
 }
 
+TEST(SysEvent, LongLimitsAreWholeToTheMillisecond) {
+  SYS_EVENT* pEvent = SYS_EVENT_Create(0, 0);
+  for (const uint32_t Timeout : {999u, 4000999u, 0xFFFFFFFEu}) {
+    const int64_t Before = GetMs();
+    int32_t       Result;
+    {
+      const FAULT Fault("pthread_cond_timedwait", ETIMEDOUT);
+      Result = SYS_EVENT_Wait(pEvent, Timeout);
+    }
+    const int64_t After = GetMs();
+    const int64_t End   = RefusedWaitEnd.tv_sec * 1000 + RefusedWaitEnd.tv_nsec / 1000000;
+    EXPECT_EQ(258, Result);
+    EXPECT_GE(End, Before + Timeout);
+    EXPECT_LE(End, After + Timeout);
+    EXPECT_LT(RefusedWaitEnd.tv_nsec, 1000000000);
+  }
+  SYS_EVENT_Destroy(pEvent);
+}
+
 TEST(SysEvent, SettingWakesAWaiterWithALimitAndOneWithout) {
   for (const uint32_t Timeout : {20000u, FOREVER}) {
     SYS_EVENT*        pEvent = SYS_EVENT_Create(0, 0);
