@@ -43,9 +43,9 @@ void SYS_GetUTCTime(SYS_CALENDAR_TIME* pTime);
 
 // Turns SYS_BUILD_STAMP into numbers: 240307 for March 7, 2024 at *pDate and 235959 for 23:59:59 at
 // *pTime. Either may be NULL.
-// sStamp has 20 characters, of which the twelfth separates (a zero byte in SYS_BUILD_STAMP): "Mmm dd
-// yyyy", the month in English with one capital, and "hh:mm:ss"; a day and an hour below 10 may begin
-// with a space. The digits are not checked.
+// sStamp has 20 characters, of which the twelfth separates (a zero byte in SYS_BUILD_STAMP): "Mmm
+// dd yyyy", the month in English with one capital, and "hh:mm:ss"; a day and an hour below 10 may
+// begin with a space. The digits are not checked.
 // Returns 0, or -1 for an unknown month; *pDate and *pTime are then as before.
 int32_t SYS_ParseBuildStamp(const char* sStamp, uint32_t* pDate, uint32_t* pTime);
 

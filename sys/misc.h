@@ -22,8 +22,8 @@ void SYS_PreventIdleSleep(void);
 void SYS_AllowIdleSleep(void);
 
 // Fills NumBytes bytes at pBuffer from the system's random source, fit for keys.
-// Returns -1 when the source cannot be opened, else the result of closing it, 0: a read that fails or
-// comes back short is not told, so keep NumBytes at 256 or below, which the source gives whole.
+// Returns -1 when the source cannot be opened, else the result of closing it, 0: a read that fails
+// or comes back short is not told, so keep NumBytes at 256 or below, which the source gives whole.
 int32_t SYS_GetRandom(void* pBuffer, uint32_t NumBytes);
 
 // Starts the program sPath (not searched for in the PATH) with its path as only argument and this

@@ -5,11 +5,11 @@
 // A socket is its plain descriptor. IPv4 addresses and all ports are numbers in host byte order
 // (0x7F000001 is 127.0.0.1); an IPv6 address is its 16 bytes in network order. Time-outs are in
 // milliseconds, lengths in bytes and at most 0x7FFFFFFF. Where nothing else is said a function
-// returns 0 for success and -1 for failure with errno as the failing call left it. Pointers must not
-// be NULL unless it says they may. Nothing here prints.
+// returns 0 for success and -1 for failure with errno as the failing call left it. Pointers must
+// not be NULL unless it says they may. Nothing here prints.
 //
-// Every TCP socket made or accepted here sends small packets at once (TCP_NODELAY), and sending on a
-// broken connection is an error instead of a SIGPIPE (SO_NOSIGPIPE). Errors of setting these and
+// Every TCP socket made or accepted here sends small packets at once (TCP_NODELAY), and sending on
+// a broken connection is an error instead of a SIGPIPE (SO_NOSIGPIPE). Errors of setting these and
 // the dual-stack option are not told.
 //
 // Waiting is done with select(), which knows descriptors below FD_SETSIZE (1024) only: functions
@@ -22,13 +22,10 @@
 
 #include <stdint.h>
 
-/*********************************************************************
-*
-*       Making and closing
-*/
+// ---- Making and closing -------------------------------------------------------------------------
 
-// The descriptor, or -1. DualStack not 0: the socket also reaches IPv4 peers, under mapped addresses
-// (::FFFF:a.b.c.d); 0 leaves this as the system has it.
+// The descriptor, or -1. DualStack not 0: the socket also reaches IPv4 peers, under mapped
+// addresses (::FFFF:a.b.c.d); 0 leaves this as the system has it.
 int32_t SYS_UDP_CreateIPv4(void);
 int32_t SYS_UDP_CreateIPv6(int32_t DualStack);
 int32_t SYS_TCP_CreateIPv4(void);
@@ -41,10 +38,7 @@ int32_t SYS_SOCKET_Close(int32_t hSocket);
 enum { SYS_SHUTDOWN_RECEIVE = 0, SYS_SHUTDOWN_SEND = 1, SYS_SHUTDOWN_BOTH = 2 };
 void SYS_SOCKET_Shutdown(int32_t hSocket, int32_t How);
 
-/*********************************************************************
-*
-*       Server side
-*/
+// ---- Server side --------------------------------------------------------------------------------
 
 // Binds to an address of this machine (0, or 16 zero bytes, for all) and listens. Port 0 lets the
 // system choose. Backlog: connections that may wait to be accepted.
@@ -57,10 +51,7 @@ int32_t SYS_TCP_ListenIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t Port,
 int32_t SYS_TCP_Accept(int32_t hSocket);
 int32_t SYS_TCP_AcceptTimeout(int32_t hSocket, uint32_t Timeout);
 
-/*********************************************************************
-*
-*       Client side
-*/
+// ---- Client side --------------------------------------------------------------------------------
 
 // One connect(). For UDP: sets the peer.
 int32_t SYS_SOCKET_ConnectIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port);
@@ -76,10 +67,7 @@ int32_t SYS_SOCKET_ConnectIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t P
 int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
                                int32_t (*pfIsAborted)(void));
 
-/*********************************************************************
-*
-*       Transfer
-*/
+// ---- Transfer -----------------------------------------------------------------------------------
 
 // One send(): the number of bytes taken, which may be less than asked for; -2 when the socket can
 // take none now (non-blocking, or its send time-out ran out: EAGAIN); -1 for any other error.
@@ -102,10 +90,7 @@ int32_t SYS_SOCKET_IsDataPending(int32_t hSocket);
 int32_t SYS_SOCKET_WaitReadable(int32_t hSocket, uint32_t Timeout);
 int32_t SYS_SOCKET_WaitWritable(int32_t hSocket, uint32_t Timeout);
 
-/*********************************************************************
-*
-*       Options
-*/
+// ---- Options ------------------------------------------------------------------------------------
 
 int32_t SYS_SOCKET_AllowBroadcast(int32_t hSocket);
 int32_t SYS_SOCKET_SetReceiveBufferSize(int32_t hSocket, int32_t NumBytes);
@@ -113,32 +98,32 @@ int32_t SYS_SOCKET_EnableKeepAlive(int32_t hSocket);
 int32_t SYS_SOCKET_SetBlocking(int32_t hSocket);
 int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket);
 
-// How long closing waits for unsent data, in whole seconds: milliseconds rounded to the nearest, but
-// at least 1 unless 0. With 0 closing drops the data and resets the connection. Both return 0 always.
+// How long closing waits for unsent data, in whole seconds: milliseconds rounded to the nearest,
+// but at least 1 unless 0. With 0 closing drops the data and resets the connection. Both return 0
+// always.
 int32_t SYS_SOCKET_SetLinger(int32_t hSocket, uint32_t Milliseconds);
 int32_t SYS_SOCKET_SetNoLinger(int32_t hSocket);
 
-// How long a send and a receive may wait; 0 without limit. Returns the result of the second setting.
+// How long a send and a receive may wait; 0 without limit. Returns the result of the second
+// setting.
 int32_t SYS_SOCKET_SetTimeouts(int32_t hSocket, uint32_t SendTimeout, uint32_t ReceiveTimeout);
 
-/*********************************************************************
-*
-*       Addresses and names
-*/
+// ---- Addresses and names ------------------------------------------------------------------------
 
 // The peer of a connected socket of that family. pPort may be NULL. Zeros when there is none.
 void SYS_SOCKET_GetPeerIPv4(int32_t hSocket, uint32_t* pAddr, uint16_t* pPort);
 void SYS_SOCKET_GetPeerIPv6(int32_t hSocket, uint8_t* pAddr, uint16_t* pPort);
 
 // The address of a host name (or of an address in text form). Of several it is the first: the
-// system has sorted them by how well they can be reached from here. With AllowMapped a name that has
-// IPv4 addresses only gives those, mapped into IPv6.
+// system has sorted them by how well they can be reached from here. With AllowMapped a name that
+// has IPv4 addresses only gives those, mapped into IPv6.
 // After a failure *pAddr is as before.
 int32_t SYS_NET_ResolveIPv4(const char* sName, uint32_t* pAddr);
 int32_t SYS_NET_ResolveIPv6(const char* sName, int32_t AllowMapped, uint8_t* pAddr);
 
 // The names of an address and of a port, or their text forms where they have none. Sizes count the
-// terminator; a name that does not fit is a failure. Either buffer may be NULL with size 0, not both.
+// terminator; a name that does not fit is a failure. Either buffer may be NULL with size 0, not
+// both.
 int32_t SYS_NET_GetNameIPv4(uint32_t Addr, uint16_t Port, char* pHost, uint32_t HostSize,
                             char* pService, uint32_t ServiceSize);
 int32_t SYS_NET_GetNameIPv6(const uint8_t* pAddr, uint16_t Port, char* pHost, uint32_t HostSize,

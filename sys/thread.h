@@ -28,12 +28,9 @@ enum {
 static constexpr uint32_t SYS_WAIT_FOREVER = 0xFFFFFFFF;
 static constexpr int32_t  SYS_TIMEOUT      = 258;
 
-/*********************************************************************
-*
-*       Mutexes
-*
-*  Recursive: the owner may lock again, and unlocks as often as it locked.
-*/
+// ---- Mutexes ------------------------------------------------------------------------------------
+//
+// Recursive: the owner may lock again, and unlocks as often as it locked.
 
 struct SYS_MUTEX {
   uint32_t        InUse;
@@ -53,21 +50,18 @@ void SYS_MUTEX_Destroy(SYS_MUTEX** ppMutex);
 
 // Returns 0 when locked, SYS_TIMEOUT, or -1 for an error and for a handle that is NULL or not in
 // use.
-// With a limit the lock is tried once, then every millisecond, and not queued for: who waits without
-// limit goes first. A limit of 0 gives up after the first pause.
+// With a limit the lock is tried once, then every millisecond, and not queued for: who waits
+// without limit goes first. A limit of 0 gives up after the first pause.
 int32_t SYS_MUTEX_Lock(SYS_MUTEX* pMutex, uint32_t Timeout);
 
 // Returns 0; 1 when the caller does not own the mutex or the handle is NULL or not in use.
 int32_t SYS_MUTEX_Unlock(SYS_MUTEX* pMutex);
 
-/*********************************************************************
-*
-*       Locks
-*
-*  The same mutex in a record of the caller's: any number of them, wherever the record lives. The
-*  record must be zeroed before its first use (static storage is) and must not be moved or copied
-*  while it is created.
-*/
+// ---- Locks --------------------------------------------------------------------------------------
+//
+// The same mutex in a record of the caller's: any number of them, wherever the record lives. The
+// record must be zeroed before its first use (static storage is) and must not be moved or copied
+// while it is created.
 
 struct SYS_LOCK {
   uint32_t        IsCreated;
@@ -84,13 +78,10 @@ void SYS_LOCK_Destroy(SYS_LOCK* pLock);
 int32_t SYS_LOCK_Lock(SYS_LOCK* pLock, uint32_t Timeout);
 int32_t SYS_LOCK_Unlock(SYS_LOCK* pLock);
 
-/*********************************************************************
-*
-*       Events
-*
-*  An event is signalled or not. A wait consumes the signal (auto-reset): one SYS_EVENT_Set lets one
-*  wait through, and setting an event twice before a wait is as setting it once.
-*/
+// ---- Events -------------------------------------------------------------------------------------
+//
+// An event is signalled or not. A wait consumes the signal (auto-reset): one SYS_EVENT_Set lets one
+// wait through, and setting an event twice before a wait is as setting it once.
 
 struct SYS_EVENT {
   uint32_t        InUse;
@@ -109,12 +100,12 @@ SYS_EVENT* SYS_EVENT_Create(uint32_t Reserved, uint32_t InitialState);
 
 // The three below take a handle that is NULL, SYS_EVENT_INVALID or not in use for a bad one.
 
-// Signals the event and wakes one waiter. It stays signalled until a wait consumes it. Nothing for a
-// bad handle.
+// Signals the event and wakes one waiter. It stays signalled until a wait consumes it. Nothing for
+// a bad handle.
 void SYS_EVENT_Set(SYS_EVENT* pEvent);
 
-// Returns 0 when the event was signalled (and no longer is), SYS_TIMEOUT, or -1 for an error and for
-// a bad handle.
+// Returns 0 when the event was signalled (and no longer is), SYS_TIMEOUT, or -1 for an error and
+// for a bad handle.
 // The limit starts again whenever the wait is woken for nothing, so a wait may take longer than the
 // limit, never shorter.
 int32_t SYS_EVENT_Wait(SYS_EVENT* pEvent, uint32_t Timeout);
@@ -122,20 +113,17 @@ int32_t SYS_EVENT_Wait(SYS_EVENT* pEvent, uint32_t Timeout);
 // Frees the slot. Nothing for a bad handle.
 void SYS_EVENT_Destroy(SYS_EVENT* pEvent);
 
-/*********************************************************************
-*
-*       Threads
-*
-*  All threads are started detached: nobody waits for one, and its id means nothing once it ended.
-*/
+// ---- Threads ------------------------------------------------------------------------------------
+//
+// All threads are started detached: nobody waits for one, and its id means nothing once it ended.
 
-// Starts a thread that runs pfRoutine(pArg); what that returns is dropped. The id is stored at *pId,
-// unless pId is NULL, and returned: 0 when there is no thread to be had. The new thread may be
-// running before *pId is stored; it asks SYS_THREAD_GetCurrentId instead.
+// Starts a thread that runs pfRoutine(pArg); what that returns is dropped. The id is stored at
+// *pId, unless pId is NULL, and returned: 0 when there is no thread to be had. The new thread may
+// be running before *pId is stored; it asks SYS_THREAD_GetCurrentId instead.
 pthread_t SYS_THREAD_Start(void* (*pfRoutine)(void*), void* pArg, pthread_t* pId);
 
-// The same for a routine without result, which need not be written to the POSIX form. Returns 0 also
-// when there is no memory to hand the routine over.
+// The same for a routine without result, which need not be written to the POSIX form. Returns 0
+// also when there is no memory to hand the routine over.
 pthread_t SYS_THREAD_StartCall(void (*pfRoutine)(void*), void* pArg, pthread_t* pId);
 
 // Asks a running thread to end at its next cancellation point. Returns the result of

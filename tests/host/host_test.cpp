@@ -19,10 +19,7 @@
 
 #include <string>
 
-/*********************************************************************
-*
-*       Sockets
-*/
+// ---- Sockets ------------------------------------------------------------------------------------
 
 // Sends on a pair whose other end is closed; SIGPIPE ends the process unless Set.
 static void SendOnBrokenPair(int Set) {
@@ -70,10 +67,7 @@ TEST(HostSocket, NoSigPipeTakesAnIntOfASocket) {
   close(hSocket);
 }
 
-/*********************************************************************
-*
-*       Lines
-*/
+// ---- Lines --------------------------------------------------------------------------------------
 
 TEST(HostIoctl, SpeedRequestIsForLinesAndOtherRequestsPass) {
   const uint32_t Rate = 9600;
@@ -89,10 +83,7 @@ TEST(HostIoctl, SpeedRequestIsForLinesAndOtherRequestsPass) {
   close(aPipe[1]);
 }
 
-/*********************************************************************
-*
-*       Processes and the machine
-*/
+// ---- Processes and the machine ------------------------------------------------------------------
 
 static int CountInChild(short Flags, const posix_spawn_file_actions_t* pActions, int* pResult) {
   posix_spawnattr_t Attr;
@@ -178,10 +169,7 @@ TEST(HostPower, AnAssertionIsReleasedOnce) {
   EXPECT_EQ(kIOReturnBadArgument, IOPMAssertionCreate(nullptr, kIOPMAssertionLevelOn, &Id));
 }
 
-/*********************************************************************
-*
-*       IOKit and CoreFoundation
-*/
+// ---- IOKit and CoreFoundation -------------------------------------------------------------------
 
 static io_iterator_t Search(const char* sClass, CFStringRef pKey, CFStringRef pValue) {
   CFMutableDictionaryRef pMatching = IOServiceMatching(sClass);

@@ -1,4 +1,5 @@
-// Apart from the test: the kernel's header of line attributes and the C library's exclude each other.
+// Apart from the test: the kernel's header of line attributes and the C library's exclude each
+// other.
 
 #include <asm/termbits.h>
 #include <sys/ioctl.h>

@@ -1,10 +1,10 @@
-// What threads, sockets, serial ports, clock and small services promise, checked with C headers only:
-// for a program that has no test library, as the macOS one run on another system's kernel.
+// What threads, sockets, serial ports, clock and small services promise, checked with C headers
+// only: for a program that has no test library, as the macOS one run on another system's kernel.
 //
-// CheckServices() runs it all, prints each failure with its line, and returns their number. It takes
-// about a second of a clock that really runs (waits and sleeps are measured, other processes waited
-// for), uses 127.0.0.1 and ::1 only, and leaves nothing behind. Left to the tests with a library:
-// cancelling a thread, which takes a system whose own headers and threads fit together.
+// CheckServices() runs it all, prints each failure with its line, and returns their number. It
+// takes about a second of a clock that really runs (waits and sleeps are measured, other processes
+// waited for), uses 127.0.0.1 and ::1 only, and leaves nothing behind. Left to the tests with a
+// library: cancelling a thread, which takes a system whose own headers and threads fit together.
 
 #ifndef TESTS_SYS_MACHINE_CHECKS_SERVICES_H
 #define TESTS_SYS_MACHINE_CHECKS_SERVICES_H
@@ -43,10 +43,7 @@ static int NumServiceFailures;
 static const uint32_t LoopbackIPv4      = 0x7F000001;
 static const uint8_t  aLoopbackIPv6[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
 
-/*********************************************************************
-*
-*       Threads
-*/
+// ---- Threads ------------------------------------------------------------------------------------
 
 struct OTHER_THREAD {
   SYS_MUTEX* pMutex;
@@ -156,10 +153,7 @@ static void CheckEvents(void) {
   CHECK_SERVICE(SYS_PROCESS_GetId() == getpid());
 }
 
-/*********************************************************************
-*
-*       Sockets
-*/
+// ---- Sockets ------------------------------------------------------------------------------------
 
 static uint16_t GetLocalPort(int32_t hSocket) {
   struct sockaddr_in6 Addr;  // the port is at the same place in both families
@@ -225,11 +219,19 @@ static void CheckIPv4(void) {
   CheckConnection(hClient, SYS_TCP_AcceptTimeout(hListener, 10000));
   CHECK_SERVICE(SYS_SOCKET_Close(hListener) == 0);
 
-  // Nobody listens there any more.
-  const uint32_t Start = SYS_GetTickCount();
-  CHECK_SERVICE(SYS_TCP_ConnectTimeout(LoopbackIPv4, Port, 60, NULL) == -2);
+  // A port that is taken, and where nobody listens.
+  const int32_t      hBound = SYS_TCP_CreateIPv4();
+  struct sockaddr_in Bound;
+  memset(&Bound, 0, sizeof(Bound));
+  Bound.sin_family      = AF_INET;
+  Bound.sin_addr.s_addr = htonl(LoopbackIPv4);
+  CHECK_SERVICE(bind(hBound, (struct sockaddr*)&Bound, sizeof(Bound)) == 0);
+  const uint16_t Refusing = GetLocalPort(hBound);
+  const uint32_t Start    = SYS_GetTickCount();
+  CHECK_SERVICE(SYS_TCP_ConnectTimeout(LoopbackIPv4, Refusing, 60, NULL) == -2);
   CHECK_SERVICE(SYS_GetTickCount() - Start >= 60);
-  CHECK_SERVICE(SYS_TCP_ConnectTimeout(LoopbackIPv4, Port, 60000, AbortAtOnce) == -3);
+  CHECK_SERVICE(SYS_TCP_ConnectTimeout(LoopbackIPv4, Refusing, 60000, AbortAtOnce) == -3);
+  SYS_SOCKET_Close(hBound);
 }
 
 static void CheckIPv6(void) {
@@ -276,10 +278,7 @@ static void CheckNames(void) {
   CHECK_SERVICE(strcmp(acService, "54321") == 0);
 }
 
-/*********************************************************************
-*
-*       A serial port
-*/
+// ---- A serial port ------------------------------------------------------------------------------
 
 // The settings by the system's own names, which stand for other bits on each system.
 static void CheckLine(int hLine) {
@@ -352,10 +351,7 @@ static void CheckSerialPort(void) {
   PTY_Close(&Pty);
 }
 
-/*********************************************************************
-*
-*       Starting a program, clock, the rest
-*/
+// ---- Starting a program, clock, the rest --------------------------------------------------------
 
 // Runs a script that tells whether it got descriptor 9, which this process has open.
 static void CheckSpawn(void) {

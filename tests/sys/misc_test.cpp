@@ -28,10 +28,7 @@ TEST(SysProcessors, AreNoneWhenTheSystemDoesNotSay) {
   EXPECT_EQ(0, Count);
 }
 
-/*********************************************************************
-*
-*       Log
-*/
+// ---- Log ----------------------------------------------------------------------------------------
 
 TEST(SysLog, PadsOnTheLeftTo128Characters) {
   LogCalls.clear();
@@ -50,10 +47,7 @@ TEST(SysLog, LongMessagesAreLoggedWholeAndPercentSignsAreText) {
   EXPECT_EQ(sLong, LogCalls[0].Text);
 }
 
-/*********************************************************************
-*
-*       Idle sleep
-*/
+// ---- Idle sleep ---------------------------------------------------------------------------------
 
 TEST(SysIdleSleep, IsASwitchAndNoCount) {
   const CALL_COUNTER Create("IOPMAssertionCreate");
@@ -93,10 +87,7 @@ TEST(SysIdleSleep, RefusalIsIgnoredAndReleasesNobodyElsesAssertion) {
   EXPECT_EQ(0u, LastAssertion.ReleasedId);
 }
 
-/*********************************************************************
-*
-*       Random bytes
-*/
+// ---- Random bytes -------------------------------------------------------------------------------
 
 TEST(SysRandom, FillsTheBufferAndNoMore) {
   uint8_t aFirst[66];
@@ -127,10 +118,7 @@ TEST(SysRandom, OnlyAFailedOpenIsTold) {
   EXPECT_EQ(0, ReadFails);
 }
 
-/*********************************************************************
-*
-*       Starting a program
-*/
+// ---- Starting a program -------------------------------------------------------------------------
 
 class SysStartProgram : public testing::Test {
  protected:

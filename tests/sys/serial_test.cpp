@@ -15,10 +15,7 @@
 
 unsigned GetLineSpeed(int hLine);
 
-/*********************************************************************
-*
-*       Finding ports
-*/
+// ---- Finding ports ------------------------------------------------------------------------------
 
 static const char ThreeAndABluetoothPort[] =
     "/dev/cu.usbmodem14101:/dev/cu.Bluetooth-Incoming-Port:/dev/cu.usbserial-A50285BI:"
@@ -161,10 +158,7 @@ TEST(SysSerialEnumerate, NamesFoundCanBeOpened) {
   PTY_Close(&Pty);
 }
 
-/*********************************************************************
-*
-*       Opening
-*/
+// ---- Opening ------------------------------------------------------------------------------------
 
 class SysSerialPort : public testing::Test {
  protected:
@@ -332,10 +326,7 @@ TEST_F(SysSerialPort, ClosingGivesTheDescriptorBack) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-/*********************************************************************
-*
-*       Transfer
-*/
+// ---- Transfer -----------------------------------------------------------------------------------
 
 TEST_F(SysSerialPort, AllByteValuesPassUnchangedInBothDirections) {
   Open();

@@ -47,10 +47,7 @@ static bool Soon(CONDITION IsTrue) {
   return false;
 }
 
-/*********************************************************************
-*
-*       Mutexes
-*/
+// ---- Mutexes ------------------------------------------------------------------------------------
 
 TEST(SysMutex, The65thIsRefusedAndAFreedSlotIsTheNextToBeUsed) {
   std::vector<SYS_MUTEX*> Mutexes;
@@ -217,10 +214,7 @@ TEST(SysMutex, AClockThatCannotBeReadEndsTheWait) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
-/*********************************************************************
-*
-*       Locks
-*/
+// ---- Locks --------------------------------------------------------------------------------------
 
 static SYS_LOCK StaticLock;
 
@@ -254,10 +248,7 @@ TEST(SysLock, ARecordNotCreatedIsRefusedAndMayBeCreatedAgain) {
   EXPECT_EQ(-1, SYS_LOCK_Lock(&StaticLock, 0));
 }
 
-/*********************************************************************
-*
-*       Events
-*/
+// ---- Events -------------------------------------------------------------------------------------
 
 static SYS_EVENT* NoEvent() {
   return (SYS_EVENT*)(intptr_t)-1;
@@ -462,10 +453,7 @@ TEST(SysEvent, EachWakeUpForNothingStartsTheLimitAfresh) {
   SYS_EVENT_Destroy(pEvent);
 }
 
-/*********************************************************************
-*
-*       Threads
-*/
+// ---- Threads ------------------------------------------------------------------------------------
 
 static std::atomic<int> NumEnded;
 
@@ -587,10 +575,7 @@ TEST(SysThread, CurrentIdsAreTheSystems) {
   EXPECT_EQ(getpid(), SYS_PROCESS_GetId());
 }
 
-/*********************************************************************
-*
-*       All at once
-*/
+// ---- All at once --------------------------------------------------------------------------------
 
 // Every slot in use, and what each mutex guards is counted without anything else to guard it.
 TEST(SysThreadStress, SixtyFourMutexesGuardTheirCountersAgainstEightThreads) {

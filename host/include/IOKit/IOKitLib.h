@@ -4,8 +4,8 @@
 // The services are serial lines with one property, the path of the call-out device. They come from
 //  - the environment variable HOST_CALLOUT_DEVICES, when it is set: paths with a ':' between two;
 //    an empty path is a service without the property;
-//  - else the machine's USB serial devices, ttyX of which is given as "/dev/cu.usb-ttyX". The device
-//    node of that name is made by a udev rule:
+//  - else the machine's USB serial devices, ttyX of which is given as "/dev/cu.usb-ttyX". The
+//    device node of that name is made by a udev rule:
 //      SUBSYSTEM=="tty", SUBSYSTEMS=="usb", SYMLINK+="cu.usb-%k"
 // Left out: every other class of services, other properties, notifications, more than 15 services
 // held at a time, threads.
