@@ -246,7 +246,7 @@ static void OverWords(State& s, FUNC Func) {
     }
     DoNotOptimize(Sum);
   }
-  s.SetItemsProcessed((int64_t)(s.iterations() * NUM_WORDS));
+  s.SetItemsProcessed(s.iterations() * (int64_t)NUM_WORDS);
 }
 
 static uint32_t ReversedByShifts(uint32_t x) {
