@@ -1,5 +1,6 @@
 #include "util/string.h"
 
+#include <ctype.h>
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -152,7 +153,30 @@ TEST(UtilFindDiff, FindsTheOneDifferenceAtEveryPlaceOfEveryLength) {
       abB[i] ^= 0x80;
       ASSERT_EQ(i, UTIL_FindDiff(abA, abB, Len));
       ASSERT_EQ(abA[i] - abB[i], UTIL_MemCmp(abA, abB, (uint32_t)Len));
+      ASSERT_EQ(i, UTIL_FindDiffNoCase(abA, abB, Len));
       abB[i] ^= 0x80;
+    }
+  }
+}
+
+TEST(UtilFindDiffNoCase, AgreesWithTheFoldedTextsAtEveryLength) {
+  std::mt19937 Random(4);
+  for (uint32_t Len = 0; Len <= 300; Len++) {
+    for (int i = 0; i < 100; i++) {
+      std::string A(Len, 0), B(Len, 0);
+      for (size_t k = 0; k < Len; k++) {
+        A[k] = (char)Random();
+        B[k] = isalpha((uint8_t)A[k]) ? (char)(A[k] ^ 0x20) : A[k];
+      }
+      ASSERT_EQ(-1, UTIL_FindDiffNoCase(A.data(), B.data(), (int32_t)Len));
+      ASSERT_EQ(0, UTIL_MemCaseCmp(A.data(), B.data(), Len));
+      if (Len > 0) {
+        const size_t At = Random() % Len;
+        A[At]           = 'M';
+        B[At]           = '\xE4';
+        ASSERT_EQ((int32_t)At, UTIL_FindDiffNoCase(A.data(), B.data(), (int32_t)Len));
+        ASSERT_EQ('m' + 28, UTIL_MemCaseCmp(A.data(), B.data(), Len));
+      }
     }
   }
 }
