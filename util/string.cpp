@@ -170,16 +170,15 @@ static int32_t IsFilledBlock(const uint8_t* p, uint8_t Value) {
 }
 
 int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes) {
-  const uint8_t* pb    = (const uint8_t*)pBuffer;
-  const uint32_t Limit = Min(NumBytes, INT32_MAX);
-  uint32_t       i     = 0;
-  while (Limit - i >= BLOCK_SIZE && IsFilledBlock(pb + i, Value)) {
+  const uint8_t* pb = (const uint8_t*)pBuffer;
+  uint32_t       i  = 0;
+  while (NumBytes - i >= BLOCK_SIZE && IsFilledBlock(pb + i, Value)) {
     i += BLOCK_SIZE;
   }
-  while (i < Limit && pb[i] == Value) {
+  while (i < NumBytes && pb[i] == Value) {
     i++;
   }
-  return i < Limit ? (int32_t)i : -1;
+  return i < NumBytes ? (int32_t)Min(i, INT32_MAX) : -1;
 }
 
 char UTIL_ToUpper(char c) {

@@ -2,7 +2,9 @@
 
 #include <ctype.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <random>
@@ -198,6 +200,21 @@ TEST(UtilFindNotEqual, FindsTheOneOtherByteAtEveryPlaceOfEveryLength) {
       ab[i] = 0xFF;
     }
   }
+}
+
+// Reads 2 GB: only with script/test --slow.
+TEST(UtilFindNotEqual, IndexBeyondTheResultIsItsLargestValue) {
+  if (getenv("QUOBE_SLOW_TESTS") == nullptr) {
+    GTEST_SKIP() << "reads 2 GB";
+  }
+  const uint32_t Size = 0x80000100;
+  void*          pMap =
+      mmap(nullptr, Size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(MAP_FAILED, pMap);
+  EXPECT_EQ(-1, UTIL_FindNotEqual(pMap, 0, Size));
+  ((uint8_t*)pMap)[0x80000080] = 1;
+  EXPECT_EQ(0x7FFFFFFF, UTIL_FindNotEqual(pMap, 0, Size));
+  munmap(pMap, Size);
 }
 
 TEST(UtilToUpperLower, ChangeOnlyAsciiLetters) {
