@@ -142,6 +142,22 @@ static void FindDiffPeer(State& s) {
   SetBytes(s);
 }
 
+static void MemCaseCmpOurs(State& s) {
+  const std::vector<uint8_t> A((size_t)s.range(0), 'a'), B((size_t)s.range(0), 'A');
+  for (auto _ : s) {
+    DoNotOptimize(UTIL_MemCaseCmp(A.data(), B.data(), (uint32_t)A.size()));
+  }
+  SetBytes(s);
+}
+
+static void MemCaseCmpPeer(State& s) {
+  const std::vector<char> A((size_t)s.range(0), 'a'), B((size_t)s.range(0), 'A');
+  for (auto _ : s) {
+    DoNotOptimize(strncasecmp(A.data(), B.data(), A.size()));
+  }
+  SetBytes(s);
+}
+
 static void FillCheckOurs(State& s) {
   const std::vector<uint8_t> A((size_t)s.range(0), 0xFF);
   for (auto _ : s) {
@@ -246,7 +262,7 @@ static void OverWords(State& s, FUNC Func) {
     }
     DoNotOptimize(Sum);
   }
-  s.SetItemsProcessed((int64_t)(s.iterations() * NUM_WORDS));
+  s.SetItemsProcessed(s.iterations() * (int64_t)NUM_WORDS);
 }
 
 static uint32_t ReversedByShifts(uint32_t x) {
@@ -457,6 +473,7 @@ int main(int argc, char** argv) {
   AddPair("swap64 copy", CopyOurs<uint64_t>, CopyPeer<uint64_t>, Images);
   AddPair("memcmp", MemCmpOurs, MemCmpPeer, Images);
   AddPair("first difference", FindDiffOurs, FindDiffPeer, Images);
+  AddPair("memcmp no case", MemCaseCmpOurs, MemCaseCmpPeer, Images);
   AddPair("fill check", FillCheckOurs, FillCheckPeer, Images);
   AddPair("reverse bytes", ReverseOurs, ReversePeer, Images);
   AddPair("hex dump", HexDumpOurs, HexDumpPeer, {64, 4096});

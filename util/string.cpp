@@ -3,9 +3,8 @@
 #include <stddef.h>
 #include <string.h>
 
-// A fill check looks at this many bytes without a test in between, so that the compiler can use wide
-// registers.
-static const uint32_t FILL_BLOCK_SIZE = 64;
+// So many bytes are looked at without a test in between, so that the compiler can use wide registers.
+static const uint32_t BLOCK_SIZE = 64;
 
 // Entry i is i, but 'A'..'Z' hold 'a'..'z'.
 struct FOLD_TABLE {
@@ -88,16 +87,35 @@ int32_t UTIL_StrNCaseCmp(const char* sA, const char* sB, uint32_t MaxChars) {
   return 0;
 }
 
-int32_t UTIL_MemCaseCmp(const void* pA, const void* pB, uint32_t NumBytes) {
-  const char* pcA = (const char*)pA;
-  const char* pcB = (const char*)pB;
-  for (uint32_t i = 0; i < NumBytes; i++) {
-    const int32_t Diff = FoldedDiff(pcA[i], pcB[i]);
-    if (Diff != 0) {
-      return Diff;
-    }
+static uint8_t Folded(uint8_t c) {
+  return (uint8_t)(c + (c >= 'A' && c <= 'Z' ? 0x20 : 0));
+}
+
+static int32_t IsSameBlockNoCase(const uint8_t* pA, const uint8_t* pB) {
+  uint8_t Diff = 0;
+  for (size_t i = 0; i < BLOCK_SIZE; i++) {
+    Diff |= (uint8_t)(Folded(pA[i]) ^ Folded(pB[i]));
   }
-  return 0;
+  return Diff == 0;
+}
+
+// Index of the first difference that is not one of case, NumBytes when there is none.
+static uint32_t FirstDiffNoCase(const uint8_t* pA, const uint8_t* pB, uint32_t NumBytes) {
+  uint32_t i = 0;
+  while (NumBytes - i >= BLOCK_SIZE && IsSameBlockNoCase(pA + i, pB + i)) {
+    i += BLOCK_SIZE;
+  }
+  while (i < NumBytes && Folded(pA[i]) == Folded(pB[i])) {
+    i++;
+  }
+  return i;
+}
+
+int32_t UTIL_MemCaseCmp(const void* pA, const void* pB, uint32_t NumBytes) {
+  const uint8_t* pbA = (const uint8_t*)pA;
+  const uint8_t* pbB = (const uint8_t*)pB;
+  const uint32_t i   = FirstDiffNoCase(pbA, pbB, NumBytes);
+  return i < NumBytes ? (int8_t)Folded(pbA[i]) - (int8_t)Folded(pbB[i]) : 0;
 }
 
 static uint32_t SkipEqualBlocks(const uint8_t* pA, const uint8_t* pB, uint32_t i, uint32_t NumBytes,
@@ -135,34 +153,32 @@ int32_t UTIL_FindDiff(const void* pA, const void* pB, int32_t NumBytes) {
 }
 
 int32_t UTIL_FindDiffNoCase(const void* pA, const void* pB, int32_t NumBytes) {
-  const char* pcA = (const char*)pA;
-  const char* pcB = (const char*)pB;
-  for (int32_t i = 0; i < NumBytes; i++) {
-    if (FoldedDiff(pcA[i], pcB[i]) != 0) {
-      return i;
-    }
+  if (NumBytes < 1) {
+    return -1;
   }
-  return -1;
+  const int32_t i =
+      (int32_t)FirstDiffNoCase((const uint8_t*)pA, (const uint8_t*)pB, (uint32_t)NumBytes);
+  return i < NumBytes ? i : -1;
+}
+
+static int32_t IsFilledBlock(const uint8_t* p, uint8_t Value) {
+  uint8_t Diff = 0;
+  for (size_t i = 0; i < BLOCK_SIZE; i++) {
+    Diff |= (uint8_t)(p[i] ^ Value);
+  }
+  return Diff == 0;
 }
 
 int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes) {
-  const uint8_t* pb    = (const uint8_t*)pBuffer;
-  const uint32_t Limit = Min(NumBytes, INT32_MAX);
-  uint32_t       i     = 0;
-  while (Limit - i >= FILL_BLOCK_SIZE) {
-    uint8_t Diff = 0;
-    for (uint32_t k = 0; k < FILL_BLOCK_SIZE; k++) {
-      Diff |= (uint8_t)(pb[i + k] ^ Value);
-    }
-    if (Diff != 0) {
-      break;
-    }
-    i += FILL_BLOCK_SIZE;
+  const uint8_t* pb = (const uint8_t*)pBuffer;
+  uint32_t       i  = 0;
+  while (NumBytes - i >= BLOCK_SIZE && IsFilledBlock(pb + i, Value)) {
+    i += BLOCK_SIZE;
   }
-  while (i < Limit && pb[i] == Value) {
+  while (i < NumBytes && pb[i] == Value) {
     i++;
   }
-  return i < Limit ? (int32_t)i : -1;
+  return i < NumBytes ? (int32_t)Min(i, INT32_MAX) : -1;
 }
 
 char UTIL_ToUpper(char c) {

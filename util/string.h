@@ -62,7 +62,7 @@ int32_t UTIL_FindDiff(const void* pA, const void* pB, int32_t NumBytes);
 int32_t UTIL_FindDiffNoCase(const void* pA, const void* pB, int32_t NumBytes);
 
 // A fill check: returns the index of the first byte that is not Value, -1 when there is none or
-// NumBytes is 0. At most 0x7FFFFFFF bytes are looked at: a higher index has no place in the result.
+// NumBytes is 0. An index above 0x7FFFFFFF is returned as that number.
 int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes);
 
 // Characters

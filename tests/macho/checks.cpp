@@ -11,6 +11,7 @@
 #include "tests/util/vectors_bits.h"
 #include "tests/util/vectors_format.h"
 #include "tests/util/vectors_scan.h"
+#include "tests/util/vectors_string.h"
 #include "tests/util/vectors_value_text.h"
 
 static int NumFailed;
@@ -22,7 +23,8 @@ static void ReportRow(const char* sTable, int Row, const char* sText) {
 
 int main(void) {
   const int NumRows = VECTORS_RunFormat(ReportRow) + VECTORS_RunScan(ReportRow) +
-                      VECTORS_RunValueText(ReportRow) + VECTORS_RunBits(ReportRow);
+                      VECTORS_RunString(ReportRow) + VECTORS_RunValueText(ReportRow) +
+                      VECTORS_RunBits(ReportRow);
   NumFailed += CheckStorage();
   NumFailed += CheckServices();
   printf("machine_checks: %d rows, storage and services checked, %d failed\n", NumRows, NumFailed);

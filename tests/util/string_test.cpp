@@ -1,9 +1,21 @@
 #include "util/string.h"
 
+#include <ctype.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
+
+#include "tests/util/vector_report.h"
+#include "tests/util/vectors_string.h"
+
+TEST(UtilString, EveryRowOfTheTablesHolds) {
+  EXPECT_LT(25, VECTORS_RunString(ReportRow));
+}
 
 TEST(UtilCopyString, SizeOneYieldsTheEmptyString) {
   char acBuffer[3] = {'x', 'y', 'z'};
@@ -143,7 +155,30 @@ TEST(UtilFindDiff, FindsTheOneDifferenceAtEveryPlaceOfEveryLength) {
       abB[i] ^= 0x80;
       ASSERT_EQ(i, UTIL_FindDiff(abA, abB, Len));
       ASSERT_EQ(abA[i] - abB[i], UTIL_MemCmp(abA, abB, (uint32_t)Len));
+      ASSERT_EQ(i, UTIL_FindDiffNoCase(abA, abB, Len));
       abB[i] ^= 0x80;
+    }
+  }
+}
+
+TEST(UtilFindDiffNoCase, AgreesWithTheFoldedTextsAtEveryLength) {
+  std::mt19937 Random(4);
+  for (uint32_t Len = 0; Len <= 300; Len++) {
+    for (int i = 0; i < 100; i++) {
+      std::string A(Len, 0), B(Len, 0);
+      for (size_t k = 0; k < Len; k++) {
+        A[k] = (char)Random();
+        B[k] = isalpha((uint8_t)A[k]) ? (char)(A[k] ^ 0x20) : A[k];
+      }
+      ASSERT_EQ(-1, UTIL_FindDiffNoCase(A.data(), B.data(), (int32_t)Len));
+      ASSERT_EQ(0, UTIL_MemCaseCmp(A.data(), B.data(), Len));
+      if (Len > 0) {
+        const size_t At = Random() % Len;
+        A[At]           = 'M';
+        B[At]           = '\xE4';
+        ASSERT_EQ((int32_t)At, UTIL_FindDiffNoCase(A.data(), B.data(), (int32_t)Len));
+        ASSERT_EQ('m' + 28, UTIL_MemCaseCmp(A.data(), B.data(), Len));
+      }
     }
   }
 }
@@ -165,6 +200,21 @@ TEST(UtilFindNotEqual, FindsTheOneOtherByteAtEveryPlaceOfEveryLength) {
       ab[i] = 0xFF;
     }
   }
+}
+
+// Reads 2 GB: only with script/test --slow.
+TEST(UtilFindNotEqual, IndexBeyondTheResultIsItsLargestValue) {
+  if (getenv("QUOBE_SLOW_TESTS") == nullptr) {
+    GTEST_SKIP() << "reads 2 GB";
+  }
+  const uint32_t Size = 0x80000100;
+  void*          pMap =
+      mmap(nullptr, Size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(MAP_FAILED, pMap);
+  EXPECT_EQ(-1, UTIL_FindNotEqual(pMap, 0, Size));
+  ((uint8_t*)pMap)[0x80000080] = 1;
+  EXPECT_EQ(0x7FFFFFFF, UTIL_FindNotEqual(pMap, 0, Size));
+  munmap(pMap, Size);
 }
 
 TEST(UtilToUpperLower, ChangeOnlyAsciiLetters) {
@@ -241,4 +291,119 @@ TEST(UtilCopyStructArray, NullPointersChangeNothing) {
   UTIL_CopyStructArray(ac, 4, nullptr, 4, 1);
   UTIL_CopyStructArray(ac, 4, nullptr, 0, 1);
   EXPECT_EQ(0, memcmp(ac, "abcd", 4));
+}
+
+// Models over random inputs
+
+static std::string RandomText(std::mt19937* pRandom, size_t MaxLen) {
+  std::string s;
+  for (size_t i = (*pRandom)() % (MaxLen + 1); i > 0; i--) {
+    s += "abAB@`Z[z{\xC4\xE4"[(*pRandom)() % 12];
+  }
+  return s;
+}
+
+static std::string Folded(std::string s) {
+  for (char& c : s) {
+    if (c >= 'A' && c <= 'Z') {
+      c = (char)(c - 'A' + 'a');
+    }
+  }
+  return s;
+}
+
+// The first place where the texts differ, their terminators included, and what differs there.
+static int32_t SignedDiff(const std::string& A, const std::string& B, size_t MaxChars) {
+  for (size_t i = 0; i < MaxChars && i <= std::min(A.size(), B.size()); i++) {
+    if (A.c_str()[i] != B.c_str()[i]) {
+      return (signed char)A.c_str()[i] - (signed char)B.c_str()[i];
+    }
+  }
+  return 0;
+}
+
+TEST(UtilString, ComparisonsAgreeWithAModelOverRandomTexts) {
+  std::mt19937 Random(1);
+  for (int i = 0; i < 100000; i++) {
+    const std::string A = RandomText(&Random, 8);
+    const std::string B = Random() % 4 == 0 ? A : RandomText(&Random, 8);
+    const uint32_t    n = (uint32_t)Random() % 10;
+    ASSERT_EQ(SignedDiff(Folded(A), Folded(B), 100), UTIL_StrCaseCmp(A.c_str(), B.c_str()));
+    ASSERT_EQ(SignedDiff(Folded(A), Folded(B), n), UTIL_StrNCaseCmp(A.c_str(), B.c_str(), n));
+    const uint32_t    NumShared = (uint32_t)std::min({A.size(), B.size(), (size_t)n});
+    const std::string SharedA = A.substr(0, NumShared), SharedB = B.substr(0, NumShared);
+    ASSERT_EQ(SignedDiff(Folded(SharedA), Folded(SharedB), 100),
+              UTIL_MemCaseCmp(SharedA.data(), SharedB.data(), NumShared));
+    const auto Diff = std::mismatch(SharedA.begin(), SharedA.end(), SharedB.begin());
+    if (Diff.first == SharedA.end()) {
+      ASSERT_EQ(-1, UTIL_FindDiff(SharedA.data(), SharedB.data(), (int32_t)NumShared));
+      ASSERT_EQ(0, UTIL_MemCmp(SharedA.data(), SharedB.data(), NumShared));
+    } else {
+      ASSERT_EQ(Diff.first - SharedA.begin(),
+                UTIL_FindDiff(SharedA.data(), SharedB.data(), (int32_t)NumShared));
+      ASSERT_EQ((uint8_t)*Diff.first - (uint8_t)*Diff.second,
+                UTIL_MemCmp(SharedA.data(), SharedB.data(), NumShared));
+    }
+  }
+}
+
+TEST(UtilString, CopiesAndAppendsAgreeWithAModelOverRandomTexts) {
+  std::mt19937 Random(2);
+  for (int i = 0; i < 100000; i++) {
+    const std::string A        = RandomText(&Random, 12);
+    const std::string B        = RandomText(&Random, 12);
+    const size_t      Size     = A.size() + 1 + Random() % 16;
+    const size_t      MaxChars = Random() % 14;
+    std::string       Buffer(Size + 8, '#');
+    UTIL_CopyString(Buffer.data(), A.c_str(), (uint32_t)Size);
+    ASSERT_EQ(A, Buffer.c_str());
+    UTIL_AppendStringN(Buffer.data(), B.c_str(), (uint32_t)MaxChars, (uint32_t)Size);
+    const std::string Expected = (A + B.substr(0, MaxChars)).substr(0, Size - 1);
+    ASSERT_EQ(Expected, Buffer.c_str());
+    UTIL_AppendString(Buffer.data(), B.c_str(), (uint32_t)Size);
+    ASSERT_EQ((Expected + B).substr(0, Size - 1), Buffer.c_str());
+    ASSERT_EQ(std::string(8, '#'), Buffer.substr(Size));
+  }
+}
+
+TEST(UtilCopyStructArray, AgreesWithAModelOverRandomLayouts) {
+  std::mt19937 Random(3);
+  for (int i = 0; i < 100000; i++) {
+    const size_t DestSize   = 1 + Random() % 12;
+    const size_t SourceSize = Random() % 12;
+    const size_t NumRecords = Random() % 6;
+    std::string  Source(SourceSize * NumRecords, 0);
+    for (char& c : Source) {
+      c = (char)(1 + Random() % 200);
+    }
+    std::string Dest(DestSize * NumRecords + 8, '#');
+    std::string Expected;
+    for (size_t k = 0; k < NumRecords; k++) {
+      std::string Record = Source.substr(k * SourceSize, SourceSize);
+      Record.resize(DestSize, 0);
+      Expected += Record;
+    }
+    UTIL_CopyStructArray(Dest.data(), (uint32_t)DestSize, Source.data(), (uint32_t)SourceSize,
+                         (uint32_t)NumRecords);
+    ASSERT_EQ(Expected + "########", Dest);
+  }
+}
+
+TEST(UtilFindDiff, WorksAtEveryAlignment) {
+  std::string A(400, 'x');
+  for (uint32_t AlignA = 0; AlignA < 16; AlignA++) {
+    for (uint32_t AlignB = 0; AlignB < 16; AlignB++) {
+      for (uint32_t Len = 1; Len <= 300; Len += 13) {
+        std::string B(400, 'x');
+        ASSERT_EQ(-1, UTIL_FindDiff(&A[AlignA], &B[AlignB], (int32_t)Len));
+        ASSERT_EQ(-1, UTIL_FindNotEqual(&B[AlignB], 'x', Len));
+        B[AlignB + Len] = 'y';  // just behind
+        ASSERT_EQ(-1, UTIL_FindDiff(&A[AlignA], &B[AlignB], (int32_t)Len));
+        ASSERT_EQ(-1, UTIL_FindNotEqual(&B[AlignB], 'x', Len));
+        B[AlignB + Len - 1] = 'y';
+        ASSERT_EQ((int32_t)Len - 1, UTIL_FindDiff(&A[AlignA], &B[AlignB], (int32_t)Len));
+        ASSERT_EQ((int32_t)Len - 1, UTIL_FindNotEqual(&B[AlignB], 'x', Len));
+      }
+    }
+  }
 }

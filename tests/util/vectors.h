@@ -1,15 +1,15 @@
 // tests/util/vectors.h
 //
-// Tables of inputs and expected results for UTIL that any program can run: vectors_format.h,
-// vectors_scan.h, vectors_value_text.h and vectors_bits.h. They need the C headers and the header of
-// the module, nothing else: no GoogleTest, no C++ library.
+// Tables of inputs and expected results for UTIL that any program can run: vectors_bits.h,
+// vectors_format.h, vectors_scan.h, vectors_string.h and vectors_value_text.h. They need the C headers
+// and the header of the module, nothing else: no GoogleTest, no C++ library.
 //
 // To run them, write a report function and call each header's run function with it:
 //
 //   static void Report(const char* sTable, int Row, const char* sText) { ... count a failure ... }
 //
-//   int NumRows = VECTORS_RunFormat(Report) + VECTORS_RunScan(Report) +
-//                 VECTORS_RunValueText(Report) + VECTORS_RunBits(Report);
+//   int NumRows = VECTORS_RunBits(Report) + VECTORS_RunFormat(Report) + VECTORS_RunScan(Report) +
+//                 VECTORS_RunString(Report) + VECTORS_RunValueText(Report);
 //
 // A run function checks every row, calls Report for each one that fails (the table's name, the
 // row's index from 0, and a text that tells which input it was) and returns the number of rows it
