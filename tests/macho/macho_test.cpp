@@ -5,9 +5,12 @@
 //   QUOBE_TEST_MACHO    folder of the x86-64 files
 //   QUOBE_TEST_TOOL     the universal executable
 //   QUOBE_TEST_RUNNER   tests/macho/machorun
+//   QUOBE_TEST_RELEASE  folder of the Linux build
 
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -230,6 +233,80 @@ TEST_F(MachO, PendingErrorIsDroppedBeforeAFunctionIsLookedUp) {
   EXPECT_EQ(0, Result.Status);
 }
 
+// -- The simulated probe --------------------------------------------------------------------------
+
+// What a shell command prints.
+std::string Shell(const std::string& Command) {
+  std::string Text;
+  FILE*       pOutput = popen(("{ " + Command + "\n} 2>&1").c_str(), "r");
+  if (pOutput == nullptr) {
+    throw std::runtime_error("no shell");
+  }
+  char acPart[4096];
+  while (fgets(acPart, sizeof(acPart), pOutput) != nullptr) {
+    // The two executables were not compiled in the same second.
+    if (strncmp(acPart, "Compiled ", 9) != 0) {
+      Text += acPart;
+    }
+  }
+  pclose(pOutput);
+  return Text;
+}
+
+// The number in the menu for a device of the bench.
+int MenuNumber(const std::string& Device) {
+  static const struct {
+    const char* sBegin;
+    int         Number;
+  } Families[] = {
+      {"STM32F0", 1},  {"STM32F1", 2},  {"STM32F2", 3},  {"STM32F3", 4},  {"STM32F4", 5},
+      {"STM32F72", 6}, {"STM32F73", 6}, {"STM32F74", 7}, {"STM32F75", 7}, {"STM32F76", 8},
+      {"STM32F77", 8}, {"STM32H7", 9},  {"STM32L0", 10}, {"STM32L1", 11}, {"STM32L4", 12},
+  };
+  for (const auto& Row : Families) {
+    if (Device.rfind(Row.sBegin, 0) == 0) {
+      return Row.Number;
+    }
+  }
+  return 0;
+}
+
+// Runs START TOOL on a new bench with DEVICE, which is protected and has a program in its flash.
+const char RunOnNewBench[] = R"(
+  rm -rf "$STAGE" && mkdir "$STAGE" && cp "$TOOL" "$RELEASE/sim/libquobearm.dylib" "$STAGE" || exit
+  export QUOBE_BENCH="$STAGE/bench"
+  bench="$RELEASE/sim/quobe-bench"
+  "$bench" create $DEVICE --rdp 1 --flash full && "$bench" set time=fast || exit
+  $START "$STAGE/quobe-unlock" -SetDeviceFamily $NUMBER -Exit 1
+  echo "exit $?"
+  "$bench" show --expect-factory
+)";
+
+TEST_F(MachO, SimulatedDevicesEndUpAsWithTheLinuxExecutable) {
+  const std::string  Release = Need("QUOBE_TEST_RELEASE");
+  std::istringstream Devices(Shell("\"$QUOBE_TEST_RELEASE/sim/quobe-bench\" devices"));
+  int                NumDevices = 0;
+  setenv("RELEASE", Release.c_str(), 1);
+  setenv("STAGE", (Folder + "/stage").c_str(), 1);
+  for (std::string Line; std::getline(Devices, Line) && Line.rfind("STM32", 0) == 0;) {
+    const std::string Device = Line.substr(0, Line.find(' '));
+    ASSERT_NE(0, MenuNumber(Device)) << Device;
+    setenv("DEVICE", Device.c_str(), 1);
+    setenv("NUMBER", std::to_string(MenuNumber(Device)).c_str(), 1);
+    setenv("START", "", 1);
+    setenv("TOOL", (Release + "/quobe-unlock").c_str(), 1);
+    const std::string OnLinux = Shell(RunOnNewBench);
+    setenv("START", Need("QUOBE_TEST_RUNNER").c_str(), 1);
+    setenv("TOOL", Need("QUOBE_TEST_TOOL").c_str(), 1);
+    const std::string OnMacOS = Shell(RunOnNewBench);
+    EXPECT_EQ(OnLinux, OnMacOS) << Device;
+    EXPECT_NE(std::string::npos, OnMacOS.find("Connecting to Quobe via USB...O.K.")) << OnMacOS;
+    EXPECT_NE(std::string::npos, OnMacOS.find("exit 0\n")) << OnMacOS;
+    NumDevices++;
+  }
+  EXPECT_GT(NumDevices, 0);
+}
+
 // -- What SYS asks of the system, in that system's numbers --------------------------------------
 
 class MachOSysCalls : public MachO {
@@ -299,6 +376,25 @@ TEST_F(MachOSysCalls, SerialPortIsMadeExclusiveSetUpSpedUpAndFlushedInThatOrder)
   EXPECT_EQ(0u, Made[1].find("tcsetattr(0,"));
   EXPECT_EQ("ioctl(serial speed, 115200)", Made[2]);
   EXPECT_EQ("tcflush(3)", Made[3]);
+}
+
+TEST_F(MachOSysCalls, UsbSerialPortsAreFoundByTheirCalloutPathsAndGivenBack) {
+  const Outcome Result =
+      Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/sys_calls",
+          {"HOST_CALLOUT_DEVICES=/dev/cu.usbmodem1::/dev/cu.Bluetooth:/dev/cu.usbserial-2:"
+           "/dev/cu.usbmodem3"},
+          "ports");
+  EXPECT_EQ(
+      "Modem at path: /dev/cu.usbmodem1\n"
+      "Modem at path: /dev/cu.usbserial-2\n"
+      "Modem at path: /dev/cu.usbmodem3\n"
+      "3 found, first cu.usbmodem1, second cu.usbserial-2, third #\n",
+      Result.Output);
+  EXPECT_EQ((Lines{"IOServiceGetMatchingServices: IOProviderClass = IOSerialBSDClient",
+                   "IOServiceGetMatchingServices: IOSerialBSDClientType = IOSerialStream"}),
+            LinesWith(Result.Trace, "IOService"));
+  EXPECT_EQ((Lines{"held at exit: 0 objects, 0 iterators, 0 services, 0 assertions"}),
+            LinesWith(Result.Trace, "held"));
 }
 
 TEST_F(MachOSysCalls, RandomBytesComeFromADescriptorThatNoChildInherits) {

@@ -308,6 +308,11 @@ static void CheckSerialPort(void) {
     printf("serial port: SKIPPED, no pseudo-terminal to be had here\n");
     return;
   }
+  if (SYS_SERIAL_SetSpeed(Pty.hKeep, 9600) != 0 && errno == ENOTTY) {
+    printf("serial port: SKIPPED, a pseudo-terminal has no speed here\n");
+    PTY_Close(&Pty);
+    return;
+  }
   struct termios Line;
   memset(&Line, 0, sizeof(Line));
   CHECK_SERVICE(tcgetattr(Pty.hKeep, &Line) == 0);

@@ -33,6 +33,8 @@ static std::set<std::string> ExportedSymbols() {
   if (pOutput != nullptr) {
     pclose(pOutput);
   }
+  // The linker's label for the file header. Apple's exports it whatever the list says.
+  Symbols.erase("_mh_execute_header");
   return Symbols;
 }
 
