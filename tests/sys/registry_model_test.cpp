@@ -1,25 +1,16 @@
 // Random sequences of commands, given to the store and to the model of it; results, buffers and
 // files have to agree after every command.
 
-#include "tests/sys/registry_model.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
 #include <string>
 
-#include "sys/registry.h"
-#include "tests/sys/registry_home.h"
+#include "tests/sys/registry_duel.h"
+#include "tests/sys/temp_dir.h"
 
-static const char* const ROOT_NAMES[] = {"CLASSES_ROOT", "CURRENT_USER", "LOCAL_MACHINE"};
-
-class SysRegistryModel : public RegistryHome {
+class SysRegistryModel : public testing::Test {
  protected:
-  struct OPEN_KEY {
-    RegistryKeyHandle* hKey;
-    MODEL_KEY          Key;
-  };
-
   uint32_t Pick(uint32_t Limit) { return (uint32_t)(m_Random() % Limit); }
   bool     OneIn(uint32_t Limit) { return Pick(Limit) == 0; }
 
@@ -135,164 +126,75 @@ class SysRegistryModel : public RegistryHome {
     return Text;
   }
 
-  OPEN_KEY PickKey() {
-    if (!m_OpenKeys.empty() && OneIn(2)) {
-      return m_OpenKeys[Pick((uint32_t)m_OpenKeys.size())];
+  uint32_t PickKey() {
+    if (OneIn(2)) {
+      return Pick(100);
     }
-    const uint32_t Root = OneIn(30) ? 0x80000003 + Pick(4) : 0x80000000 + Pick(OneIn(3) ? 3 : 1);
-    return {reinterpret_cast<RegistryKeyHandle*>(static_cast<uintptr_t>(Root)), {Root, nullptr}};
+    return OneIn(30) ? 0x80000003 + Pick(4) : 0x80000000 + Pick(OneIn(3) ? 3 : 1);
   }
 
-  void OpenKey() {
-    const OPEN_KEY           Base  = PickKey();
-    const std::string        Path  = PickPath();
-    RegistryKeyHandle* const hKey  = SYS_REG_OpenKey(Base.hKey, Path.c_str());
-    MODEL_ELEMENT* const     pWant = m_Model.OpenKey(Base.Key, Path);
-    ASSERT_EQ(pWant != nullptr, hKey != nullptr) << "open " << Path;
-    if (hKey != nullptr) {
-      ASSERT_EQ(pWant->Name, hKey->pElement->sName);
-      m_OpenKeys.push_back({hKey, {0, pWant}});
-    }
+  std::string SetValue() {
+    const uint32_t    Type  = OneIn(10) ? Pick(14) : (uint32_t[]){1, 4, 7, 7, 11}[Pick(5)];
+    const std::string sName = PickName();
+    const std::string sData = Type == 1   ? PickText()
+                              : Type == 7 ? PickList()
+                                          : PickFrom("a1\xF0", 9);
+    return m_Duel.SetValue(PickKey(), sName, Type, sData);
   }
 
-  void CloseKey() {
-    if (!m_OpenKeys.empty()) {
-      const size_t Index = Pick((uint32_t)m_OpenKeys.size());
-      SYS_REG_CloseKey(m_OpenKeys[Index].hKey);
-      m_OpenKeys.erase(m_OpenKeys.begin() + (ptrdiff_t)Index);
-    }
-  }
-
-  void SetValue() {
-    const OPEN_KEY    Key  = PickKey();
-    const std::string Name = PickName();
-    const uint32_t    Type = OneIn(10) ? Pick(14) : (uint32_t[]){1, 4, 7, 7, 11}[Pick(5)];
-    std::string Data = Type == 1 ? PickText() : Type == 7 ? PickList() : PickFrom("a1\xF0", 9);
-    ASSERT_EQ(m_Model.SetValue(Key.Key, Name, Type, Data),
-              SYS_REG_SetValue(Key.hKey, Name.c_str(), Type, Data.c_str(), (uint32_t)Data.size()))
-        << "set " << Name << " " << Type << " " << Data;
-  }
-
-  void QueryValue() {
-    const OPEN_KEY    Key  = PickKey();
-    const std::string Name = PickName();
-    uint32_t          Type = 0xAAAAAAAA;
-    if (OneIn(5)) {
-      const MODEL_ANSWER Want = m_Model.QueryValue(Key.Key, Name, std::nullopt);
-      ASSERT_EQ(Want.Result, SYS_REG_QueryValue(Key.hKey, Name.c_str(), &Type, nullptr, nullptr))
-          << "query " << Name;
-      ASSERT_EQ(Want.Type.value_or(0xAAAAAAAA), Type);
-      return;
-    }
-    const uint32_t     Capacity = Pick(24);
-    const MODEL_ANSWER Want     = m_Model.QueryValue(Key.Key, Name, std::string(Capacity, '#'));
-    std::string        Buffer(Capacity + 16, '#');
-    uint32_t           Size = Capacity;
-    ASSERT_EQ(Want.Result, SYS_REG_QueryValue(Key.hKey, Name.c_str(), OneIn(4) ? nullptr : &Type,
-                                              &Buffer[0], &Size))
-        << "query " << Name << " " << Capacity;
-    if (Type != 0xAAAAAAAA) {
-      ASSERT_EQ(Want.Type, Type) << "query " << Name;
-    }
-    ASSERT_EQ(Want.Size.value_or(Capacity), Size) << "query " << Name << " " << Capacity;
-    ASSERT_EQ(Want.Bytes + std::string(16, '#'), Buffer) << "query " << Name << " " << Capacity;
-  }
-
-  void DeleteValue() {
-    const OPEN_KEY    Key  = PickKey();
-    const std::string Name = PickName();
-    ASSERT_EQ(m_Model.DeleteValue(Key.Key, Name), SYS_REG_DeleteValue(Key.hKey, Name.c_str()))
-        << "delete " << Name;
-  }
-
-  void Flush() {
-    SYS_REG_Flush();
-    m_Model.Flush();
-    for (const OPEN_KEY& Key : m_OpenKeys) {
-      SYS_REG_CloseKey(Key.hKey);
-    }
-    m_OpenKeys.clear();
-  }
-
-  void EditFile() {
-    const uint32_t Root = Pick(OneIn(3) ? 3 : 1);
-    if (OneIn(5)) {
-      std::filesystem::remove(Path(ROOT_NAMES[Root]));
-      m_Model.m_Files[Root].reset();
-    } else {
-      m_Model.m_Files[Root] = PickFile();
-      WriteFile(Path(ROOT_NAMES[Root]), *m_Model.m_Files[Root]);
-    }
-  }
-
-  void ToggleHome() {
-    m_Model.m_HasHome = !m_Model.m_HasHome;
-    m_Model.m_HasHome ? setenv("HOME", m_Home.Path().c_str(), 1) : unsetenv("HOME");
-  }
-
-  void Step() {
+  std::string Step() {
     const uint32_t Command = Pick(32);
     if (Command < 6) {
-      OpenKey();
-    } else if (Command < 8) {
-      CloseKey();
+      return m_Duel.OpenKey(PickKey(), PickPath());
+    }
+    if (Command < 8) {
+      m_Duel.CloseKey(Pick(100));
     } else if (Command < 16) {
-      SetValue();
+      return SetValue();
     } else if (Command < 23) {
-      QueryValue();
+      const auto Capacity = OneIn(5) ? std::nullopt : std::make_optional(Pick(24));
+      return m_Duel.QueryValue(PickKey(), PickName(), Capacity);
     } else if (Command < 26) {
-      DeleteValue();
+      return m_Duel.DeleteValue(PickKey(), PickName());
     } else if (Command < 29) {
-      Flush();
+      m_Duel.Flush();
+      return m_Duel.CompareFiles();
     } else if (Command < 31) {
-      EditFile();
-    } else if (!m_Model.m_HasHome || OneIn(6)) {
-      ToggleHome();
+      m_Duel.EditFile(Pick(OneIn(3) ? 3 : 1),
+                      OneIn(5) ? std::nullopt : std::make_optional(PickFile()));
+    } else if (!m_Duel.HasHome() || OneIn(6)) {
+      m_Duel.SetHome(!m_Duel.HasHome());
     }
-  }
-
-  void CheckFiles() {
-    for (int Root = 0; Root < 3; Root++) {
-      ASSERT_EQ(m_Model.m_Files[Root].has_value(), HasFile(ROOT_NAMES[Root])) << Root;
-      ASSERT_EQ(m_Model.m_Files[Root].value_or(""), File(ROOT_NAMES[Root])) << Root;
-    }
+    return "";
   }
 
   void Run(uint32_t Seed) {
     m_Random.seed(Seed);
     for (uint32_t NumSteps = 4 + Pick(20); NumSteps > 0; NumSteps--) {
-      Step();
-      if (HasFatalFailure()) {
-        return;
-      }
+      ASSERT_EQ("", Step());
     }
-    Flush();
-    CheckFiles();
-    if (!m_Model.m_HasHome) {
-      ToggleHome();
-    }
+    m_Duel.Flush();
+    ASSERT_EQ("", m_Duel.CompareFiles());
+    m_Duel.SetHome(true);
   }
 
   void RunMany(uint32_t FirstSeed) {
-    std::filesystem::create_directories(Dir());
     for (uint32_t Seed = FirstSeed; Seed < FirstSeed + NUM_SEQUENCES; Seed++) {
       SCOPED_TRACE("seed " + std::to_string(Seed));
       Run(Seed);
       if (HasFatalFailure()) {
         return;
       }
-      if (OneIn(2)) {  // half of the sequences begin with what the one before has left
-        for (int Root = 0; Root < 3; Root++) {
-          std::filesystem::remove(Path(ROOT_NAMES[Root]));
-          m_Model.m_Files[Root].reset();
-        }
+      // Half of the sequences begin with what the one before has left.
+      for (uint32_t Root = OneIn(2) ? 0 : 3; Root < 3; Root++) {
+        m_Duel.EditFile(Root, std::nullopt);
       }
     }
   }
 
-  std::mt19937          m_Random;
-  RegistryModel         m_Model;
-  std::vector<OPEN_KEY> m_OpenKeys;
+  TempDir      m_Home;
+  std::mt19937 m_Random;
+  RegistryDuel m_Duel{m_Home.Path()};
 };
 
 // Four tests, so that they can run side by side; NUM_SEQUENCES sequences each, see CMakeLists.txt.

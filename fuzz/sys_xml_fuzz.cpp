@@ -1,0 +1,32 @@
+// The XML loader over any text: against the model of it, and against what it writes itself.
+#include "fuzz/fuzz_input.h"
+#include "sys/xml.h"
+#include "tests/sys/registry_model.h"
+
+// The document's text. The input is far too short for one that could not be written.
+static std::string Store(const XmlDocument* pDoc) {
+  static char   acText[SYS_XML_MAX_TEXT];
+  const int32_t NumBytes = SYS_XML_StoreDoc(pDoc, acText, sizeof(acText));
+  FUZZ_EXPECT(NumBytes > 0);
+  return std::string(acText, (size_t)NumBytes);
+}
+
+static std::string ParseAndStore(const std::string& sText) {
+  const FUZZ_BLOCK Block(sText);
+  int32_t          Error = 1;
+  XmlDocument*     pDoc  = SYS_XML_ParseDoc(Block.Get(), &Error);
+  FUZZ_EXPECT(pDoc != NULL ? Error == 0 : Error < 0);
+  const std::string sStored = pDoc == NULL ? "" : Store(pDoc);
+  SYS_XML_FreeDoc(pDoc);
+  return sStored;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t NumBytes) {
+  const std::string sText   = FUZZ_INPUT(pData, NumBytes).Text();
+  const std::string sStored = ParseAndStore(sText);
+  const MODEL_TREE  Model   = MODEL_Parse(sText);
+  FUZZ_EXPECT(sStored == (Model == nullptr ? "" : MODEL_Write(*Model)));
+  // What was written is read again, and is written as it was.
+  FUZZ_EXPECT(sStored == ParseAndStore(sStored));
+  return 0;
+}
