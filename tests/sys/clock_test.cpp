@@ -97,7 +97,7 @@ TEST(SysCalendar, UtcTimeIsSplitIntoItsFields) {
 }
 
 TEST(SysCalendar, LocalTimeFollowsTheTimeZone) {
-  setenv("TZ", "XXX-05:30", 1);  // five and a half hours ahead of UTC
+  setenv("TZ", "TST-05:30", 1);  // five and a half hours ahead of UTC
   tzset();
   const FAKE_CLOCK Clock;
   FakeTime               = 1709769599;
