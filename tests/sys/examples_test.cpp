@@ -1,17 +1,16 @@
 // The example programs, run as a user runs them.
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include <string>
 #include <vector>
 
 #include "tests/sys/pty.h"
+#include "tests/sys/refusing_port.h"
 
 // A program running with its standard output and error in a pipe.
 class PROGRAM {
@@ -70,25 +69,6 @@ static std::string PortFrom(const std::string& sLine) {
   return sLine.substr(sPrefix.size(), sLine.size() - sPrefix.size() - 1);
 }
 
-// A port that is taken, and where nobody listens.
-struct REFUSING_PORT {
-  int         hSocket;
-  std::string sNumber;
-
-  REFUSING_PORT() : hSocket(socket(AF_INET, SOCK_STREAM, 0)) {
-    struct sockaddr_in Addr   = {};
-    socklen_t          Length = sizeof(Addr);
-    Addr.sin_family           = AF_INET;
-    Addr.sin_addr.s_addr      = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(0, bind(hSocket, (struct sockaddr*)&Addr, sizeof(Addr)));
-    EXPECT_EQ(0, getsockname(hSocket, (struct sockaddr*)&Addr, &Length));
-    sNumber = std::to_string(ntohs(Addr.sin_port));
-  }
-  ~REFUSING_PORT() { close(hSocket); }
-  REFUSING_PORT(const REFUSING_PORT&)            = delete;
-  REFUSING_PORT& operator=(const REFUSING_PORT&) = delete;
-};
-
 TEST(ExampleTcpEcho, ClientsGetTheirTextBack) {
   PROGRAM           Server({TCP_ECHO_SERVER, "0", "2"});
   const std::string sPort = PortFrom(Server.ReadLine());
@@ -101,15 +81,15 @@ TEST(ExampleTcpEcho, ClientsGetTheirTextBack) {
 }
 
 TEST(ExampleTcpEcho, ClientGivesUpOnAServerThatIsNotThere) {
-  const REFUSING_PORT Port;
-  PROGRAM             Client({TCP_ECHO_CLIENT, "127.0.0.1", Port.sNumber, "50", "anyone?"});
+  const REFUSING_PORT Refusing;
+  PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", std::to_string(Refusing.Port), "50", "anyone?"});
   EXPECT_EQ("tcp_echo_client: timed out\n", Client.ReadLine());
   EXPECT_EQ(1, Client.WaitForExit());
 }
 
 TEST(ExampleTcpEcho, InterruptEndsTheWaitForAServer) {
-  const REFUSING_PORT Port;
-  PROGRAM             Client({TCP_ECHO_CLIENT, "127.0.0.1", Port.sNumber, "60000", "anyone?"});
+  const REFUSING_PORT Refusing;
+  PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", std::to_string(Refusing.Port), "60000", "anyone?"});
   usleep(300000);
   Client.Interrupt();
   EXPECT_EQ("tcp_echo_client: interrupted\n", Client.ReadLine());

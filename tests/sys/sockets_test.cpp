@@ -21,6 +21,7 @@
 
 #include "tests/sys/faults.h"
 #include "tests/sys/measure.h"
+#include "tests/sys/refusing_port.h"
 
 static const uint32_t LOOPBACK      = 0x7F000001;  // 127.0.0.1
 static const uint8_t  aLoopback6[]  = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
@@ -81,23 +82,6 @@ struct CONNECTION {
       hServer = -1;
     }
   }
-};
-
-// A port of 127.0.0.1 that refuses: bound, so that nobody else gets it, but nobody listens.
-struct REFUSING_PORT {
-  int      hSocket;
-  uint16_t Port;
-
-  REFUSING_PORT() : hSocket(socket(AF_INET, SOCK_STREAM, 0)) {
-    struct sockaddr_in Addr = {};
-    Addr.sin_family         = AF_INET;
-    Addr.sin_addr.s_addr    = htonl(LOOPBACK);
-    EXPECT_EQ(0, bind(hSocket, (struct sockaddr*)&Addr, sizeof(Addr)));
-    Port = GetPort(hSocket);
-  }
-  ~REFUSING_PORT() { close(hSocket); }
-  REFUSING_PORT(const REFUSING_PORT&)            = delete;
-  REFUSING_PORT& operator=(const REFUSING_PORT&) = delete;
 };
 
 // ---- Making and closing -------------------------------------------------------------------------

@@ -670,3 +670,52 @@ TEST(SysThreadStress, SixtyFourEventsLoseNoSignalToTimeOuts) {
   }
   EXPECT_GT(NumTimeouts, 0u) << "there was no race";
 }
+
+// Both tables full, every object shared by all threads. Each wait that is let through consumes one
+// signal, so there are never more of them than signals were set.
+TEST(SysThreadStress, AllMutexesAndAllEventsAreInUseTogether) {
+  SYS_MUTEX* apMutexes[64];
+  SYS_EVENT* apEvents[64];
+  for (int i = 0; i < 64; i++) {
+    apMutexes[i] = SYS_MUTEX_Create("all");
+    apEvents[i]  = SYS_EVENT_Create(0, 0);
+  }
+  EXPECT_EQ(nullptr, SYS_MUTEX_Create("65th"));
+  EXPECT_EQ(NoEvent(), SYS_EVENT_Create(0, 0));
+
+  std::atomic<uint32_t>    NumSet{0};
+  std::atomic<uint32_t>    NumConsumed{0};
+  std::vector<std::thread> Threads;
+  for (uint32_t Seed = 1; Seed <= 8; Seed++) {
+    Threads.emplace_back([&, Seed] {
+      uint32_t Random = Seed * 2654435761u;
+      for (int i = 0; i < 500; i++) {
+        Random           = Random * 1664525 + 1013904223;
+        const uint32_t k = (Random >> 16) % 64;
+        ASSERT_EQ(0, SYS_MUTEX_Lock(apMutexes[k], FOREVER));
+        apMutexes[k]->Counter++;
+        if ((Random >> 24) % 2 == 0) {
+          NumSet++;
+          SYS_EVENT_Set(apEvents[k]);
+        }
+        ASSERT_EQ(0, SYS_MUTEX_Unlock(apMutexes[k]));
+        const int32_t Result = SYS_EVENT_Wait(apEvents[(Random >> 10) % 64], (Random >> 25) % 2);
+        ASSERT_TRUE(Result == 0 || Result == 258) << Result;
+        NumConsumed += Result == 0;
+      }
+    });
+  }
+  for (std::thread& Thread : Threads) {
+    Thread.join();
+  }
+  uint32_t NumCounted = 0;
+  for (int i = 0; i < 64; i++) {
+    NumConsumed += SYS_EVENT_Wait(apEvents[i], 0) == 0;
+    NumCounted += apMutexes[i]->Counter;
+    SYS_EVENT_Destroy(apEvents[i]);
+    SYS_MUTEX_Destroy(&apMutexes[i]);
+  }
+  EXPECT_EQ(8u * 500u, NumCounted);
+  EXPECT_LE(NumConsumed, NumSet);
+  EXPECT_GT(NumConsumed, 64u);
+}
