@@ -143,10 +143,9 @@ struct HISTOGRAM {
   RANGE     Range;
   uint32_t* pBuckets;
   uint32_t  NumBuckets;
-  double    Width;  // of a bucket
-  uint64_t  Step;   // its integer part, at least 1
-  uint32_t  NumUnder;
-  uint32_t  NumOver;
+  double    Width;     // of a bucket
+  uint64_t  Step;      // its integer part, at least 1
+  uint32_t  NumUnder;  // samples below the range
   uint64_t  Smallest;
   uint64_t  Largest;
 };
@@ -160,7 +159,6 @@ static void Count(HISTOGRAM* pHist, const SAMPLES* pSamples) {
   pHist->Width = ((double)(pHist->Range.High - pHist->Range.Low) + 1) / (double)pHist->NumBuckets;
   pHist->Step  = pHist->Width < 1 ? 1 : DoubleToU64(pHist->Width);
   pHist->NumUnder = 0;
-  pHist->NumOver  = 0;
   pHist->Smallest = UINT64_MAX;
   pHist->Largest  = 0;
   memset(pHist->pBuckets, 0, sizeof(pHist->pBuckets[0]) * pHist->NumBuckets);
@@ -170,9 +168,7 @@ static void Count(HISTOGRAM* pHist, const SAMPLES* pSamples) {
     pHist->Largest        = Sample > pHist->Largest ? Sample : pHist->Largest;
     if (Sample < pHist->Range.Low) {
       pHist->NumUnder++;
-    } else if (Sample > pHist->Range.High) {
-      pHist->NumOver++;
-    } else {
+    } else if (Sample <= pHist->Range.High) {
       const uint64_t k = DoubleToU64((double)(Sample - pHist->Range.Low) / pHist->Width);
       pHist->pBuckets[k < pHist->NumBuckets ? k : pHist->NumBuckets - 1]++;
     }
@@ -247,7 +243,7 @@ int32_t UTIL_FindQuartiles(uint64_t Low, uint64_t High, const uint64_t* pSamples
   const SAMPLES  Samples    = {pSamples, NumSamples};
   const uint32_t aRank[]    = {NumSamples / 4, NumSamples / 2, NumSamples - NumSamples / 4};
   uint64_t*      apResult[] = {pQ25, pQ50, pQ75};
-  HISTOGRAM      Top        = {{Low, High}, pBuckets, NumBuckets, 0, 0, 0, 0, 0, 0};
+  HISTOGRAM      Top        = {{Low, High}, pBuckets, NumBuckets, 0, 0, 0, 0, 0};
   int32_t        Result     = 0;
   Count(&Top, &Samples);
   for (uint32_t i = 0; i < 3; i++) {

@@ -203,6 +203,12 @@ TEST(UtilFindQuartiles, RanksOutsideOfTheRangeAreLookedForThere) {
   }
 }
 
+TEST(UtilFindQuartiles, LastSampleUnderTheRangeIsNotInItsFirstBucket) {
+  // Ranks 2, 4 and 6 of eight; four samples lie under the range and two above it.
+  const std::vector<uint64_t> Samples = {603, 4, 1, 602, 2, 900, 3, 901};
+  ExpectQuartilesWithin(1, Samples, FindQuartiles(Samples, 500, 699, 200, 1));
+}
+
 TEST(UtilFindQuartiles, WholeRangeOf64BitsWorks) {
   std::mt19937_64       Random(7);
   std::vector<uint64_t> Samples(1000);

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "tests/util/vector_report.h"
 #include "tests/util/vectors_string.h"
@@ -161,11 +162,25 @@ TEST(UtilFindDiff, FindsTheOneDifferenceAtEveryPlaceOfEveryLength) {
   }
 }
 
+TEST(UtilFindDiff, FindsTheOneDifferenceInLongBuffers) {
+  for (int32_t Len : {511, 512, 513, 1023, 1024, 1025, 1600}) {
+    // Blocks of just the size: AddressSanitizer sees the first byte beyond them.
+    const std::vector<uint8_t> A((size_t)Len, 0x5A);
+    std::vector<uint8_t>       B = A;
+    for (size_t i = 0; i < A.size(); i++) {
+      B[i] = 0xA5;
+      ASSERT_EQ((int32_t)i, UTIL_FindDiff(A.data(), B.data(), Len));
+      B[i] = 0x5A;
+    }
+    ASSERT_EQ(-1, UTIL_FindDiff(A.data(), B.data(), Len));
+  }
+}
+
 TEST(UtilFindDiffNoCase, AgreesWithTheFoldedTextsAtEveryLength) {
   std::mt19937 Random(4);
   for (uint32_t Len = 0; Len <= 300; Len++) {
     for (int i = 0; i < 100; i++) {
-      std::string A(Len, 0), B(Len, 0);
+      std::vector<char> A(Len), B(Len);
       for (size_t k = 0; k < Len; k++) {
         A[k] = (char)Random();
         B[k] = isalpha((uint8_t)A[k]) ? (char)(A[k] ^ 0x20) : A[k];
@@ -190,14 +205,13 @@ TEST(UtilFindDiffNoCase, SeesNoDifferenceInCase) {
 }
 
 TEST(UtilFindNotEqual, FindsTheOneOtherByteAtEveryPlaceOfEveryLength) {
-  uint8_t ab[300];
-  memset(ab, 0xFF, sizeof(ab));
   for (uint32_t Len = 0; Len <= 300; Len++) {
-    ASSERT_EQ(-1, UTIL_FindNotEqual(ab, 0xFF, Len));
+    std::vector<uint8_t> Bytes(Len, 0xFF);
+    ASSERT_EQ(-1, UTIL_FindNotEqual(Bytes.data(), 0xFF, Len));
     for (uint32_t i = 0; i < Len; i++) {
-      ab[i] = 0xFE;
-      ASSERT_EQ((int32_t)i, UTIL_FindNotEqual(ab, 0xFF, Len));
-      ab[i] = 0xFF;
+      Bytes[i] = 0xFE;
+      ASSERT_EQ((int32_t)i, UTIL_FindNotEqual(Bytes.data(), 0xFF, Len));
+      Bytes[i] = 0xFF;
     }
   }
 }
@@ -226,11 +240,11 @@ TEST(UtilToUpperLower, ChangeOnlyAsciiLetters) {
     EXPECT_EQ(Lower, UTIL_ToLower(c)) << i;
     EXPECT_EQ(i >= 0x20 && i <= 0x7E ? 1 : 0, UTIL_IsPrintable(c)) << i;
   }
-  char ac[] = "aZ[\xE4{z";
+  char ac[] = "aZ[\xE4{z\0zZ";  // what follows the terminator stays
   UTIL_StrToUpper(ac);
-  EXPECT_STREQ("AZ[\xE4{Z", ac);
+  EXPECT_EQ(0, memcmp(ac, "AZ[\xE4{Z\0zZ", sizeof(ac)));
   UTIL_StrToLower(ac);
-  EXPECT_STREQ("az[\xE4{z", ac);
+  EXPECT_EQ(0, memcmp(ac, "az[\xE4{z\0zZ", sizeof(ac)));
 }
 
 TEST(UtilHexDigit, IsUpperCaseOfTheLowFourBits) {
