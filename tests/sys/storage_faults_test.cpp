@@ -150,8 +150,13 @@ TEST_F(SysFileFaults, AViewThatCannotBeBackedIsNotMapped) {
 
 TEST_F(SysFileFaults, ADirectoryThatAnotherProcessMakesMeanwhileIsGood) {
   ASSERT_EQ(0, SYS_PATH_MakeDir(Path("a").c_str()));
-  const FAULT Fault("lstat", ENOENT);  // not there yet when looked for
-  EXPECT_EQ(0, SYS_PATH_MakeDir(Path("a").c_str()));
+  WriteFile(Path("f"), "");
+  {
+    const FAULT Fault("lstat", ENOENT);  // not there yet when looked for
+    EXPECT_EQ(0, SYS_PATH_MakeDir(Path("a").c_str()));
+  }
+  const FAULT Fault("lstat", ENOENT);
+  EXPECT_EQ(-1, SYS_PATH_MakeDir(Path("f").c_str()));  // what came meanwhile is no directory
 }
 
 TEST_F(SysFileFaults, MakeDirFailsWithTheCallsItIsMadeOf) {
@@ -543,22 +548,24 @@ TEST_F(SysRegistryFaults, AKeyThatFindsNoMemoryIsNoKey) {
 
 TEST_F(SysRegistryFaults, AValueThatFindsNoMemoryFailsAtEveryOneOfItsPieces) {
   // Room for so many bytes in the arena, and no more memory: sooner or later any piece is the one.
-  bool HasSucceeded = false;
-  for (uint32_t Room = 0; !HasSucceeded; Room += 8) {
-    ASSERT_LT(Room, 2000u);
-    Provide("<Registry/>");
-    RegistryKeyHandle* hRoot  = SYS_REG_OpenKey(USER, "");
-    XmlArena*          pArena = hRoot->pDoc->pArena;
-    SYS_XML_AllocFromArena(pArena, 0x400000 - pArena->Used - Room);
-    uint32_t Result;
-    {
-      const FAULT Fault("malloc", ENOMEM, 0, 100);
-      Result = SYS_REG_SetValue(USER, "N", 7, "a\0b\0c\0", 7);
+  for (const uint32_t Type : {1u, 7u}) {
+    bool HasSucceeded = false;
+    for (uint32_t Room = 0; !HasSucceeded; Room += 8) {
+      ASSERT_LT(Room, 2000u);
+      Provide("<Registry/>");
+      RegistryKeyHandle* hRoot  = SYS_REG_OpenKey(USER, "");
+      XmlArena*          pArena = hRoot->pDoc->pArena;
+      SYS_XML_AllocFromArena(pArena, 0x400000 - pArena->Used - Room);
+      uint32_t Result;
+      {
+        const FAULT Fault("malloc", ENOMEM, 0, 100);
+        Result = SYS_REG_SetValue(USER, "N", Type, "a\0b\0c\0", 7);
+      }
+      HasSucceeded = Result == 0;
+      EXPECT_LE(Result, 1u);
+      EXPECT_EQ(Result == 0 ? 0u : 2u, Query("N"));
+      SYS_REG_CloseKey(hRoot);
+      SYS_REG_Flush();
     }
-    HasSucceeded = Result == 0;
-    EXPECT_LE(Result, 1u);
-    EXPECT_EQ(Result == 0 ? 0u : 2u, Query("N"));
-    SYS_REG_CloseKey(hRoot);
-    SYS_REG_Flush();
   }
 }
