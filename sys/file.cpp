@@ -6,8 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static const int      PERMISSIONS = 0644;
-static const uint32_t US_PER_MS   = 1000;
+#include "sys/clock.h"
+
+static const int PERMISSIONS = 0644;
 
 static int TranslateMode(uint32_t Mode) {
   int Flags = O_CLOEXEC;
@@ -43,15 +44,18 @@ int32_t SYS_FILE_Open(const char* sPath, uint32_t Mode) {
   return OpenWithFlags(sPath, Mode, 0);
 }
 
-// A regular file never makes O_NONBLOCK matter; it keeps open() from waiting for a FIFO's partner
-// until fstat() can tell that there is one.
-static int32_t OpenRegularOnce(const char* sPath, uint32_t Mode) {
-  const int32_t hFile = OpenWithFlags(sPath, Mode, O_NONBLOCK);
-  if (hFile < 0) {
-    return -1;
-  }
+// Non-zero when the open file is a regular one and, if asked for, could be emptied.
+static int IsGoodRegular(int32_t hFile, uint32_t Mode) {
   struct stat Status;
-  if (fstat(hFile, &Status) != 0 || !S_ISREG(Status.st_mode)) {
+  return fstat(hFile, &Status) == 0 && S_ISREG(Status.st_mode) &&
+         ((Mode & SYS_FILE_TRUNCATE) == 0 || ftruncate(hFile, 0) == 0);
+}
+
+// A regular file never makes O_NONBLOCK matter; it keeps open() from waiting for a FIFO's partner
+// until fstat() can tell that there is one. Nor does open() empty anything that may not be wanted.
+static int32_t OpenRegularOnce(const char* sPath, uint32_t Mode) {
+  const int32_t hFile = OpenWithFlags(sPath, Mode & ~(uint32_t)SYS_FILE_TRUNCATE, O_NONBLOCK);
+  if (hFile >= 0 && !IsGoodRegular(hFile, Mode)) {
     close(hFile);
     return -1;
   }
@@ -63,7 +67,7 @@ static int32_t Retry(int32_t (*pfOpen)(const char*, uint32_t), const char* sPath
   int32_t hFile = pfOpen(sPath, Mode);
   while (hFile < 0 && NumRetries > 0) {
     if (DelayMs != 0) {
-      usleep(DelayMs * US_PER_MS);
+      SYS_Sleep(DelayMs);
     }
     hFile = pfOpen(sPath, Mode);
     NumRetries--;

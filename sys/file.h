@@ -33,7 +33,7 @@ int32_t SYS_FILE_Open(const char* sPath, uint32_t Mode);
 int32_t SYS_FILE_OpenRetry(const char* sPath, uint32_t Mode, uint32_t NumRetries, uint32_t DelayMs);
 
 // The same for regular files only, or links to them. Anything else (directory, FIFO, device) gives
-// -1 without being waited for, read, written or emptied.
+// -1 without being waited for, read, written or emptied; SYS_FILE_TRUNCATE needs SYS_FILE_WRITE.
 int32_t SYS_FILE_OpenRegular(const char* sPath, uint32_t Mode, uint32_t NumRetries,
                              uint32_t DelayMs);
 

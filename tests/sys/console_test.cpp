@@ -16,9 +16,9 @@ class SysConsole : public testing::Test {
     EXPECT_EXIT(
         {
           if (dup2(hInput, STDIN_FILENO) < 0) {
-            _exit(99);
+            exit(99);
           }
-          _exit(Body());
+          exit(Body());
         },
         testing::ExitedWithCode(0), "");
   }

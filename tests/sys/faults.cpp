@@ -3,6 +3,7 @@
 #include <IOKit/pwr_mgt/IOPMLib.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <libproc.h>
 #include <mach/mach_time.h>
 #include <netdb.h>
 #include <pthread.h>
@@ -11,8 +12,10 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <sys/time.h>
 #include <termios.h>
@@ -27,6 +30,8 @@ bool                  IsClockFake;
 uint64_t              FakeTicks;
 uint32_t              FakeRatio[2] = {1, 1};
 int64_t               FakeTime;
+
+std::string FakeExecutable;
 
 static thread_local FAULT* pInnermost;
 
@@ -93,6 +98,18 @@ SETS_ERRNO(ssize_t, recv, (int hSocket, void* p, size_t NumBytes, int Flags),
 SETS_ERRNO(int, select, (int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* pTime),
            (Num, pR, pW, pE, pTime))
 SETS_ERRNO(ssize_t, read, (int hFile, void* p, size_t NumBytes), (hFile, p, NumBytes))
+SETS_ERRNO(ssize_t, write, (int hFile, const void* p, size_t NumBytes), (hFile, p, NumBytes))
+SETS_ERRNO(off_t, lseek, (int hFile, off_t Offset, int Origin), (hFile, Offset, Origin))
+SETS_ERRNO(int, fstat, (int hFile, struct stat* pStatus), (hFile, pStatus))
+SETS_ERRNO(int, ftruncate, (int hFile, off_t Size), (hFile, Size))
+SETS_ERRNO(int, stat, (const char* sPath, struct stat* pStatus), (sPath, pStatus))
+SETS_ERRNO(int, lstat, (const char* sPath, struct stat* pStatus), (sPath, pStatus))
+SETS_ERRNO(int, mkdir, (const char* sPath, mode_t Mode), (sPath, Mode))
+SETS_ERRNO(int, mkstemp, (char* sPath), (sPath))
+SETS_ERRNO(ssize_t, readlink, (const char* sPath, char* pTarget, size_t Size),
+           (sPath, pTarget, Size))
+SETS_ERRNO(void*, mmap, (void* p, size_t Length, int Access, int Flags, int hFile, off_t Offset),
+           (p, Length, Access, Flags, hFile, Offset))
 SETS_ERRNO(int, usleep, (useconds_t Microseconds), (Microseconds))
 SETS_ERRNO(int, gettimeofday, (struct timeval * pTime, void* pZone), (pTime, pZone))
 SETS_ERRNO(int, tcsetattr, (int hLine, int When, const struct termios* p), (hLine, When, p))
@@ -252,6 +269,20 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* p, pthread_mutex_t* pMutex,
     return Error;
   }
   return __real_pthread_cond_timedwait(p, pMutex, pUntil);
+}
+
+int __real_proc_pidpath(int Pid, void* pBuffer, uint32_t Size);
+int __wrap_proc_pidpath(int Pid, void* pBuffer, uint32_t Size);
+int __wrap_proc_pidpath(int Pid, void* pBuffer, uint32_t Size) {
+  int Error = 0;
+  if (FAULT::Take("proc_pidpath", &Error)) {
+    errno = Error;
+    return 0;
+  }
+  if (FakeExecutable.empty()) {
+    return __real_proc_pidpath(Pid, pBuffer, Size);
+  }
+  return snprintf((char*)pBuffer, Size, "%s", FakeExecutable.c_str());
 }
 
 int __real_tcflush(int hLine, int Queue);

@@ -83,6 +83,9 @@ extern int LastFlush;
 // The end of the last pthread_cond_timedwait() that a FAULT refused.
 extern struct timespec RefusedWaitEnd;
 
+// The path of the running program, in place of its own unless empty.
+extern std::string FakeExecutable;
+
 // The clocks, in place of the machine's while set.
 extern bool     IsClockFake;
 extern uint64_t FakeTicks;  // mach_absolute_time()

@@ -169,6 +169,16 @@ TEST_F(SysFile, OpenRegularTakesFilesAndLinksToThem) {
   }
 }
 
+TEST_F(SysFile, OpenRegularEmptiesWhatItMayWriteOnly) {
+  Make("f", "abc");
+  EXPECT_EQ(-1, SYS_FILE_OpenRegular(m_Dir.Path("f").c_str(), 0x21, 0, 0));
+  EXPECT_EQ("abc", Text("f"));
+  SYS_FILE_Close(SYS_FILE_OpenRegular(m_Dir.Path("f").c_str(), 0x22, 0, 0));
+  EXPECT_EQ("", Text("f"));
+  SYS_FILE_Close(SYS_FILE_OpenRegular(m_Dir.Path("new").c_str(), 0xB3, 0, 0));
+  EXPECT_EQ("", Text("new"));
+}
+
 TEST_F(SysFile, OpenRegularRefusesAnythingElseWithoutWaiting) {
   ASSERT_EQ(0, mkfifo(m_Dir.Path("fifo").c_str(), 0600));
   ASSERT_EQ(0, mkdir(m_Dir.Path("dir").c_str(), 0700));
