@@ -36,8 +36,6 @@
 
 #include "tests/macho/shim.h"
 
-extern char** environ;
-
 namespace {
 
 constexpr int STATUS_REFUSED = 126;
@@ -126,7 +124,7 @@ std::string Absolute(const char* sPath) {
   if (sFolder == nullptr) {
     throw std::runtime_error("the current folder has no path");
   }
-  const std::string sWhole = std::string(sFolder) + "/" + sPath;
+  std::string sWhole = std::string(sFolder) + "/" + sPath;
   free(sFolder);
   return sWhole;
 }
@@ -169,26 +167,23 @@ void Unknown(const char* sFormat, ...) {
   _exit(STATUS_REFUSED);
 }
 
-bool Tracing() {
-  return getenv("MACHORUN_TRACE") != nullptr;
-}
-
 void Trace(const char* sFormat, ...) {
-  if (!Tracing()) {
+  const char* sPath = getenv("MACHORUN_TRACE");
+  if (sPath == nullptr) {
     return;
   }
-  // Opened anew for each line: the program is not to find a descriptor more than it opened.
   const int Kept = errno;
   char      acLine[8192];
   va_list   Args;
   va_start(Args, sFormat);
   int Length = vsnprintf(acLine, sizeof(acLine) - 1, sFormat, Args);
   va_end(Args);
-  Length =
-      Length > static_cast<int>(sizeof(acLine)) - 2 ? static_cast<int>(sizeof(acLine)) - 2 : Length;
+  if (Length > static_cast<int>(sizeof(acLine)) - 2) {
+    Length = static_cast<int>(sizeof(acLine)) - 2;
+  }
   acLine[Length] = '\n';
-  const int Descriptor =
-      open(getenv("MACHORUN_TRACE"), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+  // Opened anew for each line: the program is not to find a descriptor more than it opened.
+  const int Descriptor = open(sPath, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   if (Descriptor < 0 || write(Descriptor, acLine, static_cast<size_t>(Length) + 1) < 0) {
     Unknown("MACHORUN_TRACE: cannot write");
   }

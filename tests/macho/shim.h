@@ -47,7 +47,6 @@ std::span<const Shim> TimeShims();
 
 // Adds a line to the file that MACHORUN_TRACE names; nothing without it. errno stays.
 void Trace(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
-bool Tracing();
 
 // The program's own file: absolute, links not followed; and with them followed.
 const std::string& ProgramPath();

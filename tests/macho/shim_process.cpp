@@ -19,8 +19,6 @@
 #include "tests/macho/darwin_abi.h"
 #include "tests/macho/shim.h"
 
-extern char** environ;
-
 namespace {
 
 int PidPath(int Pid, char* pBuffer, uint32_t BufferSize) {

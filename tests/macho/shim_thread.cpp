@@ -70,13 +70,16 @@ int Destroy(darwin::ThreadObject* pObject, T* pHost, int (*pfDestroy)(T*)) {
 
 pthread_mutex_t* Mutex(darwin::ThreadObject* pObject) {
   return Live<pthread_mutex_t>(pObject, [](uint64_t Signature, pthread_mutex_t* pNew) {
-    if (Signature == darwin::SIGNATURE_MUTEX) {
-      *pNew = PTHREAD_MUTEX_INITIALIZER;
-    } else if (Signature == darwin::SIGNATURE_MUTEX_RECURSIVE) {
-      *pNew = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-    } else {
+    if (Signature != darwin::SIGNATURE_MUTEX && Signature != darwin::SIGNATURE_MUTEX_RECURSIVE) {
       return false;
     }
+    pthread_mutexattr_t Attributes;
+    pthread_mutexattr_init(&Attributes);
+    pthread_mutexattr_settype(&Attributes, Signature == darwin::SIGNATURE_MUTEX
+                                               ? PTHREAD_MUTEX_NORMAL
+                                               : PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(pNew, &Attributes);
+    pthread_mutexattr_destroy(&Attributes);
     return true;
   });
 }
@@ -133,8 +136,7 @@ int MutexAttrSetType(darwin::ThreadObject* pAttributes, int Type) {
 
 pthread_cond_t* Cond(darwin::ThreadObject* pObject) {
   return Live<pthread_cond_t>(pObject, [](uint64_t Signature, pthread_cond_t* pNew) {
-    *pNew = PTHREAD_COND_INITIALIZER;
-    return Signature == darwin::SIGNATURE_COND;
+    return Signature == darwin::SIGNATURE_COND && pthread_cond_init(pNew, nullptr) == 0;
   });
 }
 
