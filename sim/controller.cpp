@@ -49,7 +49,7 @@ void Controller::AbortRunning() {
 
 // -- Running operations --------------------------------------------------------------------------
 
-void Controller::Start(std::vector<PHASE> Phases) {
+void Controller::Start(const std::vector<PHASE>& Phases) {
   for (const PHASE& Phase : Phases) {
     phases_.push_back(Phase);
   }

@@ -119,7 +119,7 @@ class Controller {
 
  protected:
   virtual void OnSystemReset() = 0;
-  void         Start(std::vector<PHASE> Phases);
+  void         Start(const std::vector<PHASE>& Phases);
   virtual void FinishPhase(const PHASE& Phase) = 0;
   virtual void AbortPhase(const PHASE& Phase)  = 0;
   void         Store(int Index, uint32_t Value);

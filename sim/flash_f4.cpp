@@ -380,8 +380,7 @@ class ControllerF4 : public Controller {
   }
 
   uint32_t Mask(int Word) const {
-    const uint32_t aMasks[] = {row_.OptcrMask, row_.Optcr1Mask, row_.Optcr2Mask};
-    return aMasks[Word];
+    return Word == 0 ? row_.OptcrMask : Word == 1 ? row_.Optcr1Mask : row_.Optcr2Mask;
   }
 
   bool WriteOptions(int Index, uint32_t Value) {
@@ -444,10 +443,12 @@ class ControllerF4 : public Controller {
   }
 
   void EraseOptions() {
-    const uint32_t aFactory[] = {row_.OptcrFactory, row_.Optcr1Factory, row_.Optcr2Factory};
     for (int i = 0; i < static_cast<int>(words_.size()); i++) {
+      const uint32_t Factory   = i == 0   ? row_.OptcrFactory
+                                 : i == 1 ? row_.Optcr1Factory
+                                          : row_.Optcr2Factory;
       const uint32_t Registers = i == 0 ? OPTCR_OPTLOCK | OPTCR_OPTSTRT : 0;
-      Store(i, (Mask(i) | (aFactory[i] & ~Mask(i))) & ~Registers);
+      Store(i, (Mask(i) | (Factory & ~Mask(i))) & ~Registers);
     }
   }
 

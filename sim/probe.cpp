@@ -228,7 +228,7 @@ void Probe::Close() {
 // "" when the command was carried out, else what was wrong with it.
 std::string Probe::RunCommand(const std::string& sCommand) {
   const std::vector<std::string> Parts  = Split(sCommand, '=');
-  const std::string              sName  = Parts[0];
+  const std::string&             sName  = Parts[0];
   const std::string              sValue = Parts.size() > 1 ? Parts[1] : "";
   if (!open_ || lost_) {
     return "Not connected to a probe";
