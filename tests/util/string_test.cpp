@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <random>
@@ -91,6 +92,21 @@ TEST(UtilAppendStringN, AppendsAtMostThatManyCharacters) {
   EXPECT_STREQ("abxy1mn", acBuffer);
   UTIL_AppendStringN(acBuffer, "q", 0, sizeof(acBuffer));
   EXPECT_STREQ("abxy1mn", acBuffer);
+}
+
+TEST(UtilAppendStringN, NothingToAppendWritesNothingAtAll) {
+  const size_t PageSize = (size_t)sysconf(_SC_PAGESIZE);
+  void* pPage = mmap(nullptr, PageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
+  ASSERT_NE(MAP_FAILED, pPage);
+  char* acText = (char*)pPage;
+  strcpy(acText, "abc");
+  ASSERT_EQ(0, mprotect(pPage, PageSize, PROT_READ));  // a write would end the test
+  UTIL_AppendStringN(acText, "xyz", 0, 16);
+  UTIL_AppendStringN(acText, "", 5, 16);
+  UTIL_AppendStringN(acText, "xyz", 3, 4);
+  UTIL_AppendString(acText, "xyz", 4);
+  EXPECT_STREQ("abc", acText);
+  munmap(pPage, PageSize);
 }
 
 TEST(UtilStrLen, CountsUpToTheTerminatorOrTheMaximum) {
