@@ -329,10 +329,55 @@ static void FormatStringName(const VALUE* pValue, uint32_t Index, char* pName) {
   UTIL_snprintf(pName, (int32_t)ATTR_NAME_SIZE, "%s%s%d", pValue->acName, StringSuffix, Index);
 }
 
-static XmlAttribute* FindString(const VALUE* pValue, uint32_t Index) {
-  char acName[ATTR_NAME_SIZE];
-  FormatStringName(pValue, Index, acName);
-  return SYS_XML_FindAttr(pValue->Key.pElement, acName);
+// Non-zero for 1, 2, ... as a list's strings are counted. No document holds so many that ten digits
+// are needed, which would wrap around to the index of another string.
+static int IsIndex(const char* s) {
+  const size_t NumDigits = strspn(s, "0123456789");
+  return *s != '0' && NumDigits > 0 && NumDigits < 10 && s[NumDigits] == 0;
+}
+
+// What the attribute's name has behind the value's; NULL when it does not begin with that.
+static const char* GetSuffix(const VALUE* pValue, const XmlAttribute* pAttr) {
+  const size_t NameLen = strlen(pValue->acName);
+  return strncmp(pAttr->sName, pValue->acName, NameLen) == 0 ? pAttr->sName + NameLen : NULL;
+}
+
+// The index of the string of the value's list that the attribute holds, 0 for any other attribute.
+static uint32_t GetStringIndex(const VALUE* pValue, const XmlAttribute* pAttr) {
+  const char*  sSuffix   = GetSuffix(pValue, pAttr);
+  const size_t SuffixLen = sizeof(StringSuffix) - 1;
+  uint32_t     Index     = 0;
+  if (sSuffix != NULL && strncmp(sSuffix, StringSuffix, SuffixLen) == 0 &&
+      IsIndex(sSuffix + SuffixLen)) {
+    UTIL_ParseU32(sSuffix + SuffixLen, &Index);
+  }
+  return Index;
+}
+
+// The strings of a list from its second one on. Looking for each by its name would take the square
+// of their number; here all attributes are passed once for each block of strings.
+static const uint32_t STRINGS_IN_BLOCK = 4096;
+
+struct STRINGS {
+  const VALUE*  pValue;
+  uint32_t      First;  // index of apAttr[0], 0 while nothing was looked for
+  XmlAttribute* apAttr[STRINGS_IN_BLOCK];
+};
+
+// Index counts up from 1. NULL when there is no such string.
+static XmlAttribute* FindString(STRINGS* pStrings, uint32_t Index) {
+  if (pStrings->First == 0 || Index - pStrings->First >= STRINGS_IN_BLOCK) {
+    pStrings->First = Index;
+    memset(pStrings->apAttr, 0, sizeof(pStrings->apAttr));
+    XmlAttribute* pAttr = pStrings->pValue->Key.pElement->pFirstAttr;
+    for (; pAttr != NULL; pAttr = pAttr->pNext) {
+      const uint32_t Slot = GetStringIndex(pStrings->pValue, pAttr) - Index;
+      if (Slot < STRINGS_IN_BLOCK && pStrings->apAttr[Slot] == NULL) {
+        pStrings->apAttr[Slot] = pAttr;
+      }
+    }
+  }
+  return pStrings->apAttr[Index - pStrings->First];
 }
 
 // ---- Setting ------------------------------------------------------------------------------------
@@ -386,21 +431,11 @@ static int IsList(const char* pData, uint32_t Size) {
   return Pos + 1 == Size;
 }
 
-// Non-zero for 1, 2, ... as a list's strings are counted.
-static int IsIndex(const char* s) {
-  return *s >= '1' && *s <= '9' && strspn(s, "0123456789") == strlen(s);
-}
-
 // Non-zero when the attribute is the value's text, its type, or a string of its list.
-static int IsEntryOf(const VALUE* pValue, const char* sAttrName) {
-  const size_t NameLen = strlen(pValue->acName);
-  if (strncmp(sAttrName, pValue->acName, NameLen) != 0) {
-    return 0;
-  }
-  const char*  sSuffix   = sAttrName + NameLen;
-  const size_t SuffixLen = strlen(StringSuffix);
-  return sSuffix[0] == 0 || strcmp(sSuffix, TypeSuffix) == 0 ||
-         (strncmp(sSuffix, StringSuffix, SuffixLen) == 0 && IsIndex(sSuffix + SuffixLen));
+static int IsEntryOf(const VALUE* pValue, const XmlAttribute* pAttr) {
+  const char* sSuffix = GetSuffix(pValue, pAttr);
+  return sSuffix != NULL && (sSuffix[0] == 0 || strcmp(sSuffix, TypeSuffix) == 0 ||
+                             GetStringIndex(pValue, pAttr) != 0);
 }
 
 static uint32_t SetList(const VALUE* pValue, const char* pData, uint32_t Size) {
@@ -411,7 +446,7 @@ static uint32_t SetList(const VALUE* pValue, const char* pData, uint32_t Size) {
   // A string left over from a longer list would be read as part of the new one.
   XmlElement* pElement = pValue->Key.pElement;
   for (XmlAttribute* pAttr = pElement->pFirstAttr; pAttr != NULL; pAttr = pAttr->pNext) {
-    if (IsEntryOf(pValue, pAttr->sName)) {
+    if (IsEntryOf(pValue, pAttr)) {
       SYS_XML_UnlinkAttr(pElement, pAttr);
     }
   }
@@ -500,6 +535,7 @@ static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* 
   uint32_t       Remaining = Capacity;
   uint32_t       Total     = 0;
   uint32_t       Pos       = 0;
+  STRINGS        Strings   = {pValue, 0, {}};
   for (uint32_t Index = 1; pAttr != NULL; Index++) {
     const uint32_t Room   = Min(Remaining, Capacity - Pos);
     const uint32_t Length = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData + Pos, Room);
@@ -508,7 +544,7 @@ static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* 
       Pos += Min(Length + 1, Room);
     }
     Total += Length;
-    pAttr = FindString(pValue, Index);
+    pAttr = FindString(&Strings, Index);
   }
   if (Remaining > 0) {
     if (Pos < Capacity) {
@@ -571,8 +607,9 @@ uint32_t SYS_REG_DeleteValue(RegistryKeyHandle* hKey, const char* sName) {
   }
   XmlElement* pElement = Value.Key.pElement;
   if (Type == SYS_REG_TYPE_MULTI_SZ) {
+    STRINGS       Strings = {&Value, 0, {}};
     XmlAttribute* pAttr;
-    for (uint32_t Index = 1; (pAttr = FindString(&Value, Index)) != NULL; Index++) {
+    for (uint32_t Index = 1; (pAttr = FindString(&Strings, Index)) != NULL; Index++) {
       SYS_XML_UnlinkAttr(pElement, pAttr);
     }
   }

@@ -10,6 +10,7 @@
 //
 // Every operation fails, and nothing is written anywhere, when HOME is not set or empty, when the
 // directory cannot be made, or when its path and the file's name come to 512 characters or more.
+// HOME is asked for each time: it should not change while a root is loaded.
 //
 // A file whose text is no XML of the kind the store writes is replaced by the empty store, on
 // purpose. A file that cannot be read just now (no permission, no memory, not a regular file) is

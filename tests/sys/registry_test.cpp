@@ -913,6 +913,39 @@ TEST_F(SysRegistry, AnEmptyListReadsAsTwoTerminators) {
   EXPECT_EQ(1u, Query("N", 1).Size);
 }
 
+TEST_F(SysRegistry, OfAStringThatStandsTwiceInTheFileTheFirstOneCounts) {
+  Provide(
+      "<Registry N=\"x\" N_OSTRELRegMltStr1=\"first\" N_OSTRELRegMltStr1=\"second\" "
+      "N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>");
+  EXPECT_EQ(std::string("x\0first\0\0", 9), Query("N", 9).Bytes);
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "N"));
+  EXPECT_EQ("<Registry N_OSTRELRegMltStr1=\"second\"/>\r\n", Flushed());
+}
+
+TEST_F(SysRegistry, AListOfAHundredThousandStringsIsReadAndDeletedInAnyOrder) {
+  // Looking for each string through all of them would take the square of their number.
+  const int   NumStrings = 100000;
+  std::string sText =
+      "<Registry N=\"x\" N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\" "
+      "N_OSTRELRegMltStr4294967297=\"never\"";
+  for (int i = NumStrings; i > 0; i--) {
+    sText += " N_OSTRELRegMltStr" + std::to_string(i) + "=\"" + std::to_string(i % 10) + "\"";
+  }
+  Provide(sText + "/>");
+  const uint32_t Capacity = 2 * NumStrings + 10;
+  const Answer   A        = Query("N", Capacity);
+  EXPECT_EQ(0u, A.Result);
+  EXPECT_EQ(NumStrings + 2u, A.Size);
+  std::string sWant = std::string("x\0", 2);
+  for (int i = 1; i <= NumStrings; i++) {
+    sWant += std::to_string(i % 10) + std::string(1, '\0');
+  }
+  sWant += '\0';
+  EXPECT_TRUE(A.Bytes.substr(0, sWant.size()) == sWant);  // too long to be printed
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "N"));
+  EXPECT_EQ("<Registry N_OSTRELRegMltStr4294967297=\"never\"/>\r\n", Flushed());
+}
+
 // ---- Deleting -----------------------------------------------------------------------------------
 
 TEST_F(SysRegistry, DeletingRemovesTheValueAndItsCompanions) {
