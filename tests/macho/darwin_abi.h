@@ -69,13 +69,6 @@ struct Timeval {
   int32_t Microseconds;  // and four bytes that mean nothing
 };
 
-enum : int32_t {
-  CLOCK_ID_REALTIME      = 0,
-  CLOCK_ID_MONOTONIC_RAW = 4,
-  CLOCK_ID_MONOTONIC     = 6,
-  CLOCK_ID_UPTIME_RAW    = 8,
-};
-
 // -- Threads -------------------------------------------------------------------------------------
 
 // The first word of an object that only its static initialiser has written.
@@ -83,7 +76,6 @@ enum : uint64_t {
   SIGNATURE_MUTEX           = 0x32AAABA7,
   SIGNATURE_MUTEX_RECURSIVE = 0x32AAABA2,
   SIGNATURE_COND            = 0x3CB0B1BB,
-  SIGNATURE_ONCE            = 0x30B1BCBA,
 };
 
 enum : int32_t {
@@ -92,10 +84,6 @@ enum : int32_t {
   MUTEX_TYPE_RECURSIVE  = 2,
   THREAD_JOINABLE       = 1,
   THREAD_DETACHED       = 2,
-  CANCEL_STATE_DISABLE  = 0,
-  CANCEL_STATE_ENABLE   = 1,
-  CANCEL_TYPE_ASYNC     = 0,
-  CANCEL_TYPE_DEFERRED  = 2,
 };
 
 // The smallest pthread object: signature and room for a pointer.
@@ -108,9 +96,7 @@ struct ThreadObject {
 
 enum : int32_t {
   FAMILY_UNSPEC = 0,
-  FAMILY_UNIX   = 1,
   FAMILY_INET   = 2,
-  FAMILY_LINK   = 18,
   FAMILY_INET6  = 30,
 
   LEVEL_SOCKET       = 0xFFFF,
@@ -167,16 +153,6 @@ struct Addrinfo {
   Addrinfo* pNext;
 };
 
-struct Ifaddrs {
-  Ifaddrs* pNext;
-  char*    sName;
-  uint32_t Flags;
-  void*    pAddress;
-  void*    pNetmask;
-  void*    pDestination;
-  void*    pData;
-};
-
 enum : int32_t {
   AI_FLAG_PASSIVE     = 0x1,
   AI_FLAG_CANONNAME   = 0x2,
@@ -203,12 +179,6 @@ enum : int32_t {
   EAI_CODE_SYSTEM   = 11,
   EAI_CODE_OVERFLOW = 14,
 
-  IF_FLAG_UP          = 0x1,
-  IF_FLAG_BROADCAST   = 0x2,
-  IF_FLAG_LOOPBACK    = 0x8,
-  IF_FLAG_POINTOPOINT = 0x10,
-  IF_FLAG_RUNNING     = 0x40,
-  IF_FLAG_MULTICAST   = 0x8000,
 };
 
 // -- Terminals -----------------------------------------------------------------------------------
@@ -242,15 +212,12 @@ enum : uint64_t {
   OUT_OPOST  = 0x1,
   OUT_ONLCR  = 0x2,
   OUT_OXTABS = 0x4,
-  OUT_ONOEOT = 0x8,
   OUT_OCRNL  = 0x10,
   OUT_ONOCR  = 0x20,
   OUT_ONLRET = 0x40,
 
-  CTL_CSIZE      = 0x300,
   CTL_CS6        = 0x100,
   CTL_CS7        = 0x200,
-  CTL_CS8        = 0x300,
   CTL_CSTOPB     = 0x400,
   CTL_CREAD      = 0x800,
   CTL_PARENB     = 0x1000,
@@ -271,8 +238,6 @@ enum : uint64_t {
   LOC_ICANON  = 0x100,
   LOC_IEXTEN  = 0x400,
   LOC_TOSTOP  = 0x400000,
-  LOC_FLUSHO  = 0x800000,
-  LOC_PENDIN  = 0x20000000,
   LOC_NOFLSH  = 0x80000000,
 };
 
@@ -318,12 +283,7 @@ enum : int32_t {
 
   SIGNAL_BUS  = 10,
   SIGNAL_SYS  = 12,
-  SIGNAL_URG  = 16,
-  SIGNAL_STOP = 17,
-  SIGNAL_TSTP = 18,
-  SIGNAL_CONT = 19,
   SIGNAL_CHLD = 20,
-  SIGNAL_IO   = 23,
   SIGNAL_USR1 = 30,
   SIGNAL_USR2 = 31,
 };

@@ -6,8 +6,6 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -68,37 +66,25 @@ SAME_PLACE(darwin::Stat, BlockSize, struct stat, st_blksize);
 SAME_SIZE(darwin::Timeval, struct timeval);
 SAME_PLACE(darwin::Timeval, Seconds, struct timeval, tv_sec);
 SAME_PLACE(darwin::Timeval, Microseconds, struct timeval, tv_usec);
-SAME(darwin::CLOCK_ID_REALTIME, CLOCK_REALTIME);
-SAME(darwin::CLOCK_ID_MONOTONIC_RAW, CLOCK_MONOTONIC_RAW);
-SAME(darwin::CLOCK_ID_MONOTONIC, CLOCK_MONOTONIC);
-SAME(darwin::CLOCK_ID_UPTIME_RAW, CLOCK_UPTIME_RAW);
 
 // Threads
 SAME(darwin::SIGNATURE_MUTEX, _PTHREAD_MUTEX_SIG_init);
 SAME(darwin::SIGNATURE_MUTEX_RECURSIVE, _PTHREAD_RECURSIVE_MUTEX_SIG_init);
 SAME(darwin::SIGNATURE_COND, _PTHREAD_COND_SIG_init);
-SAME(darwin::SIGNATURE_ONCE, _PTHREAD_ONCE_SIG_init);
 SAME(darwin::MUTEX_TYPE_NORMAL, PTHREAD_MUTEX_NORMAL);
 SAME(darwin::MUTEX_TYPE_ERRORCHECK, PTHREAD_MUTEX_ERRORCHECK);
 SAME(darwin::MUTEX_TYPE_RECURSIVE, PTHREAD_MUTEX_RECURSIVE);
 SAME(darwin::THREAD_JOINABLE, PTHREAD_CREATE_JOINABLE);
 SAME(darwin::THREAD_DETACHED, PTHREAD_CREATE_DETACHED);
-SAME(darwin::CANCEL_STATE_DISABLE, PTHREAD_CANCEL_DISABLE);
-SAME(darwin::CANCEL_STATE_ENABLE, PTHREAD_CANCEL_ENABLE);
-SAME(darwin::CANCEL_TYPE_ASYNC, PTHREAD_CANCEL_ASYNCHRONOUS);
-SAME(darwin::CANCEL_TYPE_DEFERRED, PTHREAD_CANCEL_DEFERRED);
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_mutex_t), "");
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_mutexattr_t), "");
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_cond_t), "");
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_condattr_t), "");
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_attr_t), "");
-static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_once_t), "");
 
 // Sockets
 SAME(darwin::FAMILY_UNSPEC, AF_UNSPEC);
-SAME(darwin::FAMILY_UNIX, AF_UNIX);
 SAME(darwin::FAMILY_INET, AF_INET);
-SAME(darwin::FAMILY_LINK, AF_LINK);
 SAME(darwin::FAMILY_INET6, AF_INET6);
 SAME(darwin::LEVEL_SOCKET, SOL_SOCKET);
 SAME(darwin::SOCKOPT_REUSEADDR, SO_REUSEADDR);
@@ -143,13 +129,6 @@ SAME_PLACE(darwin::Addrinfo, AddressLength, struct addrinfo, ai_addrlen);
 SAME_PLACE(darwin::Addrinfo, sCanonicalName, struct addrinfo, ai_canonname);
 SAME_PLACE(darwin::Addrinfo, pAddress, struct addrinfo, ai_addr);
 SAME_PLACE(darwin::Addrinfo, pNext, struct addrinfo, ai_next);
-SAME_SIZE(darwin::Ifaddrs, struct ifaddrs);
-SAME_PLACE(darwin::Ifaddrs, pNext, struct ifaddrs, ifa_next);
-SAME_PLACE(darwin::Ifaddrs, sName, struct ifaddrs, ifa_name);
-SAME_PLACE(darwin::Ifaddrs, Flags, struct ifaddrs, ifa_flags);
-SAME_PLACE(darwin::Ifaddrs, pAddress, struct ifaddrs, ifa_addr);
-SAME_PLACE(darwin::Ifaddrs, pNetmask, struct ifaddrs, ifa_netmask);
-SAME_PLACE(darwin::Ifaddrs, pDestination, struct ifaddrs, ifa_dstaddr);
 SAME(darwin::AI_FLAG_PASSIVE, AI_PASSIVE);
 SAME(darwin::AI_FLAG_CANONNAME, AI_CANONNAME);
 SAME(darwin::AI_FLAG_NUMERICHOST, AI_NUMERICHOST);
@@ -172,12 +151,6 @@ SAME(darwin::EAI_CODE_SERVICE, EAI_SERVICE);
 SAME(darwin::EAI_CODE_SOCKTYPE, EAI_SOCKTYPE);
 SAME(darwin::EAI_CODE_SYSTEM, EAI_SYSTEM);
 SAME(darwin::EAI_CODE_OVERFLOW, EAI_OVERFLOW);
-SAME(darwin::IF_FLAG_UP, IFF_UP);
-SAME(darwin::IF_FLAG_BROADCAST, IFF_BROADCAST);
-SAME(darwin::IF_FLAG_LOOPBACK, IFF_LOOPBACK);
-SAME(darwin::IF_FLAG_POINTOPOINT, IFF_POINTOPOINT);
-SAME(darwin::IF_FLAG_RUNNING, IFF_RUNNING);
-SAME(darwin::IF_FLAG_MULTICAST, IFF_MULTICAST);
 
 // Terminals
 SAME_SIZE(darwin::Termios, struct termios);
@@ -205,14 +178,11 @@ SAME(darwin::IN_IUTF8, IUTF8);
 SAME(darwin::OUT_OPOST, OPOST);
 SAME(darwin::OUT_ONLCR, ONLCR);
 SAME(darwin::OUT_OXTABS, OXTABS);
-SAME(darwin::OUT_ONOEOT, ONOEOT);
 SAME(darwin::OUT_OCRNL, OCRNL);
 SAME(darwin::OUT_ONOCR, ONOCR);
 SAME(darwin::OUT_ONLRET, ONLRET);
-SAME(darwin::CTL_CSIZE, CSIZE);
 SAME(darwin::CTL_CS6, CS6);
 SAME(darwin::CTL_CS7, CS7);
-SAME(darwin::CTL_CS8, CS8);
 SAME(darwin::CTL_CSTOPB, CSTOPB);
 SAME(darwin::CTL_CREAD, CREAD);
 SAME(darwin::CTL_PARENB, PARENB);
@@ -232,8 +202,6 @@ SAME(darwin::LOC_ISIG, ISIG);
 SAME(darwin::LOC_ICANON, ICANON);
 SAME(darwin::LOC_IEXTEN, IEXTEN);
 SAME(darwin::LOC_TOSTOP, TOSTOP);
-SAME(darwin::LOC_FLUSHO, FLUSHO);
-SAME(darwin::LOC_PENDIN, PENDIN);
 SAME(darwin::LOC_NOFLSH, NOFLSH);
 SAME(darwin::CHAR_VEOF, VEOF);
 SAME(darwin::CHAR_VEOL, VEOL);
@@ -266,12 +234,7 @@ SAME(darwin::REQUEST_NXCL, TIOCNXCL);
 SAME(darwin::SPAWN_CLOEXEC_DEFAULT, POSIX_SPAWN_CLOEXEC_DEFAULT);
 SAME(darwin::SIGNAL_BUS, SIGBUS);
 SAME(darwin::SIGNAL_SYS, SIGSYS);
-SAME(darwin::SIGNAL_URG, SIGURG);
-SAME(darwin::SIGNAL_STOP, SIGSTOP);
-SAME(darwin::SIGNAL_TSTP, SIGTSTP);
-SAME(darwin::SIGNAL_CONT, SIGCONT);
 SAME(darwin::SIGNAL_CHLD, SIGCHLD);
-SAME(darwin::SIGNAL_IO, SIGIO);
 SAME(darwin::SIGNAL_USR1, SIGUSR1);
 SAME(darwin::SIGNAL_USR2, SIGUSR2);
 

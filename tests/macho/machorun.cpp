@@ -40,7 +40,7 @@ namespace {
 
 constexpr int STATUS_REFUSED = 126;
 
-std::string sProgramPath, sProgramRealPath;
+std::string sProgramRealPath;
 
 struct Provider {
   const char* sWhat;
@@ -130,7 +130,7 @@ std::string Absolute(const char* sPath) {
 }
 
 int Run(int NumArgs, char** pasArgs) {
-  const Image* pProgram = LoadImage(sProgramPath, &ResolveImport);
+  const Image* pProgram = LoadImage(Absolute(pasArgs[0]), &ResolveImport);
   if (pProgram->EntryPoint == 0) {
     throw std::runtime_error("is a library, not a program");
   }
@@ -191,9 +191,6 @@ void Trace(const char* sFormat, ...) {
   errno = Kept;
 }
 
-const std::string& ProgramPath() {
-  return sProgramPath;
-}
 const std::string& ProgramRealPath() {
   return sProgramRealPath;
 }
@@ -232,8 +229,7 @@ int main(int NumArgs, char** pasArgs) {
     if (OnlyList) {
       return PrintImports(pasArgs[2]);
     }
-    sProgramPath = Absolute(pasArgs[1]);
-    char* sReal  = realpath(pasArgs[1], nullptr);
+    char* sReal = realpath(pasArgs[1], nullptr);
     if (sReal == nullptr) {
       throw std::runtime_error(strerror(errno));
     }

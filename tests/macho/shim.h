@@ -48,8 +48,7 @@ std::span<const Shim> TimeShims();
 // Adds a line to the file that MACHORUN_TRACE names; nothing without it. errno stays.
 void Trace(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
 
-// The program's own file: absolute, links not followed; and with them followed.
-const std::string& ProgramPath();
+// The program's own file, links followed.
 const std::string& ProgramRealPath();
 
 int ToDarwinErrno(int HostErrno);

@@ -49,10 +49,6 @@ int* Error() {
   return &DarwinErrno;
 }
 
-char* ErrorText(int Code) {
-  return strerror(ToHostErrno(Code));
-}
-
 void PrintError(const char* sText) {
   errno = ToHostErrno(*Error());
   perror(sText);
@@ -60,7 +56,6 @@ void PrintError(const char* sText) {
 
 const Shim Table[] = {
     Bound("___error", &Error),
-    Bound("_strerror", &ErrorText),
     Bound("_perror", &PrintError),
 };
 

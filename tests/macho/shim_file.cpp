@@ -158,10 +158,6 @@ long Configuration(int Name) {
   }
 }
 
-int PageSize() {
-  return static_cast<int>(sysconf(_SC_PAGESIZE));
-}
-
 int OpenTerminalMaster(uint32_t Flags) {
   return posix_openpt(static_cast<int>(FlagsToHost(Flags, OpenFlags, "posix_openpt flags")));
 }
@@ -177,7 +173,6 @@ const Shim Table[] = {
     Bound("_mmap", &Map),
     Bound("_msync", &Sync),
     Bound("_sysconf", &Configuration),
-    Bound("_getpagesize", &PageSize),
     Bound("_posix_openpt", &OpenTerminalMaster),
 };
 

@@ -1,9 +1,5 @@
-// Names and addresses of hosts and interfaces.
+// Names and addresses of hosts.
 
-#include <arpa/inet.h>
-#include <errno.h>
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netdb.h>
 #include <stdlib.h>
 #include <string.h>
@@ -27,33 +23,17 @@ constexpr FlagPair NameFlags[] = {
     {darwin::NI_FLAG_DGRAM, NI_DGRAM},
 };
 
-constexpr FlagPair InterfaceFlags[] = {
-    {darwin::IF_FLAG_UP, IFF_UP},
-    {darwin::IF_FLAG_BROADCAST, IFF_BROADCAST},
-    {darwin::IF_FLAG_LOOPBACK, IFF_LOOPBACK},
-    {darwin::IF_FLAG_POINTOPOINT, IFF_POINTOPOINT},
-    {darwin::IF_FLAG_RUNNING, IFF_RUNNING},
-    {darwin::IF_FLAG_MULTICAST, IFF_MULTICAST},
-};
-
 struct Code {
-  int         Darwin, Host;
-  const char* sText;
+  int Darwin, Host;
 };
 
 constexpr Code Codes[] = {
-    {darwin::EAI_CODE_AGAIN, EAI_AGAIN, "Temporary failure in name resolution"},
-    {darwin::EAI_CODE_BADFLAGS, EAI_BADFLAGS, "Invalid value for ai_flags"},
-    {darwin::EAI_CODE_FAIL, EAI_FAIL, "Non-recoverable failure in name resolution"},
-    {darwin::EAI_CODE_FAMILY, EAI_FAMILY, "ai_family not supported"},
-    {darwin::EAI_CODE_MEMORY, EAI_MEMORY, "Memory allocation failure"},
-    {darwin::EAI_CODE_NONAME, EAI_NONAME, "nodename nor servname provided, or not known"},
-    {darwin::EAI_CODE_NONAME, EAI_NODATA, "nodename nor servname provided, or not known"},
-    {darwin::EAI_CODE_NONAME, EAI_ADDRFAMILY, "nodename nor servname provided, or not known"},
-    {darwin::EAI_CODE_SERVICE, EAI_SERVICE, "servname not supported for ai_socktype"},
-    {darwin::EAI_CODE_SOCKTYPE, EAI_SOCKTYPE, "ai_socktype not supported"},
-    {darwin::EAI_CODE_SYSTEM, EAI_SYSTEM, "System error"},
-    {darwin::EAI_CODE_OVERFLOW, EAI_OVERFLOW, "Argument buffer overflow"},
+    {darwin::EAI_CODE_AGAIN, EAI_AGAIN},     {darwin::EAI_CODE_BADFLAGS, EAI_BADFLAGS},
+    {darwin::EAI_CODE_FAIL, EAI_FAIL},       {darwin::EAI_CODE_FAMILY, EAI_FAMILY},
+    {darwin::EAI_CODE_MEMORY, EAI_MEMORY},   {darwin::EAI_CODE_NONAME, EAI_NONAME},
+    {darwin::EAI_CODE_NONAME, EAI_NODATA},   {darwin::EAI_CODE_NONAME, EAI_ADDRFAMILY},
+    {darwin::EAI_CODE_SERVICE, EAI_SERVICE}, {darwin::EAI_CODE_SOCKTYPE, EAI_SOCKTYPE},
+    {darwin::EAI_CODE_SYSTEM, EAI_SYSTEM},   {darwin::EAI_CODE_OVERFLOW, EAI_OVERFLOW},
 };
 
 int CodeToDarwin(int Host) {
@@ -66,15 +46,6 @@ int CodeToDarwin(int Host) {
     }
   }
   Unknown("name look-up code %d", Host);
-}
-
-const char* CodeText(int Darwin) {
-  for (const Code& Row : Codes) {
-    if (Row.Darwin == Darwin) {
-      return Row.sText;
-    }
-  }
-  return "Unknown error";
 }
 
 // The program's copy of a socket address; null for a family that it has no record for.
@@ -144,57 +115,10 @@ int Name(const void* pAddress, uint32_t Length, char* pHost, uint32_t HostSize, 
       getnameinfo(&Host.Any, HostLength, pHost, HostSize, pService, ServiceSize, HostFlags));
 }
 
-void FreeInterfaces(darwin::Ifaddrs* pFirst) {
-  while (pFirst != nullptr) {
-    darwin::Ifaddrs* pNext = pFirst->pNext;
-    free(pFirst->sName);
-    free(pFirst->pAddress);
-    free(pFirst->pNetmask);
-    free(pFirst->pDestination);
-    delete pFirst;
-    pFirst = pNext;
-  }
-}
-
-// Entries without an IP address are left out: their records have nothing in common.
-int Interfaces(darwin::Ifaddrs** ppFirst) {
-  ifaddrs* pHostFirst = nullptr;
-  if (getifaddrs(&pHostFirst) != 0) {
-    return -1;
-  }
-  darwin::Ifaddrs** ppNext = ppFirst;
-  for (const ifaddrs* p = pHostFirst; p != nullptr; p = p->ifa_next) {
-    void* pAddress = CopyAddress(p->ifa_addr);
-    if (pAddress == nullptr) {
-      continue;
-    }
-    auto* pNew         = new darwin::Ifaddrs{};
-    pNew->sName        = strdup(p->ifa_name);
-    pNew->Flags        = static_cast<uint32_t>(FlagsToDarwin(p->ifa_flags, InterfaceFlags));
-    pNew->pAddress     = pAddress;
-    pNew->pNetmask     = CopyAddress(p->ifa_netmask);
-    pNew->pDestination = CopyAddress(p->ifa_dstaddr);
-    *ppNext            = pNew;
-    ppNext             = &pNew->pNext;
-  }
-  *ppNext = nullptr;
-  freeifaddrs(pHostFirst);
-  return 0;
-}
-
-const char* AddressToText(int Family, const void* pAddress, char* pBuffer, uint32_t Size) {
-  return inet_ntop(FamilyToHost(Family), pAddress, pBuffer, Size);
-}
-
-int TextToAddress(int Family, const char* sText, void* pAddress) {
-  return inet_pton(FamilyToHost(Family), sText, pAddress);
-}
-
 const Shim Table[] = {
-    Bound("_getaddrinfo", &Lookup),      Bound("_freeaddrinfo", &FreeLookup),
-    Bound("_gai_strerror", &CodeText),   Bound("_getnameinfo", &Name),
-    Bound("_getifaddrs", &Interfaces),   Bound("_freeifaddrs", &FreeInterfaces),
-    Bound("_inet_ntop", &AddressToText), Bound("_inet_pton", &TextToAddress),
+    Bound("_getaddrinfo", &Lookup),
+    Bound("_freeaddrinfo", &FreeLookup),
+    Bound("_getnameinfo", &Name),
 };
 
 }  // namespace

@@ -41,20 +41,6 @@ int PidPath(int Pid, char* pBuffer, uint32_t BufferSize) {
   return static_cast<int>(sPath.size());
 }
 
-int ExecutablePath(char* pBuffer, uint32_t* pBufferSize) {
-  const std::string& sPath = ProgramPath();
-  const bool         Fits  = sPath.size() < *pBufferSize;
-  if (Fits) {
-    memcpy(pBuffer, sPath.c_str(), sPath.size() + 1);
-  }
-  *pBufferSize = static_cast<uint32_t>(sPath.size() + 1);
-  return Fits ? 0 : -1;
-}
-
-char*** Environment() {
-  return &environ;
-}
-
 // 1 to 15 are the same but for two.
 int SignalToHost(int Signal) {
   switch (Signal) {
@@ -86,10 +72,6 @@ Handler SetHandler(int Signal, Handler pfHandler) {
   return signal(HostSignal, pfHandler);
 }
 
-int SendSignal(int Pid, int Signal) {
-  return kill(Pid, SignalToHost(Signal));
-}
-
 // How a child ended is written down in the same manner, but with this system's signal numbers.
 int WaitFor(int Pid, int* pStatus, int Options) {
   if ((Options & ~WNOHANG) != 0) {
@@ -100,10 +82,6 @@ int WaitFor(int Pid, int* pStatus, int Options) {
     *pStatus = (*pStatus & ~0x7F) | darwin::SIGNAL_BUS;
   }
   return Result;
-}
-
-int WaitForAny(int* pStatus) {
-  return WaitFor(-1, pStatus, 0);
 }
 
 // The attribute object is a pointer there.
@@ -180,19 +158,14 @@ void Log(int Priority, const char* sFormat, ...) {
 
 const Shim Table[] = {
     Bound("_proc_pidpath", &PidPath),
-    Bound("__NSGetExecutablePath", &ExecutablePath),
-    Bound("__NSGetEnviron", &Environment),
     {"_environ", &environ},
     Bound("_signal", &SetHandler),
-    Bound("_kill", &SendSignal),
     Bound("_waitpid", &WaitFor),
-    Bound("_wait", &WaitForAny),
     Bound("_posix_spawnattr_init", &SpawnAttrInit),
     Bound("_posix_spawnattr_destroy", &SpawnAttrDestroy),
     Bound("_posix_spawnattr_setflags", &SpawnAttrSetFlags),
     Bound("_posix_spawn", &Spawn),
     Bound("_sysctlbyname", &SystemValue),
-    Bound("_syslog", &Log),
     Bound("_syslog$DARWIN_EXTSN", &Log),
 };
 

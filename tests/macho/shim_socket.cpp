@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <string.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -286,31 +285,10 @@ ssize_t Send(int Socket, const void* pData, size_t Length, int Flags) {
   return send(Socket, pData, Length, MessageToHost(Socket, Flags));
 }
 
-ssize_t SendTo(int Socket, const void* pData, size_t Length, int Flags, const void* pAddress,
-               uint32_t AddressLength) {
-  HostAddress     Host;
-  const socklen_t HostLength = AddressToHost(pAddress, AddressLength, &Host);
-  return sendto(Socket, pData, Length, MessageToHost(Socket, Flags), &Host.Any, HostLength);
-}
-
 ssize_t Receive(int Socket, void* pData, size_t Length, int Flags) {
   return recv(
       Socket, pData, Length,
       static_cast<int>(FlagsToHost(static_cast<uint32_t>(Flags), MessageFlags, "message flags")));
-}
-
-ssize_t ReceiveFrom(int Socket, void* pData, size_t Length, int Flags, void* pAddress,
-                    uint32_t* pLength) {
-  HostAddress   Host;
-  socklen_t     HostLength = sizeof(Host);
-  const ssize_t Result     = recvfrom(
-          Socket, pData, Length,
-          static_cast<int>(FlagsToHost(static_cast<uint32_t>(Flags), MessageFlags, "message flags")),
-          &Host.Any, &HostLength);
-  if (Result >= 0 && pAddress != nullptr) {
-    *pLength = AddressToDarwin(&Host.Any, pAddress, *pLength);
-  }
-  return Result;
 }
 
 // A set of descriptors is the same field of bits. The time is not touched there; it is here.
@@ -331,15 +309,6 @@ int CheckSetOverflow(int Descriptor, const void*, int) {
   return Descriptor >= 0 && Descriptor < 1024 ? 1 : 0;
 }
 
-int Poll(struct pollfd* pItems, uint32_t Num, int Time) {
-  for (uint32_t i = 0; i < Num; i++) {
-    if ((pItems[i].events & ~(POLLIN | POLLPRI | POLLOUT)) != 0) {
-      Unknown("poll events 0x%x", static_cast<unsigned>(pItems[i].events));
-    }
-  }
-  return poll(pItems, Num, Time);
-}
-
 const Shim Table[] = {
     Bound("_socket", &Create),
     Bound("_bind", &Bind),
@@ -350,14 +319,9 @@ const Shim Table[] = {
     Bound("_setsockopt", &SetOption),
     Bound("_getsockopt", &GetOption),
     Bound("_send", &Send),
-    Bound("_sendto", &SendTo),
     Bound("_recv", &Receive),
-    Bound("_recvfrom", &ReceiveFrom),
-    Bound("_select", &Select),
     Bound("_select$1050", &Select),
-    Bound("_select$DARWIN_EXTSN", &Select),
     Bound("___darwin_check_fd_set_overflow", &CheckSetOverflow),
-    Bound("_poll", &Poll),
 };
 
 }  // namespace

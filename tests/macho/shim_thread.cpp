@@ -195,11 +195,6 @@ int AttrSetDetachState(darwin::ThreadObject* pAttributes, int State) {
       pHost, State == darwin::THREAD_DETACHED ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE));
 }
 
-int AttrSetStackSize(darwin::ThreadObject* pAttributes, size_t Size) {
-  auto* pHost = Live<pthread_attr_t>(pAttributes);
-  return pHost == nullptr ? EINVAL : Result(pthread_attr_setstacksize(pHost, Size));
-}
-
 int Create(pthread_t* pThread, darwin::ThreadObject* pAttributes, void* (*pfRoutine)(void*),
            void* pArgument) {
   pthread_attr_t* pHost = nullptr;
@@ -215,44 +210,9 @@ int Create(pthread_t* pThread, darwin::ThreadObject* pAttributes, void* (*pfRout
   return Result(pthread_create(pThread, pHost, pfRoutine, pArgument));
 }
 
-int Join(pthread_t Thread, void** ppResult) {
-  const int HostErrno = pthread_join(Thread, ppResult);
-  if (HostErrno == 0 && ppResult != nullptr && *ppResult == PTHREAD_CANCELED) {
-    *ppResult = reinterpret_cast<void*>(1);
-  }
-  return Result(HostErrno);
-}
-
-int Detach(pthread_t Thread) {
-  return Result(pthread_detach(Thread));
-}
 int Cancel(pthread_t Thread) {
   return Result(pthread_cancel(Thread));
 }
-int Equal(pthread_t A, pthread_t B) {
-  return pthread_equal(A, B) != 0 ? 1 : 0;
-}
-
-int SetCancelState(int State, int* pOld) {
-  int       HostOld   = 0;
-  const int HostErrno = pthread_setcancelstate(
-      State == darwin::CANCEL_STATE_ENABLE ? PTHREAD_CANCEL_ENABLE : PTHREAD_CANCEL_DISABLE,
-      &HostOld);
-  if (pOld != nullptr) {
-    *pOld = HostOld == PTHREAD_CANCEL_ENABLE ? darwin::CANCEL_STATE_ENABLE
-                                             : darwin::CANCEL_STATE_DISABLE;
-  }
-  return Result(HostErrno);
-}
-
-int Once(darwin::ThreadObject* pOnce, void (*pfRoutine)()) {
-  auto* pHost = Live<pthread_once_t>(pOnce, [](uint64_t Signature, pthread_once_t* pNew) {
-    *pNew = PTHREAD_ONCE_INIT;
-    return Signature == darwin::SIGNATURE_ONCE;
-  });
-  return pHost == nullptr ? EINVAL : Result(pthread_once(pHost, pfRoutine));
-}
-
 const Shim Table[] = {
     Bound("_pthread_mutex_init", &MutexInit),
     Bound("_pthread_mutex_destroy", &MutexDestroy),
@@ -265,20 +225,13 @@ const Shim Table[] = {
     Bound("_pthread_cond_init", &CondInit),
     Bound("_pthread_cond_destroy", &CondDestroy),
     Bound("_pthread_cond_signal", &OnCond<&pthread_cond_signal>),
-    Bound("_pthread_cond_broadcast", &OnCond<&pthread_cond_broadcast>),
     Bound("_pthread_cond_wait", &CondWait),
     Bound("_pthread_cond_timedwait", &CondTimedWait),
     Bound("_pthread_attr_init", &AttrInit),
     Bound("_pthread_attr_destroy", &AttrDestroy),
     Bound("_pthread_attr_setdetachstate", &AttrSetDetachState),
-    Bound("_pthread_attr_setstacksize", &AttrSetStackSize),
     Bound("_pthread_create", &Create),
-    Bound("_pthread_join", &Join),
-    Bound("_pthread_detach", &Detach),
     Bound("_pthread_cancel", &Cancel),
-    Bound("_pthread_equal", &Equal),
-    Bound("_pthread_setcancelstate", &SetCancelState),
-    Bound("_pthread_once", &Once),
 };
 
 }  // namespace

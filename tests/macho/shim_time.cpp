@@ -88,24 +88,11 @@ int Timebase(TimebaseInfo* pInfo) {
   return 0;
 }
 
-int ReadClock(int32_t Clock, struct timespec* pTime) {
-  switch (Clock) {
-    case darwin::CLOCK_ID_REALTIME:
-      return clock_gettime(CLOCK_REALTIME, pTime);
-    case darwin::CLOCK_ID_MONOTONIC:
-      return clock_gettime(CLOCK_MONOTONIC, pTime);
-    case darwin::CLOCK_ID_MONOTONIC_RAW:
-    case darwin::CLOCK_ID_UPTIME_RAW:
-      return clock_gettime(CLOCK_MONOTONIC_RAW, pTime);
-    default:
-      Unknown("clock %d", Clock);
-  }
-}
-
 const Shim Table[] = {
-    Bound("_usleep", &SleepMicroseconds),        Bound("_nanosleep", &SleepNanoseconds),
-    Bound("_mach_absolute_time", &AbsoluteTime), Bound("_mach_timebase_info", &Timebase),
-    Bound("_clock_gettime", &ReadClock),
+    Bound("_usleep", &SleepMicroseconds),
+    Bound("_nanosleep", &SleepNanoseconds),
+    Bound("_mach_absolute_time", &AbsoluteTime),
+    Bound("_mach_timebase_info", &Timebase),
 };
 
 }  // namespace
