@@ -8,12 +8,13 @@ namespace sim {
 
 std::span<const DEVICE_ROW* const> AllDevices() {
   static const std::vector<const DEVICE_ROW*> Devices = [] {
-    std::vector<const DEVICE_ROW*> Rows;
-    for (const DEVICE_ROW& Row : aDevicesF1) {
-      Rows.push_back(&Row);
-    }
-    for (const DEVICE_ROW& Row : aDevicesF4) {
-      Rows.push_back(&Row);
+    std::vector<const DEVICE_ROW*>    Rows;
+    const std::span<const DEVICE_ROW> aTables[] = {aDevicesF1, aDevicesF4, aDevicesH7, aDevicesL0,
+                                                   aDevicesL4};
+    for (const std::span<const DEVICE_ROW>& Table : aTables) {
+      for (const DEVICE_ROW& Row : Table) {
+        Rows.push_back(&Row);
+      }
     }
     return Rows;
   }();

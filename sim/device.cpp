@@ -20,6 +20,7 @@ const VARIANT_ROW VariantTable[NUM_VARIANTS] = {
     {"l1_erratum_mass_erase", 0, "1: L1 mass-erases when level 0 is written at level 0"},
     {"h7_prg_reloaded_on_reset", 1, "0: H7 _PRG registers keep their values over a reset"},
     {"h7_error_cleared_on_reset", 0, "1: a reset clears H7 OPTCHANGEERR"},
+    {"h7_delivered_by_manual", 0, "1: H7 comes with ST_RAM_SIZE 0 and DMES 0, as printed"},
 };
 
 static const uint32_t RCC_CR_HSION  = 1u << 0;

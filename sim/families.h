@@ -11,10 +11,19 @@
 
 namespace sim {
 
-enum { NUM_DEVICES_F1 = 3, NUM_DEVICES_F4 = 2 };
+enum {
+  NUM_DEVICES_F1 = 3,
+  NUM_DEVICES_F4 = 8,
+  NUM_DEVICES_L0 = 4,
+  NUM_DEVICES_L4 = 1,
+  NUM_DEVICES_H7 = 1
+};
 
 extern const DEVICE_ROW aDevicesF1[NUM_DEVICES_F1];  // F0, F1, F3
 extern const DEVICE_ROW aDevicesF4[NUM_DEVICES_F4];  // F2, F4, F7
+extern const DEVICE_ROW aDevicesL0[NUM_DEVICES_L0];  // L0, L1
+extern const DEVICE_ROW aDevicesL4[NUM_DEVICES_L4];
+extern const DEVICE_ROW aDevicesH7[NUM_DEVICES_H7];
 
 // The row of a family's own table that belongs to the device; every device has one.
 template <typename ROW, size_t NumRows>

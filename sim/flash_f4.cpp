@@ -51,6 +51,43 @@ const REGISTER aRegistersTwoBanks[] = {
     {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, "nWRP12 27:16"},
 };
 
+// F7 names two watchdog bits and has boot addresses instead of a second bank's protection.
+#define F7_OPTCR_FIELDS                                                                  \
+  "BOR_LEV 3:2, WWDG_SW 4, IWDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 23:16, " \
+  "IWDG_STDBY 30, IWDG_STOP 31"
+#define F76_OPTCR_FIELDS                                                                 \
+  "BOR_LEV 3:2, WWDG_SW 4, IWDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 27:16, " \
+  "nDBOOT 28, nDBANK 29, IWDG_STDBY 30, IWDG_STOP 31"
+#define F413_OPTCR_FIELDS \
+  "BOR_LEV 3:2, WDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 30:16, SPRMOD 31"
+
+const char* const BOOT_FIELDS  = "BOOT_ADD0 15:0, BOOT_ADD1 31:16";
+const char* const PCROP_FIELDS = "PCROP 7:0, PCROP_RDP 31";
+
+const REGISTER aRegistersF72[] = {
+    COMMON_REGISTERS,
+    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F7_OPTCR_FIELDS},
+    {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, BOOT_FIELDS},
+    {"FLASH_OPTCR2", 0x40023C1C, 0, 0, 0, 0, PCROP_FIELDS},
+};
+
+const REGISTER aRegistersF74[] = {
+    COMMON_REGISTERS,
+    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F7_OPTCR_FIELDS},
+    {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, BOOT_FIELDS},
+};
+
+const REGISTER aRegistersF76[] = {
+    COMMON_REGISTERS,
+    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F76_OPTCR_FIELDS},
+    {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, BOOT_FIELDS},
+};
+
+const REGISTER aRegistersF413[] = {
+    COMMON_REGISTERS,
+    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F413_OPTCR_FIELDS},
+};
+
 // -- Devices' own --------------------------------------------------------------------------------
 
 // Where a device's write protection bits are: NumSectors0 in OPTCR from bit 16, the rest in OPTCR1.
@@ -60,15 +97,16 @@ struct F4_ROW {
   const char*               sFields;       // of the stored OPTCR
   uint32_t                  OptcrMask;     // option bits that exist
   uint32_t                  OptcrFactory;  // with the bits that do not exist as they read
-  uint32_t                  Optcr1Mask;
-  uint32_t                  Optcr1Factory;
-  const char*               sFields1;
-  uint32_t                  Optcr2Mask;
-  uint32_t                  Optcr2Factory;
-  uint32_t                  NumSectors0, NumSectors1;
-  uint32_t                  UserMask;  // the bits of OPTCR that are user options
-  bool                      HasSprmod;
-  bool                      IsF7;
+  uint32_t                  Optcr1Mask    = 0;
+  uint32_t                  Optcr1Factory = 0;
+  const char*               sFields1      = "";
+  uint32_t                  Optcr2Mask    = 0;
+  uint32_t                  Optcr2Factory = 0;
+  uint32_t                  NumSectors0   = 0;
+  uint32_t                  NumSectors1   = 0;
+  uint32_t                  UserMask      = 0;  // the bits of OPTCR that are user options
+  bool                      HasSprmod     = false;
+  bool                      HasBigSectors = false;  // twice the usual size
 };
 
 const char* const FIELDS_ONE_BANK =
@@ -78,10 +116,87 @@ const char* const FIELDS_TWO_BANKS =
     "SPRMOD 31";
 
 const F4_ROW aRows[] = {
-    {"STM32F407", aRegistersOneBank, FIELDS_ONE_BANK, 0x0FFFFFEC, 0x0FFFAAED, 0, 0, "", 0, 0, 12, 0,
-     0x000000EC, false, false},
-    {"STM32F429", aRegistersTwoBanks, FIELDS_TWO_BANKS, 0xCFFFFFFC, 0x0FFFAAED, 0x0FFF0000,
-     0x0FFF0000, "nWRP12 27:16", 0, 0, 12, 12, 0x400000FC, true, false},
+    {.sDevice      = "STM32F207",
+     .Registers    = aRegistersOneBank,
+     .sFields      = FIELDS_ONE_BANK,
+     .OptcrMask    = 0x0FFFFFEC,
+     .OptcrFactory = 0x0FFFAAED,
+     .NumSectors0  = 12,
+     .UserMask     = 0x000000EC},
+    {.sDevice      = "STM32F407",
+     .Registers    = aRegistersOneBank,
+     .sFields      = FIELDS_ONE_BANK,
+     .OptcrMask    = 0x0FFFFFEC,
+     .OptcrFactory = 0x0FFFAAED,
+     .NumSectors0  = 12,
+     .UserMask     = 0x000000EC},
+    // Fifteen protection bits, the last one for two sectors.
+    {.sDevice      = "STM32F413",
+     .Registers    = aRegistersF413,
+     .sFields      = F413_OPTCR_FIELDS,
+     .OptcrMask    = 0xFFFFFFEC,
+     .OptcrFactory = 0x7FFFAAED,
+     .NumSectors0  = 15,
+     .UserMask     = 0x000000EC,
+     .HasSprmod    = true},
+    {.sDevice       = "STM32F429",
+     .Registers     = aRegistersTwoBanks,
+     .sFields       = FIELDS_TWO_BANKS,
+     .OptcrMask     = 0xCFFFFFFC,
+     .OptcrFactory  = 0x0FFFAAED,
+     .Optcr1Mask    = 0x0FFF0000,
+     .Optcr1Factory = 0x0FFF0000,
+     .sFields1      = "nWRP12 27:16",
+     .NumSectors0   = 12,
+     .NumSectors1   = 12,
+     .UserMask      = 0x400000FC,
+     .HasSprmod     = true},
+    {.sDevice       = "STM32F469",
+     .Registers     = aRegistersTwoBanks,
+     .sFields       = FIELDS_TWO_BANKS,
+     .OptcrMask     = 0xCFFFFFFC,
+     .OptcrFactory  = 0x0FFFAAED,
+     .Optcr1Mask    = 0x0FFF0000,
+     .Optcr1Factory = 0x0FFF0000,
+     .sFields1      = "nWRP12 27:16",
+     .NumSectors0   = 12,
+     .NumSectors1   = 12,
+     .UserMask      = 0x400000FC,
+     .HasSprmod     = true},
+    {.sDevice       = "STM32F723",
+     .Registers     = aRegistersF72,
+     .sFields       = F7_OPTCR_FIELDS,
+     .OptcrMask     = 0xC0FFFFFC,
+     .OptcrFactory  = 0xC0FFAAFD,
+     .Optcr1Mask    = 0xFFFFFFFF,
+     .Optcr1Factory = 0x00400080,
+     .sFields1      = BOOT_FIELDS,
+     .Optcr2Mask    = 0x800000FF,
+     .Optcr2Factory = 0x80000000,
+     .NumSectors0   = 8,
+     .UserMask      = 0xC00000FC},
+    {.sDevice       = "STM32F746",
+     .Registers     = aRegistersF74,
+     .sFields       = F7_OPTCR_FIELDS,
+     .OptcrMask     = 0xC0FFFFFC,
+     .OptcrFactory  = 0xC0FFAAFD,
+     .Optcr1Mask    = 0xFFFFFFFF,
+     .Optcr1Factory = 0x00400080,
+     .sFields1      = BOOT_FIELDS,
+     .NumSectors0   = 8,
+     .UserMask      = 0xC00000FC,
+     .HasBigSectors = true},
+    {.sDevice       = "STM32F767",
+     .Registers     = aRegistersF76,
+     .sFields       = F76_OPTCR_FIELDS,
+     .OptcrMask     = 0xFFFFFFFC,
+     .OptcrFactory  = 0xFFFFAAFD,
+     .Optcr1Mask    = 0xFFFFFFFF,
+     .Optcr1Factory = 0x00400080,
+     .sFields1      = BOOT_FIELDS,
+     .NumSectors0   = 12,
+     .UserMask      = 0xF00000FC,
+     .HasBigSectors = true},
 };
 
 // Erase times by PSIZE: x8, x16, x32, x64.
@@ -105,7 +220,7 @@ std::vector<OPTION_WORD> OptionWords(const F4_ROW& Row) {
     Words.push_back({"OPTCR1", 0, Row.Optcr1Factory, Row.sFields1});
   }
   if (Row.Optcr2Mask != 0) {
-    Words.push_back({"OPTCR2", 0, Row.Optcr2Factory, "PCROP 7:0, PCROP_RDP 31"});
+    Words.push_back({"OPTCR2", 0, Row.Optcr2Factory, PCROP_FIELDS});
   }
   return Words;
 }
@@ -512,10 +627,7 @@ class ControllerF4 : public Controller {
 
   // -- Sectors: four of 16 KB (32 KB on F74x to F77x), one of 64, the rest of 128 KB, per bank.
 
-  uint32_t SmallBytes() const {
-    Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
-    return row_.IsF7 && pFlash->Row().Bytes > 512 * KB ? 32 * KB : 16 * KB;
-  }
+  uint32_t SmallBytes() const { return row_.HasBigSectors ? 32 * KB : 16 * KB; }
 
   uint32_t SectorBytes(uint32_t Sector) const {
     const uint32_t InBank = Sector % row_.NumSectors0;
@@ -588,6 +700,14 @@ std::unique_ptr<Controller> Make(Device& Owner, const DEVICE_ROW& Device) {
 }  // namespace
 
 const DEVICE_ROW aDevicesF4[NUM_DEVICES_F4] = {
+    {"STM32F207",
+     "F2, 1 MB flash",
+     0x20036411,
+     &System,
+     {{"flash", 0x08000000, 1024 * KB, MAIN_FLASH, 0xFFFFFFFF},
+      {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
+      {"sram", 0x20000000, 128 * KB, SRAM, 0}},
+     Make},
     {"STM32F407",
      "F4 with one bank, 1 MB flash",
      0x10076413,
@@ -596,6 +716,14 @@ const DEVICE_ROW aDevicesF4[NUM_DEVICES_F4] = {
       {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
       {"sram", 0x20000000, 128 * KB, SRAM, 0}},
      Make},
+    {"STM32F413",
+     "F4 with 15 protection bits, 1.5 MB flash",
+     0x10006463,
+     &System,
+     {{"flash", 0x08000000, 1536 * KB, MAIN_FLASH, 0xFFFFFFFF},
+      {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
+      {"sram", 0x20000000, 256 * KB, SRAM, 0}},
+     Make},
     {"STM32F429",
      "F4 with two banks and PCROP, 2 MB flash",
      0x20036419,
@@ -603,6 +731,38 @@ const DEVICE_ROW aDevicesF4[NUM_DEVICES_F4] = {
      {{"flash", 0x08000000, 2048 * KB, MAIN_FLASH, 0xFFFFFFFF},
       {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
       {"sram", 0x20000000, 192 * KB, SRAM, 0}},
+     Make},
+    {"STM32F469",
+     "F4 with two banks and PCROP, 2 MB flash",
+     0x10006434,
+     &System,
+     {{"flash", 0x08000000, 2048 * KB, MAIN_FLASH, 0xFFFFFFFF},
+      {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
+      {"sram", 0x20000000, 320 * KB, SRAM, 0}},
+     Make},
+    {"STM32F723",
+     "F7 with PCROP, 512 KB flash",
+     0x10006452,
+     &System,
+     {{"flash", 0x08000000, 512 * KB, MAIN_FLASH, 0xFFFFFFFF},
+      {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
+      {"sram", 0x20000000, 256 * KB, SRAM, 0}},
+     Make},
+    {"STM32F746",
+     "F7, 1 MB flash",
+     0x10016449,
+     &System,
+     {{"flash", 0x08000000, 1024 * KB, MAIN_FLASH, 0xFFFFFFFF},
+      {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
+      {"sram", 0x20000000, 320 * KB, SRAM, 0}},
+     Make},
+    {"STM32F767",
+     "F7, 2 MB flash",
+     0x10016451,
+     &System,
+     {{"flash", 0x08000000, 2048 * KB, MAIN_FLASH, 0xFFFFFFFF},
+      {"backup_sram", 0x40024000, 4 * KB, BACKUP, 0},
+      {"sram", 0x20000000, 512 * KB, SRAM, 0}},
      Make},
 };
 

@@ -77,7 +77,7 @@ static bool ParseSectors(const std::string& sText, bool* pAll, std::vector<uint3
     uint32_t                       First = 0;
     uint32_t                       Last  = 0;
     if (Ends.size() > 2 || !ParseU32(Ends.front(), &First) || !ParseU32(Ends.back(), &Last) ||
-        First > Last || Last > 255) {
+        First > Last || Last > 4095) {
       return false;
     }
     for (uint32_t Sector = First; Sector <= Last; Sector++) {

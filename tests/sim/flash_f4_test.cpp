@@ -343,3 +343,99 @@ TEST(SimFlashF4, ProgrammingNeedsTheAccessSizeOfPsize) {
   EXPECT_EQ(0x40u, Device.Read(SR));
   EXPECT_EQ(0xFFFFFFFFu, Device.Read(FLASH + 4));
 }
+
+// -- The other devices of the kind
+
+static const uint32_t OPTCR2 = 0x40023C1C;
+
+TEST(SimFlashF4, IdentitiesAndDeliveredValuesOfAllDevices) {
+  struct {
+    const char* sName;
+    uint32_t    DevId, Optcr;
+  } const aExpected[] = {
+      {"STM32F207", 0x411, 0x0FFFAAED}, {"STM32F407", 0x413, 0x0FFFAAED},
+      {"STM32F413", 0x463, 0x7FFFAAED}, {"STM32F429", 0x419, 0x0FFFAAED},
+      {"STM32F469", 0x434, 0x0FFFAAED}, {"STM32F723", 0x452, 0xC0FFAAFD},
+      {"STM32F746", 0x449, 0xC0FFAAFD}, {"STM32F767", 0x451, 0xFFFFAAFD},
+  };
+  for (const auto& Expected : aExpected) {
+    Part Device(Expected.sName);
+    EXPECT_EQ(Expected.DevId, Device.Read(0xE0042000) & 0xFFF) << Expected.sName;
+    EXPECT_EQ(Expected.Optcr, Device.Read(OPTCR)) << Expected.sName;
+  }
+}
+
+TEST(SimFlashF4, F7HasBootAddressesInOptcr1) {
+  for (const char* sName : {"STM32F723", "STM32F746", "STM32F767"}) {
+    Part Device(sName);
+    EXPECT_EQ(0x00400080u, Device.Read(OPTCR1)) << sName;
+    Unlock(&Device);
+    Device.Write(OPTCR1, 0x12345678);
+    Program(&Device, Device.Read(OPTCR));
+    Device.Reset();
+    EXPECT_EQ(0x12345678u, Device.Read(OPTCR1)) << sName;
+  }
+  EXPECT_FALSE(Part("STM32F207").CanRead(OPTCR1));
+  EXPECT_FALSE(Part("STM32F746").CanRead(OPTCR2));
+}
+
+TEST(SimFlashF4, F2IsUnprotectedLikeF4) {
+  Part Device("STM32F207", AtLevel(1));
+  Unlock(&Device);
+  Program(&Device, 0x0FFFAAEC);
+  EXPECT_TRUE(Device.FlashErased());
+  EXPECT_EQ(0, Device.Level());
+}
+
+TEST(SimFlashF4, F413LosesTheProtectionBitsThatOtherDevicesDoNotHave) {
+  Part Device("STM32F413");
+  Unlock(&Device);
+  Program(&Device, 0x0FFFAAEC);
+  Device.Reset();
+  EXPECT_EQ(0x0FFFAAEDu, Device.Read(OPTCR));  // nWRP12 to 14 are 0: protected
+  Device.Write(KEYR, 0x45670123);
+  Device.Write(KEYR, 0xCDEF89AB);
+  Device.Write(CR, 0x10062);  // SER, sector 12
+  EXPECT_EQ(WRPERR, Device.Read(SR));
+}
+
+TEST(SimFlashF4, F723PcropBitsCanBeSetAndNotCleared) {
+  Part Device("STM32F723");
+  EXPECT_EQ(0x80000000u, Device.Read(OPTCR2));
+  Unlock(&Device);
+  Device.Write(OPTCR2, 0x80000003);
+  Program(&Device, 0xC0FFAAFC);
+  Device.Write(OPTCR2, 0x80000004);
+  Program(&Device, 0xC0FFAAFC);
+  Device.Reset();
+  EXPECT_EQ(0x80000007u, Device.Read(OPTCR2));
+  EXPECT_EQ(0u, Device.Read(FLASH));  // execute-only
+  EXPECT_EQ(RDERR, Device.Read(SR));
+}
+
+TEST(SimFlashF4, F723UnprotectingWipesPcropSectorsOnlyWithPcropRdp) {
+  for (const uint32_t PcropRdp : {0u, 1u}) {
+    sim::CREATE_REQUEST Request = AtLevel(1);
+    Request.Pcrop               = {0, 1};
+    Request.PcropRdp            = PcropRdp;
+    Part Device("STM32F723", Request);
+    Unlock(&Device);
+    Program(&Device, 0xC0FFAAFC);
+    EXPECT_EQ(0, Device.Level());
+    EXPECT_EQ(PcropRdp == 1, Device.FlashErased());
+    EXPECT_EQ(PcropRdp == 1 ? 0x80000000u : 0x00000003u, Device.Read(OPTCR2));
+    EXPECT_EQ(0xFFFFFFFFu, Device.Read(FLASH + 0x8000));
+  }
+}
+
+TEST(SimFlashF4, SectorsOfF74xAreTwiceAsLarge) {
+  Part Device("STM32F746");
+  Device.Write(KEYR, 0x45670123);
+  Device.Write(KEYR, 0xCDEF89AB);
+  Device.Write(CR, 0x1000A);  // SER, sector 1
+  Device.Finish();
+  EXPECT_EQ(0x12345678u, Device.Read(FLASH + 0x7FFC));
+  EXPECT_EQ(0xFFFFFFFFu, Device.Read(FLASH + 0x8000));
+  EXPECT_EQ(0xFFFFFFFFu, Device.Read(FLASH + 0xFFFC));
+  EXPECT_EQ(0x12345678u, Device.Read(FLASH + 0x10000));
+}
