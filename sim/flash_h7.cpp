@@ -57,24 +57,29 @@ enum {
 };
 
 // One view; the second lies 0x100 above and has the same rows. Suffixes as in the manual.
-#define VIEW(Base, Bank, Suffix)                                                                   \
-  {"FLASH_KEYR" Bank, Base + 0x04, 0, 0, 0, 0, ""},                                                \
-      {"FLASH_OPTKEYR" Suffix, Base + 0x08, 0, 0, 0, 0, ""},                                       \
-      {"FLASH_CR" Bank, Base + 0x0C, 0x00000031, 0x0000077E, 0, CR_LOCK, CR_FIELDS},               \
-      {"FLASH_SR" Bank, Base + 0x10, 0, 0, 0, 0, SR_FIELDS},                                       \
-      {"FLASH_CCR" Bank, Base + 0x14, 0, 0, 0, 0, SR_FIELDS},                                      \
-      {"FLASH_OPTCR" Suffix, Base + 0x18, 0x00000001, 0x40000000, 0, OPTCR_OPTLOCK, OPTCR_FIELDS}, \
-      {"FLASH_OPTSR_CUR" Suffix, Base + 0x1C, 0, 0, 0, 0, CUR_FIELDS},                             \
-      {"FLASH_OPTSR_PRG" Suffix, Base + 0x20, 0, 0, 0, 0, PRG_FIELDS},                             \
-      {"FLASH_OPTCCR" Suffix, Base + 0x24, 0, 0, 0, 0, "CLR_OPTCHANGEERR 30"},                     \
-      {"FLASH_PRAR_CUR" Bank, Base + 0x28, 0, 0, 0, 0, PRAR_FIELDS},                               \
-      {"FLASH_PRAR_PRG" Bank, Base + 0x2C, 0, 0, 0, 0, PRAR_FIELDS},                               \
-      {"FLASH_SCAR_CUR" Bank, Base + 0x30, 0, 0, 0, 0, SCAR_FIELDS},                               \
-      {"FLASH_SCAR_PRG" Bank, Base + 0x34, 0, 0, 0, 0, SCAR_FIELDS},                               \
-      {"FLASH_WPSN_CUR" Bank "R", Base + 0x38, 0, 0, 0, 0, WPSN_FIELDS},                           \
-      {"FLASH_WPSN_PRG" Bank "R", Base + 0x3C, 0, 0, 0, 0, WPSN_FIELDS},                           \
-      {"FLASH_BOOT_CURR" Suffix, Base + 0x40, 0, 0, 0, 0, BOOT_FIELDS}, {                          \
-    "FLASH_BOOT_PRGR" Suffix, Base + 0x44, 0, 0, 0, 0, BOOT_FIELDS                                 \
+#define VIEW(Base, Bank, Suffix)                                                       \
+  {"FLASH_KEYR" Bank, (Base) + 0x04, 0, 0, 0, 0, ""},                                  \
+      {"FLASH_OPTKEYR" Suffix, (Base) + 0x08, 0, 0, 0, 0, ""},                         \
+      {"FLASH_CR" Bank, (Base) + 0x0C, 0x00000031, 0x0000077E, 0, CR_LOCK, CR_FIELDS}, \
+      {"FLASH_SR" Bank, (Base) + 0x10, 0, 0, 0, 0, SR_FIELDS},                         \
+      {"FLASH_CCR" Bank, (Base) + 0x14, 0, 0, 0, 0, SR_FIELDS}, {"FLASH_OPTCR" Suffix, \
+                                                                 (Base) + 0x18,        \
+                                                                 0x00000001,           \
+                                                                 0x40000000,           \
+                                                                 0,                    \
+                                                                 OPTCR_OPTLOCK,        \
+                                                                 OPTCR_FIELDS},        \
+      {"FLASH_OPTSR_CUR" Suffix, (Base) + 0x1C, 0, 0, 0, 0, CUR_FIELDS},               \
+      {"FLASH_OPTSR_PRG" Suffix, (Base) + 0x20, 0, 0, 0, 0, PRG_FIELDS},               \
+      {"FLASH_OPTCCR" Suffix, (Base) + 0x24, 0, 0, 0, 0, "CLR_OPTCHANGEERR 30"},       \
+      {"FLASH_PRAR_CUR" Bank, (Base) + 0x28, 0, 0, 0, 0, PRAR_FIELDS},                 \
+      {"FLASH_PRAR_PRG" Bank, (Base) + 0x2C, 0, 0, 0, 0, PRAR_FIELDS},                 \
+      {"FLASH_SCAR_CUR" Bank, (Base) + 0x30, 0, 0, 0, 0, SCAR_FIELDS},                 \
+      {"FLASH_SCAR_PRG" Bank, (Base) + 0x34, 0, 0, 0, 0, SCAR_FIELDS},                 \
+      {"FLASH_WPSN_CUR" Bank "R", (Base) + 0x38, 0, 0, 0, 0, WPSN_FIELDS},             \
+      {"FLASH_WPSN_PRG" Bank "R", (Base) + 0x3C, 0, 0, 0, 0, WPSN_FIELDS},             \
+      {"FLASH_BOOT_CURR" Suffix, (Base) + 0x40, 0, 0, 0, 0, BOOT_FIELDS}, {            \
+    "FLASH_BOOT_PRGR" Suffix, (Base) + 0x44, 0, 0, 0, 0, BOOT_FIELDS                   \
   }
 
 const REGISTER aRegisters[] = {VIEW(0x52002000, "1", ""), VIEW(0x52002100, "2", "2")};

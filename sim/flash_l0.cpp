@@ -21,10 +21,11 @@ const uint32_t OPTR_WPRMOD = 1u << 8, OPTR_WDG_SW = 1u << 20;
 
 #define LOCK_FIELDS "PELOCK 0, PRGLOCK 1, OPTLOCK 2, PROG 3, DATA 4, FIX 8, ERASE 9, FPRG 10"
 
-#define KEY_REGISTERS(Base)                                                                     \
-  {"FLASH_PDKEYR", Base + 0x08, 0, 0, 0, 0, ""}, {"FLASH_PEKEYR", Base + 0x0C, 0, 0, 0, 0, ""}, \
-      {"FLASH_PRGKEYR", Base + 0x10, 0, 0, 0, 0, ""}, {                                         \
-    "FLASH_OPTKEYR", Base + 0x14, 0, 0, 0, 0, ""                                                \
+#define KEY_REGISTERS(Base)                               \
+  {"FLASH_PDKEYR", (Base) + 0x08, 0, 0, 0, 0, ""},        \
+      {"FLASH_PEKEYR", (Base) + 0x0C, 0, 0, 0, 0, ""},    \
+      {"FLASH_PRGKEYR", (Base) + 0x10, 0, 0, 0, 0, ""}, { \
+    "FLASH_OPTKEYR", (Base) + 0x14, 0, 0, 0, 0, ""        \
   }
 
 const REGISTER aRegistersL0[] = {
