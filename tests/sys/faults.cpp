@@ -32,6 +32,7 @@ uint32_t              FakeRatio[2] = {1, 1};
 int64_t               FakeTime;
 
 std::string FakeExecutable;
+size_t      MaxRead;
 
 static thread_local FAULT* pInnermost;
 
@@ -97,7 +98,8 @@ SETS_ERRNO(ssize_t, recv, (int hSocket, void* p, size_t NumBytes, int Flags),
            (hSocket, p, NumBytes, Flags))
 SETS_ERRNO(int, select, (int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* pTime),
            (Num, pR, pW, pE, pTime))
-SETS_ERRNO(ssize_t, read, (int hFile, void* p, size_t NumBytes), (hFile, p, NumBytes))
+SETS_ERRNO(ssize_t, read, (int hFile, void* p, size_t NumBytes),
+           (hFile, p, MaxRead == 0 || MaxRead > NumBytes ? NumBytes : MaxRead))
 SETS_ERRNO(ssize_t, write, (int hFile, const void* p, size_t NumBytes), (hFile, p, NumBytes))
 SETS_ERRNO(off_t, lseek, (int hFile, off_t Offset, int Origin), (hFile, Offset, Origin))
 SETS_ERRNO(int, fstat, (int hFile, struct stat* pStatus), (hFile, pStatus))

@@ -86,6 +86,9 @@ extern struct timespec RefusedWaitEnd;
 // The path of the running program, in place of its own unless empty.
 extern std::string FakeExecutable;
 
+// The most that one read() gives, in bytes; 0 for no limit.
+extern size_t MaxRead;
+
 // The clocks, in place of the machine's while set.
 extern bool     IsClockFake;
 extern uint64_t FakeTicks;  // mach_absolute_time()

@@ -363,6 +363,16 @@ TEST_F(SysXmlFileFaults, AFileThatCannotBeReadIsToldApartFromAMalformedOne) {
   EXPECT_EQ(0, LoadError());
 }
 
+TEST_F(SysXmlFileFaults, AFileThatComesInPiecesIsReadWhole) {
+  WriteFile(Path("f"), "<R a=\"1\"><K b=\"2\"/></R>");
+  for (MaxRead = 10; MaxRead > 0; MaxRead--) {
+    XmlDocument* pDoc = SYS_XML_LoadDoc(Path("f").c_str(), nullptr);
+    ASSERT_NE(nullptr, pDoc) << MaxRead;
+    EXPECT_EQ("<R a=\"1\">\r\n  <K b=\"2\"/>\r\n</R>\r\n", Store(pDoc));
+    SYS_XML_FreeDoc(pDoc);
+  }
+}
+
 // ---- Registry store -----------------------------------------------------------------------------
 
 static RegistryKeyHandle* const USER = HKEY_CURRENT_USER;
@@ -396,9 +406,9 @@ class SysRegistryFaults : public RegistryHome {
       {"write", 0},       {"lseek", EIO},   {"ftruncate", EIO}, {"fstat", EIO}, {"lstat", EIO},
       {"lstat", ENOENT},  {"stat", EIO},    {"mkdir", EACCES}};
 
-  // Runs Session with the first, second, third ... call of each kind failing, once or from there on,
+  // Runs Body with the first, second, third ... call of each kind failing, once or from there on,
   // until it makes no more of them; then Check, with all working again.
-  void FailInTurn(const std::function<void()>& Prepare, const std::function<void()>& Session,
+  void FailInTurn(const std::function<void()>& Prepare, const std::function<void()>& Body,
                   const std::function<void(const char*)>& Check) {
     for (const FAULT_ROW& Row : Rows) {
       for (const uint32_t Count : {1u, 0xFFFFFFFFu}) {
@@ -410,7 +420,7 @@ class SysRegistryFaults : public RegistryHome {
           const int hBefore = FreeDescriptor();
           {
             const FAULT Fault(Row.sCall, Row.Error, Skip, Count);
-            Session();
+            Body();
             NumCalls = Fault.GetNumCalls();
           }
           ASSERT_EQ(hBefore, FreeDescriptor());

@@ -567,6 +567,15 @@ TEST(SysXmlTree, SettingAnAttributeAgainKeepsItsPlace) {
   EXPECT_EQ(1u, Tree.Root()->pFirstAttr->ValueLen);
 }
 
+TEST(SysXmlTree, AValueThatGrowsDoesNotTouchItsNeighbours) {
+  for (size_t Length = 0; Length < 20; Length++) {
+    const std::string sValue(Length, 'v');
+    const Doc         Tree = Parse("<R a=\"" + sValue + "\" b=\"x\"/>");
+    EXPECT_EQ(0, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", (sValue + "w").c_str()));
+    EXPECT_EQ("<R a=\"" + sValue + "w\" b=\"x\"/>\r\n", Tree.Text());
+  }
+}
+
 TEST(SysXmlTree, AnAttributeCanBeSetFromItsOwnText) {
   const Doc     Tree  = Parse("<R a=\"abcdef\"/>");
   XmlAttribute* pAttr = Tree.Root()->pFirstAttr;
