@@ -16,7 +16,8 @@ static std::string RunExample(const std::string& sHome, int* pStatus) {
   for (int c = fgetc(pPipe); c != EOF; c = fgetc(pPipe)) {
     sOutput += (char)c;
   }
-  *pStatus = WEXITSTATUS(pclose(pPipe));
+  const int Ended = pclose(pPipe);
+  *pStatus        = WEXITSTATUS(Ended);
   return sOutput;
 }
 
