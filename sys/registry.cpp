@@ -6,6 +6,7 @@
 #include "sys/file.h"
 #include "sys/memory.h"
 #include "sys/path.h"
+#include "sys/xml_node.h"
 #include "util/format.h"
 #include "util/scan.h"
 #include "util/string.h"
@@ -450,16 +451,24 @@ static uint32_t SetList(const VALUE* pValue, const char* pData, uint32_t Size) {
       SYS_XML_UnlinkAttr(pElement, pAttr);
     }
   }
-  if (SetAttr(pValue, pValue->acName, pData) != 0) {
-    return SYS_REG_FAILED;
+  XmlAttribute* pLast = pElement->pFirstAttr;
+  while (pLast != NULL && pLast->pNext != NULL) {
+    pLast = pLast->pNext;
   }
-  uint32_t Index = 1;
-  for (const char* s = pData + strlen(pData) + 1; *s != 0; s += strlen(s) + 1) {
-    FormatStringName(pValue, Index++, acName);
-    if (SetAttr(pValue, acName, s) != 0) {
+  // None of the names is there any more, so each string is appended without a search for it: a list
+  // may have half a million of them.
+  UTIL_CopyString(acName, pValue->acName, sizeof(acName));
+  uint32_t    Index = 1;
+  const char* s     = pData;
+  do {
+    pLast = SYS_XML_AddAttr(pValue->Key.pDoc, pElement, pLast, acName, UTIL_StrLen(acName), s,
+                            UTIL_StrLen(s));
+    if (pLast == NULL) {
       return SYS_REG_FAILED;
     }
-  }
+    FormatStringName(pValue, Index++, acName);
+    s += strlen(s) + 1;
+  } while (*s != 0);
   return SetText(pValue, SYS_REG_TYPE_MULTI_SZ, pData);
 }
 

@@ -8,7 +8,7 @@
 // happens in memory until SYS_REG_Flush writes the changed roots and unloads all. A process that
 // ends without it loses its changes.
 //
-// Every operation fails, and nothing is written anywhere, when HOME is not set or empty, when the
+// Every operation on a root fails, and nothing is written anywhere, when HOME is not set or empty, when the
 // directory cannot be made, or when its path and the file's name come to 512 characters or more.
 // HOME is asked for each time: it should not change while a root is loaded.
 //

@@ -22,7 +22,12 @@ static void* AllocCleared(XmlArena* pArena, uint32_t NumBytes) {
   return pMem;
 }
 
+// NULL without memory and for a text whose length, rounded up, would not fit the document's signed
+// 32-bit lengths.
 static char* CopyText(XmlArena* pArena, const char* pText, uint32_t Length) {
+  if (Length > INT32_MAX - ALIGNMENT) {
+    return NULL;
+  }
   char* sCopy =
       (char*)SYS_XML_AllocFromArena(pArena, (Length + 1 + ALIGNMENT - 1) & ~(ALIGNMENT - 1));
   if (sCopy != NULL) {
@@ -86,8 +91,10 @@ XmlAttribute* SYS_XML_AddAttr(XmlDocument* pDoc, XmlElement* pElement, XmlAttrib
 
 // ---- Documents and walking ----------------------------------------------------------------------
 
+// Saturates, so that a text of 4 GiB is refused and not cut.
 static uint32_t TextLength(const char* s) {
-  return s == NULL ? 0 : (uint32_t)strlen(s);
+  const size_t Length = s == NULL ? 0 : strlen(s);
+  return Length > UINT32_MAX ? UINT32_MAX : (uint32_t)Length;
 }
 
 XmlDocument* SYS_XML_CreateDoc(const char* sRootName) {

@@ -55,7 +55,7 @@ enum {
   SYS_XML_ERR_END_TAG = -7,  // an end tag that does not end the open element
   SYS_XML_ERR_DEPTH   = -8,  // elements nested too deep
   SYS_XML_ERR_NO_ROOT = -9,  // nothing wrong, but no element either; an empty file gives this
-  SYS_XML_ERR_FILE    = -10  // the file cannot be opened or read, is no regular file, or has 2 GiB
+  SYS_XML_ERR_FILE    = -10  // the file cannot be opened or read, is not regular, or over 16 MiB
 };
 
 // An element below this many others is the deepest the loader reads, and only when it is written
@@ -111,7 +111,7 @@ XmlAttribute* SYS_XML_GetNextAttr(const XmlAttribute* pAttr);
 // terminator; not for a pName of NULL, a NameSize of 0, or when there is no attribute.
 XmlAttribute* SYS_XML_GetFirstAttr(const XmlElement* pElement, char* pName, uint32_t NameSize);
 
-// How many elements an element lies below: 0 for the root.
+// How many elements an element lies below: 0 for the root. pElement must not be NULL.
 uint32_t SYS_XML_GetDepth(const XmlElement* pElement);
 
 // ---- Elements -----------------------------------------------------------------------------------

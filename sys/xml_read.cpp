@@ -13,8 +13,8 @@ struct READER {
   XmlDocument* pDoc;
 };
 
-// Lengths in a document are signed 32 bit, the terminator comes on top.
-static const int64_t MAX_FILE_SIZE = INT32_MAX - 1;
+// Sixteen times what the writer gives out. A document takes a multiple of its text in memory.
+static const int64_t MAX_FILE_SIZE = 16 * 1024 * 1024;
 
 static int32_t ReadLevel(READER* pReader, XmlElement* pParent, uint32_t Level);
 

@@ -946,6 +946,37 @@ TEST_F(SysRegistry, AListOfAHundredThousandStringsIsReadAndDeletedInAnyOrder) {
   EXPECT_EQ("<Registry N_OSTRELRegMltStr4294967297=\"never\"/>\r\n", Flushed());
 }
 
+TEST_F(SysRegistry, AListOfAHundredThousandStringsIsSetOverAFormerOne) {
+  // A search for each string through all of them would take minutes.
+  const int   NumStrings = 100000;
+  std::string sList;
+  for (int i = 0; i < NumStrings; i++) {
+    sList += std::to_string(i % 10) + std::string(1, '\0');
+  }
+  sList += '\0';
+  SetText("a", "1");
+  SetBytes("N", 7, sList);
+  SetBytes("N", 7, sList);
+  const Answer A = Query("N", 2 * NumStrings + 10);
+  EXPECT_EQ(0u, A.Result);
+  EXPECT_TRUE(A.Bytes.substr(0, sList.size()) == sList);
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "N"));
+  EXPECT_EQ("<Registry a=\"1\" a_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n", Flushed());
+}
+
+TEST_F(SysRegistry, AFileOfMoreThan16MebibytesIsRefusedAndKept) {
+  const size_t Limit = 16 * 1024 * 1024;
+  std::string  sText = "<Registry a=\"1\" a_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>";
+  sText.resize(Limit, ' ');
+  Provide(sText);
+  EXPECT_EQ(0u, Query("a", 10).Result);
+  SYS_REG_Flush();
+  Provide(sText + " ");
+  EXPECT_NE(0u, Query("a", 10).Result);
+  SYS_REG_Flush();
+  EXPECT_TRUE(Flushed() == sText + " ");
+}
+
 // ---- Deleting -----------------------------------------------------------------------------------
 
 TEST_F(SysRegistry, DeletingRemovesTheValueAndItsCompanions) {
