@@ -15,6 +15,8 @@ apart and listed; polling anything else for ever is a failure. So is, by contrac
 the L4 reset not read back: where a fault there undoes what was verified before it, the run is
 listed too.
 
+First, each device that has a level 2 is tried at it: it must not change.
+
 Ends with 1 when a run did not end as it has to.
 """
 
@@ -211,6 +213,38 @@ def at_level_0(state):
     return int(state["option.OPTR"], 16) & 0xFF == 0xAA
 
 
+# What the tool says last about a device at level 2, whose debug port is shut. F1 has no level 2; F0
+# and F3 wait for the clock for ever, having said nothing untrue.
+LEVEL2_WORDS = {
+    3: "Unlock not successful.", 5: "Unlock not successful.", 6: "Unlock not successful.",
+    7: "Unlock not successful.", 8: "Unlock not successful.", 9: "Resetting option bytes failed.",
+    10: "Resetting option bytes failed.", 11: "Resetting option bytes failed.",
+    12: "Could not reset OPTR...",
+}
+
+
+def level2_failures(args, stage):
+    """A level-2 device is never changed, and the tool does not say otherwise in the end."""
+    failures = []
+    for row, device, _ in ROWS:
+        if device == "STM32F103":
+            continue
+        command = [args.bench, "create", device, "--rdp", "2", "--flash", "full"]
+        subprocess.run(command, check=True, env=stage.env, stdout=subprocess.DEVNULL)
+        before = stage.lines(stage.file("device"))
+        output, status, trace, after = stage.run(row, "\n".join(before) + "\n", None, 100)
+        kept = [[line for line in lines if line.startswith(("option.", "memory."))]
+                for lines in (before, after)]
+        if kept[0] != kept[1]:
+            failures.append("%s at level 2 was changed" % device)
+        if row in LEVEL2_WORDS:
+            if not output.endswith(LEVEL2_WORDS[row] + "\n"):
+                failures.append("%s at level 2: the tool said\n%s" % (device, output))
+        elif status is not None or polled_register(trace) != "RCC_CR":
+            failures.append("%s at level 2: no wait for the clock" % device)
+    return failures
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     for name in ("tool", "library", "bench"):
@@ -258,7 +292,7 @@ def main():
         counts = collections.defaultdict(collections.Counter)
         endless = collections.defaultdict(list)
         unverified = []
-        failed = []
+        failed = level2_failures(args, stage())
         with concurrent.futures.ThreadPoolExecutor(args.workers) as pool:
             for (row, device, _, fault, _), (kind, how), output in pool.map(run, jobs):
                 counts[device][how if kind == "ended" else kind] += 1
