@@ -63,7 +63,8 @@ void Probe::ApplyFaults() {
     if (Fault.Kind == LOST && !lost_) {
       lost_ = true;
       trace_.Event(clock_.NowUs(), "fault: the probe no longer answers");
-      link_.SupplyOn = false;  // it went with the cable
+      link_            = LINK();  // connection and supply went with the cable
+      device_->Changed = true;
       FollowVoltage();
     } else if (Fault.Kind == POWER_DIP) {
       dipVoltage_ = static_cast<uint32_t>(Fault.First);
