@@ -7,15 +7,22 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "sys/clock.h"
 #include "sys/serial.h"
 
-// Returns 0 after Ctrl-D, -1 when the line fails.
+static const uint32_t READ_TIMEOUT = 1000;  // milliseconds
+
+// Returns 0 after Ctrl-D, -1 when the line fails or the device is gone.
 static int Echo(SYS_SERIAL_PORT* pPort) {
   char acBuffer[256];
   for (;;) {
-    const int32_t NumRead = SYS_SERIAL_Read(pPort, acBuffer, sizeof(acBuffer), 1000);
+    const uint32_t Start   = SYS_GetTickCount();
+    const int32_t  NumRead = SYS_SERIAL_Read(pPort, acBuffer, sizeof(acBuffer), READ_TIMEOUT);
     if (NumRead < 0) {
       return -1;
+    }
+    if (NumRead == 0 && SYS_GetTickCount() - Start < READ_TIMEOUT / 2) {
+      return -1;  // nothing, and well before the time-out: unplugged
     }
     const char*    pEnd     = (const char*)memchr(acBuffer, 4, (uint32_t)NumRead);
     const uint32_t NumBytes = pEnd != NULL ? (uint32_t)(pEnd - acBuffer) : (uint32_t)NumRead;

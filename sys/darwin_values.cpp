@@ -1,7 +1,8 @@
 // Compiled on macOS only, and nothing but checks: the values behind the system's names that decide
-// what a serial line, a log and a child process get.
+// what a serial line, a log, a child process and the power manager get, and which ports are found.
 
-#include <pthread.h>
+#include <IOKit/pwr_mgt/IOPMLib.h>
+#include <IOKit/serial/IOSerialKeys.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <syslog.h>
@@ -16,6 +17,13 @@ static_assert(CONTROL_SET == 0x8B00, "control flags set");
 static_assert((uint32_t)~LOCAL_CLEARED == 0xDFFFFA00, "local flags kept");
 static_assert(SPEED_REQUEST == 0x80045402, "serial speed request");
 static_assert(TIOCEXCL == 0x2000740D, "exclusive use request");
+
+static_assert(__builtin_strcmp(kIOSerialBSDServiceValue, "IOSerialBSDClient") == 0, "class");
+static_assert(__builtin_strcmp(kIOSerialBSDTypeKey, "IOSerialBSDClientType") == 0, "key of kind");
+static_assert(__builtin_strcmp(kIOSerialBSDAllTypes, "IOSerialStream") == 0, "every kind");
+static_assert(__builtin_strcmp(kIOCalloutDeviceKey, "IOCalloutDevice") == 0, "key of path");
+
+static_assert(kIOPMAssertionLevelOn == 255, "level of the assertion");
 
 static_assert(SO_NOSIGPIPE == 0x1022, "no signal for a broken connection");
 static_assert(POSIX_SPAWN_CLOEXEC_DEFAULT == 0x4000, "child without descriptors");

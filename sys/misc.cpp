@@ -58,15 +58,10 @@ int32_t SYS_GetRandom(void* pBuffer, uint32_t NumBytes) {
 
 int32_t SYS_StartProgram(const char* sPath) {
   char* const       asArgs[] = {(char*)sPath, NULL};
-  posix_spawnattr_t Attr     = {};
-  int               Result   = posix_spawnattr_init(&Attr);
-  if (Result != 0) {
-    return Result;
-  }
-  Result = posix_spawnattr_setflags(&Attr, POSIX_SPAWN_CLOEXEC_DEFAULT);
-  if (Result == 0) {
-    pid_t Pid;
-    Result = posix_spawn(&Pid, sPath, NULL, &Attr, asArgs, environ);
-  }
+  posix_spawnattr_t Attr     = {};  // the system's defaults, should it not be initialised
+  pid_t             Pid;
+  int               Result = posix_spawnattr_init(&Attr);
+  Result |= posix_spawnattr_setflags(&Attr, POSIX_SPAWN_CLOEXEC_DEFAULT);
+  Result |= posix_spawn(&Pid, sPath, NULL, &Attr, asArgs, environ);
   return Result | posix_spawnattr_destroy(&Attr);
 }

@@ -22,16 +22,18 @@ void SYS_PreventIdleSleep(void);
 void SYS_AllowIdleSleep(void);
 
 // Fills NumBytes bytes at pBuffer from the system's random source, fit for keys.
-// Returns -1 when the source cannot be opened, else the result of closing it, 0: a read that fails
-// or comes back short is not told, so keep NumBytes at 256 or below, which the source gives whole.
+// Returns -1 when the source cannot be opened, else the result of closing it, 0 or -1: a read that
+// fails or comes back short is not told, so keep NumBytes at 256 or below, which the source gives
+// whole. No descriptor stays open.
 int32_t SYS_GetRandom(void* pBuffer, uint32_t NumBytes);
 
 // Starts the program sPath (not searched for in the PATH) with its path as only argument and this
 // process's environment. It inherits no descriptor, not even 0, 1 and 2. It is not waited for and
 // its process id is not kept: where the caller does not ignore SIGCHLD it stays behind as a zombie
 // when it ends, until this process does.
-// Returns 0 when it runs, else the error numbers of the calls that failed, or-ed. What would start
-// with descriptors, because they cannot be kept from it, is not started.
+// Returns 0 when all went well, else the error numbers of the calls that failed, or-ed. A result
+// other than 0 need not mean that it does not run: when the attributes cannot be set up (no memory)
+// the program is started all the same, and inherits descriptors as with a plain exec.
 int32_t SYS_StartProgram(const char* sPath);
 
 #endif

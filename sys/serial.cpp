@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include "sys/memory.h"
@@ -87,12 +88,19 @@ static void SetUpLine(int32_t hPort) {
 
 SYS_SERIAL_PORT* SYS_SERIAL_Open(const char* sName, uint32_t BaudRate) {
   char acPath[DEVICE_PATH_SIZE];
+  if (strlen(sName) > sizeof(acPath) - sizeof("/dev/")) {
+    return NULL;
+  }
   UTIL_snprintf(acPath, sizeof(acPath), "/dev/%s", sName);
   const int32_t hPort = open(acPath, O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (hPort < 0) {
     return NULL;
   }
-  ioctl(hPort, TIOCEXCL);
+  if (hPort >= FD_SETSIZE) {
+    close(hPort);
+    return NULL;
+  }
+  ioctl(hPort, TIOCEXCL, NULL);
   SetUpLine(hPort);
   if (SYS_SERIAL_SetSpeed(hPort, BaudRate) != 0) {
     puts("ERROR while writing port settings.");

@@ -15,6 +15,7 @@
 #include "sys/clock.h"
 
 static const uint32_t CONNECT_POLL_US  = 10000;  // one wait for a pending connect
+static const uint32_t ERROR_PAUSE_MS   = 10;     // after a wait that failed
 static const uint64_t RETRY_SPACING_US = 9001;   // from one refused attempt to the next, about
 
 static int SetFlag(int hSocket, int Level, int Name, int Value) {
@@ -186,7 +187,10 @@ int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
         return -1;
       }
     }
-    if (WaitReady(hSocket, 1, timeval{0, CONNECT_POLL_US}) > 0) {
+    const int32_t NumReady = WaitReady(hSocket, 1, timeval{0, CONNECT_POLL_US});
+    if (NumReady < 0 && errno != EINTR) {
+      SYS_Sleep(ERROR_PAUSE_MS);  // did not wait: without this the loop would spin
+    } else if (NumReady > 0) {
       // Connected or refused; a send of nothing tells which.
       SYS_SOCKET_SetBlocking(hSocket);
       if (send(hSocket, "", 0, 0) == 0) {

@@ -8,9 +8,11 @@
 // returns 0 for success and -1 for failure with errno as the failing call left it. Pointers must
 // not be NULL unless it says they may. Nothing here prints.
 //
-// Every TCP socket made or accepted here sends small packets at once (TCP_NODELAY), and sending on
-// a broken connection is an error instead of a SIGPIPE (SO_NOSIGPIPE). Errors of setting these and
-// the dual-stack option are not told.
+// Every TCP socket made or accepted here is set to send small packets at once (TCP_NODELAY) and to
+// give an error instead of a SIGPIPE when it sends on a broken connection (SO_NOSIGPIPE). Errors of
+// setting these and the dual-stack option are not told. Where SO_NOSIGPIPE could not be set (a
+// connection that is over when it is accepted, for one) a send raises the signal, which by default
+// ends the process: a server ignores SIGPIPE besides. UDP sockets have no connection to break.
 //
 // Waiting is done with select(), which knows descriptors below FD_SETSIZE (1024) only: functions
 // with a time-out give -1 for any other.
@@ -58,7 +60,7 @@ int32_t SYS_SOCKET_ConnectIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port);
 int32_t SYS_SOCKET_ConnectIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t Port);
 
 // Makes a TCP socket and connects it, for a peer that may not be up yet: a peer that refuses is
-// tried again about every 10 ms until the time-out.
+// tried again about every 10 ms until more than the time-out has passed.
 // pfIsAborted (may be NULL) is called about every 10 ms, from this thread; not 0 ends the attempt.
 //
 // Returns the connected, blocking socket; -1 when no socket can be made (or none that select()
@@ -100,7 +102,8 @@ int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket);
 
 // How long closing waits for unsent data, in whole seconds: milliseconds rounded to the nearest,
 // but at least 1 unless 0. With 0 closing drops the data and resets the connection. Both return 0
-// always.
+// always. The option is SO_LINGER, in seconds by POSIX; Darwin's header, as it is included by
+// default, says that it counts in ticks there. What a given time becomes only a Mac can show.
 int32_t SYS_SOCKET_SetLinger(int32_t hSocket, uint32_t Milliseconds);
 int32_t SYS_SOCKET_SetNoLinger(int32_t hSocket);
 

@@ -113,9 +113,13 @@ int32_t SYS_MUTEX_Unlock(SYS_MUTEX* pMutex) {
   return IsMutex(pMutex) ? UnlockMutex(&pMutex->Mutex) : 1;
 }
 
+static int IsLock(const SYS_LOCK* pLock) {
+  return pLock != NULL && pLock->IsCreated != 0;
+}
+
 int32_t SYS_LOCK_Create(SYS_LOCK* pLock) {
   pthread_mutexattr_t Attr;
-  if (pLock->IsCreated != 0 || InitRecursive(&pLock->Mutex, &Attr) != 0) {
+  if (pLock == NULL || IsLock(pLock) || InitRecursive(&pLock->Mutex, &Attr) != 0) {
     return -1;
   }
   pthread_mutexattr_destroy(&Attr);
@@ -124,18 +128,18 @@ int32_t SYS_LOCK_Create(SYS_LOCK* pLock) {
 }
 
 void SYS_LOCK_Destroy(SYS_LOCK* pLock) {
-  if (pLock->IsCreated != 0) {
+  if (IsLock(pLock)) {
     pLock->IsCreated = 0;
     pthread_mutex_destroy(&pLock->Mutex);
   }
 }
 
 int32_t SYS_LOCK_Lock(SYS_LOCK* pLock, uint32_t Timeout) {
-  return pLock->IsCreated != 0 ? LockMutex(&pLock->Mutex, Timeout) : -1;
+  return IsLock(pLock) ? LockMutex(&pLock->Mutex, Timeout) : -1;
 }
 
 int32_t SYS_LOCK_Unlock(SYS_LOCK* pLock) {
-  return pLock->IsCreated != 0 ? UnlockMutex(&pLock->Mutex) : 1;
+  return IsLock(pLock) ? UnlockMutex(&pLock->Mutex) : 1;
 }
 
 static int IsEvent(const SYS_EVENT* pEvent) {

@@ -61,14 +61,15 @@ int32_t SYS_MUTEX_Unlock(SYS_MUTEX* pMutex);
 //
 // The same mutex in a record of the caller's: any number of them, wherever the record lives. The
 // record must be zeroed before its first use (static storage is) and must not be moved or copied
-// while it is created.
+// while it is created. NULL is as a record that is not created, which cannot be created either.
 
 struct SYS_LOCK {
   uint32_t        IsCreated;
   pthread_mutex_t Mutex;
 };
 
-// Returns 0, or -1 when the record is created already or the system has no mutex left.
+// Returns 0, or -1 for NULL, when the record is created already, and when the system has no mutex
+// left.
 int32_t SYS_LOCK_Create(SYS_LOCK* pLock);
 
 // Nothing for a record that is not created. It may be created again.
@@ -128,6 +129,12 @@ pthread_t SYS_THREAD_StartCall(void (*pfRoutine)(void*), void* pArg, pthread_t* 
 
 // Asks a running thread to end at its next cancellation point. Returns the result of
 // pthread_cancel(): 0, or an error number.
+// Of the calls of this library only SYS_EVENT_Wait is made to be cancelled: it gives back what it
+// has, and the event stays as it was. Any other that waits or opens something may end half done,
+// and what it had is lost until the process ends: the socket of SYS_TCP_ConnectTimeout or an accept,
+// the descriptor of SYS_SERIAL_Open, SYS_GetRandom or a file. Mutexes and locks that the thread
+// holds stay locked, and memory that it owns stays allocated. Better ask a thread to end by an event
+// that it waits for.
 int32_t SYS_THREAD_Cancel(pthread_t Id);
 
 // Stores 259 ("still running") and returns 1, always: a detached thread leaves no exit code. pCode

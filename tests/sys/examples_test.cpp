@@ -118,6 +118,17 @@ TEST(ExampleSerialEcho, SendsBackWhatComesIn) {
   PTY_Close(&Pty);
 }
 
+TEST(ExampleSerialEcho, EndsWhenTheDeviceIsGone) {
+  PTY Pty;
+  PTY_Open(&Pty);
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  fcntl(Pty.hMaster, F_SETFD, FD_CLOEXEC);  // the program is not to keep the other end open
+  PROGRAM Echo({SERIAL_ECHO, Pty.acName, "9600"});
+  EXPECT_EQ(std::string("echoing on ") + Pty.acName + "\n", Echo.ReadLine());
+  PTY_Close(&Pty);
+  EXPECT_EQ(1, Echo.WaitForExit());
+}
+
 TEST(ExampleSerialEcho, TakesTheFirstUsbPortWhenNoneIsNamed) {
   setenv("HOST_CALLOUT_DEVICES", "/dev/cu.Bluetooth:/dev/cu.usbNoSuchThing", 1);
   PROGRAM Missing({SERIAL_ECHO});

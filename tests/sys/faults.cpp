@@ -25,11 +25,15 @@
 std::vector<LOG_CALL> LogCalls;
 ASSERTION_CALLS       LastAssertion;
 int                   LastFlush;
-struct timespec       RefusedWaitEnd;
-bool                  IsClockFake;
-uint64_t              FakeTicks;
-uint32_t              FakeRatio[2] = {1, 1};
-int64_t               FakeTime;
+
+thread_local uint32_t       LastSleepUs;
+thread_local struct timeval LastSelectTime;
+
+struct timespec RefusedWaitEnd;
+bool            IsClockFake;
+uint64_t        FakeTicks;
+uint32_t        FakeRatio[2] = {1, 1};
+int64_t         FakeTime;
 
 std::string FakeExecutable;
 size_t      MaxRead;
@@ -90,14 +94,14 @@ static long FailWithErrno(int Error) {
 SETS_ERRNO(int, HOST_socket, (int Domain, int Type, int Protocol), (Domain, Type, Protocol))
 SETS_ERRNO(int, HOST_accept, (int hSocket, struct sockaddr* pAddr, socklen_t* pLength),
            (hSocket, pAddr, pLength))
+SETS_ERRNO(int, connect, (int hSocket, const struct sockaddr* pAddr, socklen_t Length),
+           (hSocket, pAddr, Length))
 SETS_ERRNO(int, bind, (int hSocket, const struct sockaddr* pAddr, socklen_t Length),
            (hSocket, pAddr, Length))
 SETS_ERRNO(ssize_t, HOST_send, (int hSocket, const void* p, size_t NumBytes, int Flags),
            (hSocket, p, NumBytes, Flags))
 SETS_ERRNO(ssize_t, recv, (int hSocket, void* p, size_t NumBytes, int Flags),
            (hSocket, p, NumBytes, Flags))
-SETS_ERRNO(int, select, (int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* pTime),
-           (Num, pR, pW, pE, pTime))
 SETS_ERRNO(ssize_t, read, (int hFile, void* p, size_t NumBytes),
            (hFile, p, MaxRead == 0 || MaxRead > NumBytes ? NumBytes : MaxRead))
 SETS_ERRNO(ssize_t, write, (int hFile, const void* p, size_t NumBytes), (hFile, p, NumBytes))
@@ -112,7 +116,6 @@ SETS_ERRNO(ssize_t, readlink, (const char* sPath, char* pTarget, size_t Size),
            (sPath, pTarget, Size))
 SETS_ERRNO(void*, mmap, (void* p, size_t Length, int Access, int Flags, int hFile, off_t Offset),
            (p, Length, Access, Flags, hFile, Offset))
-SETS_ERRNO(int, usleep, (useconds_t Microseconds), (Microseconds))
 SETS_ERRNO(int, gettimeofday, (struct timeval * pTime, void* pZone), (pTime, pZone))
 SETS_ERRNO(int, tcsetattr, (int hLine, int When, const struct termios* p), (hLine, When, p))
 SETS_ERRNO(int, sysctlbyname, (const char* sName, void* p, size_t* pSize, void* pNew, size_t Size),
@@ -123,17 +126,21 @@ RETURNS_ERROR(int, pthread_mutexattr_settype, (pthread_mutexattr_t * p, int Type
 RETURNS_ERROR(int, pthread_mutexattr_destroy, (pthread_mutexattr_t * p), (p))
 RETURNS_ERROR(int, pthread_mutex_init, (pthread_mutex_t * p, const pthread_mutexattr_t* pAttr),
               (p, pAttr))
+RETURNS_ERROR(int, pthread_mutex_destroy, (pthread_mutex_t * p), (p))
 RETURNS_ERROR(int, pthread_mutex_lock, (pthread_mutex_t * p), (p))
 RETURNS_ERROR(int, pthread_mutex_trylock, (pthread_mutex_t * p), (p))
 RETURNS_ERROR(int, pthread_mutex_unlock, (pthread_mutex_t * p), (p))
 RETURNS_ERROR(int, pthread_cond_init, (pthread_cond_t * p, const pthread_condattr_t* pAttr),
               (p, pAttr))
+RETURNS_ERROR(int, pthread_cond_destroy, (pthread_cond_t * p), (p))
+RETURNS_ERROR(int, pthread_cond_signal, (pthread_cond_t * p), (p))
 RETURNS_ERROR(int, pthread_cond_wait, (pthread_cond_t * p, pthread_mutex_t* pMutex), (p, pMutex))
 RETURNS_ERROR(int, pthread_attr_init, (pthread_attr_t * p), (p))
 RETURNS_ERROR(int, pthread_attr_setdetachstate, (pthread_attr_t * p, int State), (p, State))
 RETURNS_ERROR(int, pthread_create,
               (pthread_t * pId, const pthread_attr_t* pAttr, void* (*pf)(void*), void* pArg),
               (pId, pAttr, pf, pArg))
+RETURNS_ERROR(int, pthread_cancel, (pthread_t Id), (Id))
 RETURNS_ERROR(int, posix_spawnattr_init, (posix_spawnattr_t * p), (p))
 RETURNS_ERROR(int, posix_spawnattr_destroy, (posix_spawnattr_t * p), (p))
 RETURNS_ERROR(int, HOST_posix_spawnattr_setflags, (posix_spawnattr_t * p, short Flags), (p, Flags))
@@ -160,6 +167,32 @@ kern_return_t __wrap_IOServiceGetMatchingServices(mach_port_t hPort, CFDictionar
   const kern_return_t Result = __real_IOServiceGetMatchingServices(hPort, pMatching, phIterator);
   int                 Error  = 0;
   return FAULT::Take("IOServiceGetMatchingServices", &Error) ? Error : Result;
+}
+
+int __real_select(int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* pTime);
+int __wrap_select(int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* pTime);
+int __wrap_select(int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* pTime) {
+  LastSelectTime = pTime != nullptr ? *pTime : timeval{-1, -1};
+  int Error      = 0;
+  return FAULT::Take("select", &Error) ? (int)FailWithErrno(Error)
+                                       : __real_select(Num, pR, pW, pE, pTime);
+}
+
+int __real_usleep(useconds_t Microseconds);
+int __wrap_usleep(useconds_t Microseconds);
+int __wrap_usleep(useconds_t Microseconds) {
+  LastSleepUs = Microseconds;
+  int Error   = 0;
+  return FAULT::Take("usleep", &Error) ? (int)FailWithErrno(Error) : __real_usleep(Microseconds);
+}
+
+// Closes first and fails then: the descriptor is gone either way.
+int __real_close(int hFile);
+int __wrap_close(int hFile);
+int __wrap_close(int hFile) {
+  const int Result = __real_close(hFile);
+  int       Error  = 0;
+  return FAULT::Take("close", &Error) ? (int)FailWithErrno(Error) : Result;
 }
 
 int __real_HOST_setsockopt(int hSocket, int Level, int Name, const void* pValue, socklen_t Length);

@@ -15,6 +15,7 @@
 #define TESTS_SYS_FAULTS_H
 
 #include <stdint.h>
+#include <sys/time.h>
 #include <time.h>
 
 #include <string>
@@ -79,6 +80,10 @@ extern ASSERTION_CALLS LastAssertion;
 
 // What tcflush() was last asked to drop.
 extern int LastFlush;
+
+// What this thread last asked usleep() and select() for: microseconds, the time-out.
+extern thread_local uint32_t       LastSleepUs;
+extern thread_local struct timeval LastSelectTime;
 
 // The end of the last pthread_cond_timedwait() that a FAULT refused.
 extern struct timespec RefusedWaitEnd;

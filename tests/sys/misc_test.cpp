@@ -14,6 +14,7 @@
 #include <string>
 
 #include "tests/sys/faults.h"
+#include "tests/sys/measure.h"
 
 TEST(SysProcessors, AreThoseInUse) {
   EXPECT_EQ(sysconf(_SC_NPROCESSORS_ONLN), SYS_GetNumProcessors());
@@ -102,10 +103,13 @@ TEST(SysRandom, FillsTheBufferAndNoMore) {
   EXPECT_EQ(0, SYS_GetRandom(aFirst, 0));
 }
 
-TEST(SysRandom, OnlyAFailedOpenIsTold) {
-  uint8_t a[4];
-  int32_t OpenFails;
-  int32_t ReadFails;
+TEST(SysRandom, OnlyAFailedOpenAndAFailedCloseAreToldAndNoDescriptorStays) {
+  const int NumBefore = CountDescriptors();
+  uint8_t   a[4];
+  int32_t   OpenFails;
+  int32_t   ReadFails;
+  int32_t   CloseFails;
+  uint32_t  NumClosed;
   {
     const FAULT Fault("open", EMFILE);
     OpenFails = SYS_GetRandom(a, sizeof(a));
@@ -114,8 +118,16 @@ TEST(SysRandom, OnlyAFailedOpenIsTold) {
     const FAULT Fault("read", EIO);
     ReadFails = SYS_GetRandom(a, sizeof(a));
   }
+  {
+    const FAULT Fault("close", EIO);
+    CloseFails = SYS_GetRandom(a, sizeof(a));
+    NumClosed  = Fault.GetNumCalls();
+  }
   EXPECT_EQ(-1, OpenFails);
   EXPECT_EQ(0, ReadFails);
+  EXPECT_EQ(-1, CloseFails);
+  EXPECT_EQ(1u, NumClosed);
+  EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
 // ---- Starting a program -------------------------------------------------------------------------
@@ -172,30 +184,34 @@ TEST(SysStartProgramErrors, AreTheSystems) {
   EXPECT_EQ(-1, wait(nullptr)) << "no child";
 }
 
-TEST(SysStartProgramErrors, AreOredTogether) {
-  int32_t  Result;
-  uint32_t NumStarted;
-  {
-    const FAULT Spawn("HOST_posix_spawn", 12);
-    const FAULT Destroy("posix_spawnattr_destroy", 16);
-    Result = SYS_StartProgram(FD_REPORT);
+// Each of the four calls is made whatever became of the others.
+TEST_F(SysStartProgram, MakesAllFourCallsAndOrsTheirResults) {
+  const struct {
+    int  Init;
+    int  SetFlags;
+    int  Spawn;
+    int  Destroy;
+    bool IsStarted;
+  } Cases[] = {{0, 0, 0, 0, true}, {1, 0, 0, 0, true},  {0, 2, 0, 0, true}, {0, 0, 4, 0, false},
+               {0, 0, 0, 8, true}, {1, 2, 4, 8, false}, {1, 2, 0, 8, true}};
+  for (const auto& Case : Cases) {
+    int32_t  Result;
+    uint32_t aNumCalls[4];
+    {
+      const FAULT Init("posix_spawnattr_init", Case.Init, 0, Case.Init != 0);
+      const FAULT SetFlags("HOST_posix_spawnattr_setflags", Case.SetFlags, 0, Case.SetFlags != 0);
+      const FAULT Spawn("HOST_posix_spawn", Case.Spawn, 0, Case.Spawn != 0);
+      const FAULT Destroy("posix_spawnattr_destroy", Case.Destroy, 0, Case.Destroy != 0);
+      Result       = SYS_StartProgram(FD_REPORT);
+      aNumCalls[0] = Init.GetNumCalls();
+      aNumCalls[1] = SetFlags.GetNumCalls();
+      aNumCalls[2] = Spawn.GetNumCalls();
+      aNumCalls[3] = Destroy.GetNumCalls();
+    }
+    EXPECT_EQ(Case.Init | Case.SetFlags | Case.Spawn | Case.Destroy, Result);
+    for (const uint32_t NumCalls : aNumCalls) {
+      EXPECT_EQ(1u, NumCalls) << Result;
+    }
+    EXPECT_EQ(Case.IsStarted, wait(nullptr) > 0) << Result;
   }
-  EXPECT_EQ(28, Result);
-  {
-    const FAULT        Flags("HOST_posix_spawnattr_setflags", 1);
-    const FAULT        Destroy("posix_spawnattr_destroy", 16);
-    const CALL_COUNTER Spawn("HOST_posix_spawn");
-    Result     = SYS_StartProgram(FD_REPORT);
-    NumStarted = Spawn.GetNumCalls();
-  }
-  EXPECT_EQ(17, Result);
-  EXPECT_EQ(0u, NumStarted) << "not with descriptors";
-  {
-    const FAULT        Init("posix_spawnattr_init", 12);
-    const CALL_COUNTER Spawn("HOST_posix_spawn");
-    Result     = SYS_StartProgram(FD_REPORT);
-    NumStarted = Spawn.GetNumCalls();
-  }
-  EXPECT_EQ(12, Result);
-  EXPECT_EQ(0u, NumStarted);
 }

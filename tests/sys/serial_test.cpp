@@ -10,6 +10,7 @@
 #include <string>
 
 #include "tests/sys/faults.h"
+#include "tests/sys/high_descriptors.h"
 #include "tests/sys/measure.h"
 #include "tests/sys/pty.h"
 
@@ -151,10 +152,27 @@ TEST(SysSerialEnumerate, FailuresOfTheSearchAreZero) {
 TEST(SysSerialEnumerate, NamesFoundCanBeOpened) {
   PTY Pty;
   PTY_Open(&Pty);
-  SYS_SERIAL_NAME Name;
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  const std::string sPath   = "/dev/cu.usbQuobeTest" + std::to_string(getpid());
+  const std::string sTarget = std::string("/dev/") + Pty.acName;
+  if (symlink(sTarget.c_str(), sPath.c_str()) != 0) {
+    PTY_Close(&Pty);
+    GTEST_SKIP() << "SKIPPED, no link can be made in /dev";
+  }
+  SYS_SERIAL_NAME Name = {};
   std::string     sOutput;
-  ASSERT_EQ(1u, Enumerate("/dev/cu.usbNone", &Name, 1, &sOutput));
-  EXPECT_EQ(nullptr, SYS_SERIAL_Open(Name.ac, 115200));
+  EXPECT_EQ(1u, Enumerate(sPath.c_str(), &Name, 1, &sOutput));
+  SYS_SERIAL_PORT* pPort = SYS_SERIAL_Open(Name.ac, 115200);
+  unlink(sPath.c_str());
+  ASSERT_NE(nullptr, pPort);
+  char c = 0;
+  EXPECT_EQ(1, write(Pty.hMaster, "x", 1));
+  EXPECT_EQ(1, SYS_SERIAL_Read(pPort, &c, 1, 10000));
+  EXPECT_EQ('x', c);
+  EXPECT_EQ(1, SYS_SERIAL_Write(pPort, "y", 1));
+  EXPECT_EQ(1, read(Pty.hMaster, &c, 1));
+  EXPECT_EQ('y', c);
+  SYS_SERIAL_Close(pPort);
   PTY_Close(&Pty);
 }
 
@@ -268,12 +286,52 @@ TEST(SysSerialOpen, DeviceThatIsNoLineIsToldAsThat) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-TEST(SysSerialOpen, MissingDeviceAndTooLongANameAreNullWithoutAWord) {
+TEST(SysSerialOpen, MissingDeviceIsNullWithoutAWord) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(nullptr, SYS_SERIAL_Open("cu.usbNoSuchThing", 115200));
-  const std::string sLong = "pts/" + std::string(200, 'x');
-  EXPECT_EQ(nullptr, SYS_SERIAL_Open(sLong.c_str(), 115200));
   EXPECT_EQ("", testing::internal::GetCapturedStdout());
+}
+
+// The longest name there can be, and the same with one character more: its cut form is that line.
+TEST_F(SysSerialPort, NamesOf122CharactersOpenAndLongerOnesNeverAnother) {
+  const std::string sName  = _Pty.acName;
+  std::string       sSpace = "./";
+  sSpace += std::string(122 - sSpace.size() - sName.size(), '/');
+  const std::string sLongest = sSpace + sName;
+  ASSERT_EQ(122u, sLongest.size());
+  _pPort = SYS_SERIAL_Open(sLongest.c_str(), 115200);
+  EXPECT_NE(nullptr, _pPort);
+  SYS_SERIAL_PORT* pOther;
+  uint32_t         NumOpened;
+  testing::internal::CaptureStdout();
+  {
+    const CALL_COUNTER Opened("open");
+    pOther    = SYS_SERIAL_Open((sLongest + "0").c_str(), 115200);
+    NumOpened = Opened.GetNumCalls();
+  }
+  EXPECT_EQ("", testing::internal::GetCapturedStdout());
+  EXPECT_EQ(nullptr, pOther);
+  EXPECT_EQ(0u, NumOpened);
+}
+
+TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedWithoutAWord) {
+  const HIGH_DESCRIPTORS High;
+  if (High.Get() < 0) {
+    GTEST_SKIP() << "SKIPPED, not 2048 descriptors to be had";
+  }
+  const int        NumBefore = CountDescriptors();
+  SYS_SERIAL_PORT* pPort;
+  uint32_t         NumOpened;
+  testing::internal::CaptureStdout();
+  {
+    const CALL_COUNTER Opened("open");
+    pPort     = SYS_SERIAL_Open(_Pty.acName, 115200);
+    NumOpened = Opened.GetNumCalls();
+  }
+  EXPECT_EQ("", testing::internal::GetCapturedStdout());
+  EXPECT_EQ(nullptr, pPort);
+  EXPECT_EQ(1u, NumOpened);
+  EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
 TEST_F(SysSerialPort, SettingsTheLineDoesNotTakeAreOverlooked) {
@@ -365,7 +423,7 @@ TEST_F(SysSerialPort, AllByteValuesPassUnchangedInBothDirections) {
 
 TEST_F(SysSerialPort, ReadWithTimeOutZeroPolls) {
   Open();
-  char          c;
+  char          c     = 0;
   const int64_t Start = GetMs();
   EXPECT_EQ(0, SYS_SERIAL_Read(_pPort, &c, 1, 0));
   EXPECT_LT(GetMs() - Start, 2000);
@@ -405,6 +463,17 @@ TEST_F(SysSerialPort, ErrorsOfWaitingAndReadingAreMinus1) {
     Result = SYS_SERIAL_Read(_pPort, &c, 1, 10000);
   }
   EXPECT_EQ(-1, Result);
+}
+
+// What tells a device that is gone from a time-out: nothing, and at once.
+TEST_F(SysSerialPort, ReadingFromALineThatIsGoneDoesNotWait) {
+  Open();
+  close(_Pty.hMaster);
+  _Pty.hMaster        = -1;
+  char          c     = 0;
+  const int64_t Start = GetMs();
+  EXPECT_LE(SYS_SERIAL_Read(_pPort, &c, 1, 20000), 0);
+  EXPECT_LT(GetMs() - Start, 10000);
 }
 
 TEST_F(SysSerialPort, WritingToALineThatIsGoneIsMinus1) {

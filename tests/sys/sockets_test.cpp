@@ -10,7 +10,6 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include "tests/sys/faults.h"
+#include "tests/sys/high_descriptors.h"
 #include "tests/sys/measure.h"
 #include "tests/sys/refusing_port.h"
 
@@ -231,6 +231,24 @@ TEST(SysTcpAccept, GivesTheConnectionTheStreamOptions) {
   SYS_SOCKET_Close(hClient);
 }
 
+TEST(SysTcpAccept, AConnectionThatCannotBeTakenIsAnErrorAndGetsNoOptions) {
+  const LISTENER Listener;
+  const int32_t  hClient = SYS_TCP_CreateIPv4();
+  ASSERT_EQ(0, SYS_SOCKET_ConnectIPv4(hClient, LOOPBACK, Listener.Port));
+  GetOptionCalls().clear();
+  int32_t Result;
+  int32_t WithTimeout;
+  {
+    const FAULT Fault("HOST_accept", EMFILE, 0, 2);
+    Result      = SYS_TCP_Accept(Listener.hSocket);
+    WithTimeout = SYS_TCP_AcceptTimeout(Listener.hSocket, 10000);
+  }
+  EXPECT_EQ(-1, Result);
+  EXPECT_EQ(-1, WithTimeout);
+  EXPECT_TRUE(GetOptionCalls().empty());
+  SYS_SOCKET_Close(hClient);
+}
+
 TEST(SysTcpAccept, TellsATimeOutFromAnError) {
   const LISTENER Listener;
   const int64_t  Start = GetMs();
@@ -383,6 +401,19 @@ TEST(SysSocketSend, FullSocketGivesMinus2AndOtherErrorsMinus1) {
   EXPECT_EQ(-1, SYS_SOCKET_Send(-1, "x", 1));
 }
 
+TEST(SysSocketWait, FullSocketIsNotWritable) {
+  const CONNECTION        Pair;
+  const std::vector<char> Data(1 << 20, 'x');
+  EXPECT_EQ(0, SYS_SOCKET_SetNonBlocking(Pair.hClient));
+  int32_t Result = 1;
+  for (int i = 0; i < 100 && Result != 0; i++) {  // the peer's side may still be filling up
+    while (SYS_SOCKET_Send(Pair.hClient, Data.data(), 1 << 20) > 0) {
+    }
+    Result = SYS_SOCKET_WaitWritable(Pair.hClient, 20);
+  }
+  EXPECT_EQ(0, Result);
+}
+
 // Both ends: one made by a create, one accepted.
 TEST(SysSocketSend, BrokenConnectionIsAnErrorAndNoSignal) {
   for (const bool IsAccepted : {false, true}) {
@@ -466,33 +497,18 @@ TEST(SysSocketWait, TimeOutIsSplitIntoSecondsAndMicroseconds) {
 
 // select() sets have 1024 bits; a descriptor behind them must not be set.
 TEST(SysSocketWait, DescriptorsThatSelectDoesNotKnowAreRefused) {
-  struct rlimit Limit;
-  getrlimit(RLIMIT_NOFILE, &Limit);
-  const struct rlimit Wanted = {2048, Limit.rlim_max};
-  if (Limit.rlim_max < 2048 || setrlimit(RLIMIT_NOFILE, &Wanted) != 0) {
+  const LISTENER         Listener;
+  const HIGH_DESCRIPTORS High;
+  if (High.Get() < 0) {
     GTEST_SKIP() << "SKIPPED, not 2048 descriptors to be had";
   }
-  const int hHigh = fcntl(0, F_DUPFD, 1024);
-  ASSERT_GE(hHigh, 1024);
-  EXPECT_EQ(-1, SYS_SOCKET_WaitReadable(hHigh, 0));
-  EXPECT_EQ(-1, SYS_SOCKET_WaitWritable(hHigh, 0));
+  EXPECT_EQ(1024, High.Get());
+  EXPECT_EQ(-1, SYS_SOCKET_WaitReadable(High.Get(), 0));
+  EXPECT_EQ(-1, SYS_SOCKET_WaitWritable(High.Get(), 0));
   EXPECT_EQ(-1, SYS_SOCKET_WaitReadable(-1, 0));
-  close(hHigh);
-
-  const LISTENER   Listener;
-  std::vector<int> Fillers;
-  for (int h = dup(0); h < 1024; h = dup(0)) {
-    ASSERT_GE(h, 0);
-    Fillers.push_back(h);
-  }
-  Fillers.push_back(1024);
   const int NumBefore = CountDescriptors();
   EXPECT_EQ(-1, SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 1000, nullptr));
   EXPECT_EQ(NumBefore, CountDescriptors());
-  for (const int h : Fillers) {
-    close(h);
-  }
-  setrlimit(RLIMIT_NOFILE, &Limit);
 }
 
 // ---- Options ------------------------------------------------------------------------------------
@@ -648,33 +664,113 @@ TEST(SysTcpConnectTimeout, AbortEndsAPendingConnect) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-static uint32_t JumpMs;  // by how much the clock goes on between an attempt and its refusal
+// The clock stands still but for what a test puts on.
+static void FakeClock() {
+  FakeTicks   = 1152921504606846976;
+  IsClockFake = true;
+}
 
-// The first wait is over with nothing to see, the second finds the attempt refused.
-static uint32_t CountPausesAfterAttemptOf(uint32_t Milliseconds) {
+static uint32_t JumpUs;  // by how much the clock goes on between an attempt and its refusal
+
+static const uint32_t NO_PAUSE = 0xFFFFFFFF;
+
+// In microseconds. The first wait is over with nothing to see, the second finds the attempt refused.
+static uint32_t PauseAfterAttemptOf(uint32_t Microseconds) {
   const REFUSING_PORT Refusing;
-  JumpMs           = Milliseconds;
+  JumpUs           = Microseconds;
   NumAskedForAbort = 0;
-  FakeTicks        = 1152921504606846976;
-  IsClockFake      = true;
+  FakeClock();
   uint32_t NumPauses;
   {
     const FAULT        FirstWait("select", 0);
     const CALL_COUNTER Pauses("usleep");
     EXPECT_EQ(-3, SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000, []() -> int32_t {
-      FakeTicks += JumpMs * 1000000ull;
+      FakeTicks += JumpUs * 1000ull;
       return ++NumAskedForAbort == 2;
     }));
     NumPauses = Pauses.GetNumCalls();
   }
   IsClockFake = false;
-  return NumPauses;
+  EXPECT_LE(NumPauses, 1u);
+  return NumPauses == 0 ? NO_PAUSE : LastSleepUs;
 }
 
-TEST(SysTcpConnectTimeout, OnlyAQuickRefusalIsFollowedByAPause) {
-  EXPECT_EQ(1u, CountPausesAfterAttemptOf(0));
-  EXPECT_EQ(1u, CountPausesAfterAttemptOf(9));
-  EXPECT_EQ(0u, CountPausesAfterAttemptOf(10));
+TEST(SysTcpConnectTimeout, PauseMakesARefusalUpToTenMillisecondsInWholeOnes) {
+  EXPECT_EQ(9000u, PauseAfterAttemptOf(0));
+  EXPECT_EQ(9000u, PauseAfterAttemptOf(1));
+  EXPECT_EQ(8000u, PauseAfterAttemptOf(2));
+  EXPECT_EQ(1000u, PauseAfterAttemptOf(8001));
+  EXPECT_EQ(0u, PauseAfterAttemptOf(8002));
+  EXPECT_EQ(0u, PauseAfterAttemptOf(9000));
+  EXPECT_EQ(NO_PAUSE, PauseAfterAttemptOf(9001));
+  EXPECT_EQ(NO_PAUSE, PauseAfterAttemptOf(10000));
+}
+
+TEST(SysTcpConnectTimeout, WaitsTenMillisecondsAtATime) {
+  const REFUSING_PORT Refusing;
+  LastSelectTime = {};
+  EXPECT_EQ(-3,
+            SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000, []() -> int32_t { return 1; }));
+  EXPECT_EQ(0, LastSelectTime.tv_sec);
+  EXPECT_EQ(10000, LastSelectTime.tv_usec);
+}
+
+TEST(SysTcpConnectTimeout, TimeOutOfZeroMakesOneAttempt) {
+  const REFUSING_PORT Refusing;
+  int32_t             Result;
+  uint32_t            NumAttempts;
+  {
+    const CALL_COUNTER Attempts("HOST_socket");
+    Result      = SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 0, nullptr);
+    NumAttempts = Attempts.GetNumCalls();
+  }
+  EXPECT_EQ(-2, Result);
+  EXPECT_EQ(1u, NumAttempts);
+
+  const LISTENER Listener;
+  const int32_t  hClient = SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 0, nullptr);
+  EXPECT_GE(hClient, 0);
+  SYS_SOCKET_Close(hClient);
+}
+
+TEST(SysTcpConnectTimeout, GoesOnWhileNoMoreThanTheTimeOutHasPassed) {
+  const REFUSING_PORT Refusing;
+  NumAskedForAbort = 0;
+  FakeClock();
+  const int32_t Result = SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 700, []() -> int32_t {
+    FakeTicks += ++NumAskedForAbort == 1 ? 700000000 : 1000000;
+    return 0;
+  });
+  IsClockFake          = false;
+  EXPECT_EQ(-2, Result);
+  EXPECT_EQ(2, NumAskedForAbort) << "on at 700 ms, over at 701 ms";
+}
+
+TEST(SysTcpConnectTimeout, AbortCountsMoreThanATimeOutAtTheSameMoment) {
+  const REFUSING_PORT Refusing;
+  FakeClock();
+  const int32_t Result = SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 700, []() -> int32_t {
+    FakeTicks += 5000000000;
+    return 1;
+  });
+  IsClockFake          = false;
+  EXPECT_EQ(-3, Result);
+}
+
+TEST(SysTcpConnectTimeout, ConnectThatFailsAtOnceIsARefusalLikeAnyOther) {
+  const LISTENER Listener;
+  const int      NumBefore = CountDescriptors();
+  int32_t        hClient;
+  uint32_t       NumAttempts;
+  {
+    const FAULT Fault("connect", ENETUNREACH, 0, 2);
+    hClient     = SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 20000, nullptr);
+    NumAttempts = Fault.GetNumCalls();
+  }
+  EXPECT_GE(hClient, 0);
+  EXPECT_EQ(3u, NumAttempts);
+  SYS_SOCKET_Close(hClient);
+  EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
 // A listener whose backlog is full drops what else comes in: a peer that says nothing at all.
@@ -766,6 +862,26 @@ TEST(SysTcpConnectTimeout, WaitThatASignalInterruptsGoesOn) {
   EXPECT_GE(hClient, 0);
   EXPECT_EQ(1u, NumAttempts);
   SYS_SOCKET_Close(hClient);
+}
+
+// A wait that fails does not wait: only a signal's is tried again at once.
+TEST(SysTcpConnectTimeout, WaitThatFailsDoesNotSpin) {
+  const LISTENER Listener;
+  for (const int Error : {EINTR, EBADF}) {
+    int32_t  hClient;
+    uint32_t NumSleeps;
+    {
+      const FAULT        Fault("select", Error, 0, 3);
+      const CALL_COUNTER Sleeps("usleep");
+      LastSleepUs = 0;
+      hClient     = SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 10000, nullptr);
+      NumSleeps   = Sleeps.GetNumCalls();
+    }
+    EXPECT_GE(hClient, 0);
+    EXPECT_EQ(Error == EINTR ? 0u : 3u, NumSleeps);
+    EXPECT_EQ(Error == EINTR ? 0u : 10000u, LastSleepUs);
+    SYS_SOCKET_Close(hClient);
+  }
 }
 
 // Runs Body while a peer accepts each connection and closes it at once, by a reset.

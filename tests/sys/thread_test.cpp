@@ -47,6 +47,22 @@ static bool Soon(CONDITION IsTrue) {
   return false;
 }
 
+// What Body ends of the system's objects.
+struct ENDED {
+  uint32_t NumMutexes;
+  uint32_t NumAttributes;
+  uint32_t NumConditions;
+  bool     operator==(const ENDED&) const = default;
+};
+template <typename BODY>
+static ENDED CountEnded(BODY Body) {
+  const CALL_COUNTER Mutexes("pthread_mutex_destroy");
+  const CALL_COUNTER Attributes("pthread_mutexattr_destroy");
+  const CALL_COUNTER Conditions("pthread_cond_destroy");
+  Body();
+  return {Mutexes.GetNumCalls(), Attributes.GetNumCalls(), Conditions.GetNumCalls()};
+}
+
 // ---- Mutexes ------------------------------------------------------------------------------------
 
 TEST(SysMutex, The65thIsRefusedAndAFreedSlotIsTheNextToBeUsed) {
@@ -214,6 +230,16 @@ TEST(SysMutex, AClockThatCannotBeReadEndsTheWait) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
+TEST(SysMutex, DestroyingEndsTheMutexAndItsAttributeOnce) {
+  SYS_MUTEX*  pMutex = SYS_MUTEX_Create("ends");
+  SYS_MUTEX*  pStale = pMutex;
+  const ENDED Ended  = CountEnded([&] {
+    SYS_MUTEX_Destroy(&pMutex);
+    SYS_MUTEX_Destroy(&pStale);
+  });
+  EXPECT_TRUE((Ended == ENDED{1, 1, 0}));
+}
+
 // ---- Locks --------------------------------------------------------------------------------------
 
 static SYS_LOCK StaticLock;
@@ -246,6 +272,22 @@ TEST(SysLock, ARecordNotCreatedIsRefusedAndMayBeCreatedAgain) {
   }
   EXPECT_EQ(-1, Result);
   EXPECT_EQ(-1, SYS_LOCK_Lock(&StaticLock, 0));
+}
+
+TEST(SysLock, NullIsRefused) {
+  EXPECT_EQ(-1, SYS_LOCK_Create(nullptr));
+  EXPECT_EQ(-1, SYS_LOCK_Lock(nullptr, FOREVER));
+  EXPECT_EQ(1, SYS_LOCK_Unlock(nullptr));
+  SYS_LOCK_Destroy(nullptr);
+}
+
+TEST(SysLock, DestroyingEndsTheMutexOnce) {
+  const ENDED Ended = CountEnded([] {
+    SYS_LOCK_Create(&StaticLock);
+    SYS_LOCK_Destroy(&StaticLock);
+    SYS_LOCK_Destroy(&StaticLock);
+  });
+  EXPECT_TRUE((Ended == ENDED{1, 1, 0}));
 }
 
 // ---- Events -------------------------------------------------------------------------------------
@@ -371,20 +413,58 @@ TEST(SysEvent, BadHandlesAreRefused) {
   EXPECT_EQ(0u, pStale->Signalled);
 }
 
-TEST(SysEvent, CreationThatFailsTakesNoSlot) {
+TEST(SysEvent, CreationThatFailsTakesNoSlotAndDestroysTheMutex) {
   SYS_EVENT* pSlot = SYS_EVENT_Create(0, 0);
   SYS_EVENT_Destroy(pSlot);
-  for (const char* sCall : {"pthread_mutex_init", "pthread_cond_init"}) {
+  const struct {
+    const char* sCall;
+    uint32_t    NumDestroyed;
+  } Cases[] = {{"pthread_mutex_init", 0}, {"pthread_cond_init", 1}};
+  for (const auto& Case : Cases) {
     SYS_EVENT* pEvent;
+    uint32_t   NumDestroyed;
     {
-      const FAULT Fault(sCall, ENOMEM);
-      pEvent = SYS_EVENT_Create(0, 0);
+      const FAULT        Fault(Case.sCall, ENOMEM);
+      const CALL_COUNTER Mutexes("pthread_mutex_destroy");
+      pEvent       = SYS_EVENT_Create(0, 0);
+      NumDestroyed = Mutexes.GetNumCalls();
     }
-    EXPECT_EQ(NoEvent(), pEvent) << sCall;
+    EXPECT_EQ(NoEvent(), pEvent) << Case.sCall;
+    EXPECT_EQ(Case.NumDestroyed, NumDestroyed) << Case.sCall;
     pEvent = SYS_EVENT_Create(0, 0);
     EXPECT_EQ(pSlot, pEvent);
     SYS_EVENT_Destroy(pEvent);
   }
+}
+
+TEST(SysEvent, DestroyingEndsTheMutexAndTheConditionOnce) {
+  SYS_EVENT*  pEvent = SYS_EVENT_Create(0, 0);
+  const ENDED Ended  = CountEnded([=] {
+    SYS_EVENT_Destroy(pEvent);
+    SYS_EVENT_Destroy(pEvent);
+  });
+  EXPECT_TRUE((Ended == ENDED{1, 0, 1}));
+}
+
+TEST(SysEvent, SettingWakesOneWaiterByOneCall) {
+  SYS_EVENT* pEvent = SYS_EVENT_Create(0, 0);
+  uint32_t   NumSet;
+  uint32_t   NumRefused;
+  {
+    const CALL_COUNTER Signal("pthread_cond_signal");
+    SYS_EVENT_Set(pEvent);
+    NumSet = Signal.GetNumCalls();
+  }
+  {
+    const CALL_COUNTER Signal("pthread_cond_signal");
+    const FAULT        Lock("pthread_mutex_lock", EINVAL);
+    SYS_EVENT_Set(pEvent);
+    SYS_EVENT_Set(NoEvent());
+    NumRefused = Signal.GetNumCalls();
+  }
+  EXPECT_EQ(1u, NumSet);
+  EXPECT_EQ(0u, NumRefused);
+  SYS_EVENT_Destroy(pEvent);
 }
 
 TEST(SysEvent, ErrorsOfTheSystemAreNoTimeOuts) {
@@ -562,6 +642,15 @@ TEST(SysThread, CancellingEndsAWaitForAnEventAndLeavesTheEventUsable) {
   SYS_EVENT_Set(pNeverSet);
   EXPECT_EQ(0, SYS_EVENT_Wait(pNeverSet, 0));
   SYS_EVENT_Destroy(pNeverSet);
+}
+
+TEST(SysThread, CancellingTellsTheSystemsError) {
+  int32_t Result;
+  {
+    const FAULT Fault("pthread_cancel", ESRCH);
+    Result = SYS_THREAD_Cancel(SYS_THREAD_GetCurrentId());
+  }
+  EXPECT_EQ(ESRCH, Result);
 }
 
 TEST(SysThread, ExitCodeIsAlwaysStillRunning) {
