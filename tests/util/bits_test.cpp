@@ -129,6 +129,8 @@ TEST(UtilReadBits, ReadsNoByteBehindTheField) {
     EXPECT_EQ(0xFFFFFFFFu, UTIL_ReadBits32(Field32.data(), Shift));
     UTIL_WriteBits32(Field32.data(), Shift, 0);
     EXPECT_EQ(0u, UTIL_ReadBits32(Field32.data(), Shift));
+    EXPECT_EQ(0u, UTIL_ReadBits(Field.data(), 8 * (uint32_t)Field.size() + Shift, 0));
+    EXPECT_EQ(0u, UTIL_ReadBits(nullptr, Shift, 0));
   }
 }
 
