@@ -15,7 +15,7 @@
 static const int NUM_RANDOM = 100000;
 
 TEST(UtilBits, EveryRowOfTheTablesHolds) {
-  EXPECT_LT(110, VECTORS_RunBits(ReportRow));
+  EXPECT_LT(280, VECTORS_RunBits(ReportRow));
 }
 
 // Numbers of variable length
