@@ -31,7 +31,8 @@ uint32_t UTIL_AbsDiff64(int64_t A, int64_t B);
 //
 // Exact while the indices of the highest set bits of A and B add up to less than 62; above that it
 // is computed in double precision, product and sum rounded one after the other, so that only the
-// first 15 or 16 digits count, and a result that does not fit gives all bits set. C must not be 0; the result is then 0.
+// first 15 or 16 digits count, and a result that does not fit gives all bits set. C must not be 0;
+// the result is then 0.
 uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C);
 
 // Long division by shifting and subtracting, for targets without a divide instruction. The divisor
