@@ -26,7 +26,12 @@ int32_t UTIL_DoRangesOverlap(uint64_t BaseA, uint64_t SizeA, uint64_t BaseB, uin
   if (SizeA == 0 || SizeB == 0) {
     return 0;
   }
-  return BaseA <= BaseB + SizeB - 1 && BaseB <= BaseA + SizeA - 1;
+  const uint64_t LastA = BaseA + SizeA - 1;
+  const uint64_t LastB = BaseB + SizeB - 1;
+  if (LastA < BaseA || LastB < BaseB) {
+    return 0;  // one of them wraps
+  }
+  return BaseA <= LastB && BaseB <= LastA;
 }
 
 uint32_t UTIL_GetGCD(uint32_t A, uint32_t B) {
@@ -56,7 +61,7 @@ uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C) {
   if (UTIL_GetHighestBit64(A) + UTIL_GetHighestBit64(B) < 62) {
     return (A * B + C / 2) / C;
   }
-  // In steps: a fused multiply-add would round differently from machine to machine.
+  // Product and sum round one after the other; the build keeps compilers from fusing them.
   const uint64_t HalfC   = C / 2;
   const double   Product = (double)B * (double)A;
   const double   Sum     = (double)HalfC + Product;

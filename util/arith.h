@@ -30,8 +30,9 @@ uint32_t UTIL_AbsDiff64(int64_t A, int64_t B);
 // A * B / C, rounded half up.
 //
 // Exact while the indices of the highest set bits of A and B add up to less than 62; above that it
-// is computed in double precision, so that only the first 15 or 16 digits count, and a result that
-// does not fit gives all bits set. C must not be 0; the result is then 0.
+// is computed in double precision, product and sum rounded one after the other, so that only the
+// first 15 or 16 digits count, and a result that does not fit gives all bits set. C must not be 0;
+// the result is then 0.
 uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C);
 
 // Long division by shifting and subtracting, for targets without a divide instruction. The divisor
@@ -57,6 +58,12 @@ int32_t UTIL_GetDaysDiff(uint32_t DateA, uint32_t DateB);
 // buckets over [Low, High] and takes the centre of the bucket that a rank falls into. While a bucket
 // is wider than Resolution its range is counted again, in 800 buckets; a rank outside of [Low, High]
 // is looked for there in the same way. At most 10 such levels.
+//
+// The ranks are those of NumSamples / 4, NumSamples / 2 and NumSamples - NumSamples / 4 samples,
+// counted from the smallest as 1; a rank of 0, of fewer than four samples, counts as 1. A bucket's
+// width is fractional, (High - Low + 1) / NumBuckets, and its edges, multiples of that width rounded
+// down, are the ends of the range that is counted again; only the comparison with Resolution takes
+// the width's integer part. Counters have 32 bits and cannot overflow, as NumSamples has no more.
 //
 // Samples must be NumSamples values. pBuckets is the caller's memory of NumBuckets counters, at
 // least one; its contents do not matter. A sample at the very top belongs to the last bucket.

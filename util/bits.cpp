@@ -45,7 +45,7 @@ static uint64_t LoadBytes(const uint8_t* p, uint32_t NumBytes) {
 }
 
 uint16_t UTIL_ReadBits(const void* pBuffer, uint32_t BitOffset, uint32_t NumBits) {
-  if (NumBits > MAX_FIELD_BITS) {
+  if (NumBits == 0 || NumBits > MAX_FIELD_BITS) {
     return 0;
   }
   const uint8_t* p     = (const uint8_t*)pBuffer + BitOffset / 8;

@@ -4,9 +4,9 @@
 // and numbers of variable length.
 //
 // Bit k of a buffer is bit k % 8 of byte k / 8, bit 0 being the least significant; a field holds its
-// least significant bit first. Offsets, widths and counts are in bits. No pointer needs an alignment
-// and none may be NULL unless stated otherwise. No allocation, no state but one table; any thread
-// may call these on buffers of its own.
+// least significant bit first. Offsets, widths and counts are in bits. A buffer of bytes needs no
+// alignment, an array of wider values that of its type; no pointer may be NULL unless stated
+// otherwise. No allocation, no state but one table; any thread may call these on buffers of its own.
 
 #ifndef UTIL_BITS_H
 #define UTIL_BITS_H
@@ -25,7 +25,8 @@ void UTIL_WriteLEB128(uint8_t** pp, uint64_t Value);
 
 // Fields
 
-// A field of 0 to 16 bits; 0 when NumBits is above 16. Only the bytes that hold the field are read.
+// A field of 0 to 16 bits; 0 when NumBits is above 16. Only the bytes that hold the field are read,
+// for a width of 0 none.
 uint16_t UTIL_ReadBits(const void* pBuffer, uint32_t BitOffset, uint32_t NumBits);
 
 // A field of 32 bits: reads 4 bytes, and a fifth when the offset is not that of a byte.

@@ -4,7 +4,7 @@
 // target or a wire.
 //
 // LE is little-endian (least significant byte first), BE big-endian; functions ending in Order take
-// the order as a flag, 0 for LE and any other value for BE. No pointer needs an alignment. Pointers
+// the order as a flag, 0 for LE and any other value for BE. No data needs an alignment. Pointers
 // must not be NULL unless the count is 0. No allocation; any thread may call these on memory of its
 // own. The array swaps run over whole memory images: they ask once which instructions the processor
 // has and remember the answer, which changes nothing but the time they take.
@@ -64,7 +64,7 @@ void UTIL_SwapArrayU16(void* pDest, const void* pSource, uint32_t NumItems);
 void UTIL_SwapArrayU32(void* pDest, const void* pSource, uint32_t NumItems);
 void UTIL_SwapArrayU64(void* pDest, const void* pSource, uint32_t NumItems);
 
-// Swaps of target memory, in the units in which a bus accesses it
+// Swaps of target memory, in the units in which a bus accesses it unless flags leave out some
 
 static const uint32_t UTIL_SWAP_NO_U16 = 0x40000000;  // leave out the steps with 2-byte units
 static const uint32_t UTIL_SWAP_NO_U32 = 0x80000000;  // leave out the step with 4-byte units

@@ -110,14 +110,17 @@ int32_t UTIL_ParseUntil(const char** ps, char* pBuffer, uint32_t BufferSize, cha
 // A value in double quotes ends at the closing quote, which is consumed, or at NUL, LF or CR; a
 // plain one at NUL, LF, CR or SPACE, or at a '"', which is consumed. A ',' is part of a value.
 // When BufferSize - 1 characters are stored the scan stops where it is, on purpose: the rest of the
-// value stays in the text, and so does a closing quote right behind them.
+// value stays in the text, and so does a closing quote right behind them. The next call begins there
+// and takes such a quote for an opening one: give a buffer of two characters more than the longest
+// quoted value.
 // Nothing happens when pBuffer is NULL or BufferSize is 0.
 void UTIL_ParseQuotedString(const char** ps, char* pBuffer, uint32_t BufferSize);
 
 // Reads the key of a line "key: value" (or such a value): white space, then a text in double quotes
 // up to the closing quote, which is consumed (LF and CR belong to the text), or a plain one up to
 // NUL, LF, CR, SPACE or ':', which is not. What exceeds BufferSize - 1 characters is consumed and
-// dropped. An empty plain text is a success that leaves the cursor where it was.
+// dropped. An empty plain text is a success that leaves the cursor where it was, in front of the
+// white space, which is to be skipped before the ':' can be taken.
 //
 // Returns 0, or all bits set when pBuffer is NULL, BufferSize is 0, or the closing quote is missing.
 // In the last case pBuffer holds the characters up to the end WITHOUT a terminator behind them.

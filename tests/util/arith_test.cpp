@@ -31,6 +31,25 @@ TEST(UtilRanges, AgreeWithAModelThatListsTheAddresses) {
   }
 }
 
+TEST(UtilRanges, RangesThatWrapHoldNothing) {
+  // The last 64 addresses, one bit for each.
+  const uint64_t First = UINT64_MAX - 63;
+  std::mt19937   Random(8);
+  for (int i = 0; i < NUM_RANDOM; i++) {
+    const uint32_t BaseA = (uint32_t)Random() % 64, SizeA = (uint32_t)Random() % 20;
+    const uint32_t BaseB = (uint32_t)Random() % 64, SizeB = (uint32_t)Random() % 20;
+    uint64_t       A = 0, B = 0;
+    for (uint32_t k = 0; k < 64; k++) {
+      A |= BaseA + SizeA <= 64 && k >= BaseA && k < BaseA + SizeA ? 1ull << k : 0;
+      B |= BaseB + SizeB <= 64 && k >= BaseB && k < BaseB + SizeB ? 1ull << k : 0;
+    }
+    const int32_t Expected = (A & B) != 0 ? 1 : 0;
+    ASSERT_EQ(Expected, UTIL_DoRangesOverlap(First + BaseA, SizeA, First + BaseB, SizeB));
+    ASSERT_EQ(Expected, UTIL_DoRangesOverlap(First + BaseB, SizeB, First + BaseA, SizeA));
+    ASSERT_EQ((A >> BaseB) % 2, (uint64_t)UTIL_IsAddrInRange(First + BaseB, First + BaseA, SizeA));
+  }
+}
+
 TEST(UtilGetGCD, AgreesWithTheStandardLibrary) {
   std::mt19937_64 Random(2);
   for (int i = 0; i < NUM_RANDOM; i++) {
@@ -48,6 +67,42 @@ TEST(UtilAbsDiff, AgreesWithWiderArithmetic) {
     const int64_t Diff32 = (int64_t)(int32_t)A - (int32_t)B;
     ASSERT_EQ((uint32_t)std::abs(Diff32), UTIL_AbsDiff32((int32_t)A, (int32_t)B));
   }
+}
+
+// The sum of the indices of the highest set bits, by halving.
+static int SumOfIndices(uint64_t A, uint64_t B) {
+  int Sum = -2;
+  for (; A > 0; A /= 2) {
+    Sum++;
+  }
+  for (; B > 0; B /= 2) {
+    Sum++;
+  }
+  return Sum;
+}
+
+TEST(UtilMulDivRound, LargeProductsRoundAfterEveryStep) {
+  std::mt19937_64 Random(9);
+  int             NumInDoubles = 0;
+  for (int i = 0; i < 4 * NUM_RANDOM; i++) {
+    const uint64_t A = NextOfAnySize(&Random), B = NextOfAnySize(&Random);
+    const uint64_t C = NextOfAnySize(&Random) | 1;
+    if (SumOfIndices(A, B) < 62) {
+      continue;
+    }
+    NumInDoubles++;
+    // Through memory, so that no step can be fused with the next one.
+    volatile double Step    = (double)A;
+    volatile double Other   = (double)B;
+    Step                    = Step * Other;
+    Other                   = (double)(C / 2);
+    Step                    = Step + Other;
+    Other                   = (double)C;
+    Step                    = Step / Other;
+    const uint64_t Expected = Step >= 18446744073709551616.0 ? UINT64_MAX : (uint64_t)Step;
+    ASSERT_EQ(Expected, UTIL_MulDivRound(A, B, C)) << A << " " << B << " " << C;
+  }
+  EXPECT_LT(NUM_RANDOM, NumInDoubles);
 }
 
 TEST(UtilMulDivRound, IsExactOrAsGoodAsADouble) {
@@ -114,6 +169,27 @@ TEST(UtilGetDaysDiff, AgreesWithACountDayByDay) {
     if (Dates[A] < 21000000) {
       ASSERT_EQ((int64_t)A - (int64_t)B, UTIL_GetDaysDiff(Dates[A] - 20000000, Dates[B]));
     }
+  }
+}
+
+TEST(UtilGetDaysDiff, DatesBefore2002CountAsDaysOf2001) {
+  static const uint32_t aLength[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  std::mt19937          Random(10);
+  uint32_t              aDate[2];
+  int32_t               aDay[2];
+  for (int i = 0; i < NUM_RANDOM; i++) {
+    for (int k = 0; k < 2; k++) {
+      const uint32_t Year   = 1000 + (uint32_t)Random() % 1002;
+      const uint32_t Month  = 1 + (uint32_t)Random() % 12;
+      const bool     IsLeap = Year % 400 == 0 || (Year % 4 == 0 && Year % 100 != 0);
+      const uint32_t Day    = 1 + (uint32_t)Random() % aLength[Month - 1];
+      aDate[k]              = Year * 10000 + Month * 100 + Day;
+      aDay[k]               = (int32_t)std::accumulate(aLength, aLength + Month - 1, Day) +
+                (Month > 2 && IsLeap ? 1 : 0);
+    }
+    ASSERT_EQ(aDay[0] - aDay[1], UTIL_GetDaysDiff(aDate[0], aDate[1]))
+        << aDate[0] << " " << aDate[1];
+    ASSERT_EQ(aDay[0] - 366, UTIL_GetDaysDiff(aDate[0], 20020101)) << aDate[0];
   }
 }
 

@@ -158,15 +158,16 @@ TEST_P(UtilSwapArray, InPlaceAtEveryLengthAndAlignment) {
 }
 
 TEST_P(UtilSwapArray, IntoAnotherBufferAtEveryLengthAndAlignment) {
-  const size_t UnitSize = GetParam().UnitSize;
-  for (uint32_t NumItems = 0; NumItems <= 300; NumItems += NumItems < 70 ? 1 : 23) {
+  const size_t         UnitSize = GetParam().UnitSize;
+  std::vector<uint8_t> Dest, Expected;  // here, so that a round reuses their memory
+  for (uint32_t NumItems = 0; NumItems <= 300; NumItems++) {
     const std::vector<uint8_t> Source   = RandomBytes(2 * CANARY + NumItems * UnitSize);
     const std::vector<uint8_t> Original = RandomBytes(2 * CANARY + NumItems * UnitSize);
-    for (size_t AlignSource = 0; AlignSource < 32; AlignSource += 3) {
+    for (size_t AlignSource = 0; AlignSource < 32; AlignSource++) {
       const std::vector<uint8_t> Result = Swapped(Source, AlignSource, NumItems, UnitSize);
       for (size_t AlignDest = 0; AlignDest < 32; AlignDest++) {
-        std::vector<uint8_t> Dest     = Original;
-        std::vector<uint8_t> Expected = Original;
+        Dest     = Original;
+        Expected = Original;
         std::copy_n(Result.begin() + (long)AlignSource, NumItems * UnitSize,
                     Expected.begin() + (long)AlignDest);
         GetParam().pf(&Dest[AlignDest], &Source[AlignSource], NumItems);
@@ -212,6 +213,24 @@ TEST(UtilSwapTargetMem, SwapsInTheUnitsOfTheBusAtEveryLengthAndAddress) {
         std::fill(Buffer.begin(), Buffer.end(), (uint8_t)0xEE);
         UTIL_CopySwapTargetMem(&Buffer[Align], Bytes.data(), Addr, NumBytes);
         ASSERT_EQ(Whole, Buffer) << NumBytes << " " << Addr;
+      }
+    }
+  }
+}
+
+// What is left of the steps: 2-byte units alone, or 4-byte units alone, from the first even address;
+// with neither nothing.
+TEST(UtilSwapTargetMem, FlagsLeaveOutSteps) {
+  for (uint32_t Flags : {0x40000000u, 0x80000000u, 0xC0000000u}) {
+    const size_t UnitSize = Flags == 0x40000000 ? 4 : Flags == 0x80000000 ? 2 : 1;
+    for (uint32_t NumBytes = 0; NumBytes <= 300; NumBytes++) {
+      for (uint32_t Addr = 0x20000000; Addr < 0x20000004; Addr++) {
+        const size_t               First    = Addr % 2;
+        const size_t               Units    = NumBytes < First ? 0 : (NumBytes - First) / UnitSize;
+        std::vector<uint8_t>       Buffer   = RandomBytes(NumBytes + 2 * CANARY);
+        const std::vector<uint8_t> Expected = Swapped(Buffer, CANARY + First, Units, UnitSize);
+        UTIL_SwapTargetMem(&Buffer[CANARY], Addr, NumBytes, Flags);
+        ASSERT_EQ(Expected, Buffer) << Flags << " " << NumBytes << " " << Addr;
       }
     }
   }

@@ -49,6 +49,16 @@ TEST(UtilEatChar, TakesOnlyTheExpectedCharacter) {
   EXPECT_EQ(sText + 2, s);
 }
 
+TEST(UtilEatChar, ZeroTakesTheTerminator) {
+  const char  acText[] = "a\0b";
+  const char* s        = acText;
+  EXPECT_EQ(-1, UTIL_EatChar(&s, 0));
+  EXPECT_EQ(acText, s);
+  EXPECT_EQ(0, UTIL_EatChar(&s, 'a'));
+  EXPECT_EQ(0, UTIL_EatChar(&s, 0));
+  EXPECT_EQ(acText + 2, s);
+}
+
 TEST(UtilFindChar, GivesTheFirstIndexAndNeverTheTerminator) {
   EXPECT_EQ(0, UTIL_FindChar("abca", 'a'));
   EXPECT_EQ(2, UTIL_FindChar("abca", 'c'));
@@ -185,6 +195,24 @@ TEST(UtilParseToken, TakesOneWordOrTellsWhyNot) {
 TEST(UtilParseToken, SizeZeroWritesNothing) {
   const char* s = " ";
   EXPECT_STREQ("Maximum string length exceeded", UTIL_ParseToken(&s, nullptr, 0, '='));
+  VALUE_BUFFER Buffer;
+  s = " word";
+  EXPECT_STREQ("Maximum string length exceeded", UTIL_ParseToken(&s, Buffer.ac, 0, '='));
+  EXPECT_STREQ("word", s);
+  EXPECT_TRUE(Buffer.IsIntactFrom(0));
+}
+
+TEST(UtilParseToken, EndOfAWordAsTheDelimiterChangesNothing) {
+  for (char Delimiter : {'\0', ' ', '\n'}) {
+    for (const char* sRest : {"", " c", "\nc", "\rc"}) {
+      VALUE_BUFFER      Buffer;
+      const std::string Text = std::string(" a\tb=") + sRest;
+      const char*       s    = Text.c_str();
+      EXPECT_EQ(nullptr, UTIL_ParseToken(&s, Buffer.ac, 10, Delimiter));
+      EXPECT_STREQ("a\tb=", Buffer.ac);
+      EXPECT_STREQ(sRest, s);
+    }
+  }
 }
 
 TEST(UtilParseUntil, TakesInnerAndTrailingBlanksAndTheDelimiter) {
@@ -212,6 +240,23 @@ TEST(UtilParseUntil, CutsAValueThatReachesTheBufferSizeAndConsumesItWhole) {
   }
 }
 
+TEST(UtilParseUntil, DelimiterMayBeWhiteSpaceOrTheEndOfTheText) {
+  VALUE_BUFFER Buffer;
+  const char*  sText = " a b\nc";
+  const char*  s     = sText;
+  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, ' '));
+  EXPECT_STREQ("a", Buffer.ac);
+  EXPECT_STREQ("b\nc", s);
+  s = sText;
+  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, '\n'));
+  EXPECT_STREQ("a b", Buffer.ac);
+  EXPECT_STREQ("c", s);
+  s = sText;
+  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, 0));
+  EXPECT_STREQ("a b\nc", Buffer.ac);
+  EXPECT_EQ(sText + 6, s);
+}
+
 TEST(UtilParseUntil, SizeZeroWritesNothingAndTellsSo) {
   const char* s = "a;b";
   EXPECT_EQ(1, UTIL_ParseUntil(&s, nullptr, 0, ';'));
@@ -220,6 +265,23 @@ TEST(UtilParseUntil, SizeZeroWritesNothingAndTellsSo) {
 
 TEST(UtilParseQuotedString, ReadsOneEntryOfAList) {
   EXPECT_LT(18, VECTORS_RunParseQuotedString(ReportRow));
+}
+
+TEST(UtilParseQuotedString, NextCallBeginsInsideAValueThatWasCut) {
+  VALUE_BUFFER Buffer;
+  const char*  s = "\"abcdef\",x";
+  UTIL_ParseQuotedString(&s, Buffer.ac, 4);
+  EXPECT_STREQ("abc", Buffer.ac);
+  UTIL_ParseQuotedString(&s, Buffer.ac, 10);
+  EXPECT_STREQ("def", Buffer.ac);
+  EXPECT_STREQ("x", s);
+  // A closing quote that was left behind opens the next value.
+  s = "\"abc\",x";
+  UTIL_ParseQuotedString(&s, Buffer.ac, 4);
+  EXPECT_STREQ("abc", Buffer.ac);
+  UTIL_ParseQuotedString(&s, Buffer.ac, 10);
+  EXPECT_STREQ(",x", Buffer.ac);
+  EXPECT_STREQ("", s);
 }
 
 TEST(UtilParseQuotedString, WithoutABufferNothingHappens) {
@@ -352,6 +414,119 @@ TEST(UtilParseInt, AgreesWithAModelOverRandomTexts) {
           << Text;
     }
   }
+}
+
+// The other scanners of numbers, in terms of the model above.
+
+static bool ModelTakeInt(const std::string& Text, size_t* pPos, int64_t* pValue) {
+  size_t Len = 0;
+  if (!ModelParseInt(Text.substr(*pPos), false, pValue, &Len)) {
+    return false;
+  }
+  *pPos += Len;
+  return true;
+}
+
+static bool ModelTakeDot(const std::string& Text, size_t* pPos) {
+  const bool IsThere = Text.compare(*pPos, 1, ".") == 0;
+  *pPos += IsThere ? 1 : 0;
+  return IsThere;
+}
+
+TEST(UtilParseHex, AgreesWithAModelOverRandomTexts) {
+  std::mt19937 Random(7);
+  for (int i = 0; i < 100000; i++) {
+    const std::string Text     = RandomText(&Random, "  \t-00xX123456789aFgv", 24);
+    int64_t           Expected = UNTOUCHED, Expected32 = 0;
+    size_t            Len = 0, Len32 = 0;
+    const bool        IsGood   = ModelParseInt(Text, true, &Expected, &Len);
+    const bool        IsGood32 = ModelParseInt(Text, false, &Expected32, &Len32);
+    const char*       s        = Text.c_str();
+    uint64_t          Value    = UNTOUCHED;
+    ASSERT_EQ(IsGood ? 0 : -1, UTIL_ParseHex(&s, &Value)) << Text;
+    ASSERT_EQ((uint64_t)Expected, Value) << Text;
+    ASSERT_EQ(Len, (size_t)(s - Text.c_str())) << Text;
+    uint32_t U32 = 77;
+    s            = Text.c_str();
+    ASSERT_EQ(IsGood ? 0 : -1, UTIL_ParseHex32(&s, &U32)) << Text;
+    ASSERT_EQ(IsGood ? (uint32_t)Expected : 0, U32) << Text;
+    ASSERT_EQ(Len, (size_t)(s - Text.c_str())) << Text;
+    int32_t I32 = 77;
+    s           = Text.c_str();
+    UTIL_ParseInt32(&s, &I32);
+    ASSERT_EQ(IsGood32 ? (int32_t)Expected32 : 0, I32) << Text;
+    ASSERT_EQ(Len32, (size_t)(s - Text.c_str())) << Text;
+  }
+}
+
+TEST(UtilParseVersion, AgreesWithAModelOverRandomTexts) {
+  std::mt19937 Random(8);
+  int          NumGood = 0;
+  for (int i = 0; i < 100000; i++) {
+    std::string Text = RandomText(&Random, " V-", 2) + RandomText(&Random, "0129", 2) +
+                       RandomText(&Random, "...x ", 1) + RandomText(&Random, "0129 ", 3) +
+                       RandomText(&Random, "azA{\xE4\t", 2);
+    int64_t Major = 0, Minor = 0, Revision = 0;
+    size_t  Pos = std::min(Text.find_first_not_of(" \t"), Text.size());
+    Pos += Text.compare(Pos, 1, "V") == 0 ? 1 : 0;
+    bool IsGood = ModelTakeInt(Text, &Pos, &Major);
+    IsGood      = ModelTakeDot(Text, &Pos) && IsGood;
+    IsGood      = ModelTakeInt(Text, &Pos, &Minor) && IsGood;
+    if (IsGood && Pos < Text.size()) {
+      const size_t Letter = std::string("abcdefghijklmnopqrstuvwxyz").find(Text[Pos]);
+      IsGood              = Letter != std::string::npos;
+      Revision            = IsGood ? (int64_t)Letter + 1 : (int64_t)(int8_t)Text[Pos];
+      Pos++;
+    }
+    NumGood += IsGood ? 1 : 0;
+    const char* s        = Text.c_str();
+    uint32_t    aValue[] = {77, 77, 77};
+    ASSERT_EQ(IsGood ? 0 : -1, UTIL_ParseVersion(&s, &aValue[0], &aValue[1], &aValue[2])) << Text;
+    ASSERT_EQ((uint32_t)Major, aValue[0]) << Text;
+    ASSERT_EQ((uint32_t)Minor, aValue[1]) << Text;
+    ASSERT_EQ((uint32_t)Revision, aValue[2]) << Text;
+    ASSERT_EQ(Pos, (size_t)(s - Text.c_str())) << Text;
+  }
+  EXPECT_LT(5000, NumGood);
+}
+
+TEST(UtilDottedNumbers, AgreeWithAModelOverRandomTexts) {
+  std::mt19937 Random(9);
+  int          NumAddrs = 0, NumDotted = 0;
+  for (int i = 0; i < 100000; i++) {
+    std::string Text;
+    for (int k = 0; k < 4; k++) {
+      Text += RandomText(&Random, " -", Random() % 8 == 0 ? 1 : 0);
+      Text += std::to_string(Random() % (Random() % 8 == 0 ? 70000 : 256));
+      Text += Random() % 12 == 0 ? RandomText(&Random, ".x a", 2) : ".";
+    }
+    Text.resize(Text.size() - Random() % 2);
+    size_t   Pos  = 0;
+    bool     IsIP = true;
+    uint32_t Addr = 0;
+    for (int k = 0; k < 4; k++) {
+      int64_t Value = 0;
+      IsIP = IsIP && (k == 0 || ModelTakeDot(Text, &Pos)) && ModelTakeInt(Text, &Pos, &Value);
+      Addr |= (uint32_t)(Value * (1 << (8 * k)));
+    }
+    uint32_t Found = 77;
+    ASSERT_EQ(IsIP ? 0 : -1, UTIL_ParseIPAddr(Text.c_str(), &Found)) << Text;
+    ASSERT_EQ(IsIP ? Addr : 77, Found) << Text;
+    bool IsDotted = true;
+    Pos           = 0;
+    for (int k = 0; k < 4; k++) {
+      int64_t Value = 0;
+      IsDotted      = ModelTakeInt(Text, &Pos, &Value) && IsDotted;
+      IsDotted      = ModelTakeDot(Text, &Pos) && IsDotted;
+    }
+    const char* s = Text.c_str();
+    ASSERT_EQ(IsDotted ? 0 : -1, UTIL_CheckDottedNumbers(&s)) << Text;
+    ASSERT_EQ(Pos, (size_t)(s - Text.c_str())) << Text;
+    NumAddrs += IsIP ? 1 : 0;
+    NumDotted += IsDotted ? 1 : 0;
+  }
+  EXPECT_LT(10000, NumAddrs);
+  EXPECT_LT(10000, NumDotted);
 }
 
 TEST(UtilParseToken, AgreesWithAModelOverRandomTexts) {

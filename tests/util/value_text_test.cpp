@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -162,6 +163,28 @@ TEST(UtilFormatMACAddr, WritesSixBytesWithTheSeparator) {
   EXPECT_EQ(ac + 5, UTIL_FormatMACAddr(ab, ':', ac, 6));
   EXPECT_STREQ("00:1A", ac);
   EXPECT_EQ('-', ac[8]);
+}
+
+TEST(UtilFormatMACAddr, AgreesWithAModelOverRandomAddressesAndSizes) {
+  std::mt19937 Random(5);
+  for (int i = 0; i < 100000; i++) {
+    const char     Separator = i % 2 == 0 ? ':' : '-';
+    const uint32_t Size      = 1 + (uint32_t)Random() % 20;
+    uint8_t        ab[6];
+    std::string    Expected;
+    for (uint8_t& b : ab) {
+      b = (uint8_t)Random();
+      Expected += Expected.empty() ? "" : std::string(1, Separator);
+      Expected += "0123456789ABCDEF"[b / 16];
+      Expected += "0123456789ABCDEF"[b % 16];
+    }
+    Expected.resize(std::min<size_t>(Expected.size(), Size - 1));
+    char ac[24];
+    memset(ac, '#', sizeof(ac));
+    ASSERT_EQ(ac + Expected.size(), UTIL_FormatMACAddr(ab, Separator, ac, Size));
+    ASSERT_EQ(Expected, ac);
+    ASSERT_EQ(std::string(sizeof(ac) - Size, '#'), std::string(ac + Size, sizeof(ac) - Size));
+  }
 }
 
 TEST(UtilFormatTime, SizeZeroStoresATerminatorLikeTheEngine) {

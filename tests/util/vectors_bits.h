@@ -33,8 +33,24 @@ enum VECTORS_BITS_OP {
   OP_DAYS,
   OP_SWAP16,
   OP_SWAP32,
-  OP_SWAP64
+  OP_SWAP64,
+  // Reads of VECTORS_abBytes, at an offset
+  OP_READ_BITS,
+  OP_READ_BITS32,
+  OP_LOAD8,
+  OP_LOAD16,
+  OP_LOAD32,
+  OP_LOAD64,
+  OP_LOAD64_WORDS,
+  OP_LOAD16_BE,
+  OP_LOAD32_BE,
+  OP_LOAD16_ORDER,
+  OP_LOAD32_ORDER,
+  OP_LOAD64_ORDER
 };
+
+static const uint8_t VECTORS_abBytes[] = {0x01, 0x23, 0x45, 0x67, 0x89,
+                                          0xAB, 0xCD, 0xEF, 0xFE, 0xDC};
 
 struct VECTORS_BITS_ROW {
   VECTORS_BITS_OP Op;
@@ -94,6 +110,13 @@ static const VECTORS_BITS_ROW VECTORS_BitsRows[] = {
     {OP_OVERLAP, {12, 1, 10, 5}, 1, "range inside"},
     {OP_OVERLAP, {5, 0, 0, 10}, 0, "empty first range"},
     {OP_OVERLAP, {0, 10, 5, 0}, 0, "empty second range"},
+    {OP_OVERLAP, {UINT64_MAX, 1, UINT64_MAX - 1, 2}, 1, "ranges that share the highest address"},
+    {OP_OVERLAP, {UINT64_MAX, 2, UINT64_MAX, 1}, 0, "first range wraps"},
+    {OP_OVERLAP, {UINT64_MAX, 1, UINT64_MAX, 2}, 0, "second range wraps"},
+    {OP_OVERLAP, {0, 1, UINT64_MAX, 2}, 0, "second range wraps onto the first one"},
+    {OP_OVERLAP, {UINT64_MAX, 2, UINT64_MAX, 2}, 0, "both ranges wrap"},
+    {OP_OVERLAP, {2, UINT64_MAX, 5, 1}, 0, "longest range that wraps"},
+    {OP_OVERLAP, {1, UINT64_MAX, UINT64_MAX, 1}, 1, "longest range that does not wrap"},
     {OP_GCD, {12, 18}, 6, "divisor of 12 and 18"},
     {OP_GCD, {17, 5}, 1, "divisor of 17 and 5"},
     {OP_GCD, {0, 5}, 0, "divisor of 0 and 5"},
@@ -114,6 +137,8 @@ static const VECTORS_BITS_ROW VECTORS_BitsRows[] = {
     {OP_MULDIV, {0x7FFFFFFF, 0xFFFFFFFF, 0x7FFFFFFF}, 0xFFFFFFFF, "largest exact product"},
     {OP_MULDIV, {1000000000000, 1000000000000, 1000000000000}, 1000000000000, "in doubles"},
     {OP_MULDIV, {1ull << 62, 2, 1}, 1ull << 63, "in doubles, from 2^63 up"},
+    {OP_MULDIV, {0x80000001, 0x80000001, 1}, 4611686022722355200, "smallest sum of indices"},
+    {OP_MULDIV, {34039106549, 8293547642, 34375}, 8212507690334422, "product and sum rounded"},
     {OP_MULDIV, {3ull << 62, 1, 1}, 3ull << 62, "in doubles, above 2^63"},
     {OP_MULDIV, {1ull << 63, 2, 1}, UINT64_MAX, "does not fit"},
     {OP_DIV, {100, 7}, 14, "100 divided by 7"},
@@ -147,6 +172,28 @@ static const VECTORS_BITS_ROW VECTORS_BitsRows[] = {
     {OP_SWAP16, {0x1234}, 0x3412, "swapped 0x1234"},
     {OP_SWAP32, {0x12345678}, 0x78563412, "swapped 0x12345678"},
     {OP_SWAP64, {0x0123456789ABCDEF}, 0xEFCDAB8967452301, "swapped 0x0123456789ABCDEF"},
+    {OP_READ_BITS, {0, 8}, 0x01, "first byte as a field"},
+    {OP_READ_BITS, {4, 8}, 0x30, "field over two bytes"},
+    {OP_READ_BITS, {4, 16}, 0x5230, "field over three bytes"},
+    {OP_READ_BITS, {9, 1}, 1, "field of one bit"},
+    {OP_READ_BITS, {79, 1}, 1, "last bit"},
+    {OP_READ_BITS, {83, 0}, 0, "field of no bits"},
+    {OP_READ_BITS, {0, 17}, 0, "field that is too wide"},
+    {OP_READ_BITS32, {8}, 0x89674523, "32 bits at a byte"},
+    {OP_READ_BITS32, {12}, 0xB8967452, "32 bits at half a byte"},
+    {OP_LOAD8, {9}, 0xDC, "load of 8 bits"},
+    {OP_LOAD16, {1}, 0x4523, "load of 16 bits"},
+    {OP_LOAD32, {1}, 0x89674523, "load of 32 bits"},
+    {OP_LOAD64, {1}, 0xFEEFCDAB89674523, "load of 64 bits"},
+    {OP_LOAD64_WORDS, {1}, 0x89674523FEEFCDAB, "load of two words"},
+    {OP_LOAD16_BE, {1}, 0x2345, "load of 16 bits, BE"},
+    {OP_LOAD32_BE, {1}, 0x23456789, "load of 32 bits, BE"},
+    {OP_LOAD16_ORDER, {1, 0}, 0x4523, "load of 16 bits, LE by flag"},
+    {OP_LOAD16_ORDER, {1, 2}, 0x2345, "load of 16 bits, BE by flag"},
+    {OP_LOAD32_ORDER, {1, 0}, 0x89674523, "load of 32 bits, LE by flag"},
+    {OP_LOAD32_ORDER, {1, 2}, 0x23456789, "load of 32 bits, BE by flag"},
+    {OP_LOAD64_ORDER, {1, 0}, 0xFEEFCDAB89674523, "load of 64 bits, LE by flag"},
+    {OP_LOAD64_ORDER, {1, 2}, 0x23456789ABCDEFFE, "load of 64 bits, BE by flag"},
 };
 
 // The number of bytes written, if reading them back gives the value and takes as many.
@@ -165,6 +212,9 @@ static inline uint64_t VECTORS_CallBits(const VECTORS_BITS_ROW* pRow) {
   const uint64_t* a  = pRow->a;
   const uint32_t  a0 = (uint32_t)a[0];
   const uint32_t  a1 = (uint32_t)a[1];
+  const int32_t   b1 = (int32_t)a[1];
+  // Only where it is an offset does the first number stay within the bytes.
+  const uint8_t* p = VECTORS_abBytes + (a[0] < sizeof(VECTORS_abBytes) ? a[0] : 0);
   switch (pRow->Op) {
     case OP_LEB128:
       return VECTORS_RunLEB128(a[0]);
@@ -210,8 +260,184 @@ static inline uint64_t VECTORS_CallBits(const VECTORS_BITS_ROW* pRow) {
       return UTIL_SwapU32(a0);
     case OP_SWAP64:
       return UTIL_SwapU64(a[0]);
+    case OP_READ_BITS:
+      return UTIL_ReadBits(VECTORS_abBytes, a0, a1);
+    case OP_READ_BITS32:
+      return UTIL_ReadBits32(VECTORS_abBytes, a0);
+    case OP_LOAD8:
+      return UTIL_LoadU8(p);
+    case OP_LOAD16:
+      return UTIL_LoadU16(p);
+    case OP_LOAD32:
+      return UTIL_LoadU32(p);
+    case OP_LOAD64:
+      return UTIL_LoadU64(p);
+    case OP_LOAD64_WORDS:
+      return UTIL_LoadU64Words(p);
+    case OP_LOAD16_BE:
+      return UTIL_LoadU16BE(p);
+    case OP_LOAD32_BE:
+      return UTIL_LoadU32BE(p);
+    case OP_LOAD16_ORDER:
+      return UTIL_LoadU16Order(p, b1);
+    case OP_LOAD32_ORDER:
+      return UTIL_LoadU32Order(p, b1);
+    case OP_LOAD64_ORDER:
+      return UTIL_LoadU64Order(p, b1);
   }
   return 0;
+}
+
+// Writes into the bytes 1 to 24, and what stands there then; the bytes behind must not change.
+enum VECTORS_WRITE_OP {
+  OP_STORE16_LE,
+  OP_STORE32_LE,
+  OP_STORE64_LE,
+  OP_STORE16_BE,
+  OP_STORE32_BE,
+  OP_STORE64_BE,
+  OP_STORE16_ORDER,
+  OP_STORE32_ORDER,
+  OP_STORE64_ORDER,
+  OP_STORE32_ADVANCE,
+  OP_STORE128,
+  OP_STORE128_BE,
+  OP_WRITE_BITS32,
+  OP_SET_BITS,
+  OP_CLEAR_BITS
+};
+
+struct VECTORS_WRITE_ROW {
+  VECTORS_WRITE_OP Op;
+  uint64_t         a[2];
+  uint32_t         NumBytes;
+  const char*      sExpected;
+};
+
+static const VECTORS_WRITE_ROW VECTORS_WriteRows[] = {
+    {OP_STORE16_LE, {0x4142}, 2, "BA"},
+    {OP_STORE32_LE, {0x41424344}, 4, "DCBA"},
+    {OP_STORE64_LE, {0x4142434445464748}, 8, "HGFEDCBA"},
+    {OP_STORE16_BE, {0x4142}, 2, "AB"},
+    {OP_STORE32_BE, {0x41424344}, 4, "ABCD"},
+    {OP_STORE64_BE, {0x4142434445464748}, 8, "ABCDEFGH"},
+    {OP_STORE16_ORDER, {0x4142, 0}, 2, "BA"},
+    {OP_STORE16_ORDER, {0x4142, 2}, 2, "AB"},
+    {OP_STORE32_ORDER, {0x41424344, 0}, 4, "DCBA"},
+    {OP_STORE32_ORDER, {0x41424344, 2}, 4, "ABCD"},
+    {OP_STORE64_ORDER, {0x4142434445464748, 0}, 8, "HGFEDCBA"},
+    {OP_STORE64_ORDER, {0x4142434445464748, 2}, 8, "ABCDEFGH"},
+    {OP_STORE32_ADVANCE, {0x41424344, 0x45464748}, 8, "DCBAHGFE"},
+    {OP_STORE128, {0x4142434445464748, 0x494A4B4C4D4E4F50}, 16, "PONMLKJIHGFEDCBA"},
+    {OP_STORE128_BE, {0x4142434445464748, 0x494A4B4C4D4E4F50}, 16, "ABCDEFGHIJKLMNOP"},
+    {OP_WRITE_BITS32, {8, 0x41424344}, 5, "\1DCBA"},
+    {OP_WRITE_BITS32, {12, 0x41424344}, 6, "\1\x42\x34\x24\x14\4"},
+    {OP_SET_BITS, {4, 16}, 3, "\xF1\xFF\x0F"},
+    {OP_SET_BITS, {1, 2}, 1, "\x07"},
+    {OP_SET_BITS, {4, 0}, 1, "\1"},
+    {OP_CLEAR_BITS, {1, 15}, 3, "\1\0\3"},
+    {OP_CLEAR_BITS, {9, 1}, 2, "\1\0"},
+    {OP_CLEAR_BITS, {8, 0}, 2, "\1\2"},
+};
+
+static inline void VECTORS_CallWrite(const VECTORS_WRITE_ROW* pRow, uint8_t* p) {
+  const uint64_t a0   = pRow->a[0];
+  const uint64_t a1   = pRow->a[1];
+  const int32_t  IsBE = (int32_t)a1;
+  switch (pRow->Op) {
+    case OP_STORE16_LE:
+      UTIL_StoreU16LE(p, (uint16_t)a0);
+      break;
+    case OP_STORE32_LE:
+      UTIL_StoreU32LE(p, (uint32_t)a0);
+      break;
+    case OP_STORE64_LE:
+      UTIL_StoreU64LE(p, a0);
+      break;
+    case OP_STORE16_BE:
+      UTIL_StoreU16BE(p, (uint16_t)a0);
+      break;
+    case OP_STORE32_BE:
+      UTIL_StoreU32BE(p, (uint32_t)a0);
+      break;
+    case OP_STORE64_BE:
+      UTIL_StoreU64BE(p, a0);
+      break;
+    case OP_STORE16_ORDER:
+      UTIL_StoreU16Order(p, (uint16_t)a0, IsBE);
+      break;
+    case OP_STORE32_ORDER:
+      UTIL_StoreU32Order(p, (uint32_t)a0, IsBE);
+      break;
+    case OP_STORE64_ORDER:
+      UTIL_StoreU64Order(p, a0, IsBE);
+      break;
+    case OP_STORE32_ADVANCE:
+      UTIL_StoreU32LEAdvance(&p, (uint32_t)a0);
+      UTIL_StoreU32LEAdvance(&p, (uint32_t)a1);
+      break;
+    case OP_STORE128:
+      UTIL_StoreU128(p, a0, a1);
+      break;
+    case OP_STORE128_BE:
+      UTIL_StoreU128BE(p, a0, a1);
+      break;
+    case OP_WRITE_BITS32:
+      UTIL_WriteBits32(p, (uint32_t)a0, (uint32_t)a1);
+      break;
+    case OP_SET_BITS:
+      UTIL_SetBits(p, (uint32_t)a0, (uint32_t)a1);
+      break;
+    case OP_CLEAR_BITS:
+      UTIL_ClearBits(p, (uint32_t)a0, (uint32_t)a1);
+      break;
+  }
+}
+
+static inline int VECTORS_RunWrites(VECTORS_REPORT* pfReport) {
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_WriteRows); i++) {
+    const VECTORS_WRITE_ROW* pRow = &VECTORS_WriteRows[i];
+    uint8_t                  ab[25];  // the first byte keeps the others from being aligned
+    uint8_t                  abExpected[25];
+    for (uint32_t k = 0; k < sizeof(ab); k++) {
+      ab[k] = (uint8_t)k;
+    }
+    memcpy(abExpected, ab, sizeof(ab));
+    memcpy(abExpected + 1, pRow->sExpected, pRow->NumBytes);
+    VECTORS_CallWrite(pRow, ab + 1);
+    VECTORS_Check(memcmp(ab, abExpected, sizeof(ab)) == 0, pfReport, "write", i, "bytes differ");
+  }
+  return VECTORS_NUM_ROWS(VECTORS_WriteRows);
+}
+
+// Array swaps of 0 to 40 units: byte i of a result is byte i ^ (unit size - 1) of the source.
+static inline int VECTORS_RunArraySwaps(VECTORS_REPORT* pfReport) {
+  static void (*const apf[])(void*, const void*, uint32_t) = {UTIL_SwapArrayU16, UTIL_SwapArrayU32,
+                                                              UTIL_SwapArrayU64};
+  int NumRows                                              = 0;
+  for (uint32_t Width = 0; Width < 3; Width++) {
+    const uint32_t UnitSize = 2u << Width;
+    for (uint32_t NumItems = 0; NumItems <= 40; NumItems++) {
+      uint8_t  abSource[330];
+      uint8_t  abDest[330];
+      uint32_t NumWrong = 0;
+      for (uint32_t i = 0; i < sizeof(abSource); i++) {
+        abSource[i] = (uint8_t)(i * 7 + i / 256);
+        abDest[i]   = 0xEE;
+      }
+      apf[Width](abDest + 3, abSource + 1, NumItems);
+      for (uint32_t i = 0; i < sizeof(abDest) - 3; i++) {
+        const uint8_t Expected =
+            i < NumItems * UnitSize ? abSource[1 + (i ^ (UnitSize - 1))] : (uint8_t)0xEE;
+        NumWrong += abDest[3 + i] != Expected;
+      }
+      apf[Width](abSource + 1, abSource + 1, NumItems);
+      NumWrong += memcmp(abSource + 1, abDest + 3, NumItems * UnitSize) != 0;
+      VECTORS_Check(NumWrong == 0, pfReport, "swap of an array", NumRows, "bytes differ");
+      NumRows++;
+    }
+  }
+  return NumRows;
 }
 
 // Swaps of target memory: the bytes 1 to 9 at an address.
@@ -259,7 +485,8 @@ static inline int VECTORS_RunBits(VECTORS_REPORT* pfReport) {
     VECTORS_Check((pRow->Flags & 0xC0000000) != 0 || memcmp(abCopy, pRow->sExpected, 9) == 0,
                   pfReport, "swap of target memory", i, "copy");
   }
-  return VECTORS_NUM_ROWS(VECTORS_BitsRows) + VECTORS_NUM_ROWS(VECTORS_SwapRows);
+  return VECTORS_NUM_ROWS(VECTORS_BitsRows) + VECTORS_NUM_ROWS(VECTORS_SwapRows) +
+         VECTORS_RunWrites(pfReport) + VECTORS_RunArraySwaps(pfReport);
 }
 
 #endif
