@@ -111,6 +111,9 @@ TEST(SysSerialEnumerate, NothingThereIsZero) {
 TEST(SysSerialEnumerate, FindsTheMachinesUsbSerialDevices) {
   uint32_t NumExpected = 0;
   DIR*     pDir        = opendir("/sys/class/tty");
+  if (pDir == nullptr) {
+    GTEST_SKIP() << "this machine shows no /sys";
+  }
   for (const dirent* p = readdir(pDir); p != nullptr; p = readdir(pDir)) {
     NumExpected += strncmp(p->d_name, "ttyUSB", 6) == 0 || strncmp(p->d_name, "ttyACM", 6) == 0;
   }
