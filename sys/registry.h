@@ -8,8 +8,9 @@
 // happens in memory until SYS_REG_Flush writes the changed roots and unloads all. A process that
 // ends without it loses its changes.
 //
-// Every operation on a root fails, and nothing is written anywhere, when HOME is not set or empty, when the
-// directory cannot be made, or when its path and the file's name come to 512 characters or more.
+// Every operation on a root fails, and nothing is written anywhere, when HOME is not set or empty,
+// when the directory cannot be made, or when its path and the file's name come to 512 characters or
+// more.
 // HOME is asked for each time: it should not change while a root is loaded.
 //
 // A file whose text is no XML of the kind the store writes is replaced by the empty store, on
