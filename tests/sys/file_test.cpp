@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -62,10 +61,30 @@ TEST_F(SysFile, Mode0x13ReadsWritesAndCreates) {
   char acBuffer[2];
   EXPECT_EQ(2, SYS_FILE_Read(hFile, acBuffer, 2));
   SYS_FILE_Close(hFile);
-  struct stat Status;
-  ASSERT_EQ(0, stat(m_Dir.Path("f").c_str(), &Status));
-  EXPECT_EQ(0u, Status.st_mode & 0133u);  // 0644 less the umask
-  EXPECT_EQ(0600u, Status.st_mode & 0600u);
+}
+
+TEST_F(SysFile, AFileThatIsMadeHasThePermissions0644LessTheUmask) {
+  {
+    const Umask None(0);
+    SYS_FILE_Close(Open("open", 0x12));
+    SYS_FILE_Close(Open("exclusive", 0x93));
+    SYS_FILE_Close(SYS_FILE_OpenRetry(m_Dir.Path("retry").c_str(), 0x12, 1, 0));
+    SYS_FILE_Close(SYS_FILE_OpenRegular(m_Dir.Path("regular").c_str(), 0x32, 0, 0));
+  }
+  for (const char* sName : {"open", "exclusive", "retry", "regular"}) {
+    EXPECT_EQ(0644u, PermissionsOf(m_Dir.Path(sName))) << sName;
+  }
+  const Umask Others(027);
+  SYS_FILE_Close(Open("less", 0x12));
+  EXPECT_EQ(0640u, PermissionsOf(m_Dir.Path("less")));
+}
+
+TEST_F(SysFile, AFileThatIsThereKeepsItsPermissions) {
+  Make("f", "abc");
+  ASSERT_EQ(0, chmod(m_Dir.Path("f").c_str(), 0600));
+  const Umask None(0);
+  SYS_FILE_Close(Open("f", 0x32));
+  EXPECT_EQ(0600u, PermissionsOf(m_Dir.Path("f")));
 }
 
 TEST_F(SysFile, Mode0x93CreatesAndThenFailsOnTheExistingFile) {

@@ -36,6 +36,19 @@ TEST_F(SysPath, MakeDirMakesTheParentsToo) {
   EXPECT_EQ(0, MakeDir("a/b/c"));
 }
 
+TEST_F(SysPath, MakeDirGivesThePermissions0775LessTheUmaskToAllItMakes) {
+  {
+    const Umask None(0);
+    EXPECT_EQ(0, MakeDir("a/b"));
+  }
+  EXPECT_EQ(0775u, PermissionsOf(m_Dir.Path("a")));
+  EXPECT_EQ(0775u, PermissionsOf(m_Dir.Path("a/b")));
+  const Umask Others(027);
+  EXPECT_EQ(0, MakeDir("a/c"));
+  EXPECT_EQ(0750u, PermissionsOf(m_Dir.Path("a/c")));
+  EXPECT_EQ(0775u, PermissionsOf(m_Dir.Path("a")));  // was there
+}
+
 TEST_F(SysPath, MakeDirTakesRepeatedAndTrailingSeparators) {
   EXPECT_EQ(0, MakeDir("a//b///c//"));
   EXPECT_TRUE(IsDirectory(m_Dir.Path("a/b/c")));

@@ -67,9 +67,20 @@ TEST_F(SysRegistry, TheFirstQueryInAFreshHomeMakesDirectoryAndEmptyFile) {
   EXPECT_EQ(EMPTY_FILE, File());
   EXPECT_FALSE(HasFile("LOCAL_MACHINE"));
   EXPECT_FALSE(HasFile("CLASSES_ROOT"));
-  struct stat Status;
-  ASSERT_EQ(0, stat(Path().c_str(), &Status));
-  EXPECT_EQ(0u, Status.st_mode & 0133u);  // 0644 less the umask
+}
+
+TEST_F(SysRegistry, FilesHaveThePermissions0644AndDirectories0775LessTheUmask) {
+  const Umask None(0);
+  EXPECT_EQ(2u, TypeOnly("Speed"));
+  EXPECT_EQ(0644u, PermissionsOf(Path()));  // as made by the load
+  std::filesystem::remove(Path());
+  SetText("v", "x");
+  SYS_REG_Flush();
+  EXPECT_EQ(0644u, PermissionsOf(Path()));  // as made by the flush
+  for (const char* sDir : {"Library", "Library/Application Support"}) {
+    EXPECT_EQ(0775u, PermissionsOf(m_Home.Path(sDir))) << sDir;
+  }
+  EXPECT_EQ(0775u, PermissionsOf(Dir()));
 }
 
 TEST_F(SysRegistry, EachRootHasAFileOfItsOwn) {

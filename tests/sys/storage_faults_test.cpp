@@ -190,6 +190,19 @@ TEST_F(SysDataDirFaults, AnExecutableThatCannotBeToldGivesTheHome) {
   ExpectHome();
 }
 
+TEST_F(SysDataDirFaults, TheDirectoryInTheHomeHasThePermissions0775LessTheUmask) {
+  const FAULT Fault("proc_pidpath", ESRCH, 0, 2);
+  {
+    const Umask None(0);
+    DataDir();
+  }
+  EXPECT_EQ(0775u, PermissionsOf(Path(".OSTREL")));
+  std::filesystem::remove(Path(".OSTREL"));
+  const Umask Others(027);
+  DataDir();
+  EXPECT_EQ(0750u, PermissionsOf(Path(".OSTREL")));
+}
+
 TEST_F(SysDataDirFaults, AnExecutableWithoutADirectoryGivesTheHome) {
   FakeExecutable = "quobe";
   ExpectHome();

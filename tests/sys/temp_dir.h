@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -52,6 +53,24 @@ inline std::string ReadFile(const std::string& sPath) {
 inline void WriteFile(const std::string& sPath, const std::string& sText) {
   std::ofstream(sPath, std::ios::binary | std::ios::trunc) << sText;
 }
+
+// The permission bits of a file or a directory; 0 when there is none.
+inline uint32_t PermissionsOf(const std::string& sPath) {
+  struct stat Status;
+  return stat(sPath.c_str(), &Status) == 0 ? (uint32_t)Status.st_mode & 07777u : 0;
+}
+
+// The process's umask as long as it lives.
+class Umask {
+ public:
+  explicit Umask(mode_t Mask) : m_Before(umask(Mask)) {}
+  ~Umask() { umask(m_Before); }
+  Umask(const Umask&)            = delete;
+  Umask& operator=(const Umask&) = delete;
+
+ private:
+  mode_t m_Before;
+};
 
 // Runs as another user as long as it lives when the tests run as root, whom no permission stops.
 class Unprivileged {
