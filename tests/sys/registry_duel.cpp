@@ -1,12 +1,15 @@
 #include "tests/sys/registry_duel.h"
 
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 
 #include <filesystem>
 
 #include "tests/sys/temp_dir.h"
 
-static const uint32_t NO_TYPE = 0xAAAAAAAA;  // nothing was stored
+static const uint32_t NO_TYPE  = 0xAAAAAAAA;  // nothing was stored
+static const time_t   OLD_TIME = 1000000;     // when no test ran
 
 static std::string Differ(const std::string& sWhat, uint32_t Want, uint32_t Is) {
   return Want == Is ? "" : sWhat + ": " + std::to_string(Is) + ", not " + std::to_string(Want);
@@ -101,24 +104,44 @@ void RegistryDuel::Flush() {
   m_Open.clear();
 }
 
-std::string RegistryDuel::CompareFiles() const {
-  std::string sDifference;
-  for (uint32_t Root = 0; Root < 3; Root++) {
-    const auto& sWant = m_Model.m_Files[Root];
-    sDifference +=
-        Differ(Path(Root) + ": there", sWant.has_value(), access(Path(Root).c_str(), F_OK) == 0);
-    const std::string sIs = ReadFile(Path(Root));
-    if (sIs != sWant.value_or("")) {
-      sDifference += Path(Root) + ": " + sIs + ", not " + *sWant;
-    }
+static void SetTimeBack(const std::string& sPath) {
+  const struct timeval Times[2] = {{OLD_TIME, 0}, {OLD_TIME, 0}};
+  utimes(sPath.c_str(), Times);
+}
+
+std::string RegistryDuel::CompareFile(uint32_t Root) {
+  const std::string sPath = Path(Root);
+  SEEN&             Seen  = m_Seen[Root];
+  struct stat       Status;
+  bool              IsWritten = false;
+  if (stat(sPath.c_str(), &Status) != 0) {
+    Seen.Text.reset();
+  } else if (Status.st_mtime != OLD_TIME) {
+    IsWritten = true;
+    Seen.Text = ReadFile(sPath);
+    SetTimeBack(sPath);
   }
+  const auto&    Want        = m_Model.m_Files[Root];
+  const uint32_t NumWrites   = m_Model.m_NumWrites[Root];
+  std::string    sDifference = Differ(sPath + ": there", Want.has_value(), Seen.Text.has_value()) +
+                            Differ(sPath + ": written", NumWrites != Seen.NumWrites, IsWritten);
+  if (Want.value_or("") != Seen.Text.value_or("")) {
+    sDifference += sPath + ": " + Seen.Text.value_or("") + ", not " + Want.value_or("");
+  }
+  Seen.NumWrites = NumWrites;
   return sDifference;
+}
+
+std::string RegistryDuel::CompareFiles() {
+  return CompareFile(0) + CompareFile(1) + CompareFile(2);
 }
 
 void RegistryDuel::EditFile(uint32_t Root, const std::optional<std::string>& sText) {
   m_Model.m_Files[Root] = sText;
+  m_Seen[Root].Text     = sText;
   if (sText.has_value()) {
     WriteFile(Path(Root), *sText);
+    SetTimeBack(Path(Root));
   } else {
     std::filesystem::remove(Path(Root));
   }

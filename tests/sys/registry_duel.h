@@ -32,7 +32,10 @@ class RegistryDuel {
   std::string QueryValue(uint32_t Key, const std::string& sName, std::optional<uint32_t> Capacity);
   std::string DeleteValue(uint32_t Key, const std::string& sName);
   void        Flush();  // closes all keys
-  std::string CompareFiles() const;
+
+  // Whether each file holds what it should, and was written since the last time only if it should
+  // have been. Cheap enough for every command: what nobody has written is not read again.
+  std::string CompareFiles();
 
   // What happens to a root's file (0 to 2) from outside; no text removes it.
   void EditFile(uint32_t Root, const std::optional<std::string>& sText);
@@ -45,12 +48,19 @@ class RegistryDuel {
     RegistryKeyHandle* hKey;
     MODEL_KEY          Key;
   };
+  // What was last seen of a file. Its time is then set back, so that the next write shows.
+  struct SEEN {
+    std::optional<std::string> Text;  // none: missing
+    uint32_t                   NumWrites = 0;
+  };
   KEY         Find(uint32_t Key) const;
   std::string Path(uint32_t Root) const;
+  std::string CompareFile(uint32_t Root);
 
   std::string      m_sHome;
   RegistryModel    m_Model;
   std::vector<KEY> m_Open;
+  SEEN             m_Seen[3];
 };
 
 #endif

@@ -218,6 +218,11 @@ static std::optional<std::vector<std::string>> ReadPath(const std::string& Path)
 
 // ---- The store ----------------------------------------------------------------------------------
 
+void RegistryModel::WriteFile(uint32_t Root, const std::string& Text) {
+  m_Files[Root] = Text;
+  m_NumWrites[Root]++;
+}
+
 MODEL_ELEMENT* RegistryModel::Resolve(const MODEL_KEY& Key) {
   if (Key.Root == 0) {
     return Key.pElement;
@@ -229,7 +234,7 @@ MODEL_ELEMENT* RegistryModel::Resolve(const MODEL_KEY& Key) {
   if (m_Trees[Root] == nullptr) {
     m_Trees[Root] = m_Files[Root].has_value() ? MODEL_Parse(*m_Files[Root]) : nullptr;
     if (m_Trees[Root] == nullptr) {
-      m_Files[Root] = "<Registry>\r\n</Registry>";
+      WriteFile(Root, "<Registry>\r\n</Registry>");
       m_Trees[Root] = MODEL_Parse("<Registry/>");
     }
     m_Snapshots[Root] = MODEL_Write(*m_Trees[Root]);
@@ -459,11 +464,11 @@ uint32_t RegistryModel::DeleteValue(const MODEL_KEY& Key, const std::string& Nam
 }
 
 void RegistryModel::Flush() {
-  for (int Root = 0; Root < 3; Root++) {
+  for (uint32_t Root = 0; Root < 3; Root++) {
     if (m_Trees[Root] != nullptr) {
       const std::string Text = MODEL_Write(*m_Trees[Root]);
       if (Text != m_Snapshots[Root] && m_HasHome) {
-        m_Files[Root] = Text;
+        WriteFile(Root, Text);
       }
       m_Trees[Root] = nullptr;
     }

@@ -47,7 +47,8 @@ struct MODEL_ANSWER {
 class RegistryModel {
  public:
   bool                       m_HasHome = true;
-  std::optional<std::string> m_Files[3];  // none: missing
+  std::optional<std::string> m_Files[3];           // none: missing
+  uint32_t                   m_NumWrites[3] = {};  // how often the store has written each
 
   MODEL_ELEMENT* OpenKey(const MODEL_KEY& Key, const std::string& Path);
   uint32_t       SetValue(const MODEL_KEY& Key, const std::string& Name, uint32_t Type,
@@ -60,6 +61,7 @@ class RegistryModel {
 
  private:
   MODEL_ELEMENT* Resolve(const MODEL_KEY& Key);
+  void           WriteFile(uint32_t Root, const std::string& Text);
 
   MODEL_TREE  m_Trees[3];
   std::string m_Snapshots[3];

@@ -158,7 +158,6 @@ class SysRegistryModel : public testing::Test {
       return m_Duel.DeleteValue(PickKey(), PickName());
     } else if (Command < 29) {
       m_Duel.Flush();
-      return m_Duel.CompareFiles();
     } else if (Command < 31) {
       m_Duel.EditFile(Pick(OneIn(3) ? 3 : 1),
                       OneIn(5) ? std::nullopt : std::make_optional(PickFile()));
@@ -172,6 +171,7 @@ class SysRegistryModel : public testing::Test {
     m_Random.seed(Seed);
     for (uint32_t NumSteps = 4 + Pick(20); NumSteps > 0; NumSteps--) {
       ASSERT_EQ("", Step());
+      ASSERT_EQ("", m_Duel.CompareFiles());
     }
     m_Duel.Flush();
     ASSERT_EQ("", m_Duel.CompareFiles());
