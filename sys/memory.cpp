@@ -19,7 +19,8 @@ void* SYS_MEM_AllocNamed(uint32_t Size, const char* sDescription) {
 }
 
 void* SYS_MEM_Realloc(void* pMem, uint32_t Size) {
-  return realloc(pMem, Size);
+  // Of 0 bytes some libraries make a free(), whose NULL would look like a failure.
+  return realloc(pMem, Size == 0 ? 1 : Size);
 }
 
 void SYS_MEM_Free(void* pMem) {

@@ -19,7 +19,8 @@ void* SYS_MEM_Alloc(uint32_t Size);
 // The same. sDescription says what the memory is for; it is not used and may be NULL.
 void* SYS_MEM_AllocNamed(uint32_t Size, const char* sDescription);
 
-// Resizes pMem, which may be NULL (then it allocates), and returns the block, moved or not.
+// Resizes pMem, which may be NULL (then it allocates), and returns the block, moved or not. Size 0
+// gives a block that holds nothing.
 // NULL when there is no memory; pMem is then as before and still the caller's.
 void* SYS_MEM_Realloc(void* pMem, uint32_t Size);
 

@@ -151,6 +151,7 @@ RETURNS_ERROR(int, HOST_posix_spawn,
 RETURNS_ERROR(kern_return_t, IOObjectRelease, (io_object_t hObject), (hObject))
 
 RETURNS_NULL(void*, malloc, (size_t Size), (Size))
+RETURNS_NULL(void*, realloc, (void* p, size_t Size), (p, Size))
 RETURNS_NULL(CFMutableDictionaryRef, IOServiceMatching, (const char* sName), (sName))
 RETURNS_NULL(io_object_t, IOIteratorNext, (io_iterator_t hIterator), (hIterator))
 RETURNS_NULL(Boolean, CFStringGetCString,

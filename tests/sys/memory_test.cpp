@@ -29,6 +29,16 @@ TEST(SysMemory, ReallocateKeepsTheBytesAndTakesNull) {
   SYS_MEM_Free(pMem);
 }
 
+TEST(SysMemory, ZeroBytesAreABlockTooAlsoAfterShrinkingToThem) {
+  void* pMem = SYS_MEM_Alloc(0);
+  ASSERT_NE(nullptr, pMem);
+  pMem = SYS_MEM_Realloc(pMem, 8);
+  ASSERT_NE(nullptr, pMem);
+  pMem = SYS_MEM_Realloc(pMem, 0);
+  ASSERT_NE(nullptr, pMem);
+  SYS_MEM_Free(pMem);
+}
+
 TEST(SysMemory, FreeTakesNull) {
   SYS_MEM_Free(nullptr);
 }

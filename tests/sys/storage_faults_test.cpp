@@ -24,6 +24,18 @@ TEST(SysMemoryFaults, NoMemoryGivesNull) {
   EXPECT_EQ(nullptr, SYS_MEM_AllocNamed(16, "what for"));
 }
 
+TEST(SysMemoryFaults, ReallocateWithoutMemoryGivesNullAndLeavesTheBlock) {
+  char* pMem = static_cast<char*>(SYS_MEM_Alloc(8));
+  memcpy(pMem, "1234567", 8);
+  {
+    const FAULT Fault("realloc", ENOMEM, 0, 2);
+    EXPECT_EQ(nullptr, SYS_MEM_Realloc(pMem, 100000));
+    EXPECT_EQ(nullptr, SYS_MEM_Realloc(nullptr, 8));
+  }
+  EXPECT_STREQ("1234567", pMem);  // still the caller's, and freed here
+  SYS_MEM_Free(pMem);
+}
+
 static std::string LastMessage;
 
 static void KeepMessage(const char* sMessage) {
