@@ -14,9 +14,21 @@ static XmlArena* CreateChunk(uint32_t Capacity) {
   if (pChunk != NULL) {
     pChunk->pData    = (uint8_t*)(pChunk + 1);
     pChunk->pNext    = NULL;
+    pChunk->pOpen    = pChunk;
     pChunk->Used     = 0;
     pChunk->Capacity = Capacity;
   }
+  return pChunk;
+}
+
+// The first chunk with any room, or the last one. A document of many small pieces has dozens of full
+// chunks in front of it; walking them for each piece would take most of the time of loading it.
+static XmlArena* FindOpenChunk(XmlArena* pArena) {
+  XmlArena* pChunk = pArena->pOpen;
+  while (pChunk->Used == pChunk->Capacity && pChunk->pNext != NULL) {
+    pChunk = pChunk->pNext;
+  }
+  pArena->pOpen = pChunk;
   return pChunk;
 }
 
@@ -31,7 +43,7 @@ XmlArena* SYS_XML_CreateArena(void) {
 }
 
 void* SYS_XML_AllocFromArena(XmlArena* pArena, uint32_t NumBytes) {
-  XmlArena* pChunk = pArena;
+  XmlArena* pChunk = FindOpenChunk(pArena);
   for (;;) {
     if (NumBytes < CHUNK_SIZE && pChunk->Capacity - pChunk->Used >= NumBytes) {
       return TakeFromChunk(pChunk, NumBytes);

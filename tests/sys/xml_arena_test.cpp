@@ -60,6 +60,23 @@ TEST_F(SysXmlArena, BigPiecesHaveAChunkOfTheirSizeAtTheEnd) {
   EXPECT_EQ(m_pArena->pData, Take(1));  // the first chunk is still the first with room
 }
 
+TEST_F(SysXmlArena, FullChunksAreLeftOutAndAnyOtherIsStillFirst) {
+  Take(0x3FFFF8);                                      // leaves 8 bytes
+  uint8_t* pSecond = static_cast<uint8_t*>(Take(16));  // in a second chunk
+  EXPECT_EQ(m_pArena->pData + 0x3FFFF8, Take(7));      // the first one has room for less
+  EXPECT_EQ(pSecond + 16, Take(2));
+  EXPECT_EQ(m_pArena->pData + 0x3FFFFF, Take(1));  // now it is full
+  Take(0x400000);                                  // a third one, full from the beginning
+  EXPECT_EQ(pSecond + 18, Take(0x400000 - 18));    // and the second one
+  uint8_t*        pFourth = static_cast<uint8_t*>(Take(1));
+  const XmlArena* pChunk  = m_pArena->pNext->pNext->pNext;
+  ASSERT_NE(nullptr, pChunk);
+  EXPECT_EQ(pChunk->pData, pFourth);
+  EXPECT_EQ(pFourth + 1, Take(1));
+  EXPECT_EQ(pChunk, m_pArena->pOpen);  // what lies in front of it is not walked again
+  EXPECT_EQ(nullptr, pChunk->pNext);
+}
+
 TEST_F(SysXmlArena, ASizeThatNoBlockCanHaveGivesNullAndChangesNothing) {
   EXPECT_EQ(nullptr, Take(0xFFFFFFFF));
   EXPECT_EQ(nullptr, m_pArena->pNext);
