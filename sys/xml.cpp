@@ -22,14 +22,18 @@ static void* AllocCleared(XmlArena* pArena, uint32_t NumBytes) {
   return pMem;
 }
 
+// What a text of Length characters and its terminator take.
+static uint32_t GetTextRoom(uint32_t Length) {
+  return (Length + 1 + ALIGNMENT - 1) & ~(ALIGNMENT - 1);
+}
+
 // NULL without memory and for a text whose length, rounded up, would not fit the document's signed
 // 32-bit lengths.
 static char* CopyText(XmlArena* pArena, const char* pText, uint32_t Length) {
   if (Length > INT32_MAX - ALIGNMENT) {
     return NULL;
   }
-  char* sCopy =
-      (char*)SYS_XML_AllocFromArena(pArena, (Length + 1 + ALIGNMENT - 1) & ~(ALIGNMENT - 1));
+  char* sCopy = (char*)SYS_XML_AllocFromArena(pArena, GetTextRoom(Length));
   if (sCopy != NULL) {
     memcpy(sCopy, pText, Length);
     sCopy[Length] = 0;
@@ -76,11 +80,12 @@ XmlAttribute* SYS_XML_AddAttr(XmlDocument* pDoc, XmlElement* pElement, XmlAttrib
   if (pAttr == NULL || sName == NULL || sValue == NULL) {
     return NULL;
   }
-  pAttr->sName    = sName;
-  pAttr->sValue   = sValue;
-  pAttr->NameLen  = NameLen;
-  pAttr->ValueLen = ValueLen;
-  pAttr->pPrev    = pPrev;
+  pAttr->sName     = sName;
+  pAttr->sValue    = sValue;
+  pAttr->NameLen   = NameLen;
+  pAttr->ValueLen  = ValueLen;
+  pAttr->ValueRoom = GetTextRoom(ValueLen);
+  pAttr->pPrev     = pPrev;
   if (pPrev != NULL) {
     pPrev->pNext = pAttr;
   } else {
@@ -235,7 +240,7 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
     pAttr = SYS_XML_AddAttr(pDoc, pElement, pLast, sName, NameLen, sValue, ValueLen);
     return pAttr == NULL ? SYS_XML_ERR_MEMORY : 0;
   }
-  if (ValueLen <= pAttr->ValueLen) {
+  if (ValueLen < pAttr->ValueRoom) {
     memmove(pAttr->sValue, sValue, ValueLen);  // may be part of itself
     pAttr->sValue[ValueLen] = 0;
   } else {
@@ -243,7 +248,8 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
     if (sCopy == NULL) {
       return SYS_XML_ERR_MEMORY;
     }
-    pAttr->sValue = sCopy;
+    pAttr->sValue    = sCopy;
+    pAttr->ValueRoom = GetTextRoom(ValueLen);
   }
   pAttr->ValueLen = ValueLen;
   return 0;

@@ -1,8 +1,8 @@
 // sys/xml.h
 //
 // A small XML document in memory: elements and attributes, a loader and a writer. Made for
-// configuration files, not for XML at large: no text content, no entities, no namespaces. Values are
-// read and written as they stand, so a value that holds a double quote cannot be read back.
+// configuration files, not for XML at large: no text content, no entities, no namespaces. Values
+// are read and written as they stand, so a value that holds a double quote cannot be read back.
 //
 // A document owns everything in it: elements, attributes, names and values live in its arena until
 // SYS_XML_FreeDoc. Removing or replacing only unlinks. Pointers into a document stay valid until
@@ -26,8 +26,9 @@ struct XmlAttribute {
   char*         sValue;
   uint32_t      NameLen;  // without the terminator
   uint32_t      ValueLen;
-  XmlAttribute* pPrev;  // NULL for the first one
-  XmlAttribute* pNext;  // NULL for the last one
+  uint32_t      ValueRoom;  // bytes at sValue, the terminator counted: what fits is stored there
+  XmlAttribute* pPrev;      // NULL for the first one
+  XmlAttribute* pNext;      // NULL for the last one
 };
 
 struct XmlElement {
@@ -138,8 +139,8 @@ int32_t SYS_XML_CopyElementName(const XmlElement* pElement, char* pBuffer, uint3
 XmlAttribute* SYS_XML_FindAttr(const XmlElement* pElement, const char* sName);
 
 // Gives the first attribute of that name the value, or adds one as the last. A NULL value is the
-// empty string; sValue may be the attribute's own text. A value no longer than the former one takes
-// no memory.
+// empty string; sValue may be the attribute's own text. A value takes memory only when it is longer
+// than any that the attribute had before; its former place is then lost until SYS_XML_FreeDoc.
 // Returns 0; -1 for a NULL document or element, NULL or empty name; -5 when there is no memory: the
 // element is then as before.
 int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sName,

@@ -321,10 +321,10 @@ TEST(SysXmlFaults, ALongerValueWithoutRoomLeavesTheFormerOne) {
   XmlElement*  pRoot = SYS_XML_GetRoot(pDoc);
   {
     const FAULT Fault("malloc", ENOMEM);
-    EXPECT_EQ(-5, SYS_XML_SetAttr(pDoc, pRoot, "a", "longer"));
+    EXPECT_EQ(-5, SYS_XML_SetAttr(pDoc, pRoot, "a", "longer than before"));
   }
   EXPECT_STREQ("1", SYS_XML_FindAttr(pRoot, "a")->sValue);
-  EXPECT_EQ(0, SYS_XML_SetAttr(pDoc, pRoot, "a", "longer"));
+  EXPECT_EQ(0, SYS_XML_SetAttr(pDoc, pRoot, "a", "longer than before"));
   SYS_XML_FreeDoc(pDoc);
 }
 

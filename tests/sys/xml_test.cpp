@@ -583,12 +583,35 @@ TEST(SysXmlTree, AnAttributeCanBeSetFromItsOwnText) {
   EXPECT_STREQ("cdef", pAttr->sValue);
 }
 
-TEST(SysXmlTree, SettingAValueOverAndOverTakesNoMemory) {
-  const Doc Tree = Parse("<R a=\"00000000\"/>");
-  SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", "12345678");
-  const uint32_t Used = Tree.Get()->pArena->Used;
-  SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", "87654321");
-  EXPECT_EQ(Used, Tree.Get()->pArena->Used);
+TEST(SysXmlTree, AValueTakesMemoryOnlyWhenItIsLongerThanAnyBefore) {
+  const Doc  Tree = Parse("<R a=\"00000000\" b=\"x\"/>");
+  const auto Set  = [&](size_t Length) {
+    const std::string sValue(Length, 'v');
+    EXPECT_EQ(0, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", sValue.c_str()));
+    EXPECT_EQ("<R a=\"" + sValue + "\" b=\"x\"/>\r\n", Tree.Text());
+    return Tree.Get()->pArena->Used;
+  };
+  const uint32_t Loaded = Tree.Get()->pArena->Used;
+  EXPECT_EQ(Loaded, Set(8));
+  const uint32_t Longer = Set(100);
+  EXPECT_LT(Loaded, Longer);
+  for (const size_t Length : {0u, 100u, 1u, 99u, 8u, 100u}) {
+    EXPECT_EQ(Longer, Set(Length)) << Length;
+  }
+  EXPECT_LT(Longer, Set(200));
+}
+
+TEST(SysXmlTree, AValueUsesTheRoomThatWasTakenForItToTheLastByte) {
+  const Doc      Tree   = Parse("<R a=\"\" b=\"x\"/>");
+  const uint32_t Loaded = Tree.Get()->pArena->Used;
+  for (size_t Length = 1; Length < 8; Length++) {  // pieces are multiples of 8
+    const std::string sValue(Length, 'v');
+    EXPECT_EQ(0, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", sValue.c_str()));
+    EXPECT_EQ("<R a=\"" + sValue + "\" b=\"x\"/>\r\n", Tree.Text());
+    EXPECT_EQ(Loaded, Tree.Get()->pArena->Used);
+  }
+  EXPECT_EQ(0, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", "12345678"));
+  EXPECT_LT(Loaded, Tree.Get()->pArena->Used);
 }
 
 TEST(SysXmlTree, SetRejectsNullAndEmpty) {
