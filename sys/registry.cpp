@@ -361,9 +361,14 @@ static const uint32_t STRINGS_IN_BLOCK = 4096;
 
 struct STRINGS {
   const VALUE*  pValue;
-  uint32_t      First;  // index of apAttr[0], 0 while nothing was looked for
-  XmlAttribute* apAttr[STRINGS_IN_BLOCK];
+  uint32_t      First;                     // index of apAttr[0], 0 while nothing was looked for
+  XmlAttribute* apAttr[STRINGS_IN_BLOCK];  // undefined while nothing was looked for
 };
+
+static void StartStrings(STRINGS* pStrings, const VALUE* pValue) {
+  pStrings->pValue = pValue;
+  pStrings->First  = 0;
+}
 
 // Index counts up from 1. NULL when there is no such string.
 static XmlAttribute* FindString(STRINGS* pStrings, uint32_t Index) {
@@ -544,7 +549,8 @@ static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* 
   uint32_t       Remaining = Capacity;
   uint32_t       Total     = 0;
   uint32_t       Pos       = 0;
-  STRINGS        Strings   = {pValue, 0, {}};
+  STRINGS        Strings;
+  StartStrings(&Strings, pValue);
   for (uint32_t Index = 1; pAttr != NULL; Index++) {
     const uint32_t Room   = Min(Remaining, Capacity - Pos);
     const uint32_t Length = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData + Pos, Room);
@@ -616,8 +622,9 @@ uint32_t SYS_REG_DeleteValue(RegistryKeyHandle* hKey, const char* sName) {
   }
   XmlElement* pElement = Value.Key.pElement;
   if (Type == SYS_REG_TYPE_MULTI_SZ) {
-    STRINGS       Strings = {&Value, 0, {}};
+    STRINGS       Strings;
     XmlAttribute* pAttr;
+    StartStrings(&Strings, &Value);
     for (uint32_t Index = 1; (pAttr = FindString(&Strings, Index)) != NULL; Index++) {
       SYS_XML_UnlinkAttr(pElement, pAttr);
     }
