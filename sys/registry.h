@@ -10,8 +10,8 @@
 //
 // Every operation on a root fails, and nothing is written anywhere, when HOME is not set or empty,
 // when the directory cannot be made, or when its path and the file's name come to 512 characters or
-// more.
-// HOME is asked for each time: it should not change while a root is loaded.
+// more. HOME is asked for each time. Flush before changing it: a root that is loaded stays so, and a
+// flush writes it, when it was changed, below the HOME of that moment, over the file that is there.
 //
 // A file whose text is no XML of the kind the store writes is replaced by the empty store, on
 // purpose. A file that cannot be read just now (no permission, no memory, not a regular file) is
@@ -90,7 +90,8 @@ void SYS_REG_CloseKey(RegistryKeyHandle* hKey);
 //   SYS_REG_TYPE_QWORD     the first min(Size, 8) bytes, likewise: 4 bytes are the low half
 //   SYS_REG_TYPE_MULTI_SZ  zero-terminated strings and an empty one as the end; Size is the exact
 //                          number of bytes, all terminators counted ("a", "bc": 6). The first
-//                          string may be empty. All former entries of that name go first.
+//                          string may be empty. All former entries of that name go first, also
+//                          behind a gap; an index of ten digits or more is not taken for one.
 //
 // Returns SYS_REG_OK, or SYS_REG_FAILED, nothing changed: NULL hKey, root that cannot be loaded, a
 // name with characters but ASCII letters, digits, "!", "-" and "_" (it could not be loaded again),
@@ -98,13 +99,17 @@ void SYS_REG_CloseKey(RegistryKeyHandle* hKey);
 // without memory; the value may then be incomplete.
 //
 // Texts are stored as they are: one that holds a double quote makes the file unreadable, on
-// purpose. A number or text set over a list leaves the list's further strings in the file.
+// purpose. A number or text set over a list leaves the list's further strings in the file. A name
+// that ends as those of the file's further attributes do ("N_OSTRELRegType", "N_OSTRELRegMltStr1")
+// is not refused, and disturbs the value N; docs/registry.md tells how.
+//
+// The memory of what is replaced by something longer, or deleted, comes back with the flush.
 uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t Type,
                           const void* pData, uint32_t Size);
 
-// Reads a value. *pType, unless NULL, receives its type. pData may be NULL to ask for the type only;
-// pSize is then not used, else it holds the bytes at pData on entry and the size of the data on
-// return. No more than the bytes at pData are ever written.
+// Reads a value. *pType, unless NULL, receives its type. pData may be NULL to ask for the type
+// only; pSize is then not used, else it holds the bytes at pData on entry and the size of the data
+// on return. No more than the bytes at pData are ever written.
 //
 //   SYS_REG_TYPE_SZ, _EXPAND_SZ  at most *pSize - 1 characters and a terminator. The size is the
 //                                length without it. SYS_REG_MORE_DATA when *pSize is below that;
@@ -122,8 +127,9 @@ uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t T
 //
 // Returns SYS_REG_OK or SYS_REG_MORE_DATA as above; SYS_REG_NOT_FOUND when there is no such value;
 // SYS_REG_FAILED for a NULL hKey, pData without pSize, a root that cannot be loaded, a type
-// SYS_REG_TYPE_UNKNOWN (*pType is 0xFFFFFFFF then) or, when asked for the data, SYS_REG_TYPE_BINARY,
-// and data that is missing in the file.
+// SYS_REG_TYPE_UNKNOWN (*pType is 0xFFFFFFFF then: any name but the six, of whatever length) or,
+// when asked for the data, SYS_REG_TYPE_BINARY, and data that is missing in the file. *pType stays
+// as it was when no type was found, *pSize when no data was.
 uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t* pType,
                             void* pData, uint32_t* pSize);
 
@@ -131,8 +137,8 @@ uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t
 // and when the root cannot be loaded; else SYS_REG_OK.
 uint32_t SYS_REG_DeleteValue(RegistryKeyHandle* hKey, const char* sName);
 
-// Writes each loaded root whose text is another than when it was loaded, and unloads all. Every open
-// key is invalid from now on, but for SYS_REG_CloseKey.
+// Writes each loaded root whose text is another than when it was loaded, and unloads all. Every
+// open key is invalid from now on, but for SYS_REG_CloseKey.
 //
 // A text longer than 1 MiB is not written: the file stays as it was. So it does when it cannot be
 // opened in four attempts, 5 ms apart. How far the writing got is not checked.

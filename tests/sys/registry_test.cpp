@@ -151,6 +151,27 @@ TEST_F(SysRegistry, HomeLostBeforeTheFlushLosesTheChangesAndWritesNothing) {
   EXPECT_EQ(2u, TypeOnly("v"));  // unloaded all the same
 }
 
+TEST_F(SysRegistry, HomeChangedBeforeTheFlushTakesTheChangedRootsAlong) {
+  const std::string sRest  = "/Library/Application Support/OSTREL/OSTREL_REG_HKEY_";
+  const std::string sUser  = m_Home.Path("other") + sRest + "CURRENT_USER.xml";
+  const std::string sLocal = m_Home.Path("other") + sRest + "LOCAL_MACHINE.xml";
+  const std::string sHere  = "<Registry a=\"1\" a_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n";
+  Provide(sHere);
+  Provide(sHere, "LOCAL_MACHINE");
+  std::filesystem::create_directories(m_Home.Path("other/Library/Application Support/OSTREL"));
+  WriteFile(sUser, "<Registry there=\"1\"/>");
+  WriteFile(sLocal, "<Registry there=\"1\"/>");
+  SetText("a", "2");
+  EXPECT_EQ(0u, TypeOnly("a", nullptr, HKEY_LOCAL_MACHINE));  // loaded, not changed
+  setenv("HOME", m_Home.Path("other").c_str(), 1);
+  EXPECT_EQ("2", Text("a"));  // still the root that was loaded
+  SYS_REG_Flush();
+  EXPECT_EQ(sHere, File());
+  EXPECT_EQ("<Registry a=\"2\" a_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n", ReadFile(sUser));
+  EXPECT_EQ(sHere, File("LOCAL_MACHINE"));
+  EXPECT_EQ("<Registry there=\"1\"/>", ReadFile(sLocal));
+}
+
 TEST_F(SysRegistry, ADirectoryThatCannotBeMadeFailsEverything) {
   WriteFile(m_Home.Path("Library"), "in the way");
   EXPECT_EQ(1u, SetText("v", "x"));
@@ -703,6 +724,7 @@ TEST_F(SysRegistry, AListClearsEveryFormerEntryWhateverItsType) {
 TEST_F(SysRegistry, AListClearsStringsBehindAGapAndNothingElse) {
   Provide(
       "<Registry N=\"o\" N_OSTRELRegMltStr2=\"o\" N_OSTRELRegMltStr10=\"o\" N=\"twice\" "
+      "N_OSTRELRegMltStr999999999=\"o\" "
       "N_OSTRELRegMltStr=\"k\" N_OSTRELRegMltStrX=\"k\" N_OSTRELRegMltStr1x=\"k\" "
       "N_OSTRELRegMltStr0=\"k\" NN=\"k\" N_OSTRELRegTyp=\"k\" M_OSTRELRegMltStr1=\"k\"/>");
   EXPECT_EQ(0u, SetBytes("N", 7, std::string("n\0\0", 3)));
@@ -711,6 +733,59 @@ TEST_F(SysRegistry, AListClearsStringsBehindAGapAndNothingElse) {
       "N_OSTRELRegMltStr0=\"k\" NN=\"k\" N_OSTRELRegTyp=\"k\" M_OSTRELRegMltStr1=\"k\" N=\"n\" "
       "N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>\r\n",
       Flushed());
+}
+
+TEST_F(SysRegistry, AnIndexOfTenDigitsIsNoneOfAList) {
+  // Counted in 32 bits 4294967297 would be 1.
+  const std::string sOthers = "N_OSTRELRegMltStr1000000000=\"k\" N_OSTRELRegMltStr4294967297=\"k\"";
+  Provide("<Registry " + sOthers + "/>");
+  EXPECT_EQ(0u, SetBytes("N", 7, std::string("a\0b\0\0", 5)));
+  EXPECT_EQ(std::string("a\0b\0\0#", 6), Query("N", 6).Bytes);
+  EXPECT_EQ(0u, SetBytes("N", 7, std::string("c\0\0", 3)));
+  EXPECT_EQ(std::string("c\0\0#", 4), Query("N", 4).Bytes);
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "N"));
+  EXPECT_EQ("<Registry " + sOthers + "/>", Flushed());
+}
+
+// What docs/registry.md tells of such names, row by row.
+TEST_F(SysRegistry, ATextNamedLikeAStringOfAListSharesItsAttribute) {
+  const char* const sTextName = "N_OSTRELRegMltStr1";
+  const std::string sTwo("a\0bc\0\0", 6);
+  const std::string sOne("a\0\0", 3);
+
+  SetText(sTextName, "x");
+  EXPECT_EQ(0u, SetBytes("N", 7, sTwo));
+  EXPECT_EQ("bc", Text(sTextName));
+  EXPECT_EQ(0u, SetBytes("N", 7, sOne));
+  EXPECT_EQ(0u, TypeOnly(sTextName));
+  EXPECT_EQ(1u, Query(sTextName, 8).Result);
+  EXPECT_EQ(sOne + "#", Query("N", 4).Bytes);
+
+  EXPECT_EQ(0u, SetText(sTextName, "x"));
+  EXPECT_EQ(std::string("a\0x\0\0#", 6), Query("N", 6).Bytes);
+
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "N"));
+  EXPECT_EQ(0u, TypeOnly(sTextName));
+  EXPECT_EQ(1u, Query(sTextName, 8).Result);
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, sTextName));
+  EXPECT_EQ(EMPTY_FILE, Flushed());
+
+  EXPECT_EQ(0u, SetBytes("N", 7, std::string("a\0b\0c\0\0", 7)));
+  SetText(sTextName, "x");
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, sTextName));
+  EXPECT_EQ(sOne + "#", Query("N", 4).Bytes);
+  EXPECT_EQ(
+      "<Registry N=\"a\" N_OSTRELRegMltStr2=\"c\" N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>\r\n",
+      Flushed());
+}
+
+TEST_F(SysRegistry, ATextNamedLikeATypeIsTheType) {
+  SetText("N", "x");
+  EXPECT_EQ(0u, SetText("N_OSTRELRegType", "y"));
+  uint32_t Type = 77;
+  EXPECT_EQ(1u, TypeOnly("N", &Type));
+  EXPECT_EQ(0xFFFFFFFFu, Type);
+  EXPECT_EQ("y", Text("N_OSTRELRegType"));
 }
 
 TEST_F(SysRegistry, AQuoteInATextMakesTheStoreUnreadable) {
@@ -769,6 +844,26 @@ TEST_F(SysRegistry, TypesInTheFileAreKnownByTheirWholeName) {
     EXPECT_EQ(Result, TypeOnly("v")) << sName;
     SYS_REG_Flush();
   }
+}
+
+TEST_F(SysRegistry, ATypeOfAnyLengthIsUnknownUnlessItIsTheWholeName) {
+  for (const size_t Length : {510u, 511u, 512u, 513u, 0x100000u}) {
+    for (const std::string sBegin : {"", "SYS_REG_TYPE_SZ"}) {
+      std::string sType = sBegin;
+      sType.resize(Length, ' ');
+      const std::string sText = "<Registry v=\"1\" v_OSTRELRegType=\"" + sType + "\" w=\"2\"/>\r\n";
+      Provide(sText);
+      const Answer A = Query("v", 8);
+      EXPECT_EQ(1u, A.Result) << Length;
+      EXPECT_EQ(0xFFFFFFFFu, A.Type);
+      EXPECT_EQ(8u, A.Size);
+      EXPECT_EQ("########", A.Bytes);
+      EXPECT_EQ(1u, SYS_REG_DeleteValue(USER, "v"));
+      EXPECT_TRUE(Flushed() == sText) << Length;
+    }
+  }
+  EXPECT_EQ(0u, SetText("v", "x"));  // setting it mends that
+  EXPECT_EQ("x", Text("v"));
 }
 
 TEST_F(SysRegistry, AValueWithoutItsDataAttributeFails) {
