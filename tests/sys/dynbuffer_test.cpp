@@ -158,9 +158,24 @@ TEST_F(SysDynBuffer, AFailedWriteLeavesRecordAndBytes) {
 }
 
 TEST_F(SysDynBuffer, ALengthThatWrapsAroundIsOutOfBounds) {
-  Create(100, 10, 0);
-  EXPECT_EQ(-3, DynBufferWriteAt(&m_Buffer, 5, "abc", 0xFFFFFFFF));
-  EXPECT_EQ(0u, m_Buffer.Written);
+  // The last index of each, cut to 32 bits, lies in the buffer.
+  static const struct {
+    uint32_t Offset;
+    uint32_t NumBytes;
+  } Rows[] = {{5, 0xFFFFFFFF}, {2, 0xFFFFFFFF}, {0xFFFFFFFF, 2}, {0xFFFFFFF0, 0x11}};
+  Create(100, 10, 0x22);
+  for (const auto& Row : Rows) {
+    Messages.clear();
+    EXPECT_EQ(-3, DynBufferWriteAt(&m_Buffer, Row.Offset, "abc", Row.NumBytes));
+    ASSERT_EQ(1u, Messages.size());
+    EXPECT_EQ(
+        "Debugger accesses memory in dynamic buffer at offset 0xFFFFFFFF which is out of array "
+        "bounds.",
+        Messages[0]);
+    EXPECT_EQ(0u, m_Buffer.Written);
+    EXPECT_EQ(10u, m_Buffer.AllocSize);
+    EXPECT_EQ(std::string(10, 0x22), std::string((const char*)m_Buffer.pData, 10));
+  }
 }
 
 TEST_F(SysDynBuffer, WithoutACallbackFailuresAreSilent) {
