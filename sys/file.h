@@ -68,9 +68,10 @@ int32_t SYS_FILE_Delete(const char* sPath);
 // its last byte, zeros fill the gap, and the position stays behind the space. Without an extension
 // the position is as before.
 //
-// Returns the address of the byte at Offset. NULL when the file cannot be extended, when the pages
-// cannot be mapped, or when nothing is to be mapped (NumBytes 0 and Offset on a page boundary). The
-// view stays valid when the descriptor is closed; SYS_FILE_UnmapView ends it.
+// Returns the address of the byte at Offset. The view stays valid when the descriptor is closed;
+// SYS_FILE_UnmapView ends it. NULL when the file cannot be extended, when the pages cannot be
+// mapped, or when nothing is to be mapped (NumBytes 0 and Offset on a page boundary). A file that
+// was too short may then be extended all the same, and its position moved.
 void* SYS_FILE_MapView(int32_t hFile, uint64_t Offset, uint32_t NumBytes);
 
 // Ends a view; NumBytes as given to SYS_FILE_MapView. 0, or -1 for failure.

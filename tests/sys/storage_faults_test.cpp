@@ -154,6 +154,8 @@ TEST_F(SysFileFaults, AViewThatCannotBeBackedIsNotMapped) {
     const FAULT Fault("mmap", ENOMEM);
     EXPECT_EQ(nullptr, SYS_FILE_MapView(hFile, 0, 10));
   }
+  EXPECT_EQ(std::string(9, '\0') + " ", ReadFile(Path("f")));  // extended all the same
+  EXPECT_EQ(10, SYS_FILE_Seek(hFile, 0, SEEK_CUR));
   void* pView = SYS_FILE_MapView(hFile, 0, 10);
   EXPECT_NE(nullptr, pView);
   EXPECT_EQ(0, SYS_FILE_UnmapView(pView, 10));
