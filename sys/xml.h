@@ -12,7 +12,7 @@
 // loader can read back is told by SYS_XML_IsAttrName and SYS_XML_IsElementName.
 //
 // One thread at a time for each document; no lock. Nothing is printed. Records are read freely and
-// changed through the functions only.
+// changed through the functions only. No pointer may be NULL where nothing is said about NULL.
 
 #ifndef SYS_XML_H
 #define SYS_XML_H
@@ -71,7 +71,7 @@ static const uint32_t SYS_XML_MAX_TEXT = 0x100000;
 // A document that holds one element. NULL when there is no memory, or for a NULL or empty name.
 XmlDocument* SYS_XML_CreateDoc(const char* sRootName);
 
-// Reads a document from zero-terminated text.
+// Reads a document from zero-terminated text. sText must not be NULL.
 //
 // Between tags SPACE, TAB, CR and LF are skipped, so are comments and "<!DOC...>"; one without its
 // end takes the rest of the text. The end of the text ends all open elements. So does any control
@@ -84,11 +84,14 @@ XmlDocument* SYS_XML_CreateDoc(const char* sRootName);
 XmlDocument* SYS_XML_ParseDoc(const char* sText, int32_t* pError);
 
 // The same from a file, which is read whole; a zero byte in it ends the text. Symbolic links are
-// followed; what is no regular file is refused without being waited for.
+// followed; what is no regular file is refused without being waited for. A NULL sPath is a file
+// that cannot be opened.
 XmlDocument* SYS_XML_LoadDoc(const char* sPath, int32_t* pError);
 
 // Writes the document as text: an element per line, indented by two spaces per level, attributes in
 // their order, CR LF behind each line, "<x/>" for an element without children. No terminator.
+//
+// Elements may be nested deeper here than the loader reads them back.
 //
 // Returns the number of bytes stored, at most BufferSize, or
 //   -1  pBuffer or pDoc is NULL
@@ -116,9 +119,10 @@ XmlAttribute* SYS_XML_GetFirstAttr(const XmlElement* pElement, char* pName, uint
 uint32_t SYS_XML_GetDepth(const XmlElement* pElement);
 
 // ---- Elements -----------------------------------------------------------------------------------
-// pDoc is always the document that pElement belongs to; neither may be NULL where both are given.
+// pDoc is always the document that pElement belongs to. Neither may be NULL, but where it says so.
 
-// The first child of that name; NULL without one and for a NULL or empty name.
+// The first child of that name; NULL without one and for a NULL or empty name. pElement must not be
+// NULL.
 XmlElement* SYS_XML_FindChild(const XmlElement* pElement, const char* sName);
 
 // The same, but a missing child is added as the last one. NULL when there is no memory, or for a
@@ -150,7 +154,8 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
 // Returns 0; 1 when there is none, or for a NULL name; -1 for a NULL element.
 int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName);
 
-// Unlinks this attribute of pElement.
+// Unlinks this attribute, which must be one of pElement's. Its own pPrev and pNext stay as they are:
+// a walk over the attributes can go on from it. Neither may be NULL.
 void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr);
 
 // Copies at most BufferSize - 1 characters of the value and a terminator; nothing for a pBuffer of
@@ -161,12 +166,12 @@ int32_t SYS_XML_CopyAttrValue(const XmlAttribute* pAttr, char* pBuffer, uint32_t
 
 // Makes sName one that the loader reads: a "-" in front becomes "_", and so does every character
 // but ASCII letters and digits, "!", "-" and "_". Does not lift the exceptions that
-// SYS_XML_IsElementName makes.
+// SYS_XML_IsElementName makes. sName must not be NULL; an empty one stays empty.
 void SYS_XML_SanitizeName(char* sName);
 
 // 1 when the loader reads sName as the name of an attribute, else 0: letters, digits, "_", "!" and
 // "-", at least one of them. An element may not begin as a comment or a document type does either
-// ("!--", "!DOC").
+// ("!--", "!DOC"). sName must not be NULL.
 int32_t SYS_XML_IsAttrName(const char* sName);
 int32_t SYS_XML_IsElementName(const char* sName);
 

@@ -1,7 +1,8 @@
 // sys/xml_node.h
 //
 // How nodes of an XML document come to be; for the modules of the document and for the registry
-// store, which appends lists of attributes. Other users see sys/xml.h.
+// store, which appends lists of attributes. Other users see sys/xml.h. No pointer may be NULL where
+// nothing is said about NULL.
 
 #ifndef SYS_XML_NODE_H
 #define SYS_XML_NODE_H

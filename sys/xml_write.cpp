@@ -44,8 +44,10 @@ static void WriteIndentation(WRITER* pWriter, uint32_t Depth) {
   }
 }
 
+// One call for each level. It ends with the first error: indented as they are, a thousand levels do
+// not fit the text, so nobody's nesting can use up the stack.
 static void WriteElements(WRITER* pWriter, const XmlElement* pElement, uint32_t Depth) {
-  for (; pElement != NULL; pElement = pElement->pNext) {
+  for (; pElement != NULL && pWriter->Error == 0; pElement = pElement->pNext) {
     WriteIndentation(pWriter, Depth);
     WriteString(pWriter, "<");
     Write(pWriter, pElement->sName, (uint32_t)pElement->NameLen);

@@ -340,6 +340,9 @@ TEST_F(SysXmlFile, EmptyAndMalformedFilesAreToldApartFromUnreadableOnes) {
   EXPECT_EQ(-9, LoadError("empty"));
   EXPECT_EQ(-1, LoadError("text"));
   EXPECT_EQ(-10, LoadError("none"));
+  int32_t Error = 0;
+  EXPECT_EQ(nullptr, SYS_XML_LoadDoc(nullptr, &Error));
+  EXPECT_EQ(-10, Error);
 }
 
 TEST_F(SysXmlFile, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
@@ -430,6 +433,19 @@ TEST(SysXmlWrite, ATextOf1MiBIsWrittenAndOneByteMoreIsNot) {
     EXPECT_EQ(std::string(16, '#'), sBuffer.substr(0x100000));
     EXPECT_NE('#', sBuffer[0x100000 - 1]);
   }
+}
+
+TEST(SysXmlWrite, ElementsNestedAsDeepAsMemoryGoesAreTooLong) {
+  const Doc   Tree(SYS_XML_CreateDoc("R"));
+  XmlElement* pElement = Tree.Root();
+  for (int i = 0; i < 200000; i++) {
+    pElement = SYS_XML_FindOrAddChild(Tree.Get(), pElement, "n");
+  }
+  EXPECT_EQ(200000u, SYS_XML_GetDepth(pElement));
+  std::string sBuffer(0x100000, '#');
+  EXPECT_EQ(-2, SYS_XML_StoreDoc(Tree.Get(), sBuffer.data(), 0x100000));
+  EXPECT_EQ("<R>\r\n  <n>\r\n    <n>\r\n", sBuffer.substr(0, 21));
+  EXPECT_EQ(std::string::npos, sBuffer.find('#'));
 }
 
 TEST(SysXmlWrite, NothingShortIsWrittenBehindAPieceThatDidNotFit) {
@@ -636,6 +652,16 @@ TEST(SysXmlTree, RemoveUnlinksFirstMiddleAndLast) {
   EXPECT_EQ("<R/>\r\n", Tree.Text());
   EXPECT_EQ(0, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "e", "5"));
   EXPECT_EQ("<R e=\"5\"/>\r\n", Tree.Text());
+}
+
+TEST(SysXmlTree, AWalkGoesOnFromAnAttributeThatWasUnlinked) {
+  const Doc Tree = Parse("<R a=\"1\" b=\"2\" c=\"3\" d=\"4\"/>");
+  for (XmlAttribute* pAttr = Tree.Root()->pFirstAttr; pAttr != nullptr; pAttr = pAttr->pNext) {
+    if (pAttr->sName[0] == 'b' || pAttr->sName[0] == 'c') {
+      SYS_XML_UnlinkAttr(Tree.Root(), pAttr);
+    }
+  }
+  EXPECT_EQ("<R a=\"1\" d=\"4\"/>\r\n", Tree.Text());
 }
 
 TEST(SysXmlTree, RemoveTellsWhyItRemovedNothing) {
