@@ -33,7 +33,7 @@ static int32_t BuildBelowHome(char* pBuffer, const char* sBelow) {
   return 0;
 }
 
-// Copies the text and its terminator, BufferSize bytes at the most; a longer text is not terminated.
+// Copies the text and its terminator, BufferSize bytes at most; a longer text is not terminated.
 static void CopyBytes(char* pBuffer, const char* sText, uint32_t BufferSize) {
   const size_t NumBytes = strlen(sText) + 1;
   memcpy(pBuffer, sText, NumBytes < BufferSize ? NumBytes : BufferSize);

@@ -15,9 +15,9 @@
 // library makes.
 static const uint32_t SYS_PATH_SIZE = 512;
 
-// Makes the directory sPath and the missing ones above it, with the permissions 0775 less the umask.
-// A directory that exists, or a symbolic link to one, is good as it is; a link whose target is
-// missing has its target made. Repeated and trailing separators do not matter.
+// Makes the directory sPath and the missing ones above it, with the permissions 0775 less the
+// umask. A directory that exists, or a symbolic link to one, is good as it is; a link whose target
+// is missing has its target made. Repeated and trailing separators do not matter.
 //
 // Returns 0 when the directory is there in the end, else -1: NULL or empty path, something else in
 // the way, no permission, 1024 characters or more (also in a link's target), or more than 127

@@ -40,8 +40,8 @@ static int IsRoot(const RegistryKeyHandle* hKey) {
   return (uintptr_t)hKey >= FIRST_ROOT && (uintptr_t)hKey <= LAST_ROOT;
 }
 
-// Stores the path of a root's file in a buffer of SYS_PATH_SIZE bytes. The directory is made when it
-// is missing. 0, or -1 when that fails or the path does not fit.
+// Stores the path of a root's file in a buffer of SYS_PATH_SIZE bytes. The directory is made when
+// it is missing. 0, or -1 when that fails or the path does not fit.
 static int32_t BuildFilePath(uint32_t Slot, char* pPath) {
   if (SYS_PATH_GetAppSupportDir(pPath, SYS_PATH_SIZE) != 0) {
     return -1;

@@ -1,7 +1,7 @@
 // tests/sys/registry_duel.h
 //
-// The registry store and the model of it side by side: each command goes to both, and what differs is
-// told in words.
+// The registry store and the model of it side by side: each command goes to both, and what differs
+// is told in words.
 
 #ifndef TESTS_SYS_REGISTRY_DUEL_H
 #define TESTS_SYS_REGISTRY_DUEL_H

@@ -32,8 +32,8 @@ class SysRegistry : public RegistryHome {
     return SYS_REG_SetValue(USER, sName, Type, sBytes.data(), (uint32_t)sBytes.size());
   }
 
-  // What a query with that capacity says: result, type, size, and the bytes it left in a buffer that
-  // was full of '#'. Nothing may be written behind the capacity.
+  // What a query with that capacity says: result, type, size, and the bytes it left in a buffer
+  // that was full of '#'. Nothing may be written behind the capacity.
   struct Answer {
     uint32_t    Result;
     uint32_t    Type;
