@@ -7,9 +7,14 @@
 
 set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 
+# Headers are named from the root of the project, in quotes. It is searched for these only, so that
+# <sys/file.h> is the system's.
+add_library(quobe_headers INTERFACE)
+target_compile_options(quobe_headers INTERFACE "-iquote${CMAKE_SOURCE_DIR}")
+
 add_library(quobe_options INTERFACE)
+target_link_libraries(quobe_options INTERFACE quobe_headers)
 target_compile_features(quobe_options INTERFACE cxx_std_20)
-target_include_directories(quobe_options INTERFACE "${CMAKE_SOURCE_DIR}")
 target_compile_options(quobe_options INTERFACE
   $<$<COMPILE_LANGUAGE:C,CXX>:-Wall -Wextra -Wconversion -Wshadow -Wundef -Wcast-align -Wformat=2 -Werror>)
 if(QUOBE_SANITIZE)
@@ -46,8 +51,7 @@ find_package(Threads REQUIRED)
 
 function(quobe_product_library name)
   add_library(${name} STATIC ${ARGN})
-  target_link_libraries(${name} PRIVATE quobe_product_options PUBLIC quobe_platform)
-  target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE quobe_product_options PUBLIC quobe_headers quobe_platform)
   target_compile_features(${name} PUBLIC cxx_std_20)
   set_target_properties(${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON
