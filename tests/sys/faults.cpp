@@ -36,6 +36,7 @@ uint32_t        FakeRatio[2] = {1, 1};
 int64_t         FakeTime;
 
 std::string FakeExecutable;
+int         MallocFill = -1;
 size_t      MaxRead;
 
 static thread_local FAULT* pInnermost;
@@ -150,7 +151,6 @@ RETURNS_ERROR(int, HOST_posix_spawn,
               (pPid, sPath, pActions, pAttr, pasArgs, pasEnv))
 RETURNS_ERROR(kern_return_t, IOObjectRelease, (io_object_t hObject), (hObject))
 
-RETURNS_NULL(void*, malloc, (size_t Size), (Size))
 RETURNS_NULL(void*, realloc, (void* p, size_t Size), (p, Size))
 RETURNS_NULL(CFMutableDictionaryRef, IOServiceMatching, (const char* sName), (sName))
 RETURNS_NULL(io_object_t, IOIteratorNext, (io_iterator_t hIterator), (hIterator))
@@ -185,6 +185,21 @@ int __wrap_usleep(useconds_t Microseconds) {
   LastSleepUs = Microseconds;
   int Error   = 0;
   return FAULT::Take("usleep", &Error) ? (int)FailWithErrno(Error) : __real_usleep(Microseconds);
+}
+
+void* __real_malloc(size_t Size);
+void* __wrap_malloc(size_t Size);
+void* __wrap_malloc(size_t Size) {
+  int Error = 0;
+  if (FAULT::Take("malloc", &Error)) {
+    errno = Error;
+    return nullptr;
+  }
+  void* pMem = __real_malloc(Size);
+  if (MallocFill >= 0 && pMem != nullptr) {
+    memset(pMem, MallocFill, Size);
+  }
+  return pMem;
 }
 
 // Closes first and fails then: the descriptor is gone either way.

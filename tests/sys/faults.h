@@ -91,6 +91,9 @@ extern struct timespec RefusedWaitEnd;
 // The path of the running program, in place of its own unless empty.
 extern std::string FakeExecutable;
 
+// What malloc() fills a block with, 0 to 255; -1 leaves it as it comes.
+extern int MallocFill;
+
 // The most that one read() gives, in bytes; 0 for no limit.
 extern size_t MaxRead;
 

@@ -91,7 +91,7 @@ TEST_F(SysPath, MakeDirFollowsLinks) {
   EXPECT_TRUE(IsDirectory(m_Dir.Path("real/below")));
   EXPECT_EQ(0, MakeDir("tomissing/below"));
   EXPECT_TRUE(IsDirectory(m_Dir.Path("made/by/below")));
-  EXPECT_EQ(0, MakeDir("torelative"));
+  EXPECT_EQ(0, MakeDir("torelative//"));  // the link is meant, with separators behind it too
   EXPECT_TRUE(IsDirectory(m_Dir.Path("made/too")));
   EXPECT_EQ(-1, MakeDir("tofile"));
 }
@@ -190,6 +190,16 @@ TEST_F(SysPathHome, AppSupportDirFailsWithoutHome) {
   setenv("HOME", "", 1);
   EXPECT_EQ(-1, SYS_PATH_GetAppSupportDir(acPath, sizeof(acPath)));
   EXPECT_STREQ("#", acPath);
+}
+
+TEST_F(SysPathHome, AppSupportDirTakesAHomeOfOneCharacter) {
+  ASSERT_EQ(0, chdir(m_Dir.Path().c_str()));
+  setenv("HOME", "h", 1);
+  char acPath[512];
+  EXPECT_EQ(0, SYS_PATH_GetAppSupportDir(acPath, sizeof(acPath)));
+  EXPECT_EQ(std::string("h") + Below, acPath);
+  EXPECT_TRUE(IsDirectory(m_Dir.Path("h") + Below));
+  ASSERT_EQ(0, chdir("/"));
 }
 
 TEST_F(SysPathHome, AppSupportDirFailsWhenItCannotBeMade) {

@@ -1,9 +1,12 @@
 #include "sys/registry.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 
 #include <chrono>
 #include <map>
@@ -17,6 +20,26 @@ static RegistryKeyHandle* Root(uint32_t Value) {
 }
 
 static RegistryKeyHandle* const USER = Root(0x80000001);
+
+// No file can be written beyond so many bytes as long as it lives; as on a disk that is full.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t NumBytes) : m_pfBefore(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &m_Before);
+    const struct rlimit Limit = {NumBytes, m_Before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &Limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &m_Before);
+    signal(SIGXFSZ, m_pfBefore);
+  }
+  FileSizeLimit(const FileSizeLimit&)            = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  struct rlimit m_Before;
+  void (*m_pfBefore)(int);
+};
 
 static const std::string EMPTY_FILE = "<Registry>\r\n</Registry>";
 
@@ -239,6 +262,67 @@ TEST_F(SysRegistry, AFileCutBetweenElementsKeepsWhatIsThere) {
   Provide("<Registry v=\"x\" v_OSTRELRegType=\"SYS_REG_TYPE_SZ\"><K/>");
   EXPECT_EQ("x", Text("v"));
   EXPECT_EQ("<Registry v=\"x\" v_OSTRELRegType=\"SYS_REG_TYPE_SZ\"><K/>", Flushed());
+}
+
+TEST_F(SysRegistry, AFileCutAnywhereLoadsOrBecomesTheEmptyStore) {
+  const std::string sWhole =
+      "<!DOCTYPE r>\r\n<!-- c --><Registry>\r\n  <K v=\"x\" v_OSTRELRegType=\"SYS_REG_TYPE_SZ\" "
+      "N=\"a\" N_OSTRELRegMltStr1=\"b\" N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\">\r\n    <L/>\r\n"
+      "  </K>\r\n</Registry>\r\n";
+  const size_t Registry = sWhole.find("<Registry>"), K = sWhole.find("<K"), L = sWhole.find("<L");
+  for (size_t Length = 0; Length <= sWhole.size(); Length++) {
+    const std::string sCut = sWhole.substr(0, Length);
+    Provide(sCut);
+    EXPECT_EQ(2u, TypeOnly("v")) << Length;  // nothing is in the root itself
+    const bool IsKept = File() == sCut;
+    EXPECT_TRUE(IsKept || File() == EMPTY_FILE) << Length;
+    RegistryKeyHandle* hKey = SYS_REG_OpenKey(USER, "K");
+    ASSERT_NE(nullptr, hKey) << Length;
+    const bool HasK = Length >= sWhole.find('>', K) + 1 && IsKept;
+    EXPECT_EQ(HasK ? "x" : "", Text("v", hKey)) << Length;
+    EXPECT_EQ(HasK ? 0u : 2u, TypeOnly("N", nullptr, hKey)) << Length;
+    SYS_REG_CloseKey(hKey);
+    // Between tags nothing is missing that the end of the text would not make up for.
+    if (Length == Registry + 10 || Length == K - 1 || Length == L - 1 || Length == sWhole.size()) {
+      EXPECT_TRUE(IsKept) << Length;
+    }
+    SetText("new", "y");
+    SYS_REG_Flush();
+    EXPECT_EQ("y", Text("new")) << Length;
+    SYS_REG_Flush();
+  }
+}
+
+TEST_F(SysRegistry, HostileFilesBecomeTheEmptyStoreOrLoad) {
+  std::string sDeep = "<R>", sAttrs = "<R ";
+  for (int i = 0; i < 101; i++) {
+    sDeep += "<n>";
+  }
+  for (int i = 0; i < 1000000; i++) {
+    sAttrs += "a=\"\"";
+  }
+  const std::string sMega(0x100000, 'n');
+  const struct {
+    const char* sWhat;
+    std::string sText;
+    bool        IsLoaded;
+  } Rows[] = {
+      {"nested 101 deep", sDeep, false},
+      {"a million attributes", sAttrs + "/>", true},
+      {"a name of a mebibyte", "<" + sMega + " " + sMega + "=\"" + sMega + "\"/>", true},
+      {"an endless name", "<" + sMega, false},
+      {"no closing quote", "<R a=\"" + sMega, false},
+      {"a zero byte in a tag", std::string("<R \0a=\"1\"/>", 12), false},
+      {"a zero byte behind the root", std::string("<R/>\0</x>", 9), true},
+      {"zero bytes only", std::string(1000, '\0'), false},
+      {"bytes that are no text", "<R>\xFF\xFE\x80</R>", false},
+      {"bytes that are no text in a value", "<R a=\"\xFF\xFE\x80\"/>", true},
+  };
+  for (const auto& Row : Rows) {
+    Provide(Row.sText);
+    EXPECT_EQ(2u, TypeOnly("v")) << Row.sWhat;
+    EXPECT_TRUE(Flushed() == (Row.IsLoaded ? Row.sText : EMPTY_FILE)) << Row.sWhat;
+  }
 }
 
 TEST_F(SysRegistry, AnyRootElementNameIsTaken) {
@@ -797,6 +881,21 @@ TEST_F(SysRegistry, AQuoteInATextMakesTheStoreUnreadable) {
 
 // ---- Querying -----------------------------------------------------------------------------------
 
+TEST_F(SysRegistry, TextsAroundTheSizeOfANameAreReadBackWhole) {
+  for (const size_t Length : {511u, 512u, 513u, 5000u}) {
+    const std::string sText(Length, 't');
+    EXPECT_EQ(0u, SetText("v", sText.c_str()));
+    EXPECT_EQ(0u, SetBytes("N", 7, sText + '\0' + sText + std::string(2, '\0')));
+    SYS_REG_Flush();
+    const Answer A = Query("v", (uint32_t)Length + 1);
+    EXPECT_EQ(0u, A.Result);
+    EXPECT_EQ(Length, A.Size);
+    EXPECT_EQ(sText + '\0', A.Bytes);
+    EXPECT_EQ(sText + '\0' + sText + std::string(2, '\0'),
+              Query("N", (uint32_t)(2 * Length + 3)).Bytes);
+  }
+}
+
 TEST_F(SysRegistry, TheTypeAloneCanBeAskedFor) {
   SetDword("d", 1);
   uint32_t Type = 0;
@@ -1248,6 +1347,52 @@ TEST_F(SysRegistryFlush, NoLengthOfALongValueGetsACutTextIntoTheFile) {
     ASSERT_GT(Size, 0x100000u);
     ASSERT_EQ(sGood, Flushed()) << Length;
   }
+}
+
+TEST_F(SysRegistryFlush, AFileThatMayNotGrowIsCutAndThenGivenUp) {
+  Provide("<Registry/>");
+  SetText("v", std::string(1000, 'x').c_str());
+  {
+    const FileSizeLimit Limit(100);
+    SYS_REG_Flush();
+  }
+  EXPECT_EQ("<Registry v=\"" + std::string(87, 'x'), File());
+  {
+    const FileSizeLimit Limit(5);
+    EXPECT_EQ(1u, TypeOnly("v"));  // not even the empty store fits
+  }
+  EXPECT_EQ(2u, TypeOnly("v"));
+  EXPECT_EQ(EMPTY_FILE, Flushed());
+}
+
+// Two processes that change the same root again and again. Nothing keeps them from writing at the
+// same moment, so values may be lost; what may not happen is a crash, a hang, or a file that the
+// store cannot get over.
+TEST_F(SysRegistryFlush, TwoProcessesThatFlushAtOnceLeaveAStoreThatWorks) {
+  pid_t Children[2];
+  for (pid_t& Child : Children) {
+    Child = fork();
+    ASSERT_GE(Child, 0);
+    if (Child == 0) {
+      const std::string sText(&Child == &Children[0] ? 10 : 3000, 'x');
+      int               NumRefused = 0;
+      for (uint32_t i = 0; i < 300; i++) {
+        NumRefused += SetDword("count", i) != 0;
+        NumRefused += SetText("text", sText.c_str()) != 0;
+        SYS_REG_Flush();
+      }
+      // Emptied by the other one between a write and its being read back, a root cannot be loaded.
+      _exit(NumRefused > 300 ? 1 : 0);
+    }
+  }
+  for (const pid_t Child : Children) {
+    int Status = -1;
+    EXPECT_EQ(Child, waitpid(Child, &Status, 0));
+    EXPECT_EQ(0, Status);
+  }
+  EXPECT_EQ(0u, SetText("after", "x"));
+  SYS_REG_Flush();
+  EXPECT_EQ("x", Text("after"));
 }
 
 TEST_F(SysRegistryFlush, AFileOfMoreThan1MiBIsReadAndKept) {

@@ -71,6 +71,21 @@ TEST(SysDynBufferFaults, GrowthWithoutMemoryLeavesRecordAndBytes) {
   DynBufferFree(&Buffer);
 }
 
+TEST(SysDynBufferFaults, FreshBytesAreFilledFromZeroOnAndLeftAsTheyComeBelow) {
+  for (const int32_t Fill : {0, 0x77, 255, -1, -256}) {
+    const char sWant[] = {'x', (char)(Fill < 0 ? 0xEE : Fill), 0};
+    DYNBUFFER  Buffer;
+    MallocFill = 0xEE;
+    ASSERT_EQ(0, DynBufferCreate(&Buffer, nullptr, 100, 4, Fill));
+    EXPECT_EQ(std::string(4, sWant[1]), std::string((const char*)Buffer.pData, 4)) << Fill;
+    ASSERT_EQ(0, DynBufferAppend(&Buffer, "x", 1));
+    ASSERT_EQ(0, DynBufferEnsure(&Buffer, 19));
+    MallocFill = -1;
+    EXPECT_EQ("x" + std::string(19, sWant[1]), std::string((const char*)Buffer.pData, 20)) << Fill;
+    DynBufferFree(&Buffer);
+  }
+}
+
 TEST(SysDynBufferFaults, WithoutACallbackNoMemoryIsSilent) {
   DYNBUFFER   Buffer;
   const FAULT Fault("malloc", ENOMEM);
