@@ -211,6 +211,28 @@ TEST_F(SysFile, OpenRegularRefusesAnythingElseWithoutWaiting) {
   EXPECT_EQ(-1, SYS_FILE_OpenRegular(nullptr, 0x01, 0, 0));
 }
 
+TEST_F(SysFile, Descriptor0IsAsGoodAsAnyOther) {
+  Make("f", "abc");
+  const std::string sPath  = m_Dir.Path("f");
+  const int         hStdin = dup(0);
+  close(0);
+  const int32_t Retried = SYS_FILE_OpenRetry(sPath.c_str(), 0x01, 3, 1);
+  SYS_FILE_Close(Retried);
+  const int32_t Regular = SYS_FILE_OpenRegular(sPath.c_str(), 0x41, 3, 1);
+  const int64_t AtEnd   = SYS_FILE_Seek(Regular, 0, SEEK_CUR);
+  SYS_FILE_Close(Regular);
+  const int32_t IsThere = SYS_FILE_Exists(sPath.c_str());
+  const int32_t Lowest  = SYS_FILE_Open(sPath.c_str(), 0x01);
+  SYS_FILE_Close(Lowest);
+  dup2(hStdin, 0);
+  close(hStdin);
+  EXPECT_EQ(0, Retried);
+  EXPECT_EQ(0, Regular);
+  EXPECT_EQ(3, AtEnd);
+  EXPECT_EQ(1, IsThere);
+  EXPECT_EQ(0, Lowest);  // nothing was left open
+}
+
 TEST_F(SysFile, ExistsTellsWhatCanBeRead) {
   Make("f", "");
   ASSERT_EQ(0, mkfifo(m_Dir.Path("fifo").c_str(), 0600));
@@ -315,6 +337,16 @@ TEST_F(SysFileView, GrowsAShortFileToTheEndOfTheViewWithASpace) {
   EXPECT_EQ(std::string(9, '\0') + " ", std::string(pView, 10));
   EXPECT_EQ(0, SYS_FILE_UnmapView(pView, 10));
   SYS_FILE_Close(hFile);
+}
+
+TEST_F(SysFileView, TheFirstByteOfAnEmptyFileCanBeViewed) {
+  const int32_t hFile = Open("f", 0x13);
+  char*         pView = static_cast<char*>(SYS_FILE_MapView(hFile, 0, 1));
+  ASSERT_NE(nullptr, pView);
+  EXPECT_EQ(' ', *pView);
+  EXPECT_EQ(0, SYS_FILE_UnmapView(pView, 1));
+  SYS_FILE_Close(hFile);
+  EXPECT_EQ(" ", Text("f"));
 }
 
 TEST_F(SysFileView, ChangesGoIntoTheFile) {
