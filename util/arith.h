@@ -49,27 +49,28 @@ int32_t UTIL_DivI32(int32_t Dividend, int32_t Divisor);
 // Days from date B to date A, negative when A is the earlier one.
 //
 // Dates are decimal, YYYYMMDD; below 10000000 they are YYMMDD of 20YY. The days are counted from 1
-// January 2001, and a date before 2002 counts as one of 2001, on purpose: distances across the years
-// before come out short. Months and days are not checked: a month of 0 counts as January, one above
-// 12 as following December.
+// January 2001, and a date before 2002 counts as one of 2001, on purpose: distances across the
+// years before come out short. Months and days are not checked: a month of 0 counts as January, one
+// above 12 as following December.
 int32_t UTIL_GetDaysDiff(uint32_t DateA, uint32_t DateB);
 
 // Estimates the samples at the ranks of 25 %, 50 % and 75 % without sorting them: counts them in
-// buckets over [Low, High] and takes the centre of the bucket that a rank falls into. While a bucket
-// is wider than Resolution its range is counted again, in 800 buckets; a rank outside of [Low, High]
-// is looked for there in the same way. At most 10 such levels.
+// buckets over [Low, High] and takes the centre of the bucket that a rank falls into. While a
+// bucket is wider than Resolution its range is counted again, in 800 buckets; a rank outside of
+// [Low, High] is looked for there in the same way. At most 10 such levels.
 //
 // The ranks are those of NumSamples / 4, NumSamples / 2 and NumSamples - NumSamples / 4 samples,
 // counted from the smallest as 1; a rank of 0, of fewer than four samples, counts as 1. A bucket's
-// width is fractional, (High - Low + 1) / NumBuckets, and its edges, multiples of that width rounded
-// down, are the ends of the range that is counted again; only the comparison with Resolution takes
-// the width's integer part. Counters have 32 bits and cannot overflow, as NumSamples has no more.
+// width is fractional, (High - Low + 1) / NumBuckets, and its edges, multiples of that width
+// rounded down, are the ends of the range that is counted again; only the comparison with
+// Resolution takes the width's integer part. Counters have 32 bits and cannot overflow, as
+// NumSamples has no more.
 //
 // Samples must be NumSamples values. pBuckets is the caller's memory of NumBuckets counters, at
 // least one; its contents do not matter. A sample at the very top belongs to the last bucket.
-// Resolution is in units of the samples, at least 1: no bucket counts as narrower than that, so that
-// 0 uses up the levels. Estimates are rounded down. A result pointer may be NULL, and its rank is
-// then not looked for.
+// Resolution is in units of the samples, at least 1: no bucket counts as narrower than that, so
+// that 0 uses up the levels. Estimates are rounded down. A result pointer may be NULL, and its rank
+// is then not looked for.
 //
 // Returns 0, or -1 when a rank could not be reached: there are no samples, the levels were used up,
 // NumBuckets is 0, or High is below Low. Its result is then untouched; the others are valid.
