@@ -46,8 +46,8 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index);
 // pBytes must not point into this buffer: growing frees the old storage.
 //
 // Returns 0, -2 or -3 as DynBufferEnsure of the last byte does; after -2 and -3 the record and its
-// bytes are as before. Bytes that would reach beyond index 0xFFFFFFFF, where the 32 bits wrap, count
-// as ending there: -3.
+// bytes are as before. Bytes that would reach beyond index 0xFFFFFFFF, where the 32 bits wrap,
+// count as ending there: -3.
 //
 // NumBytes 0 copies nothing, but otherwise acts as a write that ends before Offset: that byte is
 // made addressable and counts as in use. At Offset 0 it would be index 0xFFFFFFFF: writing nothing

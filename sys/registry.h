@@ -10,8 +10,8 @@
 //
 // Every operation on a root fails, and nothing is written anywhere, when HOME is not set or empty,
 // when the directory cannot be made, or when its path and the file's name come to 512 characters or
-// more. HOME is asked for each time. Flush before changing it: a root that is loaded stays so, and a
-// flush writes it, when it was changed, below the HOME of that moment, over the file that is there.
+// more. HOME is asked for each time. Flush before changing it: a root that is loaded stays so, and
+// a flush writes it, when it was changed, below the HOME of that moment, over the file there.
 //
 // A file whose text is no XML of the kind the store writes is replaced by the empty store, on
 // purpose. A file that cannot be read just now (no permission, no memory, not a regular file) is

@@ -154,8 +154,8 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
 // Returns 0; 1 when there is none, or for a NULL name; -1 for a NULL element.
 int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName);
 
-// Unlinks this attribute, which must be one of pElement's. Its own pPrev and pNext stay as they are:
-// a walk over the attributes can go on from it. Neither may be NULL.
+// Unlinks this attribute, which must be one of pElement's. Its own pPrev and pNext stay as they
+// are: a walk over the attributes can go on from it. Neither may be NULL.
 void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr);
 
 // Copies at most BufferSize - 1 characters of the value and a terminator; nothing for a pBuffer of

@@ -21,8 +21,8 @@ static XmlArena* CreateChunk(uint32_t Capacity) {
   return pChunk;
 }
 
-// The first chunk with any room, or the last one. A document of many small pieces has dozens of full
-// chunks in front of it; walking them for each piece would take most of the time of loading it.
+// The first chunk with any room, or the last one. A document of many small pieces has dozens of
+// full chunks in front of it; walking them for each piece would take most of the time of loading.
 static XmlArena* FindOpenChunk(XmlArena* pArena) {
   XmlArena* pChunk = pArena->pOpen;
   while (pChunk->Used == pChunk->Capacity && pChunk->pNext != NULL) {
