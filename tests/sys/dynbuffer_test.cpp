@@ -10,6 +10,9 @@
 
 static std::vector<std::string> Messages;
 
+static const char LAST_INDEX_MESSAGE[] =
+    "Debugger accesses memory in dynamic buffer at offset 0xFFFFFFFF which is out of array bounds.";
+
 static void KeepMessage(const char* sMessage) {
   Messages.push_back(sMessage);
 }
@@ -53,10 +56,7 @@ TEST_F(SysDynBuffer, AppendingNothingToAnEmptyBufferIsOutOfBounds) {
   Create(100, 10, 0);
   EXPECT_EQ(-3, DynBufferAppend(&m_Buffer, "", 0));
   ASSERT_EQ(1u, Messages.size());
-  EXPECT_EQ(
-      "Debugger accesses memory in dynamic buffer at offset 0xFFFFFFFF which is out of array "
-      "bounds.",
-      Messages[0]);
+  EXPECT_EQ(LAST_INDEX_MESSAGE, Messages[0]);
   EXPECT_EQ(0u, m_Buffer.Written);
 }
 
@@ -168,10 +168,7 @@ TEST_F(SysDynBuffer, ALengthThatWrapsAroundIsOutOfBounds) {
     Messages.clear();
     EXPECT_EQ(-3, DynBufferWriteAt(&m_Buffer, Row.Offset, "abc", Row.NumBytes));
     ASSERT_EQ(1u, Messages.size());
-    EXPECT_EQ(
-        "Debugger accesses memory in dynamic buffer at offset 0xFFFFFFFF which is out of array "
-        "bounds.",
-        Messages[0]);
+    EXPECT_EQ(LAST_INDEX_MESSAGE, Messages[0]);
     EXPECT_EQ(0u, m_Buffer.Written);
     EXPECT_EQ(10u, m_Buffer.AllocSize);
     EXPECT_EQ(std::string(10, 0x22), std::string((const char*)m_Buffer.pData, 10));
