@@ -73,8 +73,8 @@ TEST(ExampleTcpEcho, ClientsGetTheirTextBack) {
   PROGRAM           Server({TCP_ECHO_SERVER, "0", "2"});
   const std::string sPort = PortFrom(Server.ReadLine());
   for (const char* sText : {"hello", "good bye"}) {
-    PROGRAM Client({TCP_ECHO_CLIENT, "localhost", sPort, "10000", sText});
-    EXPECT_EQ(std::string(sText) + "\n", Client.ReadLine());
+    PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", sPort, "10000", sText});
+    ASSERT_EQ(std::string(sText) + "\n", Client.ReadLine()) << "the server would wait for ever";
     EXPECT_EQ(0, Client.WaitForExit());
   }
   EXPECT_EQ(0, Server.WaitForExit());

@@ -30,6 +30,7 @@
 #include "sys/serial.h"
 #include "sys/sockets.h"
 #include "sys/thread.h"
+#include "tests/sys/names.h"
 #include "tests/sys/pty.h"
 
 static int NumServiceFailures;
@@ -267,19 +268,27 @@ static void CheckIPv6(void) {
 
 static void CheckNames(void) {
   uint32_t Addr = 0;
-  CHECK_SERVICE(SYS_NET_ResolveIPv4("localhost", &Addr) == 0);
-  CHECK_SERVICE(Addr == LoopbackIPv4);
+  if (IsLocalhostKnown()) {
+    CHECK_SERVICE(SYS_NET_ResolveIPv4("localhost", &Addr) == 0);
+    CHECK_SERVICE(Addr == LoopbackIPv4);
+  } else {
+    printf("localhost: SKIPPED, this machine does not know the name\n");
+  }
+  CHECK_SERVICE(SYS_NET_ResolveIPv4("192.0.2.7", &Addr) == 0);
+  CHECK_SERVICE(Addr == 0xC0000207);
   uint8_t aAddr[16] = {0};
   CHECK_SERVICE(SYS_NET_ResolveIPv6("::1", 0, aAddr) == 0);
   CHECK_SERVICE(memcmp(aAddr, aLoopbackIPv6, 16) == 0);
   CHECK_SERVICE(SYS_NET_ResolveIPv6("127.0.0.1", 0, aAddr) == -1);
   CHECK_SERVICE(SYS_NET_ResolveIPv6("127.0.0.1", 1, aAddr) == 0);
   CHECK_SERVICE(memcmp(aAddr, "\0\0\0\0\0\0\0\0\0\0\xFF\xFF\x7F\0\0\1", 16) == 0);
-  char acHost[64]   = "";
-  char acService[8] = "";
+  char acExpected[256] = "";
+  char acHost[256]     = "";
+  char acService[8]    = "";
+  CHECK_SERVICE(GetLoopbackName(acExpected, sizeof(acExpected)));
   CHECK_SERVICE(SYS_NET_GetNameIPv4(LoopbackIPv4, 54321, acHost, sizeof(acHost), acService,
                                     sizeof(acService)) == 0);
-  CHECK_SERVICE(strcmp(acHost, "localhost") == 0);
+  CHECK_SERVICE(strcmp(acHost, acExpected) == 0);
   CHECK_SERVICE(strcmp(acService, "54321") == 0);
 }
 

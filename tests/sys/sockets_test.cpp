@@ -21,6 +21,7 @@
 #include "tests/sys/faults.h"
 #include "tests/sys/high_descriptors.h"
 #include "tests/sys/measure.h"
+#include "tests/sys/names.h"
 #include "tests/sys/refusing_port.h"
 
 static const uint32_t LOOPBACK      = 0x7F000001;  // 127.0.0.1
@@ -992,10 +993,17 @@ TEST(SysTcpConnectTimeout, PeerBehindANetworkThatDropsEveryPacketTimesOut) {
 
 // ---- Names --------------------------------------------------------------------------------------
 
-TEST(SysResolve, LocalhostAndAddressesInTextForm) {
+TEST(SysResolve, LocalhostIsTheLoopbackAddress) {
+  if (!IsLocalhostKnown()) {
+    GTEST_SKIP() << "SKIPPED, this machine does not know the name \"localhost\"";
+  }
   uint32_t Addr = 0;
   EXPECT_EQ(0, SYS_NET_ResolveIPv4("localhost", &Addr));
   EXPECT_EQ(0x7F000001u, Addr);
+}
+
+TEST(SysResolve, TakesAddressesInTextForm) {
+  uint32_t Addr = 0;
   EXPECT_EQ(0, SYS_NET_ResolveIPv4("192.0.2.7", &Addr));
   EXPECT_EQ(0xC0000207u, Addr);
   uint8_t aAddr[18];
@@ -1027,18 +1035,20 @@ TEST(SysResolve, WhatHasNoAddressIsAFailureAndChangesNothing) {
   int32_t Result;
   {
     const FAULT Fault("getaddrinfo", EAI_AGAIN);
-    Result = SYS_NET_ResolveIPv4("localhost", &Addr);
+    Result = SYS_NET_ResolveIPv4("127.0.0.1", &Addr);
   }
   EXPECT_EQ(-1, Result);
   EXPECT_EQ(5u, Addr);
 }
 
 TEST(SysGetName, TellsHostAndServiceOrTheirNumbers) {
-  char acHost[64]   = "";
-  char acService[8] = "";
+  char acExpected[NI_MAXHOST] = "";
+  char acHost[NI_MAXHOST]     = "";
+  char acService[8]           = "";
+  ASSERT_TRUE(GetLoopbackName(acExpected, sizeof(acExpected)));
   EXPECT_EQ(0, SYS_NET_GetNameIPv4(LOOPBACK, 54321, acHost, sizeof(acHost), acService,
                                    sizeof(acService)));
-  EXPECT_STREQ("localhost", acHost);
+  EXPECT_STREQ(acExpected, acHost);
   EXPECT_STREQ("54321", acService);
   acHost[0]    = 0;
   acService[0] = 0;
