@@ -20,8 +20,8 @@
 
 #include "tests/sys/faults.h"
 #include "tests/sys/high_descriptors.h"
+#include "tests/sys/loopback.h"
 #include "tests/sys/measure.h"
-#include "tests/sys/names.h"
 #include "tests/sys/refusing_port.h"
 
 static const uint32_t LOOPBACK      = 0x7F000001;  // 127.0.0.1
@@ -170,6 +170,9 @@ TEST(SysSocket, ShutdownEndsTheDirectionsAskedForAndNothingElse) {
 TEST(SysTcpListen, IPv4ReusesItsPortAndIPv6DoesNotAskTo) {
   const LISTENER Listener;
   EXPECT_EQ(1, GetOption(Listener.hSocket, SOL_SOCKET, SO_REUSEADDR));
+  if (!HasLoopbackIPv6()) {
+    GTEST_SKIP() << "SKIPPED, this machine has no address ::1";
+  }
   const int32_t h6 = SYS_TCP_CreateIPv6(0);
   EXPECT_EQ(0, SYS_TCP_ListenIPv6(h6, aLoopback6, 0, 4));
   EXPECT_EQ(0, GetOption(h6, SOL_SOCKET, SO_REUSEADDR));
@@ -268,6 +271,9 @@ TEST(SysTcpAccept, TellsATimeOutFromAnError) {
 // ---- IPv6 and dual stack ------------------------------------------------------------------------
 
 TEST(SysTcpIPv6, ConnectsAndTellsThePeerOnBothSides) {
+  if (!HasLoopbackIPv6()) {
+    GTEST_SKIP() << "SKIPPED, this machine has no address ::1";
+  }
   const int32_t hListener = SYS_TCP_CreateIPv6(0);
   ASSERT_EQ(0, SYS_TCP_ListenIPv6(hListener, aLoopback6, 0, 4));
   const uint16_t Port    = GetPort(hListener);
@@ -1041,20 +1047,29 @@ TEST(SysResolve, WhatHasNoAddressIsAFailureAndChangesNothing) {
   EXPECT_EQ(5u, Addr);
 }
 
-TEST(SysGetName, TellsHostAndServiceOrTheirNumbers) {
-  char acExpected[NI_MAXHOST] = "";
-  char acHost[NI_MAXHOST]     = "";
-  char acService[8]           = "";
-  ASSERT_TRUE(GetLoopbackName(acExpected, sizeof(acExpected)));
-  EXPECT_EQ(0, SYS_NET_GetNameIPv4(LOOPBACK, 54321, acHost, sizeof(acHost), acService,
-                                   sizeof(acService)));
+TEST(SysGetName, TellsHostAndServiceAsTheSystemKnowsThem) {
+  char                     acExpected[NI_MAXHOST] = "";
+  char                     acHost[NI_MAXHOST]     = "";
+  char                     acService[8]           = "";
+  const struct sockaddr_in Addr                   = GetLoopbackIPv4();
+  const int IsUnknown = GetSystemsName(&Addr, sizeof(Addr), acExpected, sizeof(acExpected));
+  EXPECT_EQ(IsUnknown, SYS_NET_GetNameIPv4(LOOPBACK, 54321, acHost, sizeof(acHost), acService,
+                                           sizeof(acService)));
   EXPECT_STREQ(acExpected, acHost);
+  EXPECT_EQ(0, SYS_NET_GetNameIPv4(LOOPBACK, 54321, nullptr, 0, acService, sizeof(acService)));
   EXPECT_STREQ("54321", acService);
-  acHost[0]    = 0;
-  acService[0] = 0;
-  EXPECT_EQ(0, SYS_NET_GetNameIPv6(aLoopback6, 54321, acHost, sizeof(acHost), acService,
-                                   sizeof(acService)));
-  EXPECT_NE(0, acHost[0]);
+}
+
+TEST(SysGetName, IPv6TellsHostAndServiceAsTheSystemKnowsThem) {
+  char                      acExpected[NI_MAXHOST] = "";
+  char                      acHost[NI_MAXHOST]     = "";
+  char                      acService[8]           = "";
+  const struct sockaddr_in6 Addr                   = GetLoopbackIPv6();
+  const int IsUnknown = GetSystemsName(&Addr, sizeof(Addr), acExpected, sizeof(acExpected));
+  EXPECT_EQ(IsUnknown, SYS_NET_GetNameIPv6(aLoopback6, 54321, acHost, sizeof(acHost), acService,
+                                           sizeof(acService)));
+  EXPECT_STREQ(acExpected, acHost);
+  EXPECT_EQ(0, SYS_NET_GetNameIPv6(aLoopback6, 54321, nullptr, 0, acService, sizeof(acService)));
   EXPECT_STREQ("54321", acService);
 }
 
@@ -1064,6 +1079,4 @@ TEST(SysGetName, NameThatDoesNotFitIsAFailure) {
   EXPECT_EQ(-1, SYS_NET_GetNameIPv4(LOOPBACK, 54321, acHost, 4, acService, sizeof(acService)));
   EXPECT_EQ(0, acHost[4]);
   EXPECT_EQ(-1, SYS_NET_GetNameIPv6(aLoopback6, 54321, acHost, 2, acService, sizeof(acService)));
-  EXPECT_EQ(0, SYS_NET_GetNameIPv4(LOOPBACK, 54321, nullptr, 0, acService, sizeof(acService)));
-  EXPECT_STREQ("54321", acService);
 }
