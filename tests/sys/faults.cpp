@@ -303,7 +303,8 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* p, pthread_mutex_t* pMutex,
     RefusedWaitEnd = *pUntil;
     return Error;
   }
-  return __real_pthread_cond_timedwait(p, pMutex, pUntil);
+  const int Result = __real_pthread_cond_timedwait(p, pMutex, pUntil);
+  return Result == 0 && FAULT::Take("pthread_cond_timedwait, woken", &Error) ? Error : Result;
 }
 
 int __real_proc_pidpath(int Pid, void* pBuffer, uint32_t Size);

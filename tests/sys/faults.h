@@ -9,6 +9,8 @@
 //   }
 //   EXPECT_EQ(-5, Result);
 //
+// The name "pthread_cond_timedwait, woken" stands for a wait that takes a wake-up, and fails then.
+//
 // Keep its life short: the test library makes such calls too.
 
 #ifndef TESTS_SYS_FAULTS_H

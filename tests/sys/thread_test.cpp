@@ -402,6 +402,27 @@ TEST(SysEvent, OneSetWakesOneOfTwoWaiters) {
   SYS_EVENT_Destroy(pEvent);
 }
 
+// POSIX lets a wait that runs out take a wake-up with it, which is then nobody else's.
+TEST(SysEvent, AWaitThatRunsOutWithTheWakeUpLeavesItToTheNextWaiter) {
+  SYS_EVENT*           pEvent = SYS_EVENT_Create(0, 0);
+  std::atomic<int32_t> Late{-7};
+  std::atomic<int32_t> Other{-7};
+  std::thread          LateWaiter([&] {
+    const FAULT RunsOut("pthread_cond_timedwait, woken", ETIMEDOUT);
+    Late = SYS_EVENT_Wait(pEvent, 60000);
+  });
+  usleep(50000);  // whoever waits first is woken first
+  std::thread OtherWaiter([&] { Other = SYS_EVENT_Wait(pEvent, FOREVER); });
+  usleep(50000);
+  SYS_EVENT_Set(pEvent);
+  EXPECT_TRUE(Soon([&] { return Late == 258; }));
+  EXPECT_TRUE(Soon([&] { return Other == 0; }));
+  SYS_EVENT_Set(pEvent);  // so that the test ends in any case
+  LateWaiter.join();
+  OtherWaiter.join();
+  SYS_EVENT_Destroy(pEvent);
+}
+
 TEST(SysEvent, BadHandlesAreRefused) {
   SYS_EVENT* pStale = SYS_EVENT_Create(0, 1);
   SYS_EVENT_Destroy(pStale);
