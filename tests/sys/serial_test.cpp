@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "tests/sys/closed_stdin.h"
 #include "tests/sys/faults.h"
 #include "tests/sys/high_descriptors.h"
 #include "tests/sys/measure.h"
@@ -335,6 +336,17 @@ TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedWithoutAWord) {
   EXPECT_EQ(nullptr, pPort);
   EXPECT_EQ(1u, NumOpened);
   EXPECT_EQ(NumBefore, CountDescriptors());
+}
+
+TEST_F(SysSerialPort, DescriptorZeroIsOneLikeAnyOther) {
+  const CLOSED_STDIN Stdin;
+  Open();
+  EXPECT_EQ(0, SYS_SERIAL_GetDescriptor(_pPort));
+  char c = 0;
+  ASSERT_EQ(1, write(_Pty.hMaster, "x", 1));
+  EXPECT_EQ(1, SYS_SERIAL_Read(_pPort, &c, 1, 10000));
+  SYS_SERIAL_Close(_pPort);
+  _pPort = nullptr;
 }
 
 TEST_F(SysSerialPort, SettingsTheLineDoesNotTakeAreOverlooked) {

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/sys/closed_stdin.h"
 #include "tests/sys/faults.h"
 #include "tests/sys/high_descriptors.h"
 #include "tests/sys/loopback.h"
@@ -125,6 +126,36 @@ TEST(SysSocket, EachKindIsMadeWithItsFamilyTypeAndOptions) {
     EXPECT_EQ(-1, hNone);
     EXPECT_TRUE(GetOptionCalls().empty()) << "no options on what is no socket";
   }
+}
+
+TEST(SysSocket, DescriptorZeroIsOneLikeAnyOther) {
+  const std::vector<OPTION_CALL> Stream     = {{IPPROTO_TCP, TCP_NODELAY, 1},
+                                               {SOL_SOCKET, NO_SIGNAL_OPT, 1}};
+  std::vector<OPTION_CALL>       StreamDual = Stream;
+  StreamDual.push_back({IPPROTO_IPV6, IPV6_V6ONLY, 0});
+  const LISTENER     Listener;
+  const CLOSED_STDIN Stdin;
+  GetOptionCalls().clear();
+  EXPECT_EQ(0, SYS_TCP_CreateIPv6(1));
+  EXPECT_TRUE(GetOptionCalls() == StreamDual);
+  SYS_SOCKET_Close(0);
+
+  GetOptionCalls().clear();
+  EXPECT_EQ(0, SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 10000, nullptr));
+  EXPECT_TRUE(GetOptionCalls() == Stream);
+  EXPECT_EQ(1, SYS_SOCKET_WaitWritable(0, 0));
+  SYS_SOCKET_Close(0);
+  const int NumBefore = CountDescriptors();
+  {
+    const FAULT StillPending("select", 0);
+    EXPECT_EQ(
+        -3, SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 10000, []() -> int32_t { return 1; }));
+  }
+  EXPECT_EQ(NumBefore, CountDescriptors());
+
+  GetOptionCalls().clear();
+  EXPECT_EQ(0, SYS_TCP_Accept(Listener.hSocket));
+  EXPECT_TRUE(GetOptionCalls() == Stream);
 }
 
 TEST(SysSocket, ErrorsOfTheOptionsAreNotExamined) {
@@ -510,11 +541,18 @@ TEST(SysSocketWait, DescriptorsThatSelectDoesNotKnowAreRefused) {
     GTEST_SKIP() << "SKIPPED, not 2048 descriptors to be had";
   }
   EXPECT_EQ(1024, High.Get());
-  EXPECT_EQ(-1, SYS_SOCKET_WaitReadable(High.Get(), 0));
-  EXPECT_EQ(-1, SYS_SOCKET_WaitWritable(High.Get(), 0));
-  EXPECT_EQ(-1, SYS_SOCKET_WaitReadable(-1, 0));
+  for (const int hUnknown : {High.Get(), -1}) {
+    errno = 0;
+    EXPECT_EQ(-1, SYS_SOCKET_WaitReadable(hUnknown, 0));
+    EXPECT_EQ(EBADF, errno);
+    errno = 0;
+    EXPECT_EQ(-1, SYS_SOCKET_WaitWritable(hUnknown, 0));
+    EXPECT_EQ(EBADF, errno);
+  }
   const int NumBefore = CountDescriptors();
+  errno               = 0;
   EXPECT_EQ(-1, SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 1000, nullptr));
+  EXPECT_EQ(EMFILE, errno);
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
@@ -575,6 +613,10 @@ TEST(SysSocketOptions, SendTimeOutComesFirstReceiveTimeOutSecond) {
   getsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &Time, &Length);
   EXPECT_EQ(2, Time.tv_sec);
   EXPECT_EQ(40000, Time.tv_usec);
+  EXPECT_EQ(0, SYS_SOCKET_SetTimeouts(hSocket, 0, 3600000));
+  getsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &Time, &Length);
+  EXPECT_EQ(3600, Time.tv_sec);
+  EXPECT_EQ(0, Time.tv_usec);
   int32_t FirstFails;
   int32_t SecondFails;
   {
