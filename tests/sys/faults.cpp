@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <libproc.h>
 #include <mach/mach_time.h>
-#include <netdb.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <stdarg.h>
@@ -29,6 +28,7 @@ int                   LastFlush;
 thread_local uint32_t       LastSleepUs;
 thread_local struct timeval LastSelectTime;
 
+struct addrinfo LastHints;
 struct timespec RefusedWaitEnd;
 bool            IsClockFake;
 uint64_t        FakeTicks;
@@ -246,6 +246,7 @@ int __wrap_getaddrinfo(const char* sName, const char* sService, const struct add
                        struct addrinfo** ppResults);
 int __wrap_getaddrinfo(const char* sName, const char* sService, const struct addrinfo* pHints,
                        struct addrinfo** ppResults) {
+  LastHints = *pHints;
   int Error = 0;
   if (FAULT::Take("getaddrinfo", &Error)) {
     return Error;

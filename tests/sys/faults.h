@@ -16,6 +16,7 @@
 #ifndef TESTS_SYS_FAULTS_H
 #define TESTS_SYS_FAULTS_H
 
+#include <netdb.h>
 #include <stdint.h>
 #include <sys/time.h>
 #include <time.h>
@@ -86,6 +87,9 @@ extern int LastFlush;
 // What this thread last asked usleep() and select() for: microseconds, the time-out.
 extern thread_local uint32_t       LastSleepUs;
 extern thread_local struct timeval LastSelectTime;
+
+// What getaddrinfo() was last asked for.
+extern struct addrinfo LastHints;
 
 // The end of the last pthread_cond_timedwait() that a FAULT refused.
 extern struct timespec RefusedWaitEnd;

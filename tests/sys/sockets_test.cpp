@@ -1061,6 +1061,37 @@ TEST(SysResolve, TakesAddressesInTextForm) {
   EXPECT_EQ(0xAA, aAddr[16]);
 }
 
+TEST(SysResolve, AsksForStreamSocketsOfTheOneFamily) {
+  const struct {
+    int32_t (*pfResolve)();
+    int Family;
+    int Flags;
+  } Cases[] = {
+      {[] {
+         uint32_t Addr;
+         return SYS_NET_ResolveIPv4("127.0.0.1", &Addr);
+       },
+       AF_INET, 0},
+      {[] {
+         uint8_t aAddr[16];
+         return SYS_NET_ResolveIPv6("::1", 0, aAddr);
+       },
+       AF_INET6, 0},
+      {[] {
+         uint8_t aAddr[16];
+         return SYS_NET_ResolveIPv6("::1", 1, aAddr);
+       },
+       AF_INET6, AI_V4MAPPED},
+  };
+  for (const auto& Case : Cases) {
+    LastHints = {};
+    EXPECT_EQ(0, Case.pfResolve());
+    EXPECT_EQ(Case.Family, LastHints.ai_family);
+    EXPECT_EQ(SOCK_STREAM, LastHints.ai_socktype);
+    EXPECT_EQ(Case.Flags, LastHints.ai_flags);
+  }
+}
+
 TEST(SysResolve, IPv4ResultsAreMappedOnlyWhenAllowed) {
   uint8_t aAddr[16];
   memset(aAddr, 0xAA, sizeof(aAddr));
