@@ -25,8 +25,9 @@ std::vector<LOG_CALL> LogCalls;
 ASSERTION_CALLS       LastAssertion;
 int                   LastFlush;
 
-thread_local uint32_t       LastSleepUs;
-thread_local struct timeval LastSelectTime;
+thread_local uint32_t        LastSleepUs;
+thread_local struct timespec LastPause;
+thread_local struct timeval  LastSelectTime;
 
 struct addrinfo LastHints;
 struct timespec RefusedWaitEnd;
@@ -184,6 +185,15 @@ int __wrap_usleep(useconds_t Microseconds) {
   LastSleepUs = Microseconds;
   int Error   = 0;
   return FAULT::Take("usleep", &Error) ? (int)FailWithErrno(Error) : __real_usleep(Microseconds);
+}
+
+int __real_nanosleep(const struct timespec* pPause, struct timespec* pLeft);
+int __wrap_nanosleep(const struct timespec* pPause, struct timespec* pLeft);
+int __wrap_nanosleep(const struct timespec* pPause, struct timespec* pLeft) {
+  LastPause = *pPause;
+  int Error = 0;
+  return FAULT::Take("nanosleep", &Error) ? (int)FailWithErrno(Error)
+                                          : __real_nanosleep(pPause, pLeft);
 }
 
 // Closes first and fails then: the descriptor is gone either way.

@@ -84,9 +84,11 @@ extern ASSERTION_CALLS LastAssertion;
 // What tcflush() was last asked to drop.
 extern int LastFlush;
 
-// What this thread last asked usleep() and select() for: microseconds, the time-out.
-extern thread_local uint32_t       LastSleepUs;
-extern thread_local struct timeval LastSelectTime;
+// What this thread last asked usleep(), nanosleep() and select() for: microseconds, the pause, the
+// time-out.
+extern thread_local uint32_t        LastSleepUs;
+extern thread_local struct timespec LastPause;
+extern thread_local struct timeval  LastSelectTime;
 
 // What getaddrinfo() was last asked for.
 extern struct addrinfo LastHints;

@@ -209,6 +209,32 @@ TEST(SysMutex, ErrorsOfTheSystemAreNoTimeOuts) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
+// Neither queued for nor spun for: each try is a millisecond after the last, a signal apart.
+TEST(SysMutex, IsTriedEveryMillisecond) {
+  SYS_MUTEX* pMutex = SYS_MUTEX_Create("polled");
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  InThread([=] {
+    int32_t  Result;
+    uint32_t NumTries;
+    uint32_t NumPauses;
+    LastPause = {};
+    {
+      const CALL_COUNTER Tries("pthread_mutex_trylock");
+      const FAULT        Pauses("nanosleep", EINTR);
+      Result    = SYS_MUTEX_Lock(pMutex, 100);
+      NumTries  = Tries.GetNumCalls();
+      NumPauses = Pauses.GetNumCalls();
+    }
+    EXPECT_EQ(258, Result);
+    EXPECT_GE(NumTries, 2u);
+    EXPECT_EQ(NumTries, NumPauses);
+    EXPECT_EQ(0, LastPause.tv_sec);
+    EXPECT_EQ(1000000, LastPause.tv_nsec);
+  });
+  SYS_MUTEX_Unlock(pMutex);
+  SYS_MUTEX_Destroy(&pMutex);
+}
+
 TEST(SysMutex, AClockThatCannotBeReadEndsTheWait) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("no clock");
   ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
