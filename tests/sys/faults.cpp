@@ -17,13 +17,14 @@
 #include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <sys/time.h>
-#include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
 std::vector<LOG_CALL> LogCalls;
 ASSERTION_CALLS       LastAssertion;
 int                   LastFlush;
+int                   LastLineWhen;
+struct termios        LastLine;
 
 thread_local uint32_t        LastSleepUs;
 thread_local struct timespec LastPause;
@@ -118,7 +119,6 @@ SETS_ERRNO(ssize_t, readlink, (const char* sPath, char* pTarget, size_t Size),
 SETS_ERRNO(void*, mmap, (void* p, size_t Length, int Access, int Flags, int hFile, off_t Offset),
            (p, Length, Access, Flags, hFile, Offset))
 SETS_ERRNO(int, gettimeofday, (struct timeval * pTime, void* pZone), (pTime, pZone))
-SETS_ERRNO(int, tcsetattr, (int hLine, int When, const struct termios* p), (hLine, When, p))
 SETS_ERRNO(int, sysctlbyname, (const char* sName, void* p, size_t* pSize, void* pNew, size_t Size),
            (sName, p, pSize, pNew, Size))
 
@@ -337,6 +337,16 @@ int __wrap_tcflush(int hLine, int Queue);
 int __wrap_tcflush(int hLine, int Queue) {
   LastFlush = Queue;
   return __real_tcflush(hLine, Queue);
+}
+
+int __real_tcsetattr(int hLine, int When, const struct termios* pLine);
+int __wrap_tcsetattr(int hLine, int When, const struct termios* pLine);
+int __wrap_tcsetattr(int hLine, int When, const struct termios* pLine) {
+  LastLine     = *pLine;
+  LastLineWhen = When;
+  int Error    = 0;
+  return FAULT::Take("tcsetattr", &Error) ? (int)FailWithErrno(Error)
+                                          : __real_tcsetattr(hLine, When, pLine);
 }
 
 uint64_t __real_mach_absolute_time(void);

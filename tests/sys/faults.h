@@ -19,6 +19,7 @@
 #include <netdb.h>
 #include <stdint.h>
 #include <sys/time.h>
+#include <termios.h>
 #include <time.h>
 
 #include <string>
@@ -81,8 +82,10 @@ struct ASSERTION_CALLS {
 };
 extern ASSERTION_CALLS LastAssertion;
 
-// What tcflush() was last asked to drop.
-extern int LastFlush;
+// What tcflush() was last asked to drop, and tcsetattr() to set.
+extern int            LastFlush;
+extern int            LastLineWhen;
+extern struct termios LastLine;
 
 // What this thread last asked usleep(), nanosleep() and select() for: microseconds, the pause, the
 // time-out.
