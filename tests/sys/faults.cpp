@@ -96,8 +96,6 @@ static long FailWithErrno(int Error) {
 SETS_ERRNO(int, HOST_socket, (int Domain, int Type, int Protocol), (Domain, Type, Protocol))
 SETS_ERRNO(int, HOST_accept, (int hSocket, struct sockaddr* pAddr, socklen_t* pLength),
            (hSocket, pAddr, pLength))
-SETS_ERRNO(int, connect, (int hSocket, const struct sockaddr* pAddr, socklen_t Length),
-           (hSocket, pAddr, Length))
 SETS_ERRNO(int, bind, (int hSocket, const struct sockaddr* pAddr, socklen_t Length),
            (hSocket, pAddr, Length))
 SETS_ERRNO(ssize_t, HOST_send, (int hSocket, const void* p, size_t NumBytes, int Flags),
@@ -177,6 +175,20 @@ int __wrap_select(int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* p
   int Error      = 0;
   return FAULT::Take("select", &Error) ? (int)FailWithErrno(Error)
                                        : __real_select(Num, pR, pW, pE, pTime);
+}
+
+int __real_bind(int hSocket, const struct sockaddr* pAddr, socklen_t Length);
+int __real_connect(int hSocket, const struct sockaddr* pAddr, socklen_t Length);
+int __wrap_connect(int hSocket, const struct sockaddr* pAddr, socklen_t Length);
+int __wrap_connect(int hSocket, const struct sockaddr* pAddr, socklen_t Length) {
+  int Error = 0;
+  if (FAULT::Take("connect", &Error)) {
+    return (int)FailWithErrno(Error);
+  }
+  if (FAULT::Take("connect, to itself", &Error) && __real_bind(hSocket, pAddr, Length) != 0) {
+    return -1;
+  }
+  return __real_connect(hSocket, pAddr, Length);
 }
 
 int __real_usleep(useconds_t Microseconds);

@@ -824,6 +824,34 @@ TEST(SysTcpConnectTimeout, ConnectThatFailsAtOnceIsARefusalLikeAnyOther) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
+// What the system does by itself once in some thousand attempts: the port is picked for this end. The
+// address is one that nobody else uses.
+TEST(SysTcpConnectTimeout, SocketConnectedToItselfIsARefusalAndFreesThePort) {
+  uint16_t Port;
+  {
+    const LISTENER Once;
+    Port = Once.Port;
+  }
+  const int NumBefore = CountDescriptors();
+  int32_t   Result;
+  uint32_t  NumAttempts;
+  {
+    const FAULT        Itself("connect, to itself", 0, 0, 2);
+    const CALL_COUNTER Attempts("HOST_socket");
+    Result      = SYS_TCP_ConnectTimeout(0x7F000009, Port, 200, nullptr);
+    NumAttempts = Attempts.GetNumCalls();
+  }
+  EXPECT_EQ(-2, Result);
+  EXPECT_GE(NumAttempts, 2u);
+  EXPECT_EQ(NumBefore, CountDescriptors());
+  const int32_t      hServer = SYS_TCP_CreateIPv4();
+  struct sockaddr_in Addr    = GetLoopbackIPv4();
+  Addr.sin_addr.s_addr       = htonl(0x7F000009);
+  Addr.sin_port              = htons(Port);
+  EXPECT_EQ(0, bind(hServer, (struct sockaddr*)&Addr, sizeof(Addr))) << "without SO_REUSEADDR";
+  SYS_SOCKET_Close(hServer);
+}
+
 // A listener whose backlog is full drops what else comes in: a peer that says nothing at all.
 class SILENT_PEER {
  public:
