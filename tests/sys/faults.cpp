@@ -22,6 +22,7 @@
 
 std::vector<LOG_CALL> LogCalls;
 ASSERTION_CALLS       LastAssertion;
+int                   LastOpenFlags;
 int                   LastFlush;
 int                   LastLineWhen;
 struct termios        LastLine;
@@ -36,6 +37,9 @@ bool            IsClockFake;
 uint64_t        FakeTicks;
 uint32_t        FakeRatio[2] = {1, 1};
 int64_t         FakeTime;
+
+std::atomic<bool> IsTimeOfDayFake;
+struct timeval    FakeTimeOfDay;
 
 std::string FakeExecutable;
 size_t      MaxRead;
@@ -116,7 +120,6 @@ SETS_ERRNO(ssize_t, readlink, (const char* sPath, char* pTarget, size_t Size),
            (sPath, pTarget, Size))
 SETS_ERRNO(void*, mmap, (void* p, size_t Length, int Access, int Flags, int hFile, off_t Offset),
            (p, Length, Access, Flags, hFile, Offset))
-SETS_ERRNO(int, gettimeofday, (struct timeval * pTime, void* pZone), (pTime, pZone))
 SETS_ERRNO(int, sysctlbyname, (const char* sName, void* p, size_t* pSize, void* pNew, size_t Size),
            (sName, p, pSize, pNew, Size))
 
@@ -253,7 +256,8 @@ int __wrap_open(const char* sPath, int Flags, ...) {
   va_start(Args, Flags);
   const unsigned Mode = va_arg(Args, unsigned);
   va_end(Args);
-  int Error = 0;
+  LastOpenFlags = Flags;
+  int Error     = 0;
   if (FAULT::Take("open", &Error)) {
     errno = Error;
     return -1;
@@ -375,6 +379,20 @@ int __wrap_mach_timebase_info(mach_timebase_info_data_t* pInfo) {
   }
   pInfo->numer = FakeRatio[0];
   pInfo->denom = FakeRatio[1];
+  return 0;
+}
+
+int __real_gettimeofday(struct timeval* pTime, void* pZone);
+int __wrap_gettimeofday(struct timeval* pTime, void* pZone);
+int __wrap_gettimeofday(struct timeval* pTime, void* pZone) {
+  int Error = 0;
+  if (FAULT::Take("gettimeofday", &Error)) {
+    return (int)FailWithErrno(Error);
+  }
+  if (!IsTimeOfDayFake) {
+    return __real_gettimeofday(pTime, pZone);
+  }
+  *pTime = FakeTimeOfDay;
   return 0;
 }
 

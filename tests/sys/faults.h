@@ -23,6 +23,7 @@
 #include <termios.h>
 #include <time.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -83,6 +84,9 @@ struct ASSERTION_CALLS {
 };
 extern ASSERTION_CALLS LastAssertion;
 
+// What open() was last given beside the path.
+extern int LastOpenFlags;
+
 // What tcflush() was last asked to drop, and tcsetattr() to set.
 extern int            LastFlush;
 extern int            LastLineWhen;
@@ -111,5 +115,9 @@ extern bool     IsClockFake;
 extern uint64_t FakeTicks;  // mach_absolute_time()
 extern uint32_t FakeRatio[2];
 extern int64_t  FakeTime;  // time()
+
+// The time of day, in place of the machine's while set. It stands still.
+extern std::atomic<bool> IsTimeOfDayFake;
+extern struct timeval    FakeTimeOfDay;
 
 #endif

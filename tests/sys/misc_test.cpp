@@ -97,6 +97,7 @@ TEST(SysRandom, FillsTheBufferAndNoMore) {
   memset(aFirst, 0xAA, sizeof(aFirst));
   memset(aSecond, 0xAA, sizeof(aSecond));
   EXPECT_EQ(0, SYS_GetRandom(aFirst, 64));
+  EXPECT_EQ(O_RDONLY | O_CLOEXEC, LastOpenFlags);
   EXPECT_EQ(0, SYS_GetRandom(aSecond, 64));
   EXPECT_NE(0, memcmp(aFirst, aSecond, 64)) << "equal once in 2^512";
   EXPECT_EQ(0xAA, aFirst[64]);

@@ -267,6 +267,7 @@ TEST_F(SysSerialPort, AsksFor8BitsAndAReceiverAtOnce) {
 
 TEST_F(SysSerialPort, TakesTheLineForItselfAndClosesOnExec) {
   Open();
+  EXPECT_EQ(O_RDWR | O_NOCTTY | O_CLOEXEC, LastOpenFlags);
   const int hPort       = SYS_SERIAL_GetDescriptor(_pPort);
   int       IsExclusive = 0;
   EXPECT_EQ(0, ioctl(hPort, TIOCGEXCL, &IsExclusive));

@@ -235,6 +235,25 @@ TEST(SysMutex, IsTriedEveryMillisecond) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
+TEST(SysMutex, TheLimitIsOverOnlyWhenTheTimeIsPastIt) {
+  SYS_MUTEX* pMutex = SYS_MUTEX_Create("at the limit");
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  FakeTimeOfDay           = {1000, 999000};
+  IsTimeOfDayFake         = true;
+  std::atomic<int> Result = -7;
+  std::thread      Waiter([&] {
+    Result = SYS_MUTEX_Lock(pMutex, 0);
+    SYS_MUTEX_Unlock(pMutex);
+  });
+  usleep(50000);
+  EXPECT_EQ(-7, Result) << "it is not yet past";
+  SYS_MUTEX_Unlock(pMutex);
+  Waiter.join();
+  IsTimeOfDayFake = false;
+  EXPECT_EQ(0, Result);
+  SYS_MUTEX_Destroy(&pMutex);
+}
+
 TEST(SysMutex, AClockThatCannotBeReadEndsTheWait) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("no clock");
   ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
@@ -386,6 +405,31 @@ TEST(SysEvent, LongLimitsAreWholeToTheMillisecond) {
     EXPECT_GE(End, Before + Timeout);
     EXPECT_LE(End, After + Timeout);
     EXPECT_LT(RefusedWaitEnd.tv_nsec, 1000000000);
+  }
+  SYS_EVENT_Destroy(pEvent);
+}
+
+TEST(SysEvent, TheEndOfAWaitCarriesIntoTheSeconds) {
+  SYS_EVENT* pEvent = SYS_EVENT_Create(0, 0);
+  const struct {
+    suseconds_t     Microseconds;
+    uint32_t        Timeout;
+    struct timespec End;
+  } Cases[] = {{0, 0, {1000, 0}},
+               {999, 999, {1000, 999999000}},
+               {1000, 999, {1001, 0}},
+               {1001, 999, {1001, 1000}},
+               {999999, 1999, {1002, 998999000}}};
+  for (const auto& Case : Cases) {
+    FakeTimeOfDay   = {1000, Case.Microseconds};
+    IsTimeOfDayFake = true;
+    {
+      const FAULT Fault("pthread_cond_timedwait", ETIMEDOUT);
+      SYS_EVENT_Wait(pEvent, Case.Timeout);
+    }
+    IsTimeOfDayFake = false;
+    EXPECT_EQ(Case.End.tv_sec, RefusedWaitEnd.tv_sec) << Case.Microseconds;
+    EXPECT_EQ(Case.End.tv_nsec, RefusedWaitEnd.tv_nsec) << Case.Microseconds;
   }
   SYS_EVENT_Destroy(pEvent);
 }
