@@ -3,7 +3,9 @@
 // Sends back what its clients send, one client after the other, on 127.0.0.1. Port 0, or none, lets
 // the system choose; the first line printed tells. Ends after that many connections, or never.
 
+#include <errno.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/socket.h>
@@ -19,7 +21,7 @@ static uint16_t GetPort(int32_t hSocket) {
   return ntohs(Addr.sin_port);
 }
 
-// A client may go away at any moment: sending then fails, and raises no signal.
+// A client may go away at any moment: sending then fails.
 static void Echo(int32_t hClient) {
   char acBuffer[4096];
   for (;;) {
@@ -47,16 +49,18 @@ int main(int NumArgs, char** pasArgs) {
     fprintf(stderr, "cannot listen on port %d\n", Port);
     return 1;
   }
+  signal(SIGPIPE, SIG_IGN);  // a client that went away before it was accepted would raise it
   printf("listening on port %d\n", GetPort(hListener));
   fflush(stdout);
   for (long i = 0; i != NumClients; i++) {
     const int32_t hClient = SYS_TCP_Accept(hListener);
-    if (hClient < 0) {
+    if (hClient >= 0) {
+      Echo(hClient);
+      SYS_SOCKET_Close(hClient);
+    } else if (errno != ECONNABORTED) {  // which is again such a client
       perror("accept");
       return 1;
     }
-    Echo(hClient);
-    SYS_SOCKET_Close(hClient);
   }
   SYS_SOCKET_Close(hListener);
   return 0;

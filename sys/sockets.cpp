@@ -173,6 +173,18 @@ static int32_t StartConnect(uint32_t Addr, uint16_t Port) {
   return hSocket;
 }
 
+// TCP connects a socket to itself when nobody listens at the peer's port and the system picks just
+// that one for this end. Trying often enough meets it.
+static int IsConnectedToItself(int hSocket) {
+  struct sockaddr_in Own    = {};
+  socklen_t          Length = sizeof(Own);
+  uint32_t           PeerAddr;
+  uint16_t           PeerPort;
+  getsockname(hSocket, (struct sockaddr*)&Own, &Length);
+  SYS_SOCKET_GetPeerIPv4(hSocket, &PeerAddr, &PeerPort);
+  return ntohl(Own.sin_addr.s_addr) == PeerAddr && ntohs(Own.sin_port) == PeerPort;
+}
+
 int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
                                int32_t (*pfIsAborted)(void)) {
   const uint64_t Start        = SYS_TIME_GetMs();
@@ -193,9 +205,10 @@ int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
     } else if (NumReady > 0) {
       // Connected or refused; a send of nothing tells which.
       SYS_SOCKET_SetBlocking(hSocket);
-      if (send(hSocket, "", 0, 0) == 0) {
+      if (send(hSocket, "", 0, 0) == 0 && !IsConnectedToItself(hSocket)) {
         return hSocket;
       }
+      SYS_SOCKET_SetLinger(hSocket, 0);  // connected to itself it would keep the port for minutes
       close(hSocket);
       hSocket                = -1;
       const uint64_t Elapsed = SYS_TIME_GetUsSince(AttemptStart);

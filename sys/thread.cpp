@@ -209,6 +209,9 @@ int32_t SYS_EVENT_Wait(SYS_EVENT* pEvent, uint32_t Timeout) {
   pthread_cleanup_pop(0);
   if (Result == 0) {
     pEvent->Signalled = 0;
+  } else if (pEvent->Signalled != 0) {
+    // A wait that runs out while the event is set may have taken the wake-up: it is the next one's.
+    pthread_cond_signal(&pEvent->Cond);
   }
   const int UnlockResult = pthread_mutex_unlock(&pEvent->Mutex);
   if (Result == ETIMEDOUT) {

@@ -1,11 +1,12 @@
 #include "sys/console.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include "tests/sys/pty.h"
 
 // The first call changes standard input for the whole process, so each test is a process: it runs in
 // a child with standard input replaced. The child's exit status counts what went wrong.
@@ -33,13 +34,10 @@ static int32_t WaitForKeys(int32_t Expected) {
 }
 
 TEST_F(SysConsole, AKeyOnATerminalCountsBeforeTheLineEnds) {
-  const int hMaster = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_GE(hMaster, 0);
-  ASSERT_EQ(0, grantpt(hMaster));
-  ASSERT_EQ(0, unlockpt(hMaster));
-  const int hSlave = open(ptsname(hMaster), O_RDWR | O_NOCTTY);
-  ASSERT_GE(hSlave, 0);
-  InChild(hSlave, [&] {
+  PTY Pty;
+  PTY_Open(&Pty);
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  InChild(Pty.hKeep, [&] {
     if (SYS_CONSOLE_IsKeyPressed() != 0) {
       return 1;
     }
@@ -47,7 +45,7 @@ TEST_F(SysConsole, AKeyOnATerminalCountsBeforeTheLineEnds) {
     if (tcgetattr(STDIN_FILENO, &Settings) != 0 || (Settings.c_lflag & ICANON) != 0) {
       return 2;
     }
-    if (write(hMaster, "ab", 2) != 2 || WaitForKeys(2) != 2) {
+    if (write(Pty.hMaster, "ab", 2) != 2 || WaitForKeys(2) != 2) {
       return 3;
     }
     if (getchar() != 'a' || SYS_CONSOLE_IsKeyPressed() != 1) {
@@ -55,8 +53,31 @@ TEST_F(SysConsole, AKeyOnATerminalCountsBeforeTheLineEnds) {
     }
     return 0;
   });
-  close(hSlave);
-  close(hMaster);
+  PTY_Close(&Pty);
+}
+
+TEST_F(SysConsole, OnlyTheFirstCallChangesTheTerminalAndOnlyItsLineMode) {
+  PTY Pty;
+  PTY_Open(&Pty);
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  InChild(Pty.hKeep, [] {
+    struct termios Before;
+    struct termios After;
+    if (tcgetattr(STDIN_FILENO, &Before) != 0 || (Before.c_lflag & ICANON) == 0) {
+      return 1;
+    }
+    SYS_CONSOLE_IsKeyPressed();
+    tcgetattr(STDIN_FILENO, &After);
+    if (After.c_lflag != (Before.c_lflag & ~(tcflag_t)ICANON) || After.c_iflag != Before.c_iflag ||
+        After.c_oflag != Before.c_oflag || After.c_cflag != Before.c_cflag) {
+      return 2;
+    }
+    tcsetattr(STDIN_FILENO, TCSANOW, &Before);
+    SYS_CONSOLE_IsKeyPressed();
+    tcgetattr(STDIN_FILENO, &After);
+    return After.c_lflag == Before.c_lflag ? 0 : 3;
+  });
+  PTY_Close(&Pty);
 }
 
 TEST_F(SysConsole, APipeIsCountedToo) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/sys/loopback.h"
 #include "tests/sys/pty.h"
 #include "tests/sys/refusing_port.h"
 
@@ -73,11 +74,34 @@ TEST(ExampleTcpEcho, ClientsGetTheirTextBack) {
   PROGRAM           Server({TCP_ECHO_SERVER, "0", "2"});
   const std::string sPort = PortFrom(Server.ReadLine());
   for (const char* sText : {"hello", "good bye"}) {
-    PROGRAM Client({TCP_ECHO_CLIENT, "localhost", sPort, "10000", sText});
-    EXPECT_EQ(std::string(sText) + "\n", Client.ReadLine());
+    PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", sPort, "10000", sText});
+    ASSERT_EQ(std::string(sText) + "\n", Client.ReadLine()) << "the server would wait for ever";
     EXPECT_EQ(0, Client.WaitForExit());
   }
   EXPECT_EQ(0, Server.WaitForExit());
+}
+
+// A client that is gone, by a reset, before its text can be sent back.
+static void SendAndGoAway(uint16_t Port) {
+  const int          hSocket = socket(AF_INET, SOCK_STREAM, 0);
+  struct sockaddr_in Addr    = GetLoopbackIPv4();
+  Addr.sin_port              = htons(Port);
+  ASSERT_EQ(0, connect(hSocket, (struct sockaddr*)&Addr, sizeof(Addr)));
+  ASSERT_EQ(4, send(hSocket, "gone", 4, 0));
+  const struct linger Reset = {1, 0};
+  setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Reset, sizeof(Reset));
+  close(hSocket);
+}
+
+TEST(ExampleTcpEcho, ServerOutlivesClientsThatGoAway) {
+  PROGRAM           Server({TCP_ECHO_SERVER});
+  const std::string sPort = PortFrom(Server.ReadLine());
+  for (int i = 0; i < 8; i++) {  // as many as the server lets wait
+    SendAndGoAway((uint16_t)std::stoi(sPort));
+  }
+  PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", sPort, "10000", "still there?"});
+  EXPECT_EQ("still there?\n", Client.ReadLine());
+  EXPECT_EQ(0, Client.WaitForExit());
 }
 
 TEST(ExampleTcpEcho, ClientGivesUpOnAServerThatIsNotThere) {

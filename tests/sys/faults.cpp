@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <libproc.h>
 #include <mach/mach_time.h>
-#include <netdb.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <stdarg.h>
@@ -18,22 +17,29 @@
 #include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <sys/time.h>
-#include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
 std::vector<LOG_CALL> LogCalls;
 ASSERTION_CALLS       LastAssertion;
+int                   LastOpenFlags;
 int                   LastFlush;
+int                   LastLineWhen;
+struct termios        LastLine;
 
-thread_local uint32_t       LastSleepUs;
-thread_local struct timeval LastSelectTime;
+thread_local uint32_t        LastSleepUs;
+thread_local struct timespec LastPause;
+thread_local struct timeval  LastSelectTime;
 
+struct addrinfo LastHints;
 struct timespec RefusedWaitEnd;
 bool            IsClockFake;
 uint64_t        FakeTicks;
 uint32_t        FakeRatio[2] = {1, 1};
 int64_t         FakeTime;
+
+std::atomic<bool> IsTimeOfDayFake;
+struct timeval    FakeTimeOfDay;
 
 std::string FakeExecutable;
 int         MallocFill = -1;
@@ -95,8 +101,6 @@ static long FailWithErrno(int Error) {
 SETS_ERRNO(int, HOST_socket, (int Domain, int Type, int Protocol), (Domain, Type, Protocol))
 SETS_ERRNO(int, HOST_accept, (int hSocket, struct sockaddr* pAddr, socklen_t* pLength),
            (hSocket, pAddr, pLength))
-SETS_ERRNO(int, connect, (int hSocket, const struct sockaddr* pAddr, socklen_t Length),
-           (hSocket, pAddr, Length))
 SETS_ERRNO(int, bind, (int hSocket, const struct sockaddr* pAddr, socklen_t Length),
            (hSocket, pAddr, Length))
 SETS_ERRNO(ssize_t, HOST_send, (int hSocket, const void* p, size_t NumBytes, int Flags),
@@ -117,8 +121,6 @@ SETS_ERRNO(ssize_t, readlink, (const char* sPath, char* pTarget, size_t Size),
            (sPath, pTarget, Size))
 SETS_ERRNO(void*, mmap, (void* p, size_t Length, int Access, int Flags, int hFile, off_t Offset),
            (p, Length, Access, Flags, hFile, Offset))
-SETS_ERRNO(int, gettimeofday, (struct timeval * pTime, void* pZone), (pTime, pZone))
-SETS_ERRNO(int, tcsetattr, (int hLine, int When, const struct termios* p), (hLine, When, p))
 SETS_ERRNO(int, sysctlbyname, (const char* sName, void* p, size_t* pSize, void* pNew, size_t Size),
            (sName, p, pSize, pNew, Size))
 
@@ -179,6 +181,20 @@ int __wrap_select(int Num, fd_set* pR, fd_set* pW, fd_set* pE, struct timeval* p
                                        : __real_select(Num, pR, pW, pE, pTime);
 }
 
+int __real_bind(int hSocket, const struct sockaddr* pAddr, socklen_t Length);
+int __real_connect(int hSocket, const struct sockaddr* pAddr, socklen_t Length);
+int __wrap_connect(int hSocket, const struct sockaddr* pAddr, socklen_t Length);
+int __wrap_connect(int hSocket, const struct sockaddr* pAddr, socklen_t Length) {
+  int Error = 0;
+  if (FAULT::Take("connect", &Error)) {
+    return (int)FailWithErrno(Error);
+  }
+  if (FAULT::Take("connect, to itself", &Error) && __real_bind(hSocket, pAddr, Length) != 0) {
+    return -1;
+  }
+  return __real_connect(hSocket, pAddr, Length);
+}
+
 int __real_usleep(useconds_t Microseconds);
 int __wrap_usleep(useconds_t Microseconds);
 int __wrap_usleep(useconds_t Microseconds) {
@@ -200,6 +216,15 @@ void* __wrap_malloc(size_t Size) {
     memset(pMem, MallocFill, Size);
   }
   return pMem;
+}
+
+int __real_nanosleep(const struct timespec* pPause, struct timespec* pLeft);
+int __wrap_nanosleep(const struct timespec* pPause, struct timespec* pLeft);
+int __wrap_nanosleep(const struct timespec* pPause, struct timespec* pLeft) {
+  LastPause = *pPause;
+  int Error = 0;
+  return FAULT::Take("nanosleep", &Error) ? (int)FailWithErrno(Error)
+                                          : __real_nanosleep(pPause, pLeft);
 }
 
 // Closes first and fails then: the descriptor is gone either way.
@@ -247,7 +272,8 @@ int __wrap_open(const char* sPath, int Flags, ...) {
   va_start(Args, Flags);
   const unsigned Mode = va_arg(Args, unsigned);
   va_end(Args);
-  int Error = 0;
+  LastOpenFlags = Flags;
+  int Error     = 0;
   if (FAULT::Take("open", &Error)) {
     errno = Error;
     return -1;
@@ -262,6 +288,7 @@ int __wrap_getaddrinfo(const char* sName, const char* sService, const struct add
                        struct addrinfo** ppResults);
 int __wrap_getaddrinfo(const char* sName, const char* sService, const struct addrinfo* pHints,
                        struct addrinfo** ppResults) {
+  LastHints = *pHints;
   int Error = 0;
   if (FAULT::Take("getaddrinfo", &Error)) {
     return Error;
@@ -319,7 +346,8 @@ int __wrap_pthread_cond_timedwait(pthread_cond_t* p, pthread_mutex_t* pMutex,
     RefusedWaitEnd = *pUntil;
     return Error;
   }
-  return __real_pthread_cond_timedwait(p, pMutex, pUntil);
+  const int Result = __real_pthread_cond_timedwait(p, pMutex, pUntil);
+  return Result == 0 && FAULT::Take("pthread_cond_timedwait, woken", &Error) ? Error : Result;
 }
 
 int __real_proc_pidpath(int Pid, void* pBuffer, uint32_t Size);
@@ -343,6 +371,16 @@ int __wrap_tcflush(int hLine, int Queue) {
   return __real_tcflush(hLine, Queue);
 }
 
+int __real_tcsetattr(int hLine, int When, const struct termios* pLine);
+int __wrap_tcsetattr(int hLine, int When, const struct termios* pLine);
+int __wrap_tcsetattr(int hLine, int When, const struct termios* pLine) {
+  LastLine     = *pLine;
+  LastLineWhen = When;
+  int Error    = 0;
+  return FAULT::Take("tcsetattr", &Error) ? (int)FailWithErrno(Error)
+                                          : __real_tcsetattr(hLine, When, pLine);
+}
+
 uint64_t __real_mach_absolute_time(void);
 uint64_t __wrap_mach_absolute_time(void);
 uint64_t __wrap_mach_absolute_time(void) {
@@ -357,6 +395,20 @@ int __wrap_mach_timebase_info(mach_timebase_info_data_t* pInfo) {
   }
   pInfo->numer = FakeRatio[0];
   pInfo->denom = FakeRatio[1];
+  return 0;
+}
+
+int __real_gettimeofday(struct timeval* pTime, void* pZone);
+int __wrap_gettimeofday(struct timeval* pTime, void* pZone);
+int __wrap_gettimeofday(struct timeval* pTime, void* pZone) {
+  int Error = 0;
+  if (FAULT::Take("gettimeofday", &Error)) {
+    return (int)FailWithErrno(Error);
+  }
+  if (!IsTimeOfDayFake) {
+    return __real_gettimeofday(pTime, pZone);
+  }
+  *pTime = FakeTimeOfDay;
   return 0;
 }
 

@@ -9,15 +9,21 @@
 //   }
 //   EXPECT_EQ(-5, Result);
 //
+// Two names stand for what is no plain failure: "pthread_cond_timedwait, woken" for a wait that takes
+// a wake-up and fails then, "connect, to itself" for one from the very port it goes to.
+//
 // Keep its life short: the test library makes such calls too.
 
 #ifndef TESTS_SYS_FAULTS_H
 #define TESTS_SYS_FAULTS_H
 
+#include <netdb.h>
 #include <stdint.h>
 #include <sys/time.h>
+#include <termios.h>
 #include <time.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -78,12 +84,22 @@ struct ASSERTION_CALLS {
 };
 extern ASSERTION_CALLS LastAssertion;
 
-// What tcflush() was last asked to drop.
-extern int LastFlush;
+// What open() was last given beside the path.
+extern int LastOpenFlags;
 
-// What this thread last asked usleep() and select() for: microseconds, the time-out.
-extern thread_local uint32_t       LastSleepUs;
-extern thread_local struct timeval LastSelectTime;
+// What tcflush() was last asked to drop, and tcsetattr() to set.
+extern int            LastFlush;
+extern int            LastLineWhen;
+extern struct termios LastLine;
+
+// What this thread last asked usleep(), nanosleep() and select() for: microseconds, the pause, the
+// time-out.
+extern thread_local uint32_t        LastSleepUs;
+extern thread_local struct timespec LastPause;
+extern thread_local struct timeval  LastSelectTime;
+
+// What getaddrinfo() was last asked for.
+extern struct addrinfo LastHints;
 
 // The end of the last pthread_cond_timedwait() that a FAULT refused.
 extern struct timespec RefusedWaitEnd;
@@ -102,5 +118,9 @@ extern bool     IsClockFake;
 extern uint64_t FakeTicks;  // mach_absolute_time()
 extern uint32_t FakeRatio[2];
 extern int64_t  FakeTime;  // time()
+
+// The time of day, in place of the machine's while set. It stands still.
+extern std::atomic<bool> IsTimeOfDayFake;
+extern struct timeval    FakeTimeOfDay;
 
 #endif

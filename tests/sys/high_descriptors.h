@@ -8,7 +8,7 @@
 
 #include <vector>
 
-// While it lives, all descriptors below 1024 are in use.
+// While it lives, all descriptors below 1024 are in use: the next one to be had is 1024.
 class HIGH_DESCRIPTORS {
  public:
   HIGH_DESCRIPTORS() {
@@ -17,11 +17,12 @@ class HIGH_DESCRIPTORS {
     if (_Limit.rlim_max < 2048 || setrlimit(RLIMIT_NOFILE, &Wanted) != 0) {
       return;
     }
-    int hFiller = -1;
-    do {
-      hFiller = dup(0);
+    int hFiller = dup(0);
+    while (hFiller >= 0 && hFiller < 1024) {
       _Fillers.push_back(hFiller);
-    } while (hFiller >= 0 && hFiller < 1024);
+      hFiller = dup(0);
+    }
+    close(hFiller);
   }
   ~HIGH_DESCRIPTORS() {
     for (const int hFiller : _Fillers) {
@@ -32,8 +33,8 @@ class HIGH_DESCRIPTORS {
   HIGH_DESCRIPTORS(const HIGH_DESCRIPTORS&)            = delete;
   HIGH_DESCRIPTORS& operator=(const HIGH_DESCRIPTORS&) = delete;
 
-  // An open one of 1024 or more; -1 when this process may not have so many.
-  int Get() const { return _Fillers.empty() ? -1 : _Fillers.back(); }
+  // Whether this process may have so many.
+  bool AreThere() const { return !_Fillers.empty(); }
 
  private:
   struct rlimit    _Limit;

@@ -13,6 +13,7 @@
 #include <sstream>
 #include <string>
 
+#include "tests/sys/closed_stdin.h"
 #include "tests/sys/faults.h"
 #include "tests/sys/measure.h"
 
@@ -96,11 +97,25 @@ TEST(SysRandom, FillsTheBufferAndNoMore) {
   memset(aFirst, 0xAA, sizeof(aFirst));
   memset(aSecond, 0xAA, sizeof(aSecond));
   EXPECT_EQ(0, SYS_GetRandom(aFirst, 64));
+  EXPECT_EQ(O_RDONLY | O_CLOEXEC, LastOpenFlags);
   EXPECT_EQ(0, SYS_GetRandom(aSecond, 64));
   EXPECT_NE(0, memcmp(aFirst, aSecond, 64)) << "equal once in 2^512";
   EXPECT_EQ(0xAA, aFirst[64]);
   EXPECT_EQ(0xAA, aFirst[65]);
   EXPECT_EQ(0, SYS_GetRandom(aFirst, 0));
+}
+
+TEST(SysRandom, DescriptorZeroIsOneLikeAnyOther) {
+  uint8_t aBytes[32]  = {};
+  uint8_t aZeroes[32] = {};
+  int32_t Result;
+  {
+    const CLOSED_STDIN Stdin;
+    Result = SYS_GetRandom(aBytes, sizeof(aBytes));
+    EXPECT_EQ(-1, fcntl(0, F_GETFD)) << "closed again";
+  }
+  EXPECT_EQ(0, Result);
+  EXPECT_NE(0, memcmp(aBytes, aZeroes, sizeof(aBytes)));
 }
 
 TEST(SysRandom, OnlyAFailedOpenAndAFailedCloseAreToldAndNoDescriptorStays) {
@@ -168,6 +183,15 @@ TEST_F(SysStartProgram, GivesItItsPathTheEnvironmentAndNoDescriptor) {
   close(hLeak);
   close(aPipe[0]);
   close(aPipe[1]);
+}
+
+// One path, however it is written: no shell comes between.
+TEST_F(SysStartProgram, PathIsTakenAsItIs) {
+  const std::string sPath = std::string(_acReport) + " a\tb\n%s %n;exit 3|'\"$HOME*\\ \xC3\xBC";
+  ASSERT_EQ(0, symlink(FD_REPORT, sPath.c_str()));
+  EXPECT_EQ(0, SYS_StartProgram(sPath.c_str()));
+  EXPECT_EQ("1\n" + sPath + "\n", WaitForReport());
+  unlink(sPath.c_str());
 }
 
 TEST_F(SysStartProgram, DoesNotWaitForIt) {

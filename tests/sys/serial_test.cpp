@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "tests/sys/closed_stdin.h"
 #include "tests/sys/faults.h"
 #include "tests/sys/high_descriptors.h"
 #include "tests/sys/measure.h"
@@ -251,8 +252,22 @@ TEST_F(SysSerialPort, SetsWhatIsClearAndNothingElse) {
   EXPECT_EQ(1, After.c_cc[VTIME]);
 }
 
+// Asked for, whatever the line makes of it: a pseudo-terminal has 8 bits and a receiver in any case.
+TEST_F(SysSerialPort, AsksFor8BitsAndAReceiverAtOnce) {
+  struct termios Line = GetLine();
+  Line.c_cflag        = (Line.c_cflag & ~(tcflag_t)(CSIZE | CREAD)) | CS6 | CSTOPB | PARENB;
+  SetLine(Line);
+  LastLine     = {};
+  LastLineWhen = -1;
+  Open();
+  EXPECT_EQ((tcflag_t)(CS8 | CREAD | CLOCAL),
+            LastLine.c_cflag & (CSIZE | CREAD | CLOCAL | CSTOPB | PARENB | CRTSCTS));
+  EXPECT_EQ(TCSANOW, LastLineWhen);
+}
+
 TEST_F(SysSerialPort, TakesTheLineForItselfAndClosesOnExec) {
   Open();
+  EXPECT_EQ(O_RDWR | O_NOCTTY | O_CLOEXEC, LastOpenFlags);
   const int hPort       = SYS_SERIAL_GetDescriptor(_pPort);
   int       IsExclusive = 0;
   EXPECT_EQ(0, ioctl(hPort, TIOCGEXCL, &IsExclusive));
@@ -318,23 +333,40 @@ TEST_F(SysSerialPort, NamesOf122CharactersOpenAndLongerOnesNeverAnother) {
 }
 
 TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedWithoutAWord) {
-  const HIGH_DESCRIPTORS High;
-  if (High.Get() < 0) {
-    GTEST_SKIP() << "SKIPPED, not 2048 descriptors to be had";
-  }
-  const int        NumBefore = CountDescriptors();
-  SYS_SERIAL_PORT* pPort;
+  testing::internal::CaptureStdout();  // takes descriptors itself
+  bool             AreThere;
+  SYS_SERIAL_PORT* pPort = nullptr;
   uint32_t         NumOpened;
-  testing::internal::CaptureStdout();
+  int              NumLeft;
   {
-    const CALL_COUNTER Opened("open");
-    pPort     = SYS_SERIAL_Open(_Pty.acName, 115200);
-    NumOpened = Opened.GetNumCalls();
+    const HIGH_DESCRIPTORS High;
+    AreThere            = High.AreThere();
+    const int NumBefore = CountDescriptors();
+    {
+      const CALL_COUNTER Opened("open");
+      pPort     = AreThere ? SYS_SERIAL_Open(_Pty.acName, 115200) : nullptr;
+      NumOpened = Opened.GetNumCalls();
+    }
+    NumLeft = CountDescriptors() - NumBefore;
   }
   EXPECT_EQ("", testing::internal::GetCapturedStdout());
+  if (!AreThere) {
+    GTEST_SKIP() << "SKIPPED, not 2048 descriptors to be had";
+  }
   EXPECT_EQ(nullptr, pPort);
   EXPECT_EQ(1u, NumOpened);
-  EXPECT_EQ(NumBefore, CountDescriptors());
+  EXPECT_EQ(0, NumLeft);
+}
+
+TEST_F(SysSerialPort, DescriptorZeroIsOneLikeAnyOther) {
+  const CLOSED_STDIN Stdin;
+  Open();
+  EXPECT_EQ(0, SYS_SERIAL_GetDescriptor(_pPort));
+  char c = 0;
+  ASSERT_EQ(1, write(_Pty.hMaster, "x", 1));
+  EXPECT_EQ(1, SYS_SERIAL_Read(_pPort, &c, 1, 10000));
+  SYS_SERIAL_Close(_pPort);
+  _pPort = nullptr;
 }
 
 TEST_F(SysSerialPort, SettingsTheLineDoesNotTakeAreOverlooked) {

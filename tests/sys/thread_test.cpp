@@ -209,6 +209,51 @@ TEST(SysMutex, ErrorsOfTheSystemAreNoTimeOuts) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
+// Neither queued for nor spun for: each try is a millisecond after the last, a signal apart.
+TEST(SysMutex, IsTriedEveryMillisecond) {
+  SYS_MUTEX* pMutex = SYS_MUTEX_Create("polled");
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  InThread([=] {
+    int32_t  Result;
+    uint32_t NumTries;
+    uint32_t NumPauses;
+    LastPause = {};
+    {
+      const CALL_COUNTER Tries("pthread_mutex_trylock");
+      const FAULT        Pauses("nanosleep", EINTR);
+      Result    = SYS_MUTEX_Lock(pMutex, 100);
+      NumTries  = Tries.GetNumCalls();
+      NumPauses = Pauses.GetNumCalls();
+    }
+    EXPECT_EQ(258, Result);
+    EXPECT_GE(NumTries, 2u);
+    EXPECT_EQ(NumTries, NumPauses);
+    EXPECT_EQ(0, LastPause.tv_sec);
+    EXPECT_EQ(1000000, LastPause.tv_nsec);
+  });
+  SYS_MUTEX_Unlock(pMutex);
+  SYS_MUTEX_Destroy(&pMutex);
+}
+
+TEST(SysMutex, TheLimitIsOverOnlyWhenTheTimeIsPastIt) {
+  SYS_MUTEX* pMutex = SYS_MUTEX_Create("at the limit");
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  FakeTimeOfDay           = {1000, 999000};
+  IsTimeOfDayFake         = true;
+  std::atomic<int> Result = -7;
+  std::thread      Waiter([&] {
+    Result = SYS_MUTEX_Lock(pMutex, 0);
+    SYS_MUTEX_Unlock(pMutex);
+  });
+  usleep(50000);
+  EXPECT_EQ(-7, Result) << "it is not yet past";
+  SYS_MUTEX_Unlock(pMutex);
+  Waiter.join();
+  IsTimeOfDayFake = false;
+  EXPECT_EQ(0, Result);
+  SYS_MUTEX_Destroy(&pMutex);
+}
+
 TEST(SysMutex, AClockThatCannotBeReadEndsTheWait) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("no clock");
   ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
@@ -364,6 +409,31 @@ TEST(SysEvent, LongLimitsAreWholeToTheMillisecond) {
   SYS_EVENT_Destroy(pEvent);
 }
 
+TEST(SysEvent, TheEndOfAWaitCarriesIntoTheSeconds) {
+  SYS_EVENT* pEvent = SYS_EVENT_Create(0, 0);
+  const struct {
+    suseconds_t     Microseconds;
+    uint32_t        Timeout;
+    struct timespec End;
+  } Cases[] = {{0, 0, {1000, 0}},
+               {999, 999, {1000, 999999000}},
+               {1000, 999, {1001, 0}},
+               {1001, 999, {1001, 1000}},
+               {999999, 1999, {1002, 998999000}}};
+  for (const auto& Case : Cases) {
+    FakeTimeOfDay   = {1000, Case.Microseconds};
+    IsTimeOfDayFake = true;
+    {
+      const FAULT Fault("pthread_cond_timedwait", ETIMEDOUT);
+      SYS_EVENT_Wait(pEvent, Case.Timeout);
+    }
+    IsTimeOfDayFake = false;
+    EXPECT_EQ(Case.End.tv_sec, RefusedWaitEnd.tv_sec) << Case.Microseconds;
+    EXPECT_EQ(Case.End.tv_nsec, RefusedWaitEnd.tv_nsec) << Case.Microseconds;
+  }
+  SYS_EVENT_Destroy(pEvent);
+}
+
 TEST(SysEvent, SettingWakesAWaiterWithALimitAndOneWithout) {
   for (const uint32_t Timeout : {20000u, FOREVER}) {
     SYS_EVENT*        pEvent = SYS_EVENT_Create(0, 0);
@@ -399,6 +469,30 @@ TEST(SysEvent, OneSetWakesOneOfTwoWaiters) {
   First.join();
   Second.join();
   EXPECT_EQ(2, NumWoken);
+  SYS_EVENT_Destroy(pEvent);
+}
+
+// POSIX lets a wait that runs out take a wake-up with it, which is then nobody else's.
+TEST(SysEvent, AWaitThatRunsOutWithTheWakeUpLeavesItToTheNextWaiter) {
+  SYS_EVENT*           pEvent = SYS_EVENT_Create(0, 0);
+  std::atomic<int32_t> Late{-7};
+  std::atomic<int32_t> Other{-7};
+  std::thread          LateWaiter([&] {
+    const FAULT RunsOut("pthread_cond_timedwait, woken", ETIMEDOUT);
+    Late = SYS_EVENT_Wait(pEvent, 60000);
+  });
+  usleep(50000);  // who waits first is woken first
+  std::thread OtherWaiter([&] { Other = SYS_EVENT_Wait(pEvent, FOREVER); });
+  usleep(50000);
+  SYS_EVENT_Set(pEvent);
+  EXPECT_TRUE(Soon([&] { return Late == 258 || Other == 0; }));
+  if (Late != 258) {
+    SYS_EVENT_Set(pEvent);  // a busy machine: the other one was first
+  }
+  EXPECT_TRUE(Soon([&] { return Late == 258 && Other == 0; }));
+  SYS_EVENT_Set(pEvent);  // so that the test ends in any case
+  LateWaiter.join();
+  OtherWaiter.join();
   SYS_EVENT_Destroy(pEvent);
 }
 
