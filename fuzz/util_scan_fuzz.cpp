@@ -1,4 +1,6 @@
 // Every scanner over any text, with buffers of any size.
+#include <algorithm>
+
 #include "fuzz/fuzz_input.h"
 #include "util/scan.h"
 
@@ -21,6 +23,16 @@ class CURSOR {
   const char* s;
   size_t      Len;
 };
+
+static void ScanCharacters(const std::string& Text, char c) {
+  CURSOR White(Text), Eaten(Text);
+  UTIL_SkipWhite(White.Get());
+  const size_t NumWhite = std::min(Text.find_first_not_of(" \t\n\r"), Text.size());
+  FUZZ_EXPECT(White.Moved() == NumWhite && !UTIL_IsWhite((uint8_t)White.Begin()[NumWhite]));
+  const bool IsThere = *Eaten.Begin() == c;
+  FUZZ_EXPECT(UTIL_EatChar(Eaten.Get(), c) == (IsThere ? 0 : -1));
+  FUZZ_EXPECT(*Eaten.Get() == Eaten.Begin() + (IsThere ? 1 : 0));
+}
 
 static void ScanNumbers(const std::string& Text) {
   for (int32_t AlwaysHex = 0; AlwaysHex < 2; AlwaysHex++) {
@@ -96,6 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t NumBytes) {
   const uint32_t    Size      = Input.Take<uint8_t>() % 32;
   const char        Delimiter = Input.Take<char>();
   const std::string Text      = Input.Text();
+  ScanCharacters(Text, Delimiter);
   ScanNumbers(Text);
   ScanVersionsAndAddresses(Text);
   ScanTexts(Text, Size, Delimiter);

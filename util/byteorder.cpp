@@ -183,7 +183,7 @@ static int32_t AskForAVX2() {
   const uint32_t XCR0_SSE_AVX = 0x6;
   uint32_t       a, b, c, d, Saved, High;
   __cpuid(1, a, b, c, d);
-  if ((c & bit_OSXSAVE) == 0) {  // coverage: no processor at hand is that old
+  if ((c & bit_OSXSAVE) == 0) {  // coverage: only an emulated processor is that old
     return 0;                    // coverage: see above
   }
   __asm__("xgetbv" : "=a"(Saved), "=d"(High) : "c"(0));

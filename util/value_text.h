@@ -59,7 +59,7 @@ int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits);
 // line, the last one too, ends in CR LF, a partial last line in its blank. With ShowAddr not 0 each
 // line begins with the low 32 bits of its address, as in "0x20000000: ".
 //
-// BytesPerLine 0 puts all into one line. Output stops before the first address, byte or line end
+// BytesPerLine 0 puts all into one full line. Output stops before the first address, byte or line end
 // that does not fit as a whole. The text is terminated if there is room left for it.
 // Returns the characters written, the terminator included if it was; 0 when NumBytes is 0, and then
 // nothing is written. pBuffer may be NULL when BufferSize is 0.

@@ -10,6 +10,7 @@
 #include "tests/sys/machine_checks_storage.h"
 #include "tests/util/vectors_bits.h"
 #include "tests/util/vectors_format.h"
+#include "tests/util/vectors_identity.h"
 #include "tests/util/vectors_scan.h"
 #include "tests/util/vectors_string.h"
 #include "tests/util/vectors_value_text.h"
@@ -24,7 +25,7 @@ static void ReportRow(const char* sTable, int Row, const char* sText) {
 int main(void) {
   const int NumRows = VECTORS_RunFormat(ReportRow) + VECTORS_RunScan(ReportRow) +
                       VECTORS_RunString(ReportRow) + VECTORS_RunValueText(ReportRow) +
-                      VECTORS_RunBits(ReportRow);
+                      VECTORS_RunBits(ReportRow) + VECTORS_RunIdentity(ReportRow);
   NumFailed += CheckStorage();
   NumFailed += CheckServices();
   printf("machine_checks: %d rows, storage and services checked, %d failed\n", NumRows, NumFailed);

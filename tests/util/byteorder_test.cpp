@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <random>
+#include <string>
 #include <vector>
 
 // Bytes 1, 2, 3 ... at every alignment, with a canary in front of and behind the bytes in use.
@@ -94,6 +95,68 @@ TEST_P(UtilByteOrder, StoresA128BitValueAsTwoHalves) {
   EXPECT_TRUE(Holds({16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}));
   UTIL_StoreU128BE(p, 0x0102030405060708, 0x090A0B0C0D0E0F10);
   EXPECT_TRUE(Holds({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}));
+}
+
+// The bytes of a value, lowest first, or highest first.
+static std::string BytesOf(uint64_t Value, size_t NumBytes, bool IsBE) {
+  std::string Bytes;
+  for (size_t i = 0; i < NumBytes; i++) {
+    Bytes += (char)(Value % 256);
+    Value /= 256;
+  }
+  return IsBE ? std::string(Bytes.rbegin(), Bytes.rend()) : Bytes;
+}
+
+TEST(UtilByteOrder, LoadsAndStoresAgreeWithAModelOverRandomValues) {
+  std::mt19937_64 Random(3);
+  for (int i = 0; i < 100000; i++) {
+    const uint64_t Value = Random() >> (Random() % 64), High = Random();
+    const int32_t  IsBE   = i % 2 == 0 ? 0 : (int32_t)(Random() | 1);
+    uint8_t        ab[18] = {};
+    uint8_t*       p      = ab + i % 3;
+    const auto     Stored = [&p](size_t NumBytes) { return std::string((char*)p, NumBytes); };
+    for (bool IsSource : {false, true}) {  // each order is loaded from, then the flag's
+      const std::string Bytes = BytesOf(Value, 8, IsSource);
+      memcpy(p, Bytes.data(), 8);
+      ASSERT_EQ((uint8_t)Bytes[0], UTIL_LoadU8(p));
+      const uint64_t LE = IsSource ? UTIL_SwapU64(Value) : Value;
+      ASSERT_EQ((uint16_t)LE, UTIL_LoadU16(p));
+      ASSERT_EQ((uint32_t)LE, UTIL_LoadU32(p));
+      ASSERT_EQ(LE, UTIL_LoadU64(p));
+      ASSERT_EQ((LE << 32) | (LE >> 32), UTIL_LoadU64Words(p));
+      ASSERT_EQ(UTIL_SwapU16((uint16_t)LE), UTIL_LoadU16BE(p));
+      ASSERT_EQ(UTIL_SwapU32((uint32_t)LE), UTIL_LoadU32BE(p));
+      ASSERT_EQ(IsBE ? UTIL_SwapU16((uint16_t)LE) : (uint16_t)LE, UTIL_LoadU16Order(p, IsBE));
+      ASSERT_EQ(IsBE ? UTIL_SwapU32((uint32_t)LE) : (uint32_t)LE, UTIL_LoadU32Order(p, IsBE));
+      ASSERT_EQ(IsBE ? UTIL_SwapU64(LE) : LE, UTIL_LoadU64Order(p, IsBE));
+    }
+    UTIL_StoreU16LE(p, (uint16_t)Value);
+    ASSERT_EQ(BytesOf(Value, 2, false), Stored(2));
+    UTIL_StoreU32LE(p, (uint32_t)Value);
+    ASSERT_EQ(BytesOf(Value, 4, false), Stored(4));
+    UTIL_StoreU64LE(p, Value);
+    ASSERT_EQ(BytesOf(Value, 8, false), Stored(8));
+    UTIL_StoreU16BE(p, (uint16_t)Value);
+    ASSERT_EQ(BytesOf(Value, 2, true), Stored(2));
+    UTIL_StoreU32BE(p, (uint32_t)Value);
+    ASSERT_EQ(BytesOf(Value, 4, true), Stored(4));
+    UTIL_StoreU64BE(p, Value);
+    ASSERT_EQ(BytesOf(Value, 8, true), Stored(8));
+    UTIL_StoreU16Order(p, (uint16_t)High, IsBE);
+    ASSERT_EQ(BytesOf(High, 2, IsBE != 0), Stored(2));
+    UTIL_StoreU32Order(p, (uint32_t)High, IsBE);
+    ASSERT_EQ(BytesOf(High, 4, IsBE != 0), Stored(4));
+    UTIL_StoreU64Order(p, High, IsBE);
+    ASSERT_EQ(BytesOf(High, 8, IsBE != 0), Stored(8));
+    UTIL_StoreU128(p, High, Value);
+    ASSERT_EQ(BytesOf(Value, 8, false) + BytesOf(High, 8, false), Stored(16));
+    UTIL_StoreU128BE(p, High, Value);
+    ASSERT_EQ(BytesOf(High, 8, true) + BytesOf(Value, 8, true), Stored(16));
+    uint8_t* pCursor = p;
+    UTIL_StoreU32LEAdvance(&pCursor, (uint32_t)High);
+    ASSERT_EQ(p + 4, pCursor);
+    ASSERT_EQ(BytesOf(High, 4, false), Stored(4));
+  }
 }
 
 TEST(UtilSwap, TwiceGivesTheValueBackOverRandomValues) {

@@ -12,7 +12,7 @@
 #include "tests/util/vectors_format.h"
 
 TEST(UtilFormat, EveryRowOfTheTableHolds) {
-  EXPECT_LT(90, VECTORS_RunFormat(ReportRow));
+  EXPECT_LT(180, VECTORS_RunFormat(ReportRow));
 }
 
 TEST(UtilFormat, SizeOneStoresOnlyTheTerminatorAndReturnsTheBuffer) {

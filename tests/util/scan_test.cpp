@@ -11,14 +11,6 @@
 #include "tests/util/vector_report.h"
 #include "tests/util/vectors_scan.h"
 
-// Runs a scanner over a text and tells how far the cursor moved.
-template <typename SCANNER>
-static long CursorAfter(const char* sText, SCANNER Scanner) {
-  const char* s = sText;
-  Scanner(&s);
-  return s - sText;
-}
-
 // Characters
 
 TEST(UtilIsWhite, IsExactlyTheFourCharacters) {
@@ -29,54 +21,8 @@ TEST(UtilIsWhite, IsExactlyTheFourCharacters) {
   EXPECT_EQ(0, UTIL_IsWhite(0xFFFFFF20));
 }
 
-TEST(UtilSkipWhite, StopsAtTheFirstOtherCharacter) {
-  EXPECT_EQ(4, CursorAfter(" \t\r\nx ", UTIL_SkipWhite));
-  EXPECT_EQ(0, CursorAfter("\vx", UTIL_SkipWhite));
-  EXPECT_EQ(0, CursorAfter("\fx", UTIL_SkipWhite));
-  EXPECT_EQ(2, CursorAfter("  ", UTIL_SkipWhite));
-  EXPECT_EQ(0, CursorAfter("", UTIL_SkipWhite));
-  EXPECT_EQ(0, CursorAfter("\xA0", UTIL_SkipWhite));
-}
-
-TEST(UtilEatChar, TakesOnlyTheExpectedCharacter) {
-  const char* sText = "ab";
-  const char* s     = sText;
-  EXPECT_EQ(-1, UTIL_EatChar(&s, 'b'));
-  EXPECT_EQ(sText, s);
-  EXPECT_EQ(0, UTIL_EatChar(&s, 'a'));
-  EXPECT_EQ(0, UTIL_EatChar(&s, 'b'));
-  EXPECT_EQ(-1, UTIL_EatChar(&s, 'b'));
-  EXPECT_EQ(sText + 2, s);
-}
-
-TEST(UtilEatChar, ZeroTakesTheTerminator) {
-  const char  acText[] = "a\0b";
-  const char* s        = acText;
-  EXPECT_EQ(-1, UTIL_EatChar(&s, 0));
-  EXPECT_EQ(acText, s);
-  EXPECT_EQ(0, UTIL_EatChar(&s, 'a'));
-  EXPECT_EQ(0, UTIL_EatChar(&s, 0));
-  EXPECT_EQ(acText + 2, s);
-}
-
-TEST(UtilFindChar, GivesTheFirstIndexAndNeverTheTerminator) {
-  EXPECT_EQ(0, UTIL_FindChar("abca", 'a'));
-  EXPECT_EQ(2, UTIL_FindChar("abca", 'c'));
-  EXPECT_EQ(-1, UTIL_FindChar("abca", 'x'));
-  EXPECT_EQ(-1, UTIL_FindChar("abca", 0));
-  EXPECT_EQ(-1, UTIL_FindChar("", 'a'));
-  EXPECT_EQ(1, UTIL_FindChar("a\xE4", '\xE4'));
-}
-
-TEST(UtilIsPlainString, RefusesQuotesAndBytesFrom0x80) {
-  EXPECT_EQ(1, UTIL_IsPlainString("a b\t\x7F"));
-  EXPECT_EQ(0, UTIL_IsPlainString("a\"b"));
-  EXPECT_EQ(0, UTIL_IsPlainString("a\x80"));
-  EXPECT_EQ(0, UTIL_IsPlainString("\xFF"));
-  EXPECT_EQ(1, UTIL_IsPlainString(""));
-  EXPECT_EQ(1, UTIL_IsPlainNonEmptyString("a b"));
-  EXPECT_EQ(0, UTIL_IsPlainNonEmptyString("a\"b"));
-  EXPECT_EQ(0, UTIL_IsPlainNonEmptyString(""));
+TEST(UtilScanCharacters, AreSkippedTakenAndFound) {
+  EXPECT_LT(30, VECTORS_RunChars(ReportRow));
 }
 
 // Numbers
@@ -85,55 +31,8 @@ TEST(UtilParseInt, ReadsSignPrefixAndDigits) {
   EXPECT_LT(30, VECTORS_RunParseInt(ReportRow));
 }
 
-TEST(UtilParseInt32, StoresTheLowHalfAndZeroOnFailure) {
-  const char* s     = "0x123456789 x";
-  int32_t     Value = 77;
-  UTIL_ParseInt32(&s, &Value);
-  EXPECT_EQ(0x23456789, Value);
-  UTIL_ParseInt32(&s, &Value);
-  EXPECT_EQ(0, Value);
-  EXPECT_STREQ(" x", s);
-  s = "-2";
-  UTIL_ParseInt32(&s, &Value);
-  EXPECT_EQ(-2, Value);
-}
-
-TEST(UtilParseHex, DigitsAreAlwaysHexadecimal) {
-  const char* s     = "0123";
-  uint64_t    Value = 77;
-  EXPECT_EQ(0, UTIL_ParseHex(&s, &Value));
-  EXPECT_EQ(0x123u, Value);
-  s = "0";
-  EXPECT_EQ(0, UTIL_ParseHex(&s, &Value));
-  EXPECT_EQ(0u, Value);
-  EXPECT_STREQ("", s);
-  s = " 0xFFFFFFFFFFFFFFFE,";
-  EXPECT_EQ(0, UTIL_ParseHex(&s, &Value));
-  EXPECT_EQ(0xFFFFFFFFFFFFFFFEu, Value);
-  EXPECT_STREQ(",", s);
-  s = "-1";
-  EXPECT_EQ(0, UTIL_ParseHex(&s, &Value));
-  EXPECT_EQ(0xFFFFFFFFFFFFFFFFu, Value);
-}
-
-TEST(UtilParseHex, FailureChangesNothing) {
-  const char* sText = " 0xyz";
-  const char* s     = sText;
-  uint64_t    Value = 77;
-  EXPECT_EQ(-1, UTIL_ParseHex(&s, &Value));
-  EXPECT_EQ(77u, Value);
-  EXPECT_EQ(sText, s);
-}
-
-TEST(UtilParseHex32, StoresTheLowHalfAndZeroOnFailure) {
-  const char* s     = "123456789 q";
-  uint32_t    Value = 77;
-  EXPECT_EQ(0, UTIL_ParseHex32(&s, &Value));
-  EXPECT_EQ(0x23456789u, Value);
-  EXPECT_STREQ(" q", s);
-  EXPECT_EQ(-1, UTIL_ParseHex32(&s, &Value));
-  EXPECT_EQ(0u, Value);
-  EXPECT_STREQ(" q", s);
+TEST(UtilParseHex, NarrowerAndHexadecimalNumbersKeepTheRulesOfIntegers) {
+  EXPECT_LT(12, VECTORS_RunNumbers(ReportRow));
 }
 
 TEST(UtilParseU32, ReadsDecimalAndPrefixedHexadecimal) {
@@ -215,46 +114,8 @@ TEST(UtilParseToken, EndOfAWordAsTheDelimiterChangesNothing) {
   }
 }
 
-TEST(UtilParseUntil, TakesInnerAndTrailingBlanksAndTheDelimiter) {
-  VALUE_BUFFER Buffer;
-  const char*  s = "\r\n a b\t ;rest";
-  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, ';'));
-  EXPECT_STREQ("a b\t ", Buffer.ac);
-  EXPECT_STREQ("rest", s);
-  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, ';'));
-  EXPECT_STREQ("rest", Buffer.ac);
-  EXPECT_STREQ("", s);
-  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, ';'));
-  EXPECT_STREQ("", Buffer.ac);
-  EXPECT_STREQ("", s);
-}
-
-TEST(UtilParseUntil, CutsAValueThatReachesTheBufferSizeAndConsumesItWhole) {
-  for (uint32_t Size = 1; Size <= 6; Size++) {
-    VALUE_BUFFER Buffer;
-    const char*  s = "abcd;x";
-    EXPECT_EQ(Size <= 4 ? 1 : 0, UTIL_ParseUntil(&s, Buffer.ac, Size, ';')) << Size;
-    EXPECT_EQ(std::string("abcd").substr(0, Size - 1), Buffer.ac) << Size;
-    EXPECT_STREQ("x", s) << Size;
-    EXPECT_TRUE(Buffer.IsIntactFrom(Size)) << Size;
-  }
-}
-
-TEST(UtilParseUntil, DelimiterMayBeWhiteSpaceOrTheEndOfTheText) {
-  VALUE_BUFFER Buffer;
-  const char*  sText = " a b\nc";
-  const char*  s     = sText;
-  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, ' '));
-  EXPECT_STREQ("a", Buffer.ac);
-  EXPECT_STREQ("b\nc", s);
-  s = sText;
-  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, '\n'));
-  EXPECT_STREQ("a b", Buffer.ac);
-  EXPECT_STREQ("c", s);
-  s = sText;
-  EXPECT_EQ(0, UTIL_ParseUntil(&s, Buffer.ac, 10, 0));
-  EXPECT_STREQ("a b\nc", Buffer.ac);
-  EXPECT_EQ(sText + 6, s);
+TEST(UtilParseUntil, TakesBlanksAndTheDelimiterAndDropsWhatDoesNotFit) {
+  EXPECT_LT(12, VECTORS_RunParseUntil(ReportRow));
 }
 
 TEST(UtilParseUntil, SizeZeroWritesNothingAndTellsSo) {
@@ -326,30 +187,8 @@ static std::string Trimmed(const char* sText, int32_t TrimLeft, int32_t TrimRigh
   return ac;
 }
 
-TEST(UtilTrim, RemovesTheWiderSetOfBlanks) {
-  EXPECT_EQ("a b \t", Trimmed("\t\n\v\f\r a b \t", 1, 0));
-  EXPECT_EQ(" a b", Trimmed(" a b\t\n\v\f\r ", 0, 1));
-  EXPECT_EQ("a b", Trimmed("\v\f a b \f\v", 1, 1));
-  EXPECT_EQ(" a ", Trimmed(" a ", 0, 0));
-  EXPECT_EQ("\x08", Trimmed("\x08", 1, 1));
-  EXPECT_EQ("\x0E", Trimmed("\x0E", 1, 1));
-}
-
-TEST(UtilTrim, RightEndKeepsTheFirstCharacter) {
-  EXPECT_EQ(" ", Trimmed("   ", 0, 1));
-  EXPECT_EQ("a", Trimmed("a   ", 0, 1));
-  EXPECT_EQ("\t", Trimmed("\t \n", 0, 1));
-  EXPECT_EQ(" ", Trimmed(" ", 0, 1));
-  EXPECT_EQ("", Trimmed("   ", 1, 1));
-  EXPECT_EQ("", Trimmed("   ", 1, 0));
-  EXPECT_EQ("", Trimmed("", 0, 1));
-  EXPECT_EQ("", Trimmed("", 1, 1));
-}
-
-TEST(UtilConvertBackslashes, ReplacesEveryOne) {
-  char ac[] = "\\a\\\\b/c\\";
-  UTIL_ConvertBackslashes(ac);
-  EXPECT_STREQ("/a//b/c/", ac);
+TEST(UtilTrim, AndConvertBackslashesChangeTheTextInPlace) {
+  EXPECT_LT(17, VECTORS_RunInPlace(ReportRow));
 }
 
 TEST(UtilAddTrailingSlash, AppendsOneWhereItFits) {
@@ -663,5 +502,24 @@ TEST(UtilDecodeVersion, ParsesBackWhatItDecoded) {
       ASSERT_EQ(std::string("z").append(std::to_string(100 + Version % 100 - 26), 1),
                 Info.Revision);
     }
+  }
+}
+
+TEST(UtilPaths, AgreeWithAModelOverRandomTexts) {
+  std::mt19937 Random(10);
+  for (int i = 0; i < 100000; i++) {
+    const std::string Text     = RandomText(&Random, "ab/\\.", 8);
+    const size_t      Size     = Text.size() + 1 + Random() % 3;
+    std::string       Expected = Text;
+    if ((Text.empty() || (Text.back() != '/' && Text.back() != '\\')) && Size > Text.size() + 1) {
+      Expected += '/';
+    }
+    std::string Buffer = Text + std::string(1, 0) + "####";
+    UTIL_AddTrailingSlash(Buffer.data(), (uint32_t)Size);
+    ASSERT_EQ(Expected, Buffer.c_str()) << Text;
+    ASSERT_EQ(std::string("###"), Buffer.substr(Text.size() + 2)) << Text;
+    std::replace(Expected.begin(), Expected.end(), '\\', '/');
+    UTIL_ConvertBackslashes(Buffer.data());
+    ASSERT_EQ(Expected, Buffer.c_str()) << Text;
   }
 }

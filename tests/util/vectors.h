@@ -1,14 +1,16 @@
 // tests/util/vectors.h
 //
 // Tables of inputs and expected results for UTIL that any program can run: vectors_bits.h,
-// vectors_format.h, vectors_scan.h, vectors_string.h and vectors_value_text.h. They need the C headers
-// and the header of the module, nothing else: no GoogleTest, no C++ library.
+// vectors_format.h, vectors_identity.h, vectors_scan.h, vectors_string.h and vectors_value_text.h. They
+// need the C headers and the header of the module, nothing else: no GoogleTest, no C++ library.
+// Every function of UTIL is called by one of them.
 //
 // To run them, write a report function and call each header's run function with it:
 //
 //   static void Report(const char* sTable, int Row, const char* sText) { ... count a failure ... }
 //
-//   int NumRows = VECTORS_RunBits(Report) + VECTORS_RunFormat(Report) + VECTORS_RunScan(Report) +
+//   int NumRows = VECTORS_RunBits(Report) + VECTORS_RunFormat(Report) +
+//                 VECTORS_RunIdentity(Report) + VECTORS_RunScan(Report) +
 //                 VECTORS_RunString(Report) + VECTORS_RunValueText(Report);
 //
 // A run function checks every row, calls Report for each one that fails (the table's name, the

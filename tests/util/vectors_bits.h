@@ -12,7 +12,7 @@
 
 // One row: an operation, up to four numbers, and what comes of them.
 enum VECTORS_BITS_OP {
-  OP_LEB128,  // a value; the number of bytes that it takes
+  OP_LEB128,  // a value; the number of bytes that it takes, read back too
   OP_HIGHEST32,
   OP_HIGHEST64,
   OP_LOWEST32,
@@ -35,6 +35,8 @@ enum VECTORS_BITS_OP {
   OP_SWAP32,
   OP_SWAP64,
   // Reads of VECTORS_abBytes, at an offset
+  OP_READ_LEB128,
+  OP_LEB128_END,  // where the cursor is left
   OP_READ_BITS,
   OP_READ_BITS32,
   OP_LOAD8,
@@ -49,8 +51,9 @@ enum VECTORS_BITS_OP {
   OP_LOAD64_ORDER
 };
 
-static const uint8_t VECTORS_abBytes[] = {0x01, 0x23, 0x45, 0x67, 0x89,
-                                          0xAB, 0xCD, 0xEF, 0xFE, 0xDC};
+static const uint8_t VECTORS_abBytes[] = {
+    0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0xFE, 0xDC, 0x02, 0xAC, 0x02, 0x85,
+    0x80, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F};
 
 struct VECTORS_BITS_ROW {
   VECTORS_BITS_OP Op;
@@ -172,11 +175,22 @@ static const VECTORS_BITS_ROW VECTORS_BitsRows[] = {
     {OP_SWAP16, {0x1234}, 0x3412, "swapped 0x1234"},
     {OP_SWAP32, {0x12345678}, 0x78563412, "swapped 0x12345678"},
     {OP_SWAP64, {0x0123456789ABCDEF}, 0xEFCDAB8967452301, "swapped 0x0123456789ABCDEF"},
+    {OP_READ_LEB128, {0}, 1, "LEB128 of one byte"},
+    {OP_READ_LEB128, {11}, 300, "LEB128 of two bytes"},
+    {OP_READ_LEB128, {13}, 5, "LEB128 with padding"},
+    {OP_READ_LEB128, {4}, 0xAE7EDF35589, "LEB128 of seven bytes"},
+    {OP_READ_LEB128, {16}, UINT64_MAX, "LEB128 that exceeds 64 bits"},
+    {OP_LEB128_END, {0}, 1, "end of a LEB128 of one byte"},
+    {OP_LEB128_END, {11}, 13, "end of a LEB128 of two bytes"},
+    {OP_LEB128_END, {13}, 16, "end of a LEB128 with padding"},
+    {OP_LEB128_END, {4}, 11, "end of a LEB128 of seven bytes"},
+    {OP_LEB128_END, {16}, 28, "end of a LEB128 that exceeds 64 bits"},
     {OP_READ_BITS, {0, 8}, 0x01, "first byte as a field"},
     {OP_READ_BITS, {4, 8}, 0x30, "field over two bytes"},
     {OP_READ_BITS, {4, 16}, 0x5230, "field over three bytes"},
     {OP_READ_BITS, {9, 1}, 1, "field of one bit"},
-    {OP_READ_BITS, {79, 1}, 1, "last bit"},
+    {OP_READ_BITS, {79, 1}, 1, "highest bit of a byte"},
+    {OP_READ_BITS, {223, 1}, 0, "last bit"},
     {OP_READ_BITS, {83, 0}, 0, "field of no bits"},
     {OP_READ_BITS, {0, 17}, 0, "field that is too wide"},
     {OP_READ_BITS32, {8}, 0x89674523, "32 bits at a byte"},
@@ -208,11 +222,19 @@ static inline uint64_t VECTORS_RunLEB128(uint64_t Value) {
   return (uint64_t)(pWrite - ab);
 }
 
+// The number at p, and where it ends.
+static inline uint64_t VECTORS_ReadLEB128(const uint8_t* p, uint64_t* pEnd) {
+  const uint64_t Value = UTIL_ReadLEB128(&p);
+  *pEnd                = (uint64_t)(p - VECTORS_abBytes);
+  return Value;
+}
+
 static inline uint64_t VECTORS_CallBits(const VECTORS_BITS_ROW* pRow) {
-  const uint64_t* a  = pRow->a;
-  const uint32_t  a0 = (uint32_t)a[0];
-  const uint32_t  a1 = (uint32_t)a[1];
-  const int32_t   b1 = (int32_t)a[1];
+  const uint64_t* a   = pRow->a;
+  const uint32_t  a0  = (uint32_t)a[0];
+  const uint32_t  a1  = (uint32_t)a[1];
+  const int32_t   b1  = (int32_t)a[1];
+  uint64_t        End = 0;
   // Only where it is an offset does the first number stay within the bytes.
   const uint8_t* p = VECTORS_abBytes + (a[0] < sizeof(VECTORS_abBytes) ? a[0] : 0);
   switch (pRow->Op) {
@@ -260,6 +282,11 @@ static inline uint64_t VECTORS_CallBits(const VECTORS_BITS_ROW* pRow) {
       return UTIL_SwapU32(a0);
     case OP_SWAP64:
       return UTIL_SwapU64(a[0]);
+    case OP_READ_LEB128:
+      return VECTORS_ReadLEB128(p, &End);
+    case OP_LEB128_END:
+      VECTORS_ReadLEB128(p, &End);
+      return End;
     case OP_READ_BITS:
       return UTIL_ReadBits(VECTORS_abBytes, a0, a1);
     case OP_READ_BITS32:
@@ -302,14 +329,18 @@ enum VECTORS_WRITE_OP {
   OP_STORE32_ADVANCE,
   OP_STORE128,
   OP_STORE128_BE,
+  OP_WRITE_LEB128,
   OP_WRITE_BITS32,
+  OP_WRITE_BIT_ARRAY,  // of VECTORS_aFields, from a bit on, so many bits apart and so many of them
   OP_SET_BITS,
   OP_CLEAR_BITS
 };
 
+static const uint32_t VECTORS_aFields[] = {0xF1234567, 0x89ABCDE2, 0x0000FFF3};
+
 struct VECTORS_WRITE_ROW {
   VECTORS_WRITE_OP Op;
-  uint64_t         a[2];
+  uint64_t         a[3];
   uint32_t         NumBytes;
   const char*      sExpected;
 };
@@ -332,6 +363,20 @@ static const VECTORS_WRITE_ROW VECTORS_WriteRows[] = {
     {OP_STORE128_BE, {0x4142434445464748, 0x494A4B4C4D4E4F50}, 16, "ABCDEFGHIJKLMNOP"},
     {OP_WRITE_BITS32, {8, 0x41424344}, 5, "\1DCBA"},
     {OP_WRITE_BITS32, {12, 0x41424344}, 6, "\1\x42\x34\x24\x14\4"},
+    {OP_WRITE_LEB128, {0}, 1, "\0"},
+    {OP_WRITE_LEB128, {127}, 1, "\x7F"},
+    {OP_WRITE_LEB128, {128}, 2, "\x80\1"},
+    {OP_WRITE_LEB128, {300}, 2, "\xAC\2"},
+    {OP_WRITE_LEB128, {0xFFFFFFFF}, 5, "\xFF\xFF\xFF\xFF\x0F"},
+    {OP_WRITE_LEB128, {UINT64_MAX}, 10, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\1"},
+    {OP_WRITE_BIT_ARRAY, {0, 8, 0}, 1, "\1"},
+    {OP_WRITE_BIT_ARRAY, {0, 8, 1}, 4, "\x67\x45\x23\xF1"},
+    {OP_WRITE_BIT_ARRAY, {4, 8, 1}, 5, "\x71\x56\x34\x12\x0F"},
+    {OP_WRITE_BIT_ARRAY, {0, 8, 3}, 6, "\x67\xE2\xF3\xFF\0\0"},
+    {OP_WRITE_BIT_ARRAY, {4, 4, 3}, 6, "\x71\x32\xFF\x0F\0\0"},
+    {OP_WRITE_BIT_ARRAY, {4, 0, 2}, 5, "\x21\xDE\xBC\x9A\x08"},
+    {OP_WRITE_BIT_ARRAY, {0, 32, 2}, 8, "\x67\x45\x23\xF1\xE2\xCD\xAB\x89"},
+    {OP_WRITE_BIT_ARRAY, {0, 40, 2}, 9, "\x67\x45\x23\xF1\5\xE2\xCD\xAB\x89"},
     {OP_SET_BITS, {4, 16}, 3, "\xF1\xFF\x0F"},
     {OP_SET_BITS, {1, 2}, 1, "\x07"},
     {OP_SET_BITS, {4, 0}, 1, "\1"},
@@ -384,6 +429,12 @@ static inline void VECTORS_CallWrite(const VECTORS_WRITE_ROW* pRow, uint8_t* p) 
       break;
     case OP_WRITE_BITS32:
       UTIL_WriteBits32(p, (uint32_t)a0, (uint32_t)a1);
+      break;
+    case OP_WRITE_LEB128:
+      UTIL_WriteLEB128(&p, a0);
+      break;
+    case OP_WRITE_BIT_ARRAY:
+      UTIL_WriteBitArray(p, VECTORS_aFields, (uint32_t)a0, (uint32_t)a1, (uint32_t)pRow->a[2]);
       break;
     case OP_SET_BITS:
       UTIL_SetBits(p, (uint32_t)a0, (uint32_t)a1);
@@ -467,6 +518,56 @@ static const VECTORS_SWAP_ROW VECTORS_SwapRows[] = {
     {0x20000000, 9, 0x3FFFFFFF, "\4\3\2\1\10\7\6\5\11"},
 };
 
+// Quartiles of 800 samples, which begin at First and lie Distance apart; from the largest down.
+struct VECTORS_QUARTILE_ROW {
+  uint64_t First;
+  uint64_t Distance;
+  uint64_t Low;
+  uint64_t High;
+  uint32_t NumBuckets;  // at most 10
+  uint64_t Resolution;
+  int32_t  Result;
+  uint64_t aExpected[3];  // 77 before the call
+};
+
+static const VECTORS_QUARTILE_ROW VECTORS_QuartileRows[] = {
+    // The centres of the buckets that the samples 200, 400 and 600 lie in
+    {0, 1, 0, 799, 10, 80, 0, {200, 360, 600}},
+    {0, 1, 0, 799, 1, 800, 0, {400, 400, 400}},
+    {1000, 1, 1000, 1799, 10, 80, 0, {1200, 1360, 1600}},
+    // 800 buckets of a second level, each 1000 wide
+    {0, 1000, 0, 799999, 1, 1000, 0, {199500, 399500, 599500}},
+    {0, 1000, 0, 799999, 1, 999, 0, {199000, 399000, 599000}},
+    // All samples under the range, or above it: the second level reaches from the smallest up to
+    // the range, or from there up to the largest
+    {5000, 1000, 804999, 900000, 10, 1000, 0, {204500, 404500, 604500}},
+    {5000, 1000, 10, 4001, 10, 1000, 0, {203501, 403501, 603501}},
+    // A range of one address
+    {0, 1, 400, 400, 10, 1, 0, {199, 399, 599}},
+    // What cannot be reached
+    {0, 1, 0, 799, 10, 0, -1, {77, 77, 77}},
+    {0, 1, 0, 799, 0, 1, -1, {77, 77, 77}},
+    {0, 1, 799, 0, 10, 1, -1, {77, 77, 77}},
+};
+
+static inline int VECTORS_RunQuartiles(VECTORS_REPORT* pfReport) {
+  static uint64_t aSample[800];
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_QuartileRows); i++) {
+    const VECTORS_QUARTILE_ROW* pRow = &VECTORS_QuartileRows[i];
+    uint32_t                    aBucket[10];
+    uint64_t                    a[3] = {77, 77, 77};
+    for (uint32_t k = 0; k < 800; k++) {
+      aSample[799 - k] = pRow->First + k * pRow->Distance;
+    }
+    const int32_t Result =
+        UTIL_FindQuartiles(pRow->Low, pRow->High, aSample, 800, aBucket, pRow->NumBuckets,
+                           pRow->Resolution, &a[0], &a[1], &a[2]);
+    VECTORS_Check(Result == pRow->Result && memcmp(a, pRow->aExpected, sizeof(a)) == 0, pfReport,
+                  "quartiles", i, "other estimates");
+  }
+  return VECTORS_NUM_ROWS(VECTORS_QuartileRows);
+}
+
 static inline int VECTORS_RunBits(VECTORS_REPORT* pfReport) {
   for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_BitsRows); i++) {
     const VECTORS_BITS_ROW* pRow = &VECTORS_BitsRows[i];
@@ -486,7 +587,8 @@ static inline int VECTORS_RunBits(VECTORS_REPORT* pfReport) {
                   pfReport, "swap of target memory", i, "copy");
   }
   return VECTORS_NUM_ROWS(VECTORS_BitsRows) + VECTORS_NUM_ROWS(VECTORS_SwapRows) +
-         VECTORS_RunWrites(pfReport) + VECTORS_RunArraySwaps(pfReport);
+         VECTORS_RunWrites(pfReport) + VECTORS_RunArraySwaps(pfReport) +
+         VECTORS_RunQuartiles(pfReport);
 }
 
 #endif

@@ -59,6 +59,8 @@ static const VECTORS_FORMAT_ROW VECTORS_FormatRows[] = {
     {"%5d", ARG_INT, (uint64_t)-3, NULL, 4, "-  "},
     {"%2147483648d", ARG_INT, 1, NULL, 4, "   "},
     {"%99999999999999999999d", ARG_INT, 1, NULL, 4, "   "},
+    {"%4294967297d", ARG_INT, 1, NULL, 4, "   "},
+    {"%.4294967298d", ARG_INT, 1, NULL, 4, "000"},
     {"%.99999999999999999999d", ARG_INT, 1, NULL, 4, "000"},
     // The argument's width: one 'l' is no wider than none
     {"%ld", ARG_LONG, 0x1FFFFFFFF, NULL, 32, "-1"},
@@ -125,38 +127,52 @@ static const VECTORS_FORMAT_ROW VECTORS_FormatRows[] = {
     {"%1.2.3d", ARG_INT, 7, NULL, 16, "3d"},
 };
 
-static inline char* VECTORS_CallFormat(const VECTORS_FORMAT_ROW* pRow, char* pBuffer) {
+typedef char* VECTORS_FORMATTER(char* pBuffer, int32_t BufferSize, const char* sFormat, ...);
+
+// The entry that takes an argument list.
+static inline char* VECTORS_FormatList(char* pBuffer, int32_t BufferSize, const char* sFormat,
+                                       ...) {
+  va_list Args;
+  va_start(Args, sFormat);
+  char* pEnd = UTIL_vsnprintf(pBuffer, BufferSize, sFormat, Args);
+  va_end(Args);
+  return pEnd;
+}
+
+static inline char* VECTORS_CallFormat(VECTORS_FORMATTER* pf, const VECTORS_FORMAT_ROW* pRow,
+                                       char* pBuffer) {
   const int32_t Size = pRow->BufferSize;
   switch (pRow->Kind) {
     case ARG_INT:
-      return UTIL_snprintf(pBuffer, Size, pRow->sFormat, (int)(uint32_t)pRow->Value);
+      return pf(pBuffer, Size, pRow->sFormat, (int)(uint32_t)pRow->Value);
     case ARG_LONG:
-      return UTIL_snprintf(pBuffer, Size, pRow->sFormat, (long)pRow->Value);
+      return pf(pBuffer, Size, pRow->sFormat, (long)pRow->Value);
     case ARG_LONGLONG:
-      return UTIL_snprintf(pBuffer, Size, pRow->sFormat, (long long)pRow->Value);
+      return pf(pBuffer, Size, pRow->sFormat, (long long)pRow->Value);
     case ARG_POINTER:
-      return UTIL_snprintf(pBuffer, Size, pRow->sFormat, (void*)(uintptr_t)pRow->Value);
+      return pf(pBuffer, Size, pRow->sFormat, (void*)(uintptr_t)pRow->Value);
     case ARG_TEXT:
-      return UTIL_snprintf(pBuffer, Size, pRow->sFormat, pRow->sText);
+      return pf(pBuffer, Size, pRow->sFormat, pRow->sText);
     default:
-      return UTIL_snprintf(pBuffer, Size, pRow->sFormat);
+      return pf(pBuffer, Size, pRow->sFormat);
   }
 }
 
 static inline int VECTORS_RunFormat(VECTORS_REPORT* pfReport) {
-  const int NumRows = VECTORS_NUM_ROWS(VECTORS_FormatRows);
-  for (int i = 0; i < NumRows; i++) {
-    const VECTORS_FORMAT_ROW* pRow = &VECTORS_FormatRows[i];
+  static VECTORS_FORMATTER* const apf[]   = {UTIL_snprintf, VECTORS_FormatList};
+  const int                       NumRows = VECTORS_NUM_ROWS(VECTORS_FormatRows);
+  for (int i = 0; i < 2 * NumRows; i++) {
+    const VECTORS_FORMAT_ROW* pRow = &VECTORS_FormatRows[i % NumRows];
     VECTORS_OUTPUT            Out;
     VECTORS_Arm(&Out);
-    const char* pEnd = VECTORS_CallFormat(pRow, Out.ac);
+    const char* pEnd = VECTORS_CallFormat(apf[i / NumRows], pRow, Out.ac);
     // Even a size of 0 or less stores the terminator.
     const uint32_t Size = pRow->BufferSize > 0 ? (uint32_t)pRow->BufferSize : 1;
     VECTORS_Check(
         VECTORS_Holds(&Out, pRow->sExpected, Size) && pEnd == Out.ac + strlen(pRow->sExpected),
-        pfReport, "format", i, pRow->sFormat);
+        pfReport, i < NumRows ? "format" : "format by list", i % NumRows, pRow->sFormat);
   }
-  return NumRows;
+  return 2 * NumRows;
 }
 
 #endif

@@ -11,6 +11,86 @@
 // What a result holds before the call.
 static const int64_t UNTOUCHED = 0x5A5A5A5A5A5A5A5A;
 
+// Single characters, and what a text holds.
+enum VECTORS_CHAR_OP { OP_IS_WHITE, OP_SKIP_WHITE, OP_EAT, OP_FIND, OP_PLAIN, OP_PLAIN_NON_EMPTY };
+
+struct VECTORS_CHAR_ROW {
+  VECTORS_CHAR_OP Op;
+  const char*     sText;
+  uint32_t        c;  // for OP_IS_WHITE, OP_EAT and OP_FIND
+  int32_t         Result;
+  long            NumConsumed;
+};
+
+static const VECTORS_CHAR_ROW VECTORS_CharRows[] = {
+    {OP_IS_WHITE, "", ' ', 1, 0},
+    {OP_IS_WHITE, "", '\t', 1, 0},
+    {OP_IS_WHITE, "", '\n', 1, 0},
+    {OP_IS_WHITE, "", '\r', 1, 0},
+    {OP_IS_WHITE, "", '\v', 0, 0},
+    {OP_IS_WHITE, "", '\f', 0, 0},
+    {OP_IS_WHITE, "", 0, 0, 0},
+    {OP_IS_WHITE, "", 0xA0, 0, 0},
+    {OP_IS_WHITE, "", 0x120, 0, 0},
+    {OP_IS_WHITE, "", 0xFFFFFF20, 0, 0},
+    {OP_SKIP_WHITE, " \t\r\nx ", 0, 0, 4},
+    {OP_SKIP_WHITE, "\vx", 0, 0, 0},
+    {OP_SKIP_WHITE, "\fx", 0, 0, 0},
+    {OP_SKIP_WHITE, "\xA0", 0, 0, 0},
+    {OP_SKIP_WHITE, "  ", 0, 0, 2},
+    {OP_SKIP_WHITE, "", 0, 0, 0},
+    {OP_EAT, "ab", 'a', 0, 1},
+    {OP_EAT, "ab", 'b', -1, 0},
+    {OP_EAT, "\xE4", 0xE4, 0, 1},
+    {OP_EAT, "", 'a', -1, 0},
+    {OP_EAT, "", 0, 0, 1},
+    {OP_EAT, "a", 0, -1, 0},
+    {OP_FIND, "abca", 'a', 0, 0},
+    {OP_FIND, "abca", 'c', 2, 0},
+    {OP_FIND, "a\xE4", 0xE4, 1, 0},
+    {OP_FIND, "abca", 'x', -1, 0},
+    {OP_FIND, "abca", 0, -1, 0},
+    {OP_FIND, "", 'a', -1, 0},
+    {OP_PLAIN, "a b\t\x7F", 0, 1, 0},
+    {OP_PLAIN, "a\"b", 0, 0, 0},
+    {OP_PLAIN, "a\x80", 0, 0, 0},
+    {OP_PLAIN, "\xFF", 0, 0, 0},
+    {OP_PLAIN, "", 0, 1, 0},
+    {OP_PLAIN_NON_EMPTY, "a b", 0, 1, 0},
+    {OP_PLAIN_NON_EMPTY, "a\"b", 0, 0, 0},
+    {OP_PLAIN_NON_EMPTY, "", 0, 0, 0},
+};
+
+static inline int32_t VECTORS_CallChar(const VECTORS_CHAR_ROW* pRow, const char** ps) {
+  switch (pRow->Op) {
+    case OP_IS_WHITE:
+      return UTIL_IsWhite(pRow->c);
+    case OP_SKIP_WHITE:
+      UTIL_SkipWhite(ps);
+      return 0;
+    case OP_EAT:
+      return UTIL_EatChar(ps, (char)pRow->c);
+    case OP_FIND:
+      return UTIL_FindChar(*ps, (char)pRow->c);
+    case OP_PLAIN:
+      return UTIL_IsPlainString(*ps);
+    case OP_PLAIN_NON_EMPTY:
+      return UTIL_IsPlainNonEmptyString(*ps);
+  }
+  return -2;
+}
+
+static inline int VECTORS_RunChars(VECTORS_REPORT* pfReport) {
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_CharRows); i++) {
+    const VECTORS_CHAR_ROW* pRow   = &VECTORS_CharRows[i];
+    const char*             s      = pRow->sText;
+    const int32_t           Result = VECTORS_CallChar(pRow, &s);
+    VECTORS_Check(Result == pRow->Result && s - pRow->sText == pRow->NumConsumed, pfReport,
+                  "characters", i, pRow->sText);
+  }
+  return VECTORS_NUM_ROWS(VECTORS_CharRows);
+}
+
 struct VECTORS_INT_ROW {
   const char* sText;
   int32_t     AlwaysHex;
@@ -52,6 +132,9 @@ static const VECTORS_INT_ROW VECTORS_IntRows[] = {
     {"-0", 0, 0, 0, 2},
     {"5/", 0, 0, 5, 1},
     {"5:", 0, 0, 5, 1},
+    {"5/", 1, 0, 5, 1},
+    {"5:", 1, 0, 5, 1},
+    {"5G", 1, 0, 5, 1},
     {"@", 1, -1, UNTOUCHED, 0},
     {"`", 1, -1, UNTOUCHED, 0},
 };
@@ -67,6 +150,62 @@ static inline int VECTORS_RunParseInt(VECTORS_REPORT* pfReport) {
         pfReport, "integer", i, pRow->sText);
   }
   return VECTORS_NUM_ROWS(VECTORS_IntRows);
+}
+
+// The other scanners of numbers with a cursor.
+enum VECTORS_NUMBER_OP { OP_INT32, OP_HEX, OP_HEX32 };
+
+struct VECTORS_NUMBER_ROW {
+  VECTORS_NUMBER_OP Op;
+  const char*       sText;
+  int32_t           Result;  // of OP_INT32, which has none, 0
+  uint64_t          Value;   // 77 before the call
+  const char*       sRest;
+};
+
+static const VECTORS_NUMBER_ROW VECTORS_NumberRows[] = {
+    {OP_INT32, "0x123456789 x", 0, 0x23456789, " x"},
+    {OP_INT32, " -2", 0, 0xFFFFFFFE, ""},
+    {OP_INT32, "12a", 0, 12, "a"},
+    {OP_INT32, " x", 0, 0, " x"},
+    {OP_HEX, "0123", 0, 0x123, ""},
+    {OP_HEX, "0", 0, 0, ""},
+    {OP_HEX, " 0xFFFFFFFFFFFFFFFE,", 0, 0xFFFFFFFFFFFFFFFE, ","},
+    {OP_HEX, "-1", 0, 0xFFFFFFFFFFFFFFFF, ""},
+    {OP_HEX, "123456789 q", 0, 0x123456789, " q"},
+    {OP_HEX, " 0xyz", -1, 77, " 0xyz"},
+    {OP_HEX32, "0123", 0, 0x123, ""},
+    {OP_HEX32, "123456789 q", 0, 0x23456789, " q"},
+    {OP_HEX32, "-1", 0, 0xFFFFFFFF, ""},
+    {OP_HEX32, " 0xyz", -1, 0, " 0xyz"},
+};
+
+static inline int VECTORS_RunNumbers(VECTORS_REPORT* pfReport) {
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_NumberRows); i++) {
+    const VECTORS_NUMBER_ROW* pRow   = &VECTORS_NumberRows[i];
+    const char*               s      = pRow->sText;
+    int32_t                   Result = 0;
+    int32_t                   Int32  = 77;
+    uint32_t                  Hex32  = 77;
+    uint64_t                  Value  = 77;
+    switch (pRow->Op) {
+      case OP_INT32:
+        UTIL_ParseInt32(&s, &Int32);
+        Value = (uint32_t)Int32;
+        break;
+      case OP_HEX:
+        Result = UTIL_ParseHex(&s, &Value);
+        break;
+      case OP_HEX32:
+        Result = UTIL_ParseHex32(&s, &Hex32);
+        Value  = Hex32;
+        break;
+    }
+    VECTORS_Check(
+        Result == pRow->Result && Value == pRow->Value && VECTORS_SameText(s, pRow->sRest),
+        pfReport, "number", i, pRow->sText);
+  }
+  return VECTORS_NUM_ROWS(VECTORS_NumberRows);
 }
 
 struct VECTORS_U32_ROW {
@@ -354,6 +493,97 @@ static inline int VECTORS_RunParseToken(VECTORS_REPORT* pfReport) {
   return VECTORS_NUM_ROWS(VECTORS_TokenRows);
 }
 
+struct VECTORS_UNTIL_ROW {
+  const char* sText;
+  char        Delimiter;
+  uint32_t    BufferSize;
+  int32_t     Result;
+  const char* sValue;
+  const char* sRest;
+};
+
+static const VECTORS_UNTIL_ROW VECTORS_UntilRows[] = {
+    {"\r\n a b\t ;rest", ';', 10, 0, "a b\t ", "rest"},
+    {"rest", ';', 10, 0, "rest", ""},
+    {"", ';', 10, 0, "", ""},
+    {";;", ';', 10, 0, "", ";"},
+    {"abcd;x", ';', 6, 0, "abcd", "x"},
+    {"abcd;x", ';', 5, 0, "abcd", "x"},
+    {"abcd;x", ';', 4, 1, "abc", "x"},
+    {"abcd;x", ';', 2, 1, "a", "x"},
+    {"abcd;x", ';', 1, 1, "", "x"},
+    {";x", ';', 1, 0, "", "x"},
+    {"abcd", ';', 3, 1, "ab", ""},
+    {" a b\nc", ' ', 10, 0, "a", "b\nc"},
+    {" a b\nc", '\n', 10, 0, "a b", "c"},
+    {" a b\nc", 0, 10, 0, "a b\nc", ""},
+};
+
+static inline int VECTORS_RunParseUntil(VECTORS_REPORT* pfReport) {
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_UntilRows); i++) {
+    const VECTORS_UNTIL_ROW* pRow = &VECTORS_UntilRows[i];
+    const char*              s    = pRow->sText;
+    VECTORS_OUTPUT           Out;
+    VECTORS_Arm(&Out);
+    const int32_t Result = UTIL_ParseUntil(&s, Out.ac, pRow->BufferSize, pRow->Delimiter);
+    VECTORS_Check(Result == pRow->Result && VECTORS_Holds(&Out, pRow->sValue, pRow->BufferSize) &&
+                      VECTORS_SameText(s, pRow->sRest),
+                  pfReport, "text up to a delimiter", i, pRow->sText);
+  }
+  return VECTORS_NUM_ROWS(VECTORS_UntilRows);
+}
+
+// Texts that are changed in place.
+enum VECTORS_IN_PLACE_OP { OP_TRIM, OP_BACKSLASHES };
+
+struct VECTORS_IN_PLACE_ROW {
+  VECTORS_IN_PLACE_OP Op;
+  const char*         sText;
+  int32_t             TrimLeft;
+  int32_t             TrimRight;
+  const char*         sExpected;
+};
+
+static const VECTORS_IN_PLACE_ROW VECTORS_InPlaceRows[] = {
+    {OP_TRIM, "\t\n\v\f\r a b \t", 1, 0, "a b \t"},
+    {OP_TRIM, " a b\t\n\v\f\r ", 0, 1, " a b"},
+    {OP_TRIM, "\v\f a b \f\v", 1, 1, "a b"},
+    {OP_TRIM, "\v\f a b \f\v", -1, 256, "a b"},
+    {OP_TRIM, " a ", 0, 0, " a "},
+    {OP_TRIM, "\x08", 1, 1, "\x08"},
+    {OP_TRIM, "\x0E", 1, 1, "\x0E"},
+    {OP_TRIM, "\x89", 1, 1, "\x89"},
+    // The right end keeps the first character.
+    {OP_TRIM, "   ", 0, 1, " "},
+    {OP_TRIM, "a   ", 0, 1, "a"},
+    {OP_TRIM, "\t \n", 0, 1, "\t"},
+    {OP_TRIM, " ", 0, 1, " "},
+    {OP_TRIM, "   ", 1, 1, ""},
+    {OP_TRIM, "   ", 1, 0, ""},
+    {OP_TRIM, "", 0, 1, ""},
+    {OP_TRIM, "", 1, 1, ""},
+    {OP_BACKSLASHES, "\\a\\\\b/c\\", 0, 0, "/a//b/c/"},
+    {OP_BACKSLASHES, "abc", 0, 0, "abc"},
+    {OP_BACKSLASHES, "", 0, 0, ""},
+};
+
+static inline int VECTORS_RunInPlace(VECTORS_REPORT* pfReport) {
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_InPlaceRows); i++) {
+    const VECTORS_IN_PLACE_ROW* pRow = &VECTORS_InPlaceRows[i];
+    VECTORS_OUTPUT              Out;
+    VECTORS_Arm(&Out);
+    strcpy(Out.ac, pRow->sText);
+    if (pRow->Op == OP_TRIM) {
+      UTIL_Trim(Out.ac, pRow->TrimLeft, pRow->TrimRight);
+    } else {
+      UTIL_ConvertBackslashes(Out.ac);
+    }
+    VECTORS_Check(VECTORS_Holds(&Out, pRow->sExpected, (uint32_t)strlen(pRow->sText) + 1), pfReport,
+                  "change in place", i, pRow->sText);
+  }
+  return VECTORS_NUM_ROWS(VECTORS_InPlaceRows);
+}
+
 struct VECTORS_SLASH_ROW {
   const char* sPath;
   uint32_t    BufferSize;
@@ -379,11 +609,13 @@ static inline int VECTORS_RunAddTrailingSlash(VECTORS_REPORT* pfReport) {
 }
 
 static inline int VECTORS_RunScan(VECTORS_REPORT* pfReport) {
-  return VECTORS_RunParseInt(pfReport) + VECTORS_RunParseU32(pfReport) +
-         VECTORS_RunParseVersion(pfReport) + VECTORS_RunDecodeVersion(pfReport) +
-         VECTORS_RunParseIPAddr(pfReport) + VECTORS_RunCheckDottedNumbers(pfReport) +
-         VECTORS_RunParseQuotedString(pfReport) + VECTORS_RunParseValue(pfReport) +
-         VECTORS_RunParseToken(pfReport) + VECTORS_RunAddTrailingSlash(pfReport);
+  return VECTORS_RunChars(pfReport) + VECTORS_RunParseInt(pfReport) + VECTORS_RunNumbers(pfReport) +
+         VECTORS_RunParseU32(pfReport) + VECTORS_RunParseUntil(pfReport) +
+         VECTORS_RunInPlace(pfReport) + VECTORS_RunParseVersion(pfReport) +
+         VECTORS_RunDecodeVersion(pfReport) + VECTORS_RunParseIPAddr(pfReport) +
+         VECTORS_RunCheckDottedNumbers(pfReport) + VECTORS_RunParseQuotedString(pfReport) +
+         VECTORS_RunParseValue(pfReport) + VECTORS_RunParseToken(pfReport) +
+         VECTORS_RunAddTrailingSlash(pfReport);
 }
 
 #endif

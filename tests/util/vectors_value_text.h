@@ -103,6 +103,76 @@ static const VECTORS_VALUE_ROW VECTORS_ValueRows[] = {
     {VALUE_FLOAT, 0x7F800000, 1, ""},
 };
 
+struct VECTORS_MAC_ROW {
+  const char* sAddr;  // 6 bytes
+  char        Separator;
+  uint32_t    BufferSize;
+  const char* sExpected;
+};
+
+static const VECTORS_MAC_ROW VECTORS_MACRows[] = {
+    {"\x00\x1A\x2B\x3C\x4D\x5E", ':', 64, "00:1A:2B:3C:4D:5E"},
+    {"\xFF\xFE\x00\x01\x80\x7F", '-', 18, "FF-FE-00-01-80-7F"},
+    {"\xFF\xFE\x00\x01\x80\x7F", '-', 17, "FF-FE-00-01-80-7"},
+    {"\xFF\xFE\x00\x01\x80\x7F", '-', 3, "FF"},
+    {"\xFF\xFE\x00\x01\x80\x7F", '-', 1, ""},
+};
+
+static inline int VECTORS_RunMACAddr(VECTORS_REPORT* pfReport) {
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_MACRows); i++) {
+    const VECTORS_MAC_ROW* pRow = &VECTORS_MACRows[i];
+    VECTORS_OUTPUT         Out;
+    VECTORS_Arm(&Out);
+    const char* pEnd =
+        UTIL_FormatMACAddr((const uint8_t*)pRow->sAddr, pRow->Separator, Out.ac, pRow->BufferSize);
+    VECTORS_Check(VECTORS_Holds(&Out, pRow->sExpected, pRow->BufferSize) &&
+                      pEnd == Out.ac + strlen(pRow->sExpected),
+                  pfReport, "MAC address", i, pRow->sExpected);
+  }
+  return VECTORS_NUM_ROWS(VECTORS_MACRows);
+}
+
+// The first NumLists of: a flash of 1 MB in blocks of three sizes, none, 1 byte, an empty one, and
+// one whose total wraps to 2 bytes.
+struct VECTORS_LIST_ROW {
+  uint32_t    NumLists;
+  uint32_t    BufferSize;
+  uint32_t    Result;
+  const char* sExpected;
+};
+
+static const VECTORS_LIST_ROW VECTORS_ListRows[] = {
+    {0, 64, 0, "-"},
+    {0, 2, 0, "-"},
+    {0, 1, 0, ""},
+    {1, 64, 0x100000, "1 MB"},
+    {2, 64, 0x100000, "1 MB + 0 Bytes"},
+    {5, 64, 0x100003, "1 MB + 0 Bytes + 1 Byte + 0 Bytes + 2 Bytes"},
+    {5, 44, 0x100003, "1 MB + 0 Bytes + 1 Byte + 0 Bytes + 2 Bytes"},
+    {5, 43, 0x100003, "1 MB + 0 Bytes + 1 Byte + 0 Bytes + 2 Byte"},
+    {5, 6, 0x100003, "1 MB "},
+    {5, 2, 0x100003, "1"},
+    {5, 1, 0, ""},
+};
+
+static inline int VECTORS_RunSizeList(VECTORS_REPORT* pfReport) {
+  static const MEMORY_REGION aFlash[] = {
+      {4, 0x4000, 1}, {1, 0x10000, 2}, {7, 0x20000, 3}, {0, 9, 9}};
+  static const MEMORY_REGION        aOne[]   = {{1, 1, 0}, {0, 0, 0}};
+  static const MEMORY_REGION        aNone[]  = {{0, 5, 0}};
+  static const MEMORY_REGION        aWraps[] = {{0x10000, 0x10000, 0}, {1, 2, 0}, {0, 0, 0}};
+  static const MEMORY_REGION* const apList[] = {aFlash, NULL, aOne, aNone, aWraps};
+  for (int i = 0; i < VECTORS_NUM_ROWS(VECTORS_ListRows); i++) {
+    const VECTORS_LIST_ROW* pRow = &VECTORS_ListRows[i];
+    VECTORS_OUTPUT          Out;
+    VECTORS_Arm(&Out);
+    const uint32_t Result = UTIL_FormatSizeList(apList, pRow->NumLists, Out.ac, pRow->BufferSize);
+    VECTORS_Check(Result == pRow->Result && VECTORS_Holds(&Out, pRow->sExpected, pRow->BufferSize),
+                  pfReport, "size list", i, pRow->sExpected);
+  }
+  return VECTORS_NUM_ROWS(VECTORS_ListRows);
+}
+
 struct VECTORS_DUMP_ROW {
   const char* sData;
   uint32_t    NumBytes;
@@ -178,7 +248,8 @@ static inline int VECTORS_RunValueText(VECTORS_REPORT* pfReport) {
     VECTORS_Check(Result == pRow->Result && memcmp(&Out, &Expected, sizeof(Out)) == 0, pfReport,
                   "hex dump", i, pRow->sExpected);
   }
-  return VECTORS_NUM_ROWS(VECTORS_ValueRows) + VECTORS_NUM_ROWS(VECTORS_DumpRows);
+  return VECTORS_NUM_ROWS(VECTORS_ValueRows) + VECTORS_NUM_ROWS(VECTORS_DumpRows) +
+         VECTORS_RunMACAddr(pfReport) + VECTORS_RunSizeList(pfReport);
 }
 
 #endif
