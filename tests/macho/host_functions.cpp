@@ -1,7 +1,6 @@
 // Functions whose arguments, records, constants and results are the same on both systems for every
 // use that compiles on both. Whoever adds one has compared the two manuals.
 
-#include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -107,7 +106,6 @@ const Shim Table[] = {
     // descriptors and files; a path is a path
     SAME(read),
     SAME(write),
-    SAME(lseek),
     SAME(ftruncate),
     SAME(access),
     SAME(rename),
@@ -134,8 +132,6 @@ const Shim Table[] = {
     SAME(localtime_r),
     SAME(gmtime_r),
     Bound<int(struct timeval*, void*)>("_gettimeofday", &gettimeofday),
-    // threads: calls without a pthread object, and a thread's identity
-    SAME(pthread_self),
     // sockets: calls without addresses or options
     SAME(listen),
     SAME(shutdown),

@@ -33,6 +33,9 @@ int ToHostErrno(int DarwinErrno) {
 #include "tests/macho/darwin_errno.inc"
 #undef NUMBER
     default:
+      if (DarwinErrno > 34) {
+        Unknown("Darwin's error code %d", DarwinErrno);
+      }
       return DarwinErrno;
   }
 }
