@@ -5,7 +5,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -25,7 +24,6 @@ namespace {
 // Standard streams are pointers in the C library's data there.
 FILE* StandardInput  = stdin;
 FILE* StandardOutput = stdout;
-FILE* StandardError  = stderr;
 
 uint64_t StackGuard = 0xA5C3960F00D1E7B2;
 
@@ -46,53 +44,32 @@ const Shim Table[] = {
     SAME(memmove),
     SAME(memset),
     SAME(memcmp),
-    Bound<void*(void*, int, size_t)>("_memchr", &memchr),
-    Bound("_bzero", &ZeroBytes),
     Bound("___bzero", &ZeroBytes),
     SAME(strlen),
     SAME(strnlen),
     SAME(strcmp),
     SAME(strncmp),
-    SAME(strcasecmp),
-    SAME(strncasecmp),
     SAME(strcpy),
-    SAME(strncpy),
-    SAME(strcat),
-    SAME(strdup),
-    SAME(strtol),
-    SAME(strtoul),
-    SAME(strtoull),
-    SAME(atoi),
     Bound<char*(char*, int)>("_strchr", &strchr),
     Bound<char*(char*, int)>("_strrchr", &strrchr),
     Bound<char*(char*, const char*)>("_strstr", &strstr),
     SAME(strspn),
-    // allocation, process end, sorting
+    // allocation, process end
     SAME(malloc),
-    SAME(calloc),
     SAME(realloc),
     SAME(free),
     SAME(abort),
     SAME(exit),
-    SAME(_exit),
-    SAME(qsort),
     // environment
     SAME(getenv),
     SAME(setenv),
     SAME(unsetenv),
     // formatted and stream output and input; a va_list is the same record
     SAME(printf),
-    SAME(fprintf),
     SAME(vprintf),
-    SAME(sprintf),
     SAME(snprintf),
-    SAME(vsnprintf),
-    SAME(sscanf),
     SAME(puts),
-    SAME(putchar),
     SAME(fputs),
-    SAME(fputc),
-    SAME(fgets),
     SAME(fwrite),
     SAME(fread),
     SAME(fflush),
@@ -102,18 +79,14 @@ const Shim Table[] = {
     SAME(setvbuf),
     {"___stdinp", &StandardInput},
     {"___stdoutp", &StandardOutput},
-    {"___stderrp", &StandardError},
     // descriptors and files; a path is a path
     SAME(read),
     SAME(write),
     SAME(ftruncate),
-    SAME(access),
-    SAME(rename),
     SAME(unlink),
     SAME(rmdir),
     SAME(mkdir),
     SAME(chmod),
-    SAME(fchmod),
     SAME(symlink),
     SAME(readlink),
     SAME(mkstemp),
@@ -124,7 +97,6 @@ const Shim Table[] = {
     SAME(grantpt),
     SAME(unlockpt),
     SAME(ptsname),
-    SAME(isatty),
     // identity
     SAME(getpid),
     // calendar; a timeval's padding is harmless where it is only written

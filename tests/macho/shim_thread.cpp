@@ -285,8 +285,8 @@ void* RunThread(void* pArgument) {
   return First.pfRoutine(First.pArgument);
 }
 
-int Create(darwin::Thread** ppThread, darwin::ThreadObject* pAttributes,
-           void* (*pfRoutine)(void*), void* pArgument) {
+int Create(darwin::Thread** ppThread, darwin::ThreadObject* pAttributes, void* (*pfRoutine)(void*),
+           void* pArgument) {
   pthread_attr_t* pHost = nullptr;
   int             State = PTHREAD_CREATE_JOINABLE;
   if (pAttributes != nullptr) {
