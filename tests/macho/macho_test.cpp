@@ -452,9 +452,18 @@ TEST_F(MachOSysCalls, MappedAddressesAreAskedFor) {
             Calls("sockets", "getaddrinfo"));
 }
 
+// macOS 10.13 to 10.15 lack this one, which FD_SET asks for. Nothing else may be missing.
+TEST_F(MachOSysCalls, ProgramsStartAndSelectWithoutWhatOlderSystemsLack) {
+  const std::string Checks = Need("QUOBE_TEST_MACHO") + "/tests/macho/machine_checks";
+  const Outcome     Older =
+      Run(Checks, {"MACHORUN_WITHOUT=___darwin_check_fd_set_overflow", "MACHORUN_CLOCK_STEP_US=0"});
+  EXPECT_EQ(0, Older.Status) << Older.Output;
+  EXPECT_EQ(126, Run(Checks, {"MACHORUN_WITHOUT=___stack_chk_guard"}).Status);
+}
+
 // A tick of mach_absolute_time() is 125/3 ns where the processor is an arm64 one. Only real time
 // tells: a time that is 40 times too short or too long fails the checks.
-TEST_F(MachO, MeasuresTimeByTheLengthOfATick) {
+TEST_F(MachOSysCalls, TimeIsMeasuredByTheLengthOfATick) {
   const Outcome Result = Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/machine_checks",
                              {"MACHORUN_TIMEBASE=125/3", "MACHORUN_CLOCK_STEP_US=0"});
   EXPECT_EQ(0, Result.Status) << Result.Output;
