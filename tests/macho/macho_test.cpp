@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -277,7 +278,7 @@ const char RunOnNewBench[] = R"(
   export QUOBE_BENCH="$STAGE/bench"
   bench="$RELEASE/sim/quobe-bench"
   "$bench" create $DEVICE --rdp 1 --flash full && "$bench" set time=fast || exit
-  $START "$STAGE/quobe-unlock" -SetDeviceFamily $NUMBER -Exit 1
+  $START "$STAGE/quobe-unlock" -SetDeviceFamily $NUMBER -Exit 1 $MORE
   echo "exit $?"
   "$bench" show --expect-factory
 )";
@@ -305,6 +306,47 @@ TEST_F(MachO, SimulatedDevicesEndUpAsWithTheLinuxExecutable) {
     NumDevices++;
   }
   EXPECT_GT(NumDevices, 0);
+}
+
+// The pauses of a run, each as often as it is made in a row told once.
+std::vector<std::string> PausesWith(const std::string& Folder, const char* sDevice) {
+  const std::string Trace = Folder + "/pauses";
+  setenv("RELEASE", Need("QUOBE_TEST_RELEASE").c_str(), 1);
+  setenv("STAGE", (Folder + "/stage").c_str(), 1);
+  setenv("DEVICE", sDevice, 1);
+  setenv("NUMBER", std::to_string(MenuNumber(sDevice)).c_str(), 1);
+  setenv(
+      "START",
+      ("env MACHORUN_TRACE=" + Trace + " MACHORUN_CLOCK_STEP_US=1000 " + Need("QUOBE_TEST_RUNNER"))
+          .c_str(),
+      1);
+  setenv("TOOL", Need("QUOBE_TEST_TOOL").c_str(), 1);
+  setenv("MORE", "-SetPowerTarget 1", 1);
+  const std::string Output = Shell(RunOnNewBench);
+  unsetenv("MORE");
+  EXPECT_NE(std::string::npos, Output.find("exit 0\n")) << Output;
+  std::vector<std::string> Pauses = LinesWith(ReadFile(Trace), "usleep");
+  Pauses.erase(std::unique(Pauses.begin(), Pauses.end()), Pauses.end());
+  return Pauses;
+}
+
+// 200 ms for the supply; then each of the three programmings is polled every 5 ms and its reload given
+// 200 ms.
+TEST_F(MachO, PausesWithAnL4AreThoseOfItsPollsAndReloads) {
+  EXPECT_EQ(
+      (std::vector<std::string>{"usleep(200000)", "usleep(5000)", "usleep(200000)", "usleep(5000)",
+                                "usleep(200000)", "usleep(5000)", "usleep(200000)"}),
+      PausesWith(Folder, "STM32L476"));
+}
+
+// The supply's and the polls' are the same.
+TEST_F(MachO, PausesWithAnH7AreOf200Milliseconds) {
+  EXPECT_EQ((std::vector<std::string>{"usleep(200000)"}), PausesWith(Folder, "STM32H743"));
+}
+
+TEST_F(MachO, PauseAfterAWrongCommandLineIsOf3Seconds) {
+  const Outcome Result = Run(Need("QUOBE_TEST_TOOL"), {"MACHORUN_CLOCK_STEP_US=1000"}, "-Speed x");
+  EXPECT_EQ((std::vector<std::string>{"usleep(3000000)"}), LinesWith(Result.Trace, "usleep"));
 }
 
 // -- What SYS asks of the system, in that system's numbers --------------------------------------
@@ -341,6 +383,13 @@ TEST_F(MachOSysCalls, OpenModesBecomeOpenFlags) {
             Calls("files", "open"));
 }
 
+// O_NONBLOCK 0x4: a pipe without a partner is not waited for. O_TRUNC is left to ftruncate().
+TEST_F(MachOSysCalls, WhatMayBeAPipeIsOpenedWithoutWaiting) {
+  EXPECT_EQ((Lines{"open(regular, 0x1000205, 0644) = open", "open(regular, 0x1000006) = open",
+                   "open(regular, 0x1000004) = open"}),
+            Calls("regular", "open"));
+}
+
 // PROT_READ 1 and PROT_WRITE 2; MAP_SHARED 1; MS_SYNC 0x10
 TEST_F(MachOSysCalls, ViewIsMappedFromThePageSharedForReadingAndWriting) {
   EXPECT_EQ((Lines{"mmap(length 914, 0x3, 0x1, offset 4096)", "msync(length 914, 0x10)"}),
@@ -352,6 +401,11 @@ TEST_F(MachOSysCalls, ConsoleLosesLineEditingAndNothingElse) {
   EXPECT_EQ((Lines{"tcsetattr(0, in 0xffffffff, out 0xffffffff, ctl 0xffffffff, loc 0xfffffeff, "
                    "min 1, time 0)"}),
             Calls("console", "tcsetattr", {"MACHORUN_TERMINAL_FLAGS=0xFFFFFFFF"}));
+}
+
+TEST_F(MachOSysCalls, ConsoleCountsTheKeysOfStandardInput) {
+  EXPECT_EQ("0 keys, then 2\n",
+            Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/sys_calls", {}, "console").Output);
 }
 
 TEST_F(MachOSysCalls, SerialPortIsOpenedForReadingAndWritingWithoutControlOfTheProcess) {
