@@ -32,11 +32,12 @@ add_library(quobe_product_options INTERFACE)
 target_link_libraries(quobe_product_options INTERFACE quobe_options)
 target_compile_options(quobe_product_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+# The oldest macOS that the product runs on. For arm64 the compiler makes 11.0 of it, the first there
+# is. Tests are built for the system at hand, as the libraries are that they use, so who links the
+# product says it again (an option to link with would come along with each library).
+set(QUOBE_OLDEST_MACOS -mmacosx-version-min=10.13)
 if(APPLE)
-  # The oldest system that the product runs on. For arm64 the compiler makes 11.0 of it, the first
-  # there is. Tests are built for the system at hand, as the libraries are that they use.
-  target_compile_options(quobe_product_options INTERFACE -mmacosx-version-min=10.13)
-  target_link_options(quobe_product_options INTERFACE -mmacosx-version-min=10.13)
+  target_compile_options(quobe_product_options INTERFACE ${QUOBE_OLDEST_MACOS})
 endif()
 
 # The Darwin calls: the system itself on macOS, the stand-in elsewhere.

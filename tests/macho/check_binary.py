@@ -1,17 +1,21 @@
 #!/usr/bin/env python3
 """Checks a finished executable: what it exports, what it depends on, what it runs on.
 
-    check_binary.py [--imports] NAMES_INC FILE...
+    check_binary.py [--product IMPORTS] NAMES_INC FILE...
 
 The same promises hold for each FILE, ELF or Mach-O:
 
   - it exports exactly the functions of NAMES_INC, so the lists of all systems are one list
   - it does not depend on the probe library, which is only opened at run time
-  - Mach-O: it depends on the four libraries below and no other, is position independent, binds
-    names to libraries, and asks for no newer system than MINIMUM_OS says
-  - a universal file has exactly the slices of MINIMUM_OS
+  - Mach-O: each export is a place of its own in the code; it depends on the four libraries below and
+    no other, looks for none in folders of its own, is position independent, binds names to
+    libraries, and asks for no other system than MINIMUM_OS says
 
-Prints one line per file and slice; with --imports a table of the imports by library as well. Exit
+With --product each FILE is what users get: it has a slice for every processor of MINIMUM_OS, and
+each slice imports exactly what the list IMPORTS says, from the library that it says. What a call of
+the product adds to that list is then seen by whoever reads the change.
+
+Prints one line per file and slice; with --product a table of the imports by library as well. Exit
 status 1 when something is not as it should be, each such thing told in a line.
 """
 
@@ -28,7 +32,9 @@ LIBRARIES = {
     "/System/Library/Frameworks/CoreFoundation.framework/Versions/A/CoreFoundation",
     "/System/Library/Frameworks/IOKit.framework/Versions/A/IOKit",
 }
-MINIMUM_OS = {"X86_64": (10, 13), "ARM64": (11, 0)}
+MINIMUM_OS = {"X86_64": "macOS 10.13", "ARM64": "macOS 11.0"}
+# Called where the system has them, so they must not be needed to start. FD_SET asks for this one.
+NEWER_THAN_MINIMUM = {"___darwin_check_fd_set_overflow"}
 # The linker's label for the file header. Apple's linker exports it whatever the list says.
 HEADER_LABEL = "__mh_execute_header"
 
@@ -39,6 +45,11 @@ def fault(where, text):
     global faults
     faults += 1
     print(f"{where}: {text}", file=sys.stderr)
+
+
+def read_names(names_inc):
+    with open(names_inc, encoding="ascii") as lines:
+        return set(re.findall(r"^FORWARD\((\w+)\)$", lines.read(), re.MULTILINE))
 
 
 def expect_same_names(where, found, wanted):
@@ -64,27 +75,64 @@ def check_elf(path, wanted):
 
 def macho_exports(binary):
     trie = binary.dyld_info if binary.has_dyld_info else binary.dyld_exports_trie
-    names = {entry.symbol.name for entry in trie.exports} - {HEADER_LABEL}
-    # C names carry an underscore here.
-    return {name[1:] if name.startswith("_") else name for name in names}
+    return list(trie.exports)
 
 
 def macho_minimum_os(binary):
-    version = binary.version_min.version if binary.has_version_min else binary.build_version.minos
-    return tuple(version[:2])
+    """The system and its version, as "macOS 10.13"."""
+    if binary.has_version_min:
+        is_macos = binary.version_min.command.name == "VERSION_MIN_MACOSX"
+        version = binary.version_min.version
+    else:
+        is_macos = binary.build_version.platform.name == "MACOS"
+        version = binary.build_version.minos
+    return ("macOS " if is_macos else "another system ") + f"{version[0]}.{version[1]}"
+
+
+def read_imports(path, cpu):
+    """The lines of an import list that are for this processor."""
+    wanted = set()
+    with open(path, encoding="ascii") as lines:
+        for line in lines:
+            words = line.split("#")[0].split()
+            if words and (len(words) == 1 or words[1].upper() == cpu):
+                if words[0].startswith("["):
+                    library = words[0].strip("[]")
+                else:
+                    wanted.add((library, words[0]))
+    return wanted
+
+
+def found_imports(where, binary):
+    found = set()
+    for binding in binary.bindings:
+        name = binding.symbol.name
+        if not binding.has_library:
+            fault(where, f"binds {name} to no library")
+            continue
+        found.add((binding.library.name.rsplit("/", 1)[-1], name))
+        # A function that the oldest system lacks would keep it from starting the program.
+        if name in NEWER_THAN_MINIMUM and not binding.weak_import:
+            fault(where, f"does not start without {name}, which older systems lack")
+    return found
+
+
+def check_imports(where, binary, wanted):
+    found = found_imports(where, binary)
+    for library, name in sorted(found - wanted):
+        fault(where, f"imports {name} from {library}, which is not in the list of imports")
+    for library, name in sorted(wanted - found):
+        fault(where, f"does not import {name} from {library}; take it off the list of imports")
 
 
 def print_imports(where, binary):
     by_library = collections.defaultdict(list)
-    for binding in binary.bindings:
-        library = binding.library.name if binding.has_library else "(no library)"
-        name = binding.symbol.name
-        if name not in by_library[library]:
-            by_library[library].append(name)
+    for library, name in sorted(found_imports(where, binary)):
+        by_library[library].append(name)
     print(f"{where}: imports by library")
     for library in sorted(by_library):
-        names = sorted(by_library[library])
-        print(f"  {library.rsplit('/', 1)[-1]} ({len(names)})")
+        names = by_library[library]
+        print(f"  {library} ({len(names)})")
         line = "   "
         for name in names:
             if len(line) + 1 + len(name) > 100:
@@ -94,10 +142,24 @@ def print_imports(where, binary):
         print(line)
 
 
-def check_slice(where, binary, wanted):
+def check_exports(where, binary, wanted):
+    exports = [e for e in macho_exports(binary) if e.symbol.name != HEADER_LABEL]
+    # C names carry an underscore here.
+    names = {e.symbol.name.removeprefix("_") for e in exports}
+    expect_same_names(where, names, wanted)
+    code = binary.get_section("__text")
+    first = code.virtual_address - binary.imagebase
+    for export in exports:
+        if not first <= export.address < first + code.size:
+            fault(where, f"exports {export.symbol.name}, which is not in the code")
+    if len({export.address for export in exports}) != len(exports):
+        fault(where, "exports one place under two names")
+    return len(names)
+
+
+def check_slice(where, binary, wanted, imports):
     cpu = binary.header.cpu_type.name
-    exports = macho_exports(binary)
-    expect_same_names(where, exports, wanted)
+    num_exports = check_exports(where, binary, wanted)
 
     libraries = [library.name for library in binary.libraries]
     expect_no_probe_library(where, libraries)
@@ -105,11 +167,15 @@ def check_slice(where, binary, wanted):
         fault(where, f"does not depend on {library}")
     for library in sorted(set(libraries) - LIBRARIES):
         fault(where, f"depends on {library}")
+    if binary.has_rpath:
+        fault(where, "looks for libraries in folders of its own")
 
     minimum = macho_minimum_os(binary)
     if minimum != MINIMUM_OS.get(cpu):
-        fault(where, f"asks for system {minimum}, wanted is {MINIMUM_OS.get(cpu)}")
+        fault(where, f"asks for {minimum}, wanted is {MINIMUM_OS.get(cpu)}")
 
+    if binary.header.file_type.name != "EXECUTE":
+        fault(where, f"is no executable: {binary.header.file_type.name}")
     flags = {flag.name for flag in binary.header.flags_list}
     for flag in ("PIE", "TWOLEVEL", "NOUNDEFS"):
         if flag not in flags:
@@ -117,39 +183,38 @@ def check_slice(where, binary, wanted):
     # arm64 systems start nothing that is unsigned.
     if cpu == "ARM64" and not binary.has_code_signature:
         fault(where, "carries no code signature")
-    print(f"{where}: {len(exports)} exports, {len(libraries)} libraries, "
-          f"macOS {'.'.join(map(str, minimum))} up")
+    print(f"{where}: {num_exports} exports, {len(libraries)} libraries, {minimum} up")
+    if imports is not None:
+        check_imports(where, binary, read_imports(imports, cpu))
+        print_imports(where, binary)
 
 
 def check_macho(path, wanted, imports):
     file = lief.MachO.parse(path)  # owns its slices
     found = [binary.header.cpu_type.name for binary in file]
-    if len(found) > 1 and sorted(found) != sorted(MINIMUM_OS):
-        fault(path, f"has the slices {found}")
+    if (len(found) > 1 or imports is not None) and sorted(found) != sorted(MINIMUM_OS):
+        fault(path, f"has the slices {', '.join(found)}, wanted are {', '.join(MINIMUM_OS)}")
     for cpu, binary in zip(found, file):
-        where = f"{path} ({cpu})"
-        check_slice(where, binary, wanted)
-        if imports:
-            print_imports(where, binary)
+        check_slice(f"{path} ({cpu})", binary, wanted, imports)
 
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--imports", action="store_true")
+    parser.add_argument("--product", metavar="IMPORTS")
     parser.add_argument("names_inc")
     parser.add_argument("files", nargs="+")
     args = parser.parse_args()
 
-    with open(args.names_inc, encoding="ascii") as lines:
-        wanted = set(re.findall(r"^FORWARD\((\w+)\)$", lines.read(), re.MULTILINE))
+    wanted = read_names(args.names_inc)
     for path in args.files:
         if lief.is_elf(path):
             check_elf(path, wanted)
         elif lief.is_macho(path):
-            check_macho(path, wanted, args.imports)
+            check_macho(path, wanted, args.product)
         else:
             fault(path, "is neither ELF nor Mach-O")
     return 1 if faults else 0
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

@@ -92,6 +92,20 @@ struct ThreadObject {
   void*    pHost;
 };
 
+// What a thread's id points at. The macros of <pthread.h> themselves keep the list of the cleanup
+// handlers in it, newest first; the rest is the system's.
+struct CleanupHandler {
+  void (*pfRoutine)(void*);
+  void*           pArgument;
+  CleanupHandler* pNext;
+};
+
+struct Thread {
+  int64_t         Signature;
+  CleanupHandler* pNewestHandler;
+  uint8_t         aOpaque[8176];
+};
+
 // -- Sockets -------------------------------------------------------------------------------------
 
 enum : int32_t {
@@ -103,7 +117,7 @@ enum : int32_t {
   SOCKOPT_REUSEADDR  = 0x4,
   SOCKOPT_KEEPALIVE  = 0x8,
   SOCKOPT_BROADCAST  = 0x20,
-  SOCKOPT_LINGER     = 0x80,  // counts in ticks
+  SOCKOPT_LINGER     = 0x80,  // counts in ticks of the kernel, 100 a second
   SOCKOPT_SNDBUF     = 0x1001,
   SOCKOPT_RCVBUF     = 0x1002,
   SOCKOPT_SNDTIMEO   = 0x1005,
@@ -178,7 +192,6 @@ enum : int32_t {
   EAI_CODE_SOCKTYPE = 10,
   EAI_CODE_SYSTEM   = 11,
   EAI_CODE_OVERFLOW = 14,
-
 };
 
 // -- Terminals -----------------------------------------------------------------------------------
@@ -262,6 +275,10 @@ enum : int32_t {
   SET_NOW   = 0,
   SET_DRAIN = 1,
   SET_FLUSH = 2,
+
+  CHAR_VDSUSP  = 11,  // this one and the next are not known here
+  CHAR_VSTATUS = 18,
+  CHAR_NONE    = 0xFF,  // no such character; 0 here
 
   FLUSH_IN   = 1,
   FLUSH_OUT  = 2,

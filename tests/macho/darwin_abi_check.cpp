@@ -81,6 +81,12 @@ static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_mutexattr_t), "");
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_cond_t), "");
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_condattr_t), "");
 static_assert(sizeof(darwin::ThreadObject) <= sizeof(pthread_attr_t), "");
+SAME_SIZE(darwin::CleanupHandler, struct __darwin_pthread_handler_rec);
+SAME_PLACE(darwin::CleanupHandler, pfRoutine, struct __darwin_pthread_handler_rec, __routine);
+SAME_PLACE(darwin::CleanupHandler, pArgument, struct __darwin_pthread_handler_rec, __arg);
+SAME_PLACE(darwin::CleanupHandler, pNext, struct __darwin_pthread_handler_rec, __next);
+SAME_SIZE(darwin::Thread, struct _opaque_pthread_t);
+SAME_PLACE(darwin::Thread, pNewestHandler, struct _opaque_pthread_t, __cleanup_stack);
 
 // Sockets
 SAME(darwin::FAMILY_UNSPEC, AF_UNSPEC);
@@ -219,6 +225,9 @@ SAME(darwin::CHAR_VLNEXT, VLNEXT);
 SAME(darwin::CHAR_VDISCARD, VDISCARD);
 SAME(darwin::CHAR_VMIN, VMIN);
 SAME(darwin::CHAR_VTIME, VTIME);
+SAME(darwin::CHAR_VDSUSP, VDSUSP);
+SAME(darwin::CHAR_VSTATUS, VSTATUS);
+SAME(darwin::CHAR_NONE, _POSIX_VDISABLE);
 SAME(darwin::SET_NOW, TCSANOW);
 SAME(darwin::SET_DRAIN, TCSADRAIN);
 SAME(darwin::SET_FLUSH, TCSAFLUSH);

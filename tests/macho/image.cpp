@@ -280,6 +280,8 @@ std::vector<Rebase> ReadRebases(Codes Code) {
   return Rebases;
 }
 
+constexpr uint8_t NAME_MAY_BE_ABSENT = 1;
+
 std::vector<Binding> ReadBindings(Codes Code, const std::vector<std::string>& Libraries) {
   std::vector<Binding> Bindings;
   Binding              Next    = {};
@@ -308,7 +310,8 @@ std::vector<Binding> ReadBindings(Codes Code, const std::vector<std::string>& Li
         Library = Value == 0 ? 0 : static_cast<int8_t>(Value | 0xF0);
         break;
       case 0x40:
-        Next.Wanted.sName = Code.Text();
+        Next.Wanted.sName       = Code.Text();
+        Next.Wanted.MayBeAbsent = (Value & NAME_MAY_BE_ABSENT) != 0;
         break;
       case 0x50:  // kind of fixup: 1, a pointer
         if (Value != 1) {
@@ -418,6 +421,7 @@ Layout ReadLayout(const File& Source) {
   Result.Bindings = ReadBindings(Codes(Source, Info.BindOffset, Info.BindSize), Result.Libraries);
   for (auto& Lazy :
        ReadBindings(Codes(Source, Info.LazyBindOffset, Info.LazyBindSize), Result.Libraries)) {
+    Lazy.Wanted.MayBeAbsent = true;  // there it is looked for when it is called
     Result.Bindings.push_back(Lazy);
   }
   // Weak bindings join equal definitions of several images; with one image there is nothing to join.

@@ -17,8 +17,9 @@
 #include <vector>
 
 struct Import {
-  std::string sLibrary;  // install name of the library that has to have it
-  std::string sName;     // as in the file: C names with an underscore in front
+  std::string sLibrary;             // install name of the library that has to have it
+  std::string sName;                // as in the file: C names with an underscore in front
+  bool        MayBeAbsent = false;  // the program starts without it too
 };
 
 struct Image {
@@ -32,13 +33,14 @@ struct Image {
   std::vector<uint8_t*>           Initialisers;
 };
 
-// The imports of a file in the order in which it binds them. Throws std::runtime_error for a file that cannot be
-// loaded here.
+// The imports of a file in the order in which it binds them. Throws std::runtime_error for a file that
+// cannot be loaded here.
 std::vector<Import> ListImports(const std::string& sPath);
 
 // Maps, moves and binds. Every import is looked up by pfResolve, which throws for a name that it
-// does not know. Throws std::runtime_error for a file that cannot be loaded; nothing of it has run
-// by then. An image stays loaded to the end of the process.
+// does not know, and returns null for one that is to be absent. Throws std::runtime_error for a file
+// that cannot be loaded; nothing of it has run by then. An image stays loaded to the end of the
+// process.
 Image* LoadImage(const std::string& sPath, void* (*pfResolve)(const Import& Wanted));
 
 // The image that the address lies in, or null.

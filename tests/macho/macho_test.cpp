@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -277,7 +278,7 @@ const char RunOnNewBench[] = R"(
   export QUOBE_BENCH="$STAGE/bench"
   bench="$RELEASE/sim/quobe-bench"
   "$bench" create $DEVICE --rdp 1 --flash full && "$bench" set time=fast || exit
-  $START "$STAGE/quobe-unlock" -SetDeviceFamily $NUMBER -Exit 1
+  $START "$STAGE/quobe-unlock" -SetDeviceFamily $NUMBER -Exit 1 $MORE
   echo "exit $?"
   "$bench" show --expect-factory
 )";
@@ -305,6 +306,47 @@ TEST_F(MachO, SimulatedDevicesEndUpAsWithTheLinuxExecutable) {
     NumDevices++;
   }
   EXPECT_GT(NumDevices, 0);
+}
+
+// The pauses of a run, each as often as it is made in a row told once.
+std::vector<std::string> PausesWith(const std::string& Folder, const char* sDevice) {
+  const std::string Trace = Folder + "/pauses";
+  setenv("RELEASE", Need("QUOBE_TEST_RELEASE").c_str(), 1);
+  setenv("STAGE", (Folder + "/stage").c_str(), 1);
+  setenv("DEVICE", sDevice, 1);
+  setenv("NUMBER", std::to_string(MenuNumber(sDevice)).c_str(), 1);
+  setenv(
+      "START",
+      ("env MACHORUN_TRACE=" + Trace + " MACHORUN_CLOCK_STEP_US=1000 " + Need("QUOBE_TEST_RUNNER"))
+          .c_str(),
+      1);
+  setenv("TOOL", Need("QUOBE_TEST_TOOL").c_str(), 1);
+  setenv("MORE", "-SetPowerTarget 1", 1);
+  const std::string Output = Shell(RunOnNewBench);
+  unsetenv("MORE");
+  EXPECT_NE(std::string::npos, Output.find("exit 0\n")) << Output;
+  std::vector<std::string> Pauses = LinesWith(ReadFile(Trace), "usleep");
+  Pauses.erase(std::unique(Pauses.begin(), Pauses.end()), Pauses.end());
+  return Pauses;
+}
+
+// 200 ms for the supply; then each of the three programmings is polled every 5 ms and its reload given
+// 200 ms.
+TEST_F(MachO, PausesWithAnL4AreThoseOfItsPollsAndReloads) {
+  EXPECT_EQ(
+      (std::vector<std::string>{"usleep(200000)", "usleep(5000)", "usleep(200000)", "usleep(5000)",
+                                "usleep(200000)", "usleep(5000)", "usleep(200000)"}),
+      PausesWith(Folder, "STM32L476"));
+}
+
+// The supply's and the polls' are the same.
+TEST_F(MachO, PausesWithAnH7AreOf200Milliseconds) {
+  EXPECT_EQ((std::vector<std::string>{"usleep(200000)"}), PausesWith(Folder, "STM32H743"));
+}
+
+TEST_F(MachO, PauseAfterAWrongCommandLineIsOf3Seconds) {
+  const Outcome Result = Run(Need("QUOBE_TEST_TOOL"), {"MACHORUN_CLOCK_STEP_US=1000"}, "-Speed x");
+  EXPECT_EQ((std::vector<std::string>{"usleep(3000000)"}), LinesWith(Result.Trace, "usleep"));
 }
 
 // -- What SYS asks of the system, in that system's numbers --------------------------------------
@@ -341,6 +383,13 @@ TEST_F(MachOSysCalls, OpenModesBecomeOpenFlags) {
             Calls("files", "open"));
 }
 
+// O_NONBLOCK 0x4: a pipe without a partner is not waited for. O_TRUNC is left to ftruncate().
+TEST_F(MachOSysCalls, WhatMayBeAPipeIsOpenedWithoutWaiting) {
+  EXPECT_EQ((Lines{"open(regular, 0x1000205, 0644) = open", "open(regular, 0x1000006) = open",
+                   "open(regular, 0x1000004) = open"}),
+            Calls("regular", "open"));
+}
+
 // PROT_READ 1 and PROT_WRITE 2; MAP_SHARED 1; MS_SYNC 0x10
 TEST_F(MachOSysCalls, ViewIsMappedFromThePageSharedForReadingAndWriting) {
   EXPECT_EQ((Lines{"mmap(length 914, 0x3, 0x1, offset 4096)", "msync(length 914, 0x10)"}),
@@ -352,6 +401,11 @@ TEST_F(MachOSysCalls, ConsoleLosesLineEditingAndNothingElse) {
   EXPECT_EQ((Lines{"tcsetattr(0, in 0xffffffff, out 0xffffffff, ctl 0xffffffff, loc 0xfffffeff, "
                    "min 1, time 0)"}),
             Calls("console", "tcsetattr", {"MACHORUN_TERMINAL_FLAGS=0xFFFFFFFF"}));
+}
+
+TEST_F(MachOSysCalls, ConsoleCountsTheKeysOfStandardInput) {
+  EXPECT_EQ("0 keys, then 2\n",
+            Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/sys_calls", {}, "console").Output);
 }
 
 TEST_F(MachOSysCalls, SerialPortIsOpenedForReadingAndWritingWithoutControlOfTheProcess) {
@@ -452,6 +506,23 @@ TEST_F(MachOSysCalls, MappedAddressesAreAskedFor) {
             Calls("sockets", "getaddrinfo"));
 }
 
+// macOS 10.13 to 10.15 lack this one, which FD_SET asks for. Nothing else may be missing.
+TEST_F(MachOSysCalls, ProgramsStartAndSelectWithoutWhatOlderSystemsLack) {
+  const std::string Checks = Need("QUOBE_TEST_MACHO") + "/tests/macho/machine_checks";
+  const Outcome     Older =
+      Run(Checks, {"MACHORUN_WITHOUT=___darwin_check_fd_set_overflow", "MACHORUN_CLOCK_STEP_US=0"});
+  EXPECT_EQ(0, Older.Status) << Older.Output;
+  EXPECT_EQ(126, Run(Checks, {"MACHORUN_WITHOUT=___stack_chk_guard"}).Status);
+}
+
+// A tick of mach_absolute_time() is 125/3 ns where the processor is an arm64 one. Only real time
+// tells: a time that is 40 times too short or too long fails the checks.
+TEST_F(MachOSysCalls, TimeIsMeasuredByTheLengthOfATick) {
+  const Outcome Result = Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/machine_checks",
+                             {"MACHORUN_TIMEBASE=125/3", "MACHORUN_CLOCK_STEP_US=0"});
+  EXPECT_EQ(0, Result.Status) << Result.Output;
+}
+
 // -- The runner itself ---------------------------------------------------------------------------
 
 TEST_F(MachO, RunnerRefusesAnImportThatIsInNoListByName) {
@@ -467,9 +538,55 @@ TEST_F(MachO, RunnerRefusesAnImportThatIsInNoListByName) {
 }
 
 TEST_F(MachO, RunnerStopsAtAValueThatItDoesNotTranslate) {
-  const Outcome Result = Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/untranslated_value");
-  EXPECT_EQ(126, Result.Status);
-  EXPECT_NE(std::string::npos, Result.Output.find("not translated: open flags 0x200000"));
+  static const struct {
+    const char *sAsked, *sMessage;
+  } Cases[] = {
+      {"OpenFlag", "open flags 0x200000"},
+      {"OpenBothWays", "open flags 0x3, for writing only and for both"},
+      {"SeekHole", "lseek origin 3"},
+      {"FileLock", "fcntl request 7"},
+      {"StatusFlag", "fcntl flags 0x40"},
+      {"MapFlag", "mmap flags 0x400"},
+      {"SyncFlag", "msync flags 0x4"},
+      {"ConfigurationName", "sysconf name 5"},
+      {"SystemName", "sysctl hw.ncpu"},
+      {"SocketFamily", "address family 1"},
+      {"SocketType", "socket type 0x801"},
+      {"SocketOption", "socket option 0x200 of level 0xffff"},
+      {"SocketLevel", "socket option 0x4 of level 0x1"},
+      {"MessageFlag", "message flags 0x8"},
+      {"SocketAddress", "socket address of family 0 and 16 bytes"},
+      {"LookupFlag", "getaddrinfo flags 0x200"},
+      {"NameFlag", "getnameinfo flags 0x20"},
+      {"LineSpeed", "tcsetattr with another line speed"},
+      {"FlowControl", "hardware flow control in one direction"},
+      {"LineAction", "tcsetattr action 16"},
+      {"FlushQueue", "tcflush queue 0"},
+      {"TerminalRequest", "ioctl request 0x2000747b"},
+      {"SignalNumber", "signal 29"},
+      {"SignalHandler", "a handler for signal 30"},
+      {"WaitOption", "waitpid option 0x2"},
+      {"SpawnFlag", "posix_spawn flag 0x80"},
+      {"LoaderMode", "dlopen mode 0x11"},
+      {"LoaderNoMode", "dlopen mode 0x4"},
+      {"LoaderItself", "dlopen of the program itself"},
+      {"LoaderHandle", "dlsym with the special handle -2"},
+      {"CancelledElsewhere", "a thread that ended with a cleanup handler not called"},
+  };
+  for (const auto& Case : Cases) {
+    const Outcome Result =
+        Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/untranslated_value", {}, Case.sAsked);
+    EXPECT_EQ(126, Result.Status) << Case.sAsked;
+    EXPECT_EQ("started\nmachorun: not translated: " + std::string(Case.sMessage) + "\n",
+              Result.Output)
+        << Case.sAsked;
+  }
+}
+
+TEST_F(MachO, RunnerTranslatesBothWays) {
+  const Outcome Result = Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/translated_values");
+  EXPECT_EQ("", Result.Output);
+  EXPECT_EQ(0, Result.Status);
 }
 
 TEST_F(MachO, RunnerRefusesAFileThatIsCutShort) {

@@ -10,9 +10,11 @@
 //   MACHORUN_TRACE          file that gets a line per observed call: dlopen and its kin, usleep, open,
 //                           terminal settings, IOKit
 //   MACHORUN_CLOCK_STEP_US, MACHORUN_CLOCK_FILE  simulated time, see shim_time.cpp
+//   MACHORUN_TIMEBASE       length of a tick, see shim_time.cpp
 //   MACHORUN_DLADDR         what dladdr() tells, see shim_dl.cpp
 //   MACHORUN_PIDPATH        what proc_pidpath() tells, see shim_process.cpp
 //   MACHORUN_TERMINAL_FLAGS what tcgetattr() tells, see shim_terminal.cpp
+//   MACHORUN_WITHOUT        name of a function that an older system lacks
 //   HOST_CALLOUT_DEVICES    serial ports, see shim_iokit.cpp
 //
 // docs/macos.md says what a run proves and what it does not.
@@ -148,6 +150,13 @@ int Run(int NumArgs, char** pasArgs) {
 }  // namespace
 
 void* ResolveImport(const Import& Wanted) {
+  const char* sAbsent = getenv("MACHORUN_WITHOUT");
+  if (sAbsent != nullptr && Wanted.sName == sAbsent) {
+    if (!Wanted.MayBeAbsent) {
+      throw std::runtime_error("does not start without " + Wanted.sName);
+    }
+    return nullptr;
+  }
   const auto Found = Providers().find(Wanted.sName);
   if (Found == Providers().end()) {
     throw std::runtime_error("import " + Wanted.sName + " (" + Wanted.sLibrary +

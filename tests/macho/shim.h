@@ -52,7 +52,6 @@ void Trace(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
 const std::string& ProgramRealPath();
 
 int ToDarwinErrno(int HostErrno);
-int ToHostErrno(int DarwinErrno);
 
 // Translates flag by flag with a table; a flag that is in no row is Unknown.
 struct FlagPair {

@@ -61,6 +61,9 @@ Library* Open(const char* sPath, int Mode) {
   if ((Mode & ~(darwin::DL_LAZY | darwin::DL_NOW | darwin::DL_LOCAL | darwin::DL_GLOBAL)) != 0) {
     Unknown("dlopen mode 0x%x", static_cast<unsigned>(Mode));
   }
+  if (sPath == nullptr) {
+    Unknown("dlopen of the program itself");
+  }
   const int HostMode = ModeToHost(Mode);
   if (IsMachO(sPath)) {
     try {

@@ -5,7 +5,6 @@
 // over; zero stands for nothing new.
 
 #include <errno.h>
-#include <stdio.h>
 #include <string.h>
 
 #include "tests/macho/shim.h"
@@ -25,18 +24,6 @@ int ToDarwinErrno(int HostErrno) {
   }
 }
 
-int ToHostErrno(int DarwinErrno) {
-  switch (DarwinErrno) {
-#define NUMBER(Name, Value) \
-  case Value:               \
-    return Name;
-#include "tests/macho/darwin_errno.inc"
-#undef NUMBER
-    default:
-      return DarwinErrno;
-  }
-}
-
 namespace {
 
 thread_local int DarwinErrno;
@@ -49,14 +36,8 @@ int* Error() {
   return &DarwinErrno;
 }
 
-void PrintError(const char* sText) {
-  errno = ToHostErrno(*Error());
-  perror(sText);
-}
-
 const Shim Table[] = {
     Bound("___error", &Error),
-    Bound("_perror", &PrintError),
 };
 
 }  // namespace

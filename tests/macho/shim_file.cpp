@@ -30,6 +30,9 @@ constexpr FlagPair OpenFlags[] = {
 
 // The optional argument comes in the same register whether it is declared or not.
 int Open(const char* sPath, uint32_t Flags, uint32_t Mode) {
+  if ((Flags & O_ACCMODE) == O_ACCMODE) {
+    Unknown("open flags 0x%x, for writing only and for both", Flags);  // opens something here
+  }
   const auto HostFlags  = static_cast<int>(FlagsToHost(Flags, OpenFlags, "open flags"));
   const int  Descriptor = open(sPath, HostFlags, Mode & 07777);
   if ((Flags & darwin::FLAG_CREAT) != 0) {
@@ -38,6 +41,14 @@ int Open(const char* sPath, uint32_t Flags, uint32_t Mode) {
     Trace("open(%s, 0x%x) = %s", sPath, Flags, Descriptor < 0 ? "error" : "open");
   }
   return Descriptor;
+}
+
+// The two further origins, for holes in a file, have each other's numbers there.
+off_t Seek(int Descriptor, off_t Offset, int Origin) {
+  if (Origin > SEEK_END) {
+    Unknown("lseek origin %d", Origin);
+  }
+  return lseek(Descriptor, Offset, Origin);
 }
 
 int Close(int Descriptor) {
@@ -164,6 +175,7 @@ int OpenTerminalMaster(uint32_t Flags) {
 
 const Shim Table[] = {
     Bound("_open", &Open),
+    Bound("_lseek", &Seek),
     Bound("_close", &Close),
     Bound("_stat$INODE64", &StatusOfPath),
     Bound("_lstat$INODE64", &StatusOfLink),

@@ -41,23 +41,42 @@ int PidPath(int Pid, char* pBuffer, uint32_t BufferSize) {
   return static_cast<int>(sPath.size());
 }
 
-// 1 to 15 are the same but for two.
+struct SignalPair {
+  int Darwin, Host;
+};
+
+// 1 to 15 are the same but for those of this table and 12, which is SIGSYS there.
+constexpr SignalPair Signals[] = {
+    {darwin::SIGNAL_BUS, SIGBUS},   {darwin::SIGNAL_SYS, SIGSYS},   {darwin::SIGNAL_CHLD, SIGCHLD},
+    {darwin::SIGNAL_USR1, SIGUSR1}, {darwin::SIGNAL_USR2, SIGUSR2},
+};
+
+bool IsSameSignal(int Signal) {
+  return Signal > 0 && Signal <= SIGTERM && Signal != 7 && Signal != 10 && Signal != 12;
+}
+
 int SignalToHost(int Signal) {
-  switch (Signal) {
-    case darwin::SIGNAL_BUS:
-      return SIGBUS;
-    case darwin::SIGNAL_CHLD:
-      return SIGCHLD;
-    case darwin::SIGNAL_USR1:
-      return SIGUSR1;
-    case darwin::SIGNAL_USR2:
-      return SIGUSR2;
-    default:
-      if (Signal < 0 || Signal > 15 || Signal == 7 || Signal == darwin::SIGNAL_SYS) {
-        Unknown("signal %d", Signal);
-      }
-      return Signal;
+  for (const SignalPair& Row : Signals) {
+    if (Row.Darwin == Signal) {
+      return Row.Host;
+    }
   }
+  if (!IsSameSignal(Signal)) {
+    Unknown("signal %d", Signal);
+  }
+  return Signal;
+}
+
+int SignalToDarwin(int Signal) {
+  for (const SignalPair& Row : Signals) {
+    if (Row.Host == Signal) {
+      return Row.Darwin;
+    }
+  }
+  if (!IsSameSignal(Signal)) {
+    Unknown("a child that ended by this system's signal %d", Signal);
+  }
+  return Signal;
 }
 
 // A handler gets the number that it was set for; the numbers that differ are not handled here.
@@ -78,8 +97,8 @@ int WaitFor(int Pid, int* pStatus, int Options) {
     Unknown("waitpid option 0x%x", static_cast<unsigned>(Options));
   }
   const int Result = waitpid(Pid, pStatus, Options);
-  if (Result > 0 && pStatus != nullptr && WIFSIGNALED(*pStatus) && WTERMSIG(*pStatus) == SIGBUS) {
-    *pStatus = (*pStatus & ~0x7F) | darwin::SIGNAL_BUS;
+  if (Result > 0 && pStatus != nullptr && WIFSIGNALED(*pStatus)) {
+    *pStatus = (*pStatus & ~0x7F) | SignalToDarwin(WTERMSIG(*pStatus));
   }
   return Result;
 }
@@ -94,13 +113,20 @@ int SpawnAttrInit(SpawnAttributes** ppAttributes) {
   return 0;
 }
 
+// One that is not initialised, or was destroyed, is a null pointer to all of these.
 int SpawnAttrDestroy(SpawnAttributes** ppAttributes) {
+  if (*ppAttributes == nullptr) {
+    return EINVAL;
+  }
   delete *ppAttributes;
   *ppAttributes = nullptr;
   return 0;
 }
 
 int SpawnAttrSetFlags(SpawnAttributes** ppAttributes, int16_t Flags) {
+  if (*ppAttributes == nullptr) {
+    return EINVAL;
+  }
   (*ppAttributes)->Flags = Flags;
   return 0;
 }
@@ -110,7 +136,8 @@ int Spawn(pid_t* pPid, const char* sPath, const void* pActions,
   if (pActions != nullptr) {
     Unknown("posix_spawn with file actions");
   }
-  const int Flags = ppAttributes == nullptr ? 0 : static_cast<uint16_t>((*ppAttributes)->Flags);
+  const bool IsPlain = ppAttributes == nullptr || *ppAttributes == nullptr;
+  const int  Flags   = IsPlain ? 0 : static_cast<uint16_t>((*ppAttributes)->Flags);
   if ((Flags & ~darwin::SPAWN_CLOEXEC_DEFAULT) != 0) {
     Unknown("posix_spawn flag 0x%x", static_cast<unsigned>(Flags));
   }

@@ -114,7 +114,9 @@ void SetQuiet(int Socket, bool Quiet) {
 
 // -- Options -------------------------------------------------------------------------------------
 
-enum class Value { Flag, Number, Linger, Time, Error, BufferSize, Quiet };
+constexpr int TICKS_PER_SECOND = 100;
+
+enum class Value { Flag, Number, Linger, LingerTicks, Time, Error, BufferSize, Quiet };
 
 struct Option {
   int   DarwinLevel, DarwinName;
@@ -126,7 +128,7 @@ constexpr Option Options[] = {
     {darwin::LEVEL_SOCKET, darwin::SOCKOPT_REUSEADDR, SOL_SOCKET, SO_REUSEADDR, Value::Flag},
     {darwin::LEVEL_SOCKET, darwin::SOCKOPT_KEEPALIVE, SOL_SOCKET, SO_KEEPALIVE, Value::Flag},
     {darwin::LEVEL_SOCKET, darwin::SOCKOPT_BROADCAST, SOL_SOCKET, SO_BROADCAST, Value::Flag},
-    {darwin::LEVEL_SOCKET, darwin::SOCKOPT_LINGER, SOL_SOCKET, SO_LINGER, Value::Linger},
+    {darwin::LEVEL_SOCKET, darwin::SOCKOPT_LINGER, SOL_SOCKET, SO_LINGER, Value::LingerTicks},
     {darwin::LEVEL_SOCKET, darwin::SOCKOPT_LINGER_SEC, SOL_SOCKET, SO_LINGER, Value::Linger},
     {darwin::LEVEL_SOCKET, darwin::SOCKOPT_SNDBUF, SOL_SOCKET, SO_SNDBUF, Value::BufferSize},
     {darwin::LEVEL_SOCKET, darwin::SOCKOPT_RCVBUF, SOL_SOCKET, SO_RCVBUF, Value::BufferSize},
@@ -178,7 +180,11 @@ int SetOption(int Socket, int Level, int Name, const void* pValue, uint32_t Size
     SetQuiet(Socket, aNumbers[0] != 0);
     return 0;
   }
-  return setsockopt(Socket, Row.HostLevel, Row.HostName, pValue, Size);
+  if (Row.What == Value::LingerTicks) {
+    // Whole seconds here: a part of one becomes one, as 0 would mean a reset.
+    aNumbers[1] = (aNumbers[1] + TICKS_PER_SECOND - 1) / TICKS_PER_SECOND;
+  }
+  return setsockopt(Socket, Row.HostLevel, Row.HostName, aNumbers, Size);
 }
 
 int GetOption(int Socket, int Level, int Name, void* pValue, uint32_t* pSize) {
@@ -204,6 +210,8 @@ int GetOption(int Socket, int Level, int Name, void* pValue, uint32_t* pSize) {
   }
   if (Row.What == Value::Flag && aNumbers[0] != 0 && Level == darwin::LEVEL_SOCKET) {
     aNumbers[0] = Name;  // flags are told as the bit that they are there, not as 1
+  } else if (Row.What == Value::LingerTicks) {
+    aNumbers[1] *= TICKS_PER_SECOND;
   } else if (Row.What == Value::BufferSize) {
     aNumbers[0] /= 2;  // this system sets and tells twice the size asked for
   } else if (Row.What == Value::Error) {
@@ -218,6 +226,9 @@ int GetOption(int Socket, int Level, int Name, void* pValue, uint32_t* pSize) {
 
 int Create(int Family, int Type, int Protocol) {
   Trace("socket(%d, %d, %d)", Family, Type, Protocol);
+  if (Type < SOCK_STREAM || Type > SOCK_RAW) {  // 1 to 3; flags can be in it here, but not there
+    Unknown("socket type 0x%x", static_cast<unsigned>(Type));
+  }
   return socket(FamilyToHost(Family), Type, Protocol);
 }
 

@@ -107,6 +107,20 @@ tcflag_t ToHost(uint64_t Flags, std::span<const FlagPair> Table) {
   return static_cast<tcflag_t>(FlagsToHost(Flags & Known(Table), Table, ""));
 }
 
+// The two that are numbers and no characters.
+bool IsCount(int HostIndex) {
+  return HostIndex == VMIN || HostIndex == VTIME;
+}
+
+uint64_t SpeedOf(const struct termios& Host) {
+  for (const SpeedPair& Row : Speeds) {
+    if (Row.Host == cfgetospeed(&Host)) {
+      return Row.Rate;
+    }
+  }
+  return 0;
+}
+
 int GetAttributes(int Descriptor, darwin::Termios* pSettings) {
   struct termios Host;
   if (tcgetattr(Descriptor, &Host) != 0) {
@@ -127,13 +141,15 @@ int GetAttributes(int Descriptor, darwin::Termios* pSettings) {
     pSettings->LocalFlags   = Flags;
   }
   for (const CharPair& Row : ControlChars) {
-    pSettings->ControlChars[Row.Darwin] = Host.c_cc[Row.Host];
-  }
-  for (const SpeedPair& Row : Speeds) {
-    if (Row.Host == cfgetospeed(&Host)) {
-      pSettings->InputSpeed = pSettings->OutputSpeed = Row.Rate;
+    const uint8_t Char                  = Host.c_cc[Row.Host];
+    pSettings->ControlChars[Row.Darwin] = Char;
+    if (Char == 0 && !IsCount(Row.Host)) {
+      pSettings->ControlChars[Row.Darwin] = darwin::CHAR_NONE;
     }
   }
+  pSettings->ControlChars[darwin::CHAR_VDSUSP]  = darwin::CHAR_NONE;
+  pSettings->ControlChars[darwin::CHAR_VSTATUS] = darwin::CHAR_NONE;
+  pSettings->InputSpeed = pSettings->OutputSpeed = SpeedOf(Host);
   return 0;
 }
 
@@ -151,12 +167,21 @@ int SetAttributes(int Descriptor, int When, const darwin::Termios* pSettings) {
         static_cast<unsigned long>(pSettings->ControlFlags),
         static_cast<unsigned long>(pSettings->LocalFlags),
         pSettings->ControlChars[darwin::CHAR_VMIN], pSettings->ControlChars[darwin::CHAR_VTIME]);
+  if (pSettings->InputSpeed != SpeedOf(Host) || pSettings->OutputSpeed != SpeedOf(Host)) {
+    Unknown("tcsetattr with another line speed");
+  }
+  constexpr uint64_t FlowControl = darwin::CTL_CCTS_OFLOW | darwin::CTL_CRTS_IFLOW;
+  if ((pSettings->ControlFlags & FlowControl) != 0 &&
+      (pSettings->ControlFlags & FlowControl) != FlowControl) {
+    Unknown("hardware flow control in one direction");
+  }
   Host.c_iflag = ToHost(pSettings->InputFlags, InputFlags);
   Host.c_oflag = ToHost(pSettings->OutputFlags, OutputFlags);
   Host.c_cflag = (Host.c_cflag & CBAUD) | ToHost(pSettings->ControlFlags, ControlFlags);
   Host.c_lflag = ToHost(pSettings->LocalFlags, LocalFlags);
   for (const CharPair& Row : ControlChars) {
-    Host.c_cc[Row.Host] = pSettings->ControlChars[Row.Darwin];
+    const uint8_t Char  = pSettings->ControlChars[Row.Darwin];
+    Host.c_cc[Row.Host] = Char == darwin::CHAR_NONE && !IsCount(Row.Host) ? 0 : Char;
   }
   const std::lock_guard<std::mutex> Guard(LeftoverLock);
   Leftovers[TerminalOf(Descriptor)] = {

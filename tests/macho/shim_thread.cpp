@@ -1,12 +1,18 @@
 // Threads. A pthread object of the program holds a signature and a pointer to this system's object;
 // one that only a static initialiser has written gets its object at the first use. An object that was
 // never initialised, or was destroyed, is told by its signature: EINVAL, as there.
+//
+// A thread's id is the address of a record, into which the program's own code writes its cleanup
+// handlers. Handlers are called when a wait for a condition is cancelled. A thread that is cancelled
+// at another call while it has handlers ends the run.
 
+#include <cxxabi.h>
 #include <errno.h>
 #include <pthread.h>
 #include <stdint.h>
 
 #include <mutex>
+#include <set>
 
 #include "tests/macho/darwin_abi.h"
 #include "tests/macho/shim.h"
@@ -132,6 +138,62 @@ int MutexAttrSetType(darwin::ThreadObject* pAttributes, int Type) {
   }
 }
 
+// -- Identity ------------------------------------------------------------------------------------
+
+struct Thread {
+  darwin::Thread Record = {};  // first: this address is the id
+  pthread_t      Host   = 0;
+};
+
+std::mutex        RunningLock;
+std::set<Thread*> Running;  // all that have an id and have not ended
+
+// The calling thread's record; one that this shim has not started gets its record when it asks.
+class Identity {
+ public:
+  Thread* Get() {
+    if (pThread_ == nullptr) {
+      Take(new Thread);
+      pThread_->Host = pthread_self();
+      const std::lock_guard<std::mutex> Guard(RunningLock);
+      Running.insert(pThread_);
+    }
+    return pThread_;
+  }
+
+  void Take(Thread* pThread) { pThread_ = pThread; }
+
+  ~Identity() {
+    if (pThread_ == nullptr) {
+      return;
+    }
+    if (pThread_->Record.pNewestHandler != nullptr) {
+      Unknown("a thread that ended with a cleanup handler not called");
+    }
+    const std::lock_guard<std::mutex> Guard(RunningLock);
+    Running.erase(pThread_);
+    delete pThread_;
+    pThread_ = nullptr;
+  }
+
+ private:
+  Thread* pThread_ = nullptr;
+};
+
+thread_local Identity Self;
+
+darwin::Thread* GetSelf() {
+  return &Self.Get()->Record;
+}
+
+void CallCleanupHandlers() {
+  darwin::Thread* pSelf = GetSelf();
+  while (darwin::CleanupHandler* pHandler = pSelf->pNewestHandler) {
+    pSelf->pNewestHandler = pHandler->pNext;
+    pHandler->pfRoutine(pHandler->pArgument);
+  }
+}
+
 // -- Conditions ----------------------------------------------------------------------------------
 
 pthread_cond_t* Cond(darwin::ThreadObject* pObject) {
@@ -158,21 +220,36 @@ int OnCond(darwin::ThreadObject* pCond) {
   return pHost == nullptr ? EINVAL : Result(pfCall(pHost));
 }
 
+// Cancelling unwinds the thread's calls, and ends it at once where it comes to the program's own,
+// of which this system has no description. Their frames, and the handlers in them, are still there
+// while it passes through here.
+template <class Wait>
+int CancellableWait(Wait DoWait) {
+  try {
+    return Result(DoWait());
+  } catch (abi::__forced_unwind&) {
+    CallCleanupHandlers();
+    throw;
+  }
+}
+
 int CondWait(darwin::ThreadObject* pCond, darwin::ThreadObject* pMutex) {
   pthread_cond_t*  pHostCond  = Cond(pCond);
   pthread_mutex_t* pHostMutex = Mutex(pMutex);
-  return pHostCond == nullptr || pHostMutex == nullptr
-             ? EINVAL
-             : Result(pthread_cond_wait(pHostCond, pHostMutex));
+  if (pHostCond == nullptr || pHostMutex == nullptr) {
+    return EINVAL;
+  }
+  return CancellableWait([=] { return pthread_cond_wait(pHostCond, pHostMutex); });
 }
 
 int CondTimedWait(darwin::ThreadObject* pCond, darwin::ThreadObject* pMutex,
                   const struct timespec* pDeadline) {
   pthread_cond_t*  pHostCond  = Cond(pCond);
   pthread_mutex_t* pHostMutex = Mutex(pMutex);
-  return pHostCond == nullptr || pHostMutex == nullptr
-             ? EINVAL
-             : Result(pthread_cond_timedwait(pHostCond, pHostMutex, pDeadline));
+  if (pHostCond == nullptr || pHostMutex == nullptr) {
+    return EINVAL;
+  }
+  return CancellableWait([=] { return pthread_cond_timedwait(pHostCond, pHostMutex, pDeadline); });
 }
 
 // -- Threads -------------------------------------------------------------------------------------
@@ -195,24 +272,52 @@ int AttrSetDetachState(darwin::ThreadObject* pAttributes, int State) {
       pHost, State == darwin::THREAD_DETACHED ? PTHREAD_CREATE_DETACHED : PTHREAD_CREATE_JOINABLE));
 }
 
-int Create(pthread_t* pThread, darwin::ThreadObject* pAttributes, void* (*pfRoutine)(void*),
+struct Start {
+  Thread* pThread;
+  void* (*pfRoutine)(void*);
+  void* pArgument;
+};
+
+void* RunThread(void* pArgument) {
+  const Start First = *static_cast<Start*>(pArgument);
+  delete static_cast<Start*>(pArgument);
+  Self.Take(First.pThread);
+  return First.pfRoutine(First.pArgument);
+}
+
+int Create(darwin::Thread** ppThread, darwin::ThreadObject* pAttributes, void* (*pfRoutine)(void*),
            void* pArgument) {
   pthread_attr_t* pHost = nullptr;
+  int             State = PTHREAD_CREATE_JOINABLE;
   if (pAttributes != nullptr) {
     pHost = Live<pthread_attr_t>(pAttributes);
     if (pHost == nullptr) {
       return EINVAL;
     }
-    int State = 0;
     pthread_attr_getdetachstate(pHost, &State);
-    Trace("pthread_create(%s)", State == PTHREAD_CREATE_DETACHED ? "detached" : "joinable");
   }
-  return Result(pthread_create(pThread, pHost, pfRoutine, pArgument));
+  Trace("pthread_create(%s)", State == PTHREAD_CREATE_DETACHED ? "detached" : "joinable");
+  auto* pNew   = new Thread;
+  auto* pFirst = new Start{pNew, pfRoutine, pArgument};
+  *ppThread    = &pNew->Record;
+  // Held until the host's id is known: the new thread may be cancelled, and may end, at any time.
+  const std::lock_guard<std::mutex> Guard(RunningLock);
+  const int HostErrno = pthread_create(&pNew->Host, pHost, &RunThread, pFirst);
+  if (HostErrno != 0) {
+    delete pFirst;
+    delete pNew;
+    return Result(HostErrno);
+  }
+  Running.insert(pNew);
+  return 0;
 }
 
-int Cancel(pthread_t Thread) {
-  return Result(pthread_cancel(Thread));
+int Cancel(darwin::Thread* pRecord) {
+  const std::lock_guard<std::mutex> Guard(RunningLock);
+  auto*                             pThread = reinterpret_cast<Thread*>(pRecord);
+  return Running.count(pThread) == 0 ? ESRCH : Result(pthread_cancel(pThread->Host));
 }
+
 const Shim Table[] = {
     Bound("_pthread_mutex_init", &MutexInit),
     Bound("_pthread_mutex_destroy", &MutexDestroy),
@@ -232,6 +337,7 @@ const Shim Table[] = {
     Bound("_pthread_attr_setdetachstate", &AttrSetDetachState),
     Bound("_pthread_create", &Create),
     Bound("_pthread_cancel", &Cancel),
+    Bound("_pthread_self", &GetSelf),
 };
 
 }  // namespace

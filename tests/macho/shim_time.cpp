@@ -6,6 +6,9 @@
 // mach_absolute_time() live in simulated time; the calendar does not. At the end of the process the
 // milliseconds that have so passed are written to the file that MACHORUN_CLOCK_FILE names.
 //
+// MACHORUN_TIMEBASE=125/3 makes a tick of mach_absolute_time() as long as on a Mac with an arm64
+// processor, 125/3 ns; it is 1 ns without.
+//
 // A library of this system that the program opens reads the same time: clock_gettime() is defined here
 // and exported, so that its calls come here too.
 
@@ -68,8 +71,22 @@ int SleepNanoseconds(const struct timespec* pTime, struct timespec* pLeft) {
   return nanosleep(pTime, pLeft);
 }
 
-// In nanoseconds, as on a Mac with an x86-64 processor.
-uint64_t AbsoluteTime() {
+struct TimebaseInfo {
+  uint32_t Numerator;
+  uint32_t Denominator;
+};
+
+TimebaseInfo GetTimebase() {
+  TimebaseInfo Info  = {1, 1};
+  const char*  sTick = getenv("MACHORUN_TIMEBASE");
+  if (sTick != nullptr && (sscanf(sTick, "%u/%u", &Info.Numerator, &Info.Denominator) != 2 ||
+                           Info.Numerator == 0 || Info.Denominator == 0)) {
+    Unknown("MACHORUN_TIMEBASE=%s", sTick);
+  }
+  return Info;
+}
+
+uint64_t Nanoseconds() {
   if (StepNs() != 0) {
     return SimulatedNs += StepNs();
   }
@@ -78,13 +95,14 @@ uint64_t AbsoluteTime() {
   return static_cast<uint64_t>(Now.tv_sec) * 1000000000u + static_cast<uint64_t>(Now.tv_nsec);
 }
 
-struct TimebaseInfo {
-  uint32_t Numerator;
-  uint32_t Denominator;
-};
+uint64_t AbsoluteTime() {
+  static const TimebaseInfo Tick = GetTimebase();
+  return static_cast<uint64_t>(static_cast<unsigned __int128>(Nanoseconds()) * Tick.Denominator /
+                               Tick.Numerator);
+}
 
 int Timebase(TimebaseInfo* pInfo) {
-  *pInfo = {1, 1};
+  *pInfo = GetTimebase();
   return 0;
 }
 

@@ -28,7 +28,8 @@ class SimBench : public ::testing::Test {
     while (fgets(acLine, sizeof(acLine), pPipe) != nullptr) {
       sOutput_ += acLine;
     }
-    return WEXITSTATUS(pclose(pPipe));
+    const int Status = pclose(pPipe);  // has to have an address: macOS's macro takes it
+    return WEXITSTATUS(Status);
   }
   bool Says(const char* sText) const { return sOutput_.find(sText) != std::string::npos; }
 

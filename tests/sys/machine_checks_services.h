@@ -5,8 +5,7 @@
 // takes about a second of a clock that really runs (waits and sleeps are measured, other processes
 // waited for) and connects to 127.0.0.1 and ::1 only; the listener for both families is open to all
 // addresses of the machine while it lives. No descriptor, file, thread or child is left behind; the
-// system log keeps one message. Left to the tests with a library: cancelling a thread, which takes a
-// system whose own headers and threads fit together.
+// system log keeps one message.
 
 #ifndef TESTS_SYS_MACHINE_CHECKS_SERVICES_H
 #define TESTS_SYS_MACHINE_CHECKS_SERVICES_H
@@ -15,6 +14,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -154,6 +154,41 @@ static void CheckEvents(void) {
   CHECK_SERVICE(SYS_THREAD_GetExitCode(SYS_THREAD_GetCurrentId(), &Code) == 1);
   CHECK_SERVICE(Code == 259);
   CHECK_SERVICE(SYS_PROCESS_GetId() == getpid());
+}
+
+// Called when the thread that waits is cancelled, after the handler that SYS_EVENT_Wait() has set up.
+static void NoteCancelled(void* pArg) {
+  __atomic_store_n(&((OTHER_THREAD*)pArg)->IsOver, 1, __ATOMIC_RELEASE);
+}
+
+static void WaitInVain(void* pArg) {
+  OTHER_THREAD* p = (OTHER_THREAD*)pArg;
+  pthread_cleanup_push(NoteCancelled, p);
+  p->LockResult = SYS_EVENT_Wait(p->pDone, p->LockResult == 0 ? SYS_WAIT_FOREVER : 60000);
+  pthread_cleanup_pop(0);
+}
+
+// A thread that is cancelled while it waits leaves the event as it was, and free for others.
+static void CheckCancel(void) {
+  for (int32_t HasLimit = 0; HasLimit < 2; HasLimit++) {
+    OTHER_THREAD    Waiter = {NULL, SYS_EVENT_Create(0, 0), HasLimit, 0, 0};
+    const pthread_t Id     = SYS_THREAD_StartCall(WaitInVain, &Waiter, NULL);
+    CHECK_SERVICE(Id != 0);
+    SYS_Sleep(20);
+    CHECK_SERVICE(__atomic_load_n(&Waiter.IsOver, __ATOMIC_ACQUIRE) == 0);
+    CHECK_SERVICE(SYS_THREAD_Cancel(Id) == 0);
+    WaitUntilOver(&Waiter);
+    CHECK_SERVICE(Waiter.LockResult == HasLimit);  // the wait has not come back
+
+    // By another thread: this one would wait for ever, were the event still locked.
+    OTHER_THREAD Setter = {NULL, Waiter.pDone, 0, 0, 0};
+    CHECK_SERVICE(SYS_THREAD_StartCall(SetDone, &Setter, NULL) != 0);
+    WaitUntilOver(&Setter);
+    if (__atomic_load_n(&Setter.IsOver, __ATOMIC_ACQUIRE)) {
+      CHECK_SERVICE(SYS_EVENT_Wait(Waiter.pDone, 0) == 0);
+      SYS_EVENT_Destroy(Waiter.pDone);
+    }
+  }
 }
 
 // ---- Sockets ------------------------------------------------------------------------------------
@@ -449,6 +484,7 @@ static inline int CheckServices(void) {
   NumServiceFailures = 0;
   CheckMutexes();
   CheckEvents();
+  CheckCancel();
   CheckIPv4();
   CheckIPv6();
   CheckNames();

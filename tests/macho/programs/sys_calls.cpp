@@ -1,7 +1,7 @@
 // Makes SYS ask the system for things, so that macho_test can read in the runner's trace with which
 // of Darwin's flags and numbers it does. What comes of it is not looked at here.
 //
-//   sys_calls files|console|serial|ports|services|sockets
+//   sys_calls files|regular|console|serial|ports|services|sockets
 
 #include <stdint.h>
 #include <stdio.h>
@@ -32,12 +32,21 @@ static void CallFiles(void) {
   SYS_FILE_Close(hFile);
 }
 
+// The same with files that may be something else.
+static void CallRegular(void) {
+  SYS_FILE_Close(SYS_FILE_OpenRegular("regular", 0x12, 0, 0));
+  SYS_FILE_Close(SYS_FILE_OpenRegular("regular", 0x23, 0, 0));
+  SYS_FILE_Exists("regular");
+}
+
 // Standard input has to be a terminal for this one.
 static void CallConsole(void) {
   PTY Pty;
   PTY_Open(&Pty);
   dup2(Pty.hKeep, STDIN_FILENO);
-  SYS_CONSOLE_IsKeyPressed();
+  const int32_t NumBefore = SYS_CONSOLE_IsKeyPressed();
+  write(Pty.hMaster, "ab", 2);
+  printf("%d keys, then %d\n", (int)NumBefore, (int)SYS_CONSOLE_IsKeyPressed());
   PTY_Close(&Pty);
 }
 
@@ -96,8 +105,9 @@ static const struct {
   const char* sName;
   void (*pfCall)(void);
 } Areas[] = {
-    {"files", CallFiles}, {"console", CallConsole},   {"serial", CallSerial},
-    {"ports", CallPorts}, {"services", CallServices}, {"sockets", CallSockets},
+    {"files", CallFiles},     {"regular", CallRegular}, {"console", CallConsole},
+    {"serial", CallSerial},   {"ports", CallPorts},     {"services", CallServices},
+    {"sockets", CallSockets},
 };
 
 int main(int NumArgs, char** pasArgs) {

@@ -17,7 +17,6 @@ typedef const struct __CFDictionary* CFDictionaryRef;
 typedef struct __CFDictionary*       CFMutableDictionaryRef;
 typedef signed long                  CFIndex;
 typedef uint32_t                     CFStringEncoding;
-typedef unsigned long                CFTypeID;
 
 #define kCFStringEncodingUTF8 ((CFStringEncoding)0x08000100)
 
@@ -25,11 +24,9 @@ extern const CFAllocatorRef kCFAllocatorDefault;
 
 #define CFSTR(sText) ((CFStringRef)__builtin___CFStringMakeConstantString("" sText ""))
 
-void     CFRelease(CFTypeRef Object);
-CFTypeID CFGetTypeID(CFTypeRef Object);
-CFTypeID CFStringGetTypeID(void);
-Boolean  CFStringGetCString(CFStringRef String, char* pBuffer, CFIndex BufferSize,
-                            CFStringEncoding Encoding);
+void    CFRelease(CFTypeRef Object);
+Boolean CFStringGetCString(CFStringRef String, char* pBuffer, CFIndex BufferSize,
+                           CFStringEncoding Encoding);
 void CFDictionarySetValue(CFMutableDictionaryRef Dictionary, const void* pKey, const void* pValue);
 
 #ifdef __cplusplus

@@ -17,8 +17,7 @@ typedef io_object_t   io_registry_entry_t;
 typedef kern_return_t IOReturn;
 typedef uint32_t      IOOptionBits;
 
-#define IO_OBJECT_NULL   ((io_object_t)0)
-#define kIOReturnSuccess KERN_SUCCESS
+#define IO_OBJECT_NULL ((io_object_t)0)
 
 extern const mach_port_t kIOMasterPortDefault;
 
