@@ -186,7 +186,7 @@ bool Device::DebugBlockClocked() const {
 
 bool Device::Read(uint32_t Address, uint32_t Size, uint32_t* pValue) {
   uint32_t Word = 0;
-  if (!ReadPart(Address & ~3u, &Word)) {
+  if (!ReadPart(Address & ~3u, Size, &Word)) {
     return false;
   }
   Word >>= 8 * (Address % 4);
@@ -194,13 +194,13 @@ bool Device::Read(uint32_t Address, uint32_t Size, uint32_t* pValue) {
   return true;
 }
 
-bool Device::ReadPart(uint32_t Address, uint32_t* pWord) {
+bool Device::ReadPart(uint32_t Address, uint32_t Size, uint32_t* pWord) {
   if (!DebugPortAnswers()) {
     return false;
   }
   const int Register = controller_->Registers().Find(Address);
   if (Register >= 0) {
-    return controller_->ReadRegister(Register, 4, pWord);
+    return controller_->ReadRegister(Register, Size, pWord);
   }
   if (controller_->InOptionArea(Address)) {
     return controller_->ReadOptionArea(Address, pWord);
@@ -246,11 +246,8 @@ bool Device::Write(uint32_t Address, uint32_t Size, uint32_t Value) {
     if (!controller_->FilterRead(Target, Address, &Ignored)) {
       return false;
     }
-    const uint32_t Shift = 8 * (Address % 4);
-    const uint32_t Mask  = Size == 4 ? ~0u : ((1u << (8 * Size)) - 1) << Shift;
-    uint32_t&      Word  = Target.WordAt(Address);
-    Word                 = (Word & ~Mask) | ((Value << Shift) & Mask);
-    Changed              = Changed || Target.Row().Kind == BACKUP;
+    Target.WordAt(Address) = Merge(Target.WordAt(Address), Address, Size, Value);
+    Changed                = Changed || Target.Row().Kind == BACKUP;
     return true;
   }
   const int System = system_.Find(Address & ~3u);

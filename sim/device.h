@@ -137,7 +137,7 @@ class Device {
   bool     DebugBlockClocked() const;
   uint32_t SystemRegister(uint32_t Address) const;
   void     StartWatchdog();
-  bool     ReadPart(uint32_t Address, uint32_t* pWord);
+  bool     ReadPart(uint32_t Address, uint32_t Size, uint32_t* pWord);
 
   const DEVICE_ROW*           row_;
   RegisterFile                system_;

@@ -16,45 +16,53 @@ const uint32_t SR_BSY = 1u << 0, SR_PGERR = 1u << 2, SR_WRPRTERR = 1u << 4, SR_E
 const uint32_t CR_PG = 1u << 0, CR_PER = 1u << 1, CR_MER = 1u << 2, CR_OPTPG = 1u << 4,
                CR_OPTER = 1u << 5, CR_STRT = 1u << 6, CR_LOCK = 1u << 7, CR_OPTWRE = 1u << 9,
                CR_OBL_LAUNCH = 1u << 13;
+const uint32_t RCC_CR_HSION  = 1u << 0;
 const uint32_t OBR_OPTERR = 1u << 0, OBR_RDPRT_F1 = 1u << 1, OBR_LEVEL1 = 1u << 1,
                OBR_LEVEL2 = 3u << 1, OBR_WDG_SW_F1 = 1u << 2, OBR_WDG_SW = 1u << 8;
 
-// CR: OPTWRE is set by the keys alone, software can only clear it; STRT and LOCK are handled apart.
-#define COMMON_REGISTERS(CrBits)                                                                 \
-  {"FLASH_ACR", 0x40022000, 0x00000030, 0x00000037, 0, 0, "LATENCY 2:0, PRFTBE 4, PRFTBS 5"},    \
-      {"FLASH_KEYR", 0x40022004, 0, 0, 0, 0, ""}, {"FLASH_OPTKEYR", 0x40022008, 0, 0, 0, 0, ""}, \
-      {"FLASH_SR",                                                                               \
-       0x4002200C,                                                                               \
-       0,                                                                                        \
-       0,                                                                                        \
-       SR_PGERR | SR_WRPRTERR | SR_EOP,                                                          \
-       0,                                                                                        \
-       "BSY 0, PGERR 2, WRPRTERR 4, EOP 5"},                                                     \
-      {"FLASH_CR",                                                                               \
-       0x40022010,                                                                               \
-       0x00000080,                                                                               \
-       0x00001437,                                                                               \
-       0,                                                                                        \
-       CR_LOCK,                                                                                  \
-       "PG 0, PER 1, MER 2, OPTPG 4, OPTER 5, STRT 6, LOCK 7, OPTWRE 9, ERRIE 10, EOPIE "        \
-       "12" CrBits},                                                                             \
-  {                                                                                              \
-    "FLASH_AR", 0x40022014, 0, 0xFFFFFFFF, 0, 0, ""                                              \
-  }
+#define CR_FIELDS \
+  "PG 0, PER 1, MER 2, OPTPG 4, OPTER 5, STRT 6, LOCK 7, OPTWRE 9, ERRIE 10, EOPIE 12"
 
+// What the families have in common. Of PRFTBE and PRFTBS only the former takes a write.
+constexpr REGISTER AcrRow = {
+    "FLASH_ACR", 0x40022000, 0x00000030, 0x00000017, 0, 0, "LATENCY 2:0, PRFTBE 4, PRFTBS 5"};
+constexpr REGISTER KeyrRow    = {"FLASH_KEYR", 0x40022004, 0, 0, 0, 0, ""};
+constexpr REGISTER OptkeyrRow = {"FLASH_OPTKEYR", 0x40022008, 0, 0, 0, 0, ""};
+constexpr REGISTER SrRow      = {"FLASH_SR",
+                                 0x4002200C,
+                                 0,
+                                 0,
+                                 SR_PGERR | SR_WRPRTERR | SR_EOP,
+                                 0,
+                                 "BSY 0, PGERR 2, WRPRTERR 4, EOP 5"};
+constexpr REGISTER ArRow      = {"FLASH_AR", 0x40022014, 0, 0xFFFFFFFF, 0, 0, ""};
+constexpr REGISTER WrprRow    = {"FLASH_WRPR", 0x40022020, 0xFFFFFFFF, 0, 0, 0, "WRP 31:0"};
+
+// Of CR software can set LOCK and not clear it, clear OPTWRE and not set it (handled apart, as is
+// STRT), and write the others.
 const REGISTER aRegistersF1[] = {
-    COMMON_REGISTERS(""),
+    AcrRow,
+    KeyrRow,
+    OptkeyrRow,
+    SrRow,
+    {"FLASH_CR", 0x40022010, 0x00000080, 0x00001437, 0, CR_LOCK, CR_FIELDS},
+    ArRow,
     {"FLASH_OBR", 0x4002201C, 0, 0, 0, 0,
      "OPTERR 0, RDPRT 1, WDG_SW 2, nRST_STOP 3, nRST_STDBY 4, DATA0 17:10, DATA1 25:18"},
-    {"FLASH_WRPR", 0x40022020, 0xFFFFFFFF, 0, 0, 0, "WRP 31:0"},
+    WrprRow,
 };
 
 const REGISTER aRegistersF0F3[] = {
-    COMMON_REGISTERS(", OBL_LAUNCH 13"),
+    AcrRow,
+    KeyrRow,
+    OptkeyrRow,
+    SrRow,
+    {"FLASH_CR", 0x40022010, 0x00000080, 0x00001437, 0, CR_LOCK, CR_FIELDS ", OBL_LAUNCH 13"},
+    ArRow,
     {"FLASH_OBR", 0x4002201C, 0, 0, 0, 0,
      "OPTERR 0, RDPRT 2:1, WDG_SW 8, nRST_STOP 9, nRST_STDBY 10, nBOOT1 12, VDDA_MONITOR 13, "
      "RAM_PARITY_CHECK 14, DATA0 23:16, DATA1 31:24"},
-    {"FLASH_WRPR", 0x40022020, 0xFFFFFFFF, 0, 0, 0, "WRP 31:0"},
+    WrprRow,
 };
 
 // -- Option block --------------------------------------------------------------------------------
@@ -79,18 +87,20 @@ struct F1_ROW {
   bool                      WordAccessOnly;  // registers fault on bytes and half-words
   LOADING                   Loading;
   uint32_t                  NumWrpBits;
-  uint32_t                  BytesPerWrpBit;
   uint32_t                  PageBytes;
 };
 
 const F1_ROW aRows[] = {
     {"STM32F051", aRegistersF0F3, USER_FIELDS_F0F3, 0x00FF55AA, 0xAA, true, true, LOAD_ON_OBL, 16,
-     4096, 1024},
+     1024},
     {"STM32F103", aRegistersF1, USER_FIELDS_F1, 0x00FF5AA5, 0xA5, false, false, LOAD_ON_RESET, 32,
-     4096, 1024},
+     1024},
     {"STM32F303", aRegistersF0F3, USER_FIELDS_F0F3, 0x00FF55AA, 0xAA, true, true, LOAD_ON_BOTH, 32,
-     8192, 2048},
+     2048},
 };
+
+// What a bit of WRPR protects; the last one also protects all that lies behind.
+const uint32_t WRP_BIT_BYTES = 4096;
 
 const uint64_t PROGRAM_US = 53, PROGRAM_MAX_US = 70;
 const uint64_t ERASE_US = 20000, ERASE_MAX_US = 40000;
@@ -222,10 +232,10 @@ class ControllerF1 : public Controller {
     // Taking the protection away costs the flash, however the byte came to be erased.
     std::vector<PHASE> Phases;
     if (Address == OPTION_BASE && (Value & 0xFF) == row_.RdpOff && level_ != 0) {
-      Phases.push_back({MASS_ERASE, EraseUs(), 1});
+      Phases.push_back({MASS_ERASE, EraseUs(), UNPROTECT});
     }
     Phases.push_back({WORD_PROGRAM, ProgramUs(), Address, Value});
-    Start(Phases);
+    Begin(Phases);
     return true;
   }
 
@@ -242,7 +252,7 @@ class ControllerF1 : public Controller {
     } else if (PageIsProtected(Address)) {
       registers_[SR] |= SR_WRPRTERR;
     } else {
-      Start({{WORD_PROGRAM, ProgramUs(), Address, Value}});
+      Begin({{WORD_PROGRAM, ProgramUs(), Address, Value}});
     }
     return true;
   }
@@ -263,9 +273,6 @@ class ControllerF1 : public Controller {
 
   uint32_t Effective(int Index) const override {
     const uint32_t Word = Stored(Index);
-    if (Index == WORD_RDP_USER) {
-      return (Word & 0xFFFF) | UserOf(Word) << 16;
-    }
     return EffectiveByte(Word) | EffectiveByte(Word >> 16) << 16;
   }
 
@@ -321,7 +328,7 @@ class ControllerF1 : public Controller {
     switch (Phase.Kind) {
       case MASS_ERASE:
         owner_.EraseKind(MAIN_FLASH);
-        if (Phase.Argument != 0) {  // by taking the protection away
+        if (Phase.Argument == UNPROTECT) {
           owner_.EraseKind(BACKUP);
           unreadable_ = row_.HasLevel2 ? 0 : owner_.Variant(F1_UNPROTECT_NEEDS_POWER_ON);
         }
@@ -354,11 +361,12 @@ class ControllerF1 : public Controller {
   }
 
  private:
+  static const uint32_t BY_REQUEST = 0, UNPROTECT = 1;  // why there is a mass erase
+
   static uint32_t Pair(uint32_t Byte) { return Byte | (~Byte & 0xFF) << 8; }
   static bool     Matches(uint32_t Half) { return ((Half ^ (Half >> 8)) & 0xFF) == 0xFF; }
   static bool     IsErased(uint32_t Half) { return (Half & 0xFFFF) == 0xFFFF; }
   static uint32_t EffectiveByte(uint32_t Half) { return Matches(Half) ? Half & 0xFF : 0xFF; }
-  static uint32_t UserOf(uint32_t Word) { return EffectiveByte(Word >> 16); }
 
   int LevelOf(uint32_t Word) const {
     if (!Matches(Word)) {
@@ -385,9 +393,9 @@ class ControllerF1 : public Controller {
                  (!Matches(Word >> 16) && !IsErased(Word >> 16));
     }
     level_              = static_cast<uint32_t>(LevelOf(Stored(WORD_RDP_USER)));
-    const uint32_t User = UserOf(Stored(WORD_RDP_USER));
+    const uint32_t User = Effective(WORD_RDP_USER) >> 16;
     const uint32_t Data = Effective(WORD_DATA);
-    const uint32_t Low = Data & 0xFF, High = Data >> 16 & 0xFF;
+    const uint32_t Low = Data & 0xFF, High = Data >> 16;
     if (row_.HasLevel2) {
       const uint32_t aLevels[] = {0, OBR_LEVEL1, OBR_LEVEL2};
       registers_[OBR]          = aLevels[level_] | User << 8 | Low << 16 | High << 24;
@@ -426,12 +434,22 @@ class ControllerF1 : public Controller {
     return true;
   }
 
+  // HSI times every operation: while it is off, none begins. Started: bits of CR that show it.
+  void Begin(const std::vector<PHASE>& Phases, uint32_t Started = 0) {
+    uint32_t RccCr = 0;
+    if (!owner_.Read(owner_.Row().pSystem->RccCr, 4, &RccCr) || (RccCr & RCC_CR_HSION) == 0) {
+      owner_.Event("nothing is erased or programmed: HSI is off");
+      return;
+    }
+    registers_[CR] |= Started;
+    Start(Phases);
+  }
+
   void StartErase() {
     const uint32_t Control = registers_[CR];
     if ((Control & CR_OPTER) != 0) {
       if ((Control & CR_OPTWRE) != 0) {
-        registers_[CR] |= CR_STRT;
-        Start({{OPTION_ERASE, EraseUs()}});
+        Begin({{OPTION_ERASE, EraseUs()}}, CR_STRT);
       }
       return;
     }
@@ -444,26 +462,24 @@ class ControllerF1 : public Controller {
     } else if (Mass ? registers_[WRPR] != 0xFFFFFFFF : PageIsProtected(registers_[AR])) {
       registers_[SR] |= SR_WRPRTERR;
     } else {
-      registers_[CR] |= CR_STRT;
-      Start({{Mass ? MASS_ERASE : PAGE_ERASE, EraseUs(), Mass ? 0 : registers_[AR]}});
+      Begin({{Mass ? MASS_ERASE : PAGE_ERASE, EraseUs(), Mass ? BY_REQUEST : registers_[AR]}},
+            CR_STRT);
     }
   }
 
   bool PageIsProtected(uint32_t Address) {
-    uint32_t Bit = (Address - 0x08000000) / row_.BytesPerWrpBit;
+    uint32_t Bit = (Address - 0x08000000) / WRP_BIT_BYTES;
     Bit          = Bit < row_.NumWrpBits ? Bit : row_.NumWrpBits - 1;
     return (registers_[WRPR] & (1u << Bit)) == 0;
   }
 
   void ProgramHalfWord(uint32_t Address, uint32_t Value) {
-    const uint32_t Shift = 8 * (Address % 4);
     if (InOptionArea(Address)) {
       // The hardware makes the complement; the upper byte written does not count.
       const int Index = static_cast<int>((Address - OPTION_BASE) / 4);
-      Store(Index, (Stored(Index) & ~(0xFFFFu << Shift)) | Pair(Value & 0xFF) << Shift);
-    } else {
-      uint32_t& Word = owner_.FindMemory(MAIN_FLASH)->WordAt(Address);
-      Word           = (Word & ~(0xFFFFu << Shift)) | (Value & 0xFFFF) << Shift;
+      Store(Index, Merge(Stored(Index), Address, 2, Pair(Value & 0xFF)));
+    } else if (Memory* pFlash = owner_.FindMemory(MAIN_FLASH); pFlash->Contains(Address)) {
+      pFlash->WordAt(Address) = Merge(pFlash->WordAt(Address), Address, 2, Value);
     }
   }
 
@@ -476,12 +492,20 @@ class ControllerF1 : public Controller {
 
 // -- Devices -------------------------------------------------------------------------------------
 
+constexpr REGISTER RccCrRow = {
+    "RCC_CR",
+    0x40021000,
+    0x00000083,
+    0x010D00F9,
+    0,
+    0,
+    "HSION 0, HSIRDY 1, HSITRIM 7:3, HSICAL 15:8, HSEON 16, HSEBYP 18, CSSON 19, PLLON 24"};
+
 const REGISTER aSystemF0[] = {
     {"DBGMCU_IDCODE", 0x40015800, 0, 0, 0, 0, "DEV_ID 11:0, REV_ID 31:16"},
     {"DBGMCU_CR", 0x40015804, 0, 0x00000006, 0, 0, "DBG_STOP 1, DBG_STANDBY 2"},
     {"DBGMCU_APB1_FZ", 0x40015808, 0, 0x02201D33, 0, 0, "DBG_WWDG_STOP 11, DBG_IWDG_STOP 12"},
-    {"RCC_CR", 0x40021000, 0x00000083, 0x010500F9, 0, 0,
-     "HSION 0, HSIRDY 1, HSITRIM 7:3, HSICAL 15:8, HSEON 16, PLLON 24"},
+    RccCrRow,
     {"RCC_APB2ENR", 0x40021018, 0, 0x00475A01, 0, 0, "SYSCFGEN 0, DBGMCUEN 22"},
 };
 
@@ -489,16 +513,14 @@ const REGISTER aSystemF1[] = {
     {"DBGMCU_IDCODE", 0xE0042000, 0, 0, 0, 0, "DEV_ID 11:0, REV_ID 31:16"},
     {"DBGMCU_CR", 0xE0042004, 0, 0x003FFFE7, 0, 0,
      "DBG_SLEEP 0, DBG_STOP 1, DBG_STANDBY 2, DBG_IWDG_STOP 8, DBG_WWDG_STOP 9"},
-    {"RCC_CR", 0x40021000, 0x00000083, 0x010500F9, 0, 0,
-     "HSION 0, HSIRDY 1, HSITRIM 7:3, HSICAL 15:8, HSEON 16, PLLON 24"},
+    RccCrRow,
 };
 
 const REGISTER aSystemF3[] = {
     {"DBGMCU_IDCODE", 0xE0042000, 0, 0, 0, 0, "DEV_ID 11:0, REV_ID 31:16"},
     {"DBGMCU_CR", 0xE0042004, 0, 0x000000E7, 0, 0, "DBG_SLEEP 0, DBG_STOP 1, DBG_STANDBY 2"},
     {"DBGMCU_APB1_FZ", 0xE0042008, 0, 0x42601C3F, 0, 0, "DBG_WWDG_STOP 11, DBG_IWDG_STOP 12"},
-    {"RCC_CR", 0x40021000, 0x00000083, 0x010500F9, 0, 0,
-     "HSION 0, HSIRDY 1, HSITRIM 7:3, HSICAL 15:8, HSEON 16, PLLON 24"},
+    RccCrRow,
 };
 
 const SYSTEM_BLOCK SystemF0 = {aSystemF0, 0x40015800, 0x40015800, 0x400158FF, 0x40015808,

@@ -13,10 +13,10 @@ namespace {
 enum { ACR, PECR, PDKEYR, PEKEYR, PRGKEYR, OPTKEYR, SR, OPTR, WRPROT1, WRPROT2, WRPROT3, WRPROT4 };
 
 const uint32_t PECR_PELOCK = 1u << 0, PECR_PRGLOCK = 1u << 1, PECR_OPTLOCK = 1u << 2,
-               PECR_OBL_LAUNCH = 1u << 18;
-const uint32_t SR_BSY = 1u << 0, SR_EOP = 1u << 1, SR_READY = 1u << 3, SR_WRPERR = 1u << 8,
-               SR_SIZERR = 1u << 10, SR_OPTVERR = 1u << 11, SR_RDERR = 1u << 13,
-               SR_NOTZEROERR = 1u << 16;
+               PECR_FIX = 1u << 8, PECR_OBL_LAUNCH = 1u << 18;
+const uint32_t SR_BSY = 1u << 0, SR_EOP = 1u << 1, SR_ENDHV = 1u << 2, SR_READY = 1u << 3,
+               SR_WRPERR = 1u << 8, SR_SIZERR = 1u << 10, SR_OPTVERR = 1u << 11,
+               SR_RDERR = 1u << 13, SR_NOTZEROERR = 1u << 16;
 const uint32_t OPTR_WPRMOD = 1u << 8, OPTR_WDG_SW = 1u << 20;
 
 #define LOCK_FIELDS "PELOCK 0, PRGLOCK 1, OPTLOCK 2, PROG 3, DATA 4, FIX 8, ERASE 9, FPRG 10"
@@ -170,7 +170,7 @@ class ControllerL0 : public Controller {
     (void)Size;
     *pValue = registers_[Index];
     if (Index == SR && Busy()) {
-      *pValue = (*pValue | SR_BSY) & ~SR_READY;
+      *pValue = (*pValue | SR_BSY) & ~(SR_ENDHV | SR_READY);
     }
     return true;
   }
@@ -214,8 +214,11 @@ class ControllerL0 : public Controller {
       registers_[SR] |= SR_WRPERR;
     } else if (Index == WORD_RDP) {
       WriteProtectionWord(Value);
+    } else if (Index >= WORD_WRP && PcropLoaded() && (LoadedSectors(Index) & ~Value) != 0) {
+      registers_[SR] |= SR_WRPERR;
+      owner_.Event("write refused: PCROP sectors can be added and not taken away");
     } else {
-      Start({ProgramPhase(Address, Value)});
+      Start({ProgramPhase(Address, Stored(Index), Value)});
     }
     return true;
   }
@@ -226,11 +229,14 @@ class ControllerL0 : public Controller {
     }
     const bool     IsFlash = Target.Row().Kind == MAIN_FLASH;
     const uint32_t Locks   = IsFlash ? PECR_PELOCK | PECR_PRGLOCK : PECR_PELOCK;
-    if ((registers_[PECR] & Locks) != 0 || (IsFlash && IsProtected(Address))) {
+    if ((registers_[PECR] & Locks) != 0 || (IsFlash && SectorBit(Address))) {
       registers_[SR] |= SR_WRPERR;
+    } else if (!IsFlash) {
+      const uint32_t Old = Target.WordAt(Address);
+      Start({ProgramPhase(Address, Old, Merge(Old, Address, Size, Value))});
     } else if (Size != 4) {
       registers_[SR] |= SR_SIZERR;
-    } else if (IsFlash && Target.WordAt(Address) != 0) {
+    } else if (Target.WordAt(Address) != 0) {
       registers_[SR] |= row_.IsL1 ? SR_WRPERR : SR_NOTZEROERR;
     } else {
       Start({{WORD_PROGRAM, WordPhaseUs(), Address, Value}});
@@ -255,8 +261,10 @@ class ControllerL0 : public Controller {
 
   // -- Protection
 
-  int  Level() const override { return static_cast<int>(level_); }
-  int  StoredLevel() const override { return LevelOf(Stored(WORD_RDP)); }
+  int Level() const override { return static_cast<int>(level_); }
+  int StoredLevel() const override {
+    return Matches(Stored(WORD_RDP)) ? LevelOf(Stored(WORD_RDP)) : 1;
+  }
   bool WatchdogByHardware() const override { return (registers_[OPTR] & OPTR_WDG_SW) == 0; }
 
   uint32_t Effective(int Index) const override {
@@ -404,10 +412,11 @@ class ControllerL0 : public Controller {
     return true;
   }
 
-  // Erase and program; the erase is left out where there is nothing to erase.
-  PHASE ProgramPhase(uint32_t Address, uint32_t Value) const {
-    const uint64_t NumPhases = Stored(IndexOf(Address)) == 0 ? 1 : 2;
-    return {WORD_PROGRAM, NumPhases * WordPhaseUs(), Address, Value};
+  // Erase and program, in option words and EEPROM; unless FIX asks for it, the erase is left out
+  // where there is nothing to erase.
+  PHASE ProgramPhase(uint32_t Address, uint32_t Old, uint32_t Value) const {
+    const bool Erase = Old != 0 || (registers_[PECR] & PECR_FIX) != 0;
+    return {WORD_PROGRAM, (Erase ? 2 : 1) * WordPhaseUs(), Address, Value};
   }
 
   void WriteProtectionWord(uint32_t Value) {
@@ -423,8 +432,10 @@ class ControllerL0 : public Controller {
     if (MakesLevel0 && (level_ == 1 || Erratum)) {
       Phases.push_back(
           {MASS_ERASE, owner_.Variant(TIMING_MAX) ? MASS_ERASE_MAX_US : MASS_ERASE_US});
+      // This erase takes the flag with it, whatever is written.
+      Value = row_.HasPcrop ? (Value & ~OPTR_WPRMOD) | OPTR_WPRMOD << 16 : Value;
     }
-    Phases.push_back(ProgramPhase(OPTION_BASE, Value));
+    Phases.push_back(ProgramPhase(OPTION_BASE, Stored(WORD_RDP), Value));
     Start(Phases);
   }
 
@@ -447,7 +458,7 @@ class ControllerL0 : public Controller {
       Mismatch = Mismatch || (!IsSpare(i) && !Matches(Stored(i)));
     }
     const uint32_t Rdp = Effective(WORD_RDP);
-    level_             = static_cast<uint32_t>(Matches(Stored(WORD_RDP)) ? StoredLevel() : 1);
+    level_             = static_cast<uint32_t>(StoredLevel());
     registers_[OPTR]   = (Rdp & (row_.HasPcrop ? 0x1FFu : 0xFFu)) | Effective(WORD_USER) << 16;
     for (uint32_t i = 0; i < row_.NumWrpWords; i++) {
       uint32_t&      Register = registers_[static_cast<int>(WRPROT1 + i / 2)];
@@ -459,13 +470,19 @@ class ControllerL0 : public Controller {
 
   bool PcropLoaded() const { return row_.HasPcrop && (registers_[OPTR] & OPTR_WPRMOD) != 0; }
 
+  // What is loaded of a word of sector bits.
+  uint32_t LoadedSectors(int Index) const {
+    const int Half = Index - WORD_WRP;
+    return IsSpare(Index) ? 0 : registers_[WRPROT1 + Half / 2] >> 16 * (Half % 2) & 0xFFFF;
+  }
+
+  // Whether the sector is write-protected or, where PCROP is loaded, execute-only.
   bool SectorBit(uint32_t Address) const {
     const uint32_t Sector = (Address - 0x08000000) / SECTOR_BYTES;
     const uint32_t Word   = Sector / 32;
     return static_cast<int>(WRPROT1 + Word) < registers_.Count() &&
            (registers_[static_cast<int>(WRPROT1 + Word)] >> Sector % 32 & 1) != 0;
   }
-  bool IsProtected(uint32_t Address) const { return SectorBit(Address); }
 
   const L0_ROW& row_;
   KeyLock       flash_, program_, options_;
@@ -479,7 +496,7 @@ const REGISTER aSystemL0[] = {
     {"DBGMCU_IDCODE", 0x40015800, 0, 0, 0, 0, "DEV_ID 11:0, REV_ID 31:16"},
     {"DBGMCU_CR", 0x40015804, 0, 0x00000007, 0, 0, "DBG_SLEEP 0, DBG_STOP 1, DBG_STANDBY 2"},
     {"DBGMCU_APB1_FZ", 0x40015808, 0, 0x80601C11, 0, 0, "DBG_WWDG_STOP 11, DBG_IWDG_STOP 12"},
-    {"RCC_APB2ENR", 0x40021034, 0, 0x00405285, 0, 0, "SYSCFGEN 0, DBGEN 22"},
+    {"RCC_APB2ENR", 0x40021034, 0, 0x004052A5, 0, 0, "SYSCFGEN 0, DBGEN 22"},
 };
 
 const REGISTER aSystemL1[] = {

@@ -27,12 +27,13 @@ enum {
   WRP2BR
 };
 
-const uint32_t SR_EOP = 1u << 0, SR_PROGERR = 1u << 3, SR_WRPERR = 1u << 4, SR_PGSERR = 1u << 7,
-               SR_RDERR = 1u << 14, SR_OPTVERR = 1u << 15, SR_BSY = 1u << 16;
+const uint32_t SR_EOP = 1u << 0, SR_PROGERR = 1u << 3, SR_WRPERR = 1u << 4, SR_PGAERR = 1u << 5,
+               SR_SIZERR = 1u << 6, SR_PGSERR = 1u << 7, SR_RDERR = 1u << 14, SR_OPTVERR = 1u << 15,
+               SR_BSY    = 1u << 16;
 const uint32_t SR_ERRORS = 0xC3FA;
-const uint32_t CR_PG = 1u << 0, CR_PER = 1u << 1, CR_MER1 = 1u << 2, CR_MER2 = 1u << 15,
-               CR_STRT = 1u << 16, CR_OPTSTRT = 1u << 17, CR_OBL_LAUNCH = 1u << 27,
-               CR_OPTLOCK = 1u << 30, CR_LOCK = 1u << 31;
+const uint32_t CR_PG = 1u << 0, CR_PER = 1u << 1, CR_MER1 = 1u << 2, CR_BKER = 1u << 11,
+               CR_MER2 = 1u << 15, CR_STRT = 1u << 16, CR_OPTSTRT = 1u << 17, CR_EOPIE = 1u << 24,
+               CR_OBL_LAUNCH = 1u << 27, CR_OPTLOCK = 1u << 30, CR_LOCK = 1u << 31;
 const uint32_t OPTR_IWDG_SW = 1u << 16, OPTR_MASK = 0x03BF77FF;
 const uint32_t PCROP1ER_PCROP_RDP = 1u << 31;
 
@@ -69,9 +70,19 @@ const REGISTER aRegisters[] = {
 
 // -- Option words --------------------------------------------------------------------------------
 
-// Stored in the order of the registers from OPTR on; each has a complement behind it in memory. Of
-// these only the one of OPTR is kept as a word of its own, so that it can be wrong.
-enum { NUM_OPTIONS = 9, WORD_OPTR = 0, WORD_OPTR_COMPLEMENT = NUM_OPTIONS };
+// Stored in the order of the registers from OPTR on, those of bank 2 BANK_WORDS behind those of bank
+// 1. Each has a complement behind it in memory. Of these only the one of OPTR is kept as a word of
+// its own, so that it can be wrong.
+enum {
+  WORD_OPTR,
+  WORD_PCROP_START,
+  WORD_PCROP_END,
+  WORD_WRP_A,
+  WORD_WRP_B,
+  NUM_OPTIONS          = 9,
+  WORD_OPTR_COMPLEMENT = NUM_OPTIONS,
+  BANK_WORDS           = 4
+};
 
 // Bits that do not exist read as ones, in PCROP1ER as laid down.
 std::vector<OPTION_WORD> OptionWords() {
@@ -90,6 +101,7 @@ std::vector<OPTION_WORD> OptionWords() {
 }
 
 const uint32_t KB         = 1024;
+const uint32_t FLASH_BASE = 0x08000000;
 const uint32_t BANK_BYTES = 512 * KB, PAGE_BYTES = 2 * KB, PAGES_PER_BANK = 256;
 const uint32_t PCROP_UNIT = 8;  // bytes
 
@@ -115,6 +127,8 @@ class ControllerL4 : public Controller {
     options_.ThirdKeyKills = true;
     State("keys", &flash_.State);
     State("option_keys", &options_.State);
+    State("first_half", &firstHalf_);
+    State("first_half_value", &firstHalfValue_);
     static const char* const aLoaded[]  = {"loaded_0", "loaded_1", "loaded_2",
                                            "loaded_3", "loaded_4", "loaded_5",
                                            "loaded_6", "loaded_7", "loaded_8"};
@@ -207,21 +221,34 @@ class ControllerL4 : public Controller {
     return true;
   }
 
-  // Double words on the chip; here each half is taken for itself.
+  // Flash takes double words: a first write to the lower half waits for the one to the upper half.
   bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) override {
     if (Level() != 0 || !owner_.StallUntilReady()) {
       return false;
     }
+    const uint32_t Wanted = firstHalf_ == 0 ? Address & ~7u : firstHalf_ + 4;
+    uint32_t       Error  = 0;
     if ((registers_[CR] & (CR_PG | CR_LOCK)) != CR_PG || (registers_[SR] & SR_ERRORS) != 0) {
-      registers_[SR] |= SR_PGSERR;
+      Error = SR_PGSERR;
+    } else if (Size != 4) {
+      Error = SR_SIZERR;
+    } else if (Address != Wanted) {
+      Error = SR_PGAERR;
     } else if (InPcrop(Address) || PageIsProtected(Address)) {
-      registers_[SR] |= SR_WRPERR;
-    } else if (Size != 4 || Target.WordAt(Address) != 0xFFFFFFFF) {
-      registers_[SR] |= SR_PROGERR;
+      Error = SR_WRPERR;
+    } else if (firstHalf_ == 0) {
+      firstHalf_      = Address;
+      firstHalfValue_ = Value;
+      return true;
+    } else if (!(Target.IsErasedAt(firstHalf_) && Target.IsErasedAt(Address)) &&
+               (firstHalfValue_ | Value) != 0) {
+      Error = SR_PROGERR;
     } else {
-      Start({{WORD_PROGRAM, owner_.Variant(TIMING_MAX) ? PROGRAM_MAX_US : PROGRAM_US, Address,
+      Start({{WORD_PROGRAM, owner_.Variant(TIMING_MAX) ? PROGRAM_MAX_US : PROGRAM_US, firstHalf_,
               Value}});
     }
+    registers_[SR] |= Error;
+    firstHalf_ = 0;
     return true;
   }
 
@@ -271,20 +298,21 @@ class ControllerL4 : public Controller {
         return false;
       }
       if (Found > 0) {
-        aWords[3 + 4 * Bank] = 0xFF00FF00 | First | Last << 16;
+        aWords[WORD_WRP_A + BANK_WORDS * Bank] = 0xFF00FF00 | First | Last << 16;
       }
       Found = BankPages(Request.Pcrop, Request.PcropAll, Bank, &First, &Last, psError);
       if (Found < 0) {
         return false;
       }
       if (Found > 0) {
-        const uint32_t PerPage = PAGE_BYTES / PCROP_UNIT;
-        aWords[1 + 4 * Bank]   = 0xFFFF0000 | First * PerPage;
-        aWords[2 + 4 * Bank] = (aWords[2 + 4 * Bank] & 0xFFFF0000) | (Last * PerPage + PerPage - 1);
+        const uint32_t PerPage                       = PAGE_BYTES / PCROP_UNIT;
+        uint32_t&      End                           = aWords[WORD_PCROP_END + BANK_WORDS * Bank];
+        aWords[WORD_PCROP_START + BANK_WORDS * Bank] = 0xFFFF0000 | First * PerPage;
+        End = (End & 0xFFFF0000) | (Last * PerPage + PerPage - 1);
       }
     }
     if (Request.PcropRdp.value_or(0) != 0) {
-      aWords[2] |= PCROP1ER_PCROP_RDP;
+      aWords[WORD_PCROP_END] |= PCROP1ER_PCROP_RDP;
     }
     for (int i = 0; i < NUM_OPTIONS; i++) {
       Store(i, aWords[i]);
@@ -295,18 +323,13 @@ class ControllerL4 : public Controller {
 
  protected:
   void FinishPhase(const PHASE& Phase) override {
-    Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
     switch (Phase.Kind) {
       case MASS_ERASE:
-        if (Phase.Argument == UNPROTECT) {
-          EraseForUnprotecting();
-        } else {
-          pFlash->EraseRange(pFlash->Row().Base + (Phase.Argument == BANK2 ? BANK_BYTES : 0),
-                             Phase.Argument == BOTH ? 2 * BANK_BYTES : BANK_BYTES);
-        }
-        break;
       case PAGE_ERASE:
-        pFlash->EraseRange(pFlash->Row().Base + Phase.Argument * PAGE_BYTES, PAGE_BYTES);
+        Erase(Phase, PagesOf(Phase));
+        if (Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT) {
+          owner_.EraseKind(BACKUP);
+        }
         break;
       case OPTION_PROGRAM:
         for (int i = 0; i < NUM_OPTIONS; i++) {
@@ -316,19 +339,18 @@ class ControllerL4 : public Controller {
         registers_[CR] &= ~CR_OPTSTRT;
         break;
       default:
-        pFlash->WordAt(Phase.Argument) = Phase.Value;
+        ProgramDoubleWord(Phase.Argument, firstHalfValue_, Phase.Value);
         break;
     }
     registers_[CR] &= ~CR_STRT;
-    registers_[SR] |= SR_EOP;
+    registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;  // on request only
   }
 
+  // What is cut short has already begun: half of the pages are erased, or one that is the only one.
   void AbortPhase(const PHASE& Phase) override {
-    Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
-    if (Phase.Kind == MASS_ERASE) {
-      pFlash->EraseRange(pFlash->Row().Base, pFlash->Row().Bytes / 2);
-    } else if (Phase.Kind == PAGE_ERASE) {
-      FinishPhase(Phase);
+    if (Phase.Kind == MASS_ERASE || Phase.Kind == PAGE_ERASE) {
+      const PAGES Pages = PagesOf(Phase);
+      Erase(Phase, {Pages.First, (Pages.First + Pages.End + 1) / 2});
     } else if (Phase.Kind == OPTION_PROGRAM) {
       // Erased words: no complement matches.
       for (int i = 0; i <= NUM_OPTIONS; i++) {
@@ -338,7 +360,19 @@ class ControllerL4 : public Controller {
   }
 
  private:
+  struct PAGES {
+    uint32_t First, End;
+  };
+  // A mass erase's argument; that of a page erase is the page.
   enum { BANK1, BANK2, BOTH, UNPROTECT };
+
+  static PAGES PagesOf(const PHASE& Phase) {
+    if (Phase.Kind == PAGE_ERASE) {
+      return {Phase.Argument, Phase.Argument + 1};
+    }
+    return {Phase.Argument == BANK2 ? PAGES_PER_BANK : 0,
+            Phase.Argument == BANK1 ? PAGES_PER_BANK : 2 * PAGES_PER_BANK};
+  }
 
   // Whether a list has pages of the bank: 1 yes, 0 no, -1 not in one piece or beyond the end.
   static int BankPages(const std::vector<uint32_t>& Pages, bool All, uint32_t Bank,
@@ -368,7 +402,7 @@ class ControllerL4 : public Controller {
 
   bool TakeKey(KeyLock* pLock, uint32_t Key, uint32_t LockBit) {
     if (!pLock->WriteKey(Key)) {
-      registers_[CR] |= LockBit;
+      CloseLocks(LockBit);
       return false;
     }
     if (pLock->IsOpen()) {
@@ -377,8 +411,21 @@ class ControllerL4 : public Controller {
     return true;
   }
 
+  // LOCK takes OPTLOCK along.
+  void CloseLocks(uint32_t LockBits) {
+    if ((LockBits & CR_LOCK) != 0) {
+      flash_.Close();
+      LockBits |= CR_OPTLOCK;
+    }
+    if ((LockBits & CR_OPTLOCK) != 0) {
+      options_.Close();
+    }
+    registers_[CR] |= LockBits;
+  }
+
   // The option registers show what is loaded.
   void ResetRegisters() {
+    firstHalf_ = 0;
     registers_.ResetAll();
     flash_.Reset();
     options_.Reset();
@@ -410,12 +457,9 @@ class ControllerL4 : public Controller {
     }
     const bool OptionsOpen = (registers_[CR] & CR_OPTLOCK) == 0;
     registers_.Write(CR, Value);
-    if ((Value & CR_LOCK) != 0) {
-      registers_[CR] |= CR_OPTLOCK;
-      flash_.Close();
-    }
-    if ((registers_[CR] & CR_OPTLOCK) != 0) {
-      options_.Close();
+    CloseLocks(Value & (CR_LOCK | CR_OPTLOCK));
+    if ((Value & CR_PG) == 0) {
+      firstHalf_ = 0;
     }
     if ((Value & CR_OBL_LAUNCH) != 0 && OptionsOpen) {
       launched_ = true;
@@ -447,11 +491,12 @@ class ControllerL4 : public Controller {
       if (HasArea && !PcropRdp()) {
         KeepPcrop();
       } else if (HasArea) {
-        for (const size_t i : {1u, 2u, 5u, 6u}) {
-          toProgram_[i] = words_[i].Factory;
+        for (const int i : {WORD_PCROP_START, WORD_PCROP_END}) {
+          toProgram_[i]              = words_[static_cast<size_t>(i)].Factory;
+          toProgram_[i + BANK_WORDS] = words_[static_cast<size_t>(i + BANK_WORDS)].Factory;
         }
       } else {
-        toProgram_[2] &= ~PCROP1ER_PCROP_RDP;
+        toProgram_[WORD_PCROP_END] &= ~PCROP1ER_PCROP_RDP;
       }
     } else {
       KeepPcrop();
@@ -464,7 +509,8 @@ class ControllerL4 : public Controller {
   // An area can grow. One that would shrink stays as it is, and that is no error.
   void KeepPcrop() {
     for (int Bank = 0; Bank < 2; Bank++) {
-      const int  Start = 1 + 4 * Bank, End = 2 + 4 * Bank;
+      const int  Start  = WORD_PCROP_START + BANK_WORDS * Bank;
+      const int  End    = WORD_PCROP_END + BANK_WORDS * Bank;
       const bool Covers = (toProgram_[Start] & 0xFFFF) <= (loaded_[Start] & 0xFFFF) &&
                           (toProgram_[End] & 0xFFFF) >= (loaded_[End] & 0xFFFF);
       if (PcropValid(Bank) && !Covers) {
@@ -474,25 +520,38 @@ class ControllerL4 : public Controller {
     }
   }
 
-  bool PcropRdp() const { return (loaded_[2] & PCROP1ER_PCROP_RDP) != 0; }
+  bool PcropRdp() const { return (loaded_[WORD_PCROP_END] & PCROP1ER_PCROP_RDP) != 0; }
 
-  bool PcropValid(int Bank) const {
-    return (loaded_[1 + 4 * Bank] & 0xFFFF) <= (loaded_[2 + 4 * Bank] & 0xFFFF);
+  uint32_t LoadedStart(int Bank) const {
+    return loaded_[WORD_PCROP_START + BANK_WORDS * Bank] & 0xFFFF;
   }
+  uint32_t LoadedEnd(int Bank) const {
+    return loaded_[WORD_PCROP_END + BANK_WORDS * Bank] & 0xFFFF;
+  }
+  bool PcropValid(int Bank) const { return LoadedStart(Bank) <= LoadedEnd(Bank); }
 
   bool InPcrop(uint32_t Address) const {
-    const uint32_t Offset = Address - 0x08000000;
+    const uint32_t Offset = Address - FLASH_BASE;
     const int      Bank   = Offset >= BANK_BYTES;
     const uint32_t Unit   = Offset % BANK_BYTES / PCROP_UNIT;
-    return PcropValid(Bank) && Unit >= (loaded_[1 + 4 * Bank] & 0xFFFF) &&
-           Unit <= (loaded_[2 + 4 * Bank] & 0xFFFF);
+    return Unit >= LoadedStart(Bank) && Unit <= LoadedEnd(Bank);
+  }
+
+  // Whether any part of the page is execute-only.
+  bool HoldsPcrop(uint32_t Page) const {
+    for (uint32_t Byte = 0; Byte < PAGE_BYTES; Byte += PCROP_UNIT) {
+      if (InPcrop(FLASH_BASE + Page * PAGE_BYTES + Byte)) {
+        return true;
+      }
+    }
+    return false;
   }
 
   bool PageIsProtected(uint32_t Address) const {
-    const uint32_t Offset = Address - 0x08000000;
+    const uint32_t Offset = Address - FLASH_BASE;
     const int      Bank   = Offset >= BANK_BYTES;
     const uint32_t Page   = Offset % BANK_BYTES / PAGE_BYTES;
-    for (const int Area : {3 + 4 * Bank, 4 + 4 * Bank}) {
+    for (const int Area : {WORD_WRP_A + BANK_WORDS * Bank, WORD_WRP_B + BANK_WORDS * Bank}) {
       if (Page >= (loaded_[Area] & 0xFF) && Page <= (loaded_[Area] >> 16 & 0xFF)) {
         return true;
       }
@@ -500,57 +559,58 @@ class ControllerL4 : public Controller {
     return false;
   }
 
-  // All of it, or page by page around the execute-only areas.
-  void EraseForUnprotecting() {
-    Memory*        pFlash = owner_.FindMemory(MAIN_FLASH);
-    const uint32_t Base   = pFlash->Row().Base;
-    for (uint32_t Page = 0; Page < 2 * PAGES_PER_BANK; Page++) {
-      bool Keep = false;
-      for (uint32_t Byte = 0; Byte < PAGE_BYTES && !PcropRdp(); Byte += PCROP_UNIT) {
-        Keep = Keep || InPcrop(Base + Page * PAGE_BYTES + Byte);
-      }
-      if (!Keep) {
-        pFlash->EraseRange(Base + Page * PAGE_BYTES, PAGE_BYTES);
+  // With PCROP_RDP 0 unprotecting goes page by page around what is execute-only.
+  void Erase(const PHASE& Phase, const PAGES& Pages) {
+    const bool SparePcrop = Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT && !PcropRdp();
+    for (uint32_t Page = Pages.First; Page < Pages.End; Page++) {
+      if (!SparePcrop || !HoldsPcrop(Page)) {
+        owner_.FindMemory(MAIN_FLASH)->EraseRange(FLASH_BASE + Page * PAGE_BYTES, PAGE_BYTES);
       }
     }
-    owner_.EraseKind(BACKUP);
+  }
+
+  void ProgramDoubleWord(uint32_t Address, uint32_t Low, uint32_t High) {
+    Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
+    if (pFlash->Contains(Address) && pFlash->Contains(Address + 4)) {
+      pFlash->WordAt(Address)     = Low;
+      pFlash->WordAt(Address + 4) = High;
+    }
   }
 
   void StartErase() {
-    const uint32_t Control = registers_[CR];
-    const uint64_t Us      = owner_.Variant(TIMING_MAX) ? ERASE_MAX_US : ERASE_US;
     if ((registers_[SR] & SR_ERRORS) != 0) {
       registers_[SR] |= SR_PGSERR;
       return;
     }
-    const bool     Mass  = (Control & (CR_MER1 | CR_MER2)) != 0;
-    const uint32_t Page  = (Control >> 3 & 0xFF) + ((Control & 1u << 11) != 0 ? PAGES_PER_BANK : 0);
-    const uint32_t First = Mass ? ((Control & CR_MER1) != 0 ? 0 : PAGES_PER_BANK) : Page;
-    const uint32_t End =
-        Mass ? ((Control & CR_MER2) != 0 ? 2 * PAGES_PER_BANK : PAGES_PER_BANK) : Page + 1;
-    if (!Mass && (Control & CR_PER) == 0) {
-      return;
+    const uint32_t Control = registers_[CR];
+    const uint64_t Us      = owner_.Variant(TIMING_MAX) ? ERASE_MAX_US : ERASE_US;
+    const bool     Bank1 = (Control & CR_MER1) != 0, Bank2 = (Control & CR_MER2) != 0;
+    PHASE          Phase = {MASS_ERASE, Us, Bank1 && Bank2 ? BOTH : Bank1 ? BANK1 : BANK2};
+    if (!Bank1 && !Bank2) {
+      if ((Control & CR_PER) == 0) {
+        return;
+      }
+      Phase.Kind     = PAGE_ERASE;
+      Phase.Argument = (Control >> 3 & 0xFF) + ((Control & CR_BKER) != 0 ? PAGES_PER_BANK : 0);
     }
-    for (uint32_t i = First; i < End; i++) {
-      const uint32_t Address = 0x08000000 + i * PAGE_BYTES;
-      if (Level() != 0 || PageIsProtected(Address) || InPcrop(Address)) {
+    const PAGES Pages = PagesOf(Phase);
+    for (uint32_t Page = Pages.First; Page < Pages.End; Page++) {
+      if (Level() != 0 || PageIsProtected(FLASH_BASE + Page * PAGE_BYTES) || HoldsPcrop(Page)) {
         registers_[SR] |= SR_WRPERR;
         return;
       }
     }
     registers_[CR] |= CR_STRT;
-    if (Mass) {
-      const uint32_t Which = First != 0 ? BANK2 : End == PAGES_PER_BANK ? BANK1 : BOTH;
-      Start({{MASS_ERASE, Us, Which}});
-    } else {
-      Start({{PAGE_ERASE, Us, Page}});
-    }
+    Start({Phase});
   }
 
   KeyLock  flash_, options_;
   uint32_t loaded_[NUM_OPTIONS]    = {};
   uint32_t toProgram_[NUM_OPTIONS] = {};
-  bool     launched_               = false;
+  // The address of a lower half that waits for its upper half, 0 when none does; and its content.
+  uint32_t firstHalf_      = 0;
+  uint32_t firstHalfValue_ = 0;
+  bool     launched_       = false;
 };
 
 // -- Devices -------------------------------------------------------------------------------------
@@ -576,7 +636,7 @@ const DEVICE_ROW aDevicesL4[NUM_DEVICES_L4] = {
      "L4x6, two banks, 1 MB flash",
      0x10076415,
      &System,
-     {{"flash", 0x08000000, 2 * BANK_BYTES, MAIN_FLASH, 0xFFFFFFFF},
+     {{"flash", FLASH_BASE, 2 * BANK_BYTES, MAIN_FLASH, 0xFFFFFFFF},
       {"sram2", 0x10000000, 32 * KB, BACKUP, 0},
       {"backup", 0x40002850, 128, BACKUP, 0},
       {"sram", 0x20000000, 96 * KB, SRAM, 0}},

@@ -11,6 +11,12 @@ namespace sim {
 static const size_t WORDS_PER_LINE = 8;
 static const size_t MIN_RUN        = 8;  // shorter repetitions are written out
 
+uint32_t Merge(uint32_t Word, uint32_t Address, uint32_t Size, uint32_t Value) {
+  const uint32_t Shift = 8 * (Address % 4);
+  const uint32_t Mask  = (Size == 4 ? ~0u : (1u << (8 * Size)) - 1) << Shift;
+  return (Word & ~Mask) | ((Value << Shift) & Mask);
+}
+
 void Memory::EraseRange(uint32_t Address, uint32_t Bytes) {
   const size_t First = (Address - row_->Base) / 4;
   const size_t Last  = std::min(words_.size(), First + Bytes / 4);

@@ -29,6 +29,9 @@ struct MEMORY_ROW {
   uint32_t    Erased;  // a word of it after an erase
 };
 
+// A word after a write of 1, 2 or 4 bytes at the address, which lies in it.
+uint32_t Merge(uint32_t Word, uint32_t Address, uint32_t Size, uint32_t Value);
+
 class Memory {
  public:
   explicit Memory(const MEMORY_ROW& Row) : row_(&Row), words_(Row.Bytes / 4, Row.Erased) {}
@@ -38,6 +41,8 @@ class Memory {
 
   // The word that the address lies in.
   uint32_t& WordAt(uint32_t Address) { return words_[(Address - row_->Base) / 4]; }
+
+  bool IsErasedAt(uint32_t Address) { return WordAt(Address) == row_->Erased; }
 
   void Erase() { EraseRange(row_->Base, row_->Bytes); }
   void EraseRange(uint32_t Address, uint32_t Bytes);
