@@ -1059,3 +1059,161 @@ TEST(SimFlashF4, TheSecondBanksEraseBitDoesNothingWhereThereIsOneBank) {
   Device.Finish();
   EXPECT_TRUE(Device.FlashErased());
 }
+
+// -- Around the flash controller
+
+TEST(SimFlashF4, MemoriesLieWhereTheManualsPutThem) {
+  struct {
+    const char* sName;
+    uint32_t    FlashKB, SramKB;
+  } const aExpected[] = {
+      {"STM32F207", 1024, 128}, {"STM32F407", 1024, 128}, {"STM32F413", 1536, 256},
+      {"STM32F429", 2048, 192}, {"STM32F469", 2048, 320}, {"STM32F723", 512, 256},
+      {"STM32F746", 1024, 320}, {"STM32F767", 2048, 512},
+  };
+  for (const auto& Expected : aExpected) {
+    Part           Device(Expected.sName);
+    const uint32_t aMemories[][2] = {
+        {FLASH, Expected.FlashKB}, {0x20000000, Expected.SramKB}, {0x40024000, 4}};
+    for (const auto& [Base, KB] : aMemories) {
+      EXPECT_FALSE(Device.CanRead(Base - 4)) << Expected.sName;
+      EXPECT_TRUE(Device.CanRead(Base)) << Expected.sName;
+      EXPECT_TRUE(Device.CanRead(Base + KB * 1024 - 4)) << Expected.sName;
+      EXPECT_FALSE(Device.CanRead(Base + KB * 1024)) << Expected.sName;
+    }
+    EXPECT_EQ(0u, Device.Read(0x20000000)) << "lost with power";
+    EXPECT_EQ(0x12345678u, Device.Read(0x40024000)) << "kept without";
+  }
+}
+
+TEST(SimFlashF4, DebugRegistersOutliveAResetAndNotPowerOff) {
+  Part Device("STM32F407");
+  Device.Write(0xE0042000, 0);
+  EXPECT_EQ(0x10076413u, Device.Read(0xE0042000));
+  const uint32_t aExpected[][2] = {
+      {0xE0042004, 0x000000E7}, {0xE0042008, 0x06E01DFF}, {0xE004200C, 0x00070003}};
+  for (const auto& [Address, Ones] : aExpected) {
+    EXPECT_EQ(0u, Device.Read(Address));
+    Device.Write(Address, 0xFFFFFFFF);
+    EXPECT_EQ(Ones, Device.Read(Address));
+    Device.Reset();
+    EXPECT_EQ(Ones, Device.Read(Address));
+  }
+  Device.PowerCycle();
+  for (const auto& [Address, Ones] : aExpected) {
+    EXPECT_EQ(0u, Device.Read(Address));
+  }
+  EXPECT_EQ(0x10076413u, Device.Read(0xE0042000));
+}
+
+TEST(SimFlashF4, HsiIsReadyWhereItIsOn) {
+  Part Device("STM32F407");
+  EXPECT_EQ(0x83u, Device.Read(0x40023800));
+  Device.Write(0x40023800, 0x00000080);
+  EXPECT_EQ(0x80u, Device.Read(0x40023800));
+  Device.Write(0x40023800, 0x00000081);
+  EXPECT_EQ(0x83u, Device.Read(0x40023800));
+  EXPECT_TRUE(Device.TryWrite(0x40023800, 0x80, 1));
+  EXPECT_EQ(0x80u, Device.Read(0x40023800));
+  Device.Reset();
+  EXPECT_EQ(0x83u, Device.Read(0x40023800));
+}
+
+TEST(SimFlashF4, WordsAreNamedAndDeliveredAsTheManualsHaveThem) {
+  const sim::Device Device(*sim::FindDevice("STM32F723"));
+  ASSERT_EQ(3u, Device.Flash().Words().size());
+  EXPECT_STREQ("OPTCR", Device.Flash().Words()[0].sName);
+  EXPECT_STREQ("OPTCR2", Device.Flash().Words()[2].sName);
+  EXPECT_EQ(0xC0FFAAFCu, Device.Flash().Stored(0));
+  EXPECT_EQ(0x00400080u, Device.Flash().Stored(1));
+  EXPECT_EQ(0x80000000u, Device.Flash().Stored(2));
+  EXPECT_EQ("BOR_LEV=3 WWDG_SW IWDG_SW nRST_STOP nRST_STDBY RDP=AA nWRP=FF IWDG_STDBY IWDG_STOP",
+            sim::DecodeFields(Device.Flash().Words()[0].sFields, 0xC0FFAAFC));
+}
+
+TEST(SimFlashF4, DeliveredWordsAreTheFactoryValues) {
+  struct {
+    const char*           sName;
+    std::vector<uint32_t> Words;
+  } const aExpected[] = {
+      {"STM32F207", {0x0FFFAAEC}},
+      {"STM32F407", {0x0FFFAAEC}},
+      {"STM32F413", {0x7FFFAAEC}},
+      {"STM32F429", {0x0FFFAAEC, 0x0FFF0000}},
+      {"STM32F469", {0x0FFFAAEC, 0x0FFF0000}},
+      {"STM32F723", {0xC0FFAAFC, 0x00400080, 0x80000000}},
+      {"STM32F746", {0xC0FFAAFC, 0x00400080}},
+      {"STM32F767", {0xFFFFAAFC, 0x00400080}},
+  };
+  for (const auto& Expected : aExpected) {
+    const sim::Device Device(*sim::FindDevice(Expected.sName));
+    ASSERT_EQ(Expected.Words.size(), Device.Flash().Words().size()) << Expected.sName;
+    for (size_t i = 0; i < Expected.Words.size(); i++) {
+      EXPECT_EQ(Expected.Words[i], Device.Flash().Stored(static_cast<int>(i))) << Expected.sName;
+      EXPECT_EQ(Expected.Words[i], Device.Flash().Words()[i].Factory) << Expected.sName;
+    }
+  }
+}
+
+TEST(SimFlashF4, AChangeThatRunsWhenTheDeviceIsSavedIsDoneWhenItIsLoaded) {
+  Part Device("STM32F723", AtLevel(1));
+  Unlock(&Device);
+  Device.Write(OPTCR1, 0x12345678);
+  Device.Write(OPTCR2, 0x80000003);
+  Device.Write(OPTCR, 0xC0FEBBFE);
+  sim::KeyFile File;
+  Device.Device.SaveTo(&File);
+  sim::Device Again(*sim::FindDevice("STM32F723"));
+  std::string sError;
+  ASSERT_TRUE(Again.LoadFrom(File, &sError)) << sError;
+  EXPECT_EQ(0xC0FEBBFCu, Again.Flash().Stored(0));
+  EXPECT_EQ(0x12345678u, Again.Flash().Stored(1));
+  EXPECT_EQ(0x80000003u, Again.Flash().Stored(2));
+  uint32_t Value = 0;
+  EXPECT_TRUE(Again.Read(OPTCR, 4, &Value));
+  EXPECT_EQ(0xC0FEBBFCu, Value);  // still unlocked
+}
+
+TEST(SimFlashF4, StatesThatADeviceCannotHaveAreRefused) {
+  sim::CREATE_REQUEST Secure, Mismatch, Sector, PcropRdp, Both, Pcrop;
+  Secure.Secure      = true;
+  Mismatch.sMismatch = "rdp";
+  Sector.Wrp         = {24};
+  PcropRdp.PcropRdp  = 1;
+  Both.Pcrop         = {1};
+  Both.Wrp           = {2};
+  Pcrop.Pcrop        = {24};
+  for (const sim::CREATE_REQUEST& Request : {Secure, Mismatch, Sector, PcropRdp, Both, Pcrop}) {
+    sim::Device Device(*sim::FindDevice("STM32F429"));
+    std::string sError;
+    EXPECT_FALSE(Device.Flash().Configure(Request, &sError));
+    EXPECT_FALSE(sError.empty());
+    EXPECT_EQ(0x0FFFAAECu, Device.Flash().Stored(0));
+  }
+  std::string sError;
+  Sector.Wrp = {23};
+  sim::Device Device(*sim::FindDevice("STM32F429"));
+  EXPECT_TRUE(Device.Flash().Configure(Sector, &sError));
+  EXPECT_EQ(0x07FF0000u, Device.Flash().Stored(1));
+  EXPECT_EQ(0x0FFFAAECu, Device.Flash().Stored(0));
+}
+
+TEST(SimFlashF4, UserOptionsAreTakenInTheirPlaces) {
+  struct {
+    const char* sName;
+    uint32_t    Optcr;
+  } const aExpected[] = {{"STM32F207", 0x0FFFAA01},
+                         {"STM32F413", 0x7FFFAA01},
+                         {"STM32F429", 0x0FFFAA01},
+                         {"STM32F723", 0x00FFAA01},
+                         {"STM32F767", 0x0FFFAA01}};
+  for (const auto& Expected : aExpected) {
+    sim::CREATE_REQUEST Request;
+    Request.User = 0;
+    EXPECT_EQ(Expected.Optcr, Part(Expected.sName, Request).Read(OPTCR)) << Expected.sName;
+  }
+  sim::CREATE_REQUEST Request;
+  Request.User = 0xFFFFFFFF;
+  EXPECT_EQ(0x4FFFAAFDu, Part("STM32F429", Request).Read(OPTCR));
+  EXPECT_EQ(0xFFFFAAFDu, Part("STM32F767", Request).Read(OPTCR));
+}

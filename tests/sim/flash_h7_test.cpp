@@ -872,6 +872,8 @@ TEST(SimFlashH7, FwProgramsAFlashWordThatIsNotFull) {
   EXPECT_TRUE(Device.TryWrite(BANK2 + 0x25, 0x56, 1));
   EXPECT_EQ(WBNE, Device.Read(SR + VIEW2));
   EXPECT_EQ(0u, Device.Read(SR));
+  Device.Write(CR + VIEW2, 0x02);  // no FW, so the rest is waited for
+  EXPECT_EQ(WBNE, Device.Read(SR + VIEW2));
   Device.Write(CR + VIEW2, 0x42);
   EXPECT_EQ(0x42u, Device.Read(CR + VIEW2));
   EXPECT_EQ(0x1234FFFFu, Device.Read(BANK2 + 0x20));
@@ -1067,4 +1069,150 @@ TEST(SimFlashH7, OptionsAreNotChangedWhileFlashIsErased) {
   EXPECT_EQ(0u, Device.Read(OPTSR_CUR) & 1);
   Device.Finish();
   EXPECT_EQ(0xFFu, Device.Read(WPSN_CUR));
+}
+
+TEST(SimFlashH7, ProgrammingTakesItsTimeByPsize) {
+  const uint32_t aUs[] = {290, 180, 130, 100};
+  for (uint32_t Psize = 0; Psize < 4; Psize++) {
+    Part Device("STM32H743", {}, false);
+    UnlockBank(&Device);
+    for (const uint32_t Max : {0u, 1u}) {
+      EXPECT_TRUE(Device.Device.SetVariant("timing_max", Max));
+      Device.Write(CR, 0x02 | Psize << 4);
+      Device.Write(FLASH + Max * 0x20, 0);
+      Device.Write(CR, 0x42 | Psize << 4);
+      Device.Device.TakeStalledUs();
+      Device.Read(FLASH);
+      EXPECT_EQ(aUs[Psize] * (Max + 1), Device.Device.TakeStalledUs());
+    }
+  }
+}
+
+// -- Areas that unprotecting spares or wipes, bank by bank
+
+static void Put(Part* pPart, const char* sOption, uint32_t Value) {
+  EXPECT_TRUE(pPart->Device.Flash().LoadLine(std::string("option.") + sOption, Value));
+  pPart->PowerCycle();
+}
+
+TEST(SimFlashH7, UnprotectingSparesAnAreaOfEitherKindInEitherBank) {
+  struct {
+    const char* sOption;
+    uint32_t    Hidden;
+  } const aExpected[] = {{"PRAR1", FLASH}, {"SCAR1", FLASH}, {"PRAR2", BANK2}, {"SCAR2", BANK2}};
+  for (const auto& Expected : aExpected) {
+    for (const uint32_t Wipe : {0u, 0x80000000u}) {
+      Part Device("STM32H743", AtLevel(1));
+      Put(&Device, Expected.sOption, 0x00030002 | Wipe);
+      Unlock(&Device);
+      Device.Write(OPTSR_PRG, WithRdp(&Device, 0xAA));
+      Start(&Device);
+      EXPECT_EQ(0, Device.Level());
+      sim::Memory* pFlash = Device.Device.FindMemory(sim::MAIN_FLASH);
+      EXPECT_EQ(Wipe != 0 ? 0u : 0x200u, pFlash->BytesInUse()) << Expected.sOption;
+      EXPECT_EQ(Wipe != 0, pFlash->WordAt(Expected.Hidden + 0x200) == 0xFFFFFFFF);
+    }
+  }
+}
+
+TEST(SimFlashH7, ASecureAreaLeavesWhereDmesIsSetBeforeOrByTheChange) {
+  for (const uint32_t Old : {0u, 0x80000000u}) {
+    for (const uint32_t New : {0u, 0x80000000u}) {
+      Part Device("STM32H743", AtLevel(1));
+      Put(&Device, "SCAR1", 0x00030002 | Old);
+      Unlock(&Device);
+      Device.Write(OPTSR_PRG, WithRdp(&Device, 0xAA));
+      Device.Write(SCAR_PRG, 0x000000FF | New);
+      Start(&Device);
+      EXPECT_EQ((Old | New) == 0, (Device.Read(OPTSR_CUR) & CHANGE_ERROR) != 0);
+      EXPECT_EQ((Old | New) != 0, Device.FlashErased());
+      EXPECT_EQ((Old | New) != 0 ? 0x000000FF | New : 0x00030002, Device.Read(SCAR_CUR));
+    }
+  }
+}
+
+TEST(SimFlashH7, ASecureAreaOfTheSecondBankKeepsSecurity) {
+  Part Device("STM32H743");
+  Put(&Device, "SCAR2", 0x80030002);
+  Put(&Device, "OPTSR", 0x1436AAF0);
+  Unlock(&Device);
+  Device.Write(OPTSR_PRG, 0x1416AAF0);
+  Start(&Device);
+  EXPECT_EQ(CHANGE_ERROR, Device.Read(OPTSR_CUR) & CHANGE_ERROR);
+}
+
+// -- Around the flash controller
+
+TEST(SimFlashH7, MemoriesLieWhereTheManualPutsThem) {
+  Part           Device("STM32H743");
+  const uint32_t aMemories[][2] = {
+      {FLASH, 2 << 20}, {0x20000000, 128 << 10}, {0x38800000, 4 << 10}, {0x58004050, 128}};
+  for (const auto& [Base, Bytes] : aMemories) {
+    EXPECT_FALSE(Device.CanRead(Base - 4));
+    EXPECT_TRUE(Device.CanRead(Base));
+    EXPECT_TRUE(Device.CanRead(Base + Bytes - 4));
+    EXPECT_FALSE(Device.CanRead(Base + Bytes));
+  }
+  EXPECT_EQ(0u, Device.Read(0x20000000));
+  EXPECT_EQ(0x12345678u, Device.Read(0x38800000));
+}
+
+TEST(SimFlashH7, DebugRegistersOutliveAResetAndNotPowerOff) {
+  Part Device("STM32H743");
+  Device.Write(0x5C001000, 0);
+  EXPECT_EQ(0x20036450u, Device.Read(0x5C001000));
+  const uint32_t aExpected[][2] = {
+      {0x5C001004, 0x00700007}, {0x5C001034, 0x00000040}, {0x5C001054, 0x00050780}};
+  for (const auto& [Address, Ones] : aExpected) {
+    EXPECT_EQ(0u, Device.Read(Address));
+    Device.Write(Address, 0xFFFFFFFF);
+    Device.Reset();
+    EXPECT_EQ(Ones, Device.Read(Address));
+  }
+  Device.PowerCycle();
+  for (const auto& [Address, Ones] : aExpected) {
+    EXPECT_EQ(0u, Device.Read(Address));
+  }
+}
+
+TEST(SimFlashH7, DeliveredWordsAreTheFactoryValues) {
+  const sim::Device Device(*sim::FindDevice("STM32H743"));
+  const uint32_t    aWords[] = {0x1416AAF0, 0xFF,       0x800000FF, 0xFF,
+                                0xFF,       0x800000FF, 0xFF,       0x1FF00800};
+  for (int i = 0; i < 8; i++) {
+    EXPECT_EQ(aWords[i], Device.Flash().Stored(i));
+  }
+}
+
+TEST(SimFlashH7, CreatedStatesAreExactlyThose) {
+  sim::CREATE_REQUEST Request = AtLevel(2);
+  Request.Wrp                 = {0, 9};
+  Request.Pcrop               = {3, 8, 9};
+  sim::Device Device(*sim::FindDevice("STM32H743"));
+  std::string sError;
+  EXPECT_TRUE(Device.Flash().Configure(Request, &sError)) << sError;
+  const uint32_t aWords[] = {0x1416CCF0, 0x07FF0600, 0x800000FF, 0xFE,
+                             0x03FF0000, 0x800000FF, 0xFD,       0x1FF00800};
+  for (int i = 0; i < 8; i++) {
+    EXPECT_EQ(aWords[i], Device.Flash().Stored(i)) << i;
+  }
+  Request.PcropAll = Request.WrpAll = true;
+  Request.PcropRdp                  = 1;
+  Request.User                      = 0xFFFFFFFF;
+  EXPECT_TRUE(Device.Flash().Configure(Request, &sError)) << sError;
+  EXPECT_EQ(0xB43ECCFCu, Device.Flash().Stored(0));
+  EXPECT_EQ(0x8FFF0000u, Device.Flash().Stored(1));
+  EXPECT_EQ(0x00u, Device.Flash().Stored(3));
+  EXPECT_EQ(0x8FFF0000u, Device.Flash().Stored(4));
+  EXPECT_EQ(0x00u, Device.Flash().Stored(6));
+  sim::CREATE_REQUEST Mismatch, Split, Wrp, Pcrop;
+  Mismatch.sMismatch = "rdp";
+  Split.Pcrop        = {8, 10};
+  Wrp.Wrp            = {16};
+  Pcrop.Pcrop        = {16};
+  for (const sim::CREATE_REQUEST& Each : {Mismatch, Split, Wrp, Pcrop}) {
+    sError.clear();
+    EXPECT_FALSE(Device.Flash().Configure(Each, &sError));
+    EXPECT_FALSE(sError.empty());
+  }
 }
