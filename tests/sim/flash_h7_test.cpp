@@ -1184,6 +1184,46 @@ TEST(SimFlashH7, DeliveredWordsAreTheFactoryValues) {
   }
 }
 
+TEST(SimFlashH7, LocksErrorsSwapAndACollectedWordAreSaved) {
+  sim::CREATE_REQUEST Request = Pcrop(0, 0);
+  Request.User                = 0x9416AAF0;  // swapped
+  Part Device("STM32H743", Request);
+  UnlockBank(&Device);
+  UnlockBank(&Device, VIEW2);
+  Unlock(&Device);
+  Device.Write(PRAR_PRG + VIEW2, 0x000000FF);
+  Device.Write(OPTCR, 2);
+  Device.Write(CR, 0x32);
+  for (uint32_t i = 0; i < 7; i++) {
+    Device.Write(FLASH + 0xE0040 + 4 * i, 0x10 + i);
+  }
+  sim::KeyFile File;
+  Device.Device.SaveTo(&File);
+  sim::Device Again(*sim::FindDevice("STM32H743"));
+  std::string sError;
+  ASSERT_TRUE(Again.LoadFrom(File, &sError)) << sError;
+  for (uint32_t Address = 0x52002004; Address < 0x52002148; Address += 4) {
+    uint32_t Value = 0;
+    if (Again.Read(Address, 4, &Value)) {
+      EXPECT_EQ(Device.Read(Address), Value) << Address;
+    }
+  }
+  uint32_t Value = 0;
+  EXPECT_TRUE(Again.Read(OPTSR_CUR, 4, &Value));
+  EXPECT_EQ(CHANGE_ERROR, Value & CHANGE_ERROR);
+  EXPECT_TRUE(Again.Read(SR, 4, &Value));
+  EXPECT_EQ(WBNE, Value);
+  for (const uint32_t Register : {KEYR, KEYR + VIEW2, OPTKEYR}) {
+    EXPECT_FALSE(Again.Write(Register, 4, 0x45670123));  // a third key: they were open
+  }
+  EXPECT_TRUE(Again.Write(FLASH + 0xE005C, 4, 0x17));  // the eighth word
+  Again.AdvanceTo(Again.NowUs() + 1000);
+  for (uint32_t i = 0; i < 8; i++) {
+    EXPECT_TRUE(Again.Read(FLASH + 0xE0040 + 4 * i, 4, &Value));
+    EXPECT_EQ((0x10 + i) & 0x12345678, Value) << i;
+  }
+}
+
 TEST(SimFlashH7, CreatedStatesAreExactlyThose) {
   sim::CREATE_REQUEST Request = AtLevel(2);
   Request.Wrp                 = {0, 9};
