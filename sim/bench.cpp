@@ -85,6 +85,10 @@ static bool ParseFlag(const std::string& sValue, bool* pFlag) {
 
 bool SetProbe(PROBE* pProbe, const std::string& sKey, const std::string& sValue,
               std::string* psError) {
+  if (sValue.find_first_of("\r\n") != std::string::npos) {
+    *psError = sKey + ": a value is one line";
+    return false;
+  }
   bool Good = false;
   if (sKey == "serial") {
     Good = ParseU32(sValue, &pProbe->SerialNo) && pProbe->SerialNo != 0;
@@ -145,25 +149,35 @@ bool Bench::MakeDirectory(std::string* psError) const {
   return true;
 }
 
+static bool EndsWith(const std::string& sText, const std::string& sEnding) {
+  return sText.size() > sEnding.size() &&
+         sText.compare(sText.size() - sEnding.size(), sEnding.size(), sEnding) == 0;
+}
+
+// The names in a directory; false, with errno, when it cannot be read.
+static bool NamesIn(const std::string& sDirectory, std::vector<std::string>* pNames) {
+  DIR* pDir = opendir(sDirectory.c_str());
+  if (pDir == nullptr) {
+    return false;
+  }
+  while (const struct dirent* pEntry = readdir(pDir)) {
+    pNames->push_back(pEntry->d_name);
+  }
+  closedir(pDir);
+  return true;
+}
+
 bool Bench::List(std::vector<PROBE>* pProbes, std::string* psError) const {
   pProbes->clear();
-  DIR* pDir = opendir(sDirectory_.c_str());
-  if (pDir == nullptr) {
-    if (errno == ENOENT) {
-      return true;
-    }
+  std::vector<std::string> Names;
+  if (!NamesIn(sDirectory_, &Names) && errno != ENOENT) {
     *psError = sDirectory_ + ": " + strerror(errno);
     return false;
   }
-  std::vector<std::string> Names;
-  while (const struct dirent* pEntry = readdir(pDir)) {
-    const std::string sName = pEntry->d_name;
-    if (sName.size() > 6 && sName.compare(sName.size() - 6, 6, ".probe") == 0) {
-      Names.push_back(sName);
-    }
-  }
-  closedir(pDir);
   for (const std::string& sName : Names) {
+    if (!EndsWith(sName, ".probe")) {
+      continue;
+    }
     const std::string sPath = sDirectory_ + "/" + sName;
     KeyFile           File;
     if (!File.Load(sPath, psError)) {
@@ -187,27 +201,48 @@ bool Bench::List(std::vector<PROBE>* pProbes, std::string* psError) const {
   return true;
 }
 
+const PROBE* Bench::DefaultOf(const std::vector<PROBE>& Probes) {
+  for (const PROBE& Probe : Probes) {
+    if (Probe.IsDefault) {
+      return &Probe;
+    }
+  }
+  return Probes.empty() ? nullptr : &Probes[0];
+}
+
 bool Bench::FindDefault(PROBE* pProbe, std::string* psError) const {
   std::vector<PROBE> Probes;
   if (!List(&Probes, psError)) {
     return false;
   }
   if (Probes.empty()) {
-    PROBE Probe;
-    Probe.SerialNo = DEFAULT_SERIAL_NO;
+    return AddDefault(pProbe, psError);
+  }
+  *pProbe = *DefaultOf(Probes);
+  return true;
+}
+
+bool Bench::AddDefault(PROBE* pProbe, std::string* psError) const {
+  PROBE Probe;
+  Probe.SerialNo = DEFAULT_SERIAL_NO;
+  const int File = Lock(Probe, psError);
+  if (File < 0) {
+    return false;
+  }
+  // Somebody may have been faster; what that one put there is not to be replaced.
+  std::vector<PROBE> Probes;
+  bool               Good = List(&Probes, psError);
+  if (Good && Probes.empty()) {
     Device Target(*FindDevice("STM32F407"));
     FillFlash(&Target, 64 * 1024);
-    *pProbe = Probe;
-    return SaveProbe(Probe, psError) && SaveDevice(Probe, Target, LINK(), psError);
+    Probes.push_back(Probe);
+    Good = SaveDevice(Probe, Target, LINK(), psError) && SaveProbe(Probe, psError);
   }
-  *pProbe = Probes[0];
-  for (const PROBE& Probe : Probes) {
-    if (Probe.IsDefault) {
-      *pProbe = Probe;
-      break;
-    }
+  Unlock(File);
+  if (Good) {
+    *pProbe = *DefaultOf(Probes);
   }
-  return true;
+  return Good;
 }
 
 bool Bench::FindBySerial(uint32_t SerialNo, PROBE* pProbe, std::string* psError) const {
@@ -312,6 +347,9 @@ bool Bench::Remove(const PROBE& Probe, std::string* psError) const {
 }
 
 int Bench::Lock(const PROBE& Probe, std::string* psError) const {
+  if (!MakeDirectory(psError)) {
+    return -1;
+  }
   const std::string sPath = Path(Probe.SerialNo, "lock");
   const int         File  = open(sPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (File < 0) {
@@ -326,13 +364,29 @@ int Bench::Lock(const PROBE& Probe, std::string* psError) const {
     close(File);
     return -1;
   }
+  RemoveLeftovers(Probe.SerialNo);
   return File;
+}
+
+// What a program that was killed while it wrote left behind.
+void Bench::RemoveLeftovers(uint32_t SerialNo) const {
+  std::vector<std::string> Names;
+  NamesIn(sDirectory_, &Names);
+  for (const std::string& sName : Names) {
+    if (sName.rfind(std::to_string(SerialNo) + ".", 0) == 0 && EndsWith(sName, ".tmp")) {
+      unlink((sDirectory_ + "/" + sName).c_str());
+    }
+  }
 }
 
 void Bench::Unlock(int LockFile) {
   if (LockFile >= 0) {
     close(LockFile);
   }
+}
+
+uint32_t SupplyOf(const PROBE& Probe, const LINK& Link) {
+  return std::max(Probe.VTarget, Link.SupplyOn ? Probe.Supply : 0);
 }
 
 void FillFlash(Device* pDevice, uint32_t Bytes) {

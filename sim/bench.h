@@ -73,8 +73,11 @@ class Bench {
 
   // All probes in the order of their serial numbers; none is no error.
   bool List(std::vector<PROBE>* pProbes, std::string* psError) const;
-  // The default probe, or the one with the lowest serial number. An empty bench gets one: a probe
-  // with an STM32F407 as delivered and a program in its flash.
+  // The default one of these probes (the first if there are several), or else the one with the
+  // lowest serial number; NULL when there is none.
+  static const PROBE* DefaultOf(const std::vector<PROBE>& Probes);
+  // The same of all probes. An empty bench gets one: a probe with an STM32F407 as delivered and a
+  // program in its flash.
   bool FindDefault(PROBE* pProbe, std::string* psError) const;
   bool FindBySerial(uint32_t SerialNo, PROBE* pProbe, std::string* psError) const;
   bool FindByIP(const std::string& sIP, PROBE* pProbe, std::string* psError) const;
@@ -84,18 +87,26 @@ class Bench {
                   std::string* psError) const;
   bool SaveDevice(const PROBE& Probe, const Device& Target, const LINK& Link,
                   std::string* psError) const;
+  // The files of a probe that this process has locked.
   bool Remove(const PROBE& Probe, std::string* psError) const;
 
-  // Takes the probe for this process until Unlock or exit. -1 when another has it.
+  // Takes the probe for this process until Unlock or exit. -1 when another has it. Whoever writes a
+  // probe's files holds its lock.
   int         Lock(const PROBE& Probe, std::string* psError) const;
   static void Unlock(int LockFile);
 
  private:
   std::string Path(uint32_t SerialNo, const char* sEnding) const;
   bool        MakeDirectory(std::string* psError) const;
+  void        RemoveLeftovers(uint32_t SerialNo) const;
+  bool        AddDefault(PROBE* pProbe, std::string* psError) const;
 
   std::string sDirectory_;
 };
+
+// What a probe gives its device or the device's board has of its own, in mV.
+uint32_t              SupplyOf(const PROBE& Probe, const LINK& Link);
+static const uint32_t POWER_ON_MV = 1700;  // below, a device is held in reset
 
 // Fills the flash with a recognisable program; the first words are a vector table.
 void FillFlash(Device* pDevice, uint32_t Bytes);

@@ -1,12 +1,15 @@
 #include "sim/controller.h"
 
+#include <algorithm>
+
 #include "sim/device.h"
 #include "sim/text.h"
 
 namespace sim {
 
-static const char* const aPhaseNames[] = {"mass erase", "page erase", "option bytes: erase",
-                                          "option bytes: program", "program word"};
+static const char* const aPhaseNames[] = {"mass erase",          "page erase",
+                                          "option bytes: erase", "option bytes: program",
+                                          "program word",        "busy with nothing"};
 
 static std::string DurationText(uint64_t Us) {
   if (Us == FOREVER) {
@@ -41,7 +44,9 @@ void Controller::AbortRunning() {
   if (!phases_.empty()) {
     const PHASE Phase = phases_.front();
     phases_.clear();
-    AbortPhase(Phase);
+    if (Phase.Kind != STAY_BUSY) {
+      AbortPhase(Phase);
+    }
     owner_.Changed = true;
     owner_.Event(std::string(aPhaseNames[Phase.Kind]) + " cut short");
   }
@@ -54,9 +59,8 @@ void Controller::Start(const std::vector<PHASE>& Phases) {
     phases_.push_back(Phase);
   }
   if (hold_ != 0) {
-    PHASE& First     = phases_.front();
-    First.DurationUs = hold_ == FOREVER ? FOREVER : First.DurationUs + hold_;
-    hold_            = 0;
+    phases_.push_back({STAY_BUSY, hold_});
+    hold_ = 0;
   }
   leftUs_        = phases_.front().DurationUs;
   owner_.Changed = true;
@@ -69,7 +73,9 @@ void Controller::Pass(uint64_t Us) {
     Us -= leftUs_;
     const PHASE Phase = phases_.front();
     phases_.pop_front();
-    FinishPhase(Phase);
+    if (Phase.Kind != STAY_BUSY) {
+      FinishPhase(Phase);
+    }
     owner_.Changed = true;
     if (phases_.empty()) {
       owner_.Event(std::string(aPhaseNames[Phase.Kind]) + " done");
@@ -93,11 +99,27 @@ void Controller::FinishAll() {
 
 void Controller::HoldBusy(uint64_t Us) {
   if (phases_.empty()) {
-    hold_ = Us;
+    hold_ = std::max(hold_, Us);
   } else {
-    leftUs_                    = Us == FOREVER ? FOREVER : leftUs_ + Us;
-    phases_.front().DurationUs = leftUs_;
+    phases_.push_back({STAY_BUSY, Us});
   }
+}
+
+bool Controller::RunsInPlace() const {
+  return std::all_of(phases_.begin(), phases_.end(), [this](const PHASE& Phase) {
+    return Phase.Kind != WORD_PROGRAM || owner_.CanProgram(Phase.Argument);
+  });
+}
+
+bool Controller::TakeKey(KeyLock* pLock, uint32_t Key, int Register, uint32_t LockBit) {
+  if (!pLock->WriteKey(Key)) {
+    registers_[Register] |= LockBit;
+    return false;
+  }
+  if (pLock->IsOpen()) {
+    registers_[Register] &= ~LockBit;
+  }
+  return true;
 }
 
 // -- Bus -----------------------------------------------------------------------------------------
@@ -122,6 +144,11 @@ bool Controller::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pV
   return Source.Row().Kind == SRAM || Level() == 0;
 }
 
+uint32_t Controller::Place(const Memory& Source, uint32_t Address) const {
+  (void)Source;
+  return Address;
+}
+
 const REGISTER* Controller::Describe(uint32_t Address) const {
   const int Index = registers_.Find(Address);
   if (Index >= 0) {
@@ -139,11 +166,13 @@ const REGISTER* Controller::Describe(uint32_t Address) const {
 
 void Controller::Store(int Index, uint32_t Value) {
   const size_t i = static_cast<size_t>(Index);
-  stored_[i]     = (Value & ~stuck_[i].Mask) | (stuck_[i].Value & stuck_[i].Mask);
+  stored_[i]     = (Value & ~stuck_[i].Mask) | stuck_[i].Value;
 }
 
 void Controller::SetStuckBits(int Index, uint32_t Mask, uint32_t Value) {
-  stuck_[static_cast<size_t>(Index)] = {Mask, Value};
+  STUCK& Stuck = stuck_[static_cast<size_t>(Index)];
+  Stuck.Value  = (Stuck.Value & ~Mask) | (Value & Mask);
+  Stuck.Mask |= Mask;
 }
 
 // -- State ---------------------------------------------------------------------------------------
@@ -193,7 +222,7 @@ bool Controller::LoadLine(const std::string& sKey, uint32_t Value) {
       }
     }
   } else if (Parts.size() == 3 && Parts[0] == "running") {
-    if (Parts[2] == "kind" && Value <= WORD_PROGRAM) {
+    if (Parts[2] == "kind" && Value <= STAY_BUSY) {
       phases_.push_back({static_cast<PHASE_KIND>(Value), 0});
       return true;
     }

@@ -25,10 +25,11 @@ class Device;
 // What the controller is doing while it is busy: one step after the other.
 enum PHASE_KIND {
   MASS_ERASE,      // Argument: what exactly, the controller's own
-  PAGE_ERASE,      // Argument: an address within
+  PAGE_ERASE,      // Argument: where, the controller's own
   OPTION_ERASE,    // the option area
   OPTION_PROGRAM,  // the option area, from the registers
-  WORD_PROGRAM     // Argument: address, Value: data; main flash or option area
+  WORD_PROGRAM,    // Argument: address, Value: data; main flash, EEPROM or option area
+  STAY_BUSY        // nothing; all is done, but the controller does not say so
 };
 
 struct PHASE {
@@ -84,6 +85,8 @@ class Controller {
   virtual bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value);
   // A read of a memory at the level in force. *pValue holds the content and may be changed.
   virtual bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue);
+  // Where in a memory an address of the bus is found; all other functions are told that place.
+  virtual uint32_t Place(const Memory& Source, uint32_t Address) const;
 
   // -- Protection in force
   virtual int  Level() const              = 0;
@@ -95,8 +98,11 @@ class Controller {
   uint64_t PhaseUs() const { return phases_.empty() ? 0 : phases_.front().DurationUs; }
   void     Pass(uint64_t Us);
   void     FinishAll();
-  // The running operation, or else the next one, takes so much longer (FOREVER: never ends).
+  // Behind the running operation, or else the next one, the controller stays busy for so much longer
+  // (FOREVER: it never ends).
   void HoldBusy(uint64_t Us);
+  // What runs is about addresses that exist: not so when a file was edited.
+  bool RunsInPlace() const;
 
   // -- Option bytes as they are stored
   const std::vector<OPTION_WORD>& Words() const { return words_; }
@@ -120,6 +126,8 @@ class Controller {
  protected:
   virtual void OnSystemReset() = 0;
   void         Start(const std::vector<PHASE>& Phases);
+  // A key is written to the lock behind this register's bit. False when the sequence is spoilt.
+  bool         TakeKey(KeyLock* pLock, uint32_t Key, int Register, uint32_t LockBit);
   virtual void FinishPhase(const PHASE& Phase) = 0;
   virtual void AbortPhase(const PHASE& Phase)  = 0;
   void         Store(int Index, uint32_t Value);

@@ -186,7 +186,7 @@ bool Device::DebugBlockClocked() const {
 
 bool Device::Read(uint32_t Address, uint32_t Size, uint32_t* pValue) {
   uint32_t Word = 0;
-  if (!ReadPart(Address & ~3u, Size, &Word)) {
+  if (Address % Size != 0 || !ReadPart(Address & ~3u, Size, &Word)) {
     return false;
   }
   Word >>= 8 * (Address % 4);
@@ -207,8 +207,13 @@ bool Device::ReadPart(uint32_t Address, uint32_t Size, uint32_t* pWord) {
   }
   for (Memory& Source : memories_) {
     if (Source.Contains(Address)) {
-      *pWord = Source.WordAt(Address);
-      return controller_->FilterRead(Source, Address, pWord);
+      // What can be read at all of flash, is read when the controller is done with it.
+      if (Source.Row().Kind == MAIN_FLASH && controller_->Level() == 0 && !StallUntilReady()) {
+        return false;
+      }
+      const uint32_t Place = controller_->Place(Source, Address);
+      *pWord               = Source.WordAt(Place);
+      return controller_->FilterRead(Source, Place, pWord);
     }
   }
   const int System = system_.Find(Address);
@@ -225,12 +230,19 @@ bool Device::ReadPart(uint32_t Address, uint32_t Size, uint32_t* pWord) {
 }
 
 bool Device::Write(uint32_t Address, uint32_t Size, uint32_t Value) {
-  if (!DebugPortAnswers()) {
+  if (!DebugPortAnswers() || Address % Size != 0) {
     return false;
   }
   const int Register = controller_->Registers().Find(Address & ~3u);
   if (Register >= 0) {
-    return controller_->WriteRegister(Register, Size, Value);
+    // A narrow write leaves the other bits as they are, which is not the same as writing them.
+    uint32_t Word = 0;
+    if (Size != 4 && !controller_->ReadRegister(Register, Size, &Word)) {
+      return false;
+    }
+    const REGISTER& Row = controller_->Registers().Row(Register);
+    Word &= ~(Row.ClearByOne | Row.SetOnly);
+    return controller_->WriteRegister(Register, Size, Merge(Word, Address, Size, Value));
   }
   if (controller_->InOptionArea(Address)) {
     return controller_->WriteOptionArea(Address, Size, Value);
@@ -240,7 +252,7 @@ bool Device::Write(uint32_t Address, uint32_t Size, uint32_t Value) {
       continue;
     }
     if (Target.Row().Kind == MAIN_FLASH || Target.Row().Kind == EEPROM) {
-      return controller_->WriteMemory(Target, Address, Size, Value);
+      return controller_->WriteMemory(Target, controller_->Place(Target, Address), Size, Value);
     }
     uint32_t Ignored = 0;
     if (!controller_->FilterRead(Target, Address, &Ignored)) {
@@ -258,8 +270,8 @@ bool Device::Write(uint32_t Address, uint32_t Size, uint32_t Value) {
       Event("the write is lost: DBGMCU has no clock");
       return true;
     }
-    system_.Write(System, Value);
-    if (Address == row_->pSystem->RccCr) {
+    system_.Write(System, Merge(system_[System], Address, Size, Value));
+    if ((Address & ~3u) == row_->pSystem->RccCr) {
       uint32_t& RccCr = system_[System];
       RccCr           = (RccCr & RCC_CR_HSION) ? RccCr | RCC_CR_HSIRDY : RccCr & ~RCC_CR_HSIRDY;
     }
@@ -284,6 +296,14 @@ bool Device::IsFlashErased() const {
   return std::all_of(memories_.begin(), memories_.end(), [](const Memory& Each) {
     return (Each.Row().Kind != MAIN_FLASH && Each.Row().Kind != EEPROM) || Each.IsErased();
   });
+}
+
+bool Device::CanProgram(uint32_t Address) const {
+  return controller_->InOptionArea(Address) ||
+         std::any_of(memories_.begin(), memories_.end(), [Address](const Memory& Each) {
+           const bool Programs = Each.Row().Kind == MAIN_FLASH || Each.Row().Kind == EEPROM;
+           return Programs && Each.Contains(Address);
+         });
 }
 
 Memory* Device::FindMemory(MEMORY_KIND Kind) {
@@ -369,6 +389,10 @@ bool Device::LoadFrom(const KeyFile& File, std::string* psError) {
           Format("\"%s = %s\" means nothing for a %s", sKey.c_str(), sValue.c_str(), row_->sName);
       return false;
     }
+  }
+  if (!controller_->RunsInPlace()) {
+    *psError = Format("\"running\" programs an address that a %s does not have", row_->sName);
+    return false;
   }
   if (powered_) {
     controller_->FinishAll();

@@ -100,7 +100,8 @@ class Device {
   bool CoreHalted() const { return halted_; }
   int  WatchdogResets() const { return watchdogResets_; }
 
-  // -- The debugger's bus. Size is 1, 2 or 4 bytes. False: the transfer failed.
+  // -- The debugger's bus. Size is 1, 2 or 4 bytes, the address a multiple of it. False: the
+  // transfer failed.
   bool DebugPortAnswers() const;
   bool Read(uint32_t Address, uint32_t Size, uint32_t* pValue);
   bool Write(uint32_t Address, uint32_t Size, uint32_t Value);
@@ -110,6 +111,8 @@ class Device {
   void                 EraseKind(MEMORY_KIND Kind);
   bool                 IsFlashErased() const;  // flash and EEPROM
   Memory*              FindMemory(MEMORY_KIND Kind);
+  // Whether flash, EEPROM or option bytes are at the address.
+  bool CanProgram(uint32_t Address) const;
 
   // -- Names
   // Table row of the register or option word at the address; NULL when it is neither.

@@ -2,6 +2,8 @@
 // where they exist, OPTCR1 and OPTCR2) and take effect when OPTSTRT is set.
 // Reference manuals RM0033 (F2), RM0090 (F4), RM0385, RM0410 and RM0431 (F7).
 
+#include <algorithm>
+
 #include "sim/controller.h"
 #include "sim/device.h"
 #include "sim/families.h"
@@ -10,196 +12,217 @@ namespace sim {
 
 namespace {
 
-enum { ACR, KEYR, OPTKEYR, SR, CR, OPTCR, OPTCR1, OPTCR2 };
+// -- Registers -----------------------------------------------------------------------------------
 
-const uint32_t SR_EOP = 1u << 0, SR_WRPERR = 1u << 4, SR_PGPERR = 1u << 6, SR_PGSERR = 1u << 7,
-               SR_RDERR = 1u << 8, SR_BSY = 1u << 16;
+// The option registers stand last; how many there are depends on the device.
+enum { ACR, KEYR, OPTKEYR, SR, CR, OPTCR, OPTCR1, OPTCR2 };
+const int MAX_OPTIONS = 3;
+
+const uint32_t SR_EOP = 1u << 0, SR_OPERR = 1u << 1, SR_WRPERR = 1u << 4, SR_PGPERR = 1u << 6,
+               SR_PGSERR = 1u << 7, SR_RDERR = 1u << 8, SR_BSY = 1u << 16;
 const uint32_t CR_PG = 1u << 0, CR_SER = 1u << 1, CR_MER = 1u << 2, CR_MER1 = 1u << 15,
-               CR_STRT = 1u << 16, CR_EOPIE = 1u << 24, CR_LOCK = 1u << 31;
+               CR_STRT = 1u << 16, CR_EOPIE = 1u << 24, CR_ERRIE = 1u << 25, CR_LOCK = 1u << 31;
 const uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTRT = 1u << 1, OPTCR_RDP = 0xFF00,
-               OPTCR_SPRMOD = 1u << 31;
+               OPTCR_nDBANK = 1u << 29, OPTCR_SPRMOD = 1u << 31;
 const uint32_t OPTCR_WDG_SW = 1u << 5;  // the independent watchdog's; F7 calls it IWDG_SW
 const uint32_t OPTCR2_PCROP = 0xFF, OPTCR2_PCROP_RDP = 1u << 31;
 
-#define COMMON_REGISTERS                                                                         \
-  {"FLASH_ACR", 0x40023C00, 0, 0x00001F0F, 0, 0, "LATENCY 3:0, PRFTEN 8, ICEN 9, DCEN 10"},      \
+// SR and CR differ: whether PCROP reads have a flag, what bit 7 is called, how many sectors there
+// are to erase, and whether a second bank can be erased alone.
+#define COMMON_REGISTERS(SrErrors, SrFields, CrBits, CrFields)                                   \
+  {"FLASH_ACR",                                                                                  \
+   0x40023C00,                                                                                   \
+   0,                                                                                            \
+   0x00001F0F,                                                                                   \
+   0,                                                                                            \
+   0,                                                                                            \
+   "LATENCY 3:0, PRFTEN 8, ICEN 9, DCEN 10, ICRST 11, DCRST 12"},                                \
       {"FLASH_KEYR", 0x40023C04, 0, 0, 0, 0, ""}, {"FLASH_OPTKEYR", 0x40023C08, 0, 0, 0, 0, ""}, \
       {"FLASH_SR",                                                                               \
        0x40023C0C,                                                                               \
        0,                                                                                        \
        0,                                                                                        \
-       0x000001F3,                                                                               \
+       SrErrors,                                                                                 \
        0,                                                                                        \
-       "EOP 0, OPERR 1, WRPERR 4, PGAERR 5, PGPERR 6, PGSERR 7, RDERR 8, BSY 16"},               \
+       "EOP 0, OPERR 1, WRPERR 4, PGAERR 5, PGPERR 6, " SrFields "BSY 16"},                      \
   {                                                                                              \
-    "FLASH_CR", 0x40023C10, 0x80000000, 0x030083FF, 0, CR_LOCK,                                  \
-        "PG 0, SER 1, MER 2, SNB 7:3, PSIZE 9:8, MER1 15, STRT 16, EOPIE 24, ERRIE 25, LOCK 31"  \
+    "FLASH_CR", 0x40023C10, 0x80000000, CrBits, 0, CR_STRT | CR_LOCK,                            \
+        "PG 0, SER 1, MER 2, " CrFields "PSIZE 9:8, STRT 16, EOPIE 24, ERRIE 25, LOCK 31"        \
   }
 
+// Writable are the bits that are options. What is stored has the fields behind LOCK_FIELDS.
+#define LOCK_FIELDS "OPTLOCK 0, OPTSTRT 1, "
+#define OPTCR_REGISTER(Options, Fields)                                      \
+  {                                                                          \
+    "FLASH_OPTCR", 0x40023C14, 0, Options, 0, OPTCR_OPTLOCK | OPTCR_OPTSTRT, \
+        LOCK_FIELDS "BOR_LEV 3:2, " Fields                                   \
+  }
+#define F4_USER_FIELDS "WDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, "
+#define F7_USER_FIELDS "WWDG_SW 4, IWDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, "
+#define F7_STOP_FIELDS "IWDG_STDBY 30, IWDG_STOP 31"
+#define BOOT_REGISTER \
+  { "FLASH_OPTCR1", 0x40023C18, 0, 0xFFFFFFFF, 0, 0, "BOOT_ADD0 15:0, BOOT_ADD1 31:16" }
+
 const REGISTER aRegistersOneBank[] = {
-    COMMON_REGISTERS,
-    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0,
-     "OPTLOCK 0, OPTSTRT 1, BOR_LEV 3:2, WDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, "
-     "nWRP 27:16"},
-};
-
-const REGISTER aRegistersTwoBanks[] = {
-    COMMON_REGISTERS,
-    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0,
-     "OPTLOCK 0, OPTSTRT 1, BOR_LEV 3:2, BFB2 4, WDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, "
-     "nWRP 27:16, DB1M 30, SPRMOD 31"},
-    {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, "nWRP12 27:16"},
-};
-
-// F7 names two watchdog bits and has boot addresses instead of a second bank's protection.
-#define F7_OPTCR_FIELDS                                                                  \
-  "BOR_LEV 3:2, WWDG_SW 4, IWDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 23:16, " \
-  "IWDG_STDBY 30, IWDG_STOP 31"
-#define F76_OPTCR_FIELDS                                                                 \
-  "BOR_LEV 3:2, WWDG_SW 4, IWDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 27:16, " \
-  "nDBOOT 28, nDBANK 29, IWDG_STDBY 30, IWDG_STOP 31"
-#define F413_OPTCR_FIELDS \
-  "BOR_LEV 3:2, WDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 30:16, SPRMOD 31"
-
-const char* const BOOT_FIELDS  = "BOOT_ADD0 15:0, BOOT_ADD1 31:16";
-const char* const PCROP_FIELDS = "PCROP 7:0, PCROP_RDP 31";
-
-const REGISTER aRegistersF72[] = {
-    COMMON_REGISTERS,
-    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F7_OPTCR_FIELDS},
-    {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, BOOT_FIELDS},
-    {"FLASH_OPTCR2", 0x40023C1C, 0, 0, 0, 0, PCROP_FIELDS},
-};
-
-const REGISTER aRegistersF74[] = {
-    COMMON_REGISTERS,
-    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F7_OPTCR_FIELDS},
-    {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, BOOT_FIELDS},
-};
-
-const REGISTER aRegistersF76[] = {
-    COMMON_REGISTERS,
-    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F76_OPTCR_FIELDS},
-    {"FLASH_OPTCR1", 0x40023C18, 0, 0, 0, 0, BOOT_FIELDS},
+    COMMON_REGISTERS(0xF3, "PGSERR 7, ", 0x0300037F, "SNB 6:3, "),
+    OPTCR_REGISTER(0x0FFFFFEC, F4_USER_FIELDS "nWRP 27:16"),
 };
 
 const REGISTER aRegistersF413[] = {
-    COMMON_REGISTERS,
-    {"FLASH_OPTCR", 0x40023C14, 0, 0, 0, 0, "OPTLOCK 0, OPTSTRT 1, " F413_OPTCR_FIELDS},
+    COMMON_REGISTERS(0x1F3, "PGSERR 7, RDERR 8, ", 0x0300037F, "SNB 6:3, "),
+    OPTCR_REGISTER(0xFFFFFFEC, F4_USER_FIELDS "nWRP 30:16, SPRMOD 31"),
+};
+
+const REGISTER aRegistersTwoBanks[] = {
+    COMMON_REGISTERS(0x1F3, "PGSERR 7, RDERR 8, ", 0x030083FF, "SNB 7:3, MER1 15, "),
+    OPTCR_REGISTER(0xCFFFFFFC, "BFB2 4, " F4_USER_FIELDS "nWRP 27:16, DB1M 30, SPRMOD 31"),
+    {"FLASH_OPTCR1", 0x40023C18, 0, 0x0FFF0000, 0, 0, "nWRP12 27:16"},
+};
+
+const REGISTER aRegistersF72[] = {
+    COMMON_REGISTERS(0x1F3, "ERSERR 7, RDERR 8, ", 0x0300037F, "SNB 6:3, "),
+    OPTCR_REGISTER(0xC0FFFFFC, F7_USER_FIELDS "nWRP 23:16, " F7_STOP_FIELDS),
+    BOOT_REGISTER,
+    {"FLASH_OPTCR2", 0x40023C1C, 0, 0x800000FF, 0, 0, "PCROP 7:0, PCROP_RDP 31"},
+};
+
+const REGISTER aRegistersF74[] = {
+    COMMON_REGISTERS(0xF3, "PGSERR 7, ", 0x0300037F, "SNB 6:3, "),
+    OPTCR_REGISTER(0xC0FFFFFC, F7_USER_FIELDS "nWRP 23:16, " F7_STOP_FIELDS),
+    BOOT_REGISTER,
+};
+
+const REGISTER aRegistersF76[] = {
+    COMMON_REGISTERS(0xF3, "PGSERR 7, ", 0x030083FF, "SNB 7:3, MER2 15, "),
+    OPTCR_REGISTER(0xFFFFFFFC, F7_USER_FIELDS "nWRP 27:16, nDBOOT 28, nDBANK 29, " F7_STOP_FIELDS),
+    BOOT_REGISTER,
+};
+
+// Where the bus shows the stored options, for reading only; writing goes through the registers. A
+// half-word of a register stands in a double word of its own, OPTCR2 as it is.
+struct COPY_ROW {
+  const char* sName;
+  uint32_t    Address;
+  int         Option;  // 0: OPTCR and so on; devices without that register have no such place
+  uint32_t    Shift;
+  uint32_t    Bits;
+};
+
+const COPY_ROW aCopiesF4[] = {
+    {"OPTION_USER_RDP", 0x1FFFC000, 0, 0, 0xFFFF},
+    {"OPTION_WRP", 0x1FFFC008, 0, 16, 0xFFFF},
+    {"OPTION_BANK2", 0x1FFEC000, 1, 0, 0xFFFF},  // nothing in it
+    {"OPTION_BANK2_WRP", 0x1FFEC008, 1, 16, 0xFFFF},
+};
+
+const COPY_ROW aCopiesF7[] = {
+    {"OPTION_USER_RDP", 0x1FFF0000, 0, 0, 0xFFFF},  {"OPTION_WRP", 0x1FFF0008, 0, 16, 0xFFFF},
+    {"OPTION_BOOT_ADD0", 0x1FFF0010, 1, 0, 0xFFFF}, {"OPTION_BOOT_ADD1", 0x1FFF0018, 1, 16, 0xFFFF},
+    {"OPTION_PCROP", 0x1FFF0020, 2, 0, 0xFFFFFFFF},
 };
 
 // -- Devices' own --------------------------------------------------------------------------------
 
-// Where a device's write protection bits are: NumSectors0 in OPTCR from bit 16, the rest in OPTCR1.
+// A bank has four small sectors, one of four times and the rest of eight times their size. The
+// sectors' protection bits are in OPTCR from bit 16 on, those of a second bank in OPTCR1.
 struct F4_ROW {
   const char*               sDevice;
   std::span<const REGISTER> Registers;
-  const char*               sFields;       // of the stored OPTCR
-  uint32_t                  OptcrMask;     // option bits that exist
-  uint32_t                  OptcrFactory;  // with the bits that do not exist as they read
-  uint32_t                  Optcr1Mask    = 0;
-  uint32_t                  Optcr1Factory = 0;
-  const char*               sFields1      = "";
-  uint32_t                  Optcr2Mask    = 0;
-  uint32_t                  Optcr2Factory = 0;
-  uint32_t                  NumSectors0   = 0;
-  uint32_t                  NumSectors1   = 0;
-  uint32_t                  UserMask      = 0;  // the bits of OPTCR that are user options
-  bool                      HasSprmod     = false;
-  bool                      HasBigSectors = false;  // twice the usual size
+  std::span<const COPY_ROW> Copies;
+  uint32_t                  aFactory[MAX_OPTIONS];  // with the bits that do not exist as they read
+  uint32_t                  UserMask;               // the bits of OPTCR that are user options
+  uint32_t                  NumBanks;
+  uint32_t                  SectorsPerBank;
+  uint32_t                  SmallKB;
+  uint32_t                  NumBits;  // protection bits per bank
+  bool                      HasSprmod = false;
+  bool                      HasPcrop  = false;  // the way of OPTCR2
+  bool                      HasNdbank = false;
 };
-
-const char* const FIELDS_ONE_BANK =
-    "BOR_LEV 3:2, WDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 27:16";
-const char* const FIELDS_TWO_BANKS =
-    "BOR_LEV 3:2, BFB2 4, WDG_SW 5, nRST_STOP 6, nRST_STDBY 7, RDP 15:8, nWRP 27:16, DB1M 30, "
-    "SPRMOD 31";
 
 const F4_ROW aRows[] = {
-    {.sDevice      = "STM32F207",
-     .Registers    = aRegistersOneBank,
-     .sFields      = FIELDS_ONE_BANK,
-     .OptcrMask    = 0x0FFFFFEC,
-     .OptcrFactory = 0x0FFFAAED,
-     .NumSectors0  = 12,
-     .UserMask     = 0x000000EC},
-    {.sDevice      = "STM32F407",
-     .Registers    = aRegistersOneBank,
-     .sFields      = FIELDS_ONE_BANK,
-     .OptcrMask    = 0x0FFFFFEC,
-     .OptcrFactory = 0x0FFFAAED,
-     .NumSectors0  = 12,
-     .UserMask     = 0x000000EC},
+    {.sDevice        = "STM32F207",
+     .Registers      = aRegistersOneBank,
+     .Copies         = aCopiesF4,
+     .aFactory       = {0x0FFFAAED},
+     .UserMask       = 0x000000EC,
+     .NumBanks       = 1,
+     .SectorsPerBank = 12,
+     .SmallKB        = 16,
+     .NumBits        = 12},
+    {.sDevice        = "STM32F407",
+     .Registers      = aRegistersOneBank,
+     .Copies         = aCopiesF4,
+     .aFactory       = {0x0FFFAAED},
+     .UserMask       = 0x000000EC,
+     .NumBanks       = 1,
+     .SectorsPerBank = 12,
+     .SmallKB        = 16,
+     .NumBits        = 12},
     // Fifteen protection bits, the last one for two sectors.
-    {.sDevice      = "STM32F413",
-     .Registers    = aRegistersF413,
-     .sFields      = F413_OPTCR_FIELDS,
-     .OptcrMask    = 0xFFFFFFEC,
-     .OptcrFactory = 0x7FFFAAED,
-     .NumSectors0  = 15,
-     .UserMask     = 0x000000EC,
-     .HasSprmod    = true},
-    {.sDevice       = "STM32F429",
-     .Registers     = aRegistersTwoBanks,
-     .sFields       = FIELDS_TWO_BANKS,
-     .OptcrMask     = 0xCFFFFFFC,
-     .OptcrFactory  = 0x0FFFAAED,
-     .Optcr1Mask    = 0x0FFF0000,
-     .Optcr1Factory = 0x0FFF0000,
-     .sFields1      = "nWRP12 27:16",
-     .NumSectors0   = 12,
-     .NumSectors1   = 12,
-     .UserMask      = 0x400000FC,
-     .HasSprmod     = true},
-    {.sDevice       = "STM32F469",
-     .Registers     = aRegistersTwoBanks,
-     .sFields       = FIELDS_TWO_BANKS,
-     .OptcrMask     = 0xCFFFFFFC,
-     .OptcrFactory  = 0x0FFFAAED,
-     .Optcr1Mask    = 0x0FFF0000,
-     .Optcr1Factory = 0x0FFF0000,
-     .sFields1      = "nWRP12 27:16",
-     .NumSectors0   = 12,
-     .NumSectors1   = 12,
-     .UserMask      = 0x400000FC,
-     .HasSprmod     = true},
-    {.sDevice       = "STM32F723",
-     .Registers     = aRegistersF72,
-     .sFields       = F7_OPTCR_FIELDS,
-     .OptcrMask     = 0xC0FFFFFC,
-     .OptcrFactory  = 0xC0FFAAFD,
-     .Optcr1Mask    = 0xFFFFFFFF,
-     .Optcr1Factory = 0x00400080,
-     .sFields1      = BOOT_FIELDS,
-     .Optcr2Mask    = 0x800000FF,
-     .Optcr2Factory = 0x80000000,
-     .NumSectors0   = 8,
-     .UserMask      = 0xC00000FC},
-    {.sDevice       = "STM32F746",
-     .Registers     = aRegistersF74,
-     .sFields       = F7_OPTCR_FIELDS,
-     .OptcrMask     = 0xC0FFFFFC,
-     .OptcrFactory  = 0xC0FFAAFD,
-     .Optcr1Mask    = 0xFFFFFFFF,
-     .Optcr1Factory = 0x00400080,
-     .sFields1      = BOOT_FIELDS,
-     .NumSectors0   = 8,
-     .UserMask      = 0xC00000FC,
-     .HasBigSectors = true},
-    {.sDevice       = "STM32F767",
-     .Registers     = aRegistersF76,
-     .sFields       = F76_OPTCR_FIELDS,
-     .OptcrMask     = 0xFFFFFFFC,
-     .OptcrFactory  = 0xFFFFAAFD,
-     .Optcr1Mask    = 0xFFFFFFFF,
-     .Optcr1Factory = 0x00400080,
-     .sFields1      = BOOT_FIELDS,
-     .NumSectors0   = 12,
-     .UserMask      = 0xF00000FC,
-     .HasBigSectors = true},
+    {.sDevice        = "STM32F413",
+     .Registers      = aRegistersF413,
+     .Copies         = aCopiesF4,
+     .aFactory       = {0x7FFFAAED},
+     .UserMask       = 0x000000EC,
+     .NumBanks       = 1,
+     .SectorsPerBank = 16,
+     .SmallKB        = 16,
+     .NumBits        = 15,
+     .HasSprmod      = true},
+    {.sDevice        = "STM32F429",
+     .Registers      = aRegistersTwoBanks,
+     .Copies         = aCopiesF4,
+     .aFactory       = {0x0FFFAAED, 0x0FFF0000},
+     .UserMask       = 0x400000FC,
+     .NumBanks       = 2,
+     .SectorsPerBank = 12,
+     .SmallKB        = 16,
+     .NumBits        = 12,
+     .HasSprmod      = true},
+    {.sDevice        = "STM32F469",
+     .Registers      = aRegistersTwoBanks,
+     .Copies         = aCopiesF4,
+     .aFactory       = {0x0FFFAAED, 0x0FFF0000},
+     .UserMask       = 0x400000FC,
+     .NumBanks       = 2,
+     .SectorsPerBank = 12,
+     .SmallKB        = 16,
+     .NumBits        = 12,
+     .HasSprmod      = true},
+    {.sDevice        = "STM32F723",
+     .Registers      = aRegistersF72,
+     .Copies         = aCopiesF7,
+     .aFactory       = {0xC0FFAAFD, 0x00400080, 0x80000000},
+     .UserMask       = 0xC00000FC,
+     .NumBanks       = 1,
+     .SectorsPerBank = 8,
+     .SmallKB        = 16,
+     .NumBits        = 8,
+     .HasPcrop       = true},
+    {.sDevice        = "STM32F746",
+     .Registers      = aRegistersF74,
+     .Copies         = aCopiesF7,
+     .aFactory       = {0xC0FFAAFD, 0x00400080},
+     .UserMask       = 0xC00000FC,
+     .NumBanks       = 1,
+     .SectorsPerBank = 8,
+     .SmallKB        = 32,
+     .NumBits        = 8},
+    // With nDBANK 0 two banks of sectors of half the size, two of them on a protection bit.
+    {.sDevice        = "STM32F767",
+     .Registers      = aRegistersF76,
+     .Copies         = aCopiesF7,
+     .aFactory       = {0xFFFFAAFD, 0x00400080},
+     .UserMask       = 0xF00000FC,
+     .NumBanks       = 1,
+     .SectorsPerBank = 12,
+     .SmallKB        = 32,
+     .NumBits        = 12,
+     .HasNdbank      = true},
 };
 
-// Erase times by PSIZE: x8, x16, x32, x64.
+// Times by PSIZE: x8, x16, x32, x64.
 const uint64_t aMassEraseUs[4]    = {16000000, 11000000, 8000000, 8000000};
 const uint64_t aMassEraseMaxUs[4] = {32000000, 22000000, 16000000, 16000000};
 const uint64_t OPTION_ERASE_US = 250000, OPTION_ERASE_MAX_US = 500000;
@@ -213,14 +236,14 @@ const uint32_t OPTKEY1 = 0x08192A3B, OPTKEY2 = 0x4C5D6E7F;
 const uint32_t KB = 1024;
 
 std::vector<OPTION_WORD> OptionWords(const F4_ROW& Row) {
-  // OPTLOCK and OPTSTRT are of the register only.
-  std::vector<OPTION_WORD> Words = {
-      {"OPTCR", 0, Row.OptcrFactory & ~(OPTCR_OPTLOCK | OPTCR_OPTSTRT), Row.sFields}};
-  if (Row.Optcr1Mask != 0) {
-    Words.push_back({"OPTCR1", 0, Row.Optcr1Factory, Row.sFields1});
-  }
-  if (Row.Optcr2Mask != 0) {
-    Words.push_back({"OPTCR2", 0, Row.Optcr2Factory, PCROP_FIELDS});
+  std::vector<OPTION_WORD> Words;
+  for (size_t i = OPTCR; i < Row.Registers.size(); i++) {
+    const REGISTER& Register = Row.Registers[i];
+    const bool      IsOptcr  = i == OPTCR;
+    // OPTLOCK and OPTSTRT are of the register only.
+    Words.push_back({Register.sName + sizeof("FLASH_") - 1, 0,
+                     Row.aFactory[i - OPTCR] & ~Register.SetOnly,
+                     Register.sFields + (IsOptcr ? sizeof(LOCK_FIELDS) - 1 : 0)});
   }
   return Words;
 }
@@ -243,6 +266,11 @@ class ControllerF4 : public Controller {
     State("to_program_0", &toProgram_[0]);
     State("to_program_1", &toProgram_[1]);
     State("to_program_2", &toProgram_[2]);
+    for (const COPY_ROW& Copy : row_.Copies) {
+      if (Copy.Option < NumOptions()) {
+        wordRows_.push_back({Copy.sName, Copy.Address, 0, 0, 0, 0, ""});
+      }
+    }
   }
 
   void OnPowerOn() override { OnSystemReset(); }
@@ -266,88 +294,83 @@ class ControllerF4 : public Controller {
   bool WriteRegister(int Index, uint32_t Size, uint32_t Value) override {
     (void)Size;
     switch (Index) {
-      case KEYR:
-        if (!flash_.WriteKey(Value)) {
-          return false;
-        }
-        if (flash_.IsOpen()) {
-          registers_[CR] &= ~CR_LOCK;
-        }
-        return true;
-      case OPTKEYR:
-        if (!options_.WriteKey(Value)) {
-          return owner_.Variant(F4_OPTKEY_BUS_ERROR) == 0;
-        }
-        if (options_.IsOpen()) {
-          registers_[OPTCR] &= ~OPTCR_OPTLOCK;
-        }
-        return true;
-      case CR:
-        return owner_.StallUntilReady() && WriteControl(Value);
-      case OPTCR:
-      case OPTCR1:
-      case OPTCR2:
-        return owner_.StallUntilReady() && WriteOptions(Index, Value);
-      default:
+      case ACR:
+      case SR:
         registers_.Write(Index, Value);
         return true;
+      case KEYR:
+        return TakeKey(&flash_, Value, CR, CR_LOCK);
+      case OPTKEYR:
+        return TakeKey(&options_, Value, OPTCR, OPTCR_OPTLOCK) ||
+               owner_.Variant(F4_OPTKEY_BUS_ERROR) == 0;
+      case CR:
+        return owner_.StallUntilReady() && WriteControl(Value);
+      default:
+        return owner_.StallUntilReady() && WriteOption(Index, Value);
     }
   }
 
-  // The option bytes' place in memory is not modelled; the registers hold all there is.
-  bool InOptionArea(uint32_t Address) const override {
-    (void)Address;
-    return false;
-  }
+  bool InOptionArea(uint32_t Address) const override { return FindCopy(Address) != nullptr; }
+
+  // Bits that hold no option read as ones, as they do in an erased word.
   bool ReadOptionArea(uint32_t Address, uint32_t* pWord) override {
-    (void)Address;
-    (void)pWord;
-    return false;
+    if (Level() != 0 || !owner_.StallUntilReady()) {
+      return false;
+    }
+    const COPY_ROW& Copy    = *FindCopy(Address);
+    const uint32_t  Options = Stored(Copy.Option) | ~OptionMask(Copy.Option);
+    *pWord = Address == Copy.Address ? Options >> Copy.Shift | ~Copy.Bits : 0xFFFFFFFF;
+    return true;
   }
+
   bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override {
     (void)Address;
     (void)Size;
     (void)Value;
-    return false;
+    if (Level() != 0 || !owner_.StallUntilReady()) {
+      return false;
+    }
+    if ((registers_[CR] & CR_LOCK) == 0) {
+      SetError(SR_WRPERR);
+    }
+    return true;
   }
 
   bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override {
     if (Source.Row().Kind == SRAM) {
       return true;
     }
-    if (Level() != 0 || !owner_.StallUntilReady()) {
+    if (Level() != 0) {
       return false;
     }
     if (Source.Row().Kind == MAIN_FLASH && IsExecuteOnly(SectorOf(Address))) {
-      registers_[SR] |= SR_RDERR;
+      SetError(SR_RDERR);
       *pValue = 0;
     }
     return true;
   }
 
   bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) override {
+    (void)Target;
     if (Level() != 0 || !owner_.StallUntilReady()) {
       return false;
     }
-    if ((registers_[CR] & (CR_PG | CR_LOCK)) != CR_PG) {
-      registers_[SR] |= (registers_[CR] & CR_LOCK) != 0 ? 0 : SR_PGSERR;
+    if ((registers_[CR] & CR_LOCK) != 0) {
       return true;
     }
     const uint32_t Psize = registers_[CR] >> 8 & 3;
-    if (Size != 1u << Psize) {
-      registers_[SR] |= SR_PGPERR;
-      return true;
+    if ((registers_[CR] & CR_PG) == 0) {
+      SetError(SR_PGSERR);
+    } else if (Size != 1u << Psize) {
+      SetError(SR_PGPERR);
+    } else if (IsProtected(SectorOf(Address))) {
+      SetError(SR_WRPERR);
+    } else {
+      const uint32_t Shift = 8 * (Address % 4);
+      const uint32_t Mask  = Size == 4 ? ~0u : ((1u << (8 * Size)) - 1) << Shift;
+      Start({{WORD_PROGRAM, owner_.Variant(TIMING_MAX) ? PROGRAM_MAX_US : PROGRAM_US, Address & ~3u,
+              (Value << Shift & Mask) | ~Mask}});
     }
-    const uint32_t Sector = SectorOf(Address);
-    if (IsProtected(Sector)) {
-      registers_[SR] |= SR_WRPERR;
-      return true;
-    }
-    const uint32_t Shift = 8 * (Address % 4);
-    const uint32_t Mask  = Size == 4 ? ~0u : ((1u << (8 * Size)) - 1) << Shift;
-    (void)Target;
-    Start({{WORD_PROGRAM, owner_.Variant(TIMING_MAX) ? PROGRAM_MAX_US : PROGRAM_US, Address & ~3u,
-            (Value << Shift & Mask) | ~Mask}});
     return true;
   }
 
@@ -367,18 +390,18 @@ class ControllerF4 : public Controller {
   }
 
   bool Configure(const CREATE_REQUEST& Request, std::string* psError) override {
-    const uint32_t NumSectors = row_.NumSectors0 + row_.NumSectors1;
+    const uint32_t NumBits = NumOwnBits();
     if (Request.Secure || !Request.sMismatch.empty()) {
       *psError = Request.Secure ? "this device has no secure area"
                                 : "this device shows no complements of its option bytes";
       return false;
     }
     const bool Pcrop = Request.PcropAll || !Request.Pcrop.empty();
-    if (Pcrop && !row_.HasSprmod && row_.Optcr2Mask == 0) {
+    if (Pcrop && !row_.HasSprmod && !row_.HasPcrop) {
       *psError = "this device has no PCROP";
       return false;
     }
-    if (Request.PcropRdp && row_.Optcr2Mask == 0) {
+    if (Request.PcropRdp && !row_.HasPcrop) {
       *psError = "this device has no PCROP_RDP bit";
       return false;
     }
@@ -386,67 +409,64 @@ class ControllerF4 : public Controller {
       *psError = "the sector bits are either write protection or PCROP, not both";
       return false;
     }
-    if (!CheckSectors(Request.Wrp, NumSectors, psError) ||
-        !CheckSectors(Request.Pcrop, NumSectors, psError)) {
+    if (!CheckSectors(Request.Wrp, NumBits, psError) ||
+        !CheckSectors(Request.Pcrop, NumBits, psError)) {
       return false;
     }
-    uint32_t Optcr = Stored(0);
+    uint32_t aOptions[MAX_OPTIONS] = {};
+    for (int i = 0; i < NumOptions(); i++) {
+      aOptions[i] = Stored(i);
+    }
     if (Request.User) {
-      Optcr = (Optcr & ~row_.UserMask) | (*Request.User & row_.UserMask);
+      aOptions[0] = (aOptions[0] & ~row_.UserMask) | (*Request.User & row_.UserMask);
     }
     if (Request.Level || Request.Rdp) {
       const uint32_t aBytes[] = {0xAA, 0xBB, 0xCC};
       const uint32_t Rdp      = Request.Rdp ? *Request.Rdp & 0xFF : aBytes[*Request.Level];
-      Optcr                   = (Optcr & ~OPTCR_RDP) | Rdp << 8;
+      aOptions[0]             = (aOptions[0] & ~OPTCR_RDP) | Rdp << 8;
     }
     // A sector's bit: 0 protects it, or with SPRMOD 1 makes it execute-only.
-    const uint32_t Bits0 = ((1u << row_.NumSectors0) - 1) << 16;
-    const uint32_t Bits1 = ((1u << row_.NumSectors1) - 1) << 16;
-    const uint64_t Wrp   = SectorBits(Request.Wrp, Request.WrpAll);
-    const uint64_t Exec  = SectorBits(Request.Pcrop, Request.PcropAll);
-    const uint64_t Bits  = Pcrop && row_.HasSprmod ? Exec : ~Wrp;
-    Optcr                = (Optcr & ~Bits0) | (static_cast<uint32_t>(Bits << 16) & Bits0);
+    const uint32_t Exec = SectorMask(Request.Pcrop, Request.PcropAll, NumBits);
     if (Pcrop && row_.HasSprmod) {
-      Optcr |= OPTCR_SPRMOD;
+      aOptions[0] |= OPTCR_SPRMOD;
+      SetBits(aOptions, Exec);
+    } else {
+      SetBits(aOptions, ~SectorMask(Request.Wrp, Request.WrpAll, NumBits));
     }
-    Store(0, Optcr);
-    if (row_.NumSectors1 != 0) {
-      Store(1,
-            (Stored(1) & ~Bits1) | (static_cast<uint32_t>(Bits >> row_.NumSectors0 << 16) & Bits1));
-    }
-    if (row_.Optcr2Mask != 0) {
+    if (row_.HasPcrop) {
       const uint32_t PcropRdp = Request.PcropRdp.value_or(1) != 0 ? OPTCR2_PCROP_RDP : 0;
-      Store(2, (static_cast<uint32_t>(Exec) & OPTCR2_PCROP) | PcropRdp);
+      aOptions[2]             = (Exec & OPTCR2_PCROP) | PcropRdp;
+    }
+    for (int i = 0; i < NumOptions(); i++) {
+      Store(i, aOptions[i]);
     }
     return true;
   }
 
  protected:
   void FinishPhase(const PHASE& Phase) override {
-    Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
     switch (Phase.Kind) {
       case MASS_ERASE:
+        EraseSectors(Phase.Argument, NumSectors());
         if (Phase.Argument == UNPROTECT) {
-          EraseForUnprotecting();
-        } else {
-          pFlash->Erase();
+          owner_.EraseKind(BACKUP);
         }
         break;
       case PAGE_ERASE:
-        pFlash->EraseRange(SectorBase(Phase.Argument), SectorBytes(Phase.Argument));
+        EraseSector(Phase.Argument);
         break;
       case OPTION_ERASE:
         EraseOptions();
         return;  // programming follows
       case OPTION_PROGRAM:
-        for (int i = 0; i < static_cast<int>(words_.size()); i++) {
+        for (int i = 0; i < NumOptions(); i++) {
           Store(i, toProgram_[i]);
         }
         registers_[OPTCR] &= ~OPTCR_OPTSTRT;
         Load();
         break;
       default:
-        pFlash->WordAt(Phase.Argument) &= Phase.Value;
+        owner_.FindMemory(MAIN_FLASH)->WordAt(Phase.Argument) &= Phase.Value;
         break;
     }
     registers_[CR] &= ~CR_STRT;
@@ -456,14 +476,13 @@ class ControllerF4 : public Controller {
   }
 
   void AbortPhase(const PHASE& Phase) override {
-    Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
     switch (Phase.Kind) {
       case MASS_ERASE:
         // The options come behind the flash, so these are as they were.
-        pFlash->EraseRange(pFlash->Row().Base, pFlash->Row().Bytes / 2);
+        EraseSectors(Phase.Argument, NumSectors() / 2);
         break;
       case PAGE_ERASE:
-        FinishPhase(Phase);
+        EraseSector(Phase.Argument);
         break;
       case OPTION_ERASE:
       case OPTION_PROGRAM:
@@ -475,69 +494,70 @@ class ControllerF4 : public Controller {
   }
 
  private:
-  enum { PLAIN, UNPROTECT };
+  // What a mass erase takes.
+  enum { BANK1 = 1, BANK2 = 2, UNPROTECT = 4 };
 
-  static uint64_t SectorBits(const std::vector<uint32_t>& Sectors, bool All) {
-    uint64_t Bits = All ? ~0ull : 0;
-    for (const uint32_t Sector : Sectors) {
-      Bits |= 1ull << Sector;
+  int      NumOptions() const { return static_cast<int>(words_.size()); }
+  uint32_t OptionMask(int Option) const { return registers_.Row(OPTCR + Option).Writable; }
+
+  const COPY_ROW* FindCopy(uint32_t Address) const {
+    for (const COPY_ROW& Copy : row_.Copies) {
+      if (Copy.Option < NumOptions() && (Address & ~7u) == Copy.Address) {
+        return &Copy;
+      }
     }
-    return Bits;
+    return nullptr;
   }
+
+  // Flags of what could not be done; OPERR tells of any of them where that interrupt is enabled.
+  void SetError(uint32_t Flags) {
+    registers_[SR] |= Flags | ((registers_[CR] & CR_ERRIE) != 0 ? SR_OPERR : 0);
+  }
+
+  // -- Options
 
   // The registers follow the stored options, with OPTLOCK as it is.
   void Load() {
-    const uint32_t Lock = options_.IsOpen() ? 0 : OPTCR_OPTLOCK;
-    registers_[OPTCR]   = Stored(0) | Lock;
-    for (int i = 1; i < static_cast<int>(words_.size()); i++) {
+    for (int i = 0; i < NumOptions(); i++) {
       registers_[OPTCR + i] = Stored(i);
     }
+    registers_[OPTCR] |= options_.IsOpen() ? 0 : OPTCR_OPTLOCK;
   }
 
-  uint32_t Mask(int Word) const {
-    return Word == 0 ? row_.OptcrMask : Word == 1 ? row_.Optcr1Mask : row_.Optcr2Mask;
-  }
-
-  bool WriteOptions(int Index, uint32_t Value) {
+  bool WriteOption(int Index, uint32_t Value) {
     if ((registers_[OPTCR] & OPTCR_OPTLOCK) != 0) {
       return true;
     }
-    const uint32_t Writable = Mask(Index - OPTCR);
-    registers_[Index]       = (registers_[Index] & ~Writable) | (Value & Writable);
-    if (Index != OPTCR) {
-      return true;
-    }
-    if ((Value & OPTCR_OPTSTRT) != 0) {
-      StartOptions();
-    }
-    if ((Value & OPTCR_OPTLOCK) != 0) {
-      registers_[OPTCR] |= OPTCR_OPTLOCK;
+    registers_.Write(Index, Value);
+    if (Index == OPTCR && (Value & OPTCR_OPTLOCK) != 0) {
       options_.Close();
+    }
+    if (Index == OPTCR && (Value & OPTCR_OPTSTRT) != 0) {
+      StartOptions();
     }
     return true;
   }
 
   void StartOptions() {
-    for (int i = 0; i < static_cast<int>(words_.size()); i++) {
-      toProgram_[i] = registers_[OPTCR + i] & ~(i == 0 ? OPTCR_OPTLOCK | OPTCR_OPTSTRT : 0);
+    for (int i = 0; i < NumOptions(); i++) {
+      toProgram_[i] = registers_[OPTCR + i] & ~registers_.Row(OPTCR + i).SetOnly;
     }
     const bool Unprotects = Level() == 1 && LevelOf(toProgram_[0]) == 0;
     if (!Unprotects && LiftsPcrop()) {
-      registers_[SR] |= SR_WRPERR;
+      registers_[OPTCR] &= ~OPTCR_OPTSTRT;
+      SetError(SR_WRPERR);
       owner_.Event("change refused: PCROP can be lifted from level 1 to level 0 only");
       return;
     }
-    if (row_.Optcr2Mask != 0 && !(Unprotects && (Stored(2) & OPTCR2_PCROP_RDP) != 0)) {
-      toProgram_[2] |= Stored(2);  // PCROP bits of F72x can be set and not cleared
-    } else if (row_.Optcr2Mask != 0) {
-      toProgram_[2] = row_.Optcr2Factory;
+    if (row_.HasPcrop) {
+      // These bits can be set and not cleared, but for unprotecting with PCROP_RDP.
+      const bool Wipes = Unprotects && (Stored(2) & OPTCR2_PCROP_RDP) != 0;
+      toProgram_[2]    = Wipes ? row_.aFactory[2] : toProgram_[2] | Stored(2);
     }
-    registers_[OPTCR] |= OPTCR_OPTSTRT;
     const bool         Max = owner_.Variant(TIMING_MAX) != 0;
     std::vector<PHASE> Phases;
     if (Unprotects) {
-      const uint32_t Psize = registers_[CR] >> 8 & 3;
-      Phases.push_back({MASS_ERASE, (Max ? aMassEraseMaxUs : aMassEraseUs)[Psize], UNPROTECT});
+      Phases.push_back({MASS_ERASE, MassEraseUs(), UNPROTECT});
     }
     Phases.push_back({OPTION_ERASE, Max ? OPTION_ERASE_MAX_US : OPTION_ERASE_US});
     Phases.push_back({OPTION_PROGRAM, Max ? OPTION_PROGRAM_MAX_US : OPTION_PROGRAM_US});
@@ -546,43 +566,17 @@ class ControllerF4 : public Controller {
 
   // SPRMOD going to 0, or a sector leaving PCROP while SPRMOD stays.
   bool LiftsPcrop() const {
-    if (!row_.HasSprmod || (Stored(0) & OPTCR_SPRMOD) == 0) {
-      return false;
-    }
-    if ((toProgram_[0] & OPTCR_SPRMOD) == 0) {
-      return true;
-    }
-    const uint32_t Bits0 = ((1u << row_.NumSectors0) - 1) << 16;
-    return (Stored(0) & ~toProgram_[0] & Bits0) != 0 ||
-           (row_.NumSectors1 != 0 && (Stored(1) & ~toProgram_[1] & row_.Optcr1Mask) != 0);
+    return IsSprmod() && ((toProgram_[0] & OPTCR_SPRMOD) == 0 ||
+                          (StoredBits() & ~BitsOf(toProgram_[0], toProgram_[1])) != 0);
   }
 
   void EraseOptions() {
-    for (int i = 0; i < static_cast<int>(words_.size()); i++) {
-      const uint32_t Factory   = i == 0   ? row_.OptcrFactory
-                                 : i == 1 ? row_.Optcr1Factory
-                                          : row_.Optcr2Factory;
-      const uint32_t Registers = i == 0 ? OPTCR_OPTLOCK | OPTCR_OPTSTRT : 0;
-      Store(i, (Mask(i) | (Factory & ~Mask(i))) & ~Registers);
+    for (int i = 0; i < NumOptions(); i++) {
+      Store(i, words_[static_cast<size_t>(i)].Factory | OptionMask(i));
     }
   }
 
-  // Write protection does not stop this erase. PCROP sectors of F72x survive it unless PCROP_RDP.
-  void EraseForUnprotecting() {
-    Memory*        pFlash = owner_.FindMemory(MAIN_FLASH);
-    const uint32_t Keep =
-        row_.Optcr2Mask != 0 && (Stored(2) & OPTCR2_PCROP_RDP) == 0 ? Stored(2) & OPTCR2_PCROP : 0;
-    if (Keep == 0) {
-      pFlash->Erase();
-    } else {
-      for (uint32_t Sector = 0; Sector < row_.NumSectors0; Sector++) {
-        if ((Keep & (1u << Sector)) == 0) {
-          pFlash->EraseRange(SectorBase(Sector), SectorBytes(Sector));
-        }
-      }
-    }
-    owner_.EraseKind(BACKUP);
-  }
+  // -- Main flash
 
   bool WriteControl(uint32_t Value) {
     if ((registers_[CR] & CR_LOCK) != 0) {
@@ -592,53 +586,87 @@ class ControllerF4 : public Controller {
     if ((Value & CR_LOCK) != 0) {
       flash_.Close();
     }
-    if ((Value & CR_STRT) != 0) {
-      StartErase();
+    if ((Value & CR_STRT) != 0 && !StartErase()) {
+      registers_[CR] &= ~CR_STRT;
     }
     return true;
   }
 
-  void StartErase() {
+  // False when nothing was started.
+  bool StartErase() {
     const uint32_t Control = registers_[CR];
-    const bool     Max     = owner_.Variant(TIMING_MAX) != 0;
-    if (Level() != 0) {
-      registers_[SR] |= SR_WRPERR;
-    } else if ((Control & (CR_MER | CR_MER1)) != 0) {
-      for (uint32_t Sector = 0; Sector < row_.NumSectors0 + row_.NumSectors1; Sector++) {
-        if (IsProtected(Sector)) {
-          registers_[SR] |= SR_WRPERR;
-          return;
-        }
+    uint32_t       Banks   = (Control & CR_MER) != 0 ? BANK1 : 0;
+    Banks |= (Control & CR_MER1) != 0 && NumBanks() == 2 ? BANK2 : 0;
+    const uint32_t Sector = SectorNumbered(Control >> 3 & 31);
+    if (Banks == 0 && (Control & CR_SER) == 0) {
+      return false;
+    }
+    bool Refused = Level() != 0 || (Banks == 0 && Sector >= NumSectors());
+    for (uint32_t i = 0; i < NumSectors() && !Refused; i++) {
+      Refused = (Banks != 0 ? IsInBanks(i, Banks) : i == Sector) && IsProtected(i);
+    }
+    if (Refused) {
+      SetError(SR_WRPERR);
+    } else if (Banks != 0) {
+      Start({{MASS_ERASE, MassEraseUs(), Banks}});
+    } else {
+      Start({{PAGE_ERASE, owner_.Variant(TIMING_MAX) ? SECTOR_ERASE_MAX_US : SECTOR_ERASE_US,
+              Sector}});
+    }
+    return !Refused;
+  }
+
+  uint64_t MassEraseUs() const {
+    const uint32_t Psize = registers_[CR] >> 8 & 3;
+    return (owner_.Variant(TIMING_MAX) != 0 ? aMassEraseMaxUs : aMassEraseUs)[Psize];
+  }
+
+  // Of the first so many sectors those that a mass erase takes. Write protection does not stop
+  // unprotecting; PCROP sectors of F72x survive it unless PCROP_RDP.
+  void EraseSectors(uint32_t What, uint32_t NumFirst) {
+    const bool     Unprotects = What == UNPROTECT;
+    const bool     Keeps      = row_.HasPcrop && (Stored(2) & OPTCR2_PCROP_RDP) == 0;
+    const uint32_t Kept       = Keeps ? Stored(2) & OPTCR2_PCROP : 0;
+    for (uint32_t Sector = 0; Sector < NumFirst; Sector++) {
+      if (Unprotects ? (Kept >> Sector & 1) == 0 : IsInBanks(Sector, What)) {
+        EraseSector(Sector);
       }
-      registers_[CR] |= CR_STRT;
-      Start({{MASS_ERASE, (Max ? aMassEraseMaxUs : aMassEraseUs)[Control >> 8 & 3], PLAIN}});
-    } else if ((Control & CR_SER) != 0) {
-      // Numbers of the second bank start at 16.
-      const uint32_t Number = Control >> 3 & 31;
-      const uint32_t Sector = Number >= 16 ? Number - 16 + row_.NumSectors0 : Number;
-      if (Sector >= row_.NumSectors0 + row_.NumSectors1 || IsProtected(Sector)) {
-        registers_[SR] |= SR_WRPERR;
-        return;
-      }
-      registers_[CR] |= CR_STRT;
-      Start({{PAGE_ERASE, Max ? SECTOR_ERASE_MAX_US : SECTOR_ERASE_US, Sector}});
     }
   }
 
-  // -- Sectors: four of 16 KB (32 KB on F74x to F77x), one of 64, the rest of 128 KB, per bank.
+  void EraseSector(uint32_t Sector) {
+    if (Sector < NumSectors()) {
+      owner_.FindMemory(MAIN_FLASH)->EraseRange(SectorBase(Sector), SectorBytes(Sector));
+    }
+  }
 
-  uint32_t SmallBytes() const { return row_.HasBigSectors ? 32 * KB : 16 * KB; }
+  // -- Sectors
+
+  bool     IsDualByOption() const { return row_.HasNdbank && (loaded_ & OPTCR_nDBANK) == 0; }
+  uint32_t NumBanks() const { return IsDualByOption() ? 2 : row_.NumBanks; }
+  uint32_t NumSectors() const { return NumBanks() * row_.SectorsPerBank; }
+
+  bool IsInBanks(uint32_t Sector, uint32_t Banks) const {
+    return NumBanks() == 1 || (Banks >> (Sector / row_.SectorsPerBank) & 1) != 0;
+  }
+
+  // What SNB means: numbers of the second bank start at 16, those between are of no sector.
+  uint32_t SectorNumbered(uint32_t Number) const {
+    if (NumBanks() == 1 || Number < row_.SectorsPerBank) {
+      return Number;
+    }
+    return Number < 16 ? NumSectors() : Number - 16 + row_.SectorsPerBank;
+  }
 
   uint32_t SectorBytes(uint32_t Sector) const {
-    const uint32_t InBank = Sector % row_.NumSectors0;
-    return (InBank < 4 ? 1 : InBank == 4 ? 4 : 8) * SmallBytes();
+    const uint32_t InBank = Sector % row_.SectorsPerBank;
+    const uint32_t Small  = row_.SmallKB * KB / (IsDualByOption() ? 2 : 1);
+    return (InBank < 4 ? 1 : InBank == 4 ? 4 : 8) * Small;
   }
 
   uint32_t SectorBase(uint32_t Sector) const {
-    const Memory*  pFlash = owner_.FindMemory(MAIN_FLASH);
-    const uint32_t Bank   = Sector / row_.NumSectors0;
-    uint32_t       Base   = pFlash->Row().Base + Bank * (pFlash->Row().Bytes / 2);
-    for (uint32_t i = Bank * row_.NumSectors0; i < Sector; i++) {
+    uint32_t Base = owner_.FindMemory(MAIN_FLASH)->Row().Base;
+    for (uint32_t i = 0; i < Sector; i++) {
       Base += SectorBytes(i);
     }
     return Base;
@@ -646,37 +674,52 @@ class ControllerF4 : public Controller {
 
   uint32_t SectorOf(uint32_t Address) const {
     uint32_t Sector = 0;
-    while (Sector + 1 < row_.NumSectors0 + row_.NumSectors1 && Address >= SectorBase(Sector + 1)) {
+    while (Sector + 1 < NumSectors() && Address >= SectorBase(Sector + 1)) {
       Sector++;
     }
     return Sector;
   }
 
-  uint32_t SectorBit(uint32_t Sector) const {
-    const bool     Second = Sector >= row_.NumSectors0;
-    const uint32_t Word   = Second ? Stored(1) : Stored(0);
-    return Word >> (16 + (Second ? Sector - row_.NumSectors0 : Sector)) & 1;
+  // -- Protection bits: those of OPTCR, and above them those of a second bank in OPTCR1.
+
+  uint32_t NumOwnBits() const { return row_.NumBanks * row_.NumBits; }
+
+  uint32_t BitsOf(uint32_t Optcr, uint32_t Optcr1) const {
+    const uint32_t OfBank = (1u << row_.NumBits) - 1;
+    const uint32_t Second = row_.NumBanks == 2 ? Optcr1 >> 16 & OfBank : 0;
+    return (Optcr >> 16 & OfBank) | Second << row_.NumBits;
   }
 
-  bool IsExecuteOnly(uint32_t Sector) const {
-    if (row_.Optcr2Mask != 0) {
-      return (Stored(2) & OPTCR2_PCROP & (1u << Sector)) != 0;
+  void SetBits(uint32_t* pOptions, uint32_t Bits) const {
+    const uint32_t OfBank = (1u << row_.NumBits) - 1;
+    for (uint32_t Bank = 0; Bank < row_.NumBanks; Bank++) {
+      const uint32_t Own = Bits >> (Bank * row_.NumBits) & OfBank;
+      pOptions[Bank]     = (pOptions[Bank] & ~(OfBank << 16)) | Own << 16;
     }
-    return row_.HasSprmod && (Stored(0) & OPTCR_SPRMOD) != 0 && SectorBit(Sector) == 1;
+  }
+
+  uint32_t StoredBits() const { return BitsOf(Stored(0), row_.NumBanks == 2 ? Stored(1) : 0); }
+
+  // Two sectors share a bit: the last two of F413, each two of F76x with two banks.
+  uint32_t BitOf(uint32_t Sector) const {
+    return std::min(IsDualByOption() ? Sector / 2 : Sector, NumOwnBits() - 1);
+  }
+
+  bool IsSprmod() const { return row_.HasSprmod && (Stored(0) & OPTCR_SPRMOD) != 0; }
+
+  bool IsExecuteOnly(uint32_t Sector) const {
+    const uint32_t Exec = row_.HasPcrop ? Stored(2) & OPTCR2_PCROP : IsSprmod() ? StoredBits() : 0;
+    return (Exec >> BitOf(Sector) & 1) != 0;
   }
 
   bool IsProtected(uint32_t Sector) const {
-    if (IsExecuteOnly(Sector)) {
-      return true;
-    }
-    const bool Sprmod = row_.HasSprmod && (Stored(0) & OPTCR_SPRMOD) != 0;
-    return !Sprmod && SectorBit(Sector) == 0;
+    return IsExecuteOnly(Sector) || (!IsSprmod() && (StoredBits() >> BitOf(Sector) & 1) == 0);
   }
 
   const F4_ROW& row_;
   KeyLock       flash_, options_;
-  uint32_t      loaded_       = 0;  // OPTCR as of the last reset
-  uint32_t      toProgram_[3] = {};
+  uint32_t      loaded_                 = 0;  // OPTCR as of the last reset
+  uint32_t      toProgram_[MAX_OPTIONS] = {};
 };
 
 // -- Devices -------------------------------------------------------------------------------------

@@ -10,6 +10,8 @@
 
 namespace sim {
 
+static const size_t MAX_BYTES = 64 << 20;  // no device needs a tenth of it
+
 bool KeyFile::Load(const std::string& sPath, std::string* psError) {
   lines_.clear();
   FILE* pFile = fopen(sPath.c_str(), "r");
@@ -20,10 +22,17 @@ bool KeyFile::Load(const std::string& sPath, std::string* psError) {
   std::string sContent;
   char        acBuffer[16384];
   size_t      NumBytes = 0;
-  while ((NumBytes = fread(acBuffer, 1, sizeof(acBuffer), pFile)) > 0) {
+  while (sContent.size() <= MAX_BYTES &&
+         (NumBytes = fread(acBuffer, 1, sizeof(acBuffer), pFile)) > 0) {
     sContent.append(acBuffer, NumBytes);
   }
+  // Half a file read would soon be half a file written.
+  const int Error = ferror(pFile) != 0 ? errno : sContent.size() > MAX_BYTES ? EFBIG : 0;
   fclose(pFile);
+  if (Error != 0) {
+    *psError = sPath + ": " + strerror(Error);
+    return false;
+  }
 
   int LineNo = 0;
   for (const std::string& sLine : Split(sContent, '\n')) {

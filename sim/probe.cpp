@@ -13,9 +13,8 @@ static const int32_t  INTERFACE_SWD  = 1;
 static const uint32_t SPEED_AUTO     = 0;
 static const uint32_t SPEED_ADAPTIVE = 0xFFFF;  // there is no such thing with SWD
 static const uint32_t AUTO_SPEED_KHZ = 4000;
-static const uint32_t POWER_ON_MV    = 1700;  // below, the device is held in reset
-static const uint64_t HOST_US        = 250;   // one request to the probe and its answer
-static const uint32_t BITS_PER_WORD  = 140;   // address, data and status on the wire
+static const uint64_t HOST_US        = 250;  // one request to the probe and its answer
+static const uint32_t BITS_PER_WORD  = 140;  // address, data and status on the wire
 static const uint64_t RESET_US       = 10000;
 static const uint64_t FAST_POLLS     = 3;    // operations for which a fast device stays busy
 static const uint32_t PATIENT_POLLS  = 500;  // after so many polls in vain, leave the CPU to others
@@ -92,7 +91,7 @@ uint32_t Probe::Voltage() const {
   if (dipUntil_ != 0) {
     return dipVoltage_;
   }
-  return std::max(probe_.VTarget, link_.SupplyOn ? probe_.Supply : 0);
+  return SupplyOf(probe_, link_);
 }
 
 void Probe::FollowVoltage() {
@@ -178,6 +177,7 @@ const char* Probe::Open() {
     End("Open: is open already");
     return nullptr;
   }
+  Disconnect();
   sOpenError_ = Find(&probe_);
   if (sOpenError_.empty()) {
     lock_ = bench_.Lock(probe_, &sOpenError_);
@@ -188,7 +188,6 @@ const char* Probe::Open() {
     const bool  Fast  = sTime != nullptr ? strcmp(sTime, "fast") == 0 : probe_.IsFast;
     clock_            = Clock(Fast ? Clock::FAST : Clock::REAL, WallUs);
     open_             = true;
-    lost_             = false;
     device_->OnEvent  = [this](const std::string& sText) { trace_.Event(clock_.NowUs(), sText); };
     device_->AdvanceTo(clock_.NowUs());
     link_.IsOpen = true;
@@ -197,8 +196,7 @@ const char* Probe::Open() {
     ApplyFaults();
   }
   if (!open_) {
-    Bench::Unlock(lock_);
-    lock_ = -1;
+    Disconnect();
   }
   End(open_ ? Format("Open: probe %u, %s", probe_.SerialNo, device_->Row().sName)
             : "Open: " + sOpenError_);
@@ -217,8 +215,19 @@ void Probe::Close() {
     device_->Changed = true;
   }
   End("Close");
+  Disconnect();
+}
+
+// Nothing of a connection is left for the next one: interface and speed are chosen anew.
+void Probe::Disconnect() {
   open_           = false;
+  lost_           = false;
   supplyOffAtEnd_ = false;
+  swd_            = false;
+  speed_          = 0;
+  resetDelayMs_   = 0;
+  dipUntil_       = 0;
+  busyPolls_      = 0;
   device_.reset();
   Bench::Unlock(lock_);
   lock_ = -1;
@@ -229,12 +238,13 @@ void Probe::Close() {
 // "" when the command was carried out, else what was wrong with it.
 std::string Probe::RunCommand(const std::string& sCommand) {
   const std::vector<std::string> Parts  = Split(sCommand, '=');
+  const bool                     HasOne = Parts.size() == 2;
   const std::string&             sName  = Parts[0];
-  const std::string              sValue = Parts.size() > 1 ? Parts[1] : "";
+  const std::string              sValue = HasOne ? Parts[1] : "";
   if (!open_ || lost_) {
     return "Not connected to a probe";
   }
-  if (EqualNoCase(sName, "device")) {
+  if (EqualNoCase(sName, "device") && HasOne) {
     static const char* const aCores[] = {"Cortex-M0", "Cortex-M3", "Cortex-M4", "Cortex-M7"};
     const bool               Known =
         FindDevice(sValue) != nullptr ||
@@ -242,7 +252,7 @@ std::string Probe::RunCommand(const std::string& sCommand) {
                     [&sValue](const char* sCore) { return EqualNoCase(sValue, sCore); });
     return Known ? "" : "Unknown device \"" + sValue + "\"";
   }
-  if (EqualNoCase(sName, "SupplyPower") && (sValue == "0" || sValue == "1")) {
+  if (EqualNoCase(sName, "SupplyPower") && HasOne && (sValue == "0" || sValue == "1")) {
     link_.SupplyOn   = sValue == "1";
     device_->Changed = true;
     FollowVoltage();
@@ -306,7 +316,6 @@ bool Probe::GetVoltage(uint16_t* pMillivolts) {
 
 int32_t Probe::SetResetType(int32_t Type) {
   Begin();
-  resetType_ = Type;
   End(Format("SetResetType(%d)", Type));
   return 0;
 }

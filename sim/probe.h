@@ -52,6 +52,7 @@ class Probe {
   uint32_t    Voltage() const;
   void        FollowVoltage();
   void        SaveIfChanged();
+  void        Disconnect();
   bool        ReachesTarget();
   uint64_t    TransferUs(uint32_t NumWords) const;
   std::string RunCommand(const std::string& sCommand);
@@ -73,7 +74,6 @@ class Probe {
   bool                    supplyOffAtEnd_ = false;
   bool                    swd_            = false;
   uint32_t                speed_          = 0;
-  int32_t                 resetType_      = 0;
   int32_t                 resetDelayMs_   = 0;
   uint32_t                dipVoltage_     = 0;
   uint32_t                dipUntil_       = 0;  // operation number, 0 when there is no dip

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -109,7 +110,12 @@ static bool LoadImage(Device* pDevice, const std::string& sPath, std::string* ps
     }
     Offset += 4;
   }
+  const bool WasRead = ferror(pFile) == 0;
   fclose(pFile);
+  if (!WasRead) {
+    *psError = sPath + ": cannot be read";
+    return false;
+  }
   if (!Fits) {
     *psError = Format("%s: larger than the flash of %u bytes", sPath.c_str(), pFlash->Row().Bytes);
   }
@@ -201,23 +207,22 @@ static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
   if (!Where.List(&Probes, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
-  bool IsNew = true;
-  for (const PROBE& Each : Probes) {
-    const bool Chosen =
-        Arguments.SerialNo != 0 ? Each.SerialNo == Arguments.SerialNo : Each.IsDefault || IsNew;
-    if (Chosen) {
-      Probe = Each;
-      IsNew = false;
-    }
+  const auto IsMeant = [&Arguments](const PROBE& Each) {
+    return Each.SerialNo == Arguments.SerialNo;
+  };
+  const auto   Named  = std::find_if(Probes.begin(), Probes.end(), IsMeant);
+  const PROBE* pFound = Named != Probes.end() ? &*Named : nullptr;
+  if (Arguments.SerialNo == 0) {
+    pFound = Bench::DefaultOf(Probes);
   }
-  if (IsNew) {
-    Probe.SerialNo = Arguments.SerialNo != 0 ? Arguments.SerialNo : 1;
-    if (!Where.SaveProbe(Probe, &sError)) {
-      return Fail(EXIT_BENCH, sError);
-    }
+  Probe.SerialNo = Arguments.SerialNo != 0 ? Arguments.SerialNo : 1;
+  if (pFound != nullptr) {
+    Probe = *pFound;
   }
+  // The probe last: from then on it is on the bench, and a probe without a device would be none.
   const int Lock = Where.Lock(Probe, &sError);
-  if (Lock < 0 || !Where.SaveDevice(Probe, Target, LINK(), &sError)) {
+  if (Lock < 0 || !Where.SaveDevice(Probe, Target, LINK(), &sError) ||
+      (pFound == nullptr && !Where.SaveProbe(Probe, &sError))) {
     return Fail(EXIT_BENCH, sError);
   }
   printf("Probe %u: %s\n", Probe.SerialNo, pRow->sName);
@@ -323,18 +328,20 @@ static int List(const Bench& Where) {
   if (Probes.empty()) {
     printf("No probes.\n");
   }
+  int Status = EXIT_DONE;
   for (const PROBE& Probe : Probes) {
     std::unique_ptr<Device> pTarget;
     LINK                    Link;
     if (!Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
-      return Fail(EXIT_BENCH, sError);
+      Status = Fail(EXIT_BENCH, sError);
+      continue;  // the others can be listed
     }
     printf("%10u  %-15s  %-10s  level %d, flash %s%s%s\n", Probe.SerialNo,
            Probe.sIP.empty() ? "-" : Probe.sIP.c_str(), pTarget->Row().sName,
            pTarget->Flash().StoredLevel(), pTarget->IsFlashErased() ? "erased" : "in use",
            Probe.IsDefault ? ", default" : "", Probe.Faults.empty() ? "" : ", with faults");
   }
-  return EXIT_DONE;
+  return Status;
 }
 
 static int Devices() {
@@ -344,21 +351,27 @@ static int Devices() {
   return EXIT_DONE;
 }
 
+// Chooses the probe and keeps it, as it is then, until the program ends.
+static bool TakeProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE* pProbe,
+                      std::string* psError) {
+  return ChooseProbe(Where, Arguments, pProbe, psError) && Where.Lock(*pProbe, psError) >= 0 &&
+         Where.FindBySerial(pProbe->SerialNo, pProbe, psError);
+}
+
 static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments, bool Power) {
   PROBE                   Probe;
   std::unique_ptr<Device> pTarget;
   LINK                    Link;
   std::string             sError;
-  if (!ChooseProbe(Where, Arguments, &Probe, &sError)) {
-    return Fail(EXIT_BENCH, sError);
-  }
-  const int Lock = Where.Lock(Probe, &sError);
-  if (Lock < 0 || !Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
+  if (!TakeProbe(Where, Arguments, &Probe, &sError) ||
+      !Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
   if (Power) {
     pTarget->PowerOff();
-    pTarget->PowerOn();
+    if (SupplyOf(Probe, Link) >= POWER_ON_MV) {
+      pTarget->PowerOn();
+    }
   } else {
     pTarget->SystemReset(false, "by quobe-bench");
   }
@@ -371,7 +384,7 @@ static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments, boo
 static int Set(const Bench& Where, const ARGUMENTS& Arguments) {
   PROBE       Probe;
   std::string sError;
-  if (!ChooseProbe(Where, Arguments, &Probe, &sError)) {
+  if (!TakeProbe(Where, Arguments, &Probe, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
   for (const std::string& sSetting : Arguments.Rest) {
@@ -395,7 +408,7 @@ static int Set(const Bench& Where, const ARGUMENTS& Arguments) {
 static int Remove(const Bench& Where, const ARGUMENTS& Arguments) {
   PROBE       Probe;
   std::string sError;
-  if (!ChooseProbe(Where, Arguments, &Probe, &sError) || !Where.Remove(Probe, &sError)) {
+  if (!TakeProbe(Where, Arguments, &Probe, &sError) || !Where.Remove(Probe, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
   return EXIT_DONE;

@@ -1,6 +1,7 @@
 // quobe-bench as its users meet it, and the bench's files.
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -8,9 +9,13 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "sim/bench.h"
+
+using sim::PROBE;
 
 class SimBench : public ::testing::Test {
  protected:
@@ -30,6 +35,12 @@ class SimBench : public ::testing::Test {
     }
     const int Status = pclose(pPipe);  // has to have an address: macOS's macro takes it
     return WEXITSTATUS(Status);
+  }
+  static std::string Content(const std::string& sPath) {
+    std::ifstream     File(sPath, std::ios::binary);
+    std::stringstream Text;
+    Text << File.rdbuf();
+    return Text.str();
   }
   bool Says(const char* sText) const { return sOutput_.find(sText) != std::string::npos; }
 
@@ -153,4 +164,355 @@ TEST_F(SimBench, APowerCycleLoadsWhatAResetDoesNot) {
   EXPECT_EQ(0, Run("power-cycle"));
   EXPECT_EQ(0, Run("show"));
   EXPECT_TRUE(Says("Read protection: level 0\n")) << sOutput_;
+}
+
+// -- Several probes, power
+
+TEST_F(SimBench, SeveralProbesAreListedWithWhatIsOnThem) {
+  EXPECT_EQ(0, Run("list"));
+  EXPECT_TRUE(Says("No probes.")) << sOutput_;
+  EXPECT_EQ(0, Run("--probe 1002 create F103 --rdp 1 --flash full"));
+  EXPECT_EQ(0, Run("create --probe 7 L476"));
+  EXPECT_EQ(0, Run("set --probe 7 ip=192.168.1.20 default=yes fault=\"lost 3\""));
+  EXPECT_EQ(0, Run("list"));
+  EXPECT_TRUE(
+      Says("         7  192.168.1.20     STM32L476   level 0, flash erased, default, "
+           "with faults\n"))
+      << sOutput_;
+  EXPECT_TRUE(Says("      1002  -                STM32F103   level 1, flash in use\n")) << sOutput_;
+  EXPECT_LT(sOutput_.find("         7"), sOutput_.find("      1002"));
+  EXPECT_EQ(0, Run("set --probe 7 fault=none"));
+  EXPECT_EQ(0, Run("list"));
+  EXPECT_FALSE(Says("with faults")) << sOutput_;
+}
+
+TEST_F(SimBench, WhoChoosesNoProbeMeansTheFirstDefaultOne) {
+  for (const char* sSerial : {"5", "6", "7"}) {
+    EXPECT_EQ(0, Run(std::string("create F103 --probe ") + sSerial));
+  }
+  EXPECT_EQ(0, Run("create F407"));  // none is the default: the lowest number
+  EXPECT_EQ(0, Run("show --probe 5"));
+  EXPECT_TRUE(Says("STM32F407")) << sOutput_;
+  EXPECT_EQ(0, Run("set --probe 6 default=yes"));
+  EXPECT_EQ(0, Run("set --probe 7 default=yes"));
+  EXPECT_EQ(0, Run("create L053"));
+  EXPECT_TRUE(Says("Probe 6: STM32L053")) << sOutput_;
+  EXPECT_EQ(0, Run("show"));
+  EXPECT_TRUE(Says("Probe 6: STM32L053")) << sOutput_;
+}
+
+TEST_F(SimBench, EverySettingIsKept) {
+  EXPECT_EQ(0, Run("create F103"));
+  EXPECT_EQ(0, Run("set ip=10.0.0.1 default=yes vtarget=1800 supply=5000 max_speed=4000 "
+                   "reset_halts=no time=fast fault=\"busy 3 forever\" "
+                   "'fault=open-fails \"Not today.\"' 'fault=stuck OPTCR 0x10 0'"));
+  sim::Bench         Where(sDirectory_);
+  std::vector<PROBE> Probes;
+  std::string        sError;
+  ASSERT_TRUE(Where.List(&Probes, &sError)) << sError;
+  ASSERT_EQ(1u, Probes.size());
+  EXPECT_EQ("10.0.0.1", Probes[0].sIP);
+  EXPECT_TRUE(Probes[0].IsDefault);
+  EXPECT_EQ(1800u, Probes[0].VTarget);
+  EXPECT_EQ(5000u, Probes[0].Supply);
+  EXPECT_EQ(4000u, Probes[0].MaxSpeed);
+  EXPECT_FALSE(Probes[0].ResetHalts);
+  EXPECT_TRUE(Probes[0].IsFast);
+  EXPECT_EQ(3u, Probes[0].Faults.size());
+  EXPECT_EQ(0, Run("set default=no reset_halts=yes time=real"));
+  ASSERT_TRUE(Where.List(&Probes, &sError)) << sError;
+  EXPECT_FALSE(Probes[0].IsDefault);
+  EXPECT_TRUE(Probes[0].ResetHalts);
+  EXPECT_FALSE(Probes[0].IsFast);
+  EXPECT_EQ("10.0.0.1", Probes[0].sIP);
+}
+
+TEST_F(SimBench, FaultsAreReadAsTheyAreWritten) {
+  sim::FAULT  Fault;
+  std::string sError;
+  EXPECT_TRUE(sim::ParseFault("power-dip 0x10 450 3", &Fault, &sError));
+  EXPECT_EQ(sim::POWER_DIP, Fault.Kind);
+  EXPECT_EQ(16u, Fault.Operation);
+  EXPECT_EQ(450u, Fault.First);
+  EXPECT_EQ(3u, Fault.Second);
+  EXPECT_TRUE(sim::ParseFault("busy 4 50", &Fault, &sError));
+  EXPECT_EQ(50000u, Fault.First);
+  EXPECT_TRUE(sim::ParseFault("busy 4 forever", &Fault, &sError));
+  EXPECT_EQ(sim::FOREVER, Fault.First);
+  EXPECT_TRUE(sim::ParseFault("stuck OPTCR 0xFF00 0xAA00", &Fault, &sError));
+  EXPECT_EQ("OPTCR", Fault.sText);
+  EXPECT_EQ(0xFF00u, Fault.First);
+  EXPECT_EQ(0xAA00u, Fault.Second);
+  for (const char* sWrong :
+       {"", "dance", "lost", "lost x", "lost 1 2", "read-fails 0", "busy 1", "busy 1 never",
+        "busy 1 4294967296", "power-dip 1 450", "power-dip 1 x 2", "power-dip 1 450 x",
+        "stuck OPTCR 1", "stuck OPTCR 1 4294967296", "open-fails", "open-fails two words"}) {
+    EXPECT_FALSE(sim::ParseFault(sWrong, &Fault, &sError)) << sWrong;
+    EXPECT_FALSE(sError.empty());
+    sError.clear();
+  }
+}
+
+TEST_F(SimBench, APowerCycleGivesNoPowerThatTheBenchDoesNotHave) {
+  EXPECT_EQ(0, Run("create F407 --rdp 1"));
+  EXPECT_EQ(0, Run("power-cycle"));
+  EXPECT_EQ(0, Run("show"));
+  EXPECT_TRUE(Says(", powered")) << sOutput_;
+  EXPECT_EQ(0, Run("set vtarget=1699"));
+  EXPECT_EQ(0, Run("power-cycle"));
+  EXPECT_EQ(0, Run("show"));
+  EXPECT_TRUE(Says(", not powered yet")) << sOutput_;
+  EXPECT_EQ(0, Run("set vtarget=1700"));
+  EXPECT_EQ(0, Run("power-cycle"));
+  EXPECT_EQ(0, Run("show"));
+  EXPECT_TRUE(Says(", powered")) << sOutput_;
+}
+
+TEST_F(SimBench, ShowTellsAnInterruptedConnectionAndMemoriesInUse) {
+  EXPECT_EQ(0, Run("create F407 --eeprom full --flash erased"));
+  std::ofstream(sDirectory_ + "/1.device", std::ios::app) << "probe.open = 1\n";
+  EXPECT_EQ(0, Run("show"));
+  EXPECT_TRUE(Says("ended without closing the connection")) << sOutput_;
+  EXPECT_TRUE(Says("flash        erased (1048576 bytes)")) << sOutput_;
+  EXPECT_TRUE(Says("backup_sram  4096 of 4096 bytes in use")) << sOutput_;
+}
+
+TEST_F(SimBench, RemoveTakesProbeAndDeviceOffTheBench) {
+  EXPECT_EQ(0, Run("create F407"));
+  EXPECT_EQ(0, Run("create F103 --probe 2"));
+  EXPECT_EQ(0, Run("remove --probe 2"));
+  EXPECT_EQ(3, Run("show --probe 2"));
+  EXPECT_NE(0, access((sDirectory_ + "/2.device").c_str(), F_OK));
+  EXPECT_EQ(0, Run("show --probe 1"));
+}
+
+TEST_F(SimBench, AProbeInUseIsLeftAlone) {
+  EXPECT_EQ(0, Run("create F407"));
+  sim::Bench Where(sDirectory_);
+  PROBE      Probe;
+  Probe.SerialNo = 1;
+  std::string sError;
+  const int   Lock = Where.Lock(Probe, &sError);
+  ASSERT_GE(Lock, 0);
+  for (const char* sCommand : {"create F103", "reset", "power-cycle", "set time=fast", "remove"}) {
+    EXPECT_EQ(3, Run(sCommand)) << sCommand;
+    EXPECT_TRUE(Says("in use")) << sOutput_;
+  }
+  EXPECT_EQ(0, Run("show"));  // looking is free
+  EXPECT_TRUE(Says("STM32F407")) << sOutput_;
+  sim::Bench::Unlock(Lock);
+  EXPECT_EQ(0, Run("create F103"));
+}
+
+// -- Files that somebody edited, damaged or left half done
+
+TEST_F(SimBench, EditedFilesGiveAReasonAndAreNotTouched) {
+  const char* const aLines[][2] = {
+      {"option.NOTHING = 1", "means nothing"},
+      {"option.OPTCR = 0x100000000", "means nothing"},
+      {"option.OPTCR = lots", "means nothing"},
+      {"option = 1", "means nothing"},
+      {"register.FLASH_NOTHING = 1", "means nothing"},
+      {"register.FLASH_CR = ", "means nothing"},
+      {"state.nothing = 1", "means nothing"},
+      {"variant.nothing = 1", "means nothing"},
+      {"memory.flash.0x08000000 = XYZ", "means nothing"},
+      {"memory.flash.0x08000000 =", "means nothing"},
+      {"memory.flash.0x08000002 = 12345678", "means nothing"},
+      {"memory.flash.0x08100000 = 12345678", "means nothing"},
+      {"memory.flash.0x080FFFFC = 12345678 12345678", "means nothing"},
+      {"memory.flash.0x080FFFFC = 2 x 12345678", "means nothing"},
+      {"memory.flash.0x08000000 = 99999999999 x 12345678", "means nothing"},
+      {"memory.rom.0x08000000 = 12345678", "means nothing"},
+      {"memory.flash = 12345678", "means nothing"},
+      {"running.0.kind = 6", "means nothing"},
+      {"running.0.argument = 6", "means nothing"},  // of what?
+      {"running.0.dance = 6", "means nothing"},
+      {"running.0.kind = 4\nrunning.0.argument = 0xFFFFFFF0", "programs an address"},
+      {"no equals sign", "expected \"key = value\""},
+      {"= value", "expected \"key = value\""},
+  };
+  const std::string sPath = sDirectory_ + "/1.device";
+  for (const auto& Line : aLines) {
+    EXPECT_EQ(0, Run("create F407 --flash full"));
+    std::ofstream(sPath, std::ios::app) << Line[0] << "\n";
+    const std::string sBefore = Content(sPath);
+    for (const char* sCommand : {"show", "reset", "power-cycle", "list"}) {
+      EXPECT_EQ(3, Run(sCommand)) << Line[0];
+      EXPECT_TRUE(Says(Line[1])) << Line[0] << ": " << sOutput_;
+      EXPECT_TRUE(Says("1.device")) << sOutput_;
+    }
+    EXPECT_EQ(sBefore, Content(sPath)) << Line[0];
+  }
+}
+
+TEST_F(SimBench, AnEditedProbeGivesAReasonToo) {
+  EXPECT_EQ(0, Run("create F407"));
+  const std::string sPath = sDirectory_ + "/1.probe";
+  for (const char* sLine : {"wings = 2", "vtarget = -1", "vtarget = 65536", "supply = 65536",
+                            "max_speed = 0", "serial = 2", "serial = 0", "time = soon",
+                            "default = maybe", "reset_halts = 1", "fault = dance"}) {
+    const std::string sGood = Content(sPath);
+    std::ofstream(sPath, std::ios::app) << sLine << "\n";
+    EXPECT_EQ(3, Run("list")) << sLine;
+    EXPECT_TRUE(Says("1.probe: ")) << sOutput_;
+    std::ofstream(sPath) << sGood;
+  }
+  EXPECT_EQ(0, Run("list"));
+}
+
+TEST_F(SimBench, OneDamagedDeviceDoesNotHideTheOthers) {
+  EXPECT_EQ(0, Run("create F407 --probe 1"));
+  EXPECT_EQ(0, Run("create F103 --probe 2"));
+  std::ofstream(sDirectory_ + "/1.device") << "rubbish\n";
+  EXPECT_EQ(3, Run("list"));
+  EXPECT_TRUE(Says("STM32F103")) << sOutput_;
+  EXPECT_EQ(0, unlink((sDirectory_ + "/1.device").c_str()));
+  EXPECT_EQ(0, mkdir((sDirectory_ + "/1.device").c_str(), 0755));
+  EXPECT_EQ(3, Run("show --probe 1"));
+  EXPECT_TRUE(Says("Is a directory")) << sOutput_;
+  EXPECT_EQ(3, Run("list"));
+  EXPECT_EQ(0, rmdir((sDirectory_ + "/1.device").c_str()));
+}
+
+TEST_F(SimBench, WhatCannotBeReadAsAnImageIsNoImage) {
+  EXPECT_EQ(2, Run("create F407 --flash /"));
+  EXPECT_TRUE(Says("cannot be read")) << sOutput_;
+  EXPECT_EQ(0, system(("mkdir -p '" + sDirectory_ + "' && truncate -s 1048577 '" + sDirectory_ +
+                       "/large.bin'")
+                          .c_str()));
+  EXPECT_EQ(2, Run("create F407 --flash " + sDirectory_ + "/large.bin"));
+  EXPECT_TRUE(Says("larger than the flash of 1048576 bytes")) << sOutput_;
+}
+
+TEST_F(SimBench, AValueStaysOnItsLine) {
+  EXPECT_EQ(0, Run("create F407"));
+  EXPECT_EQ(2, Run("set 'ip=1.2.3.4\nfault = lost 1'"));
+  EXPECT_TRUE(Says("one line")) << sOutput_;
+  EXPECT_EQ(0, Run("list"));
+}
+
+TEST_F(SimBench, AFileOfAbsurdSizeIsNotRead) {
+  EXPECT_EQ(0, Run("create F407"));
+  EXPECT_EQ(0, truncate((sDirectory_ + "/1.device").c_str(), 80 << 20));
+  EXPECT_EQ(3, Run("show"));
+  EXPECT_TRUE(Says("1.device: File too large")) << sOutput_;
+}
+
+// Whatever a file says, it is taken or refused, and what was taken works.
+TEST_F(SimBench, DamagedFilesNeverHarm) {
+  uint32_t Seed   = 1;
+  auto     Random = [&Seed](uint32_t Limit) {
+    Seed = Seed * 1664525 + 1013904223;
+    return (Seed >> 8) % Limit;
+  };
+  ASSERT_EQ(0, mkdir(sDirectory_.c_str(), 0755));
+  const std::string sPath = sDirectory_ + "/damaged";
+  for (const sim::DEVICE_ROW* pRow : sim::AllDevices()) {
+    sim::Device Good(*pRow);
+    sim::FillFlash(&Good, 256);
+    Good.PowerOn();
+    sim::KeyFile File;
+    Good.SaveTo(&File);
+    File.Add("running.0.kind", "4");
+    File.Add("running.0.argument", "0x08000000");
+    File.Add("running.1.kind", "1");
+    File.Add("running.1.argument", "0xFFFFFFFF");
+    std::string sError;
+    ASSERT_TRUE(File.Save(sPath, "damaged", &sError)) << sError;
+    const std::string sGood = Content(sPath);
+    for (int i = 0; i < 25; i++) {
+      std::string sText = sGood;
+      for (uint32_t k = 0; k <= Random(3); k++) {
+        const size_t At = Random(static_cast<uint32_t>(sText.size()));
+        if (Random(4) == 0) {
+          sText.resize(At + 1);
+        } else {
+          sText[At] = "0123456789ABCDEFx.=\n\" \xFF"[Random(22)];
+        }
+      }
+      std::ofstream(sPath, std::ios::binary) << sText;
+      sim::KeyFile Damaged;
+      sim::Device  Target(*pRow);
+      if (Damaged.Load(sPath, &sError) && Target.LoadFrom(Damaged, &sError)) {
+        uint32_t Value = 0;
+        Target.PowerOn();
+        Target.AdvanceTo(Target.NowUs() + 1000000);
+        Target.Read(pRow->aMemories[0].Base, 4, &Value);
+        Target.Write(pRow->aMemories[0].Base, 4, 0);
+        Target.SystemReset(true, "test");
+        sim::KeyFile Again;
+        Target.SaveTo(&Again);
+      } else {
+        EXPECT_FALSE(sError.empty());
+      }
+      sError.clear();
+    }
+  }
+}
+
+TEST_F(SimBench, AWriterThatIsKilledLeavesTheOldFileOrTheNewOne) {
+  EXPECT_EQ(0, Run("create F429 --flash full"));
+  sim::Bench Where(sDirectory_);
+  PROBE      Probe;
+  Probe.SerialNo = 1;
+  for (int i = 0; i < 20; i++) {
+    const pid_t Writer = fork();
+    if (Writer == 0) {
+      sim::Device Target(*sim::FindDevice("STM32F429"));
+      std::string sError;
+      for (uint32_t Value = 0;; Value++) {
+        for (uint32_t Word = 0; Word < 20000; Word++) {
+          Target.FindMemory(sim::MAIN_FLASH)->WordAt(0x08000000 + 4 * Word) = Value;
+        }
+        Target.FindMemory(sim::MAIN_FLASH)->WordAt(0x0800FFFC) = ~Value;
+        Where.SaveDevice(Probe, Target, sim::LINK(), &sError);
+      }
+    }
+    usleep(static_cast<useconds_t>(3000 + 977 * i));
+    ASSERT_EQ(0, kill(Writer, SIGKILL));
+    ASSERT_EQ(Writer, waitpid(Writer, nullptr, 0));
+    std::unique_ptr<sim::Device> pDevice;
+    sim::LINK                    Link;
+    std::string                  sError;
+    ASSERT_TRUE(Where.LoadDevice(Probe, &pDevice, &Link, &sError)) << sError;
+    sim::Memory* pFlash = pDevice->FindMemory(sim::MAIN_FLASH);
+    if (pFlash->WordAt(0x08000000) != 0x20001000) {  // not the one created
+      EXPECT_EQ(pFlash->WordAt(0x08000000), ~pFlash->WordAt(0x0800FFFC));
+    }
+  }
+  std::ofstream(sDirectory_ + "/1.device.12345.tmp") << "half a";
+  std::ofstream(sDirectory_ + "/11.device.12345.tmp") << "another probe's";
+  EXPECT_EQ(0, Run("reset"));
+  EXPECT_NE(0, system(("ls '" + sDirectory_ + "' | grep -q '^1[.].*tmp'").c_str()));
+  EXPECT_EQ(0, access((sDirectory_ + "/11.device.12345.tmp").c_str(), F_OK));
+}
+
+TEST_F(SimBench, ProcessesThatWriteAtOnceLoseNothing) {
+  EXPECT_EQ(0, Run("create F407"));
+  const std::string sCommand = "for i in 1 2 3 4 5 6 7 8 9 10 11 12; do ( " QUOBE_BENCH_TOOL
+                               " set \"fault=lost $i\" 2>/dev/null && echo done $i ) & done; wait";
+  FILE* pPipe = popen(sCommand.c_str(), "r");
+  ASSERT_NE(nullptr, pPipe);
+  size_t NumDone = 0;
+  char   acLine[64];
+  while (fgets(acLine, sizeof(acLine), pPipe) != nullptr) {
+    NumDone++;
+  }
+  pclose(pPipe);
+  EXPECT_GT(NumDone, 0u);
+  std::vector<PROBE> Probes;
+  std::string        sError;
+  ASSERT_TRUE(sim::Bench(sDirectory_).List(&Probes, &sError)) << sError;
+  ASSERT_EQ(1u, Probes.size());
+  EXPECT_EQ(NumDone, Probes[0].Faults.size());  // who was told "done" was not overwritten
+}
+
+TEST_F(SimBench, AnEmptyBenchGetsOneDeviceHoweverManyAskForIt) {
+  const std::string sCommand =
+      "for i in 1 2 3 4 5 6; do " QUOBE_BENCH_TOOL " show >/dev/null 2>&1 & done; wait";
+  EXPECT_EQ(0, system(sCommand.c_str()));
+  EXPECT_EQ(0, Run("list"));
+  EXPECT_TRUE(Says("STM32F407")) << sOutput_;
+  EXPECT_FALSE(Says("No probes")) << sOutput_;
 }

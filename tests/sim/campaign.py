@@ -6,7 +6,7 @@ usage: campaign.py --tool FILE --library FILE --bench FILE [--timewarp FILE] [--
 For each row of the menu the tool runs once undisturbed. Then, for each k, it runs again with the
 k-th operation of that run made to fail: the connection is lost, a read fails, a write is dropped,
 the supply dips, the flash controller stays busy for a while or for ever. Further runs have a bit
-that does not program, and a probe that cannot be opened. The target is powered by the probe.
+of the protection level that does not program, and a probe that cannot be opened. The target is powered by the probe.
 
 Each run has to end by itself with status 0 or 255, with the probe closed and the target's supply
 off, and may claim success only when the device is at read protection level 0. Some waits have no
@@ -62,14 +62,15 @@ ENDLESS = {
 # Menu rows whose last stage is not read back, and the text that begins it.
 UNVERIFIED = {12: "Resetting Write protection (WRP) and PCROP..."}
 
-# A bit of the stored option bytes that does not become what factory state needs.
+# Bits of the stored option bytes that do not become what factory state needs: the word with the
+# protection level, the level's place in it and its byte at level 0; further words with a bit.
 STUCK = {
-    1: "OPTION_RDP_USER 0x00000001 0x1", 2: "OPTION_RDP_USER 0x00000002 0x2",
-    3: "OPTCR 0x00000100 0x100", 4: "OPTION_RDP_USER 0x00000001 0x1",
-    5: "OPTCR 0x00000100 0x100", 6: "OPTCR 0x00000100 0x100", 7: "OPTCR 0x00000100 0x100",
-    8: "OPTCR 0x00000100 0x100", 9: "WPSN2 0x00000001 0x0", 10: "OPTION_RDP 0x00000001 0x1",
-    11: "OPTION_RDP 0x00000001 0x1", 12: "OPTR 0x00000001 0x1",
+    1: ("OPTION_RDP_USER", 0, 0xAA), 2: ("OPTION_RDP_USER", 0, 0xA5), 3: ("OPTCR", 8, 0xAA),
+    4: ("OPTION_RDP_USER", 0, 0xAA), 5: ("OPTCR", 8, 0xAA), 6: ("OPTCR", 8, 0xAA),
+    7: ("OPTCR", 8, 0xAA), 8: ("OPTCR", 8, 0xAA), 9: ("OPTSR", 8, 0xAA),
+    10: ("OPTION_RDP", 0, 0xAA), 11: ("OPTION_RDP", 0, 0xAA), 12: ("OPTR", 0, 0xAA),
 }
+STUCK_FURTHER = {9: ["WPSN2 0x00000001 0"]}
 
 SUCCESS = re.compile(r"settings\.\.\.O\.K\.\n\Z|seconds\)\.\.\.O\.K\.\n\Z|try\.\n.*O\.K\.\n\Z|"
                      r"settings\.\nO\.K\.\n\Z|Option bytes reset to factory settings\.\n\Z", re.S)
@@ -152,7 +153,11 @@ def operations(trace):
 def faults_for(row, trace):
     """Every fault for every operation of an undisturbed run, as far as it means something there."""
     yield 'open-fails "The probe does not answer."'
-    yield "stuck " + STUCK[row]
+    word, place, byte = STUCK[row]
+    for bit in range(8):
+        yield "stuck %s 0x%X 0x%X" % (word, 1 << bit << place, (~byte & 1 << bit) << place)
+    for text in STUCK_FURTHER.get(row, ()):
+        yield "stuck " + text
     for number, text in operations(trace).items():
         yield "lost %d" % number
         yield "power-dip %d 450 3" % number
@@ -160,7 +165,7 @@ def faults_for(row, trace):
             yield "read-fails %d" % number
         if text.startswith(("WR", "Reset", "ExecCommand")):
             yield "write-dropped %d" % number
-        if text.startswith("WR"):
+        if text.startswith(("WR", "RD", "Reset")):
             yield "busy %d 50" % number
             yield "busy %d forever" % number
 
@@ -174,7 +179,7 @@ def polled_register(trace):
     return names.pop() if len(names) == 1 else None
 
 
-def verdict(row, output, status, trace, device):
+def verdict(row, output, status, trace, device, fault=None):
     """("ended", how), ("endless", register), ("unverified", how) or ("failed", why)."""
     if status is None:
         register = polled_register(trace)
@@ -188,8 +193,9 @@ def verdict(row, output, status, trace, device):
     if state.get("probe.open") == "1":
         return "failed", "the probe was left open"
     if state.get("probe.supply_on") == "1":
-        # The fault may have hit the very command that switches it off.
-        if not any("DisablePowerSupplyOnClose" in line for line in trace):
+        # No fault but the loss of the very command that switches it off may do that.
+        last = [n for n, text in operations(trace).items() if "DisablePowerSupplyOnClose" in text]
+        if not last or fault != "write-dropped %d" % last[-1]:
             return "failed", "the target's supply was left on"
     success = status == 0 and SUCCESS.search(output) is not None
     if success and not at_level_0(state):
@@ -287,7 +293,7 @@ def main():
         def run(job):
             row, device, device_state, fault, length = job
             result = stage().run(row, device_state, fault, length)
-            return job, verdict(row, *result), result[0]
+            return job, verdict(row, *result, fault), result[0]
 
         counts = collections.defaultdict(collections.Counter)
         endless = collections.defaultdict(list)

@@ -413,3 +413,351 @@ TEST_F(SimLibrary, TheTraceNamesRegistersAndBits) {
     EXPECT_NE(std::string::npos, sText.find(sLine)) << sLine << "\nnot in\n" << sText;
   }
 }
+
+// -- Connections
+
+TEST_F(SimLibrary, AConnectionStartsWithNothingOfTheOneBefore) {
+  sim::PROBE Fast = Probe(1), Slow = Probe(2);
+  Slow.MaxSpeed = 500;
+  Put(Fast, "STM32F407");
+  Put(Slow, "STM32F407");
+  uint32_t Value = 0;
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_LT(Read(0xE0042000, &Value), 0);  // no interface is chosen yet
+  Swd();
+  EXPECT_EQ(9000u, Speed(9000));
+  EXPECT_GE(Read(0xE0042000, &Value), 0);
+  Close();
+  SelectSerial(2);
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0u, Call<uint32_t (*)()>("QUOBEARM_GetSpeed")());
+  EXPECT_LT(Read(0xE0042000, &Value), 0);
+  Swd();
+  EXPECT_GE(Read(0xE0042000, &Value), 0);
+}
+
+TEST_F(SimLibrary, OnlySwdIsThere) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0, Call<int32_t (*)(int32_t)>("QUOBEARM_TIF_Select")(1));
+  EXPECT_LT(Call<int32_t (*)(int32_t)>("QUOBEARM_TIF_Select")(0), 0);
+  uint32_t Value = 0;
+  EXPECT_LT(Read(0xE0042000, &Value), 0);
+}
+
+TEST_F(SimLibrary, OpeningTwiceIsOpeningOnce) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Write(0x20000000, 1);
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0x413u, IdCode());
+}
+
+TEST_F(SimLibrary, AfterAProbeWasLostOpeningTellsTheTruth) {
+  Put(WithFault("lost 2"), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0u, IsOpen());
+  EXPECT_EQ(nullptr, Open());  // plugged in again
+  EXPECT_EQ(1u, IsOpen());
+  EXPECT_EQ(0x413u, IdCode());
+  Close();
+  Put(WithFault("lost 9"), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(0u, IsOpen());
+  std::ofstream(sDirectory_ + "/1.device") << "rubbish\n";
+  EXPECT_NE(nullptr, Open());
+  EXPECT_EQ(0u, IsOpen());
+}
+
+TEST_F(SimLibrary, AFileThatMeansNothingIsToldWhenOpeningAndLeftAlone) {
+  Put(Probe(1), "STM32F407");
+  const std::string sPath = sDirectory_ + "/1.device";
+  std::ofstream(sPath, std::ios::app) << "option.NOTHING = 1\n";
+  std::ifstream     File(sPath);
+  std::stringstream Before, After;
+  Before << File.rdbuf();
+  const char* sError = Open();
+  ASSERT_NE(nullptr, sError);
+  EXPECT_NE(std::string::npos, std::string(sError).find("option.NOTHING")) << sError;
+  Close();
+  std::ifstream Again(sPath);
+  After << Again.rdbuf();
+  EXPECT_EQ(Before.str(), After.str());
+}
+
+TEST_F(SimLibrary, ATextForEveryCommandThatIsNotQuiteOne) {
+  Put(Probe(1), "STM32F103");
+  EXPECT_EQ(nullptr, Open());
+  for (const char* sCommand :
+       {"", "device", "SupplyPower", "SupplyPower = 2", "SupplyPower = 1 = 1",
+        "device = Cortex-M4 = x", "DisablePowerSupplyOnClose = 1"}) {
+    EXPECT_EQ("Unknown command \"" + std::string(sCommand) + "\"", Command(sCommand));
+  }
+  for (const char* sCommand : {"supplypower=1", "DEVICE = cortex-m0", "device = Cortex-M4",
+                               "device = Cortex-M7", "device = STM32F407"}) {
+    EXPECT_EQ("", Command(sCommand)) << sCommand;
+  }
+  // Without room for a text it is at least no harm.
+  EXPECT_NE(0, (Call<int32_t (*)(const char*, char*, int32_t)>("QUOBEARM_ExecCommand")(
+                   "Dance", nullptr, 0)));
+}
+
+TEST_F(SimLibrary, SupplyPower0TakesThePowerAway) {
+  sim::PROBE Unpowered = Probe(1);
+  Unpowered.VTarget    = 0;
+  Unpowered.Supply     = 1700;
+  Put(Unpowered, "STM32F103");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ("", Command("SupplyPower = 1"));
+  EXPECT_EQ(1700u, Voltage());
+  EXPECT_EQ(0x410u, IdCode());
+  EXPECT_EQ("", Command("SupplyPower = 0"));
+  EXPECT_EQ(0u, Voltage());
+  EXPECT_EQ(0u, IdCode());
+}
+
+TEST_F(SimLibrary, ADeviceAt1699MillivoltsDoesNotAnswer) {
+  for (const uint32_t VTarget : {1699u, 1700u}) {
+    sim::PROBE Weak = Probe(1);
+    Weak.VTarget    = VTarget;
+    Put(Weak, "STM32F407");
+    EXPECT_EQ(nullptr, Open());
+    EXPECT_EQ(VTarget == 1700 ? 0x413u : 0u, IdCode());
+    Close();
+  }
+}
+
+TEST_F(SimLibrary, SpeedsAbove16BitsAreReportedWhole) {
+  sim::PROBE Fast = Probe(1);
+  Fast.MaxSpeed   = 100000;
+  Put(Fast, "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(70000u, Speed(70000));
+  EXPECT_EQ(4000u, Speed(0));
+}
+
+TEST_F(SimLibrary, StatusBytesTellWhichWordsWereRead) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  uint32_t aWords[3] = {1, 1, 1};
+  uint8_t  abDone[3] = {9, 9, 9};
+  EXPECT_LT((Call<int32_t (*)(uint32_t, uint32_t, uint32_t*, uint8_t*)>("QUOBEARM_ReadMemU32")(
+                0x080FFFFC, 3, aWords, abDone)),
+            0);
+  EXPECT_EQ(0xFFFFFFFFu, aWords[0]);
+  EXPECT_EQ(1u, aWords[1]);
+  EXPECT_EQ(0, abDone[0]);
+  EXPECT_EQ(1, abDone[1]);
+  EXPECT_EQ(9, abDone[2]);
+  EXPECT_EQ(0, (Call<int32_t (*)(uint32_t, uint32_t, uint32_t*, uint8_t*)>("QUOBEARM_ReadMemU32")(
+                   0x08000000, 0, aWords, nullptr)));
+}
+
+TEST_F(SimLibrary, HalfWordsAreWritten) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  uint32_t Value = 0;
+  Call<int32_t (*)(uint32_t, uint16_t)>("QUOBEARM_WriteU16")(0x20000002, 0xABCD);
+  EXPECT_GE(Read(0x20000000, &Value), 0);
+  EXPECT_EQ(0xABCD0000u, Value);
+}
+
+TEST_F(SimLibrary, AResetThatDoesNotHaltLeavesAWatchdogRunning) {
+  for (const bool Halts : {true, false}) {
+    sim::PROBE Each = Probe(1);
+    Each.ResetHalts = Halts;
+    sim::CREATE_REQUEST Request;
+    Request.Level = 1;
+    Request.User  = 0xCC;
+    Put(Each, "STM32F407", Request);
+    EXPECT_EQ(nullptr, Open());
+    Swd();
+    Write(0xE0042008, 0x1000);
+    Reset();
+    Write(0x40023C08, 0x08192A3B);
+    Write(0x40023C08, 0x4C5D6E7F);
+    Write(0x40023C14, 0x0FFFAAEE);
+    uint32_t Status = 0;
+    do {
+      ASSERT_GE(Read(0x40023C0C, &Status), 0);
+    } while (Status & 0x10000);
+    EXPECT_GE(Read(0x40023C14, &Status), 0);
+    EXPECT_EQ(Halts ? 0xAAu : 0xBBu, Status >> 8 & 0xFF);
+    Close();
+  }
+}
+
+// -- Level 2
+
+TEST_F(SimLibrary, ALevel2DeviceAnswersNothingAndIsNotChanged) {
+  for (const char* sDevice : {"STM32F407", "STM32F723", "STM32H743"}) {
+    sim::CREATE_REQUEST Request;
+    Request.Level = 2;
+    Put(Probe(1), sDevice, Request);
+    EXPECT_EQ(nullptr, Open());
+    Swd();
+    const uint32_t Base    = sDevice[5] == 'H' ? 0x52002000 : 0x40023C00;
+    uint32_t       Value   = 0;
+    const uint32_t aKeys[] = {0x08192A3B, 0x4C5D6E7F};
+    for (int i = 0; i < 2; i++) {
+      for (const uint32_t Key : aKeys) {
+        Write(Base + 8, Key);
+      }
+      Write(Base + 0x14, 0x0FFFAAEE);
+      Write(Base + 0x18, 2);
+      Reset();
+    }
+    for (const uint32_t Address :
+         {Base + 0x14, Base + 0x1C, 0x08000000u, 0x20000000u, 0xE0042000u, 0x5C001000u}) {
+      EXPECT_LT(Read(Address, &Value), 0) << sDevice;
+    }
+    EXPECT_EQ(3300u, Voltage());
+    Close();
+    std::unique_ptr<sim::Device> pDevice;
+    sim::LINK                    Link;
+    std::string                  sError;
+    ASSERT_TRUE(bench_->LoadDevice(Probe(1), &pDevice, &Link, &sError)) << sError;
+    EXPECT_EQ(2, pDevice->Flash().StoredLevel());
+    EXPECT_FALSE(pDevice->IsFlashErased());
+  }
+}
+
+// -- Faults, further
+
+TEST_F(SimLibrary, FaultWriteDroppedLosesResetsAndCommandsToo) {
+  sim::PROBE Each = Probe(1);
+  Each.VTarget    = 0;
+  Each.Faults     = {"write-dropped 2", "write-dropped 6"};
+  Put(Each, "STM32F407");
+  EXPECT_EQ(nullptr, Open());                 // 1
+  EXPECT_EQ("", Command("SupplyPower = 1"));  // 2
+  EXPECT_EQ(0u, Voltage());                   // 3
+  EXPECT_EQ("", Command("SupplyPower = 1"));  // 4
+  Swd();                                      // 5
+  Reset();                                    // 6
+  EXPECT_EQ(std::string::npos, TraceText().find("system reset"));
+  Reset();
+  EXPECT_NE(std::string::npos, TraceText().find("system reset (by the probe)"));
+}
+
+TEST_F(SimLibrary, FaultBusyForAWhileIsOverThen) {
+  Put(WithFault("busy 3 50"), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FFFAAEE);
+  uint32_t Status   = 0;
+  int      NumPolls = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+  } while ((Status & 0x10000) && NumPolls++ < 100);
+  EXPECT_LT(NumPolls, 100);
+  const std::string sText = TraceText();
+  EXPECT_NE(std::string::npos, sText.find("busy with nothing starts, 50 ms")) << sText;
+  EXPECT_NE(std::string::npos, sText.find("busy with nothing done")) << sText;
+}
+
+TEST_F(SimLibrary, FaultLostTakesTheSupplyAlong) {
+  sim::PROBE Each = WithFault("lost 4");
+  Each.VTarget    = 0;
+  Put(Each, "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ("", Command("SupplyPower = 1"));
+  EXPECT_EQ(3300u, Voltage());
+  EXPECT_EQ(0u, Voltage());  // 4: nothing is told any more
+  EXPECT_EQ("Not connected to a probe", Command("DisablePowerSupplyOnClose"));
+  std::unique_ptr<sim::Device> pDevice;
+  sim::LINK                    Link;
+  std::string                  sError;
+  ASSERT_TRUE(bench_->LoadDevice(Each, &pDevice, &Link, &sError)) << sError;
+  EXPECT_FALSE(Link.SupplyOn);
+  EXPECT_FALSE(Link.IsOpen);
+  EXPECT_FALSE(pDevice->IsPowered());
+}
+
+TEST_F(SimLibrary, SeveralStuckBitsOfOneWordStayStuck) {
+  sim::PROBE Each = WithFault("stuck OPTCR 0x00010000 0");
+  Each.Faults.push_back("stuck OPTCR 0x00000010 0x10");
+  Each.Faults.push_back("stuck OPTCR 0x00020000 0");
+  Put(Each, "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FFFAAEE);
+  uint32_t Status = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+  } while (Status & 0x10000);
+  EXPECT_GE(Read(0x40023C14, &Status), 0);
+  EXPECT_EQ(0x0FFCAAFCu, Status);
+}
+
+TEST_F(SimLibrary, AFaultInAWordThatTheDeviceDoesNotHaveIsTold) {
+  Put(WithFault("stuck OPTCR2 1 0"), "STM32F407");
+  const char* sError = Open();
+  ASSERT_NE(nullptr, sError);
+  EXPECT_NE(std::string::npos, std::string(sError).find("has no such option word")) << sError;
+  EXPECT_EQ(0u, IsOpen());
+}
+
+// -- Trace, further
+
+TEST_F(SimLibrary, TheTraceTellsWhatFailedAndWhatHasNoName) {
+  Put(WithFault("write-dropped 4"), "STM32H743");
+  uint32_t Value = 0;
+  EXPECT_EQ(nullptr, Open());     // 1
+  Swd();                          // 2
+  Write(0xE0042008, 0x1800);      // 3
+  Write(0x52002008, 0x08192A3B);  // 4
+  Write(0x52002008, 0x12345678);  // 5
+  EXPECT_LT(Read(0x10000000, &Value), 0);
+  Call<int32_t (*)(uint32_t, uint16_t)>("QUOBEARM_WriteU16")(0x20000000, 0xABCD);
+  Close();
+  const std::string sText = TraceText();
+  for (const char* sLine :
+       {"     1  Open: probe 1, STM32H743\n", "-- there is nothing at this address\n",
+        "     3  WR  [0xE0042008] = 0x00001800: failed\n",
+        "     4  WR  FLASH_OPTKEYR = 0x08192A3B  OPTKEY1: dropped\n",
+        "     5  WR  FLASH_OPTKEYR = 0x12345678  a wrong key: failed\n",
+        "     6  RD  [0x10000000]: failed\n", "     7  WR16 [0x20000000] = 0xABCD\n",
+        "     8  Close\n"}) {
+    EXPECT_NE(std::string::npos, sText.find(sLine)) << sLine << "\nnot in\n" << sText;
+  }
+}
+
+TEST_F(SimLibrary, TheTraceIsStampedWithATimeThatGrows) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40023C08, 0x08192A3B);
+  Write(0x40023C08, 0x4C5D6E7F);
+  Write(0x40023C14, 0x0FFFAAEE);
+  uint32_t Status = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+  } while (Status & 0x10000);
+  Close();
+  std::istringstream Lines(TraceText());
+  std::string        sLine;
+  double             Last   = 0;
+  double             Start  = 0;
+  double             Finish = 0;
+  while (std::getline(Lines, sLine)) {
+    const double Now = atof(sLine.c_str());
+    EXPECT_GE(Now, Last) << sLine;
+    Last = Now;
+    if (sLine.find("erase starts") != std::string::npos) {
+      Start = Now;
+    }
+    if (sLine.find("program done") != std::string::npos) {
+      Finish = Now;
+    }
+  }
+  // 0.4 s of the device, however short it was for the caller.
+  EXPECT_GT(Finish - Start, 0.39);
+  EXPECT_LT(Finish - Start, 1.0);
+}
