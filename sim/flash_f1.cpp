@@ -478,7 +478,8 @@ class ControllerF1 : public Controller {
       // The hardware makes the complement; the upper byte written does not count.
       const int Index = static_cast<int>((Address - OPTION_BASE) / 4);
       Store(Index, Merge(Stored(Index), Address, 2, Pair(Value & 0xFF)));
-    } else if (Memory* pFlash = owner_.FindMemory(MAIN_FLASH); pFlash->Contains(Address)) {
+    } else {
+      Memory* pFlash          = owner_.FindMemory(MAIN_FLASH);
       pFlash->WordAt(Address) = Merge(pFlash->WordAt(Address), Address, 2, Value);
     }
   }

@@ -571,7 +571,7 @@ class ControllerL4 : public Controller {
 
   void ProgramDoubleWord(uint32_t Address, uint32_t Low, uint32_t High) {
     Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
-    if (pFlash->Contains(Address) && pFlash->Contains(Address + 4)) {
+    if (pFlash->Contains(Address + 4)) {
       pFlash->WordAt(Address)     = Low;
       pFlash->WordAt(Address + 4) = High;
     }

@@ -927,18 +927,6 @@ TEST(SimFlashF1, ADeviceIsFoundAsItWasLeft) {
   EXPECT_TRUE(Third.FlashErased());
 }
 
-TEST(SimFlashF1, AFileThatNamesAPlaceOutsideTheFlashDoesNoHarm) {
-  for (const char* sName : aDevices) {
-    sim::Device  Device(*sim::FindDevice(sName));
-    sim::KeyFile File;
-    std::string  sError;
-    File.Add("powered", "1");
-    File.Add("running.0.kind", "4");
-    File.Add("running.0.argument", "0x09000000");
-    EXPECT_TRUE(Device.LoadFrom(File, &sError)) << sError;
-  }
-}
-
 TEST(SimFlashF1, StatesThatDoNotExistAreRefused) {
   for (const char* sName : aDevices) {
     sim::CREATE_REQUEST All, Some, Secure, Choice, Sector;

@@ -920,13 +920,20 @@ TEST(SimFlashL4, ADeviceIsFoundAsItWasLeft) {
 }
 
 TEST(SimFlashL4, AFileThatNamesAPlaceOutsideTheFlashDoesNoHarm) {
-  for (const char* sKind : {"0", "1", "4"}) {
+  const struct {
+    const char *sKind, *sArgument;
+  } aRunning[] = {
+      {"0", "0x09000000"},
+      {"1", "0x09000000"},
+      {"4", "0x080FFFFC"},  // the second half of the double word would lie outside
+  };
+  for (const auto& Running : aRunning) {
     sim::Device  Device(*sim::FindDevice("STM32L476"));
     sim::KeyFile File;
     std::string  sError;
     File.Add("powered", "1");
-    File.Add("running.0.kind", sKind);
-    File.Add("running.0.argument", "0x09000000");
+    File.Add("running.0.kind", Running.sKind);
+    File.Add("running.0.argument", Running.sArgument);
     EXPECT_TRUE(Device.LoadFrom(File, &sError)) << sError;
   }
 }
