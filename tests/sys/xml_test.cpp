@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "sys/xml_node.h"
 #include "tests/sys/temp_dir.h"
 
 // A document that is freed with the test; null when the text could not be parsed.
@@ -466,6 +467,17 @@ TEST(SysXmlTree, CreateNeedsAName) {
   const Doc Tree(SYS_XML_CreateDoc("R"));
   EXPECT_STREQ("R", Tree.Root()->sName);
   EXPECT_EQ(0u, Tree.Get()->NumLines);
+}
+
+TEST(SysXmlTree, ATextTooLongForItsLengthMakesNoNode) {
+  // Lengths are signed, and the room for a text is rounded up to 8 bytes. The texts are not read.
+  const Doc Tree = Parse("<R a=\"1\"/>");
+  for (const uint32_t Length : {0x7FFFFFF8u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+    EXPECT_EQ(nullptr, SYS_XML_AddElement(Tree.Get(), Tree.Root(), nullptr, "x", Length));
+    EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), nullptr, "x", Length, "", 0));
+    EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), nullptr, "x", 1, "", Length));
+  }
+  EXPECT_EQ("<R a=\"1\"/>\r\n", Tree.Text());
 }
 
 TEST(SysXmlTree, FreeTakesNull) {
