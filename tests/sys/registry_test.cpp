@@ -1315,6 +1315,23 @@ TEST_F(SysRegistryFlush, AHandleIsClosedAfterTheFlushWithoutFurtherUse) {
   SYS_REG_CloseKey(hKey);
 }
 
+TEST_F(SysRegistryFlush, AProcessWithoutStandardInputHasAStoreToo) {
+  // The first descriptor it is given is 0.
+  const int hStdin = dup(0);
+  close(0);
+  const uint32_t Fresh = TypeOnly("v");
+  const uint32_t Set   = SetText("v", "x");
+  SYS_REG_Flush();
+  const std::string sText   = Text("v");
+  const int         hLowest = open("/dev/null", O_RDONLY);
+  dup2(hStdin, 0);
+  close(hStdin);
+  EXPECT_EQ(2u, Fresh);
+  EXPECT_EQ(0u, Set);
+  EXPECT_EQ("x", sText);
+  EXPECT_EQ(0, hLowest);  // nothing was left open
+}
+
 TEST_F(SysRegistryFlush, AMissingFileIsMadeAgainWhenChanged) {
   SetText("v", "x");
   std::filesystem::remove_all(m_Home.Path("Library"));
