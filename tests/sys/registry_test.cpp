@@ -703,6 +703,7 @@ TEST_F(SysRegistry, AQwordOf4BytesFillsItsLowHalf) {
 TEST_F(SysRegistry, NumbersWithoutDataAreZeroForNoBytesAndElseRefused) {
   EXPECT_EQ(0u, SYS_REG_SetValue(USER, "v", 4, nullptr, 0));
   EXPECT_EQ(1u, SYS_REG_SetValue(USER, "w", 4, nullptr, 4));
+  EXPECT_EQ(1u, SYS_REG_SetValue(USER, "w", 4, nullptr, 1));
   EXPECT_EQ(1u, SYS_REG_SetValue(USER, "w", 11, nullptr, 8));
   EXPECT_EQ("<Registry v=\"0x00000000\" v_OSTRELRegType=\"SYS_REG_TYPE_DWORD\"/>\r\n", Flushed());
 }
