@@ -83,6 +83,29 @@ TEST(HostIoctl, SpeedRequestIsForLinesAndOtherRequestsPass) {
   close(aPipe[1]);
 }
 
+extern unsigned DriversRate;
+
+TEST(HostIoctl, RateMayBeTwoPercentOffAsADriversDividerMakesIt) {
+  const struct {
+    uint32_t Wanted;
+    uint32_t Made;
+    int      Error;
+  } Cases[]         = {{115200, 115384, 0}, {115200, 112896, 0},      {115200, 112895, EINVAL},
+                       {115200, 117504, 0}, {115200, 117505, EINVAL}, {115200, 9600, EINVAL},
+                       {40, 40, 0},         {40, 41, EINVAL}};
+  const int hMaster = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(hMaster, 0) << "no pseudo-terminal to be had";
+  for (const auto& Case : Cases) {
+    DriversRate      = Case.Made;
+    errno            = 0;
+    const int Result = ioctl(hMaster, _IOW('T', 2, uint32_t), &Case.Wanted);
+    DriversRate      = 0;
+    EXPECT_EQ(Case.Error, errno) << Case.Made;
+    EXPECT_EQ(Case.Error == 0 ? 0 : -1, Result) << Case.Made;
+  }
+  close(hMaster);
+}
+
 // ---- Processes and the machine ------------------------------------------------------------------
 
 static int CountInChild(short Flags, const posix_spawn_file_actions_t* pActions, int* pResult) {
