@@ -11,6 +11,7 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
@@ -67,6 +68,27 @@ TEST(HostSocket, NoSigPipeTakesAnIntOfASocket) {
   close(hSocket);
 }
 
+TEST(HostSocket, KeepsNoSigPipeForDescriptorsBelow65536) {
+  struct rlimit Before;
+  getrlimit(RLIMIT_NOFILE, &Before);
+  const struct rlimit Wanted  = {65537, Before.rlim_max < 65537 ? 65537 : Before.rlim_max};
+  const int           One     = 1;
+  const int           hSocket = socket(AF_INET, SOCK_STREAM, 0);
+  if (setrlimit(RLIMIT_NOFILE, &Wanted) != 0) {
+    close(hSocket);
+    GTEST_SKIP() << "SKIPPED, not 65537 descriptors to be had";
+  }
+  EXPECT_EQ(65535, dup2(hSocket, 65535));
+  EXPECT_EQ(65536, dup2(hSocket, 65536));
+  EXPECT_EQ(0, setsockopt(65535, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
+  EXPECT_EQ(-1, setsockopt(65536, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
+  EXPECT_EQ(EBADF, errno);
+  close(65536);
+  close(65535);
+  close(hSocket);
+  setrlimit(RLIMIT_NOFILE, &Before);
+}
+
 // ---- Lines --------------------------------------------------------------------------------------
 
 TEST(HostIoctl, SpeedRequestIsForLinesAndOtherRequestsPass) {
@@ -92,7 +114,7 @@ TEST(HostIoctl, RateMayBeTwoPercentOffAsADriversDividerMakesIt) {
     int      Error;
   } Cases[]         = {{115200, 115384, 0}, {115200, 112896, 0},      {115200, 112895, EINVAL},
                        {115200, 117504, 0}, {115200, 117505, EINVAL}, {115200, 9600, EINVAL},
-                       {40, 40, 0},         {40, 41, EINVAL}};
+                       {40, 40, 0},         {40, 41, EINVAL},         {0, 0, EINVAL}};
   const int hMaster = posix_openpt(O_RDWR | O_NOCTTY);
   ASSERT_GE(hMaster, 0) << "no pseudo-terminal to be had";
   for (const auto& Case : Cases) {
@@ -236,6 +258,23 @@ TEST(HostIOKit, FindsSerialLinesOfEveryKindAndNothingElse) {
   EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hSecond));
   EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hIterator));
   EXPECT_EQ(KERN_INVALID_ARGUMENT, IOObjectRelease(hIterator));
+  unsetenv("HOST_CALLOUT_DEVICES");
+}
+
+TEST(HostIOKit, HoldsFifteenServicesAtATime) {
+  setenv("HOST_CALLOUT_DEVICES", "a:b:c:d:e:f:g:h:i:j:k:l:m:n:o:p", 1);
+  const io_iterator_t hIterator =
+      Search(kIOSerialBSDServiceValue, CFSTR(kIOSerialBSDTypeKey), CFSTR(kIOSerialBSDAllTypes));
+  io_object_t ahServices[15];
+  for (io_object_t& hService : ahServices) {
+    hService = IOIteratorNext(hIterator);
+    EXPECT_NE(IO_OBJECT_NULL, hService);
+  }
+  EXPECT_EQ(IO_OBJECT_NULL, IOIteratorNext(hIterator)) << "there is a 16th";
+  for (const io_object_t hService : ahServices) {
+    EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hService));
+  }
+  EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hIterator));
   unsetenv("HOST_CALLOUT_DEVICES");
 }
 
