@@ -11,14 +11,19 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <set>
 #include <string>
+#include <utility>
+
+#include "tests/support/own_namespace.h"
 
 // ---- Sockets ------------------------------------------------------------------------------------
 
@@ -66,27 +71,6 @@ TEST(HostSocket, NoSigPipeTakesAnIntOfASocket) {
   EXPECT_EQ(EBADF, errno);
   EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_KEEPALIVE, &One, sizeof(One)));
   close(hSocket);
-}
-
-TEST(HostSocket, KeepsNoSigPipeForDescriptorsBelow65536) {
-  struct rlimit Before;
-  getrlimit(RLIMIT_NOFILE, &Before);
-  const struct rlimit Wanted  = {65537, Before.rlim_max < 65537 ? 65537 : Before.rlim_max};
-  const int           One     = 1;
-  const int           hSocket = socket(AF_INET, SOCK_STREAM, 0);
-  if (setrlimit(RLIMIT_NOFILE, &Wanted) != 0) {
-    close(hSocket);
-    GTEST_SKIP() << "SKIPPED, not 65537 descriptors to be had";
-  }
-  EXPECT_EQ(65535, dup2(hSocket, 65535));
-  EXPECT_EQ(65536, dup2(hSocket, 65536));
-  EXPECT_EQ(0, setsockopt(65535, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
-  EXPECT_EQ(-1, setsockopt(65536, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
-  EXPECT_EQ(EBADF, errno);
-  close(65536);
-  close(65535);
-  close(hSocket);
-  setrlimit(RLIMIT_NOFILE, &Before);
 }
 
 // ---- Lines --------------------------------------------------------------------------------------
@@ -276,6 +260,61 @@ TEST(HostIOKit, HoldsFifteenServicesAtATime) {
   }
   EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hIterator));
   unsetenv("HOST_CALLOUT_DEVICES");
+}
+
+// A machine of the test's own with a USB adapter, a USB modem, a plain port and a console.
+static bool MakeMachine() {
+  if (!EnterOwnNamespace(CLONE_NEWNS) ||
+      mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("none", "/sys", "tmpfs", 0, nullptr) != 0) {
+    return false;
+  }
+  std::filesystem::create_directories("/sys/class/tty/tty0");
+  for (const auto& [sTty, sBus] :
+       {std::pair{"ttyUSB0", "usb-serial"}, {"ttyACM0", "usb"}, {"ttyS0", "platform"}}) {
+    const std::string sDevice = std::string("/sys/class/tty/") + sTty + "/device";
+    std::filesystem::create_directories(sDevice);
+    std::filesystem::create_symlink(std::string("../../../../bus/") + sBus, sDevice + "/subsystem");
+  }
+  return true;
+}
+
+// Exit status 77: this process may not do that.
+static void FindPortsOfAMachine() {
+  unsetenv("HOST_CALLOUT_DEVICES");
+  if (!MakeMachine()) {
+    exit(77);
+  }
+  const io_iterator_t hIterator =
+      Search(kIOSerialBSDServiceValue, CFSTR(kIOSerialBSDTypeKey), CFSTR(kIOSerialBSDAllTypes));
+  std::set<std::string> Paths;
+  for (io_object_t h = IOIteratorNext(hIterator); h != IO_OBJECT_NULL;
+       h             = IOIteratorNext(hIterator)) {
+    char      acPath[64] = "";
+    CFTypeRef pPath =
+        IORegistryEntryCreateCFProperty(h, CFSTR(kIOCalloutDeviceKey), kCFAllocatorDefault, 0);
+    CFStringGetCString((CFStringRef)pPath, acPath, sizeof(acPath), kCFStringEncodingUTF8);
+    Paths.insert(acPath);
+    CFRelease(pPath);
+    IOObjectRelease(h);
+  }
+  IOObjectRelease(hIterator);
+  exit(Paths == std::set<std::string>{"/dev/cu.usb-ttyUSB0", "/dev/cu.usb-ttyACM0"} ? 0 : 1);
+}
+
+TEST(HostIOKit, FindsTheUsbSerialDevicesOfTheMachine) {
+  const pid_t Child = fork();
+  ASSERT_GE(Child, 0);
+  if (Child == 0) {
+    FindPortsOfAMachine();
+  }
+  int Status = -1;
+  ASSERT_EQ(Child, waitpid(Child, &Status, 0));
+  ASSERT_TRUE(WIFEXITED(Status));
+  if (WEXITSTATUS(Status) == 77) {
+    GTEST_SKIP() << "SKIPPED, no mount namespace to be had here";
+  }
+  EXPECT_EQ(0, WEXITSTATUS(Status));
 }
 
 TEST(HostCoreFoundation, SettingAKeyAgainReplacesItsValue) {
