@@ -69,6 +69,7 @@ TEST(HostSocket, NoSigPipeTakesAnIntOfASocket) {
   EXPECT_EQ(-1, setsockopt(0, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
   EXPECT_EQ(-1, setsockopt(-1, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
   EXPECT_EQ(EBADF, errno);
+  EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
   EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_KEEPALIVE, &One, sizeof(One)));
   close(hSocket);
 }
