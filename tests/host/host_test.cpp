@@ -11,13 +11,19 @@
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <set>
 #include <string>
+#include <utility>
+
+#include "tests/support/own_namespace.h"
 
 // ---- Sockets ------------------------------------------------------------------------------------
 
@@ -63,6 +69,7 @@ TEST(HostSocket, NoSigPipeTakesAnIntOfASocket) {
   EXPECT_EQ(-1, setsockopt(0, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
   EXPECT_EQ(-1, setsockopt(-1, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
   EXPECT_EQ(EBADF, errno);
+  EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
   EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_KEEPALIVE, &One, sizeof(One)));
   close(hSocket);
 }
@@ -81,6 +88,29 @@ TEST(HostIoctl, SpeedRequestIsForLinesAndOtherRequestsPass) {
   EXPECT_EQ(3, NumBytes);
   close(aPipe[0]);
   close(aPipe[1]);
+}
+
+extern unsigned DriversRate;
+
+TEST(HostIoctl, RateMayBeTwoPercentOffAsADriversDividerMakesIt) {
+  const struct {
+    uint32_t Wanted;
+    uint32_t Made;
+    int      Error;
+  } Cases[]         = {{115200, 115384, 0}, {115200, 112896, 0},      {115200, 112895, EINVAL},
+                       {115200, 117504, 0}, {115200, 117505, EINVAL}, {115200, 9600, EINVAL},
+                       {40, 40, 0},         {40, 41, EINVAL},         {0, 0, EINVAL}};
+  const int hMaster = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_GE(hMaster, 0) << "no pseudo-terminal to be had";
+  for (const auto& Case : Cases) {
+    DriversRate      = Case.Made;
+    errno            = 0;
+    const int Result = ioctl(hMaster, _IOW('T', 2, uint32_t), &Case.Wanted);
+    DriversRate      = 0;
+    EXPECT_EQ(Case.Error, errno) << Case.Made;
+    EXPECT_EQ(Case.Error == 0 ? 0 : -1, Result) << Case.Made;
+  }
+  close(hMaster);
 }
 
 // ---- Processes and the machine ------------------------------------------------------------------
@@ -214,6 +244,78 @@ TEST(HostIOKit, FindsSerialLinesOfEveryKindAndNothingElse) {
   EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hIterator));
   EXPECT_EQ(KERN_INVALID_ARGUMENT, IOObjectRelease(hIterator));
   unsetenv("HOST_CALLOUT_DEVICES");
+}
+
+TEST(HostIOKit, HoldsFifteenServicesAtATime) {
+  setenv("HOST_CALLOUT_DEVICES", "a:b:c:d:e:f:g:h:i:j:k:l:m:n:o:p", 1);
+  const io_iterator_t hIterator =
+      Search(kIOSerialBSDServiceValue, CFSTR(kIOSerialBSDTypeKey), CFSTR(kIOSerialBSDAllTypes));
+  io_object_t ahServices[15];
+  for (io_object_t& hService : ahServices) {
+    hService = IOIteratorNext(hIterator);
+    EXPECT_NE(IO_OBJECT_NULL, hService);
+  }
+  EXPECT_EQ(IO_OBJECT_NULL, IOIteratorNext(hIterator)) << "there is a 16th";
+  for (const io_object_t hService : ahServices) {
+    EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hService));
+  }
+  EXPECT_EQ(KERN_SUCCESS, IOObjectRelease(hIterator));
+  unsetenv("HOST_CALLOUT_DEVICES");
+}
+
+// A machine of the test's own with a USB adapter, a USB modem, a plain port and a console.
+static bool MakeMachine() {
+  if (!EnterOwnNamespace(CLONE_NEWNS) ||
+      mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("none", "/sys", "tmpfs", 0, nullptr) != 0) {
+    return false;
+  }
+  std::filesystem::create_directories("/sys/class/tty/tty0");
+  for (const auto& [sTty, sBus] :
+       {std::pair{"ttyUSB0", "usb-serial"}, {"ttyACM0", "usb"}, {"ttyS0", "platform"}}) {
+    const std::string sDevice = std::string("/sys/class/tty/") + sTty + "/device";
+    std::filesystem::create_directories(sDevice);
+    std::filesystem::create_symlink(std::string("../../../../bus/") + sBus, sDevice + "/subsystem");
+  }
+  return true;
+}
+
+// Exit status 77: this process may not do that.
+static void FindPortsOfAMachine() {
+  unsetenv("HOST_CALLOUT_DEVICES");
+  if (!MakeMachine()) {
+    exit(77);
+  }
+  const io_iterator_t hIterator =
+      Search(kIOSerialBSDServiceValue, CFSTR(kIOSerialBSDTypeKey), CFSTR(kIOSerialBSDAllTypes));
+  std::set<std::string> Paths;
+  for (io_object_t h = IOIteratorNext(hIterator); h != IO_OBJECT_NULL;
+       h             = IOIteratorNext(hIterator)) {
+    char      acPath[64] = "";
+    CFTypeRef pPath =
+        IORegistryEntryCreateCFProperty(h, CFSTR(kIOCalloutDeviceKey), kCFAllocatorDefault, 0);
+    CFStringGetCString((CFStringRef)pPath, acPath, sizeof(acPath), kCFStringEncodingUTF8);
+    Paths.insert(acPath);
+    CFRelease(pPath);
+    IOObjectRelease(h);
+  }
+  IOObjectRelease(hIterator);
+  exit(Paths == std::set<std::string>{"/dev/cu.usb-ttyUSB0", "/dev/cu.usb-ttyACM0"} ? 0 : 1);
+}
+
+TEST(HostIOKit, FindsTheUsbSerialDevicesOfTheMachine) {
+  const pid_t Child = fork();
+  ASSERT_GE(Child, 0);
+  if (Child == 0) {
+    FindPortsOfAMachine();
+  }
+  int Status = -1;
+  ASSERT_EQ(Child, waitpid(Child, &Status, 0));
+  ASSERT_TRUE(WIFEXITED(Status));
+  if (WEXITSTATUS(Status) == 77) {
+    GTEST_SKIP() << "SKIPPED, no mount namespace to be had here";
+  }
+  EXPECT_EQ(0, WEXITSTATUS(Status));
 }
 
 TEST(HostCoreFoundation, SettingAKeyAgainReplacesItsValue) {

@@ -141,7 +141,8 @@ def main():
             binary.write(path)
             expect(what, faults_of(path, product=False), [word])
 
-        arm64 = next(b for b in lief.MachO.parse(UNIVERSAL) if b.header.cpu_type.name == "ARM64")
+        whole = lief.MachO.parse(UNIVERSAL)
+        arm64 = next(b for b in whole if b.header.cpu_type.name == "ARM64")
         arm64.remove_signature()
         arm64.write(path)
         expect("no signature", faults_of(path, product=False), ["carries no code signature"])
