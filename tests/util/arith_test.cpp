@@ -270,6 +270,23 @@ TEST(UtilFindQuartiles, StaysWithinABucketOverRandomSamples) {
   }
 }
 
+TEST(UtilFindQuartiles, AgreesWithSortingOverRandomRangesAndBuckets) {
+  std::mt19937_64 Random(11);
+  for (int i = 0; i < 100000; i++) {
+    std::vector<uint64_t> Samples(1 + Random() % 12);
+    const uint64_t        Low = Random() % 100, High = Low + Random() % 400;
+    for (uint64_t& Sample : Samples) {
+      Sample = Random() % 4 == 0 ? Random() % 600 : Low + Random() % (High - Low + 1);
+    }
+    const uint32_t NumBuckets = 1 + (uint32_t)Random() % 20;
+    const uint64_t Resolution = 1 + Random() % 30;
+    // No bucket is as wide as Resolution + 1, and its centre is at most half of that away.
+    ExpectQuartilesWithin(Resolution / 2 + 1, Samples,
+                          FindQuartiles(Samples, Low, High, NumBuckets, Resolution));
+    ASSERT_FALSE(HasFailure()) << Low << " " << High << " " << NumBuckets << " " << Resolution;
+  }
+}
+
 TEST(UtilFindQuartiles, RanksOutsideOfTheRangeAreLookedForThere) {
   for (uint32_t Seed = 0; Seed < 100; Seed++) {
     const std::vector<uint64_t> Samples = RandomSamples(400, 1000000, Seed);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "tests/util/vector_report.h"
 #include "tests/util/vectors_scan.h"
@@ -180,11 +181,11 @@ TEST(UtilParseValue, WithoutABufferItFails) {
 
 // Texts in place
 
-static std::string Trimmed(const char* sText, int32_t TrimLeft, int32_t TrimRight) {
-  char ac[64];
-  strcpy(ac, sText);
-  UTIL_Trim(ac, TrimLeft, TrimRight);
-  return ac;
+// In a block of just the size, so that AddressSanitizer sees the first byte beyond it.
+static std::string Trimmed(const std::string& Text, int32_t TrimLeft, int32_t TrimRight) {
+  std::vector<char> Block(Text.c_str(), Text.c_str() + Text.size() + 1);
+  UTIL_Trim(Block.data(), TrimLeft, TrimRight);
+  return Block.data();
 }
 
 TEST(UtilTrim, AndConvertBackslashesChangeTheTextInPlace) {
@@ -479,7 +480,7 @@ TEST(UtilTrim, AgreesWithAModelOverRandomTexts) {
     while (TrimRight && Expected.size() > 1 && isspace((uint8_t)Expected.back())) {
       Expected.pop_back();
     }
-    ASSERT_EQ(Expected, Trimmed(Text.c_str(), TrimLeft, TrimRight)) << Text;
+    ASSERT_EQ(Expected, Trimmed(Text, TrimLeft, TrimRight)) << Text;
   }
 }
 

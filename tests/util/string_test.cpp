@@ -175,17 +175,24 @@ TEST(UtilFindDiffNoCase, AgreesWithTheFoldedTextsAtEveryLength) {
   }
 }
 
-TEST(UtilFindDiffNoCase, FindsEverySingleBitAtEveryAlignment) {
-  std::vector<uint8_t> A(400, '1'), B(400, '1');
+TEST(UtilFindDiff, FindsEverySingleBitAtEveryAlignment) {
+  std::vector<uint8_t> A(600, '1'), B(600, '1');
   for (size_t i = 0; i < 256; i++) {
-    const size_t AlignA = i % 16, AlignB = i / 16;
-    const size_t At = i * 3 / 2;
+    const uint8_t* pA = &A[i % 16];
+    const uint8_t* pB = &B[i / 16];
+    const size_t   At = i * 9 / 4;
     for (int Bit = 0; Bit < 8; Bit++) {
-      B[AlignB + At] = (uint8_t)('1' ^ (1 << Bit));
-      ASSERT_EQ((int32_t)At, UTIL_FindDiffNoCase(&A[AlignA], &B[AlignB], 384));
+      const int32_t Other = '1' ^ (1 << Bit);
+      B[i / 16 + At]      = (uint8_t)Other;
+      ASSERT_EQ((int32_t)At, UTIL_FindDiffNoCase(pA, pB, 576));
+      ASSERT_EQ((int32_t)At, UTIL_FindDiff(pA, pB, 576));
+      ASSERT_EQ((int32_t)At, UTIL_FindDiff(pB, pA, 576));
+      ASSERT_EQ('1' - Other, UTIL_MemCmp(pA, pB, 576));
+      ASSERT_EQ(Other - '1', UTIL_MemCmp(pB, pA, 576));
     }
-    B[AlignB + At] = '1';
-    ASSERT_EQ(-1, UTIL_FindDiffNoCase(&A[AlignA], &B[AlignB], 384));
+    B[i / 16 + At] = '1';
+    ASSERT_EQ(-1, UTIL_FindDiffNoCase(pA, pB, 576));
+    ASSERT_EQ(-1, UTIL_FindDiff(pA, pB, 576));
   }
 }
 
