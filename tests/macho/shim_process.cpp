@@ -55,28 +55,25 @@ bool IsSameSignal(int Signal) {
   return Signal > 0 && Signal <= SIGTERM && Signal != 7 && Signal != 10 && Signal != 12;
 }
 
-int SignalToHost(int Signal) {
+int Translate(int Signal, int SignalPair::*pFrom, int SignalPair::*pTo, const char* sWhat) {
   for (const SignalPair& Row : Signals) {
-    if (Row.Darwin == Signal) {
-      return Row.Host;
+    if (Row.*pFrom == Signal) {
+      return Row.*pTo;
     }
   }
   if (!IsSameSignal(Signal)) {
-    Unknown("signal %d", Signal);
+    Unknown("%s %d", sWhat, Signal);
   }
   return Signal;
 }
 
+int SignalToHost(int Signal) {
+  return Translate(Signal, &SignalPair::Darwin, &SignalPair::Host, "signal");
+}
+
 int SignalToDarwin(int Signal) {
-  for (const SignalPair& Row : Signals) {
-    if (Row.Host == Signal) {
-      return Row.Darwin;
-    }
-  }
-  if (!IsSameSignal(Signal)) {
-    Unknown("a child that ended by this system's signal %d", Signal);
-  }
-  return Signal;
+  return Translate(Signal, &SignalPair::Host, &SignalPair::Darwin,
+                   "a child that ended by this system's signal");
 }
 
 // A handler gets the number that it was set for; the numbers that differ are not handled here.

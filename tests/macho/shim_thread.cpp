@@ -6,7 +6,6 @@
 // handlers. Handlers are called when a wait for a condition is cancelled. A thread that is cancelled
 // at another call while it has handlers ends the run.
 
-#include <cxxabi.h>
 #include <errno.h>
 #include <pthread.h>
 #include <stdint.h>
@@ -227,7 +226,7 @@ template <class Wait>
 int CancellableWait(Wait DoWait) {
   try {
     return Result(DoWait());
-  } catch (abi::__forced_unwind&) {
+  } catch (...) {  // nothing else is thrown there
     CallCleanupHandlers();
     throw;
   }
