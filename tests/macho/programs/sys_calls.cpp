@@ -46,6 +46,7 @@ static void CallConsole(void) {
   dup2(Pty.hKeep, STDIN_FILENO);
   const int32_t NumBefore = SYS_CONSOLE_IsKeyPressed();
   write(Pty.hMaster, "ab", 2);
+  SYS_SOCKET_WaitReadable(STDIN_FILENO, 10000);  // a terminal hands bytes on in its own time
   printf("%d keys, then %d\n", (int)NumBefore, (int)SYS_CONSOLE_IsKeyPressed());
   PTY_Close(&Pty);
 }
