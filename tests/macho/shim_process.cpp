@@ -45,7 +45,7 @@ struct SignalPair {
   int Darwin, Host;
 };
 
-// 1 to 15 are the same but for those of this table and 12, which is SIGSYS there.
+// 1 to 15 are the same but for 7, 10 and 12.
 constexpr SignalPair Signals[] = {
     {darwin::SIGNAL_BUS, SIGBUS},   {darwin::SIGNAL_SYS, SIGSYS},   {darwin::SIGNAL_CHLD, SIGCHLD},
     {darwin::SIGNAL_USR1, SIGUSR1}, {darwin::SIGNAL_USR2, SIGUSR2},

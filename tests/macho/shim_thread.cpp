@@ -144,8 +144,9 @@ struct Thread {
   pthread_t      Host   = 0;
 };
 
-std::mutex        RunningLock;
-std::set<Thread*> Running;  // all that have an id and have not ended
+// All that have an id and have not ended. Some may end while the process does, so this stays.
+std::mutex         RunningLock;
+std::set<Thread*>& Running = *new std::set<Thread*>;
 
 // The calling thread's record; one that this shim has not started gets its record when it asks.
 class Identity {
