@@ -8,7 +8,9 @@ What it lacks comes from beside this script, and is our own: include/ declares t
 of libedit, CoreFoundation and IOKit that the product calls, stubs/ lists them for the linker. A
 function that is missing from there does not compile or does not link; add it to both.
 
-FOLDER is then laid out as an SDK is, so the build needs no special case: -isysroot FOLDER.
+FOLDER is then laid out as an SDK is, so the build needs no special case: -isysroot FOLDER. Only the
+headers of the C++ library stand apart, in FOLDER/c++, where the product does not find them: the
+tests are compiled with them, to see that a Mac would, and are not linked.
 """
 
 import pathlib
@@ -20,6 +22,15 @@ HERE = pathlib.Path(__file__).resolve().parent
 LIBC = "ziglang/lib/libc/"
 INCLUDE = LIBC + "include/any-macos-any/"
 FRAMEWORKS = ("CoreFoundation", "IOKit")
+CXX_INCLUDES = ("ziglang/lib/libcxx/include/", "ziglang/lib/libcxxabi/include/")
+
+
+def unpack(package, prefix, folder):
+    for entry in package.infolist():
+        if entry.filename.startswith(prefix) and not entry.is_dir():
+            target = folder / entry.filename[len(prefix):]
+            target.parent.mkdir(parents=True, exist_ok=True)
+            target.write_bytes(package.read(entry))
 
 
 def main():
@@ -31,11 +42,9 @@ def main():
     lib.mkdir(parents=True)
 
     with zipfile.ZipFile(wheel) as package:
-        for entry in package.infolist():
-            if entry.filename.startswith(INCLUDE) and not entry.is_dir():
-                target = include / entry.filename[len(INCLUDE):]
-                target.parent.mkdir(parents=True, exist_ok=True)
-                target.write_bytes(package.read(entry))
+        unpack(package, INCLUDE, include)
+        for prefix in CXX_INCLUDES:
+            unpack(package, prefix, sdk / "c++")
         (lib / "libSystem.tbd").write_bytes(package.read(LIBC + "darwin/libSystem.tbd"))
 
     # Ours fill gaps and hide nothing: a header that the package has as well is a mistake here.

@@ -7,8 +7,8 @@ The same promises hold for each FILE, ELF or Mach-O:
 
   - it exports exactly the functions of NAMES_INC, so the lists of all systems are one list
   - it does not depend on the probe library, which is only opened at run time
-  - Mach-O: each export is a place of its own in the code; it depends on the four libraries below and
-    no other, looks for none in folders of its own, is position independent, binds names to
+  - Mach-O: each export is a place of its own in the code; it depends on the four libraries below
+    and no other, looks for none in folders of its own, is position independent, binds names to
     libraries, and asks for no other system than MINIMUM_OS says
 
 With --product each FILE is what users get: it has a slice for every processor of MINIMUM_OS, and

@@ -88,15 +88,23 @@ SPOILT = [
      ["does not start without ___darwin_check_fd_set_overflow"]),
 ]
 
-# The same for the list of exports, which is packed: the slice is taken apart and put together again.
-SPOILT_EXPORTS = [
-    ("an export less", lambda binary: binary.unexport("_QUOBEARM_Open"),
+# The same for what is packed or signed: the slice is taken apart and put together again.
+SPOILT_SLICES = [
+    ("an export less", "X86_64", lambda binary: binary.unexport("_QUOBEARM_Open"),
      "does not export QUOBEARM_Open"),
-    ("an export more", lambda binary: binary.add_exported_function(binary.entrypoint, "_main"),
+    ("an export more", "X86_64",
+     lambda binary: binary.add_exported_function(binary.entrypoint, "_main"),
      "exports main, which is not in the list"),
-    ("a function under two names", give_two_names, "exports one place under two names"),
-    ("an export that is data", export_data, "exports _QUOBEARM_Open, which is not in the code"),
+    ("a function under two names", "X86_64", give_two_names, "exports one place under two names"),
+    ("an export that is data", "X86_64", export_data,
+     "exports _QUOBEARM_Open, which is not in the code"),
+    ("no signature", "ARM64", lambda binary: binary.remove_signature(),
+     "carries no code signature"),
 ]
+
+
+def slice_of(file, cpu):
+    return next(binary for binary in file if binary.header.cpu_type.name == cpu)
 
 
 def faults_of(path, product=True):
@@ -125,7 +133,7 @@ def main():
 
     good = pathlib.Path(UNIVERSAL).read_bytes()
     file = lief.MachO.parse(UNIVERSAL)
-    x86 = next(b for b in file if b.header.cpu_type.name == "X86_64")
+    x86 = slice_of(file, "X86_64")
     with tempfile.TemporaryDirectory() as folder:
         path = f"{folder}/spoilt"
         for what, change, words in SPOILT:
@@ -134,18 +142,12 @@ def main():
             pathlib.Path(path).write_bytes(data)
             expect(what, faults_of(path), words)
 
-        for what, change, word in SPOILT_EXPORTS:
-            whole = lief.MachO.parse(UNIVERSAL)  # owns its slices
-            binary = next(b for b in whole if b.header.cpu_type.name == "X86_64")
+        for what, cpu, change, word in SPOILT_SLICES:
+            whole = lief.MachO.parse(UNIVERSAL)  # owns its slices: has to outlive them
+            binary = slice_of(whole, cpu)
             change(binary)
             binary.write(path)
             expect(what, faults_of(path, product=False), [word])
-
-        whole = lief.MachO.parse(UNIVERSAL)
-        arm64 = next(b for b in whole if b.header.cpu_type.name == "ARM64")
-        arm64.remove_signature()
-        arm64.write(path)
-        expect("no signature", faults_of(path, product=False), ["carries no code signature"])
 
         for binary in file:
             cpu = binary.header.cpu_type.name

@@ -101,6 +101,7 @@ const Shim Table[] = {
     SAME(getpid),
     // calendar; a timeval's padding is harmless where it is only written
     SAME(time),
+    SAME(tzset),
     SAME(localtime_r),
     SAME(gmtime_r),
     Bound<int(struct timeval*, void*)>("_gettimeofday", &gettimeofday),

@@ -330,8 +330,8 @@ std::vector<std::string> PausesWith(const std::string& Folder, const char* sDevi
   return Pauses;
 }
 
-// 200 ms for the supply; then each of the three programmings is polled every 5 ms and its reload given
-// 200 ms.
+// 200 ms for the supply; then each of the three programmings is polled every 5 ms and its reload
+// given 200 ms.
 TEST_F(MachO, PausesWithAnL4AreThoseOfItsPollsAndReloads) {
   EXPECT_EQ(
       (std::vector<std::string>{"usleep(200000)", "usleep(5000)", "usleep(200000)", "usleep(5000)",

@@ -45,7 +45,7 @@ struct SignalPair {
   int Darwin, Host;
 };
 
-// 1 to 15 are the same but for those of this table and 12, which is SIGSYS there.
+// 1 to 15 are the same but for 7, 10 and 12.
 constexpr SignalPair Signals[] = {
     {darwin::SIGNAL_BUS, SIGBUS},   {darwin::SIGNAL_SYS, SIGSYS},   {darwin::SIGNAL_CHLD, SIGCHLD},
     {darwin::SIGNAL_USR1, SIGUSR1}, {darwin::SIGNAL_USR2, SIGUSR2},
@@ -55,28 +55,25 @@ bool IsSameSignal(int Signal) {
   return Signal > 0 && Signal <= SIGTERM && Signal != 7 && Signal != 10 && Signal != 12;
 }
 
-int SignalToHost(int Signal) {
+int Translate(int Signal, int SignalPair::*pFrom, int SignalPair::*pTo, const char* sWhat) {
   for (const SignalPair& Row : Signals) {
-    if (Row.Darwin == Signal) {
-      return Row.Host;
+    if (Row.*pFrom == Signal) {
+      return Row.*pTo;
     }
   }
   if (!IsSameSignal(Signal)) {
-    Unknown("signal %d", Signal);
+    Unknown("%s %d", sWhat, Signal);
   }
   return Signal;
 }
 
+int SignalToHost(int Signal) {
+  return Translate(Signal, &SignalPair::Darwin, &SignalPair::Host, "signal");
+}
+
 int SignalToDarwin(int Signal) {
-  for (const SignalPair& Row : Signals) {
-    if (Row.Host == Signal) {
-      return Row.Darwin;
-    }
-  }
-  if (!IsSameSignal(Signal)) {
-    Unknown("a child that ended by this system's signal %d", Signal);
-  }
-  return Signal;
+  return Translate(Signal, &SignalPair::Host, &SignalPair::Darwin,
+                   "a child that ended by this system's signal");
 }
 
 // A handler gets the number that it was set for; the numbers that differ are not handled here.

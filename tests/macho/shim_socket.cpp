@@ -182,7 +182,8 @@ int SetOption(int Socket, int Level, int Name, const void* pValue, uint32_t Size
   }
   if (Row.What == Value::LingerTicks) {
     // Whole seconds here: a part of one becomes one, as 0 would mean a reset.
-    aNumbers[1] = (aNumbers[1] + TICKS_PER_SECOND - 1) / TICKS_PER_SECOND;
+    const bool IsPart = aNumbers[1] % TICKS_PER_SECOND != 0;
+    aNumbers[1]       = aNumbers[1] / TICKS_PER_SECOND + (IsPart ? 1 : 0);
   }
   return setsockopt(Socket, Row.HostLevel, Row.HostName, aNumbers, Size);
 }

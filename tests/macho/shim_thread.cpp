@@ -6,7 +6,6 @@
 // handlers. Handlers are called when a wait for a condition is cancelled. A thread that is cancelled
 // at another call while it has handlers ends the run.
 
-#include <cxxabi.h>
 #include <errno.h>
 #include <pthread.h>
 #include <stdint.h>
@@ -145,8 +144,9 @@ struct Thread {
   pthread_t      Host   = 0;
 };
 
-std::mutex        RunningLock;
-std::set<Thread*> Running;  // all that have an id and have not ended
+// All that have an id and have not ended. Some may end while the process does, so this stays.
+std::mutex         RunningLock;
+std::set<Thread*>& Running = *new std::set<Thread*>;
 
 // The calling thread's record; one that this shim has not started gets its record when it asks.
 class Identity {
@@ -227,7 +227,7 @@ template <class Wait>
 int CancellableWait(Wait DoWait) {
   try {
     return Result(DoWait());
-  } catch (abi::__forced_unwind&) {
+  } catch (...) {  // nothing else is thrown there
     CallCleanupHandlers();
     throw;
   }

@@ -23,6 +23,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "sys/clock.h"
@@ -222,7 +223,9 @@ static void CheckConnection(int32_t hClient, int32_t hServer) {
   CHECK_SERVICE(SYS_SOCKET_Receive(hClient, acBuffer, 1) == -2);
   CHECK_SERVICE(SYS_SOCKET_SetBlocking(hClient) == 0);
   CHECK_SERVICE(SYS_SOCKET_SetTimeouts(hClient, 1000, 50) == 0);
+  const uint32_t Start = SYS_GetTickCount();
   CHECK_SERVICE(SYS_SOCKET_Receive(hClient, acBuffer, 1) == -2);
+  CHECK_SERVICE(SYS_GetTickCount() - Start >= 45);  // waited, so it is blocking again
   CHECK_SERVICE(SYS_SOCKET_EnableKeepAlive(hClient) == 0);
   CHECK_SERVICE(SYS_SOCKET_SetReceiveBufferSize(hClient, 65536) == 0);
 
@@ -454,6 +457,8 @@ static void CheckClock(void) {
   CHECK_SERVICE(SYS_GetTickCount() - Start < 30000);
   CHECK_SERVICE(SYS_TIME_GetUsSince(StartUs) >= 30000);
 
+  setenv("TZ", "EAST-14", 1);  // 14 hours ahead
+  tzset();
   SYS_CALENDAR_TIME Local = {0, 0, 0, 0, 0, 0, 9};
   SYS_CALENDAR_TIME Utc   = {0, 0, 0, 0, 0, 0, 9};
   SYS_GetLocalTime(&Local);
@@ -461,6 +466,9 @@ static void CheckClock(void) {
   CHECK_SERVICE(Utc.Year >= 2024 && Utc.Month >= 1 && Utc.Month <= 12 && Utc.Day >= 1);
   CHECK_SERVICE(Local.Year + 1 >= Utc.Year && Local.Year <= Utc.Year + 1);
   CHECK_SERVICE(Local.Milliseconds == 0 && Utc.Milliseconds == 0);
+  const int HoursAhead = (Local.Hour + 24 - Utc.Hour) % 24;
+  CHECK_SERVICE(HoursAhead == 14 || HoursAhead == 13);  // 13: an hour began in between
+  unsetenv("TZ");
 
   uint32_t Date = 0;
   uint32_t Time = 0;
