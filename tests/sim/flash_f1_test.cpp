@@ -69,6 +69,20 @@ TEST(SimFlashF1, RegistersHaveTheirResetValuesAndWritableBits) {
                           {0xE0042008, 0, 0x42601C3F}});
 }
 
+TEST(SimFlashF1, TheIdentityStaysOverAReset) {
+  const struct {
+    const char* sName;
+    uint32_t    Address, Id;
+  } aRows[] = {{"STM32F051", 0x40015800, 0x20006440},
+               {"STM32F103", 0xE0042000, 0x20036410},
+               {"STM32F303", 0xE0042000, 0x10036422}};
+  for (const auto& Row : aRows) {
+    Part Device(Row.sName);
+    Device.Reset();
+    EXPECT_EQ(Row.Id, Device.Read(Row.Address)) << Row.sName;
+  }
+}
+
 TEST(SimFlashF1, KeyRegistersReadZero) {
   for (const char* sName : aDevices) {
     Part Device(sName);

@@ -72,6 +72,18 @@ TEST(SimFlashL4, RegistersHaveTheirResetValuesAndWritableBits) {
   EXPECT_EQ(0u, Device.Read(CR));
 }
 
+TEST(SimFlashL4, TheIdentityStaysOverAReset) {
+  const struct {
+    const char* sName;
+    uint32_t    Address, Id;
+  } aRows[] = {{"STM32L476", 0xE0042000, 0x10076415}};
+  for (const auto& Row : aRows) {
+    Part Device(Row.sName);
+    Device.Reset();
+    EXPECT_EQ(Row.Id, Device.Read(Row.Address)) << Row.sName;
+  }
+}
+
 TEST(SimFlashL4, KeyRegistersReadZero) {
   Part Device("STM32L476");
   Unlock(&Device);
@@ -109,8 +121,15 @@ TEST(SimFlashL4, OptlockOpensOnlyBehindLock) {
   Device.Write(CR, 0x40000000);
   EXPECT_EQ(0x40000000u, Device.Read(CR));
   Device.Write(OPTKEYR, 0x08192A3B);
+  EXPECT_EQ(0x40000000u, Device.Read(CR));
   Device.Write(OPTKEYR, 0x4C5D6E7F);
   EXPECT_EQ(0u, Device.Read(CR));
+  Device.Write(CR, 0x80000000);
+  Device.Write(KEYR, 0x45670123);
+  EXPECT_EQ(0xC0000000u, Device.Read(CR));
+  Device.Write(KEYR, 0xCDEF89AB);
+  Device.Write(OPTKEYR, 0x08192A3B);
+  EXPECT_EQ(0x40000000u, Device.Read(CR));
 }
 
 TEST(SimFlashL4, AWrongOptionKeyKeepsOptlockUntilReset) {
