@@ -990,5 +990,6 @@ TEST(SimFlashL4, StatesThatDoNotExistAreRefused) {
 
 TEST(SimFlashL4, Level2ShutsTheDebugPort) {
   Part Device("STM32L476", AtLevel(2));
+  EXPECT_EQ(2, Device.Level());
   EXPECT_FALSE(Device.CanRead(OPTR));
 }
