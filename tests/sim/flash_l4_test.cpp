@@ -167,8 +167,9 @@ TEST(SimFlashL4, KeysOnAnOpenLockCloseItUntilReset) {
   EXPECT_EQ(0xC0000000u, Device.Read(CR));
   Part Options("STM32L476");
   Unlock(&Options);
+  Options.Write(CR, 1);  // leaves the locks as they are
   EXPECT_FALSE(Options.TryWrite(OPTKEYR, 0x08192A3B));
-  EXPECT_EQ(0x40000000u, Options.Read(CR));
+  EXPECT_EQ(0x40000001u, Options.Read(CR));
 }
 
 TEST(SimFlashL4, OptionRegistersNeedOptlockOpen) {
