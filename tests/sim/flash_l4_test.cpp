@@ -550,6 +550,10 @@ TEST(SimFlashL4, PcropMayGrow) {
   Device.Write(PCROP2SR, 0x2BFF);
   ProgramAndLoad(&Device);
   EXPECT_EQ(0xFFFF2BFFu, Device.Read(PCROP2SR));
+  Unlock(&Device);
+  Device.Write(PCROP2ER, 0x2D00);
+  ProgramAndLoad(&Device);
+  EXPECT_EQ(0xFFFF2D00u, Device.Read(PCROP2ER));
   // Where there is none, an area may be made anywhere.
   Part New("STM32L476");
   Unlock(&New);
@@ -675,6 +679,20 @@ TEST(SimFlashL4, EachOfTheFourAreasProtectsItsPages) {
   }
 }
 
+// Where one bank ends and the other begins.
+TEST(SimFlashL4, WriteProtectionEndsWithItsBank) {
+  for (const uint32_t Protected : {0u, 255u, 256u, 511u}) {
+    sim::CREATE_REQUEST Request;
+    Request.Wrp = {Protected};
+    for (const uint32_t Page : {0u, 255u, 256u, 511u}) {
+      Part Device("STM32L476", Request);
+      Unlock(&Device);
+      Erase(&Device, 2 | (Page % 256) << 3 | (Page / 256) << 11);
+      EXPECT_EQ(Page == Protected ? 0x10u : BSY, Device.Read(SR)) << Protected << " " << Page;
+    }
+  }
+}
+
 TEST(SimFlashL4, APageOrABankIsErasedAndNothingElse) {
   const struct {
     uint32_t Bits, First, End;
@@ -752,6 +770,18 @@ TEST(SimFlashL4, BothHalvesOfADoubleWordBelongTogether) {
     Device.Write(SR, 0x40);
   }
   EXPECT_TRUE(Device.FlashErased());
+}
+
+TEST(SimFlashL4, AHalfWaitsAsLongAsPgIsSet) {
+  Part Device("STM32L476", {}, false);
+  Unlock(&Device);
+  Device.Write(CR, 1);
+  Device.Write(FLASH, 1);
+  Device.Write(CR, 1);
+  Device.Write(FLASH + 4, 2);
+  Device.Finish();
+  EXPECT_EQ(1u, Device.Read(FLASH));
+  EXPECT_EQ(2u, Device.Read(FLASH + 4));
 }
 
 TEST(SimFlashL4, AHalfThatWaitsIsForgotten) {
