@@ -175,13 +175,7 @@ class ControllerF1 : public Controller {
     }
     switch (Index) {
       case KEYR:
-        if (!flash_.WriteKey(Value)) {
-          return false;
-        }
-        if (flash_.IsOpen()) {
-          registers_[CR] &= ~CR_LOCK;
-        }
-        return true;
+        return TakeKey(&flash_, Value, CR, CR_LOCK);
       case OPTKEYR:
         if ((registers_[CR] & CR_LOCK) != 0) {
           return true;  // counts only behind an open LOCK

@@ -179,11 +179,13 @@ class ControllerL0 : public Controller {
     (void)Size;
     switch (Index) {
       case PEKEYR:
-        return TakeKey(&flash_, Value, PECR_PELOCK);
+        return TakeKey(&flash_, Value, PECR, PECR_PELOCK);
       case PRGKEYR:
-        return (registers_[PECR] & PECR_PELOCK) != 0 || TakeKey(&program_, Value, PECR_PRGLOCK);
+        return (registers_[PECR] & PECR_PELOCK) != 0 ||
+               TakeKey(&program_, Value, PECR, PECR_PRGLOCK);
       case OPTKEYR:
-        return (registers_[PECR] & PECR_PELOCK) != 0 || TakeKey(&options_, Value, PECR_OPTLOCK);
+        return (registers_[PECR] & PECR_PELOCK) != 0 ||
+               TakeKey(&options_, Value, PECR, PECR_OPTLOCK);
       case PECR:
         return WriteControl(Value);
       default:
@@ -368,16 +370,6 @@ class ControllerL0 : public Controller {
   }
 
   bool IsSpare(int Index) const { return Index >= static_cast<int>(WORD_WRP + row_.NumWrpWords); }
-
-  bool TakeKey(KeyLock* pLock, uint32_t Key, uint32_t LockBit) {
-    if (!pLock->WriteKey(Key)) {
-      return false;
-    }
-    if (pLock->IsOpen()) {
-      registers_[PECR] &= ~LockBit;
-    }
-    return true;
-  }
 
   void ResetRegisters() {
     registers_.ResetAll();

@@ -166,9 +166,13 @@ class ControllerL4 : public Controller {
     (void)Size;
     switch (Index) {
       case KEYR:
-        return TakeKey(&flash_, Value, CR_LOCK);
+        if (!TakeKey(&flash_, Value, CR, CR_LOCK)) {
+          CloseLocks(CR_LOCK);
+          return false;
+        }
+        return true;
       case OPTKEYR:
-        return (registers_[CR] & CR_LOCK) != 0 || TakeKey(&options_, Value, CR_OPTLOCK);
+        return (registers_[CR] & CR_LOCK) != 0 || TakeKey(&options_, Value, CR, CR_OPTLOCK);
       case CR:
         return WriteControl(Value);
       default:
@@ -399,17 +403,6 @@ class ControllerL4 : public Controller {
   }
 
   bool Matches() const { return Stored(WORD_OPTR) == ~Stored(WORD_OPTR_COMPLEMENT); }
-
-  bool TakeKey(KeyLock* pLock, uint32_t Key, uint32_t LockBit) {
-    if (!pLock->WriteKey(Key)) {
-      CloseLocks(LockBit);
-      return false;
-    }
-    if (pLock->IsOpen()) {
-      registers_[CR] &= ~LockBit;
-    }
-    return true;
-  }
 
   // LOCK takes OPTLOCK along.
   void CloseLocks(uint32_t LockBits) {

@@ -69,6 +69,20 @@ TEST(SimFlashF1, RegistersHaveTheirResetValuesAndWritableBits) {
                           {0xE0042008, 0, 0x42601C3F}});
 }
 
+TEST(SimFlashF1, TheIdentityStaysOverAReset) {
+  const struct {
+    const char* sName;
+    uint32_t    Address, Id;
+  } aRows[] = {{"STM32F051", 0x40015800, 0x20006440},
+               {"STM32F103", 0xE0042000, 0x20036410},
+               {"STM32F303", 0xE0042000, 0x10036422}};
+  for (const auto& Row : aRows) {
+    Part Device(Row.sName);
+    Device.Reset();
+    EXPECT_EQ(Row.Id, Device.Read(Row.Address)) << Row.sName;
+  }
+}
+
 TEST(SimFlashF1, KeyRegistersReadZero) {
   for (const char* sName : aDevices) {
     Part Device(sName);
@@ -192,6 +206,7 @@ TEST(SimFlashF1, LockIsSetBySoftwareAndOpenedByKeys) {
   Device.Write(CR, 0x200);
   EXPECT_EQ(0x280u, Device.Read(CR));
   Device.Write(KEYR, 0x45670123);
+  EXPECT_EQ(0x280u, Device.Read(CR));
   Device.Write(KEYR, 0xCDEF89AB);
   EXPECT_EQ(0x200u, Device.Read(CR));
 }
@@ -383,6 +398,7 @@ TEST(SimFlashF1, HardwareFormsTheComplement) {
   ProgramRdp(&Device, 0x00A5);
   Device.Finish();
   EXPECT_EQ(0xFFFF5AA5u, Device.Read(OPTIONS));
+  EXPECT_EQ(0x210u, Device.Read(CR));
 }
 
 TEST(SimFlashF1, EveryOptionByteIsLoadedToItsPlace) {
@@ -749,10 +765,12 @@ TEST(SimFlashF1, AProtectedSectorIsNotProgrammed) {
   const struct {
     const char* sName;
     uint32_t    Bit, First, End;
-  } aRows[] = {{"STM32F051", 0, 0, 0x1000},        {"STM32F051", 15, 0xF000, 0x10000},
-               {"STM32F103", 1, 0x1000, 0x2000},   {"STM32F103", 31, 0x1F000, 0x20000},
-               {"STM32F303", 2, 0x2000, 0x3000},   {"STM32F303", 30, 0x1E000, 0x1F000},
-               {"STM32F303", 31, 0x1F000, 0x40000}};
+  } aRows[] = {{"STM32F051", 0, 0, 0x1000},         {"STM32F051", 15, 0xF000, 0x10000},
+               {"STM32F103", 1, 0x1000, 0x2000},    {"STM32F103", 7, 0x7000, 0x8000},
+               {"STM32F103", 8, 0x8000, 0x9000},    {"STM32F103", 16, 0x10000, 0x11000},
+               {"STM32F103", 23, 0x17000, 0x18000}, {"STM32F103", 24, 0x18000, 0x19000},
+               {"STM32F103", 31, 0x1F000, 0x20000}, {"STM32F303", 2, 0x2000, 0x3000},
+               {"STM32F303", 30, 0x1E000, 0x1F000}, {"STM32F303", 31, 0x1F000, 0x40000}};
   for (const auto& Row : aRows) {
     sim::CREATE_REQUEST Request;
     Request.Wrp = {Row.Bit};
@@ -761,12 +779,14 @@ TEST(SimFlashF1, AProtectedSectorIsNotProgrammed) {
     const uint32_t Bytes = Device.Device.FindMemory(sim::MAIN_FLASH)->Row().Bytes;
     Unlock(&Device);
     Device.Write(CR, 0x001);
-    for (const uint32_t Offset : {Row.First - 2, Row.First, Row.End - 2, Row.End}) {
+    for (const uint32_t Offset :
+         {Row.First - 2, Row.First, Row.First + 0x1000, Row.End - 2, Row.End}) {
       if (Offset >= Bytes) {
         continue;
       }
       const bool Protected = Offset >= Row.First && Offset < Row.End;
-      EXPECT_TRUE(Device.TryWrite(FLASH + Offset, 0x1234, 2));
+      // Zeros, which can be written more than once.
+      EXPECT_TRUE(Device.TryWrite(FLASH + Offset, 0, 2));
       Device.Finish();
       EXPECT_EQ(Protected ? 0x10u : 0x20u, Device.Read(SR)) << Row.sName << " " << Offset;
       Device.Write(SR, 0x34);
@@ -781,13 +801,16 @@ TEST(SimFlashF1, MainFlashTakesHalfWordsIntoErasedPlacesOnly) {
   EXPECT_TRUE(Device.TryWrite(FLASH + 2, 0xBEEF, 2));
   Device.Finish();
   EXPECT_EQ(0xBEEFFFFFu, Device.Read(FLASH));
+  EXPECT_TRUE(Device.TryWrite(FLASH, 0xCAFE, 2));
+  Device.Finish();
+  EXPECT_EQ(0xBEEFCAFEu, Device.Read(FLASH));
   EXPECT_TRUE(Device.TryWrite(FLASH + 2, 0x1234, 2));
   EXPECT_EQ(0x04u, Device.Read(SR) & 0x04);
   EXPECT_FALSE(Device.TryWrite(FLASH + 4, 0x12345678, 4));
   EXPECT_FALSE(Device.TryWrite(FLASH + 4, 0x12, 1));
   EXPECT_TRUE(Device.TryWrite(FLASH + 2, 0, 2));  // all zeros can be written over anything
   Device.Finish();
-  EXPECT_EQ(0x0000FFFFu, Device.Read(FLASH));
+  EXPECT_EQ(0x0000CAFEu, Device.Read(FLASH));
 }
 
 TEST(SimFlashF1, MainFlashNeedsLockOpenAndPg) {

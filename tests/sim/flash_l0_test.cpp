@@ -83,6 +83,21 @@ TEST(SimFlashL0, RegistersHaveTheirResetValuesAndWritableBits) {
   }
 }
 
+TEST(SimFlashL0, TheIdentityStaysOverAReset) {
+  const struct {
+    const char* sName;
+    uint32_t    Address, Id;
+  } aRows[] = {{"STM32L053", 0x40015800, 0x10386417},
+               {"STM32L073", 0x40015800, 0x20086447},
+               {"STM32L152", 0xE0042000, 0x10186429},
+               {"STM32L152xE", 0xE0042000, 0x10006437}};
+  for (const auto& Row : aRows) {
+    Part Device(Row.sName);
+    Device.Reset();
+    EXPECT_EQ(Row.Id, Device.Read(Row.Address)) << Row.sName;
+  }
+}
+
 TEST(SimFlashL0, KeyRegistersReadZero) {
   for (const char* sName : aDevices) {
     PartL Device(sName);
@@ -232,12 +247,17 @@ TEST(SimFlashL0, LockBitsAreSetBySoftwareAndNotCleared) {
   Device.Write(Device.R.PECR, 4);
   EXPECT_EQ(4u, Device.Read(Device.R.PECR));
   Device.Write(Device.R.OPTKEYR, 0xFBEAD9C8);
+  EXPECT_EQ(4u, Device.Read(Device.R.PECR));
   Device.Write(Device.R.OPTKEYR, 0x24252627);
   Device.Write(Device.R.PECR, 2);
   EXPECT_EQ(2u, Device.Read(Device.R.PECR));
-  Device.UnlockProgram();
+  Device.Write(Device.R.PRGKEYR, 0x8C9DAEBF);
+  EXPECT_EQ(2u, Device.Read(Device.R.PECR));
+  Device.Write(Device.R.PRGKEYR, 0x13141516);
   EXPECT_EQ(0u, Device.Read(Device.R.PECR));
   Device.Write(Device.R.PECR, 1);  // PELOCK takes the others along
+  EXPECT_EQ(7u, Device.Read(Device.R.PECR));
+  Device.Write(Device.R.PEKEYR, 0x89ABCDEF);
   EXPECT_EQ(7u, Device.Read(Device.R.PECR));
 }
 
@@ -603,7 +623,7 @@ TEST(SimFlashL0, PcropHidesItsSectors) {
   PartL L152("STM32L152", Pcrop(0));
   EXPECT_FALSE(L152.CanRead(FLASH));
   EXPECT_TRUE(L152.CanRead(FLASH + 4096));
-  EXPECT_EQ(0u, L152.Errors());
+  EXPECT_EQ(0xCu, L152.Read(L152.R.SR));  // and no flag for it
 }
 
 TEST(SimFlashL0, PcropSectorsCanBeAddedAndNotTakenAway) {
@@ -611,9 +631,12 @@ TEST(SimFlashL0, PcropSectorsCanBeAddedAndNotTakenAway) {
     for (const uint32_t Level : {0u, 1u}) {
       sim::CREATE_REQUEST Request = Pcrop(Level);
       Request.Pcrop               = {0, 3};
-      PartL Device(sName, Request);
+      PartL       Device(sName, Request);
+      std::string sEvents;
+      Device.Device.OnEvent = [&sEvents](const std::string& sText) { sEvents += sText; };
       Device.Unlock();
       Device.Option(8, 0xFFFE0001);
+      EXPECT_NE(std::string::npos, sEvents.find("write refused")) << sName;
       EXPECT_EQ(0x100u, Device.Errors()) << sName;
       EXPECT_EQ(0xFFF60009u, Device.Read(OPTIONS + 8)) << sName;
       Device.Write(Device.R.SR, 0x100);
@@ -624,6 +647,16 @@ TEST(SimFlashL0, PcropSectorsCanBeAddedAndNotTakenAway) {
       EXPECT_EQ(0xFu, Device.Read(Device.R.WRPROT)) << sName;
     }
   }
+  // The second register.
+  sim::CREATE_REQUEST Far = Pcrop(0);
+  Far.Pcrop               = {32};
+  PartL L073("STM32L073", Far);
+  L073.Unlock();
+  L073.Option(16, 0xFFFF0000);
+  EXPECT_EQ(0x100u, L073.Errors());
+  L073.Write(L073.R.SR, 0x100);
+  L073.Option(8, 0xFFFE0001);
+  EXPECT_EQ(0u, L073.Errors());
   // The upper half of the register.
   sim::CREATE_REQUEST Request = Pcrop(0);
   Request.Pcrop               = {16};
@@ -718,8 +751,10 @@ TEST(SimFlashL0, SpareWordsOfSmallL0TakeWritesUnlessTheVariantSaysNo) {
   Device.Unlock();
   Device.Option(0x10, 0xFFFF0000);
   EXPECT_EQ(0xFFFF0000u, Device.Read(OPTIONS + 0x10));
+  Device.Option(0x0C, 0x0000FFFF);
   Device.Launch();
   EXPECT_EQ(0u, Device.Read(Device.R.SR) & 0x800);
+  EXPECT_EQ(0u, Device.Read(Device.R.WRPROT));
   PartL Closed("STM32L053");
   EXPECT_TRUE(Closed.Device.SetVariant("l0_spare_words_writable", 0));
   Closed.Unlock();

@@ -72,6 +72,18 @@ TEST(SimFlashL4, RegistersHaveTheirResetValuesAndWritableBits) {
   EXPECT_EQ(0u, Device.Read(CR));
 }
 
+TEST(SimFlashL4, TheIdentityStaysOverAReset) {
+  const struct {
+    const char* sName;
+    uint32_t    Address, Id;
+  } aRows[] = {{"STM32L476", 0xE0042000, 0x10076415}};
+  for (const auto& Row : aRows) {
+    Part Device(Row.sName);
+    Device.Reset();
+    EXPECT_EQ(Row.Id, Device.Read(Row.Address)) << Row.sName;
+  }
+}
+
 TEST(SimFlashL4, KeyRegistersReadZero) {
   Part Device("STM32L476");
   Unlock(&Device);
@@ -109,8 +121,15 @@ TEST(SimFlashL4, OptlockOpensOnlyBehindLock) {
   Device.Write(CR, 0x40000000);
   EXPECT_EQ(0x40000000u, Device.Read(CR));
   Device.Write(OPTKEYR, 0x08192A3B);
+  EXPECT_EQ(0x40000000u, Device.Read(CR));
   Device.Write(OPTKEYR, 0x4C5D6E7F);
   EXPECT_EQ(0u, Device.Read(CR));
+  Device.Write(CR, 0x80000000);
+  Device.Write(KEYR, 0x45670123);
+  EXPECT_EQ(0xC0000000u, Device.Read(CR));
+  Device.Write(KEYR, 0xCDEF89AB);
+  Device.Write(OPTKEYR, 0x08192A3B);
+  EXPECT_EQ(0x40000000u, Device.Read(CR));
 }
 
 TEST(SimFlashL4, AWrongOptionKeyKeepsOptlockUntilReset) {
@@ -148,8 +167,9 @@ TEST(SimFlashL4, KeysOnAnOpenLockCloseItUntilReset) {
   EXPECT_EQ(0xC0000000u, Device.Read(CR));
   Part Options("STM32L476");
   Unlock(&Options);
+  Options.Write(CR, 1);  // leaves the locks as they are
   EXPECT_FALSE(Options.TryWrite(OPTKEYR, 0x08192A3B));
-  EXPECT_EQ(0x40000000u, Options.Read(CR));
+  EXPECT_EQ(0x40000001u, Options.Read(CR));
 }
 
 TEST(SimFlashL4, OptionRegistersNeedOptlockOpen) {
@@ -530,6 +550,10 @@ TEST(SimFlashL4, PcropMayGrow) {
   Device.Write(PCROP2SR, 0x2BFF);
   ProgramAndLoad(&Device);
   EXPECT_EQ(0xFFFF2BFFu, Device.Read(PCROP2SR));
+  Unlock(&Device);
+  Device.Write(PCROP2ER, 0x2D00);
+  ProgramAndLoad(&Device);
+  EXPECT_EQ(0xFFFF2D00u, Device.Read(PCROP2ER));
   // Where there is none, an area may be made anywhere.
   Part New("STM32L476");
   Unlock(&New);
@@ -655,6 +679,20 @@ TEST(SimFlashL4, EachOfTheFourAreasProtectsItsPages) {
   }
 }
 
+// Where one bank ends and the other begins.
+TEST(SimFlashL4, WriteProtectionEndsWithItsBank) {
+  for (const uint32_t Protected : {0u, 255u, 256u, 511u}) {
+    sim::CREATE_REQUEST Request;
+    Request.Wrp = {Protected};
+    for (const uint32_t Page : {0u, 255u, 256u, 511u}) {
+      Part Device("STM32L476", Request);
+      Unlock(&Device);
+      Erase(&Device, 2 | (Page % 256) << 3 | (Page / 256) << 11);
+      EXPECT_EQ(Page == Protected ? 0x10u : BSY, Device.Read(SR)) << Protected << " " << Page;
+    }
+  }
+}
+
 TEST(SimFlashL4, APageOrABankIsErasedAndNothingElse) {
   const struct {
     uint32_t Bits, First, End;
@@ -732,6 +770,18 @@ TEST(SimFlashL4, BothHalvesOfADoubleWordBelongTogether) {
     Device.Write(SR, 0x40);
   }
   EXPECT_TRUE(Device.FlashErased());
+}
+
+TEST(SimFlashL4, AHalfWaitsAsLongAsPgIsSet) {
+  Part Device("STM32L476", {}, false);
+  Unlock(&Device);
+  Device.Write(CR, 1);
+  Device.Write(FLASH, 1);
+  Device.Write(CR, 1);
+  Device.Write(FLASH + 4, 2);
+  Device.Finish();
+  EXPECT_EQ(1u, Device.Read(FLASH));
+  EXPECT_EQ(2u, Device.Read(FLASH + 4));
 }
 
 TEST(SimFlashL4, AHalfThatWaitsIsForgotten) {
@@ -971,5 +1021,6 @@ TEST(SimFlashL4, StatesThatDoNotExistAreRefused) {
 
 TEST(SimFlashL4, Level2ShutsTheDebugPort) {
   Part Device("STM32L476", AtLevel(2));
+  EXPECT_EQ(2, Device.Level());
   EXPECT_FALSE(Device.CanRead(OPTR));
 }
