@@ -81,6 +81,23 @@ class SimLibrary : public ::testing::Test {
   }
   void Reset() { Call<int32_t (*)()>("QUOBEARM_Reset")(); }
 
+  // On an F4: option keys, then the value; and until that is done, the number of polls.
+  void StartOptions(uint32_t Optcr) {
+    Write(0x40023C08, 0x08192A3B);
+    Write(0x40023C08, 0x4C5D6E7F);
+    Write(0x40023C14, Optcr);
+  }
+  int PollUntilReady() {
+    uint32_t Status   = 0;
+    int      NumPolls = 0;
+    do {
+      EXPECT_GE(Read(0x40023C0C, &Status), 0);
+      NumPolls++;
+    } while ((Status & 0x10000) && NumPolls < 100);
+    EXPECT_LT(NumPolls, 100);
+    return NumPolls;
+  }
+
   // A probe with a device on it.
   void Put(const sim::PROBE& Probe, const char* sDevice,
            const sim::CREATE_REQUEST& Request = sim::CREATE_REQUEST()) {
@@ -255,13 +272,8 @@ TEST_F(SimLibrary, TheDeviceIsFoundAsItWasLeft) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FF0AAEE);
-  uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  StartOptions(0x0FF0AAEE);
+  PollUntilReady();
   Close();
   EXPECT_EQ(nullptr, Open());
   uint32_t Value = 0;
@@ -274,9 +286,7 @@ TEST_F(SimLibrary, WhatRunsWhenTheConnectionEndsIsDoneByTheNext) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FF0AAEE);
+  StartOptions(0x0FF0AAEE);
   Close();
   EXPECT_EQ(nullptr, Open());
   uint32_t Value = 0;
@@ -293,15 +303,8 @@ TEST_F(SimLibrary, FastTimeIsBusyForAFewPolls) {
   Put(Probe(1), "STM32F407", Protected);
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
-  int      NumPolls = 0;
-  uint32_t Status   = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-    NumPolls++;
-  } while ((Status & 0x10000) && NumPolls < 100);
+  StartOptions(0x0FFFAAEE);
+  const int NumPolls = PollUntilReady();
   EXPECT_GT(NumPolls, 1);
   EXPECT_LT(NumPolls, 20);
 }
@@ -366,9 +369,7 @@ TEST_F(SimLibrary, FaultBusyHoldsTheNextOperation) {
   uint32_t Status = 0;
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   for (int i = 0; i < 50; i++) {
     EXPECT_GE(Read(0x40023C0C, &Status), 0);
     EXPECT_EQ(0x10000u, Status & 0x10000);
@@ -382,13 +383,9 @@ TEST_F(SimLibrary, FaultStuckBitsDoNotProgram) {
   Put(WithFault("stuck OPTCR 0x00010000 0"), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  PollUntilReady();
   EXPECT_GE(Read(0x40023C14, &Status), 0);
   EXPECT_EQ(0x0FFEAAECu, Status);
 }
@@ -399,9 +396,7 @@ TEST_F(SimLibrary, TheTraceNamesRegistersAndBits) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   Close();
   const std::string sText = TraceText();
   for (const char* sLine :
@@ -576,13 +571,9 @@ TEST_F(SimLibrary, AResetThatDoesNotHaltLeavesAWatchdogRunning) {
     Swd();
     Write(0xE0042008, 0x1000);
     Reset();
-    Write(0x40023C08, 0x08192A3B);
-    Write(0x40023C08, 0x4C5D6E7F);
-    Write(0x40023C14, 0x0FFFAAEE);
+    StartOptions(0x0FFFAAEE);
     uint32_t Status = 0;
-    do {
-      ASSERT_GE(Read(0x40023C0C, &Status), 0);
-    } while (Status & 0x10000);
+    PollUntilReady();
     EXPECT_GE(Read(0x40023C14, &Status), 0);
     EXPECT_EQ(Halts ? 0xAAu : 0xBBu, Status >> 8 & 0xFF);
     Close();
@@ -646,15 +637,8 @@ TEST_F(SimLibrary, FaultBusyForAWhileIsOverThen) {
   Put(WithFault("busy 3 50"), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
-  uint32_t Status   = 0;
-  int      NumPolls = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while ((Status & 0x10000) && NumPolls++ < 100);
-  EXPECT_LT(NumPolls, 100);
+  StartOptions(0x0FFFAAEE);
+  PollUntilReady();
   const std::string sText = TraceText();
   EXPECT_NE(std::string::npos, sText.find("busy with nothing starts, 50 ms")) << sText;
   EXPECT_NE(std::string::npos, sText.find("busy with nothing done")) << sText;
@@ -685,13 +669,9 @@ TEST_F(SimLibrary, SeveralStuckBitsOfOneWordStayStuck) {
   Put(Each, "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  PollUntilReady();
   EXPECT_GE(Read(0x40023C14, &Status), 0);
   EXPECT_EQ(0x0FFCAAFCu, Status);
 }
@@ -733,13 +713,8 @@ TEST_F(SimLibrary, TheTraceIsStampedWithATimeThatGrows) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
-  uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  StartOptions(0x0FFFAAEE);
+  PollUntilReady();
   Close();
   std::istringstream Lines(TraceText());
   std::string        sLine;
