@@ -130,6 +130,24 @@ bool Controller::ReadRegister(int Index, uint32_t Size, uint32_t* pValue) {
   return true;
 }
 
+bool Controller::InOptionArea(uint32_t Address) const {
+  (void)Address;
+  return false;
+}
+
+bool Controller::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
+  (void)Address;
+  (void)pWord;
+  return false;
+}
+
+bool Controller::WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) {
+  (void)Address;
+  (void)Size;
+  (void)Value;
+  return false;
+}
+
 bool Controller::WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) {
   (void)Target;
   (void)Address;

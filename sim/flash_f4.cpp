@@ -409,8 +409,7 @@ class ControllerF4 : public Controller {
         for (int i = 0; i < NumOptions(); i++) {
           Store(i, toProgram_[i]);
         }
-        registers_[OPTCR] &= ~OPTCR_OPTSTRT;
-        Load();
+        Load();  // OPTSTRT goes with it
         break;
       default:
         owner_.FindMemory(MAIN_FLASH)->WordAt(Phase.Argument) &= Phase.Value;

@@ -306,23 +306,6 @@ class ControllerH7 : public Controller {
     return Source.Row().Kind == MAIN_FLASH && swapped_ != 0 ? Address ^ BANK_BYTES : Address;
   }
 
-  // The option bytes are seen through the registers only.
-  bool InOptionArea(uint32_t Address) const override {
-    (void)Address;
-    return false;
-  }
-  bool ReadOptionArea(uint32_t Address, uint32_t* pWord) override {
-    (void)Address;
-    (void)pWord;
-    return false;
-  }
-  bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override {
-    (void)Address;
-    (void)Size;
-    (void)Value;
-    return false;
-  }
-
   bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override {
     (void)pValue;
     if (Source.Row().Kind != MAIN_FLASH) {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "sim/bench.h"
+#include "sim/clock.h"
 
 static const char* const aOperations[] = {
     "QUOBEARM_IsOpen",      "QUOBEARM_SelectIP",     "QUOBEARM_EMU_SelectByUSBSN",
@@ -307,6 +308,41 @@ TEST_F(SimLibrary, FastTimeIsBusyForAFewPolls) {
   const int NumPolls = PollUntilReady();
   EXPECT_GT(NumPolls, 1);
   EXPECT_LT(NumPolls, 20);
+}
+
+TEST_F(SimLibrary, RealTimeIsBusyForAsLongAsTheDataSheetSays) {
+  Put(Probe(1), "STM32F407");
+  setenv("QUOBE_BENCH_TIME", "real", 1);
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  const uint64_t Start = sim::WallUs();
+  StartOptions(0x0FF0AAEE);
+  uint32_t Status = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+  } while ((Status & 0x10000) && sim::WallUs() - Start < 60000000);
+  EXPECT_GE(sim::WallUs() - Start, 400000u);
+  EXPECT_EQ(0u, Status);
+}
+
+TEST_F(SimLibrary, TheEnvironmentOverrulesTheProbesTime) {
+  sim::PROBE Each = Probe(1);
+  Each.IsFast     = false;
+  sim::CREATE_REQUEST Protected;
+  Protected.Level = 1;
+  Put(Each, "STM32F407", Protected);
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  StartOptions(0x0FFFAAEE);  // 16 s of the device
+  EXPECT_LT(PollUntilReady(), 20);
+  Close();
+  Each.IsFast = true;
+  Put(Each, "STM32F407", Protected);
+  unsetenv("QUOBE_BENCH_TIME");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  StartOptions(0x0FFFAAEE);
+  EXPECT_LT(PollUntilReady(), 20);
 }
 
 // -- Faults
