@@ -313,10 +313,8 @@ class ControllerF4 : public Controller {
     } else if (IsProtected(SectorOf(Address))) {
       SetError(SR_WRPERR);
     } else {
-      const uint32_t Shift = 8 * (Address % 4);
-      const uint32_t Mask  = Size == 4 ? ~0u : ((1u << (8 * Size)) - 1) << Shift;
       Start({{WORD_PROGRAM, owner_.Variant(TIMING_MAX) ? PROGRAM_MAX_US : PROGRAM_US, Address & ~3u,
-              (Value << Shift & Mask) | ~Mask}});
+              Merge(0xFFFFFFFF, Address, Size, Value)}});
     }
     return true;
   }

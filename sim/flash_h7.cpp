@@ -347,11 +347,9 @@ class ControllerH7 : public Controller {
     if (bufferBytes_ == 0) {
       EmptyBuffer();
     }
-    const uint32_t Shift = 8 * (Address % 4);
-    const uint32_t Mask  = Size == 4 ? ~0u : ((1u << (8 * Size)) - 1) << Shift;
-    uint32_t&      Word  = aBuffer_[Address % FLASH_WORD / 4];
-    Word                 = (Word & ~Mask) | (Value << Shift & Mask);
-    bufferAddress_       = InBuffer;
+    uint32_t& Word = aBuffer_[Address % FLASH_WORD / 4];
+    Word           = Merge(Word, Address, Size, Value);
+    bufferAddress_ = InBuffer;
     bufferBytes_ |= Bytes;
     if (bufferBytes_ == ~0u) {
       StartProgramming(Bank);
