@@ -212,6 +212,7 @@ class ControllerH7 : public Controller {
     State("option_keys", &options_.State);
     State("change_error", &changeError_);
     State("swapped", &swapped_);
+    State("active_banks", &activeBanks_);
     State("buffer_address", &bufferAddress_);
     State("buffer_bytes", &bufferBytes_);
     static const char* const aNames[WORDS_PER_PROGRAM] = {"buffer_0", "buffer_1", "buffer_2",
@@ -625,10 +626,10 @@ class ControllerH7 : public Controller {
     if ((Value & CR_START) != 0) {
       registers_[Register] &= ~CR_START;
       StartErase(Bank);
-    }
-    if ((Value & CR_FW) != 0 && IsBuffered(Bank)) {
+    } else if ((Value & CR_FW) != 0 && IsBuffered(Bank)) {
       StartProgramming(Bank);
-    } else if (!Busy()) {
+    }
+    if (!Busy()) {
       registers_[Register] &= ~CR_FW;
     }
   }

@@ -883,6 +883,20 @@ TEST(SimFlashH7, FwProgramsAFlashWordThatIsNotFull) {
   EXPECT_EQ(0u, Device.Read(SR + VIEW2));  // EOP only where its interrupt is enabled
 }
 
+TEST(SimFlashH7, AnEraseGoesBeforeWhatWasCollected) {
+  Part Device("STM32H743");
+  UnlockBank(&Device);
+  Device.Write(CR, 0x32);
+  Device.Write(FLASH, 0);
+  Device.Write(CR, 0x1F4);  // START, FW, SER, sector 1
+  EXPECT_EQ(BSY_QW | WBNE, Device.Read(SR));
+  Device.Wait(1000);
+  EXPECT_EQ(WBNE, Device.Read(SR));
+  EXPECT_EQ(0x134u, Device.Read(CR));
+  EXPECT_EQ(0xFFFFFFFFu, Device.Read(FLASH + 0x20000));
+  EXPECT_EQ(0x12345678u, Device.Read(FLASH));
+}
+
 TEST(SimFlashH7, ProgrammingOnlyClearsBits) {
   Part Device("STM32H743", {}, false);
   UnlockBank(&Device);
