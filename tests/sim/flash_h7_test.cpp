@@ -171,6 +171,8 @@ TEST(SimFlashH7, AtLevel1FlashAndBackupAreClosed) {
   EXPECT_FALSE(Device.CanRead(BANK2));
   EXPECT_EQ(1u << 23, Device.Read(0x52002110));
   EXPECT_FALSE(Device.CanRead(0x38800000));
+  EXPECT_FALSE(Device.CanRead(0x58004050));
+  EXPECT_TRUE(Device.CanRead(0x20000000));
   EXPECT_TRUE(Device.CanRead(OPTSR_CUR));
 }
 
@@ -185,6 +187,7 @@ TEST(SimFlashH7, OneToZeroErasesBothBanksAndBackup) {
   EXPECT_EQ(0, Device.Level());
   EXPECT_TRUE(Device.FlashErased());
   EXPECT_TRUE(Device.Erased(sim::BACKUP));
+  EXPECT_EQ(0u, Device.Read(0x58004050));  // the backup registers went, too
 }
 
 TEST(SimFlashH7, RaisingTheLevelIsFreeAndErasesNothing) {
