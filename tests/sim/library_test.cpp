@@ -198,6 +198,7 @@ TEST_F(SimLibrary, AProbeInUseCannotBeOpenedAgain) {
   ASSERT_EQ(0, pipe(aDone));
   const pid_t Other = fork();
   if (Other == 0) {
+    close(aDone[1]);  // so that it ends with the test, however that ends
     std::string sError;
     char        Byte = bench_->Lock(Probe(1), &sError) >= 0 ? 'y' : 'n';
     const bool  Told = write(aReady[1], &Byte, 1) == 1 && read(aDone[0], &Byte, 1) == 1;
