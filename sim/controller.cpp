@@ -47,7 +47,6 @@ void Controller::AbortRunning() {
     if (Phase.Kind != STAY_BUSY) {
       AbortPhase(Phase);
     }
-    owner_.Changed = true;
     owner_.Event(std::string(aPhaseNames[Phase.Kind]) + " cut short");
   }
 }

@@ -284,6 +284,22 @@ TEST_F(SimLibrary, TheDeviceIsFoundAsItWasLeft) {
   EXPECT_EQ(0x0FF0AAECu, Value);  // still unlocked: nobody reset it
 }
 
+TEST_F(SimLibrary, AResetIsKeptEvenIfTheProgramEndsThere) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  StartOptions(0x0FF0AAEE);
+  Reset();  // cuts the option write short
+  std::unique_ptr<sim::Device> pDevice;
+  sim::LINK                    Link;
+  std::string                  sError;
+  ASSERT_TRUE(bench_->LoadDevice(Probe(1), &pDevice, &Link, &sError)) << sError;
+  uint32_t Value = 0;
+  EXPECT_TRUE(pDevice->Read(0x40023C14, 4, &Value));
+  EXPECT_EQ(0x0FFFFFEDu, Value);
+  EXPECT_FALSE(pDevice->Flash().Busy());
+}
+
 TEST_F(SimLibrary, WhatRunsWhenTheConnectionEndsIsDoneByTheNext) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
