@@ -300,6 +300,18 @@ TEST_F(SimLibrary, AResetIsKeptEvenIfTheProgramEndsThere) {
   EXPECT_FALSE(pDevice->Flash().Busy());
 }
 
+TEST_F(SimLibrary, BackupMemoryIsKeptAtOnce) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40024010, 0xCAFEBABE);
+  std::unique_ptr<sim::Device> pDevice;
+  sim::LINK                    Link;
+  std::string                  sError;
+  ASSERT_TRUE(bench_->LoadDevice(Probe(1), &pDevice, &Link, &sError)) << sError;
+  EXPECT_EQ(0xCAFEBABEu, pDevice->FindMemory(sim::BACKUP)->WordAt(0x40024010));
+}
+
 TEST_F(SimLibrary, WhatRunsWhenTheConnectionEndsIsDoneByTheNext) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
