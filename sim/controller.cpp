@@ -47,7 +47,6 @@ void Controller::AbortRunning() {
     if (Phase.Kind != STAY_BUSY) {
       AbortPhase(Phase);
     }
-    owner_.Changed = true;
     owner_.Event(std::string(aPhaseNames[Phase.Kind]) + " cut short");
   }
 }
@@ -128,6 +127,24 @@ bool Controller::ReadRegister(int Index, uint32_t Size, uint32_t* pValue) {
   (void)Size;
   *pValue = registers_[Index];
   return true;
+}
+
+bool Controller::InOptionArea(uint32_t Address) const {
+  (void)Address;
+  return false;
+}
+
+bool Controller::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
+  (void)Address;
+  (void)pWord;
+  return false;
+}
+
+bool Controller::WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) {
+  (void)Address;
+  (void)Size;
+  (void)Value;
+  return false;
 }
 
 bool Controller::WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) {

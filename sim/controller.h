@@ -77,10 +77,11 @@ class Controller {
 
   // -- Bus. The access is known to hit a register or the option area. False: the transfer failed.
   virtual bool ReadRegister(int Index, uint32_t Size, uint32_t* pValue);
-  virtual bool WriteRegister(int Index, uint32_t Size, uint32_t Value)          = 0;
-  virtual bool InOptionArea(uint32_t Address) const                             = 0;
-  virtual bool ReadOptionArea(uint32_t Address, uint32_t* pWord)                = 0;
-  virtual bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) = 0;
+  virtual bool WriteRegister(int Index, uint32_t Size, uint32_t Value) = 0;
+  // Where nothing else is said the option bytes are seen through the registers only.
+  virtual bool InOptionArea(uint32_t Address) const;
+  virtual bool ReadOptionArea(uint32_t Address, uint32_t* pWord);
+  virtual bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value);
   // A write to main flash or EEPROM.
   virtual bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value);
   // A read of a memory at the level in force. *pValue holds the content and may be changed.

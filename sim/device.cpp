@@ -165,6 +165,7 @@ void Device::SystemReset(bool HaltCore, const char* sCause) {
   if (controller_->WatchdogByHardware()) {
     StartWatchdog();
   }
+  Changed = true;
 }
 
 // -- Bus -----------------------------------------------------------------------------------------

@@ -123,6 +123,12 @@ const COPY_ROW aCopiesF7[] = {
 
 // -- Devices' own --------------------------------------------------------------------------------
 
+enum PCROP_KIND {
+  NO_PCROP,
+  BY_SPRMOD,  // the protection bits, read the other way round
+  BY_OPTCR2   // bits of their own
+};
+
 // A bank has four small sectors, one of four times and the rest of eight times their size. The
 // sectors' protection bits are in OPTCR from bit 16 on, those of a second bank in OPTCR1.
 struct F4_ROW {
@@ -135,92 +141,33 @@ struct F4_ROW {
   uint32_t                  SectorsPerBank;
   uint32_t                  SmallKB;
   uint32_t                  NumBits;  // protection bits per bank
-  bool                      HasSprmod = false;
-  bool                      HasPcrop  = false;  // the way of OPTCR2
-  bool                      HasNdbank = false;
+  PCROP_KIND                Pcrop;
+  bool                      HasNdbank;  // with nDBANK 0: two banks, their sectors of half the size
 };
 
+// F413 has fifteen protection bits, the last one for two sectors.
+// clang-format off
 const F4_ROW aRows[] = {
-    {.sDevice        = "STM32F207",
-     .Registers      = aRegistersOneBank,
-     .Copies         = aCopiesF4,
-     .aFactory       = {0x0FFFAAED},
-     .UserMask       = 0x000000EC,
-     .NumBanks       = 1,
-     .SectorsPerBank = 12,
-     .SmallKB        = 16,
-     .NumBits        = 12},
-    {.sDevice        = "STM32F407",
-     .Registers      = aRegistersOneBank,
-     .Copies         = aCopiesF4,
-     .aFactory       = {0x0FFFAAED},
-     .UserMask       = 0x000000EC,
-     .NumBanks       = 1,
-     .SectorsPerBank = 12,
-     .SmallKB        = 16,
-     .NumBits        = 12},
-    // Fifteen protection bits, the last one for two sectors.
-    {.sDevice        = "STM32F413",
-     .Registers      = aRegistersF413,
-     .Copies         = aCopiesF4,
-     .aFactory       = {0x7FFFAAED},
-     .UserMask       = 0x000000EC,
-     .NumBanks       = 1,
-     .SectorsPerBank = 16,
-     .SmallKB        = 16,
-     .NumBits        = 15,
-     .HasSprmod      = true},
-    {.sDevice        = "STM32F429",
-     .Registers      = aRegistersTwoBanks,
-     .Copies         = aCopiesF4,
-     .aFactory       = {0x0FFFAAED, 0x0FFF0000},
-     .UserMask       = 0x400000FC,
-     .NumBanks       = 2,
-     .SectorsPerBank = 12,
-     .SmallKB        = 16,
-     .NumBits        = 12,
-     .HasSprmod      = true},
-    {.sDevice        = "STM32F469",
-     .Registers      = aRegistersTwoBanks,
-     .Copies         = aCopiesF4,
-     .aFactory       = {0x0FFFAAED, 0x0FFF0000},
-     .UserMask       = 0x400000FC,
-     .NumBanks       = 2,
-     .SectorsPerBank = 12,
-     .SmallKB        = 16,
-     .NumBits        = 12,
-     .HasSprmod      = true},
-    {.sDevice        = "STM32F723",
-     .Registers      = aRegistersF72,
-     .Copies         = aCopiesF7,
-     .aFactory       = {0xC0FFAAFD, 0x00400080, 0x80000000},
-     .UserMask       = 0xC00000FC,
-     .NumBanks       = 1,
-     .SectorsPerBank = 8,
-     .SmallKB        = 16,
-     .NumBits        = 8,
-     .HasPcrop       = true},
-    {.sDevice        = "STM32F746",
-     .Registers      = aRegistersF74,
-     .Copies         = aCopiesF7,
-     .aFactory       = {0xC0FFAAFD, 0x00400080},
-     .UserMask       = 0xC00000FC,
-     .NumBanks       = 1,
-     .SectorsPerBank = 8,
-     .SmallKB        = 32,
-     .NumBits        = 8},
-    // With nDBANK 0 two banks of sectors of half the size, two of them on a protection bit.
-    {.sDevice        = "STM32F767",
-     .Registers      = aRegistersF76,
-     .Copies         = aCopiesF7,
-     .aFactory       = {0xFFFFAAFD, 0x00400080},
-     .UserMask       = 0xF00000FC,
-     .NumBanks       = 1,
-     .SectorsPerBank = 12,
-     .SmallKB        = 32,
-     .NumBits        = 12,
-     .HasNdbank      = true},
+    // device      registers           memory     as delivered; user options
+    //                                            banks, sectors, KB, bits, PCROP, nDBANK
+    {"STM32F207", aRegistersOneBank,  aCopiesF4, {0x0FFFAAED}, 0x000000EC,
+                                                  1, 12, 16, 12, NO_PCROP,  false},
+    {"STM32F407", aRegistersOneBank,  aCopiesF4, {0x0FFFAAED}, 0x000000EC,
+                                                  1, 12, 16, 12, NO_PCROP,  false},
+    {"STM32F413", aRegistersF413,     aCopiesF4, {0x7FFFAAED}, 0x000000EC,
+                                                  1, 16, 16, 15, BY_SPRMOD, false},
+    {"STM32F429", aRegistersTwoBanks, aCopiesF4, {0x0FFFAAED, 0x0FFF0000}, 0x400000FC,
+                                                  2, 12, 16, 12, BY_SPRMOD, false},
+    {"STM32F469", aRegistersTwoBanks, aCopiesF4, {0x0FFFAAED, 0x0FFF0000}, 0x400000FC,
+                                                  2, 12, 16, 12, BY_SPRMOD, false},
+    {"STM32F723", aRegistersF72,      aCopiesF7, {0xC0FFAAFD, 0x00400080, 0x80000000}, 0xC00000FC,
+                                                  1, 8,  16, 8,  BY_OPTCR2, false},
+    {"STM32F746", aRegistersF74,      aCopiesF7, {0xC0FFAAFD, 0x00400080}, 0xC00000FC,
+                                                  1, 8,  32, 8,  NO_PCROP,  false},
+    {"STM32F767", aRegistersF76,      aCopiesF7, {0xFFFFAAFD, 0x00400080}, 0xF00000FC,
+                                                  1, 12, 32, 12, NO_PCROP,  true},
 };
+// clang-format on
 
 // Times by PSIZE: x8, x16, x32, x64.
 const uint64_t aMassEraseUs[4]    = {16000000, 11000000, 8000000, 8000000};
@@ -366,10 +313,8 @@ class ControllerF4 : public Controller {
     } else if (IsProtected(SectorOf(Address))) {
       SetError(SR_WRPERR);
     } else {
-      const uint32_t Shift = 8 * (Address % 4);
-      const uint32_t Mask  = Size == 4 ? ~0u : ((1u << (8 * Size)) - 1) << Shift;
       Start({{WORD_PROGRAM, owner_.Variant(TIMING_MAX) ? PROGRAM_MAX_US : PROGRAM_US, Address & ~3u,
-              (Value << Shift & Mask) | ~Mask}});
+              Merge(0xFFFFFFFF, Address, Size, Value)}});
     }
     return true;
   }
@@ -397,15 +342,15 @@ class ControllerF4 : public Controller {
       return false;
     }
     const bool Pcrop = Request.PcropAll || !Request.Pcrop.empty();
-    if (Pcrop && !row_.HasSprmod && !row_.HasPcrop) {
+    if (Pcrop && row_.Pcrop == NO_PCROP) {
       *psError = "this device has no PCROP";
       return false;
     }
-    if (Request.PcropRdp && !row_.HasPcrop) {
+    if (Request.PcropRdp && row_.Pcrop != BY_OPTCR2) {
       *psError = "this device has no PCROP_RDP bit";
       return false;
     }
-    if (Pcrop && row_.HasSprmod && (Request.WrpAll || !Request.Wrp.empty())) {
+    if (Pcrop && row_.Pcrop == BY_SPRMOD && (Request.WrpAll || !Request.Wrp.empty())) {
       *psError = "the sector bits are either write protection or PCROP, not both";
       return false;
     }
@@ -427,13 +372,13 @@ class ControllerF4 : public Controller {
     }
     // A sector's bit: 0 protects it, or with SPRMOD 1 makes it execute-only.
     const uint32_t Exec = SectorMask(Request.Pcrop, Request.PcropAll, NumBits);
-    if (Pcrop && row_.HasSprmod) {
+    if (Pcrop && row_.Pcrop == BY_SPRMOD) {
       aOptions[0] |= OPTCR_SPRMOD;
       SetBits(aOptions, Exec);
     } else {
       SetBits(aOptions, ~SectorMask(Request.Wrp, Request.WrpAll, NumBits));
     }
-    if (row_.HasPcrop) {
+    if (row_.Pcrop == BY_OPTCR2) {
       const uint32_t PcropRdp = Request.PcropRdp.value_or(1) != 0 ? OPTCR2_PCROP_RDP : 0;
       aOptions[2]             = (Exec & OPTCR2_PCROP) | PcropRdp;
     }
@@ -462,8 +407,7 @@ class ControllerF4 : public Controller {
         for (int i = 0; i < NumOptions(); i++) {
           Store(i, toProgram_[i]);
         }
-        registers_[OPTCR] &= ~OPTCR_OPTSTRT;
-        Load();
+        Load();  // OPTSTRT goes with it
         break;
       default:
         owner_.FindMemory(MAIN_FLASH)->WordAt(Phase.Argument) &= Phase.Value;
@@ -549,7 +493,7 @@ class ControllerF4 : public Controller {
       owner_.Event("change refused: PCROP can be lifted from level 1 to level 0 only");
       return;
     }
-    if (row_.HasPcrop) {
+    if (row_.Pcrop == BY_OPTCR2) {
       // These bits can be set and not cleared, but for unprotecting with PCROP_RDP.
       const bool Wipes = Unprotects && (Stored(2) & OPTCR2_PCROP_RDP) != 0;
       toProgram_[2]    = Wipes ? row_.aFactory[2] : toProgram_[2] | Stored(2);
@@ -625,7 +569,7 @@ class ControllerF4 : public Controller {
   // unprotecting; PCROP sectors of F72x survive it unless PCROP_RDP.
   void EraseSectors(uint32_t What, uint32_t NumFirst) {
     const bool     Unprotects = What == UNPROTECT;
-    const bool     Keeps      = row_.HasPcrop && (Stored(2) & OPTCR2_PCROP_RDP) == 0;
+    const bool     Keeps      = row_.Pcrop == BY_OPTCR2 && (Stored(2) & OPTCR2_PCROP_RDP) == 0;
     const uint32_t Kept       = Keeps ? Stored(2) & OPTCR2_PCROP : 0;
     for (uint32_t Sector = 0; Sector < NumFirst; Sector++) {
       if (Unprotects ? (Kept >> Sector & 1) == 0 : IsInBanks(Sector, What)) {
@@ -705,10 +649,12 @@ class ControllerF4 : public Controller {
     return std::min(IsDualByOption() ? Sector / 2 : Sector, NumOwnBits() - 1);
   }
 
-  bool IsSprmod() const { return row_.HasSprmod && (Stored(0) & OPTCR_SPRMOD) != 0; }
+  bool IsSprmod() const { return row_.Pcrop == BY_SPRMOD && (Stored(0) & OPTCR_SPRMOD) != 0; }
 
   bool IsExecuteOnly(uint32_t Sector) const {
-    const uint32_t Exec = row_.HasPcrop ? Stored(2) & OPTCR2_PCROP : IsSprmod() ? StoredBits() : 0;
+    const uint32_t Exec = row_.Pcrop == BY_OPTCR2 ? Stored(2) & OPTCR2_PCROP
+                          : IsSprmod()            ? StoredBits()
+                                                  : 0;
     return (Exec >> BitOf(Sector) & 1) != 0;
   }
 

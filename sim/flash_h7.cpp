@@ -212,6 +212,7 @@ class ControllerH7 : public Controller {
     State("option_keys", &options_.State);
     State("change_error", &changeError_);
     State("swapped", &swapped_);
+    State("active_banks", &activeBanks_);
     State("buffer_address", &bufferAddress_);
     State("buffer_bytes", &bufferBytes_);
     static const char* const aNames[WORDS_PER_PROGRAM] = {"buffer_0", "buffer_1", "buffer_2",
@@ -306,23 +307,6 @@ class ControllerH7 : public Controller {
     return Source.Row().Kind == MAIN_FLASH && swapped_ != 0 ? Address ^ BANK_BYTES : Address;
   }
 
-  // The option bytes are seen through the registers only.
-  bool InOptionArea(uint32_t Address) const override {
-    (void)Address;
-    return false;
-  }
-  bool ReadOptionArea(uint32_t Address, uint32_t* pWord) override {
-    (void)Address;
-    (void)pWord;
-    return false;
-  }
-  bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override {
-    (void)Address;
-    (void)Size;
-    (void)Value;
-    return false;
-  }
-
   bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override {
     (void)pValue;
     if (Source.Row().Kind != MAIN_FLASH) {
@@ -364,11 +348,9 @@ class ControllerH7 : public Controller {
     if (bufferBytes_ == 0) {
       EmptyBuffer();
     }
-    const uint32_t Shift = 8 * (Address % 4);
-    const uint32_t Mask  = Size == 4 ? ~0u : ((1u << (8 * Size)) - 1) << Shift;
-    uint32_t&      Word  = aBuffer_[Address % FLASH_WORD / 4];
-    Word                 = (Word & ~Mask) | (Value << Shift & Mask);
-    bufferAddress_       = InBuffer;
+    uint32_t& Word = aBuffer_[Address % FLASH_WORD / 4];
+    Word           = Merge(Word, Address, Size, Value);
+    bufferAddress_ = InBuffer;
     bufferBytes_ |= Bytes;
     if (bufferBytes_ == ~0u) {
       StartProgramming(Bank);
@@ -644,10 +626,10 @@ class ControllerH7 : public Controller {
     if ((Value & CR_START) != 0) {
       registers_[Register] &= ~CR_START;
       StartErase(Bank);
-    }
-    if ((Value & CR_FW) != 0 && IsBuffered(Bank)) {
+    } else if ((Value & CR_FW) != 0 && IsBuffered(Bank)) {
       StartProgramming(Bank);
-    } else if (!Busy()) {
+    }
+    if (!Busy()) {
       registers_[Register] &= ~CR_FW;
     }
   }

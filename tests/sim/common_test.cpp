@@ -423,6 +423,9 @@ TEST(SimDevice, WhatRanIsFinishedWhenItIsLoadedUnlessPowerWasLost) {
     EXPECT_EQ(pFile == &Running ? 0xCAFEBABE : 0xFFFFFFFF,
               Again.FindMemory(sim::MAIN_FLASH)->WordAt(0x08000044));
     EXPECT_EQ(pFile == &Running, Again.IsPowered());
+    uint32_t Control = 0;
+    EXPECT_EQ(pFile == &Running, Again.Read(0x5200200C, 4, &Control));
+    EXPECT_EQ(pFile == &Running ? 0x32u : 0u, Control);  // FW went when it was done
   }
 }
 

@@ -113,6 +113,22 @@ TEST(SimFlashF4, AWriteToOptcrWhileBusyWaitsForTheEnd) {
   EXPECT_EQ(0x0FF0AAEDu, Device.Read(OPTCR));
 }
 
+TEST(SimFlashF4, OtherControlRegistersWaitAsWellAndKeysDoNot) {
+  Part Device("STM32F429");
+  Device.Write(KEYR, 0x45670123);
+  Device.Write(KEYR, 0xCDEF89AB);
+  for (const uint32_t Register : {CR, OPTCR1}) {
+    Unlock(&Device);
+    Device.Write(OPTCR, 0x0FF0AAEE);
+    Unlock(&Device);
+    EXPECT_EQ(BSY, Device.Read(SR));
+    Device.Write(Register, 0x00030300);
+    EXPECT_EQ(0u, Device.Read(SR));
+    EXPECT_EQ(400000u, Device.Device.TakeStalledUs());
+    EXPECT_EQ(Register == CR ? 0x0300u : 0x00030000u, Device.Read(Register));
+  }
+}
+
 TEST(SimFlashF4, BitsThatDoNotExistKeepTheirValue) {
   Part Device("STM32F407");
   Unlock(&Device);

@@ -171,6 +171,8 @@ TEST(SimFlashH7, AtLevel1FlashAndBackupAreClosed) {
   EXPECT_FALSE(Device.CanRead(BANK2));
   EXPECT_EQ(1u << 23, Device.Read(0x52002110));
   EXPECT_FALSE(Device.CanRead(0x38800000));
+  EXPECT_FALSE(Device.CanRead(0x58004050));
+  EXPECT_TRUE(Device.CanRead(0x20000000));
   EXPECT_TRUE(Device.CanRead(OPTSR_CUR));
 }
 
@@ -185,6 +187,7 @@ TEST(SimFlashH7, OneToZeroErasesBothBanksAndBackup) {
   EXPECT_EQ(0, Device.Level());
   EXPECT_TRUE(Device.FlashErased());
   EXPECT_TRUE(Device.Erased(sim::BACKUP));
+  EXPECT_EQ(0u, Device.Read(0x58004050));  // the backup registers went, too
 }
 
 TEST(SimFlashH7, RaisingTheLevelIsFreeAndErasesNothing) {
@@ -881,6 +884,20 @@ TEST(SimFlashH7, FwProgramsAFlashWordThatIsNotFull) {
   EXPECT_EQ(0xFFFF56FFu, Device.Read(BANK2 + 0x24));
   EXPECT_EQ(0x02u, Device.Read(CR + VIEW2));
   EXPECT_EQ(0u, Device.Read(SR + VIEW2));  // EOP only where its interrupt is enabled
+}
+
+TEST(SimFlashH7, AnEraseGoesBeforeWhatWasCollected) {
+  Part Device("STM32H743");
+  UnlockBank(&Device);
+  Device.Write(CR, 0x32);
+  Device.Write(FLASH, 0);
+  Device.Write(CR, 0x1F4);  // START, FW, SER, sector 1
+  EXPECT_EQ(BSY_QW | WBNE, Device.Read(SR));
+  Device.Wait(1000);
+  EXPECT_EQ(WBNE, Device.Read(SR));
+  EXPECT_EQ(0x134u, Device.Read(CR));
+  EXPECT_EQ(0xFFFFFFFFu, Device.Read(FLASH + 0x20000));
+  EXPECT_EQ(0x12345678u, Device.Read(FLASH));
 }
 
 TEST(SimFlashH7, ProgrammingOnlyClearsBits) {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "sim/bench.h"
+#include "sim/clock.h"
 
 static const char* const aOperations[] = {
     "QUOBEARM_IsOpen",      "QUOBEARM_SelectIP",     "QUOBEARM_EMU_SelectByUSBSN",
@@ -80,6 +81,23 @@ class SimLibrary : public ::testing::Test {
     Call<int32_t (*)(uint32_t, uint32_t)>("QUOBEARM_WriteU32")(Address, Value);
   }
   void Reset() { Call<int32_t (*)()>("QUOBEARM_Reset")(); }
+
+  // On an F4: option keys, then the value; and until that is done, the number of polls.
+  void StartOptions(uint32_t Optcr) {
+    Write(0x40023C08, 0x08192A3B);
+    Write(0x40023C08, 0x4C5D6E7F);
+    Write(0x40023C14, Optcr);
+  }
+  int PollUntilReady() {
+    uint32_t Status   = 0;
+    int      NumPolls = 0;
+    do {
+      EXPECT_GE(Read(0x40023C0C, &Status), 0);
+      NumPolls++;
+    } while ((Status & 0x10000) && NumPolls < 100);
+    EXPECT_LT(NumPolls, 100);
+    return NumPolls;
+  }
 
   // A probe with a device on it.
   void Put(const sim::PROBE& Probe, const char* sDevice,
@@ -180,6 +198,7 @@ TEST_F(SimLibrary, AProbeInUseCannotBeOpenedAgain) {
   ASSERT_EQ(0, pipe(aDone));
   const pid_t Other = fork();
   if (Other == 0) {
+    close(aDone[1]);  // so that it ends with the test, however that ends
     std::string sError;
     char        Byte = bench_->Lock(Probe(1), &sError) >= 0 ? 'y' : 'n';
     const bool  Told = write(aReady[1], &Byte, 1) == 1 && read(aDone[0], &Byte, 1) == 1;
@@ -255,13 +274,8 @@ TEST_F(SimLibrary, TheDeviceIsFoundAsItWasLeft) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FF0AAEE);
-  uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  StartOptions(0x0FF0AAEE);
+  PollUntilReady();
   Close();
   EXPECT_EQ(nullptr, Open());
   uint32_t Value = 0;
@@ -270,13 +284,39 @@ TEST_F(SimLibrary, TheDeviceIsFoundAsItWasLeft) {
   EXPECT_EQ(0x0FF0AAECu, Value);  // still unlocked: nobody reset it
 }
 
+TEST_F(SimLibrary, AResetIsKeptEvenIfTheProgramEndsThere) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  StartOptions(0x0FF0AAEE);
+  Reset();  // cuts the option write short
+  std::unique_ptr<sim::Device> pDevice;
+  sim::LINK                    Link;
+  std::string                  sError;
+  ASSERT_TRUE(bench_->LoadDevice(Probe(1), &pDevice, &Link, &sError)) << sError;
+  uint32_t Value = 0;
+  EXPECT_TRUE(pDevice->Read(0x40023C14, 4, &Value));
+  EXPECT_EQ(0x0FFFFFEDu, Value);
+  EXPECT_FALSE(pDevice->Flash().Busy());
+}
+
+TEST_F(SimLibrary, BackupMemoryIsKeptAtOnce) {
+  Put(Probe(1), "STM32F407");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  Write(0x40024010, 0xCAFEBABE);
+  std::unique_ptr<sim::Device> pDevice;
+  sim::LINK                    Link;
+  std::string                  sError;
+  ASSERT_TRUE(bench_->LoadDevice(Probe(1), &pDevice, &Link, &sError)) << sError;
+  EXPECT_EQ(0xCAFEBABEu, pDevice->FindMemory(sim::BACKUP)->WordAt(0x40024010));
+}
+
 TEST_F(SimLibrary, WhatRunsWhenTheConnectionEndsIsDoneByTheNext) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FF0AAEE);
+  StartOptions(0x0FF0AAEE);
   Close();
   EXPECT_EQ(nullptr, Open());
   uint32_t Value = 0;
@@ -293,17 +333,45 @@ TEST_F(SimLibrary, FastTimeIsBusyForAFewPolls) {
   Put(Probe(1), "STM32F407", Protected);
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
-  int      NumPolls = 0;
-  uint32_t Status   = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-    NumPolls++;
-  } while ((Status & 0x10000) && NumPolls < 100);
+  StartOptions(0x0FFFAAEE);
+  const int NumPolls = PollUntilReady();
   EXPECT_GT(NumPolls, 1);
   EXPECT_LT(NumPolls, 20);
+}
+
+TEST_F(SimLibrary, RealTimeIsBusyForAsLongAsTheDataSheetSays) {
+  Put(Probe(1), "STM32F407");
+  setenv("QUOBE_BENCH_TIME", "real", 1);
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  const uint64_t Start = sim::WallUs();
+  StartOptions(0x0FF0AAEE);
+  uint32_t Status = 0;
+  do {
+    ASSERT_GE(Read(0x40023C0C, &Status), 0);
+  } while ((Status & 0x10000) && sim::WallUs() - Start < 60000000);
+  EXPECT_GE(sim::WallUs() - Start, 400000u);
+  EXPECT_EQ(0u, Status);
+}
+
+TEST_F(SimLibrary, TheEnvironmentOverrulesTheProbesTime) {
+  sim::PROBE Each = Probe(1);
+  Each.IsFast     = false;
+  sim::CREATE_REQUEST Protected;
+  Protected.Level = 1;
+  Put(Each, "STM32F407", Protected);
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  StartOptions(0x0FFFAAEE);  // 16 s of the device
+  EXPECT_LT(PollUntilReady(), 20);
+  Close();
+  Each.IsFast = true;
+  Put(Each, "STM32F407", Protected);
+  unsetenv("QUOBE_BENCH_TIME");
+  EXPECT_EQ(nullptr, Open());
+  Swd();
+  StartOptions(0x0FFFAAEE);
+  EXPECT_LT(PollUntilReady(), 20);
 }
 
 // -- Faults
@@ -366,9 +434,7 @@ TEST_F(SimLibrary, FaultBusyHoldsTheNextOperation) {
   uint32_t Status = 0;
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   for (int i = 0; i < 50; i++) {
     EXPECT_GE(Read(0x40023C0C, &Status), 0);
     EXPECT_EQ(0x10000u, Status & 0x10000);
@@ -382,13 +448,9 @@ TEST_F(SimLibrary, FaultStuckBitsDoNotProgram) {
   Put(WithFault("stuck OPTCR 0x00010000 0"), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  PollUntilReady();
   EXPECT_GE(Read(0x40023C14, &Status), 0);
   EXPECT_EQ(0x0FFEAAECu, Status);
 }
@@ -399,9 +461,7 @@ TEST_F(SimLibrary, TheTraceNamesRegistersAndBits) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   Close();
   const std::string sText = TraceText();
   for (const char* sLine :
@@ -576,13 +636,9 @@ TEST_F(SimLibrary, AResetThatDoesNotHaltLeavesAWatchdogRunning) {
     Swd();
     Write(0xE0042008, 0x1000);
     Reset();
-    Write(0x40023C08, 0x08192A3B);
-    Write(0x40023C08, 0x4C5D6E7F);
-    Write(0x40023C14, 0x0FFFAAEE);
+    StartOptions(0x0FFFAAEE);
     uint32_t Status = 0;
-    do {
-      ASSERT_GE(Read(0x40023C0C, &Status), 0);
-    } while (Status & 0x10000);
+    PollUntilReady();
     EXPECT_GE(Read(0x40023C14, &Status), 0);
     EXPECT_EQ(Halts ? 0xAAu : 0xBBu, Status >> 8 & 0xFF);
     Close();
@@ -646,15 +702,8 @@ TEST_F(SimLibrary, FaultBusyForAWhileIsOverThen) {
   Put(WithFault("busy 3 50"), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
-  uint32_t Status   = 0;
-  int      NumPolls = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while ((Status & 0x10000) && NumPolls++ < 100);
-  EXPECT_LT(NumPolls, 100);
+  StartOptions(0x0FFFAAEE);
+  PollUntilReady();
   const std::string sText = TraceText();
   EXPECT_NE(std::string::npos, sText.find("busy with nothing starts, 50 ms")) << sText;
   EXPECT_NE(std::string::npos, sText.find("busy with nothing done")) << sText;
@@ -685,13 +734,9 @@ TEST_F(SimLibrary, SeveralStuckBitsOfOneWordStayStuck) {
   Put(Each, "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
+  StartOptions(0x0FFFAAEE);
   uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  PollUntilReady();
   EXPECT_GE(Read(0x40023C14, &Status), 0);
   EXPECT_EQ(0x0FFCAAFCu, Status);
 }
@@ -733,13 +778,8 @@ TEST_F(SimLibrary, TheTraceIsStampedWithATimeThatGrows) {
   Put(Probe(1), "STM32F407");
   EXPECT_EQ(nullptr, Open());
   Swd();
-  Write(0x40023C08, 0x08192A3B);
-  Write(0x40023C08, 0x4C5D6E7F);
-  Write(0x40023C14, 0x0FFFAAEE);
-  uint32_t Status = 0;
-  do {
-    ASSERT_GE(Read(0x40023C0C, &Status), 0);
-  } while (Status & 0x10000);
+  StartOptions(0x0FFFAAEE);
+  PollUntilReady();
   Close();
   std::istringstream Lines(TraceText());
   std::string        sLine;
