@@ -462,6 +462,16 @@ TEST(SimTrace, AccessesAreDescribedByNameValueAndFields) {
   EXPECT_EQ("FLASH_OPTCR = 0xAAEE", sim::DescribeAccess(&Device.Device, 0x40023C14, 2, 0xAAEE));
   EXPECT_EQ("FLASH_KEYR = 0x45670123  KEY1",
             sim::DescribeAccess(&Device.Device, 0x40023C04, 4, 0x45670123));
+  const struct {
+    uint32_t    Key;
+    const char* sName;
+  } aKeys[] = {{0x45670123, "KEY1"},    {0xCDEF89AB, "KEY2"},   {0x08192A3B, "OPTKEY1"},
+               {0x4C5D6E7F, "OPTKEY2"}, {0x89ABCDEF, "PEKEY1"}, {0x02030405, "PEKEY2"},
+               {0xFBEAD9C8, "OPTKEY1"}, {0x24252627, "OPTKEY2"}};
+  for (const auto& [Key, sName] : aKeys) {
+    EXPECT_EQ(sim::Format("FLASH_OPTKEYR = 0x%08X  %s", Key, sName),
+              sim::DescribeAccess(&Device.Device, 0x40023C08, 4, Key));
+  }
   EXPECT_EQ("FLASH_KEYR = 0x00000000  a wrong key",
             sim::DescribeAccess(&Device.Device, 0x40023C04, 4, 0));
   EXPECT_EQ("[0x20000000] = 0x00000001", sim::DescribeAccess(&Device.Device, 0x20000000, 4, 1));
