@@ -259,6 +259,11 @@ TEST_F(SimLibrary, AnUnpoweredTargetReadsNoVoltsUntilTheProbeSuppliesIt) {
   Close();
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ(0u, Voltage());
+  // And that was for one connection.
+  EXPECT_EQ("", Command("SupplyPower = 1"));
+  Close();
+  EXPECT_EQ(nullptr, Open());
+  EXPECT_EQ(3300u, Voltage());
 }
 
 TEST_F(SimLibrary, ADeviceBelowItsSupplyRangeDoesNotAnswer) {
