@@ -537,6 +537,7 @@ static const VECTORS_QUARTILE_ROW VECTORS_QuartileRows[] = {
     {1000, 1, 1000, 1799, 10, 80, 0, {1200, 1360, 1600}},
     // 800 buckets of a second level, each 1000 wide
     {0, 1000, 0, 799999, 1, 1000, 0, {199500, 399500, 599500}},
+    {1000, 1000, 1000, 800999, 1, 1000, 0, {200500, 400500, 600500}},
     {0, 1000, 0, 799999, 1, 999, 0, {199000, 399000, 599000}},
     // All samples under the range, or above it: the second level reaches from the smallest up to
     // the range, or from there up to the largest
