@@ -968,6 +968,7 @@ TEST(SimFlashF1, StatesThatDoNotExistAreRefused) {
 TEST(SimFlashF1, Level2ShutsTheDebugPort) {
   for (const char* sName : {"STM32F051", "STM32F303"}) {
     Part Device(sName, AtLevel(2));
+    EXPECT_EQ(2, Device.Level());
     EXPECT_FALSE(Device.CanRead(CR));
     EXPECT_FALSE(Device.CanRead(0x20000000));
     EXPECT_FALSE(Device.TryWrite(KEYR, 0x45670123));
