@@ -285,7 +285,7 @@ class ControllerL4 : public Controller {
     }
     uint32_t aWords[NUM_OPTIONS];
     for (int i = 0; i < NUM_OPTIONS; i++) {
-      aWords[i] = words_[static_cast<size_t>(i)].Factory;
+      aWords[i] = Factory(i);
     }
     if (Request.User) {
       aWords[WORD_OPTR] =
@@ -402,6 +402,8 @@ class ControllerL4 : public Controller {
     return NumPages != 0;
   }
 
+  uint32_t Factory(int Index) const { return words_[static_cast<size_t>(Index)].Factory; }
+
   bool Matches() const { return Stored(WORD_OPTR) == ~Stored(WORD_OPTR_COMPLEMENT); }
 
   // LOCK takes OPTLOCK along.
@@ -485,8 +487,8 @@ class ControllerL4 : public Controller {
         KeepPcrop();
       } else if (HasArea) {
         for (const int i : {WORD_PCROP_START, WORD_PCROP_END}) {
-          toProgram_[i]              = words_[static_cast<size_t>(i)].Factory;
-          toProgram_[i + BANK_WORDS] = words_[static_cast<size_t>(i + BANK_WORDS)].Factory;
+          toProgram_[i]              = Factory(i);
+          toProgram_[i + BANK_WORDS] = Factory(i + BANK_WORDS);
         }
       } else {
         toProgram_[WORD_PCROP_END] &= ~PCROP1ER_PCROP_RDP;
