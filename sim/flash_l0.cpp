@@ -13,7 +13,8 @@ namespace {
 enum { ACR, PECR, PDKEYR, PEKEYR, PRGKEYR, OPTKEYR, SR, OPTR, WRPROT1, WRPROT2, WRPROT3, WRPROT4 };
 
 const uint32_t PECR_PELOCK = 1u << 0, PECR_PRGLOCK = 1u << 1, PECR_OPTLOCK = 1u << 2,
-               PECR_FIX = 1u << 8, PECR_OBL_LAUNCH = 1u << 18;
+               PECR_PROG = 1u << 3, PECR_DATA = 1u << 4, PECR_FIX = 1u << 8, PECR_ERASE = 1u << 9,
+               PECR_OBL_LAUNCH = 1u << 18;
 const uint32_t SR_BSY = 1u << 0, SR_EOP = 1u << 1, SR_ENDHV = 1u << 2, SR_READY = 1u << 3,
                SR_WRPERR = 1u << 8, SR_SIZERR = 1u << 10, SR_OPTVERR = 1u << 11,
                SR_RDERR = 1u << 13, SR_NOTZEROERR = 1u << 16;
@@ -231,13 +232,19 @@ class ControllerL0 : public Controller {
     }
     const bool     IsFlash = Target.Row().Kind == MAIN_FLASH;
     const uint32_t Locks   = IsFlash ? PECR_PELOCK | PECR_PRGLOCK : PECR_PELOCK;
+    const uint32_t Request = PECR_ERASE | (IsFlash ? PECR_PROG : PECR_DATA);
+    const bool     Erases  = (registers_[PECR] & Request) == Request;  // whatever is written
     if ((registers_[PECR] & Locks) != 0 || (IsFlash && SectorBit(Address))) {
       registers_[SR] |= SR_WRPERR;
+    } else if (Erases && !IsFlash) {
+      Start({{WORD_PROGRAM, WordPhaseUs(), Address & ~3u, 0}});
     } else if (!IsFlash) {
       const uint32_t Old = Target.WordAt(Address);
       Start({ProgramPhase(Address, Old, Merge(Old, Address, Size, Value))});
     } else if (Size != 4) {
       registers_[SR] |= SR_SIZERR;
+    } else if (Erases) {
+      Start({{PAGE_ERASE, WordPhaseUs(), Address & ~(PageBytes() - 1)}});
     } else if (Target.WordAt(Address) != 0) {
       registers_[SR] |= row_.IsL1 ? SR_WRPERR : SR_NOTZEROERR;
     } else {
@@ -335,6 +342,8 @@ class ControllerL0 : public Controller {
       for (int i = WORD_USER; i < static_cast<int>(words_.size()) && row_.IsL1; i++) {
         Store(i, 0);
       }
+    } else if (Phase.Kind == PAGE_ERASE) {
+      owner_.FindMemory(MAIN_FLASH)->EraseRange(Phase.Argument, PageBytes());
     } else {
       SetWord(Phase.Argument, Phase.Value);
     }
@@ -345,6 +354,8 @@ class ControllerL0 : public Controller {
     if (Phase.Kind == MASS_ERASE) {
       Memory* pFlash = owner_.FindMemory(MAIN_FLASH);
       pFlash->EraseRange(pFlash->Row().Base, pFlash->Row().Bytes / 2);
+    } else if (Phase.Kind == PAGE_ERASE) {
+      owner_.FindMemory(MAIN_FLASH)->EraseRange(Phase.Argument, PageBytes());
     } else {
       SetWord(Phase.Argument, 0);  // erased, and programming did not come to its end
     }
@@ -355,6 +366,8 @@ class ControllerL0 : public Controller {
     const uint32_t Bytes = Word & 0x00FF00FF;
     return Bytes == 0x005500AA ? 0 : Bytes == 0x003300CC ? 2 : 1;
   }
+
+  uint32_t PageBytes() const { return row_.IsL1 ? 256 : 128; }
 
   uint64_t WordPhaseUs() const {
     return owner_.Variant(TIMING_MAX) ? WORD_PHASE_MAX_US : WORD_PHASE_US;

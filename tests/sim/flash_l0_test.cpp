@@ -902,6 +902,88 @@ TEST(SimFlashL0, FlashIsProgrammedOncePrglockIsOpen) {
   }
 }
 
+// ERASE with PROG: the page in which a word is written, whatever the word.
+TEST(SimFlashL0, APageOfFlashIsErasedByRequest) {
+  for (const char* sName : aDevices) {
+    const uint32_t Page = IsL1(sName) ? 256 : 128;
+    PartL          Device(sName);
+    Device.Unlock();
+    Device.UnlockProgram();
+    for (const uint32_t Half : {0x200u, 0x8u}) {  // neither bit is a request by itself
+      Device.Write(Device.R.PECR, Half);
+      Device.Write(FLASH + 2 * Page, 0);
+      EXPECT_EQ(IsL1(sName) ? 0x100u : 0x10000u, Device.Errors()) << sName;
+      Device.Write(Device.R.SR, 0x10100);
+    }
+    Device.Write(Device.R.PECR, 0x208);
+    EXPECT_TRUE(Device.TryWrite(FLASH + 2 * Page, 0, 2));
+    EXPECT_EQ(0x400u, Device.Errors()) << sName;
+    Device.Write(Device.R.SR, 0x400);
+    const uint32_t Before = Device.Read(FLASH + 2 * Page - 4);
+    const uint32_t Behind = Device.Read(FLASH + 3 * Page);
+    Device.Write(FLASH + 3 * Page - 4, 0x12345678);
+    Device.WaitUs(3199);
+    EXPECT_EQ(1u, Device.Read(Device.R.SR) & 1) << sName;
+    Device.WaitUs(1);
+    EXPECT_EQ(2u, Device.Read(Device.R.SR) & 3) << sName;  // EOP
+    for (uint32_t Offset = 2 * Page; Offset < 3 * Page; Offset += 4) {
+      EXPECT_EQ(0u, Device.Read(FLASH + Offset)) << sName << " " << Offset;
+    }
+    EXPECT_NE(0u, Before);
+    EXPECT_EQ(Before, Device.Read(FLASH + 2 * Page - 4)) << sName;
+    EXPECT_NE(0u, Behind);
+    EXPECT_EQ(Behind, Device.Read(FLASH + 3 * Page)) << sName;
+  }
+}
+
+TEST(SimFlashL0, AnErasedPageIsLostAlsoWhenTheEraseIsCutShort) {
+  PartL Device("STM32L053");
+  Device.Unlock();
+  Device.UnlockProgram();
+  Device.Write(Device.R.PECR, 0x208);
+  Device.Write(FLASH, 0);
+  Device.Device.SystemReset(false, "test");
+  EXPECT_EQ(0u, Device.Read(FLASH));
+  EXPECT_EQ(0u, Device.Read(FLASH + 124));
+  EXPECT_NE(0u, Device.Read(FLASH + 128));
+}
+
+TEST(SimFlashL0, AProtectedSectorIsNotErasedByRequest) {
+  sim::CREATE_REQUEST Request;
+  Request.WrpAll = true;
+  PartL Device("STM32L152", Request);
+  Device.Unlock();
+  Device.UnlockProgram();
+  Device.Write(Device.R.PECR, 0x208);
+  Device.Write(FLASH, 0);
+  EXPECT_EQ(0x100u, Device.Errors());
+  Device.Finish();
+  EXPECT_NE(0u, Device.Read(FLASH));
+}
+
+// ERASE with DATA: one word, in one phase.
+TEST(SimFlashL0, AWordOfEepromIsErasedByRequest) {
+  for (const char* sName : aDevices) {
+    PartL Device(sName);
+    Device.Unlock();
+    Device.Write(EEPROM, 0x11223344);
+    Device.Finish();
+    Device.Write(EEPROM + 4, 0x55667788);
+    Device.Finish();
+    Device.Write(Device.R.PECR, 0x210);
+    EXPECT_TRUE(Device.TryWrite(EEPROM + 2, 0xFFFF, 2));
+    Device.WaitUs(3199);
+    EXPECT_EQ(1u, Device.Read(Device.R.SR) & 1) << sName;
+    Device.WaitUs(1);
+    EXPECT_EQ(0u, Device.Read(EEPROM)) << sName;
+    EXPECT_EQ(0x55667788u, Device.Read(EEPROM + 4)) << sName;
+    Device.Write(Device.R.PECR, 0x200);
+    Device.Write(EEPROM + 4, 7);
+    Device.Finish();
+    EXPECT_EQ(7u, Device.Read(EEPROM + 4)) << sName;
+  }
+}
+
 TEST(SimFlashL0, AProtectedSectorIsNotProgrammed) {
   const struct {
     const char* sName;
