@@ -828,6 +828,19 @@ TEST(SysTcpConnectTimeout, ConnectThatFailsAtOnceIsARefusalLikeAnyOther) {
 
 // What the system does by itself once in some thousand attempts: the port is picked for this end. The
 // address is one that nobody else uses.
+// The near end has 127.0.0.1 then.
+TEST(SysTcpConnectTimeout, PeerAtAnotherAddressOfThisMachineIsNoneOfItself) {
+  const int32_t      hServer = SYS_TCP_CreateIPv4();
+  struct sockaddr_in Addr    = {};
+  socklen_t          Length  = sizeof(Addr);
+  ASSERT_EQ(0, SYS_TCP_ListenIPv4(hServer, 0x7F000009, 0, 1));
+  ASSERT_EQ(0, getsockname(hServer, (struct sockaddr*)&Addr, &Length));
+  const int32_t hClient = SYS_TCP_ConnectTimeout(0x7F000009, ntohs(Addr.sin_port), 10000, nullptr);
+  EXPECT_GE(hClient, 0);
+  SYS_SOCKET_Close(hClient);
+  SYS_SOCKET_Close(hServer);
+}
+
 TEST(SysTcpConnectTimeout, SocketConnectedToItselfIsARefusalAndFreesThePort) {
   uint16_t Port;
   {
