@@ -217,7 +217,7 @@ TEST(UtilFindNotEqual, FindsTheOneOtherByteAtEveryPlaceOfEveryLength) {
 // Reads 2 GB: only with script/test --slow.
 TEST(UtilFindNotEqual, IndexBeyondTheResultIsItsLargestValue) {
   if (getenv("QUOBE_SLOW_TESTS") == nullptr) {
-    GTEST_SKIP() << "reads 2 GB";
+    GTEST_SKIP() << "reads 2 GB; runs under script/test --slow";
   }
   const uint32_t Size = 0x80000100;
   void*          pMap =
