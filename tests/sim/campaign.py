@@ -6,7 +6,8 @@ usage: campaign.py --tool FILE --library FILE --bench FILE [--timewarp FILE] [--
 For each row of the menu the tool runs once undisturbed. Then, for each k, it runs again with the
 k-th operation of that run made to fail: the connection is lost, a read fails, a write is dropped,
 the supply dips, the flash controller stays busy for a while or for ever. Further runs have a bit
-of the protection level that does not program, and a probe that cannot be opened. The target is powered by the probe.
+of the protection level that does not program, and a probe that cannot be opened. The target is
+powered by the probe.
 
 Each run has to end by itself with status 0 or 255, with the probe closed and the target's supply
 off, and may claim success only when the device is at read protection level 0. Some waits have no
