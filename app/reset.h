@@ -3,9 +3,9 @@
 // The option-byte reset of each family: the register sequence that brings the option bytes to their
 // factory values, as the reference manual of the family has it.
 //
-// The probe is open, SWD is selected and the target voltage was found good. Each routine prints what
-// it does and how it ended. Some tell a failure in words only and return 0; the flow's table of
-// routines (flow.cpp) says which result becomes the exit status.
+// The probe is open, SWD is selected and the target voltage was found good. Each routine prints
+// what it does and how it ended. Some tell a failure in words only and return 0; the flow's table
+// of routines (flow.cpp) says which result becomes the exit status.
 
 #ifndef APP_RESET_H
 #define APP_RESET_H
@@ -31,8 +31,8 @@ int32_t ResetOptionBytesL1(void);
 // back. BSY is waited for without a time-out.
 int32_t ResetOptionBytesL4(void);
 
-// The option registers of both banks. 0: all ten read back; -1: one does not, or a bank was busy for
-// 20 s (then without a message).
+// The option registers of both banks. 0: all ten read back; -1: one does not, or a bank was busy
+// for 20 s (then without a message).
 int32_t ResetOptionBytesH7(void);
 
 #endif

@@ -60,7 +60,8 @@ static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_SR, SR_CLEARED);
 }
 
-// Programs what the option registers hold, reloads and resets. The wait has no time-out, on purpose.
+// Programs what the option registers hold, reloads and resets. The wait has no time-out, on
+// purpose.
 static void LaunchOptionBytesL4(void) {
   QUOBEARM_WriteU32(FLASH_CR, ReadWordOrZero(FLASH_CR) | CR_OPTSTRT);
   do {

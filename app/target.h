@@ -18,8 +18,8 @@ uint32_t ReadWordOrZero(uint32_t Address);
 // Reads NumWords words; all are 0 when the read failed.
 void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords);
 
-// Reads the word until none of the bits in Mask is set. No time-out, on purpose: a device that stays
-// busy keeps the tool polling. A read that fails counts as not busy.
+// Reads the word until none of the bits in Mask is set. No time-out, on purpose: a device that
+// stays busy keeps the tool polling. A read that fails counts as not busy.
 void WaitWhileSet(uint32_t Address, uint32_t Mask);
 
 // Says "Reset target...", then chooses the reset without delay, makes it and says "O.K.".

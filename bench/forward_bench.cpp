@@ -1,5 +1,5 @@
-// What a forwarding function costs once it is resolved, against a call through the procedure linkage
-// table into the same code. Runs of the two alternate; the ratio is that of the medians.
+// What a forwarding function costs once it is resolved, against a call through the procedure
+// linkage table into the same code. Runs of the two alternate; the ratio is that of the medians.
 
 #include <benchmark/benchmark.h>
 #include <stdint.h>

@@ -1,5 +1,5 @@
-// The same small function twice: under a name of the probe API for the forwarding function, and under
-// one of its own for the peer that the executable links directly.
+// The same small function twice: under a name of the probe API for the forwarding function, and
+// under one of its own for the peer that the executable links directly.
 
 #include <stdint.h>
 

@@ -21,7 +21,8 @@ static int SetSpeed(int hLine, uint32_t Rate) {
   if (ioctl(hLine, TCSETS2, &Settings) != 0 || ioctl(hLine, TCGETS2, &Settings) != 0) {
     return -1;
   }
-  // Many drivers tell the rate that their divider makes of it; two percent is what a receiver bears.
+  // Many drivers tell the rate that their divider makes of it; two percent is what a receiver
+  // bears.
   const uint32_t Made = Settings.c_ospeed;
   if ((Made > Rate ? Made - Rate : Rate - Made) > Rate / 50) {
     errno = EINVAL;

@@ -22,8 +22,8 @@ extern "C" {
 // the address in *ppSlot and returns it.
 //
 // A library or function that is missing ends the process with exit status 1 after one line on
-// standard output. Returns NULL, with the slot NULL, for a symbol whose value is null; the stub then
-// returns 0 to its caller.
+// standard output. Returns NULL, with the slot NULL, for a symbol whose value is null; the stub
+// then returns 0 to its caller.
 void* FORWARD_Resolve(void** ppSlot, const char* sName);
 
 // FORWARD_Slot_<name>: void*, one per function. Set once, never cleared. Not exported.

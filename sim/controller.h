@@ -99,8 +99,8 @@ class Controller {
   uint64_t PhaseUs() const { return phases_.empty() ? 0 : phases_.front().DurationUs; }
   void     Pass(uint64_t Us);
   void     FinishAll();
-  // Behind the running operation, or else the next one, the controller stays busy for so much longer
-  // (FOREVER: it never ends).
+  // Behind the running operation, or else the next one, the controller stays busy for so much
+  // longer (FOREVER: it never ends).
   void HoldBusy(uint64_t Us);
   // What runs is about addresses that exist: not so when a file was edited.
   bool RunsInPlace() const;

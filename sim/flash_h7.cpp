@@ -67,8 +67,8 @@ enum {
   REGISTERS_PER_VIEW
 };
 
-// One view; the second lies 0x100 above and has the same rows. Suffixes as in the manual. Bits 5, 26
-// and 28 of OPTSR read as ones and cannot be written on this device.
+// One view; the second lies 0x100 above and has the same rows. Suffixes as in the manual. Bits 5,
+// 26 and 28 of OPTSR read as ones and cannot be written on this device.
 #define VIEW(Base, Bank, Suffix)                                                              \
   {"FLASH_KEYR" Bank, (Base) + 0x04, 0, 0, 0, 0, ""},                                         \
       {"FLASH_OPTKEYR" Suffix, (Base) + 0x08, 0, 0, 0, 0, ""},                                \

@@ -70,9 +70,9 @@ const REGISTER aRegisters[] = {
 
 // -- Option words --------------------------------------------------------------------------------
 
-// Stored in the order of the registers from OPTR on, those of bank 2 BANK_WORDS behind those of bank
-// 1. Each has a complement behind it in memory. Of these only the one of OPTR is kept as a word of
-// its own, so that it can be wrong.
+// Stored in the order of the registers from OPTR on, those of bank 2 BANK_WORDS behind those of
+// bank 1. Each has a complement behind it in memory. Of these only the one of OPTR is kept as a
+// word of its own, so that it can be wrong.
 enum {
   WORD_OPTR,
   WORD_PCROP_START,

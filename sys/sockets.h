@@ -50,9 +50,9 @@ int32_t SYS_TCP_ListenIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port, int32_
 int32_t SYS_TCP_ListenIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t Port, int32_t Backlog);
 
 // Waits for a connection. Returns its descriptor or -1, and with a time-out -2 when none came in.
-// A connection may be over before it is taken: the accept then fails (ECONNABORTED: accept again) or
-// waits for the next one, with a time-out too, unless hSocket is non-blocking. What a non-blocking
-// socket accepts is non-blocking as well on some systems, macOS among them.
+// A connection may be over before it is taken: the accept then fails (ECONNABORTED: accept again)
+// or waits for the next one, with a time-out too, unless hSocket is non-blocking. What a
+// non-blocking socket accepts is non-blocking as well on some systems, macOS among them.
 int32_t SYS_TCP_Accept(int32_t hSocket);
 int32_t SYS_TCP_AcceptTimeout(int32_t hSocket, uint32_t Timeout);
 

@@ -194,7 +194,8 @@ static int WaitSignalled(SYS_EVENT* pEvent, uint32_t Timeout) {
   return Result;
 }
 
-// A thread cancelled while it waits comes here with the mutex held again: the event must stay usable.
+// A thread cancelled while it waits comes here with the mutex held again: the event must stay
+// usable.
 static void UnlockCancelled(void* pMutex) {
   pthread_mutex_unlock((pthread_mutex_t*)pMutex);
 }

@@ -131,10 +131,10 @@ pthread_t SYS_THREAD_StartCall(void (*pfRoutine)(void*), void* pArg, pthread_t* 
 // pthread_cancel(): 0, or an error number.
 // Of the calls of this library only SYS_EVENT_Wait is made to be cancelled: it gives back what it
 // has, and the event stays as it was. Any other that waits or opens something may end half done,
-// and what it had is lost until the process ends: the socket of SYS_TCP_ConnectTimeout or an accept,
-// the descriptor of SYS_SERIAL_Open, SYS_GetRandom or a file. Mutexes and locks that the thread
-// holds stay locked, and memory that it owns stays allocated. Better ask a thread to end by an event
-// that it waits for.
+// and what it had is lost until the process ends: the socket of SYS_TCP_ConnectTimeout or an
+// accept, the descriptor of SYS_SERIAL_Open, SYS_GetRandom or a file. Mutexes and locks that the
+// thread holds stay locked, and memory that it owns stays allocated. Better ask a thread to end by
+// an event that it waits for.
 int32_t SYS_THREAD_Cancel(pthread_t Id);
 
 // Stores 259 ("still running") and returns 1, always: a detached thread leaves no exit code. pCode

@@ -1,20 +1,21 @@
 // util/bits.h
 //
-// Bits: fields at any bit offset of a buffer, runs in a bitmap, counts and positions, reversed bits,
-// and numbers of variable length.
+// Bits: fields at any bit offset of a buffer, runs in a bitmap, counts and positions, reversed
+// bits, and numbers of variable length.
 //
-// Bit k of a buffer is bit k % 8 of byte k / 8, bit 0 being the least significant; a field holds its
-// least significant bit first. Offsets, widths and counts are in bits. A buffer of bytes needs no
-// alignment, an array of wider values that of its type; no pointer may be NULL unless stated
-// otherwise. No allocation, no state but one table; any thread may call these on buffers of its own.
+// Bit k of a buffer is bit k % 8 of byte k / 8, bit 0 being the least significant; a field holds
+// its least significant bit first. Offsets, widths and counts are in bits. A buffer of bytes needs
+// no alignment, an array of wider values that of its type; no pointer may be NULL unless stated
+// otherwise. No allocation, no state but one table; any thread may call these on buffers of its
+// own.
 
 #ifndef UTIL_BITS_H
 #define UTIL_BITS_H
 
 #include <stdint.h>
 
-// Numbers of variable length (LEB128): unsigned, seven bits per byte, least significant group first,
-// bit 7 set on every byte but the last
+// Numbers of variable length (LEB128): unsigned, seven bits per byte, least significant group
+// first, bit 7 set on every byte but the last
 
 // Reads one number and leaves the cursor behind it. It takes all bytes that have bit 7 set and one
 // more, so a last byte must be there; what exceeds 64 bits is dropped.
@@ -38,8 +39,8 @@ void UTIL_WriteBits32(void* pBuffer, uint32_t BitOffset, uint32_t Value);
 
 // Writes NumValues fields, NumBits apart, the first at bit StartBit (0 to 7, larger ones count on).
 //
-// Each value is written as 32 bits, so the bits of a value above NumBits are overwritten by the next
-// one, and those of the last value remain in the buffer: it must reach to 32 bits behind the
+// Each value is written as 32 bits, so the bits of a value above NumBits are overwritten by the
+// next one, and those of the last value remain in the buffer: it must reach to 32 bits behind the
 // start of the last field. With NumBits above 32 the bits in between are preserved.
 void UTIL_WriteBitArray(void* pBuffer, const uint32_t* pValues, uint32_t StartBit, uint32_t NumBits,
                         uint32_t NumValues);

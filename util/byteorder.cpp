@@ -149,8 +149,9 @@ uint64_t UTIL_SwapU64(uint64_t Value) {
   return Swap(Value);
 }
 
-// Array swaps. One plain loop is compiled for the baseline and, on x86-64, once more for AVX2, whose
-// byte shuffle makes a swap one instruction for 32 bytes. Every ARM64 processor has such a shuffle.
+// Array swaps. One plain loop is compiled for the baseline and, on x86-64, once more for AVX2,
+// whose byte shuffle makes a swap one instruction for 32 bytes. Every ARM64 processor has such a
+// shuffle.
 
 template <typename UNIT>
 FORCE_INLINE void SwapLoop(uint8_t* pDest, const uint8_t* pSource, size_t NumItems) {

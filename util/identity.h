@@ -15,10 +15,10 @@
 // both have; the rest of a larger destination is filled with zeros. The destination's size field
 // stays as it is.
 //
-// Nothing is copied, and nobody is told, when the destination's size field is below 4, above 4100 or
-// not a multiple of 4. A source size below 4 counts as a payload without end, so that the source must
-// then hold as many bytes as the destination. pDest, pSource and sName, the structure's name, must
-// not be NULL. The two must not overlap; they need no alignment.
+// Nothing is copied, and nobody is told, when the destination's size field is below 4, above 4100
+// or not a multiple of 4. A source size below 4 counts as a payload without end, so that the source
+// must then hold as many bytes as the destination. pDest, pSource and sName, the structure's name,
+// must not be NULL. The two must not overlap; they need no alignment.
 void UTIL_CopyAPIStruct(void* pDest, const void* pSource, const char* sName);
 
 // The name of an operating system: 0x1000 to 0x1008 for the versions of Windows, 0x2000 for Linux,

@@ -44,8 +44,8 @@ int32_t UTIL_IsPlainNonEmptyString(const char* s);
 // Numbers
 
 // Skips white space, takes one optional '-' (no '+'), then digits: hexadecimal behind "0x" or "0X"
-// or when AlwaysHex is not 0 (with or without the prefix), else decimal. The value wraps in 64 bits.
-// The cursor is left on the first character that is no digit of that base.
+// or when AlwaysHex is not 0 (with or without the prefix), else decimal. The value wraps in 64
+// bits. The cursor is left on the first character that is no digit of that base.
 // -1 when no digit is there; "0x" without a digit behind it is such a failure.
 int32_t UTIL_ParseInt(const char** ps, int64_t* pValue, int32_t AlwaysHex);
 
@@ -82,7 +82,8 @@ void UTIL_DecodeVersion(VERSION_INFO* pInfo, uint32_t Version);
 // Reads four numbers as UTIL_ParseInt does, separated by one '.' each; the first one lands in the
 // low byte. pAddr may be NULL for a check of the syntax.
 // On purpose no number is checked for its range: a part above 255 spills into the next byte. A
-// caller that wants 0 to 255 only compares the text with what UTIL_FormatIPAddr makes of the result.
+// caller that wants 0 to 255 only compares the text with what UTIL_FormatIPAddr makes of the
+// result.
 int32_t UTIL_ParseIPAddr(const char* s, uint32_t* pAddr);
 
 // 0 when four numbers are there and each one, the last too, is followed by '.', which tells a
@@ -110,9 +111,9 @@ int32_t UTIL_ParseUntil(const char** ps, char* pBuffer, uint32_t BufferSize, cha
 // A value in double quotes ends at the closing quote, which is consumed, or at NUL, LF or CR; a
 // plain one at NUL, LF, CR or SPACE, or at a '"', which is consumed. A ',' is part of a value.
 // When BufferSize - 1 characters are stored the scan stops where it is, on purpose: the rest of the
-// value stays in the text, and so does a closing quote right behind them. The next call begins there
-// and takes such a quote for an opening one: give a buffer of two characters more than the longest
-// quoted value.
+// value stays in the text, and so does a closing quote right behind them. The next call begins
+// there and takes such a quote for an opening one: give a buffer of two characters more than the
+// longest quoted value.
 // Nothing happens when pBuffer is NULL or BufferSize is 0.
 void UTIL_ParseQuotedString(const char** ps, char* pBuffer, uint32_t BufferSize);
 
@@ -122,8 +123,9 @@ void UTIL_ParseQuotedString(const char** ps, char* pBuffer, uint32_t BufferSize)
 // dropped. An empty plain text is a success that leaves the cursor where it was, in front of the
 // white space, which is to be skipped before the ':' can be taken.
 //
-// Returns 0, or all bits set when pBuffer is NULL, BufferSize is 0, or the closing quote is missing.
-// In the last case pBuffer holds the characters up to the end WITHOUT a terminator behind them.
+// Returns 0, or all bits set when pBuffer is NULL, BufferSize is 0, or the closing quote is
+// missing. In the last case pBuffer holds the characters up to the end WITHOUT a terminator behind
+// them.
 uint32_t UTIL_ParseValue(const char** ps, char* pBuffer, uint32_t BufferSize);
 
 // Texts in place
@@ -137,7 +139,8 @@ void UTIL_Trim(char* s, int32_t TrimLeft, int32_t TrimRight);
 void UTIL_ConvertBackslashes(char* sPath);
 
 // Appends '/' unless the path ends in '/' or '\' or the buffer has no room for it. An empty path
-// becomes "/". Nothing changes when BufferSize is 0 or the path has no terminator within the buffer.
+// becomes "/". Nothing changes when BufferSize is 0 or the path has no terminator within the
+// buffer.
 void UTIL_AddTrailingSlash(char* sPath, uint32_t BufferSize);
 
 #endif

@@ -3,7 +3,8 @@
 #include <stddef.h>
 #include <string.h>
 
-// So many bytes are looked at without a test in between, so that the compiler can use wide registers.
+// So many bytes are looked at without a test in between, so that the compiler can use wide
+// registers.
 static const uint32_t BLOCK_SIZE = 64;
 
 // Entry i is i, but 'A'..'Z' hold 'a'..'z'.

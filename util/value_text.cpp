@@ -14,8 +14,8 @@ struct SIZE_UNIT {
 
 static const SIZE_UNIT aSizeUnit[] = {{30, "GB"}, {20, "MB"}, {10, "KB"}};
 
-// What a byte looks like in a dump: two digits, a blank, and a fourth character that nobody sees, as
-// four are copied at once.
+// What a byte looks like in a dump: two digits, a blank, and a fourth character that nobody sees,
+// as four are copied at once.
 struct DUMP_TABLE {
   char a[256][4];
 };
@@ -165,8 +165,8 @@ static uint32_t Min(uint32_t A, uint32_t B) {
   return A < B ? A : B;
 }
 
-// One load and one store for each byte. A loop that computes the digits is faster where the compiler
-// finds the shuffles for groups of three, and twice as slow where it does not.
+// One load and one store for each byte. A loop that computes the digits is faster where the
+// compiler finds the shuffles for groups of three, and twice as slow where it does not.
 static char* StoreDumpBytes(char* p, const uint8_t* pData, uint32_t NumBytes) {
   if (NumBytes == 0) {
     return p;

@@ -24,8 +24,8 @@ struct MEMORY_REGION {
 // The unit (1024 bytes, its square, its cube) is the largest in which the size is whole or, for
 // positive sizes, a whole number of halves; else bytes. Negative sizes: "-2 KB", "-1536 Bytes".
 // Of a whole number that takes more than 32 bits the low 32 are shown, and a half number above 2^52
-// has the digits that a double holds. The 's' of "Bytes" is left out when it does not fit. Nothing is
-// written when BufferSize is 0.
+// has the digits that a double holds. The 's' of "Bytes" is left out when it does not fit. Nothing
+// is written when BufferSize is 0.
 void UTIL_FormatSize(int64_t Size, char* pBuffer, uint32_t BufferSize);
 
 // The sizes of several memories, as in "64 KB + 1.5 MB": one text for each of the NumLists lists of
@@ -50,17 +50,17 @@ char* UTIL_FormatIPAddr(uint32_t Addr, char* pBuffer, uint32_t BufferSize);
 char* UTIL_FormatMACAddr(const uint8_t* pAddr, char Separator, char* pBuffer, uint32_t BufferSize);
 
 // The number that an IEEE-754 single has the bits of, with up to six significant digits: "1",
-// "-0.5", "1.4013E-45"; "0.0", "-0.0", "Infinite", "-Infinite", "NaNq" (quiet), "NaNs" (signalling).
-// It never passes through the machine's single type, so the text is the same on every machine.
-// Always returns 0. Nothing is written when BufferSize is 0.
+// "-0.5", "1.4013E-45"; "0.0", "-0.0", "Infinite", "-Infinite", "NaNq" (quiet), "NaNs"
+// (signalling). It never passes through the machine's single type, so the text is the same on every
+// machine. Always returns 0. Nothing is written when BufferSize is 0.
 int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits);
 
 // Bytes as "00 1A FF ", two digits and a blank each, cut into lines of BytesPerLine bytes. A full
 // line, the last one too, ends in CR LF, a partial last line in its blank. With ShowAddr not 0 each
 // line begins with the low 32 bits of its address, as in "0x20000000: ".
 //
-// BytesPerLine 0 puts all into one full line. Output stops before the first address, byte or line end
-// that does not fit as a whole. The text is terminated if there is room left for it.
+// BytesPerLine 0 puts all into one full line. Output stops before the first address, byte or line
+// end that does not fit as a whole. The text is terminated if there is room left for it.
 // Returns the characters written, the terminator included if it was; 0 when NumBytes is 0, and then
 // nothing is written. pBuffer may be NULL when BufferSize is 0.
 uint32_t UTIL_HexDump(char* pBuffer, uint32_t BufferSize, const void* pData, uint32_t NumBytes,

@@ -1,7 +1,7 @@
 // Sets a few values in the registry store, reads them back, and lists what the key holds.
 //
-// The values go to "Library/Application Support/OSTREL" below HOME and stay there; a second run finds
-// and overwrites them.
+// The values go to "Library/Application Support/OSTREL" below HOME and stay there; a second run
+// finds and overwrites them.
 
 #include <inttypes.h>
 #include <stdio.h>

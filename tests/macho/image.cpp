@@ -424,7 +424,8 @@ Layout ReadLayout(const File& Source) {
     Lazy.Wanted.MayBeAbsent = true;  // there it is looked for when it is called
     Result.Bindings.push_back(Lazy);
   }
-  // Weak bindings join equal definitions of several images; with one image there is nothing to join.
+  // Weak bindings join equal definitions of several images; with one image there is nothing to
+  // join.
   return Result;
 }
 

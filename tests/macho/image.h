@@ -3,8 +3,8 @@
 // Loads a Mach-O file for x86-64 into this process, as the system's loader would: segments at a
 // random place, pointers moved with them, imports bound.
 //
-// Takes executables and dynamic libraries, thin or universal, with the fixup format of systems up to
-// macOS 12. Whatever the file asks for that is not done here (thread-local variables, chained
+// Takes executables and dynamic libraries, thin or universal, with the fixup format of systems up
+// to macOS 12. Whatever the file asks for that is not done here (thread-local variables, chained
 // fixups, initialisers by offset) is refused with a message, not left out.
 
 #ifndef TESTS_MACHO_IMAGE_H
@@ -33,14 +33,14 @@ struct Image {
   std::vector<uint8_t*>           Initialisers;
 };
 
-// The imports of a file in the order in which it binds them. Throws std::runtime_error for a file that
-// cannot be loaded here.
+// The imports of a file in the order in which it binds them. Throws std::runtime_error for a file
+// that cannot be loaded here.
 std::vector<Import> ListImports(const std::string& sPath);
 
 // Maps, moves and binds. Every import is looked up by pfResolve, which throws for a name that it
-// does not know, and returns null for one that is to be absent. Throws std::runtime_error for a file
-// that cannot be loaded; nothing of it has run by then. An image stays loaded to the end of the
-// process.
+// does not know, and returns null for one that is to be absent. Throws std::runtime_error for a
+// file that cannot be loaded; nothing of it has run by then. An image stays loaded to the end of
+// the process.
 Image* LoadImage(const std::string& sPath, void* (*pfResolve)(const Import& Wanted));
 
 // The image that the address lies in, or null.

@@ -1,5 +1,5 @@
-// The macOS executable in the runner: what only shows there. That it behaves as the Linux executable
-// does is shown by running tests/tool a second time.
+// The macOS executable in the runner: what only shows there. That it behaves as the Linux
+// executable does is shown by running tests/tool a second time.
 //
 // Not registered with ctest: script/macos builds the Mach-O files first and then runs this with
 //   QUOBE_TEST_MACHO    folder of the x86-64 files

@@ -4,7 +4,8 @@
 //   machorun --imports FILE       print what each import is bound to; status 1 if one is refused
 //
 // Standard streams are the program's own. Status 126 with a message on standard error: the file
-// cannot be loaded, an import is refused, or the program asked for something that is not translated.
+// cannot be loaded, an import is refused, or the program asked for something that is not
+// translated.
 //
 // Environment, for tests:
 //   MACHORUN_TRACE          file that gets a line per observed call: dlopen and its kin, usleep, open,

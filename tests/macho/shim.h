@@ -3,9 +3,9 @@
 // What the Mach-O program's imports are bound to.
 //
 // Each shim_*.cpp covers one area: functions that take Darwin's arguments, call this system's and
-// hand back Darwin's results. host_functions.cpp lists what is the same on both systems and is bound
-// directly. A name that is in none of them is refused: this system's function of that name may well
-// take other constants or write a record of another size.
+// hand back Darwin's results. host_functions.cpp lists what is the same on both systems and is
+// bound directly. A name that is in none of them is refused: this system's function of that name
+// may well take other constants or write a record of another size.
 //
 // The same holds for values. A flag or request that a shim does not translate ends the run with a
 // message (Unknown); nothing is passed on as it is.

@@ -3,8 +3,8 @@
 // A flag that this system does not have is kept here per terminal, so that the program reads back
 // what it has set. What is set is traced in Darwin's values.
 //
-// MACHORUN_TERMINAL_FLAGS makes tcgetattr() tell this number (0x...) as each of the four flag words:
-// all ones and all zeros together show what the program clears, sets and leaves.
+// MACHORUN_TERMINAL_FLAGS makes tcgetattr() tell this number (0x...) as each of the four flag
+// words: all ones and all zeros together show what the program clears, sets and leaves.
 
 #include <errno.h>
 #include <stdlib.h>

@@ -1,10 +1,10 @@
 // Threads. A pthread object of the program holds a signature and a pointer to this system's object;
-// one that only a static initialiser has written gets its object at the first use. An object that was
-// never initialised, or was destroyed, is told by its signature: EINVAL, as there.
+// one that only a static initialiser has written gets its object at the first use. An object that
+// was never initialised, or was destroyed, is told by its signature: EINVAL, as there.
 //
 // A thread's id is the address of a record, into which the program's own code writes its cleanup
-// handlers. Handlers are called when a wait for a condition is cancelled. A thread that is cancelled
-// at another call while it has handlers ends the run.
+// handlers. Handlers are called when a wait for a condition is cancelled. A thread that is
+// cancelled at another call while it has handlers ends the run.
 
 #include <errno.h>
 #include <pthread.h>

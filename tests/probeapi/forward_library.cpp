@@ -80,8 +80,8 @@ __asm__(".text\n"
         "  movzbl %al, %eax\n"
         "  retq\n");
 
-// Opening the library uses the vector registers, as a dynamic loader may: none of the first caller's
-// arguments survives in them by luck.
+// Opening the library uses the vector registers, as a dynamic loader may: none of the first
+// caller's arguments survives in them by luck.
 __attribute__((constructor, target("avx"))) static void UseVectorRegisters(void) {
   if (HAVE_WIDE_CODE) {
     __asm__ volatile("vzeroall" ::: "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7");

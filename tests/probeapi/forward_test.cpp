@@ -1,5 +1,5 @@
-// The forwarding functions, called from this executable and from a module outside it. Each test runs
-// in a process of its own, so that every first call really resolves.
+// The forwarding functions, called from this executable and from a module outside it. Each test
+// runs in a process of its own, so that every first call really resolves.
 
 #include "probeapi/forward.h"
 
@@ -168,8 +168,9 @@ TEST(Forward, AllSlotsAreEmptyBeforeTheFirstCall) {
   }
 }
 
-// Every entry must lead to its own slot and ask for its own name: each is called with a function put
-// in its slot, and the names asked for are seen in the message of a library that has none of them.
+// Every entry must lead to its own slot and ask for its own name: each is called with a function
+// put in its slot, and the names asked for are seen in the message of a library that has none of
+// them.
 static size_t LastCalled;
 
 template <size_t Index>

@@ -1,5 +1,5 @@
-// Where the loader looks and in which order. The loader is compiled into this test with its calls to
-// the system led to stand-ins, which answer for modules and files that nobody has at hand.
+// Where the loader looks and in which order. The loader is compiled into this test with its calls
+// to the system led to stand-ins, which answer for modules and files that nobody has at hand.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>

@@ -6,8 +6,8 @@
 // Standard output counts only where it is a regular file; with the count a test can see which text
 // stood there before a call was made.
 //
-// Nothing is made up: a read at an address that the script does not list is logged as UNEXPECTED and
-// ends the process with status 97, so that a wrong address cannot look like a quiet device.
+// Nothing is made up: a read at an address that the script does not list is logged as UNEXPECTED
+// and ends the process with status 97, so that a wrong address cannot look like a quiet device.
 //
 // Directives; numbers decimal or 0x..., N*COUNT stands for COUNT times N:
 //

@@ -1,5 +1,5 @@
-// The tool as a process: the real executable in a folder of its own, a probe library beside it, real
-// standard input, a time limit.
+// The tool as a process: the real executable in a folder of its own, a probe library beside it,
+// real standard input, a time limit.
 //
 // The executable under test is the one of this build. Two environment variables of the test run
 // choose another one:
@@ -61,8 +61,9 @@ ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd);
 std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult,
                                  bool ReaderLeaves = false);
 
-// Runs the tool with standard input open and empty until Text has been printed, lets it wait there for
-// a quarter of a second, then types Key. True when it was still waiting then; its result is stored.
+// Runs the tool with standard input open and empty until Text has been printed, lets it wait there
+// for a quarter of a second, then types Key. True when it was still waiting then; its result is
+// stored.
 bool RunToolUntilItWaits(const ToolRun& Run, const std::string& Text, const std::string& Key,
                          ToolResult* pResult);
 

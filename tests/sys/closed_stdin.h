@@ -1,4 +1,5 @@
-// A process without standard input, as a service may be started: descriptor 0 is the next to be had.
+// A process without standard input, as a service may be started: descriptor 0 is the next to be
+// had.
 
 #ifndef TESTS_SYS_CLOSED_STDIN_H
 #define TESTS_SYS_CLOSED_STDIN_H

@@ -8,8 +8,8 @@
 
 #include "tests/sys/pty.h"
 
-// The first call changes standard input for the whole process, so each test is a process: it runs in
-// a child with standard input replaced. The child's exit status counts what went wrong.
+// The first call changes standard input for the whole process, so each test is a process: it runs
+// in a child with standard input replaced. The child's exit status counts what went wrong.
 class SysConsole : public testing::Test {
  protected:
   template <typename FUNCTION>

@@ -9,8 +9,8 @@
 //   }
 //   EXPECT_EQ(-5, Result);
 //
-// Two names stand for what is no plain failure: "pthread_cond_timedwait, woken" for a wait that takes
-// a wake-up and fails then, "connect, to itself" for one from the very port it goes to.
+// Two names stand for what is no plain failure: "pthread_cond_timedwait, woken" for a wait that
+// takes a wake-up and fails then, "connect, to itself" for one from the very port it goes to.
 //
 // Keep its life short: the test library makes such calls too.
 

@@ -157,7 +157,8 @@ static void CheckEvents(void) {
   CHECK_SERVICE(SYS_PROCESS_GetId() == getpid());
 }
 
-// Called when the thread that waits is cancelled, after the handler that SYS_EVENT_Wait() has set up.
+// Called when the thread that waits is cancelled, after the handler that SYS_EVENT_Wait() has set
+// up.
 static void NoteCancelled(void* pArg) {
   __atomic_store_n(&((OTHER_THREAD*)pArg)->IsOver, 1, __ATOMIC_RELEASE);
 }

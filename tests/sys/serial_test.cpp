@@ -252,7 +252,8 @@ TEST_F(SysSerialPort, SetsWhatIsClearAndNothingElse) {
   EXPECT_EQ(1, After.c_cc[VTIME]);
 }
 
-// Asked for, whatever the line makes of it: a pseudo-terminal has 8 bits and a receiver in any case.
+// Asked for, whatever the line makes of it: a pseudo-terminal has 8 bits and a receiver in any
+// case.
 TEST_F(SysSerialPort, AsksFor8BitsAndAReceiverAtOnce) {
   struct termios Line = GetLine();
   Line.c_cflag        = (Line.c_cflag & ~(tcflag_t)(CSIZE | CREAD)) | CS6 | CSTOPB | PARENB;

@@ -727,7 +727,8 @@ static uint32_t JumpUs;  // by how much the clock goes on between an attempt and
 
 static const uint32_t NO_PAUSE = 0xFFFFFFFF;
 
-// In microseconds. The first wait is over with nothing to see, the second finds the attempt refused.
+// In microseconds. The first wait is over with nothing to see, the second finds the attempt
+// refused.
 static uint32_t PauseAfterAttemptOf(uint32_t Microseconds) {
   const REFUSING_PORT Refusing;
   JumpUs           = Microseconds;
@@ -826,8 +827,8 @@ TEST(SysTcpConnectTimeout, ConnectThatFailsAtOnceIsARefusalLikeAnyOther) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-// What the system does by itself once in some thousand attempts: the port is picked for this end. The
-// address is one that nobody else uses.
+// What the system does by itself once in some thousand attempts: the port is picked for this end.
+// The address is one that nobody else uses.
 // The near end has 127.0.0.1 then.
 TEST(SysTcpConnectTimeout, PeerAtAnotherAddressOfThisMachineIsNoneOfItself) {
   const int32_t      hServer = SYS_TCP_CreateIPv4();

@@ -1,5 +1,5 @@
-// The family menu: through a pipe, and at a terminal as a person sees it. The menu goes on reading at
-// the end of input, so each test types a whole line.
+// The family menu: through a pipe, and at a terminal as a person sees it. The menu goes on reading
+// at the end of input, so each test types a whole line.
 
 #include <gtest/gtest.h>
 

@@ -299,8 +299,8 @@ TEST(UtilSwapTargetMem, SwapsInTheUnitsOfTheBusAtEveryLengthAndAddress) {
   }
 }
 
-// What is left of the steps: 2-byte units alone, or 4-byte units alone, from the first even address;
-// with neither nothing.
+// What is left of the steps: 2-byte units alone, or 4-byte units alone, from the first even
+// address; with neither nothing.
 TEST(UtilSwapTargetMem, FlagsLeaveOutSteps) {
   for (uint32_t Flags : {0x40000000u, 0x80000000u, 0xC0000000u}) {
     const size_t UnitSize = Flags == 0x40000000 ? 4 : Flags == 0x80000000 ? 2 : 1;

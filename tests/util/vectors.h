@@ -1,9 +1,9 @@
 // tests/util/vectors.h
 //
 // Tables of inputs and expected results for UTIL that any program can run: vectors_bits.h,
-// vectors_format.h, vectors_identity.h, vectors_scan.h, vectors_string.h and vectors_value_text.h. They
-// need the C headers and the header of the module, nothing else: no GoogleTest, no C++ library.
-// Every function of UTIL is called by one of them.
+// vectors_format.h, vectors_identity.h, vectors_scan.h, vectors_string.h and vectors_value_text.h.
+// They need the C headers and the header of the module, nothing else: no GoogleTest, no C++
+// library. Every function of UTIL is called by one of them.
 //
 // To run them, write a report function and call each header's run function with it:
 //

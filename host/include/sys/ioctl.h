@@ -5,8 +5,8 @@
 // hardware can make, beside the table of standard rates; -1 with errno set for a rate it cannot and
 // for a descriptor that is no serial line.
 // Here it becomes the kernel's own request for an arbitrary rate; a rate that the driver does not
-// make to within two percent, and 0, give EINVAL. Left out: that Darwin drops the rate with the next
-// tcsetattr().
+// make to within two percent, and 0, give EINVAL. Left out: that Darwin drops the rate with the
+// next tcsetattr().
 
 #include_next <sys/ioctl.h>
 

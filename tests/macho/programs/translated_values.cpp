@@ -1,5 +1,5 @@
-// What the runner translates and the product does not use: read back, it has to be what was set, and
-// what macOS makes of it. Prints each failure; exit status 0 when there was none.
+// What the runner translates and the product does not use: read back, it has to be what was set,
+// and what macOS makes of it. Prints each failure; exit status 0 when there was none.
 
 #include <pthread.h>
 #include <signal.h>
