@@ -106,7 +106,8 @@ void Controller::HoldBusy(uint64_t Us) {
 
 bool Controller::RunsInPlace() const {
   return std::all_of(phases_.begin(), phases_.end(), [this](const PHASE& Phase) {
-    return Phase.Kind != WORD_PROGRAM || owner_.CanProgram(Phase.Argument);
+    return Phase.Kind != WORD_PROGRAM || IndexOfWord(Phase.Argument) >= 0 ||
+           owner_.HasFlashAt(Phase.Argument);
   });
 }
 
@@ -180,6 +181,15 @@ const REGISTER* Controller::Describe(uint32_t Address) const {
 }
 
 // -- Option bytes --------------------------------------------------------------------------------
+
+int Controller::IndexOfWord(uint32_t Address) const {
+  for (size_t i = 0; i < words_.size(); i++) {
+    if (words_[i].Address != 0 && words_[i].Address == (Address & ~3u)) {
+      return static_cast<int>(i);
+    }
+  }
+  return -1;
+}
 
 void Controller::Store(int Index, uint32_t Value) {
   const size_t i = static_cast<size_t>(Index);

@@ -44,7 +44,7 @@ static const uint64_t FOREVER = UINT64_MAX;
 // An option word as it is stored. Address is where the bus shows it, 0 when it does not.
 struct OPTION_WORD {
   const char* sName;
-  uint32_t    Address;
+  uint32_t    Address;  // 0: written through a register only
   uint32_t    Factory;
   const char* sFields;
 };
@@ -132,6 +132,8 @@ class Controller {
   virtual void FinishPhase(const PHASE& Phase) = 0;
   virtual void AbortPhase(const PHASE& Phase)  = 0;
   void         Store(int Index, uint32_t Value);
+  // The option word that is written at this address; -1 when there is none.
+  int IndexOfWord(uint32_t Address) const;
   // Registers further values that are state and no register; the pointer must stay valid.
   void State(const char* sName, uint32_t* pValue) { state_.push_back({sName, pValue}); }
 

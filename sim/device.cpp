@@ -299,12 +299,10 @@ bool Device::IsFlashErased() const {
   });
 }
 
-bool Device::CanProgram(uint32_t Address) const {
-  return controller_->InOptionArea(Address) ||
-         std::any_of(memories_.begin(), memories_.end(), [Address](const Memory& Each) {
-           const bool Programs = Each.Row().Kind == MAIN_FLASH || Each.Row().Kind == EEPROM;
-           return Programs && Each.Contains(Address);
-         });
+bool Device::HasFlashAt(uint32_t Address) const {
+  return std::any_of(memories_.begin(), memories_.end(), [Address](const Memory& Each) {
+    return (Each.Row().Kind == MAIN_FLASH || Each.Row().Kind == EEPROM) && Each.Contains(Address);
+  });
 }
 
 Memory* Device::FindMemory(MEMORY_KIND Kind) {

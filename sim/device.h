@@ -111,8 +111,8 @@ class Device {
   void                 EraseKind(MEMORY_KIND Kind);
   bool                 IsFlashErased() const;  // flash and EEPROM
   Memory*              FindMemory(MEMORY_KIND Kind);
-  // Whether flash, EEPROM or option bytes are at the address.
-  bool CanProgram(uint32_t Address) const;
+  // Whether flash or EEPROM is at the address.
+  bool HasFlashAt(uint32_t Address) const;
 
   // -- Names
   // Table row of the register or option word at the address; NULL when it is neither.

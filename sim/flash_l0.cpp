@@ -195,10 +195,10 @@ class ControllerL0 : public Controller {
     }
   }
 
-  bool InOptionArea(uint32_t Address) const override { return IndexOf(Address) >= 0; }
+  bool InOptionArea(uint32_t Address) const override { return IndexOfWord(Address) >= 0; }
 
   bool ReadOptionArea(uint32_t Address, uint32_t* pWord) override {
-    const int Index = IndexOf(Address);
+    const int Index = IndexOfWord(Address);
     *pWord =
         IsSpare(Index) && owner_.Variant(L0_SPARE_WORDS_WRITABLE) == 0 ? 0xFFFFFFFF : Stored(Index);
     return true;
@@ -208,7 +208,7 @@ class ControllerL0 : public Controller {
     if (!owner_.StallUntilReady()) {
       return false;
     }
-    const int Index = IndexOf(Address);
+    const int Index = IndexOfWord(Address);
     if ((registers_[PECR] & (PECR_PELOCK | PECR_OPTLOCK)) != 0) {
       registers_[SR] |= SR_WRPERR;
     } else if (Size != 4) {
@@ -373,15 +373,6 @@ class ControllerL0 : public Controller {
     return owner_.Variant(TIMING_MAX) ? WORD_PHASE_MAX_US : WORD_PHASE_US;
   }
 
-  int IndexOf(uint32_t Address) const {
-    for (size_t i = 0; i < words_.size(); i++) {
-      if (words_[i].Address == (Address & ~3u)) {
-        return static_cast<int>(i);
-      }
-    }
-    return -1;
-  }
-
   bool IsSpare(int Index) const { return Index >= static_cast<int>(WORD_WRP + row_.NumWrpWords); }
 
   void ResetRegisters() {
@@ -445,7 +436,7 @@ class ControllerL0 : public Controller {
   }
 
   void SetWord(uint32_t Address, uint32_t Value) {
-    const int Index = IndexOf(Address);
+    const int Index = IndexOfWord(Address);
     if (Index >= 0) {
       Store(Index, Value);
       return;

@@ -329,6 +329,8 @@ TEST_F(SimBench, EditedFilesGiveAReasonAndAreNotTouched) {
       {"running.0.argument = 6", "means nothing"},  // of what?
       {"running.0.dance = 6", "means nothing"},
       {"running.0.kind = 4\nrunning.0.argument = 0xFFFFFFF0", "programs an address"},
+      {"running.0.kind = 4\nrunning.0.argument = 0", "programs an address"},
+      {"running.0.kind = 4\nrunning.0.argument = 0x1FFFC000", "programs an address"},  // read only
       {"no equals sign", "expected \"key = value\""},
       {"= value", "expected \"key = value\""},
   };
