@@ -230,7 +230,8 @@ class ControllerL4 : public Controller {
     if (Level() != 0 || !owner_.StallUntilReady()) {
       return false;
     }
-    const uint32_t Wanted = firstHalf_ == 0 ? Address & ~7u : firstHalf_ + 4;
+    // A lower half is one at a multiple of 8; an edited file may name another place.
+    const uint32_t Wanted = firstHalf_ == 0 ? Address & ~7u : firstHalf_ | 4;
     uint32_t       Error  = 0;
     if ((registers_[CR] & (CR_PG | CR_LOCK)) != CR_PG || (registers_[SR] & SR_ERRORS) != 0) {
       Error = SR_PGSERR;

@@ -988,6 +988,20 @@ TEST(SimFlashL4, AFileThatNamesAPlaceOutsideTheFlashDoesNoHarm) {
   }
 }
 
+TEST(SimFlashL4, AFileWithALowerHalfBeforeTheFlashDoesNoHarm) {
+  Part         Device("STM32L476");
+  sim::KeyFile File;
+  std::string  sError;
+  File.Add("powered", "1");
+  File.Add("state.first_half", "0x07FFFFFC");
+  ASSERT_TRUE(Device.Device.LoadFrom(File, &sError)) << sError;
+  Unlock(&Device);
+  Device.Write(CR, 1);
+  Device.Write(0x08000000, 0);
+  Device.Finish();
+  EXPECT_EQ(0x20u, Device.Read(SR));  // PGAERR: it is no upper half
+}
+
 TEST(SimFlashL4, StatesThatDoNotExistAreRefused) {
   sim::CREATE_REQUEST Secure, Mismatch, Beyond, Apart, Area;
   Secure.Secure      = true;
