@@ -20,6 +20,11 @@ int32_t UTIL_IsAddrInRange(uint64_t Addr, uint64_t Base, uint64_t Size);
 // 1 when the ranges share an address, else 0.
 int32_t UTIL_DoRangesOverlap(uint64_t BaseA, uint64_t SizeA, uint64_t BaseB, uint64_t SizeB);
 
+// The smaller one of two values.
+inline uint32_t UTIL_MinU32(uint32_t A, uint32_t B) {
+  return A < B ? A : B;
+}
+
 // The greatest common divisor; 0 when either value is 0.
 uint32_t UTIL_GetGCD(uint32_t A, uint32_t B);
 

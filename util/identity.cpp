@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include "util/arith.h"
 #include "util/format.h"
 
 // What a build says of its maker unless it is configured otherwise.
@@ -47,7 +48,7 @@ void UTIL_CopyAPIStruct(void* pDest, const void* pSource, const char* sName) {
     return;
   }
   const uint32_t SourceSize = PayloadSize(pSource);
-  const uint32_t NumBytes   = SourceSize < DestSize ? SourceSize : DestSize;
+  const uint32_t NumBytes   = UTIL_MinU32(SourceSize, DestSize);
   uint8_t*       pPayload   = (uint8_t*)pDest + SIZE_FIELD;
   memcpy(pPayload, (const uint8_t*)pSource + SIZE_FIELD, NumBytes);
   memset(pPayload + NumBytes, 0, DestSize - NumBytes);

@@ -3,11 +3,17 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "util/arith.h"
+
 // So many bytes are looked at without a test in between, so that the compiler can use wide
 // registers.
 static const uint32_t BLOCK_SIZE = 64;
 
-// Entry i is i, but 'A'..'Z' hold 'a'..'z'.
+// The one place that folds case: 'A'..'Z' become 'a'..'z', every other byte stays.
+static constexpr uint8_t Folded(uint8_t c) {
+  return (uint8_t)(c + (c >= 'A' && c <= 'Z' ? 0x20 : 0));
+}
+
 struct FOLD_TABLE {
   uint8_t a[256];
 };
@@ -15,7 +21,7 @@ struct FOLD_TABLE {
 static constexpr FOLD_TABLE BuildFoldTable() {
   FOLD_TABLE Table = {};
   for (int i = 0; i < 256; i++) {
-    Table.a[i] = (uint8_t)(i >= 'A' && i <= 'Z' ? i + 0x20 : i);
+    Table.a[i] = Folded((uint8_t)i);
   }
   return Table;
 }
@@ -24,10 +30,6 @@ static constexpr FOLD_TABLE FoldTable = BuildFoldTable();
 
 static int32_t FoldedDiff(char A, char B) {
   return (int8_t)FoldTable.a[(uint8_t)A] - (int8_t)FoldTable.a[(uint8_t)B];
-}
-
-static uint32_t Min(uint32_t A, uint32_t B) {
-  return A < B ? A : B;
 }
 
 void UTIL_CopyString(char* pDest, const char* sSource, uint32_t BufferSize) {
@@ -53,7 +55,7 @@ void UTIL_AppendStringN(char* pDest, const char* sSource, uint32_t MaxChars, uin
   if (DestLen == BufferSize) {
     return;  // size 0, or a text longer than its buffer
   }
-  const uint32_t Len = UTIL_StrNLen(sSource, Min(MaxChars, BufferSize - 1 - DestLen));
+  const uint32_t Len = UTIL_StrNLen(sSource, UTIL_MinU32(MaxChars, BufferSize - 1 - DestLen));
   if (Len > 0) {
     memcpy(pDest + DestLen, sSource, Len);
     pDest[DestLen + Len] = 0;
@@ -86,10 +88,6 @@ int32_t UTIL_StrNCaseCmp(const char* sA, const char* sB, uint32_t MaxChars) {
     }
   }
   return 0;
-}
-
-static uint8_t Folded(uint8_t c) {
-  return (uint8_t)(c + (c >= 'A' && c <= 'Z' ? 0x20 : 0));
 }
 
 static int32_t IsSameBlockNoCase(const uint8_t* pA, const uint8_t* pB) {
@@ -179,7 +177,7 @@ int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes)
   while (i < NumBytes && pb[i] == Value) {
     i++;
   }
-  return i < NumBytes ? (int32_t)Min(i, INT32_MAX) : -1;
+  return i < NumBytes ? (int32_t)UTIL_MinU32(i, INT32_MAX) : -1;
 }
 
 char UTIL_ToUpper(char c) {
@@ -187,7 +185,7 @@ char UTIL_ToUpper(char c) {
 }
 
 char UTIL_ToLower(char c) {
-  return c >= 'A' && c <= 'Z' ? (char)(c + 0x20) : c;
+  return (char)Folded((uint8_t)c);
 }
 
 void UTIL_StrToUpper(char* s) {
@@ -254,7 +252,7 @@ void UTIL_CopyStructArray(void* pDest, uint32_t DestRecordSize, const void* pSou
     memmove(pDest, pSource, DestSize);
     return;
   }
-  const uint32_t NumShared = Min(DestRecordSize, SourceRecordSize);
+  const uint32_t NumShared = UTIL_MinU32(DestRecordSize, SourceRecordSize);
   uint8_t*       pd        = (uint8_t*)pDest;
   const uint8_t* ps        = (const uint8_t*)pSource;
   for (uint32_t i = 0; i < NumRecords; i++) {

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "util/arith.h"
 #include "util/format.h"
 #include "util/string.h"
 
@@ -161,10 +162,6 @@ int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits) 
   return 0;
 }
 
-static uint32_t Min(uint32_t A, uint32_t B) {
-  return A < B ? A : B;
-}
-
 // One load and one store for each byte. A loop that computes the digits is faster where the
 // compiler finds the shuffles for groups of three, and twice as slow where it does not.
 static char* StoreDumpBytes(char* p, const uint8_t* pData, uint32_t NumBytes) {
@@ -210,8 +207,8 @@ uint32_t UTIL_HexDump(char* pBuffer, uint32_t BufferSize, const void* pData, uin
       }
       p = StoreDumpAddr(p, (uint32_t)Addr);
     }
-    const uint32_t LineLen = Min(NumBytes, BytesPerLine);
-    const uint32_t NumFit  = Min(LineLen, (uint32_t)(pEnd - p) / DUMP_BYTE_LEN);
+    const uint32_t LineLen = UTIL_MinU32(NumBytes, BytesPerLine);
+    const uint32_t NumFit  = UTIL_MinU32(LineLen, (uint32_t)(pEnd - p) / DUMP_BYTE_LEN);
     p                      = StoreDumpBytes(p, pb, NumFit);
     if (NumFit < LineLen) {
       break;

@@ -23,6 +23,7 @@ enum VECTORS_BITS_OP {
   OP_REV32,
   OP_IN_RANGE,
   OP_OVERLAP,
+  OP_MIN,
   OP_GCD,
   OP_ABS32,
   OP_ABS64,
@@ -120,6 +121,8 @@ static const VECTORS_BITS_ROW VECTORS_BitsRows[] = {
     {OP_OVERLAP, {UINT64_MAX, 2, UINT64_MAX, 2}, 0, "both ranges wrap"},
     {OP_OVERLAP, {2, UINT64_MAX, 5, 1}, 0, "longest range that wraps"},
     {OP_OVERLAP, {1, UINT64_MAX, UINT64_MAX, 1}, 1, "longest range that does not wrap"},
+    {OP_MIN, {1, 0xFFFFFFFF}, 1, "smaller one of 1 and 2^32 - 1"},
+    {OP_MIN, {0x80000001, 0x80000000}, 0x80000000, "smaller one of two above 2^31"},
     {OP_GCD, {12, 18}, 6, "divisor of 12 and 18"},
     {OP_GCD, {17, 5}, 1, "divisor of 17 and 5"},
     {OP_GCD, {0, 5}, 0, "divisor of 0 and 5"},
@@ -260,6 +263,8 @@ static inline uint64_t VECTORS_CallBits(const VECTORS_BITS_ROW* pRow) {
       return (uint64_t)UTIL_IsAddrInRange(a[0], a[1], a[2]);
     case OP_OVERLAP:
       return (uint64_t)UTIL_DoRangesOverlap(a[0], a[1], a[2], a[3]);
+    case OP_MIN:
+      return UTIL_MinU32(a0, a1);
     case OP_GCD:
       return UTIL_GetGCD(a0, a1);
     case OP_ABS32:
