@@ -83,8 +83,8 @@ static bool ParseFlag(const std::string& sValue, bool* pFlag) {
   return true;
 }
 
-bool SetProbe(PROBE* pProbe, const std::string& sKey, const std::string& sValue,
-              std::string* psError) {
+bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,
+                     std::string* psError) {
   if (sValue.find_first_of("\r\n") != std::string::npos) {
     *psError = sKey + ": a value is one line";
     return false;
@@ -167,7 +167,7 @@ static bool NamesIn(const std::string& sDirectory, std::vector<std::string>* pNa
   return true;
 }
 
-bool Bench::List(std::vector<PROBE>* pProbes, std::string* psError) const {
+bool Bench::List(std::vector<PROBE_SETTINGS>* pProbes, std::string* psError) const {
   pProbes->clear();
   std::vector<std::string> Names;
   if (!NamesIn(sDirectory_, &Names) && errno != ENOENT) {
@@ -183,9 +183,9 @@ bool Bench::List(std::vector<PROBE>* pProbes, std::string* psError) const {
     if (!File.Load(sPath, psError)) {
       return false;
     }
-    PROBE Probe;
+    PROBE_SETTINGS Probe;
     for (const auto& [sKey, sValue] : File.Lines()) {
-      if (!SetProbe(&Probe, sKey, sValue, psError)) {
+      if (!SetProbeSetting(&Probe, sKey, sValue, psError)) {
         *psError = sPath + ": " + *psError;
         return false;
       }
@@ -196,13 +196,14 @@ bool Bench::List(std::vector<PROBE>* pProbes, std::string* psError) const {
     }
     pProbes->push_back(Probe);
   }
-  std::sort(pProbes->begin(), pProbes->end(),
-            [](const PROBE& A, const PROBE& B) { return A.SerialNo < B.SerialNo; });
+  std::sort(pProbes->begin(), pProbes->end(), [](const PROBE_SETTINGS& A, const PROBE_SETTINGS& B) {
+    return A.SerialNo < B.SerialNo;
+  });
   return true;
 }
 
-const PROBE* Bench::DefaultOf(const std::vector<PROBE>& Probes) {
-  for (const PROBE& Probe : Probes) {
+const PROBE_SETTINGS* Bench::DefaultOf(const std::vector<PROBE_SETTINGS>& Probes) {
+  for (const PROBE_SETTINGS& Probe : Probes) {
     if (Probe.IsDefault) {
       return &Probe;
     }
@@ -210,8 +211,8 @@ const PROBE* Bench::DefaultOf(const std::vector<PROBE>& Probes) {
   return Probes.empty() ? nullptr : &Probes[0];
 }
 
-bool Bench::FindDefault(PROBE* pProbe, std::string* psError) const {
-  std::vector<PROBE> Probes;
+bool Bench::FindDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
+  std::vector<PROBE_SETTINGS> Probes;
   if (!List(&Probes, psError)) {
     return false;
   }
@@ -222,16 +223,16 @@ bool Bench::FindDefault(PROBE* pProbe, std::string* psError) const {
   return true;
 }
 
-bool Bench::AddDefault(PROBE* pProbe, std::string* psError) const {
-  PROBE Probe;
+bool Bench::AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
+  PROBE_SETTINGS Probe;
   Probe.SerialNo = DEFAULT_SERIAL_NO;
   const int File = Lock(Probe, psError);
   if (File < 0) {
     return false;
   }
   // Somebody may have been faster; what that one put there is not to be replaced.
-  std::vector<PROBE> Probes;
-  bool               Good = List(&Probes, psError);
+  std::vector<PROBE_SETTINGS> Probes;
+  bool                        Good = List(&Probes, psError);
   if (Good && Probes.empty()) {
     Device Target(*FindDevice("STM32F407"));
     FillFlash(&Target, 64 * 1024);
@@ -245,12 +246,12 @@ bool Bench::AddDefault(PROBE* pProbe, std::string* psError) const {
   return Good;
 }
 
-bool Bench::FindBySerial(uint32_t SerialNo, PROBE* pProbe, std::string* psError) const {
-  std::vector<PROBE> Probes;
+bool Bench::FindBySerial(uint32_t SerialNo, PROBE_SETTINGS* pProbe, std::string* psError) const {
+  std::vector<PROBE_SETTINGS> Probes;
   if (!List(&Probes, psError)) {
     return false;
   }
-  for (const PROBE& Probe : Probes) {
+  for (const PROBE_SETTINGS& Probe : Probes) {
     if (Probe.SerialNo == SerialNo) {
       *pProbe = Probe;
       return true;
@@ -261,12 +262,12 @@ bool Bench::FindBySerial(uint32_t SerialNo, PROBE* pProbe, std::string* psError)
   return false;
 }
 
-bool Bench::FindByIP(const std::string& sIP, PROBE* pProbe, std::string* psError) const {
-  std::vector<PROBE> Probes;
+bool Bench::FindByIP(const std::string& sIP, PROBE_SETTINGS* pProbe, std::string* psError) const {
+  std::vector<PROBE_SETTINGS> Probes;
   if (!List(&Probes, psError)) {
     return false;
   }
-  for (const PROBE& Probe : Probes) {
+  for (const PROBE_SETTINGS& Probe : Probes) {
     if (!sIP.empty() && Probe.sIP == sIP) {
       *pProbe = Probe;
       return true;
@@ -276,9 +277,9 @@ bool Bench::FindByIP(const std::string& sIP, PROBE* pProbe, std::string* psError
   return false;
 }
 
-bool Bench::SaveProbe(const PROBE& Probe, std::string* psError) const {
-  const PROBE Default;
-  KeyFile     File;
+bool Bench::SaveProbe(const PROBE_SETTINGS& Probe, std::string* psError) const {
+  const PROBE_SETTINGS Default;
+  KeyFile              File;
   File.Add("serial", std::to_string(Probe.SerialNo));
   if (!Probe.sIP.empty()) {
     File.Add("ip", Probe.sIP);
@@ -298,7 +299,7 @@ bool Bench::SaveProbe(const PROBE& Probe, std::string* psError) const {
                                              "A simulated probe; see docs/simulator.md", psError);
 }
 
-bool Bench::LoadDevice(const PROBE& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
+bool Bench::LoadDevice(const PROBE_SETTINGS& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
                        std::string* psError) const {
   const std::string sPath = Path(Probe.SerialNo, "device");
   KeyFile           File;
@@ -321,7 +322,7 @@ bool Bench::LoadDevice(const PROBE& Probe, std::unique_ptr<Device>* ppDevice, LI
   return true;
 }
 
-bool Bench::SaveDevice(const PROBE& Probe, const Device& Target, const LINK& Link,
+bool Bench::SaveDevice(const PROBE_SETTINGS& Probe, const Device& Target, const LINK& Link,
                        std::string* psError) const {
   KeyFile File;
   Target.SaveTo(&File);
@@ -335,7 +336,7 @@ bool Bench::SaveDevice(const PROBE& Probe, const Device& Target, const LINK& Lin
                                              "A simulated device; see docs/simulator.md", psError);
 }
 
-bool Bench::Remove(const PROBE& Probe, std::string* psError) const {
+bool Bench::Remove(const PROBE_SETTINGS& Probe, std::string* psError) const {
   for (const char* sEnding : {"probe", "device", "lock"}) {
     const std::string sPath = Path(Probe.SerialNo, sEnding);
     if (unlink(sPath.c_str()) != 0 && errno != ENOENT) {
@@ -346,7 +347,7 @@ bool Bench::Remove(const PROBE& Probe, std::string* psError) const {
   return true;
 }
 
-int Bench::Lock(const PROBE& Probe, std::string* psError) const {
+int Bench::Lock(const PROBE_SETTINGS& Probe, std::string* psError) const {
   if (!MakeDirectory(psError)) {
     return -1;
   }
@@ -385,7 +386,7 @@ void Bench::Unlock(int LockFile) {
   }
 }
 
-uint32_t SupplyOf(const PROBE& Probe, const LINK& Link) {
+uint32_t SupplyOf(const PROBE_SETTINGS& Probe, const LINK& Link) {
   return std::max(Probe.VTarget, Link.SupplyOn ? Probe.Supply : 0);
 }
 

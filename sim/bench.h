@@ -41,7 +41,7 @@ struct FAULT {
 // "busy K MS" or "busy K forever", "stuck WORD MASK VALUE".
 bool ParseFault(const std::string& sText, FAULT* pFault, std::string* psError);
 
-struct PROBE {
+struct PROBE_SETTINGS {
   uint32_t                 SerialNo = 0;
   std::string              sIP;                 // "" when it has no network address
   bool                     IsDefault  = false;  // taken when the caller chooses none
@@ -54,8 +54,8 @@ struct PROBE {
 };
 
 // Sets one key of the probe's file ("ip", "vtarget", ...); false when key or value is no good.
-bool SetProbe(PROBE* pProbe, const std::string& sKey, const std::string& sValue,
-              std::string* psError);
+bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,
+                     std::string* psError);
 
 // What is left of a connection in the device's file.
 struct LINK {
@@ -72,40 +72,40 @@ class Bench {
   const std::string& Directory() const { return sDirectory_; }
 
   // All probes in the order of their serial numbers; none is no error.
-  bool List(std::vector<PROBE>* pProbes, std::string* psError) const;
+  bool List(std::vector<PROBE_SETTINGS>* pProbes, std::string* psError) const;
   // The default one of these probes (the first if there are several), or else the one with the
   // lowest serial number; NULL when there is none.
-  static const PROBE* DefaultOf(const std::vector<PROBE>& Probes);
+  static const PROBE_SETTINGS* DefaultOf(const std::vector<PROBE_SETTINGS>& Probes);
   // The same of all probes. An empty bench gets one: a probe with an STM32F407 as delivered and a
   // program in its flash.
-  bool FindDefault(PROBE* pProbe, std::string* psError) const;
-  bool FindBySerial(uint32_t SerialNo, PROBE* pProbe, std::string* psError) const;
-  bool FindByIP(const std::string& sIP, PROBE* pProbe, std::string* psError) const;
+  bool FindDefault(PROBE_SETTINGS* pProbe, std::string* psError) const;
+  bool FindBySerial(uint32_t SerialNo, PROBE_SETTINGS* pProbe, std::string* psError) const;
+  bool FindByIP(const std::string& sIP, PROBE_SETTINGS* pProbe, std::string* psError) const;
 
-  bool SaveProbe(const PROBE& Probe, std::string* psError) const;
-  bool LoadDevice(const PROBE& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
+  bool SaveProbe(const PROBE_SETTINGS& Probe, std::string* psError) const;
+  bool LoadDevice(const PROBE_SETTINGS& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
                   std::string* psError) const;
-  bool SaveDevice(const PROBE& Probe, const Device& Target, const LINK& Link,
+  bool SaveDevice(const PROBE_SETTINGS& Probe, const Device& Target, const LINK& Link,
                   std::string* psError) const;
   // The files of a probe that this process has locked.
-  bool Remove(const PROBE& Probe, std::string* psError) const;
+  bool Remove(const PROBE_SETTINGS& Probe, std::string* psError) const;
 
   // Takes the probe for this process until Unlock or exit. -1 when another has it. Whoever writes a
   // probe's files holds its lock.
-  int         Lock(const PROBE& Probe, std::string* psError) const;
+  int         Lock(const PROBE_SETTINGS& Probe, std::string* psError) const;
   static void Unlock(int LockFile);
 
  private:
   std::string Path(uint32_t SerialNo, const char* sEnding) const;
   bool        MakeDirectory(std::string* psError) const;
   void        RemoveLeftovers(uint32_t SerialNo) const;
-  bool        AddDefault(PROBE* pProbe, std::string* psError) const;
+  bool        AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const;
 
   std::string sDirectory_;
 };
 
 // What a probe gives its device or the device's board has of its own, in mV.
-uint32_t              SupplyOf(const PROBE& Probe, const LINK& Link);
+uint32_t              SupplyOf(const PROBE_SETTINGS& Probe, const LINK& Link);
 static const uint32_t POWER_ON_MV = 1700;  // below, a device is held in reset
 
 // Fills the flash with a recognisable program; the first words are a vector table.

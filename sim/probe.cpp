@@ -113,8 +113,8 @@ uint32_t Probe::IsOpen() {
 
 uint32_t Probe::SelectIP(const char* sHost, int32_t Port) {
   Begin();
-  PROBE       Found;
-  std::string sError;
+  PROBE_SETTINGS Found;
+  std::string    sError;
   sIP_                 = sHost != nullptr ? sHost : "";
   const bool IsOnBench = bench_.FindByIP(sIP_, &Found, &sError);
   if (IsOnBench) {
@@ -133,7 +133,7 @@ int32_t Probe::SelectByUSBSN(uint32_t SerialNo) {
 }
 
 // "" when the chosen probe was found.
-std::string Probe::Find(PROBE* pProbe) {
+std::string Probe::Find(PROBE_SETTINGS* pProbe) {
   std::string sError;
   const bool  Found = selection_ == BY_SERIAL ? bench_.FindBySerial(serialNo_, pProbe, &sError)
                       : selection_ == BY_IP   ? bench_.FindByIP(sIP_, pProbe, &sError)

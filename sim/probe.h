@@ -47,7 +47,7 @@ class Probe {
   void        End(const std::string& sText);
   bool        Hits(FAULT_KIND Kind) const;
   void        ApplyFaults();
-  std::string Find(PROBE* pProbe);
+  std::string Find(PROBE_SETTINGS* pProbe);
   bool        LoadFaults(std::string* psError);
   uint32_t    Voltage() const;
   void        FollowVoltage();
@@ -61,7 +61,7 @@ class Probe {
   SELECTION               selection_ = ANY;
   uint32_t                serialNo_  = 0;
   std::string             sIP_;
-  PROBE                   probe_;
+  PROBE_SETTINGS          probe_;
   std::vector<FAULT>      faults_;
   std::unique_ptr<Device> device_;
   LINK                    link_;

@@ -60,7 +60,7 @@ struct ARGUMENTS {
   std::vector<std::string> Rest;
 };
 
-static bool ChooseProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE* pProbe,
+static bool ChooseProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE_SETTINGS* pProbe,
                         std::string* psError) {
   return Arguments.SerialNo != 0 ? Where.FindBySerial(Arguments.SerialNo, pProbe, psError)
                                  : Where.FindDefault(pProbe, psError);
@@ -202,16 +202,16 @@ static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
     return Fail(EXIT_USAGE, std::string(pRow->sName) + ": " + sError);
   }
 
-  std::vector<PROBE> Probes;
-  PROBE              Probe;
+  std::vector<PROBE_SETTINGS> Probes;
+  PROBE_SETTINGS              Probe;
   if (!Where.List(&Probes, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
-  const auto IsMeant = [&Arguments](const PROBE& Each) {
+  const auto IsMeant = [&Arguments](const PROBE_SETTINGS& Each) {
     return Each.SerialNo == Arguments.SerialNo;
   };
-  const auto   Named  = std::find_if(Probes.begin(), Probes.end(), IsMeant);
-  const PROBE* pFound = Named != Probes.end() ? &*Named : nullptr;
+  const auto            Named  = std::find_if(Probes.begin(), Probes.end(), IsMeant);
+  const PROBE_SETTINGS* pFound = Named != Probes.end() ? &*Named : nullptr;
   if (Arguments.SerialNo == 0) {
     pFound = Bench::DefaultOf(Probes);
   }
@@ -273,7 +273,7 @@ static int Show(const Bench& Where, const ARGUMENTS& Arguments) {
   if (!Arguments.Rest.empty() && !ExpectFactory) {
     return Fail(EXIT_USAGE, "show: unknown argument " + Arguments.Rest[0]);
   }
-  PROBE                   Probe;
+  PROBE_SETTINGS          Probe;
   std::unique_ptr<Device> pTarget;
   LINK                    Link;
   std::string             sError;
@@ -319,8 +319,8 @@ static int Show(const Bench& Where, const ARGUMENTS& Arguments) {
 // -- The others ----------------------------------------------------------------------------------
 
 static int List(const Bench& Where) {
-  std::vector<PROBE> Probes;
-  std::string        sError;
+  std::vector<PROBE_SETTINGS> Probes;
+  std::string                 sError;
   if (!Where.List(&Probes, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
@@ -329,7 +329,7 @@ static int List(const Bench& Where) {
     printf("No probes.\n");
   }
   int Status = EXIT_DONE;
-  for (const PROBE& Probe : Probes) {
+  for (const PROBE_SETTINGS& Probe : Probes) {
     std::unique_ptr<Device> pTarget;
     LINK                    Link;
     if (!Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
@@ -352,14 +352,14 @@ static int Devices() {
 }
 
 // Chooses the probe and keeps it, as it is then, until the program ends.
-static bool TakeProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE* pProbe,
+static bool TakeProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE_SETTINGS* pProbe,
                       std::string* psError) {
   return ChooseProbe(Where, Arguments, pProbe, psError) && Where.Lock(*pProbe, psError) >= 0 &&
          Where.FindBySerial(pProbe->SerialNo, pProbe, psError);
 }
 
 static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments, bool Power) {
-  PROBE                   Probe;
+  PROBE_SETTINGS          Probe;
   std::unique_ptr<Device> pTarget;
   LINK                    Link;
   std::string             sError;
@@ -382,8 +382,8 @@ static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments, boo
 }
 
 static int Set(const Bench& Where, const ARGUMENTS& Arguments) {
-  PROBE       Probe;
-  std::string sError;
+  PROBE_SETTINGS Probe;
+  std::string    sError;
   if (!TakeProbe(Where, Arguments, &Probe, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
@@ -398,7 +398,7 @@ static int Set(const Bench& Where, const ARGUMENTS& Arguments) {
       Probe.Faults.clear();
     } else if (sKey == "serial") {
       return Fail(EXIT_USAGE, "set: a probe keeps its serial number");
-    } else if (!SetProbe(&Probe, sKey, sValue, &sError)) {
+    } else if (!SetProbeSetting(&Probe, sKey, sValue, &sError)) {
       return Fail(EXIT_USAGE, sError);
     }
   }
@@ -406,8 +406,8 @@ static int Set(const Bench& Where, const ARGUMENTS& Arguments) {
 }
 
 static int Remove(const Bench& Where, const ARGUMENTS& Arguments) {
-  PROBE       Probe;
-  std::string sError;
+  PROBE_SETTINGS Probe;
+  std::string    sError;
   if (!TakeProbe(Where, Arguments, &Probe, &sError) || !Where.Remove(Probe, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }

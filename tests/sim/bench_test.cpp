@@ -15,7 +15,7 @@
 
 #include "sim/bench.h"
 
-using sim::PROBE;
+using sim::PROBE_SETTINGS;
 
 class SimBench : public ::testing::Test {
  protected:
@@ -120,7 +120,7 @@ TEST_F(SimBench, AnImageIsPutIntoTheFlash) {
   std::ofstream(sImage, std::ios::binary) << "\x01\x02\x03\x04\x05";
   EXPECT_EQ(0, Run("create F103 --flash " + sImage));
   sim::Bench                   Where(sDirectory_);
-  sim::PROBE                   Probe;
+  sim::PROBE_SETTINGS          Probe;
   std::unique_ptr<sim::Device> pDevice;
   sim::LINK                    Link;
   std::string                  sError;
@@ -150,7 +150,7 @@ TEST_F(SimBench, APowerCycleLoadsWhatAResetDoesNot) {
   EXPECT_EQ(0, Run("create L073 --rdp 1"));
   EXPECT_EQ(0, Run("power-cycle"));
   sim::Bench                   Where(sDirectory_);
-  sim::PROBE                   Probe;
+  sim::PROBE_SETTINGS          Probe;
   std::unique_ptr<sim::Device> pDevice;
   sim::LINK                    Link;
   std::string                  sError;
@@ -206,9 +206,9 @@ TEST_F(SimBench, EverySettingIsKept) {
   EXPECT_EQ(0, Run("set ip=10.0.0.1 default=yes vtarget=1800 supply=5000 max_speed=4000 "
                    "reset_halts=no time=fast fault=\"busy 3 forever\" "
                    "'fault=open-fails \"Not today.\"' 'fault=stuck OPTCR 0x10 0'"));
-  sim::Bench         Where(sDirectory_);
-  std::vector<PROBE> Probes;
-  std::string        sError;
+  sim::Bench                  Where(sDirectory_);
+  std::vector<PROBE_SETTINGS> Probes;
+  std::string                 sError;
   ASSERT_TRUE(Where.List(&Probes, &sError)) << sError;
   ASSERT_EQ(1u, Probes.size());
   EXPECT_EQ("10.0.0.1", Probes[0].sIP);
@@ -288,8 +288,8 @@ TEST_F(SimBench, RemoveTakesProbeAndDeviceOffTheBench) {
 
 TEST_F(SimBench, AProbeInUseIsLeftAlone) {
   EXPECT_EQ(0, Run("create F407"));
-  sim::Bench Where(sDirectory_);
-  PROBE      Probe;
+  sim::Bench     Where(sDirectory_);
+  PROBE_SETTINGS Probe;
   Probe.SerialNo = 1;
   std::string sError;
   const int   Lock = Where.Lock(Probe, &sError);
@@ -455,8 +455,8 @@ TEST_F(SimBench, DamagedFilesNeverHarm) {
 
 TEST_F(SimBench, AWriterThatIsKilledLeavesTheOldFileOrTheNewOne) {
   EXPECT_EQ(0, Run("create F429 --flash full"));
-  sim::Bench Where(sDirectory_);
-  PROBE      Probe;
+  sim::Bench     Where(sDirectory_);
+  PROBE_SETTINGS Probe;
   Probe.SerialNo = 1;
   for (int i = 0; i < 20; i++) {
     const pid_t Writer = fork();
@@ -503,8 +503,8 @@ TEST_F(SimBench, ProcessesThatWriteAtOnceLoseNothing) {
   }
   pclose(pPipe);
   EXPECT_GT(NumDone, 0u);
-  std::vector<PROBE> Probes;
-  std::string        sError;
+  std::vector<PROBE_SETTINGS> Probes;
+  std::string                 sError;
   ASSERT_TRUE(sim::Bench(sDirectory_).List(&Probes, &sError)) << sError;
   ASSERT_EQ(1u, Probes.size());
   EXPECT_EQ(NumDone, Probes[0].Faults.size());  // who was told "done" was not overwritten

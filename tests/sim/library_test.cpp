@@ -100,7 +100,7 @@ class SimLibrary : public ::testing::Test {
   }
 
   // A probe with a device on it.
-  void Put(const sim::PROBE& Probe, const char* sDevice,
+  void Put(const sim::PROBE_SETTINGS& Probe, const char* sDevice,
            const sim::CREATE_REQUEST& Request = sim::CREATE_REQUEST()) {
     sim::Device Target(*sim::FindDevice(sDevice));
     std::string sError;
@@ -109,14 +109,14 @@ class SimLibrary : public ::testing::Test {
     ASSERT_TRUE(bench_->SaveProbe(Probe, &sError)) << sError;
     ASSERT_TRUE(bench_->SaveDevice(Probe, Target, sim::LINK(), &sError)) << sError;
   }
-  static sim::PROBE Probe(uint32_t SerialNo) {
-    sim::PROBE Each;
+  static sim::PROBE_SETTINGS Probe(uint32_t SerialNo) {
+    sim::PROBE_SETTINGS Each;
     Each.SerialNo = SerialNo;
     return Each;
   }
-  static sim::PROBE WithFault(const char* sFault) {
-    sim::PROBE Each = Probe(1);
-    Each.Faults     = {sFault};
+  static sim::PROBE_SETTINGS WithFault(const char* sFault) {
+    sim::PROBE_SETTINGS Each = Probe(1);
+    Each.Faults              = {sFault};
     return Each;
   }
   uint32_t IdCode() {
@@ -163,7 +163,7 @@ TEST_F(SimLibrary, AnEmptyBenchHasOneDefaultDevice) {
 }
 
 TEST_F(SimLibrary, TheProbeIsChosenBySerialNumberByAddressOrByDefault) {
-  sim::PROBE First = Probe(11), Second = Probe(22), Third = Probe(33);
+  sim::PROBE_SETTINGS First = Probe(11), Second = Probe(22), Third = Probe(33);
   First.sIP       = "192.168.0.11";
   Third.IsDefault = true;
   Put(First, "STM32F103");
@@ -221,8 +221,8 @@ TEST_F(SimLibrary, AProbeInUseCannotBeOpenedAgain) {
 }
 
 TEST_F(SimLibrary, SpeedIsLimitedByTheProbe) {
-  sim::PROBE Slow = Probe(1);
-  Slow.MaxSpeed   = 2000;
+  sim::PROBE_SETTINGS Slow = Probe(1);
+  Slow.MaxSpeed            = 2000;
   Put(Slow, "STM32F103");
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ(1000u, Speed(1000));
@@ -242,8 +242,8 @@ TEST_F(SimLibrary, UnknownCommandsAreAnsweredWithATextThatFitsTheBuffer) {
 }
 
 TEST_F(SimLibrary, AnUnpoweredTargetReadsNoVoltsUntilTheProbeSuppliesIt) {
-  sim::PROBE Unpowered = Probe(1);
-  Unpowered.VTarget    = 0;
+  sim::PROBE_SETTINGS Unpowered = Probe(1);
+  Unpowered.VTarget             = 0;
   Put(Unpowered, "STM32F103");
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ(0u, Voltage());
@@ -267,8 +267,8 @@ TEST_F(SimLibrary, AnUnpoweredTargetReadsNoVoltsUntilTheProbeSuppliesIt) {
 }
 
 TEST_F(SimLibrary, ADeviceBelowItsSupplyRangeDoesNotAnswer) {
-  sim::PROBE Weak = Probe(1);
-  Weak.VTarget    = 600;
+  sim::PROBE_SETTINGS Weak = Probe(1);
+  Weak.VTarget             = 600;
   Put(Weak, "STM32F103");
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ(600u, Voltage());
@@ -360,8 +360,8 @@ TEST_F(SimLibrary, RealTimeIsBusyForAsLongAsTheDataSheetSays) {
 }
 
 TEST_F(SimLibrary, TheEnvironmentOverrulesTheProbesTime) {
-  sim::PROBE Each = Probe(1);
-  Each.IsFast     = false;
+  sim::PROBE_SETTINGS Each = Probe(1);
+  Each.IsFast              = false;
   sim::CREATE_REQUEST Protected;
   Protected.Level = 1;
   Put(Each, "STM32F407", Protected);
@@ -482,7 +482,7 @@ TEST_F(SimLibrary, TheTraceNamesRegistersAndBits) {
 // -- Connections
 
 TEST_F(SimLibrary, AConnectionStartsWithNothingOfTheOneBefore) {
-  sim::PROBE Fast = Probe(1), Slow = Probe(2);
+  sim::PROBE_SETTINGS Fast = Probe(1), Slow = Probe(2);
   Slow.MaxSpeed = 500;
   Put(Fast, "STM32F407");
   Put(Slow, "STM32F407");
@@ -568,9 +568,9 @@ TEST_F(SimLibrary, ATextForEveryCommandThatIsNotQuiteOne) {
 }
 
 TEST_F(SimLibrary, SupplyPower0TakesThePowerAway) {
-  sim::PROBE Unpowered = Probe(1);
-  Unpowered.VTarget    = 0;
-  Unpowered.Supply     = 1700;
+  sim::PROBE_SETTINGS Unpowered = Probe(1);
+  Unpowered.VTarget             = 0;
+  Unpowered.Supply              = 1700;
   Put(Unpowered, "STM32F103");
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ("", Command("SupplyPower = 1"));
@@ -583,8 +583,8 @@ TEST_F(SimLibrary, SupplyPower0TakesThePowerAway) {
 
 TEST_F(SimLibrary, ADeviceAt1699MillivoltsDoesNotAnswer) {
   for (const uint32_t VTarget : {1699u, 1700u}) {
-    sim::PROBE Weak = Probe(1);
-    Weak.VTarget    = VTarget;
+    sim::PROBE_SETTINGS Weak = Probe(1);
+    Weak.VTarget             = VTarget;
     Put(Weak, "STM32F407");
     EXPECT_EQ(nullptr, Open());
     EXPECT_EQ(VTarget == 1700 ? 0x413u : 0u, IdCode());
@@ -593,8 +593,8 @@ TEST_F(SimLibrary, ADeviceAt1699MillivoltsDoesNotAnswer) {
 }
 
 TEST_F(SimLibrary, SpeedsAbove16BitsAreReportedWhole) {
-  sim::PROBE Fast = Probe(1);
-  Fast.MaxSpeed   = 100000;
+  sim::PROBE_SETTINGS Fast = Probe(1);
+  Fast.MaxSpeed            = 100000;
   Put(Fast, "STM32F407");
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ(70000u, Speed(70000));
@@ -631,8 +631,8 @@ TEST_F(SimLibrary, HalfWordsAreWritten) {
 
 TEST_F(SimLibrary, AResetThatDoesNotHaltLeavesAWatchdogRunning) {
   for (const bool Halts : {true, false}) {
-    sim::PROBE Each = Probe(1);
-    Each.ResetHalts = Halts;
+    sim::PROBE_SETTINGS Each = Probe(1);
+    Each.ResetHalts          = Halts;
     sim::CREATE_REQUEST Request;
     Request.Level = 1;
     Request.User  = 0xCC;
@@ -688,9 +688,9 @@ TEST_F(SimLibrary, ALevel2DeviceAnswersNothingAndIsNotChanged) {
 // -- Faults, further
 
 TEST_F(SimLibrary, FaultWriteDroppedLosesResetsAndCommandsToo) {
-  sim::PROBE Each = Probe(1);
-  Each.VTarget    = 0;
-  Each.Faults     = {"write-dropped 2", "write-dropped 6"};
+  sim::PROBE_SETTINGS Each = Probe(1);
+  Each.VTarget             = 0;
+  Each.Faults              = {"write-dropped 2", "write-dropped 6"};
   Put(Each, "STM32F407");
   EXPECT_EQ(nullptr, Open());                 // 1
   EXPECT_EQ("", Command("SupplyPower = 1"));  // 2
@@ -715,8 +715,8 @@ TEST_F(SimLibrary, FaultBusyForAWhileIsOverThen) {
 }
 
 TEST_F(SimLibrary, FaultLostTakesTheSupplyAlong) {
-  sim::PROBE Each = WithFault("lost 4");
-  Each.VTarget    = 0;
+  sim::PROBE_SETTINGS Each = WithFault("lost 4");
+  Each.VTarget             = 0;
   Put(Each, "STM32F407");
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ("", Command("SupplyPower = 1"));
@@ -733,7 +733,7 @@ TEST_F(SimLibrary, FaultLostTakesTheSupplyAlong) {
 }
 
 TEST_F(SimLibrary, SeveralStuckBitsOfOneWordStayStuck) {
-  sim::PROBE Each = WithFault("stuck OPTCR 0x00010000 0");
+  sim::PROBE_SETTINGS Each = WithFault("stuck OPTCR 0x00010000 0");
   Each.Faults.push_back("stuck OPTCR 0x00000010 0x10");
   Each.Faults.push_back("stuck OPTCR 0x00020000 0");
   Put(Each, "STM32F407");
