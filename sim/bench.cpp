@@ -11,11 +11,14 @@
 
 #include <algorithm>
 
+#include "sim/catalog.h"
+#include "sim/request.h"
 #include "sim/text.h"
 
 namespace sim {
 
-static const uint32_t DEFAULT_SERIAL_NO = 1;
+static const uint32_t    DEFAULT_SERIAL_NO = 1;
+static const char* const DEFAULT_DEVICE    = "STM32F103";
 
 // -- Faults --------------------------------------------------------------------------------------
 
@@ -234,7 +237,7 @@ bool Bench::AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
   std::vector<PROBE_SETTINGS> Probes;
   bool                        Good = List(&Probes, psError);
   if (Good && Probes.empty()) {
-    Device Target(*FindDevice("STM32F407"));
+    Device Target(*FindDevice(DEFAULT_DEVICE));
     FillFlash(&Target, 64 * 1024);
     Probes.push_back(Probe);
     Good = SaveDevice(Probe, Target, LINK(), psError) && SaveProbe(Probe, psError);
@@ -388,16 +391,6 @@ void Bench::Unlock(int LockFile) {
 
 uint32_t SupplyOf(const PROBE_SETTINGS& Probe, const LINK& Link) {
   return std::max(Probe.VTarget, Link.SupplyOn ? Probe.Supply : 0);
-}
-
-void FillFlash(Device* pDevice, uint32_t Bytes) {
-  Memory*        pFlash = pDevice->FindMemory(MAIN_FLASH);
-  const uint32_t Base   = pFlash->Row().Base;
-  for (uint32_t i = 0; i < Bytes && i < pFlash->Row().Bytes; i += 4) {
-    pFlash->WordAt(Base + i) = 0xBF00BF00;  // two NOPs
-  }
-  pFlash->WordAt(Base)     = 0x20001000;    // initial stack pointer
-  pFlash->WordAt(Base + 4) = Base + 0x101;  // reset handler
 }
 
 }  // namespace sim

@@ -105,11 +105,7 @@ class Bench {
 };
 
 // What a probe gives its device or the device's board has of its own, in mV.
-uint32_t              SupplyOf(const PROBE_SETTINGS& Probe, const LINK& Link);
-static const uint32_t POWER_ON_MV = 1700;  // below, a device is held in reset
-
-// Fills the flash with a recognisable program; the first words are a vector table.
-void FillFlash(Device* pDevice, uint32_t Bytes);
+uint32_t SupplyOf(const PROBE_SETTINGS& Probe, const LINK& Link);
 
 }  // namespace sim
 

@@ -1,21 +1,23 @@
+#include "sim/catalog.h"
+
+#include <algorithm>
 #include <vector>
 
-#include "sim/device.h"
-#include "sim/families.h"
 #include "sim/text.h"
 
 namespace sim {
 
 std::span<const DEVICE_ROW* const> AllDevices() {
   static const std::vector<const DEVICE_ROW*> Devices = [] {
-    std::vector<const DEVICE_ROW*>    Rows;
-    const std::span<const DEVICE_ROW> aTables[] = {aDevicesF1, aDevicesF4, aDevicesH7, aDevicesL0,
-                                                   aDevicesL4};
-    for (const std::span<const DEVICE_ROW>& Table : aTables) {
+    std::vector<const DEVICE_ROW*> Rows;
+    for (const std::span<const DEVICE_ROW>& Table : {DevicesF1()}) {
       for (const DEVICE_ROW& Row : Table) {
         Rows.push_back(&Row);
       }
     }
+    std::stable_sort(Rows.begin(), Rows.end(), [](const DEVICE_ROW* pA, const DEVICE_ROW* pB) {
+      return pA->pFacts->pFamily->MenuRow < pB->pFacts->pFamily->MenuRow;
+    });
     return Rows;
   }();
   return Devices;
@@ -23,7 +25,8 @@ std::span<const DEVICE_ROW* const> AllDevices() {
 
 const DEVICE_ROW* FindDevice(const std::string& sName) {
   for (const DEVICE_ROW* pRow : AllDevices()) {
-    if (EqualNoCase(sName, pRow->sName) || EqualNoCase("STM32" + sName, pRow->sName)) {
+    if (EqualNoCase(sName, pRow->pFacts->sName) ||
+        EqualNoCase("STM32" + sName, pRow->pFacts->sName)) {
       return pRow;
     }
   }

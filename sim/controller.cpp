@@ -2,10 +2,16 @@
 
 #include <algorithm>
 
-#include "sim/device.h"
 #include "sim/text.h"
 
 namespace sim {
+
+const VARIANT_ROW TIMING_MAX = {
+    .sName = "timing_max", .Default = false, .sText = "operations take their longest time"};
+const VARIANT_ROW OBL_TRANSFER_FAILS = {
+    .sName   = "obl_transfer_fails",
+    .Default = false,
+    .sText   = "the write that starts a reload is answered with a fault"};
 
 static const char* const aPhaseNames[] = {"mass erase",          "page erase",
                                           "option bytes: erase", "option bytes: program",
@@ -19,52 +25,66 @@ static std::string DurationText(uint64_t Us) {
                      : Format("%llu us", static_cast<unsigned long long>(Us));
 }
 
-Controller::Controller(Device& Owner, std::span<const REGISTER> Table,
-                       std::vector<OPTION_WORD> Words)
-    : owner_(Owner), registers_(Table), words_(std::move(Words)), stuck_(words_.size()) {
-  for (const OPTION_WORD& Word : words_) {
-    stored_.push_back(Word.Factory);
-    wordRows_.push_back({Word.sName, Word.Address, 0, 0, 0, 0, Word.sFields});
+Controller::Controller(Surroundings& Around, const silicon::DEVICE& Facts, uint32_t Base,
+                       std::span<const REGISTER> Registers, std::span<const LOCK_ROW> Locks)
+    : around_(Around), facts_(Facts), registers_(Base, Registers) {
+  for (const LOCK_ROW& Row : Locks) {
+    locks_.emplace_back(Row);
+  }
+  for (const silicon::OPTION_WORD& Word : Facts.Options) {
+    stored_.push_back(
+        {.Value = Word.Factory, .Complement = ~Word.Factory, .StuckMask = 0, .StuckValue = 0});
+    wordRows_.push_back({.sName = Word.sName, .Address = Word.Stored, .Fields = Word.Fields});
   }
 }
 
 // -- Power and reset -----------------------------------------------------------------------------
 
 void Controller::PowerOff() {
-  AbortRunning();
+  CutRunning();
   hold_ = 0;
 }
 
 void Controller::SystemReset() {
-  AbortRunning();
+  CutRunning();
   OnSystemReset();
 }
 
-void Controller::AbortRunning() {
-  if (!phases_.empty()) {
-    const PHASE Phase = phases_.front();
-    phases_.clear();
-    if (Phase.Kind != STAY_BUSY) {
-      AbortPhase(Phase);
-    }
-    owner_.Event(std::string(aPhaseNames[Phase.Kind]) + " cut short");
+void Controller::CutRunning() {
+  if (phases_.empty()) {
+    return;
+  }
+  const PHASE Phase = phases_.front();
+  phases_.clear();
+  if (Phase.Kind != STAY_BUSY) {
+    const uint64_t Done = Phase.DurationUs - std::min(leftUs_, Phase.DurationUs);
+    CutPhase(Phase, static_cast<uint32_t>(Done * 1000 / std::max<uint64_t>(Phase.DurationUs, 1)));
+  }
+  around_.Event(std::string(aPhaseNames[Phase.Kind]) + " cut short");
+}
+
+void Controller::ResetRegisters() {
+  registers_.ResetAll();
+  for (KeyLock& Lock : locks_) {
+    Lock.Reset();
   }
 }
 
 // -- Running operations --------------------------------------------------------------------------
 
+uint64_t Controller::Us(const TIME& Time) const {
+  return Is(TIMING_MAX) ? Time.LongestUs : Time.TypicalUs;
+}
+
 void Controller::Start(const std::vector<PHASE>& Phases) {
-  for (const PHASE& Phase : Phases) {
-    phases_.push_back(Phase);
-  }
+  phases_.insert(phases_.end(), Phases.begin(), Phases.end());
   if (hold_ != 0) {
     phases_.push_back({STAY_BUSY, hold_});
     hold_ = 0;
   }
-  leftUs_        = phases_.front().DurationUs;
-  owner_.Changed = true;
-  owner_.Event(std::string(aPhaseNames[phases_.front().Kind]) + " starts, " +
-               DurationText(leftUs_));
+  leftUs_ = phases_.front().DurationUs;
+  around_.Changed();
+  around_.Event(RunningText() + " starts, " + DurationText(leftUs_));
 }
 
 void Controller::Pass(uint64_t Us) {
@@ -75,13 +95,12 @@ void Controller::Pass(uint64_t Us) {
     if (Phase.Kind != STAY_BUSY) {
       FinishPhase(Phase);
     }
-    owner_.Changed = true;
+    around_.Changed();
     if (phases_.empty()) {
-      owner_.Event(std::string(aPhaseNames[Phase.Kind]) + " done");
+      around_.Event(std::string(aPhaseNames[Phase.Kind]) + " done");
     } else {
       leftUs_ = phases_.front().DurationUs;
-      owner_.Event(std::string(aPhaseNames[phases_.front().Kind]) + " starts, " +
-                   DurationText(leftUs_));
+      around_.Event(RunningText() + " starts, " + DurationText(leftUs_));
     }
   }
   if (!phases_.empty() && leftUs_ != FOREVER) {
@@ -104,188 +123,209 @@ void Controller::HoldBusy(uint64_t Us) {
   }
 }
 
+std::string Controller::RunningText() const {
+  return phases_.empty() ? "" : aPhaseNames[phases_.front().Kind];
+}
+
 bool Controller::RunsInPlace() const {
   return std::all_of(phases_.begin(), phases_.end(), [this](const PHASE& Phase) {
+    const Memory* pMemory = AllMemories().At(Phase.Argument);
     return Phase.Kind != WORD_PROGRAM || IndexOfWord(Phase.Argument) >= 0 ||
-           owner_.HasFlashAt(Phase.Argument);
+           (pMemory != nullptr &&
+            (pMemory->Row().Kind == MAIN_FLASH || pMemory->Row().Kind == EEPROM));
   });
 }
 
-bool Controller::TakeKey(KeyLock* pLock, uint32_t Key, int Register, uint32_t LockBit) {
-  if (!pLock->WriteKey(Key)) {
-    registers_[Register] |= LockBit;
-    return false;
-  }
-  if (pLock->IsOpen()) {
-    registers_[Register] &= ~LockBit;
-  }
-  return true;
-}
+// -- Locks ---------------------------------------------------------------------------------------
 
-// -- Bus -----------------------------------------------------------------------------------------
-
-bool Controller::ReadRegister(int Index, uint32_t Size, uint32_t* pValue) {
-  (void)Size;
-  *pValue = registers_[Index];
-  return true;
-}
-
-bool Controller::InOptionArea(uint32_t Address) const {
-  (void)Address;
-  return false;
-}
-
-bool Controller::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
-  (void)Address;
-  (void)pWord;
-  return false;
-}
-
-bool Controller::WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) {
-  (void)Address;
-  (void)Size;
-  (void)Value;
-  return false;
-}
-
-bool Controller::WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) {
-  (void)Target;
-  (void)Address;
-  (void)Size;
-  (void)Value;
-  return false;
-}
-
-bool Controller::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) {
-  (void)Address;
-  (void)pValue;
-  return Source.Row().Kind == SRAM || Level() == 0;
-}
-
-uint32_t Controller::Place(const Memory& Source, uint32_t Address) const {
-  (void)Source;
-  return Address;
-}
-
-const REGISTER* Controller::Describe(uint32_t Address) const {
-  const int Index = registers_.Find(Address);
-  if (Index >= 0) {
-    return &registers_.Row(Index);
-  }
-  for (const REGISTER& Row : wordRows_) {
-    if (Row.Address == Address && Address != 0) {
-      return &Row;
-    }
-  }
-  return nullptr;
-}
-
-// -- Option bytes --------------------------------------------------------------------------------
-
-int Controller::IndexOfWord(uint32_t Address) const {
-  for (size_t i = 0; i < words_.size(); i++) {
-    if (words_[i].Address != 0 && words_[i].Address == (Address & ~3u)) {
+int Controller::LockAt(uint32_t Offset) const {
+  for (size_t i = 0; i < locks_.size(); i++) {
+    if (locks_[i].Row().Register == Offset) {
       return static_cast<int>(i);
     }
   }
   return -1;
 }
 
-void Controller::Store(int Index, uint32_t Value) {
-  const size_t i = static_cast<size_t>(Index);
-  stored_[i]     = (Value & ~stuck_[i].Mask) | stuck_[i].Value;
+bool Controller::WriteKey(int Lock, uint32_t Key) {
+  KeyLock&  Own    = locks_[static_cast<size_t>(Lock)];
+  const int Behind = Own.Row().Behind;
+  if (Behind >= 0 && !IsOpen(Behind)) {
+    return true;
+  }
+  const bool Good = Own.WriteKey(Key);
+  ShowLock(Own);
+  return Good;
 }
 
-void Controller::SetStuckBits(int Index, uint32_t Mask, uint32_t Value) {
-  STUCK& Stuck = stuck_[static_cast<size_t>(Index)];
-  Stuck.Value  = (Stuck.Value & ~Mask) | (Value & Mask);
-  Stuck.Mask |= Mask;
+void Controller::CloseLock(int Lock) {
+  locks_[static_cast<size_t>(Lock)].Close();
+  ShowLock(locks_[static_cast<size_t>(Lock)]);
+}
+
+void Controller::ShowLock(const KeyLock& Lock) {
+  const LOCK_ROW& Row     = Lock.Row();
+  uint32_t&       Control = registers_[Row.Control];
+  Control &= ~(Row.ClosedBit | Row.OpenBit);
+  Control |= Lock.IsOpen() ? Row.OpenBit : Row.ClosedBit;
+}
+
+// -- Bus -----------------------------------------------------------------------------------------
+
+bool Controller::MustWait(const ACCESS& Access) const {
+  return Access.Area == MEMORY_AREA && Access.pMemory->Row().Kind == MAIN_FLASH && Level() == 0;
+}
+
+bool Controller::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pValue) {
+  *pValue = registers_[Offset];
+  return true;
+}
+
+bool Controller::InOptionArea(uint32_t Address) const {
+  return IndexOfWord(Address) >= 0;
+}
+
+bool Controller::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
+  *pWord = Stored(IndexOfWord(Address));
+  return true;
+}
+
+bool Controller::WriteOptionArea(uint32_t /*Address*/, uint32_t /*Size*/, uint32_t /*Value*/) {
+  return false;
+}
+
+bool Controller::WriteMemory(Memory& /*Target*/, uint32_t /*Address*/, uint32_t /*Size*/,
+                             uint32_t /*Value*/) {
+  return false;
+}
+
+bool Controller::FilterRead(const Memory& Source, uint32_t /*Address*/, uint32_t* /*pValue*/) {
+  return Source.Row().Kind == SRAM || Level() == 0;
+}
+
+uint32_t Controller::Place(const Memory& /*Source*/, uint32_t Address) const {
+  return Address;
+}
+
+bool Controller::StartsWatchdog(WATCHDOG /*Which*/) const {
+  return false;
+}
+
+uint32_t Controller::BrownOutMv() const {
+  return POWER_ON_MV;
+}
+
+const REGISTER* Controller::Describe(uint32_t Address) const {
+  const REGISTER* pRow = registers_.RowAt(Address);
+  for (const REGISTER& Row : wordRows_) {
+    if (pRow == nullptr && Row.Address == Address && Address != 0) {
+      pRow = &Row;
+    }
+  }
+  return pRow;
+}
+
+const char* Controller::NameOfKey(uint32_t Address, uint32_t Value) const {
+  const int Lock = LockAt(Address - registers_.Base());
+  return Lock >= 0 ? locks_[static_cast<size_t>(Lock)].NameOf(Value) : nullptr;
 }
 
 // -- State ---------------------------------------------------------------------------------------
 
 void Controller::SaveTo(KeyFile* pFile, bool WithRegisters) const {
-  for (size_t i = 0; i < words_.size(); i++) {
-    pFile->Add(std::string("option.") + words_[i].sName, Format("0x%08X", stored_[i]));
+  for (int i = 0; i < NumWords(); i++) {
+    const std::string sKey = std::string("option.") + Word(i).sName;
+    const STORED&     Each = stored_[static_cast<size_t>(i)];
+    pFile->Add(sKey, Format("0x%08X", Each.Value));
+    if (Each.Complement != ~Each.Value) {
+      pFile->Add(sKey + ".complement", Format("0x%08X", Each.Complement));
+    }
   }
   if (!WithRegisters) {
     return;
   }
-  for (int i = 0; i < registers_.Count(); i++) {
-    pFile->Add(std::string("register.") + registers_.Row(i).sName, Format("0x%08X", registers_[i]));
+  registers_.SaveTo(pFile);
+  for (const KeyLock& Lock : locks_) {
+    pFile->Add(std::string("state.") + Lock.Row().sState, Format("0x%08X", Lock.State));
   }
   for (const STATE_ITEM& Item : state_) {
     pFile->Add(std::string("state.") + Item.sName, Format("0x%08X", *Item.pValue));
   }
   for (size_t i = 0; i < phases_.size(); i++) {
-    const PHASE& Phase = phases_[i];
+    const PHASE&   Phase  = phases_[i];
+    const uint64_t LeftUs = i == 0 ? leftUs_ : Phase.DurationUs;
     pFile->Add(Format("running.%zu.kind", i), Format("%d", Phase.Kind));
     pFile->Add(Format("running.%zu.argument", i), Format("0x%08X", Phase.Argument));
     pFile->Add(Format("running.%zu.value", i), Format("0x%08X", Phase.Value));
+    pFile->Add(Format("running.%zu.us", i),
+               Format("%u", static_cast<uint32_t>(std::min<uint64_t>(Phase.DurationUs, ~0u))));
+    pFile->Add(Format("running.%zu.left_us", i),
+               Format("%u", static_cast<uint32_t>(std::min<uint64_t>(LeftUs, ~0u))));
   }
 }
 
 bool Controller::LoadLine(const std::string& sKey, uint32_t Value) {
   const std::vector<std::string> Parts = Split(sKey, '.');
-  if (Parts.size() == 2 && Parts[0] == "option") {
-    for (size_t i = 0; i < words_.size(); i++) {
-      if (Parts[1] == words_[i].sName) {
-        stored_[i] = Value;
-        return true;
-      }
+  if (Parts.size() == 3 && Parts[0] == "running") {
+    return LoadRunning(Parts[2], Value);
+  }
+  if (Parts[0] == "option" &&
+      (Parts.size() == 2 || (Parts.size() == 3 && Parts[2] == "complement"))) {
+    return LoadOption(Parts[1], Parts.size() == 3, Value);
+  }
+  if (Parts.size() != 2) {
+    return false;
+  }
+  if (Parts[0] == "register") {
+    return registers_.LoadLine(Parts[1], Value);
+  }
+  for (KeyLock& Lock : locks_) {
+    if (Parts[0] == "state" && Parts[1] == Lock.Row().sState) {
+      Lock.State = Value;
+      return Value <= KeyLock::DEAD;
     }
-  } else if (Parts.size() == 2 && Parts[0] == "register") {
-    for (int i = 0; i < registers_.Count(); i++) {
-      if (Parts[1] == registers_.Row(i).sName) {
-        registers_[i] = Value;
-        return true;
-      }
-    }
-  } else if (Parts.size() == 2 && Parts[0] == "state") {
-    for (const STATE_ITEM& Item : state_) {
-      if (Parts[1] == Item.sName) {
-        *Item.pValue = Value;
-        return true;
-      }
-    }
-  } else if (Parts.size() == 3 && Parts[0] == "running") {
-    if (Parts[2] == "kind" && Value <= STAY_BUSY) {
-      phases_.push_back({static_cast<PHASE_KIND>(Value), 0});
-      return true;
-    }
-    if (!phases_.empty() && Parts[2] == "argument") {
-      phases_.back().Argument = Value;
-      return true;
-    }
-    if (!phases_.empty() && Parts[2] == "value") {
-      phases_.back().Value = Value;
+  }
+  for (const STATE_ITEM& Item : state_) {
+    if (Parts[0] == "state" && Parts[1] == Item.sName) {
+      *Item.pValue = Value;
       return true;
     }
   }
   return false;
 }
 
-bool CheckSectors(const std::vector<uint32_t>& Sectors, uint32_t NumSectors, std::string* psError) {
-  for (const uint32_t Sector : Sectors) {
-    if (Sector >= NumSectors) {
-      *psError = NumSectors == 0
-                     ? std::string("this device has no such protection")
-                     : Format("sector %u: this device has sectors 0 to %u", Sector, NumSectors - 1);
-      return false;
-    }
+bool Controller::LoadOption(const std::string& sName, bool IsComplement, uint32_t Value) {
+  const int Index = FindWord(sName);
+  if (Index < 0) {
+    return false;
   }
+  STORED& Each    = stored_[static_cast<size_t>(Index)];
+  Each.Complement = IsComplement ? Value : ~Value;
+  Each.Value      = IsComplement ? Each.Value : Value;
   return true;
 }
 
-uint32_t SectorMask(const std::vector<uint32_t>& Sectors, bool All, uint32_t NumSectors) {
-  if (All) {
-    return NumSectors >= 32 ? ~0u : (1u << NumSectors) - 1;
+bool Controller::LoadRunning(const std::string& sWhat, uint32_t Value) {
+  const uint64_t Us = Value == ~0u ? FOREVER : Value;
+  if (sWhat == "kind" && Value <= STAY_BUSY) {
+    phases_.push_back({static_cast<PHASE_KIND>(Value), 0});
+    return true;
   }
-  uint32_t Mask = 0;
-  for (const uint32_t Sector : Sectors) {
-    Mask |= 1u << Sector;
+  if (phases_.empty()) {
+    return false;
   }
-  return Mask;
+  if (sWhat == "argument") {
+    phases_.back().Argument = Value;
+  } else if (sWhat == "value") {
+    phases_.back().Value = Value;
+  } else if (sWhat == "us") {
+    phases_.back().DurationUs = Us;
+  } else if (sWhat == "left_us") {
+    leftUs_ = phases_.size() == 1 ? Us : leftUs_;
+  } else {
+    return false;
+  }
+  return true;
 }
 
 }  // namespace sim

@@ -1,7 +1,11 @@
 // sim/controller.h
 //
 // The flash controller of a device: its registers, key locks, running operations, option bytes and
-// the protection they give. One class per kind of controller; this is what they share.
+// the protection they give. What all kinds share is here; a folder per kind (sim/f1, sim/f4, ...)
+// derives from it and adds the rules of that kind.
+//
+// A controller sees the rest of the device through Surroundings only. It never waits: the bus asks
+// MustWait before an access and lets the time pass itself, so a debugger can see the wait.
 
 #ifndef SIM_CONTROLLER_H
 #define SIM_CONTROLLER_H
@@ -9,18 +13,41 @@
 #include <stdint.h>
 
 #include <deque>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "silicon/device.h"
 #include "sim/keyfile.h"
+#include "sim/lock.h"
 #include "sim/memory.h"
 #include "sim/registers.h"
+#include "sim/variants.h"
 
 namespace sim {
 
-class Device;
+struct CREATE_REQUEST;
+struct CAPABILITIES;
+
+// What a controller needs of the device around it.
+class Surroundings {
+ public:
+  virtual ~Surroundings()                           = default;
+  virtual MemorySet&      Memories()                = 0;
+  virtual const Variants& Switches() const          = 0;
+  virtual bool            HsiRuns() const           = 0;  // the clock that times F1 operations
+  virtual void            Event(const std::string&) = 0;  // for the trace
+  virtual void            Changed()                 = 0;  // something that has to be on disk
+  // A reset from within, such as that of OBL_LAUNCH; the core runs afterwards.
+  virtual void ResetFromWithin(const char* sCause) = 0;
+};
+
+// -- Operations ----------------------------------------------------------------------------------
+
+struct TIME {
+  uint64_t TypicalUs;
+  uint64_t LongestUs;
+};
 
 // What the controller is doing while it is busy: one step after the other.
 enum PHASE_KIND {
@@ -41,31 +68,30 @@ struct PHASE {
 
 static const uint64_t FOREVER = UINT64_MAX;
 
-// An option word as it is stored. Address is where the bus shows it, 0 when it does not.
-struct OPTION_WORD {
-  const char* sName;
-  uint32_t    Address;  // 0: written through a register only
-  uint32_t    Factory;
-  const char* sFields;
+static const uint32_t POWER_ON_MV = 1700;  // below, every device is held in reset
+
+// -- The bus -------------------------------------------------------------------------------------
+
+enum AREA { REGISTERS, OPTION_AREA, MEMORY_AREA };
+
+struct ACCESS {
+  AREA          Area;
+  bool          IsWrite;
+  uint32_t      Address;  // in a memory: the place, see Place
+  const Memory* pMemory;  // of MEMORY_AREA only
 };
 
-// The state that a new device shall be in; what is not given is as delivered.
-struct CREATE_REQUEST {
-  std::optional<uint32_t> Level;  // 0, 1 or 2
-  std::optional<uint32_t> Rdp;    // or the byte itself
-  bool                    WrpAll = false;
-  std::vector<uint32_t>   Wrp;  // write-protected sectors
-  bool                    PcropAll = false;
-  std::vector<uint32_t>   Pcrop;     // sectors that can only be executed
-  std::optional<uint32_t> PcropRdp;  // whether unprotecting wipes them, where there is a choice
-  bool                    Secure = false;
-  std::optional<uint32_t> User;       // user option bits, in their place in the option word
-  std::string             sMismatch;  // "rdp" or "user": that value's complement is wrong
-};
+enum WATCHDOG { INDEPENDENT, WINDOW, NUM_WATCHDOGS };
+
+// Whether the write that starts a reload of the options is itself answered.
+extern const VARIANT_ROW OBL_TRANSFER_FAILS;
+// Common to all devices.
+extern const VARIANT_ROW TIMING_MAX;
 
 class Controller {
  public:
-  Controller(Device& Owner, std::span<const REGISTER> Table, std::vector<OPTION_WORD> Words);
+  Controller(Surroundings& Around, const silicon::DEVICE& Facts, uint32_t Base,
+             std::span<const REGISTER> Registers, std::span<const LOCK_ROW> Locks);
   virtual ~Controller()                    = default;
   Controller(const Controller&)            = delete;
   Controller& operator=(const Controller&) = delete;
@@ -75,9 +101,11 @@ class Controller {
   void         PowerOff();
   void         SystemReset();
 
-  // -- Bus. The access is known to hit a register or the option area. False: the transfer failed.
-  virtual bool ReadRegister(int Index, uint32_t Size, uint32_t* pValue);
-  virtual bool WriteRegister(int Index, uint32_t Size, uint32_t Value) = 0;
+  // -- Bus. The access is known to hit a register (by its offset), the option area or a memory, and
+  // to be ready. False: the transfer failed.
+  virtual bool MustWait(const ACCESS& Access) const;  // while the controller is busy
+  virtual bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue);
+  virtual bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) = 0;
   // Where nothing else is said the option bytes are seen through the registers only.
   virtual bool InOptionArea(uint32_t Address) const;
   virtual bool ReadOptionArea(uint32_t Address, uint32_t* pWord);
@@ -86,84 +114,136 @@ class Controller {
   virtual bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value);
   // A read of a memory at the level in force. *pValue holds the content and may be changed.
   virtual bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue);
-  // Where in a memory an address of the bus is found; all other functions are told that place.
+  // Where in a memory an address of the bus is found; all other functions are given that place.
   virtual uint32_t Place(const Memory& Source, uint32_t Address) const;
 
   // -- Protection in force
-  virtual int  Level() const              = 0;
-  virtual bool WatchdogByHardware() const = 0;
+  virtual int      Level() const = 0;
+  virtual bool     StartsWatchdog(WATCHDOG Which) const;  // by an option
+  virtual uint32_t BrownOutMv() const;                    // the device resets below this voltage
 
   // -- Running operations
-  bool     Busy() const { return !phases_.empty(); }
-  uint64_t TimeLeftUs() const { return phases_.empty() ? FOREVER : leftUs_; }
-  uint64_t PhaseUs() const { return phases_.empty() ? 0 : phases_.front().DurationUs; }
-  void     Pass(uint64_t Us);
-  void     FinishAll();
-  // Behind the running operation, or else the next one, the controller stays busy for so much
-  // longer (FOREVER: it never ends).
+  bool         Busy() const { return !phases_.empty(); }
+  const PHASE* Running() const { return phases_.empty() ? nullptr : &phases_.front(); }
+  std::string  RunningText() const;  // "mass erase"; "" when nothing runs
+  uint64_t     TimeLeftUs() const { return phases_.empty() ? FOREVER : leftUs_; }
+  uint64_t     PhaseUs() const { return phases_.empty() ? 0 : phases_.front().DurationUs; }
+  void         Pass(uint64_t Us);
+  void         FinishAll();
+  // After the running operation, or else the next one, the controller stays busy for so much longer
+  // (FOREVER: it never ends).
   void HoldBusy(uint64_t Us);
   // What runs is about addresses that exist: not so when a file was edited.
   bool RunsInPlace() const;
 
-  // -- Option bytes as they are stored
-  const std::vector<OPTION_WORD>& Words() const { return words_; }
-  uint32_t Stored(int Index) const { return stored_[static_cast<size_t>(Index)]; }
-  // The word as the loader takes it: complement checked, defaults where it does not match.
+  // -- Option words (options.cpp). Index is that of the device's row in silicon/.
+  int                         NumWords() const { return static_cast<int>(stored_.size()); }
+  const silicon::OPTION_WORD& Word(int Index) const;
+  uint32_t                    Stored(int Index) const;
+  // Whether value and complement belong together.
+  virtual bool Matches(int Index) const;
+  // The stored word as the loader takes it: defaults where the complement does not match.
   virtual uint32_t Effective(int Index) const { return Stored(Index); }
+  // The word in force, in the places of the stored one.
+  virtual uint32_t Loaded(int Index) const;
+  int              StoredLevel() const;
+  // The level a stored byte stands for.
+  int LevelOfByte(uint32_t Rdp) const;
+  // What the device reports about its options itself, such as "OPTVERR"; "" when all is well.
+  virtual std::string LoadError() const { return ""; }
   // Remarks for people on what is stored or in force, "" when there are none.
   virtual std::string Remarks() const { return ""; }
-  virtual int         StoredLevel() const                                            = 0;
-  virtual bool        Configure(const CREATE_REQUEST& Request, std::string* psError) = 0;
   // These bits of a stored option word will not take another value.
   void SetStuckBits(int Index, uint32_t Mask, uint32_t Value);
+  int  FindWord(const std::string& sName) const;  // -1 when there is none
 
-  RegisterFile&       Registers() { return registers_; }
-  const RegisterFile& Registers() const { return registers_; }
-  const REGISTER*     Describe(uint32_t Address) const;
+  // -- A new device in a given state (request.cpp). False with *psError when it cannot be so.
+  bool Configure(const CREATE_REQUEST& Request, std::string* psError);
+
+  // -- Names
+  const silicon::DEVICE& Facts() const { return facts_; }
+  RegisterFile&          Registers() { return registers_; }
+  const RegisterFile&    Registers() const { return registers_; }
+  // Row of the register or option word at the address; nullptr when it is neither.
+  const REGISTER* Describe(uint32_t Address) const;
+  // What a write of a key register meant; nullptr at other addresses.
+  const char* NameOfKey(uint32_t Address, uint32_t Value) const;
 
   void SaveTo(KeyFile* pFile, bool WithRegisters) const;
   bool LoadLine(const std::string& sKey, uint32_t Value);
 
  protected:
-  virtual void OnSystemReset() = 0;
-  void         Start(const std::vector<PHASE>& Phases);
-  // A key is written to the lock behind this register's bit. False when the sequence is spoilt.
-  bool         TakeKey(KeyLock* pLock, uint32_t Key, int Register, uint32_t LockBit);
+  // -- What a kind of controller says of itself
+  virtual void OnSystemReset()                 = 0;
   virtual void FinishPhase(const PHASE& Phase) = 0;
-  virtual void AbortPhase(const PHASE& Phase)  = 0;
-  void         Store(int Index, uint32_t Value);
-  // The option word that is written at this address; -1 when there is none.
+  // The phase ended before its time, after so many thousandths of it.
+  virtual void CutPhase(const PHASE& Phase, uint32_t DonePerMille) = 0;
+  // What can be asked for when a device is created, and the protection that was asked for; the
+  // request has been checked.
+  virtual CAPABILITIES Can() const                                                  = 0;
+  virtual bool         Protect(const CREATE_REQUEST& Request, std::string* psError) = 0;
+  virtual uint32_t     Delivered(int Index) const { return Word(Index).Factory; }
+
+  // -- Shared steps
+  bool     Is(const VARIANT_ROW& Row) const { return around_.Switches()[Row]; }
+  uint64_t Us(const TIME& Time) const;  // typical, or longest where that is chosen
+  void     Start(const std::vector<PHASE>& Phases);
+
+  // Registers at their reset values, locks closed.
+  void ResetRegisters();
+  // The lock whose keys the register takes, -1 when it takes none.
+  int LockAt(uint32_t Offset) const;
+  // A key is written, the control register follows. False when the sequence is spoilt.
+  bool     WriteKey(int Lock, uint32_t Key);
+  void     CloseLock(int Lock);
+  bool     IsOpen(int Lock) const { return locks_[static_cast<size_t>(Lock)].IsOpen(); }
+  KeyLock& Lock(int Lock) { return locks_[static_cast<size_t>(Lock)]; }
+
+  // An option word is stored; its complement, where the hardware keeps one apart, follows.
+  void Store(int Index, uint32_t Value);
+  // A value gets the complement that this word has.
+  uint32_t WithComplement(int Index, uint32_t Value) const;
+  // The option word at this address; -1 when there is none.
   int IndexOfWord(uint32_t Address) const;
-  // Registers further values that are state and no register; the pointer must stay valid.
+  // The registers that show this word take the value.
+  void ShowLoaded(int Index, uint32_t Value);
+
+  // Further values that are state and not in a register; the pointer must stay valid.
   void State(const char* sName, uint32_t* pValue) { state_.push_back({sName, pValue}); }
 
-  Device&                  owner_;
-  RegisterFile             registers_;
-  std::vector<OPTION_WORD> words_;
-  std::vector<REGISTER>    wordRows_;  // for Describe
+  MemorySet& AllMemories() const { return around_.Memories(); }
+  Memory&    MainFlash() const { return *around_.Memories().Find(MAIN_FLASH); }
+
+  Surroundings&          around_;
+  const silicon::DEVICE& facts_;
+  RegisterFile           registers_;
 
  private:
   struct STATE_ITEM {
     const char* sName;
     uint32_t*   pValue;
   };
-  struct STUCK {
-    uint32_t Mask, Value;
+  struct STORED {
+    uint32_t Value;
+    uint32_t Complement;  // of IN_NEXT_WORD
+    uint32_t StuckMask;
+    uint32_t StuckValue;
   };
 
-  void AbortRunning();
+  void CutRunning();
+  void ShowLock(const KeyLock& Lock);
+  bool LoadRunning(const std::string& sWhat, uint32_t Value);
+  bool LoadOption(const std::string& sName, bool IsComplement, uint32_t Value);
+  bool SpoilComplement(int Index, uint32_t Bit);
 
-  std::vector<uint32_t>   stored_;
-  std::vector<STUCK>      stuck_;
+  std::vector<KeyLock>    locks_;
+  std::vector<STORED>     stored_;
+  std::vector<REGISTER>   wordRows_;  // for Describe
   std::vector<STATE_ITEM> state_;
   std::deque<PHASE>       phases_;
   uint64_t                leftUs_ = 0;
   uint64_t                hold_   = 0;  // added to the next operation
 };
-
-// True when every sector in the list is below the limit; else *psError says which is not.
-bool CheckSectors(const std::vector<uint32_t>& Sectors, uint32_t NumSectors, std::string* psError);
-uint32_t SectorMask(const std::vector<uint32_t>& Sectors, bool All, uint32_t NumSectors);
 
 }  // namespace sim
 

@@ -6,81 +6,80 @@
 
 namespace sim {
 
-const VARIANT_ROW VariantTable[NUM_VARIANTS] = {
-    {"timing_max", 0, "1: operations take their longest time, not the typical one"},
-    {"unassigned_faults", 1, "0: an address where nothing is takes writes and reads 0"},
-    {"obl_transfer_fails", 0, "1: the write that starts a reload is answered with a fault"},
-    {"f0_dbgmcu_gated", 1, "0: DBGMCU of F0 and L0 answers without its clock enabled"},
-    {"f1_unprotect_needs_power_on", 0, "1: F1 flash stays unreadable until power-on"},
-    {"f3_load_on_reset", 1, "0: F3 loads options at power-on and OBL_LAUNCH only"},
-    {"f4_level_at_once", 1, "0: F2/F4/F7 judge by the level loaded at reset"},
-    {"f4_optkey_bus_error", 0, "1: a wrong key in FLASH_OPTKEYR is a failed transfer"},
-    {"l0_spare_words_writable", 1, "0: unused words of the L0 option page read as ones"},
-    {"l0_l1_refuse_pcrop_clear", 0, "1: at level 0 every write that would lift PCROP is refused"},
-    {"l1_erratum_mass_erase", 0, "1: L1 mass-erases when level 0 is written at level 0"},
-    {"h7_prg_reloaded_on_reset", 1, "0: H7 _PRG registers keep their values over a reset"},
-    {"h7_error_cleared_on_reset", 0, "1: a reset clears H7 OPTCHANGEERR"},
-    {"h7_delivered_by_manual", 0, "1: H7 comes with ST_RAM_SIZE 0 and DMES 0, as printed"},
-};
+const VARIANT_ROW UNASSIGNED_FAULTS = {
+    .sName   = "unassigned_faults",
+    .Default = true,
+    .sText   = "an address where nothing is takes writes and reads 0"};
+const VARIANT_ROW F0_DBGMCU_GATED = {
+    .sName   = "f0_dbgmcu_gated",
+    .Default = true,
+    .sText   = "DBGMCU of F0 and L0 answers without its clock enabled"};
+
+static const VARIANT_ROW* const apCommonVariants[] = {&TIMING_MAX, &UNASSIGNED_FAULTS};
+static const VARIANT_ROW* const apGateVariants[]   = {&F0_DBGMCU_GATED};
 
 static const uint32_t RCC_CR_HSION  = 1u << 0;
 static const uint32_t RCC_CR_HSIRDY = 1u << 1;
 
-Device::Device(const DEVICE_ROW& Row) : row_(&Row), system_(Row.pSystem->Registers) {
-  for (const VARIANT_ROW& Variant : VariantTable) {
-    variants_.push_back(Variant.Default);
+static const char* const aWatchdogNames[NUM_WATCHDOGS] = {"watchdog", "window watchdog"};
+
+Device::Device(const DEVICE_ROW& Row)
+    : row_(&Row), system_(0, Row.pSystem->Registers), memories_(Row.pFacts->Memory) {
+  variants_.Add(apCommonVariants);
+  if (Row.pSystem->Gate != 0) {
+    variants_.Add(apGateVariants);
   }
-  for (const MEMORY_ROW& MemoryRow : Row.aMemories) {
-    if (MemoryRow.Bytes != 0) {
-      memories_.emplace_back(MemoryRow);
-    }
-  }
-  controller_ = Row.pfMakeController(*this, Row);
+  variants_.Add(Row.Variants);
+  controller_ = Row.pfMakeController(*this);
 }
 
-void Device::Event(const std::string& sText) const {
+void Device::Event(const std::string& sText) {
   if (OnEvent) {
-    OnEvent(sText);
+    OnEvent(nowUs_, sText);
   }
 }
 
 // -- Time ----------------------------------------------------------------------------------------
 
 void Device::AdvanceTo(uint64_t NowUs) {
-  while (powered_ && nowUs_ < NowUs) {
-    const bool Watched = watchdogLeftUs_ != 0 && !WatchdogFrozen();
-    uint64_t   Step    = std::min(NowUs - nowUs_, controller_->TimeLeftUs());
-    if (Watched && CoreFeedsWatchdog()) {
-      StartWatchdog();
-    } else if (Watched) {
-      Step = std::min(Step, watchdogLeftUs_);
-    }
+  while (powered_ && !inReset_ && nowUs_ < NowUs) {
+    const bool     Fed     = FeedsWatchdogs();
+    const uint64_t BitesUs = Fed ? FOREVER : UntilWatchdogUs();
+    const uint64_t Step    = std::min({NowUs - nowUs_, controller_->TimeLeftUs(), BitesUs});
     nowUs_ += Step;
     controller_->Pass(Step);
-    if (Watched && !CoreFeedsWatchdog()) {
-      watchdogLeftUs_ -= std::min(Step, watchdogLeftUs_);
-      if (watchdogLeftUs_ == 0) {
-        watchdogResets_++;
-        SystemReset(false, "watchdog");
-      }
-    }
+    PassOnWatchdogs(Step, Fed);
   }
   nowUs_ = std::max(nowUs_, NowUs);
 }
 
-bool Device::StallUntilReady() {
-  while (controller_->Busy()) {
-    const uint64_t Left = controller_->TimeLeftUs();
-    if (Left == FOREVER) {
+uint64_t Device::StallUs(uint32_t Address, bool IsWrite) const {
+  const PLACE Place = PlaceOf(Address & ~3u);
+  if (!controller_->Busy() || Place.Kind == NOWHERE || !DebugPortAnswers()) {
+    return 0;
+  }
+  const bool   InMemory = Place.Kind == MEMORY;
+  const ACCESS Access   = {
+        .Area    = InMemory                ? MEMORY_AREA
+                   : Place.Kind == OPTIONS ? OPTION_AREA
+                                           : REGISTERS,
+        .IsWrite = IsWrite,
+        .Address = InMemory ? controller_->Place(*Place.pMemory, Address) : Address,
+        .pMemory = Place.pMemory};
+  if (Place.Kind == SYSTEM_REGISTER || Place.Kind == SIZE_REGISTER ||
+      !controller_->MustWait(Access)) {
+    return 0;
+  }
+  return std::max<uint64_t>(controller_->TimeLeftUs(), 1);
+}
+
+bool Device::WaitForBus(uint32_t Address, bool IsWrite) {
+  while (const uint64_t Us = StallUs(Address, IsWrite)) {
+    if (Us == FOREVER) {
       return false;
     }
-    stalledUs_ += Left;
-    // At least one pass, so that an operation with nothing left to do ends.
-    if (Left == 0) {
-      controller_->Pass(0);
-    } else {
-      AdvanceTo(nowUs_ + Left);
-    }
+    stalledUs_ += Us;
+    AdvanceTo(nowUs_ + Us);
   }
   return true;
 }
@@ -91,23 +90,71 @@ uint64_t Device::TakeStalledUs() {
   return Us;
 }
 
-// -- Watchdog ------------------------------------------------------------------------------------
+// -- Core and watchdogs --------------------------------------------------------------------------
 
-void Device::StartWatchdog() {
-  watchdogLeftUs_ = row_->pSystem->WatchdogUs;
+bool Device::HasProgram() const {
+  for (const Memory& Each : memories_) {
+    if (Each.Row().Kind == MAIN_FLASH) {
+      return controller_->Level() == 0 && Each.WordAt(Each.Row().Base) != Each.Row().Erased;
+    }
+  }
+  return false;
 }
 
-bool Device::WatchdogFrozen() const {
-  const SYSTEM_BLOCK& System = *row_->pSystem;
-  return halted_ && (SystemRegister(System.Freeze) & (1u << System.FreezeBit)) != 0;
+CORE_STATE Device::Core() const {
+  return halted_ ? CORE_HALTED : HasProgram() ? CORE_RUNNING : CORE_LOCKED_UP;
 }
 
-// A program that runs keeps the watchdog quiet. It cannot run where flash is erased, nor at level 1
-// under a debugger.
-bool Device::CoreFeedsWatchdog() {
-  Memory* pFlash = FindMemory(MAIN_FLASH);
-  return !halted_ && controller_->Level() == 0 && !controller_->Busy() &&
-         pFlash->WordAt(pFlash->Row().Base) != pFlash->Row().Erased;
+void Device::HaltCore() {
+  halted_   = powered_ && !inReset_;
+  IsChanged = true;
+}
+
+void Device::RunCore() {
+  halted_   = false;
+  IsChanged = true;
+}
+
+void Device::StartWatchdogs() {
+  for (int i = 0; i < NUM_WATCHDOGS; i++) {
+    const bool Starts  = controller_->StartsWatchdog(static_cast<WATCHDOG>(i));
+    watchdogLeftUs_[i] = Starts ? row_->pSystem->Watchdogs[i].ResetUs : 0;
+  }
+}
+
+// A program that runs keeps the watchdogs quiet.
+bool Device::FeedsWatchdogs() const {
+  return Core() == CORE_RUNNING && !controller_->Busy();
+}
+
+bool Device::IsFrozen(const WATCHDOG_ROW& Watchdog) const {
+  return halted_ && (system_[Watchdog.Freeze] >> Watchdog.Bit & 1) != 0;
+}
+
+uint64_t Device::UntilWatchdogUs() const {
+  uint64_t Us = FOREVER;
+  for (int i = 0; i < NUM_WATCHDOGS; i++) {
+    if (watchdogLeftUs_[i] != 0 && !IsFrozen(row_->pSystem->Watchdogs[i])) {
+      Us = std::min(Us, watchdogLeftUs_[i]);
+    }
+  }
+  return Us;
+}
+
+void Device::PassOnWatchdogs(uint64_t Us, bool Fed) {
+  for (int i = 0; i < NUM_WATCHDOGS; i++) {
+    const WATCHDOG_ROW& Row    = row_->pSystem->Watchdogs[i];
+    uint64_t&           LeftUs = watchdogLeftUs_[i];
+    if (LeftUs == 0 || IsFrozen(Row)) {
+      continue;
+    }
+    LeftUs = Fed ? Row.ResetUs : LeftUs - std::min(Us, LeftUs);
+    if (LeftUs == 0) {
+      watchdogResets_++;
+      SystemReset(false, aWatchdogNames[i]);
+      return;
+    }
+  }
 }
 
 // -- Power and reset -----------------------------------------------------------------------------
@@ -118,23 +165,14 @@ void Device::PowerOn() {
   }
   powered_ = true;
   halted_  = false;
+  inReset_ = false;
   Event("power on");
   system_.ResetAll();
-  const int IdCode = system_.Find(row_->pSystem->IdCode);
-  if (IdCode >= 0) {
-    system_[IdCode] = row_->IdCode;
-  }
-  for (Memory& Ram : memories_) {
-    if (Ram.Row().Kind == SRAM) {
-      Ram.Erase();
-    }
-  }
+  system_[row_->pFacts->pFamily->IdCode] = row_->pFacts->IdCode;
+  memories_.Erase(SRAM);
   controller_->OnPowerOn();
-  watchdogLeftUs_ = 0;
-  if (controller_->WatchdogByHardware()) {
-    StartWatchdog();
-  }
-  Changed = true;
+  StartWatchdogs();
+  IsChanged = true;
 }
 
 void Device::PowerOff() {
@@ -143,29 +181,54 @@ void Device::PowerOff() {
   }
   Event("power off");
   controller_->PowerOff();
-  powered_        = false;
-  watchdogLeftUs_ = 0;
-  Changed         = true;
+  powered_ = false;
+  inReset_ = false;
+  std::fill(std::begin(watchdogLeftUs_), std::end(watchdogLeftUs_), 0);
+  IsChanged = true;
 }
 
-void Device::SystemReset(bool HaltCore, const char* sCause) {
-  if (!powered_) {
-    return;
+// The level at which a brown-out reset comes is an option, which is known once power is on.
+void Device::SetVoltage(uint32_t Millivolts) {
+  if (!powered_ && Millivolts >= POWER_ON_MV) {
+    PowerOn();
   }
+  if (powered_ && Millivolts < std::max(POWER_ON_MV, controller_->BrownOutMv())) {
+    PowerOff();
+  }
+}
+
+void Device::ResetCircuit(bool HaltCore, const char* sCause) {
   Event(std::string("system reset (") + sCause + ")");
   halted_ = HaltCore;
-  for (int i = 0; i < system_.Count(); i++) {
-    const uint32_t Address = system_.Row(i).Address;
-    if (Address < row_->pSystem->DebugFirst || Address > row_->pSystem->DebugLast) {
-      system_[i] = system_.Row(i).Reset;
+  for (const REGISTER& Row : system_.Rows()) {
+    if (!IsDebugRegister(Row.Address)) {
+      system_[Row.Address] = Row.Reset;
     }
   }
   controller_->SystemReset();
-  watchdogLeftUs_ = 0;
-  if (controller_->WatchdogByHardware()) {
-    StartWatchdog();
+  StartWatchdogs();
+  IsChanged = true;
+}
+
+void Device::SystemReset(bool HaltCore, const char* sCause) {
+  if (powered_) {
+    ResetCircuit(HaltCore, sCause);
   }
-  Changed = true;
+}
+
+void Device::HoldReset(const char* sCause) {
+  if (powered_ && !inReset_) {
+    ResetCircuit(false, sCause);
+    inReset_ = true;
+  }
+}
+
+void Device::ReleaseReset(bool HaltCore) {
+  if (inReset_) {
+    inReset_ = false;
+    halted_  = HaltCore;
+    StartWatchdogs();
+  }
 }
 
 // -- Bus -----------------------------------------------------------------------------------------
@@ -174,20 +237,41 @@ bool Device::DebugPortAnswers() const {
   return powered_ && controller_->Level() < 2;
 }
 
-uint32_t Device::SystemRegister(uint32_t Address) const {
-  const int Index = system_.Find(Address);
-  return Index >= 0 ? system_[Index] : 0;
+bool Device::IsDebugRegister(uint32_t Address) const {
+  return Address >= row_->pSystem->DebugFirst && Address <= row_->pSystem->DebugLast;
 }
 
-bool Device::DebugBlockClocked() const {
+bool Device::IsDebugClocked() const {
   const SYSTEM_BLOCK& System = *row_->pSystem;
-  return System.Gate == 0 || variants_[F0_DBGMCU_GATED] == 0 ||
-         (SystemRegister(System.Gate) & (1u << System.GateBit)) != 0;
+  return System.Gate == 0 || !variants_[F0_DBGMCU_GATED] ||
+         (system_[System.Gate] >> System.GateBit & 1) != 0;
+}
+
+bool Device::HsiRuns() const {
+  return row_->pSystem->RccCr == 0 || (system_[row_->pSystem->RccCr] & RCC_CR_HSION) != 0;
+}
+
+Device::PLACE Device::PlaceOf(uint32_t Address) const {
+  if (controller_->Registers().RowAt(Address) != nullptr) {
+    return {FLASH_REGISTER};
+  }
+  if (controller_->InOptionArea(Address)) {
+    return {OPTIONS};
+  }
+  for (const Memory& Each : memories_) {
+    if (Each.Contains(Address)) {
+      return {MEMORY, &Each};
+    }
+  }
+  if (system_.RowAt(Address) != nullptr) {
+    return {SYSTEM_REGISTER};
+  }
+  return {Address == (row_->pFacts->pFamily->FlashSize & ~3u) ? SIZE_REGISTER : NOWHERE};
 }
 
 bool Device::Read(uint32_t Address, uint32_t Size, uint32_t* pValue) {
   uint32_t Word = 0;
-  if (Address % Size != 0 || !ReadPart(Address & ~3u, Size, &Word)) {
+  if (Address % Size != 0 || !WaitForBus(Address, false) || !ReadWord(Address & ~3u, Size, &Word)) {
     return false;
   }
   Word >>= 8 * (Address % 4);
@@ -195,103 +279,101 @@ bool Device::Read(uint32_t Address, uint32_t Size, uint32_t* pValue) {
   return true;
 }
 
-bool Device::ReadPart(uint32_t Address, uint32_t Size, uint32_t* pWord) {
-  if (!DebugPortAnswers()) {
+bool Device::ReadWord(uint32_t Address, uint32_t Size, uint32_t* pWord) {
+  if (!DebugPortAnswers() || inReset_) {
     return false;
   }
-  const int Register = controller_->Registers().Find(Address);
-  if (Register >= 0) {
-    return controller_->ReadRegister(Register, Size, pWord);
+  const uint32_t SizeAt = row_->pFacts->pFamily->FlashSize;
+  switch (PlaceOf(Address).Kind) {
+    case FLASH_REGISTER:
+      return controller_->ReadRegister(Address - controller_->Registers().Base(), Size, pWord);
+    case OPTIONS:
+      return controller_->ReadOptionArea(Address, pWord);
+    case MEMORY:
+      return ReadMemory(Address, pWord);
+    case SYSTEM_REGISTER:
+      // The identity answers without the clock of the block.
+      *pWord =
+          IsDebugRegister(Address) && Address != row_->pFacts->pFamily->IdCode && !IsDebugClocked()
+              ? 0
+              : system_[Address];
+      return true;
+    case SIZE_REGISTER:
+      *pWord = Merge(0xFFFFFFFF, SizeAt, 2, row_->pFacts->Memory[0].Bytes / silicon::KB);
+      return true;
+    default:
+      *pWord = 0;
+      return !variants_[UNASSIGNED_FAULTS];
   }
-  if (controller_->InOptionArea(Address)) {
-    return controller_->ReadOptionArea(Address, pWord);
-  }
-  for (Memory& Source : memories_) {
-    if (Source.Contains(Address)) {
-      // What can be read at all of flash, is read when the controller is done with it.
-      if (Source.Row().Kind == MAIN_FLASH && controller_->Level() == 0 && !StallUntilReady()) {
-        return false;
-      }
-      const uint32_t Place = controller_->Place(Source, Address);
-      *pWord               = Source.WordAt(Place);
-      return controller_->FilterRead(Source, Place, pWord);
-    }
-  }
-  const int System = system_.Find(Address);
-  if (System >= 0) {
-    const bool IsDebug =
-        Address >= row_->pSystem->DebugFirst && Address <= row_->pSystem->DebugLast;
-    // The identity answers without the clock; what hangs behind it is the freeze registers.
-    *pWord =
-        IsDebug && Address != row_->pSystem->IdCode && !DebugBlockClocked() ? 0 : system_[System];
-    return true;
-  }
-  *pWord = 0;
-  return variants_[UNASSIGNED_FAULTS] == 0;
+}
+
+bool Device::ReadMemory(uint32_t Address, uint32_t* pWord) {
+  Memory&        Source = *memories_.At(Address);
+  const uint32_t Place  = controller_->Place(Source, Address);
+  *pWord                = Source.WordAt(Place);
+  return controller_->FilterRead(Source, Place, pWord);
 }
 
 bool Device::Write(uint32_t Address, uint32_t Size, uint32_t Value) {
-  if (!DebugPortAnswers() || Address % Size != 0) {
+  if (!DebugPortAnswers() || inReset_ || Address % Size != 0 || !WaitForBus(Address, true)) {
     return false;
   }
-  const int Register = controller_->Registers().Find(Address & ~3u);
-  if (Register >= 0) {
-    // A narrow write leaves the other bits as they are, which is not the same as writing them.
-    uint32_t Word = 0;
-    if (Size != 4 && !controller_->ReadRegister(Register, Size, &Word)) {
-      return false;
-    }
-    const REGISTER& Row = controller_->Registers().Row(Register);
-    Word &= ~(Row.ClearByOne | Row.SetOnly);
-    return controller_->WriteRegister(Register, Size, Merge(Word, Address, Size, Value));
+  switch (PlaceOf(Address & ~3u).Kind) {
+    case FLASH_REGISTER:
+      return WriteRegister(Address, Size, Value);
+    case OPTIONS:
+      return controller_->WriteOptionArea(Address, Size, Value);
+    case MEMORY:
+      return WriteMemory(Address, Size, Value);
+    case SYSTEM_REGISTER:
+      return WriteSystem(Address, Size, Value);
+    default:
+      Event("there is nothing at this address");
+      return !variants_[UNASSIGNED_FAULTS];
   }
-  if (controller_->InOptionArea(Address)) {
-    return controller_->WriteOptionArea(Address, Size, Value);
-  }
-  for (Memory& Target : memories_) {
-    if (!Target.Contains(Address)) {
-      continue;
-    }
-    if (Target.Row().Kind == MAIN_FLASH || Target.Row().Kind == EEPROM) {
-      return controller_->WriteMemory(Target, controller_->Place(Target, Address), Size, Value);
-    }
-    uint32_t Ignored = 0;
-    if (!controller_->FilterRead(Target, Address, &Ignored)) {
-      return false;
-    }
-    Target.WordAt(Address) = Merge(Target.WordAt(Address), Address, Size, Value);
-    Changed                = Changed || Target.Row().Kind == BACKUP;
-    return true;
-  }
-  const int System = system_.Find(Address & ~3u);
-  if (System >= 0) {
-    const bool IsDebug =
-        Address >= row_->pSystem->DebugFirst && Address <= row_->pSystem->DebugLast;
-    if (IsDebug && !DebugBlockClocked()) {
-      Event("the write is lost: DBGMCU has no clock");
-      return true;
-    }
-    system_.Write(System, Merge(system_[System], Address, Size, Value));
-    if ((Address & ~3u) == row_->pSystem->RccCr) {
-      uint32_t& RccCr = system_[System];
-      RccCr           = (RccCr & RCC_CR_HSION) ? RccCr | RCC_CR_HSIRDY : RccCr & ~RCC_CR_HSIRDY;
-    }
-    return true;
-  }
-  Event("there is nothing at this address");
-  return variants_[UNASSIGNED_FAULTS] == 0;
 }
 
-// -- Memories ------------------------------------------------------------------------------------
-
-void Device::EraseKind(MEMORY_KIND Kind) {
-  for (Memory& Target : memories_) {
-    if (Target.Row().Kind == Kind) {
-      Target.Erase();
-    }
+// A narrow write leaves the other bits as they are, which is not the same as writing them.
+bool Device::WriteRegister(uint32_t Address, uint32_t Size, uint32_t Value) {
+  const REGISTER& Row    = *controller_->Registers().RowAt(Address & ~3u);
+  const uint32_t  Offset = Row.Address - controller_->Registers().Base();
+  uint32_t        Word   = 0;
+  if (Size != 4 && !controller_->ReadRegister(Offset, Size, &Word)) {
+    return false;
   }
-  Changed = true;
+  Word &= ~(Row.ClearByOne | Row.SetOnly);
+  return controller_->WriteRegister(Offset, Size, Merge(Word, Address, Size, Value));
 }
+
+bool Device::WriteMemory(uint32_t Address, uint32_t Size, uint32_t Value) {
+  Memory& Target = *memories_.At(Address);
+  if (Target.Row().Kind == MAIN_FLASH || Target.Row().Kind == EEPROM) {
+    return controller_->WriteMemory(Target, controller_->Place(Target, Address), Size, Value);
+  }
+  uint32_t Ignored = 0;
+  if (!controller_->FilterRead(Target, Address, &Ignored)) {
+    return false;
+  }
+  Target.WordAt(Address) = Merge(Target.WordAt(Address), Address, Size, Value);
+  IsChanged              = IsChanged || Target.Row().Kind == BACKUP;
+  return true;
+}
+
+bool Device::WriteSystem(uint32_t Address, uint32_t Size, uint32_t Value) {
+  const uint32_t Register = Address & ~3u;
+  if (IsDebugRegister(Register) && !IsDebugClocked()) {
+    Event("the write is lost: DBGMCU has no clock");
+    return true;
+  }
+  system_.Write(Register, Merge(system_[Register], Address, Size, Value));
+  if (Register == row_->pSystem->RccCr) {
+    uint32_t& RccCr = system_[Register];
+    RccCr           = HsiRuns() ? RccCr | RCC_CR_HSIRDY : RccCr & ~RCC_CR_HSIRDY;
+  }
+  return true;
+}
+
+// -- Memories and names --------------------------------------------------------------------------
 
 bool Device::IsFlashErased() const {
   return std::all_of(memories_.begin(), memories_.end(), [](const Memory& Each) {
@@ -299,52 +381,35 @@ bool Device::IsFlashErased() const {
   });
 }
 
-bool Device::HasFlashAt(uint32_t Address) const {
-  return std::any_of(memories_.begin(), memories_.end(), [Address](const Memory& Each) {
-    return (Each.Row().Kind == MAIN_FLASH || Each.Row().Kind == EEPROM) && Each.Contains(Address);
-  });
+const REGISTER* Device::Describe(uint32_t Address) const {
+  const REGISTER* pRow = system_.RowAt(Address);
+  return pRow != nullptr ? pRow : controller_->Describe(Address);
 }
 
-Memory* Device::FindMemory(MEMORY_KIND Kind) {
-  for (Memory& Each : memories_) {
-    if (Each.Row().Kind == Kind) {
-      return &Each;
+std::optional<uint32_t> Device::AddressOf(const std::string& sName) const {
+  for (const std::span<const REGISTER> Rows : {controller_->Registers().Rows(), system_.Rows()}) {
+    for (const REGISTER& Row : Rows) {
+      if (sName == Row.sName || "FLASH_" + sName == Row.sName) {
+        return Row.Address;
+      }
     }
   }
-  return nullptr;
-}
-
-const REGISTER* Device::Describe(uint32_t Address) const {
-  const int System = system_.Find(Address);
-  return System >= 0 ? &system_.Row(System) : controller_->Describe(Address);
+  const int Word = controller_->FindWord(sName);
+  return Word >= 0 && controller_->Word(Word).Stored != 0
+             ? std::optional(controller_->Word(Word).Stored)
+             : std::nullopt;
 }
 
 // -- State ---------------------------------------------------------------------------------------
 
-bool Device::SetVariant(const std::string& sName, uint32_t Value) {
-  for (size_t i = 0; i < NUM_VARIANTS; i++) {
-    if (sName == VariantTable[i].sName) {
-      variants_[i] = Value;
-      return true;
-    }
-  }
-  return false;
-}
-
 void Device::SaveTo(KeyFile* pFile) const {
-  pFile->Add("device", row_->sName);
+  pFile->Add("device", Name());
   pFile->Add("powered", powered_ ? "1" : "0");
-  for (size_t i = 0; i < NUM_VARIANTS; i++) {
-    if (variants_[i] != VariantTable[i].Default) {
-      pFile->Add(std::string("variant.") + VariantTable[i].sName, Format("%u", variants_[i]));
-    }
-  }
+  variants_.SaveTo(pFile);
   controller_->SaveTo(pFile, powered_);
   if (powered_) {
     pFile->Add("core.halted", halted_ ? "1" : "0");
-    for (int i = 0; i < system_.Count(); i++) {
-      pFile->Add(std::string("register.") + system_.Row(i).sName, Format("0x%08X", system_[i]));
-    }
+    system_.SaveTo(pFile);
   }
   for (const Memory& Each : memories_) {
     if (Each.Row().Kind != SRAM) {
@@ -353,51 +418,44 @@ void Device::SaveTo(KeyFile* pFile) const {
   }
 }
 
+bool Device::LoadLine(const std::string& sKey, const std::string& sValue) {
+  const std::vector<std::string> Parts = Split(sKey, '.');
+  uint32_t                       Value = 0;
+  if (sKey == "device" || Parts[0] == "probe") {
+    return true;  // not the device's own
+  }
+  if (Parts[0] == "memory" && Parts.size() == 3) {
+    return std::any_of(memories_.begin(), memories_.end(), [&](Memory& Each) {
+      return Parts[1] == Each.Row().sName && Each.LoadLine(Parts[2], sValue);
+    });
+  }
+  if (!ParseU32(sValue, &Value)) {
+    return false;
+  }
+  if (sKey == "powered" || sKey == "core.halted") {
+    (sKey == "powered" ? powered_ : halted_) = Value != 0;
+    return Value <= 1;
+  }
+  if (Parts[0] == "variant" && Parts.size() == 2) {
+    return SetVariant(Parts[1], Value);
+  }
+  return controller_->LoadLine(sKey, Value) ||
+         (Parts[0] == "register" && Parts.size() == 2 && system_.LoadLine(Parts[1], Value));
+}
+
 bool Device::LoadFrom(const KeyFile& File, std::string* psError) {
   for (const auto& [sKey, sValue] : File.Lines()) {
-    const std::vector<std::string> Parts = Split(sKey, '.');
-    bool                           Good  = false;
-    uint32_t                       Value = 0;
-    if (Parts[0] == "memory" && Parts.size() == 3) {
-      for (Memory& Each : memories_) {
-        Good = Good || (Parts[1] == Each.Row().sName && Each.LoadLine(Parts[2], sValue));
-      }
-    } else if (sKey == "device" || Parts[0] == "probe") {
-      Good = true;  // not the device's own
-    } else if (ParseU32(sValue, &Value)) {
-      if (sKey == "powered") {
-        powered_ = Value != 0;
-        Good     = true;
-      } else if (sKey == "core.halted") {
-        halted_ = Value != 0;
-        Good    = true;
-      } else if (Parts[0] == "variant" && Parts.size() == 2) {
-        Good = SetVariant(Parts[1], Value);
-      } else {
-        Good = controller_->LoadLine(sKey, Value);
-        for (int i = 0; i < system_.Count() && !Good && Parts[0] == "register"; i++) {
-          if (Parts.size() == 2 && Parts[1] == system_.Row(i).sName) {
-            system_[i] = Value;
-            Good       = true;
-          }
-        }
-      }
-    }
-    if (!Good) {
-      *psError =
-          Format("\"%s = %s\" means nothing for a %s", sKey.c_str(), sValue.c_str(), row_->sName);
+    if (!LoadLine(sKey, sValue)) {
+      *psError = Format("\"%s = %s\" means nothing for a %s", sKey.c_str(), sValue.c_str(), Name());
       return false;
     }
   }
   if (!controller_->RunsInPlace()) {
-    *psError = Format("\"running\" programs an address that a %s does not have", row_->sName);
+    *psError = Format("\"running\" programs an address that a %s does not have", Name());
     return false;
   }
   if (powered_) {
-    controller_->FinishAll();
-    if (controller_->WatchdogByHardware()) {
-      StartWatchdog();
-    }
+    StartWatchdogs();
   }
   return true;
 }

@@ -1,10 +1,11 @@
 // sim/device.h
 //
 // One STM32 as a debugger meets it: memories, the registers around the flash controller, reset,
-// power and the watchdog. The flash controller, which differs most between families, is behind
-// controller.h.
+// power, the core and the watchdogs. The flash controller, which differs most between families, is
+// behind controller.h.
 //
-// Time is in microseconds of the device's own clock and moves only through AdvanceTo.
+// Time is in microseconds of the device's own clock and moves only through AdvanceTo, Read and Write.
+// Not thread-safe: one caller at a time.
 
 #ifndef SIM_DEVICE_H
 #define SIM_DEVICE_H
@@ -13,7 +14,7 @@
 
 #include <functional>
 #include <memory>
-#include <span>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,143 +22,162 @@
 #include "sim/keyfile.h"
 #include "sim/memory.h"
 #include "sim/registers.h"
+#include "sim/variants.h"
 
 namespace sim {
 
+// -- Rows of data --------------------------------------------------------------------------------
+
+struct WATCHDOG_ROW {
+  uint64_t ResetUs = 0;  // from its start to its reset; 0: this family has none that options start
+  uint32_t Freeze  = 0;  // the register and the bit that stop it while the core is halted
+  uint32_t Bit     = 0;
+};
+
 // The registers outside the flash controller that matter here: DBGMCU and RCC.
 struct SYSTEM_BLOCK {
-  std::span<const REGISTER> Registers;
-  uint32_t                  IdCode;      // address of DBGMCU_IDCODE
-  uint32_t                  DebugFirst;  // DBGMCU: reset by power-on only
-  uint32_t                  DebugLast;
-  uint32_t Freeze;  // register and bit that stop the watchdog while the core is halted
-  uint32_t FreezeBit;
-  uint32_t Gate;  // clock enable of DBGMCU: 0 when it is always on
-  uint32_t GateBit;
-  uint32_t RccCr;       // bit 1 (HSIRDY) follows bit 0 (HSION)
-  uint64_t WatchdogUs;  // from reset to the independent watchdog's reset
+  std::span<const REGISTER> Registers                = {};
+  uint32_t                  DebugFirst               = 0;  // DBGMCU: reset by power-on only
+  uint32_t                  DebugLast                = 0;
+  uint32_t                  Gate                     = 0;  // clock enable of DBGMCU; 0: always on
+  uint32_t                  GateBit                  = 0;
+  uint32_t                  RccCr                    = 0;  // HSIRDY follows HSION; 0: not modelled
+  WATCHDOG_ROW              Watchdogs[NUM_WATCHDOGS] = {};
 };
 
+// A device that can be on a bench. Rows are made by DeviceRows in catalog.h.
 struct DEVICE_ROW {
-  const char*         sName;
-  const char*         sText;
-  uint32_t            IdCode;
-  const SYSTEM_BLOCK* pSystem;
-  MEMORY_ROW          aMemories[6];
-  std::unique_ptr<Controller> (*pfMakeController)(Device& Owner, const DEVICE_ROW& Row);
+  const silicon::DEVICE* pFacts  = nullptr;
+  const SYSTEM_BLOCK*    pSystem = nullptr;
+  VARIANT_ROWS           Variants;  // of its family
+  std::unique_ptr<Controller> (*pfMakeController)(Surroundings& Around) = nullptr;
 };
 
-// Questions that the manuals leave open, or answer in two ways: each is a switch with a default.
-// Devices of all kinds carry all of them; most mean something to one family only.
-struct VARIANT_ROW {
-  const char* sName;
-  uint32_t    Default;
-  const char* sText;
-};
+// Whether empty addresses fault, and whether DBGMCU of F0 and L0 needs its clock.
+extern const VARIANT_ROW UNASSIGNED_FAULTS, F0_DBGMCU_GATED;
 
-enum VARIANT {
-  TIMING_MAX,
-  UNASSIGNED_FAULTS,
-  OBL_TRANSFER_FAILS,
-  F0_DBGMCU_GATED,
-  F1_UNPROTECT_NEEDS_POWER_ON,
-  F3_LOAD_ON_RESET,
-  F4_LEVEL_AT_ONCE,
-  F4_OPTKEY_BUS_ERROR,
-  L0_SPARE_WORDS_WRITABLE,
-  L0_L1_REFUSE_PCROP_CLEAR,
-  L1_ERRATUM_MASS_ERASE,
-  H7_PRG_RELOADED_ON_RESET,
-  H7_ERROR_CLEARED_ON_RESET,
-  H7_DELIVERED_BY_MANUAL,
-  NUM_VARIANTS
-};
+// -- A device ------------------------------------------------------------------------------------
 
-extern const VARIANT_ROW VariantTable[NUM_VARIANTS];
+// LOCKED_UP: it runs, but there is no program that it could run: flash erased, or level 1 with a
+// debugger attached.
+enum CORE_STATE { CORE_RUNNING, CORE_HALTED, CORE_LOCKED_UP };
 
-class Device {
+class Device : private Surroundings {
  public:
   explicit Device(const DEVICE_ROW& Row);
 
-  const DEVICE_ROW& Row() const { return *row_; }
-  Controller&       Flash() { return *controller_; }
-  const Controller& Flash() const { return *controller_; }
+  const DEVICE_ROW&      Row() const { return *row_; }
+  const silicon::DEVICE& Facts() const { return *row_->pFacts; }
+  const char*            Name() const { return row_->pFacts->sName; }
+  Controller&            Flash() { return *controller_; }
+  const Controller&      Flash() const { return *controller_; }
 
   // -- Time
   void     AdvanceTo(uint64_t NowUs);
   uint64_t NowUs() const { return nowUs_; }
-  // The bus waits until the flash controller is ready. False when that never happens.
-  bool StallUntilReady();
-  // Time that the bus has waited since the last call.
-  uint64_t TakeStalledUs();
 
-  // -- Power and reset
+  // -- Power. Off and on again below and above the voltages at which the device resets itself.
   void PowerOn();
   void PowerOff();
   bool IsPowered() const { return powered_; }
-  // Pin reset by the probe, or a reset from within.
-  void SystemReset(bool HaltCore, const char* sCause);
-  bool CoreHalted() const { return halted_; }
-  int  WatchdogResets() const { return watchdogResets_; }
+  void SetVoltage(uint32_t Millivolts);
 
-  // -- The debugger's bus. Size is 1, 2 or 4 bytes, the address a multiple of it. False: the
-  // transfer failed.
+  // -- Reset. By a pulse, or held for as long as the caller likes; while it is held neither core nor
+  // watchdog runs and the bus answers no access.
+  void SystemReset(bool HaltCore, const char* sCause);
+  void HoldReset(const char* sCause);
+  void ReleaseReset(bool HaltCore);
+  bool IsInReset() const { return inReset_; }
+
+  // -- Core
+  CORE_STATE Core() const;
+  bool       CoreHalted() const { return halted_; }
+  void       HaltCore();
+  void       RunCore();
+  int        WatchdogResets() const { return watchdogResets_; }
+
+  // -- The debugger's bus. Size is 1, 2 or 4 bytes; an address that is no multiple of it fails.
+  // False: the transfer failed.
   bool DebugPortAnswers() const;
+  // How long the bus makes this access wait at least: 0 when it is done at once, FOREVER when it
+  // never is. A wire that can answer "wait" asks this first and lets time pass itself.
+  uint64_t StallUs(uint32_t Address, bool IsWrite) const;
+  // These wait as long as the bus does; the device's time moves on meanwhile.
   bool Read(uint32_t Address, uint32_t Size, uint32_t* pValue);
   bool Write(uint32_t Address, uint32_t Size, uint32_t Value);
+  // Time that the bus has waited since the last call.
+  uint64_t TakeStalledUs();
 
   // -- Memories
-  std::vector<Memory>& Memories() { return memories_; }
-  void                 EraseKind(MEMORY_KIND Kind);
-  bool                 IsFlashErased() const;  // flash and EEPROM
-  Memory*              FindMemory(MEMORY_KIND Kind);
-  // Whether flash or EEPROM is at the address.
-  bool HasFlashAt(uint32_t Address) const;
+  MemorySet&       Memories() override { return memories_; }
+  const MemorySet& Memories() const { return memories_; }
+  bool             IsFlashErased() const;  // flash and EEPROM
 
-  // -- Names
-  // Table row of the register or option word at the address; NULL when it is neither.
+  // Row of the register or option word at the address; nullptr when it is neither.
   const REGISTER* Describe(uint32_t Address) const;
+  // The reverse, by the whole name or without its "FLASH_".
+  std::optional<uint32_t> AddressOf(const std::string& sName) const;
 
   // -- State
   // SaveTo writes all that outlives a connection; registers only while the device has power.
-  // LoadFrom leaves the device as it was saved; what was running is finished by then.
+  // LoadFrom leaves the device as it was saved, with what was running still to be done.
   void SaveTo(KeyFile* pFile) const;
   bool LoadFrom(const KeyFile& File, std::string* psError);
 
-  uint32_t Variant(VARIANT Which) const { return variants_[Which]; }
-  bool     SetVariant(const std::string& sName, uint32_t Value);
+  const Variants& Switches() const override { return variants_; }
+  bool SetVariant(const std::string& sName, uint32_t Value) { return variants_.Set(sName, Value); }
 
-  // Told of everything that happens inside and that a register access alone does not show.
-  std::function<void(const std::string&)> OnEvent;
-  void                                    Event(const std::string& sText) const;
+  // Called for everything that happens inside and that a register access alone does not show, with
+  // the device's time.
+  std::function<void(uint64_t AtUs, const std::string&)> OnEvent;
 
   // Set when something changed that has to be on disk; the owner of the file clears it.
-  bool Changed = false;
+  bool IsChanged = false;
 
  private:
-  bool     CoreFeedsWatchdog();
-  bool     WatchdogFrozen() const;
-  bool     DebugBlockClocked() const;
-  uint32_t SystemRegister(uint32_t Address) const;
-  void     StartWatchdog();
-  bool     ReadPart(uint32_t Address, uint32_t Size, uint32_t* pWord);
+  enum PLACE_KIND { NOWHERE, FLASH_REGISTER, OPTIONS, MEMORY, SYSTEM_REGISTER, SIZE_REGISTER };
+  struct PLACE {
+    PLACE_KIND    Kind    = NOWHERE;
+    const Memory* pMemory = nullptr;
+  };
+
+  // Surroundings
+  bool HsiRuns() const override;
+  void Event(const std::string& sText) override;
+  void Changed() override { IsChanged = true; }
+  void ResetFromWithin(const char* sCause) override { SystemReset(false, sCause); }
+
+  PLACE    PlaceOf(uint32_t Address) const;
+  bool     WaitForBus(uint32_t Address, bool IsWrite);
+  bool     ReadWord(uint32_t Address, uint32_t Size, uint32_t* pWord);
+  bool     ReadMemory(uint32_t Address, uint32_t* pWord);
+  bool     WriteRegister(uint32_t Address, uint32_t Size, uint32_t Value);
+  bool     WriteMemory(uint32_t Address, uint32_t Size, uint32_t Value);
+  bool     WriteSystem(uint32_t Address, uint32_t Size, uint32_t Value);
+  void     ResetCircuit(bool HaltCore, const char* sCause);
+  bool     IsDebugRegister(uint32_t Address) const;
+  bool     IsDebugClocked() const;
+  bool     HasProgram() const;
+  void     StartWatchdogs();
+  bool     FeedsWatchdogs() const;
+  bool     IsFrozen(const WATCHDOG_ROW& Watchdog) const;
+  void     PassOnWatchdogs(uint64_t Us, bool Fed);
+  uint64_t UntilWatchdogUs() const;
+  bool     LoadLine(const std::string& sKey, const std::string& sValue);
 
   const DEVICE_ROW*           row_;
   RegisterFile                system_;
-  std::vector<Memory>         memories_;
+  MemorySet                   memories_;
+  Variants                    variants_;
   std::unique_ptr<Controller> controller_;
-  std::vector<uint32_t>       variants_;
-  uint64_t                    nowUs_          = 0;
-  uint64_t                    stalledUs_      = 0;
-  uint64_t                    watchdogLeftUs_ = 0;  // 0: not running
-  int                         watchdogResets_ = 0;
-  bool                        powered_        = false;
-  bool                        halted_         = false;
+  uint64_t                    nowUs_                         = 0;
+  uint64_t                    stalledUs_                     = 0;
+  uint64_t                    watchdogLeftUs_[NUM_WATCHDOGS] = {};  // 0: not running
+  int                         watchdogResets_                = 0;
+  bool                        powered_                       = false;
+  bool                        halted_                        = false;
+  bool                        inReset_                       = false;
 };
-
-// All devices that can be on a bench; the search ignores case. NULL when there is none.
-std::span<const DEVICE_ROW* const> AllDevices();
-const DEVICE_ROW*                  FindDevice(const std::string& sName);
 
 }  // namespace sim
 

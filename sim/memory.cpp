@@ -11,17 +11,21 @@ namespace sim {
 static const size_t WORDS_PER_LINE = 8;
 static const size_t MIN_RUN        = 8;  // shorter repetitions are written out
 
-uint32_t Merge(uint32_t Word, uint32_t Address, uint32_t Size, uint32_t Value) {
-  const uint32_t Shift = 8 * (Address % 4);
-  const uint32_t Mask  = (Size == 4 ? ~0u : (1u << (8 * Size)) - 1) << Shift;
-  return (Word & ~Mask) | ((Value << Shift) & Mask);
-}
+static const uint32_t ROW_BYTES = 128;
 
 void Memory::EraseRange(uint32_t Address, uint32_t Bytes) {
   const size_t First = (Address - row_->Base) / 4;
   const size_t Last  = std::min(words_.size(), First + Bytes / 4);
   for (size_t i = First; i < Last; i++) {
     words_[i] = row_->Erased;
+  }
+}
+
+void Memory::EraseUntil(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille) {
+  const uint32_t Done = static_cast<uint32_t>(uint64_t{Bytes} * DonePerMille / 1000) & ~3u;
+  EraseRange(Address, Done);
+  for (uint32_t i = Done; i < Bytes && i < Done + ROW_BYTES && Contains(Address + i); i += 4) {
+    WordAt(Address + i) = HalfErased(WordAt(Address + i), row_->Erased);
   }
 }
 
@@ -96,6 +100,42 @@ bool Memory::LoadLine(const std::string& sAddress, const std::string& sWords) {
     i++;
   }
   return !Words.empty();
+}
+
+// -- All of a device's -----------------------------------------------------------------------------
+
+MemorySet::MemorySet(std::span<const silicon::MEMORY> Rows) {
+  for (const silicon::MEMORY& Row : Rows) {
+    if (Row.Bytes != 0) {
+      memories_.emplace_back(Row);
+    }
+  }
+}
+
+Memory* MemorySet::At(uint32_t Address) {
+  for (Memory& Each : memories_) {
+    if (Each.Contains(Address)) {
+      return &Each;
+    }
+  }
+  return nullptr;
+}
+
+Memory* MemorySet::Find(silicon::MEMORY_KIND Kind) {
+  for (Memory& Each : memories_) {
+    if (Each.Row().Kind == Kind) {
+      return &Each;
+    }
+  }
+  return nullptr;
+}
+
+void MemorySet::Erase(silicon::MEMORY_KIND Kind) {
+  for (Memory& Each : memories_) {
+    if (Each.Row().Kind == Kind) {
+      Each.Erase();
+    }
+  }
 }
 
 }  // namespace sim

@@ -7,45 +7,40 @@
 
 #include <stdint.h>
 
+#include <span>
 #include <string>
 #include <vector>
 
+#include "silicon/device.h"
 #include "sim/keyfile.h"
 
 namespace sim {
 
-enum MEMORY_KIND {
-  MAIN_FLASH,
-  EEPROM,
-  BACKUP,  // RAM or registers on the backup supply, and SRAM2: kept over a reset, wiped by unprotecting
-  SRAM  // lost with power, of no concern to protection
-};
+using enum silicon::MEMORY_KIND;
 
-struct MEMORY_ROW {
-  const char* sName;
-  uint32_t    Base;
-  uint32_t    Bytes;  // 0: no such memory
-  MEMORY_KIND Kind;
-  uint32_t    Erased;  // a word of it after an erase
-};
-
-// A word after a write of 1, 2 or 4 bytes at the address, which lies in it.
-uint32_t Merge(uint32_t Word, uint32_t Address, uint32_t Size, uint32_t Value);
+// A word whose erase was cut short: every other bit has gone.
+constexpr uint32_t HalfErased(uint32_t Word, uint32_t Erased) {
+  return (Word & 0x55555555) | (Erased & 0xAAAAAAAA);
+}
 
 class Memory {
  public:
-  explicit Memory(const MEMORY_ROW& Row) : row_(&Row), words_(Row.Bytes / 4, Row.Erased) {}
+  explicit Memory(const silicon::MEMORY& Row) : row_(&Row), words_(Row.Bytes / 4, Row.Erased) {}
 
-  const MEMORY_ROW& Row() const { return *row_; }
-  bool              Contains(uint32_t Address) const { return Address - row_->Base < row_->Bytes; }
+  const silicon::MEMORY& Row() const { return *row_; }
+  bool Contains(uint32_t Address) const { return Address - row_->Base < row_->Bytes; }
 
   // The word that the address lies in.
   uint32_t& WordAt(uint32_t Address) { return words_[(Address - row_->Base) / 4]; }
+  uint32_t  WordAt(uint32_t Address) const { return words_[(Address - row_->Base) / 4]; }
 
   bool IsErasedAt(uint32_t Address) { return WordAt(Address) == row_->Erased; }
 
   void Erase() { EraseRange(row_->Base, row_->Bytes); }
   void EraseRange(uint32_t Address, uint32_t Bytes);
+  // An erase of that range which came as far as so many thousandths: what it has done is erased, the
+  // row of cells that it was at is neither, the rest is as it was.
+  void EraseUntil(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille);
   void Fill(uint32_t Value) { words_.assign(words_.size(), Value); }
 
   bool     IsErased() const;
@@ -57,8 +52,27 @@ class Memory {
   bool LoadLine(const std::string& sAddress, const std::string& sWords);
 
  private:
-  const MEMORY_ROW*     row_;
-  std::vector<uint32_t> words_;
+  const silicon::MEMORY* row_;
+  std::vector<uint32_t>  words_;
+};
+
+// The memories of a device.
+class MemorySet {
+ public:
+  explicit MemorySet(std::span<const silicon::MEMORY> Rows);
+
+  auto begin() { return memories_.begin(); }
+  auto end() { return memories_.end(); }
+  auto begin() const { return memories_.begin(); }
+  auto end() const { return memories_.end(); }
+
+  // The one at the address, the first of a kind; nullptr when there is none.
+  Memory* At(uint32_t Address);
+  Memory* Find(silicon::MEMORY_KIND Kind);
+  void    Erase(silicon::MEMORY_KIND Kind);
+
+ private:
+  std::vector<Memory> memories_;
 };
 
 }  // namespace sim

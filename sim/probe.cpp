@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "sim/catalog.h"
 #include "sim/text.h"
 
 namespace sim {
@@ -62,8 +63,8 @@ void Probe::ApplyFaults() {
     if (Fault.Kind == LOST && !lost_) {
       lost_ = true;
       trace_.Event(clock_.NowUs(), "fault: the probe no longer answers");
-      link_            = LINK();  // connection and supply went with the cable
-      device_->Changed = true;
+      link_              = LINK();  // connection and supply went with the cable
+      device_->IsChanged = true;
       FollowVoltage();
     } else if (Fault.Kind == POWER_DIP) {
       dipVoltage_ = static_cast<uint32_t>(Fault.First);
@@ -79,8 +80,8 @@ void Probe::ApplyFaults() {
 
 void Probe::SaveIfChanged() {
   std::string sError;
-  if (device_->Changed) {
-    device_->Changed = false;
+  if (device_->IsChanged) {
+    device_->IsChanged = false;
     if (!bench_.SaveDevice(probe_, *device_, link_, &sError)) {
       trace_.Event(clock_.NowUs(), "state not saved: " + sError);
     }
@@ -95,11 +96,7 @@ uint32_t Probe::Voltage() const {
 }
 
 void Probe::FollowVoltage() {
-  if (Voltage() >= POWER_ON_MV) {
-    device_->PowerOn();
-  } else {
-    device_->PowerOff();
-  }
+  device_->SetVoltage(Voltage());
 }
 
 // -- Connection ----------------------------------------------------------------------------------
@@ -153,17 +150,13 @@ bool Probe::LoadFaults(std::string* psError) {
       return false;
     }
     if (Fault.Kind == STUCK_BITS) {
-      const std::vector<OPTION_WORD>& Words = device_->Flash().Words();
-      const auto Word = std::find_if(Words.begin(), Words.end(), [&Fault](const OPTION_WORD& Each) {
-        return Fault.sText == Each.sName;
-      });
-      if (Word == Words.end()) {
-        *psError = Format("fault \"%s\": a %s has no such option word", sFault.c_str(),
-                          device_->Row().sName);
+      const int Word = device_->Flash().FindWord(Fault.sText);
+      if (Word < 0) {
+        *psError =
+            Format("fault \"%s\": a %s has no such option word", sFault.c_str(), device_->Name());
         return false;
       }
-      device_->Flash().SetStuckBits(static_cast<int>(Word - Words.begin()),
-                                    static_cast<uint32_t>(Fault.First),
+      device_->Flash().SetStuckBits(Word, static_cast<uint32_t>(Fault.First),
                                     static_cast<uint32_t>(Fault.Second));
     }
     faults_.push_back(Fault);
@@ -188,17 +181,21 @@ const char* Probe::Open() {
     const bool  Fast  = sTime != nullptr ? strcmp(sTime, "fast") == 0 : probe_.IsFast;
     clock_            = Clock(Fast ? Clock::FAST : Clock::REAL, WallUs);
     open_             = true;
-    device_->OnEvent  = [this](const std::string& sText) { trace_.Event(clock_.NowUs(), sText); };
+    device_->OnEvent  = [this](uint64_t AtUs, const std::string& sText) {
+      trace_.Event(AtUs, sText);
+    };
+    // What the last program left running has long come to its end.
+    device_->Flash().FinishAll();
     device_->AdvanceTo(clock_.NowUs());
     link_.IsOpen = true;
     FollowVoltage();
-    device_->Changed = true;
+    device_->IsChanged = true;
     ApplyFaults();
   }
   if (!open_) {
     Disconnect();
   }
-  End(open_ ? Format("Open: probe %u, %s", probe_.SerialNo, device_->Row().sName)
+  End(open_ ? Format("Open: probe %u, %s", probe_.SerialNo, device_->Name())
             : "Open: " + sOpenError_);
   return open_ ? nullptr : sOpenError_.c_str();
 }
@@ -211,8 +208,8 @@ void Probe::Close() {
     }
     dipUntil_ = 0;
     FollowVoltage();
-    link_.IsOpen     = false;
-    device_->Changed = true;
+    link_.IsOpen       = false;
+    device_->IsChanged = true;
   }
   End("Close");
   Disconnect();
@@ -253,8 +250,8 @@ std::string Probe::RunCommand(const std::string& sCommand) {
     return Known ? "" : "Unknown device \"" + sValue + "\"";
   }
   if (EqualNoCase(sName, "SupplyPower") && HasOne && (sValue == "0" || sValue == "1")) {
-    link_.SupplyOn   = sValue == "1";
-    device_->Changed = true;
+    link_.SupplyOn     = sValue == "1";
+    device_->IsChanged = true;
     FollowVoltage();
     return "";
   }

@@ -9,7 +9,10 @@
 #include <vector>
 
 #include "sim/bench.h"
+#include "sim/catalog.h"
+#include "sim/request.h"
 #include "sim/text.h"
+#include "sim/verdict.h"
 
 using namespace sim;
 
@@ -40,7 +43,8 @@ static const char USAGE[] =
     "  --pcrop-rdp 0|1             whether unprotecting wipes them\n"
     "  --secure                    a secure area\n"
     "  --user 0xNN                 user options, in their place in the option word\n"
-    "  --mismatch rdp|user         a wrong complement\n"
+    "  --option FIELD=N            any option field, by the name that show gives it\n"
+    "  --mismatch rdp|user|FIELD   a wrong complement\n"
     "  --flash erased|full|FILE    content of the flash\n"
     "  --eeprom full               data EEPROM, and memories on the backup supply, in use\n"
     "  --variant NAME=N            how an open question of the manuals is answered\n"
@@ -68,111 +72,6 @@ static bool ChooseProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE_SE
 
 // -- create --------------------------------------------------------------------------------------
 
-static bool ParseSectors(const std::string& sText, bool* pAll, std::vector<uint32_t>* pSectors) {
-  *pAll = sText == "all";
-  if (*pAll || sText == "none") {
-    return true;
-  }
-  for (const std::string& sPart : Split(sText, ',')) {
-    const std::vector<std::string> Ends  = Split(sPart, '-');
-    uint32_t                       First = 0;
-    uint32_t                       Last  = 0;
-    if (Ends.size() > 2 || !ParseU32(Ends.front(), &First) || !ParseU32(Ends.back(), &Last) ||
-        First > Last || Last > 4095) {
-      return false;
-    }
-    for (uint32_t Sector = First; Sector <= Last; Sector++) {
-      pSectors->push_back(Sector);
-    }
-  }
-  return true;
-}
-
-static bool LoadImage(Device* pDevice, const std::string& sPath, std::string* psError) {
-  FILE* pFile = fopen(sPath.c_str(), "rb");
-  if (pFile == nullptr) {
-    *psError = sPath + ": " + strerror(errno);
-    return false;
-  }
-  Memory*  pFlash = pDevice->FindMemory(MAIN_FLASH);
-  uint32_t Offset = 0;
-  uint8_t  abWord[4];
-  size_t   NumBytes = 0;
-  bool     Fits     = true;
-  while ((NumBytes = fread(abWord, 1, sizeof(abWord), pFile)) > 0) {
-    if (Offset >= pFlash->Row().Bytes) {
-      Fits = false;
-      break;
-    }
-    uint32_t& Word = pFlash->WordAt(pFlash->Row().Base + Offset);
-    for (uint32_t i = 0; i < NumBytes; i++) {
-      Word = (Word & ~(0xFFu << (8 * i))) | static_cast<uint32_t>(abWord[i]) << (8 * i);
-    }
-    Offset += 4;
-  }
-  const bool WasRead = ferror(pFile) == 0;
-  fclose(pFile);
-  if (!WasRead) {
-    *psError = sPath + ": cannot be read";
-    return false;
-  }
-  if (!Fits) {
-    *psError = Format("%s: larger than the flash of %u bytes", sPath.c_str(), pFlash->Row().Bytes);
-  }
-  return Fits;
-}
-
-// One option and its value; false with a text when they are no good.
-static bool TakeState(Device* pDevice, CREATE_REQUEST* pRequest, const std::string& sOption,
-                      const std::string& sValue, std::string* psError) {
-  uint32_t Number = 0;
-  bool     Good   = false;
-  *psError        = "\"" + sValue + "\" is no value for " + sOption;
-  if (sOption == "--rdp") {
-    Good = ParseU32(sValue, &Number) && Number <= 0xFF;
-    if (sValue == "0" || sValue == "1" || sValue == "2") {
-      pRequest->Level = Number;
-    } else {
-      pRequest->Rdp = Number;
-      Good          = Good && sValue.compare(0, 2, "0x") == 0;
-    }
-  } else if (sOption == "--wrp") {
-    Good = ParseSectors(sValue, &pRequest->WrpAll, &pRequest->Wrp);
-  } else if (sOption == "--pcrop") {
-    Good = ParseSectors(sValue, &pRequest->PcropAll, &pRequest->Pcrop);
-  } else if (sOption == "--pcrop-rdp") {
-    Good               = ParseU32(sValue, &Number) && Number <= 1;
-    pRequest->PcropRdp = Number;
-  } else if (sOption == "--user") {
-    Good           = ParseU32(sValue, &Number);
-    pRequest->User = Number;
-  } else if (sOption == "--mismatch") {
-    Good                = sValue == "rdp" || sValue == "user";
-    pRequest->sMismatch = sValue;
-  } else if (sOption == "--flash") {
-    Good = true;
-    if (sValue == "full") {
-      FillFlash(pDevice, UINT32_MAX);
-    } else if (sValue != "erased") {
-      Good = LoadImage(pDevice, sValue, psError);
-    }
-  } else if (sOption == "--eeprom") {
-    Good = sValue == "full";
-    for (Memory& Each : pDevice->Memories()) {
-      if (Each.Row().Kind == EEPROM || Each.Row().Kind == BACKUP) {
-        Each.Fill(0x12345678);
-      }
-    }
-  } else if (sOption == "--variant") {
-    const std::vector<std::string> Parts = Split(sValue, '=');
-    Good =
-        Parts.size() == 2 && ParseU32(Parts[1], &Number) && pDevice->SetVariant(Parts[0], Number);
-  } else {
-    *psError = "unknown option " + sOption;
-  }
-  return Good;
-}
-
 static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
   if (Arguments.Rest.empty()) {
     return Fail(EXIT_USAGE, "create: which device? See quobe-bench devices");
@@ -187,19 +86,16 @@ static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
   std::string    sError;
   for (size_t i = 1; i < Arguments.Rest.size(); i++) {
     const std::string& sOption = Arguments.Rest[i];
-    if (sOption == "--secure") {
-      Request.Secure = true;
-      continue;
-    }
-    if (i + 1 >= Arguments.Rest.size()) {
+    const bool         Flag    = IsFlag(sOption);
+    if (!Flag && i + 1 >= Arguments.Rest.size()) {
       return Fail(EXIT_USAGE, sOption + ": a value is missing");
     }
-    if (!TakeState(&Target, &Request, sOption, Arguments.Rest[++i], &sError)) {
+    if (!TakeOption(&Request, sOption, Flag ? "" : Arguments.Rest[++i], &sError)) {
       return Fail(EXIT_USAGE, sError);
     }
   }
-  if (!Target.Flash().Configure(Request, &sError)) {
-    return Fail(EXIT_USAGE, std::string(pRow->sName) + ": " + sError);
+  if (!Prepare(&Target, Request, &sError)) {
+    return Fail(EXIT_USAGE, std::string(Target.Name()) + ": " + sError);
   }
 
   std::vector<PROBE_SETTINGS> Probes;
@@ -225,37 +121,33 @@ static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
       (pFound == nullptr && !Where.SaveProbe(Probe, &sError))) {
     return Fail(EXIT_BENCH, sError);
   }
-  printf("Probe %u: %s\n", Probe.SerialNo, pRow->sName);
+  printf("Probe %u: %s\n", Probe.SerialNo, Target.Name());
   return EXIT_DONE;
 }
 
 // -- show ----------------------------------------------------------------------------------------
 
-static int ShowOptionWords(const Device& Target) {
-  // What "as delivered" means after loading is asked of a device as delivered.
-  const Device Delivered(Target.Row());
-  int          NumDifferences = 0;
-  const auto&  Words          = Target.Flash().Words();
-  for (size_t i = 0; i < Words.size(); i++) {
-    const int      Index   = static_cast<int>(i);
-    const uint32_t Value   = Target.Flash().Effective(Index);
-    const uint32_t Factory = Delivered.Flash().Effective(Index);
-    printf("\n%-16s 0x%08X   factory 0x%08X\n", Words[i].sName, Target.Flash().Stored(Index),
-           Words[i].Factory);
-    for (const FIELD& Field : ParseFields(Words[i].sFields)) {
-      const int  Digits = static_cast<int>((Field.Width + 3) / 4);
-      const bool Equal  = Field.Get(Value) == Field.Get(Factory);
-      NumDifferences += !Equal;
-      printf("  %-18s %*s%0*X   factory %0*X%s\n", Field.sName.c_str(), 8 - Digits, "", Digits,
-             Field.Get(Value), Digits, Field.Get(Factory), Equal ? "" : "   <-- differs");
+static void ShowOptions(const Controller& Flash, const VERDICT& Verdict) {
+  int Word = -1;
+  for (const FIELD_VERDICT& Field : Verdict.Fields) {
+    const silicon::OPTION_WORD& Row    = Flash.Word(Field.Word);
+    const int                   Digits = static_cast<int>((Field.pField->Width() + 3) / 4);
+    if (Field.Word != Word) {
+      Word = Field.Word;
+      printf("\n%-16s 0x%08X   factory 0x%08X\n", Row.sName, Flash.Stored(Word), Row.Factory);
     }
+    printf("  %-18s %*s%0*X   factory %0*X", Field.pField->sName, 8 - Digits, "", Digits,
+           Field.Stored, Digits, Field.Factory);
+    if (Field.LoadedDiffers() && Field.Loaded != Field.Stored) {
+      printf("   in force %0*X", Digits, Field.Loaded);
+    }
+    printf(Field.Differs() ? "   <-- differs\n" : "\n");
   }
-  return NumDifferences;
 }
 
-static void ShowMemories(Device* pTarget) {
+static void ShowMemories(const Device& Target) {
   printf("\n");
-  for (const Memory& Each : pTarget->Memories()) {
+  for (const Memory& Each : Target.Memories()) {
     if (Each.Row().Kind == SRAM) {
       continue;
     }
@@ -288,7 +180,7 @@ static int Show(const Bench& Where, const ARGUMENTS& Arguments) {
   }
   const int Level  = pTarget->Flash().Level();
   const int Stored = pTarget->Flash().StoredLevel();
-  printf("Probe %u: %s (%s), %s\n", Probe.SerialNo, pTarget->Row().sName, pTarget->Row().sText,
+  printf("Probe %u: %s (%s), %s\n", Probe.SerialNo, pTarget->Name(), pTarget->Facts().sText,
          WasPowered ? "powered" : "not powered yet");
   if (Stored == Level) {
     printf("Read protection: level %d\n", Level);
@@ -302,18 +194,22 @@ static int Show(const Bench& Where, const ARGUMENTS& Arguments) {
   if (Link.IsOpen) {
     printf("Remark: a program is connected, or ended without closing the connection\n");
   }
-  const int  NumDifferences = ShowOptionWords(*pTarget);
-  const bool Erased         = pTarget->IsFlashErased();
-  ShowMemories(pTarget.get());
-  const bool AtFactory = NumDifferences == 0 && Level == 0 && Stored == 0 && Erased;
-  if (AtFactory) {
-    printf("\nAt factory state.\n");
-  } else {
-    printf("\nNot at factory state: %d option field%s, protection level %d%s, flash %s.\n",
-           NumDifferences, NumDifferences == 1 ? " differs" : "s differ", Level,
-           Stored == Level ? "" : " in force", Erased ? "erased" : "in use");
+  if (pTarget->Flash().Busy()) {
+    printf("Remark: %s is running; a reset cuts it short\n",
+           pTarget->Flash().RunningText().c_str());
   }
-  return ExpectFactory && !AtFactory ? EXIT_NOT_FACTORY : EXIT_DONE;
+  const VERDICT Verdict = Judge(*pTarget);
+  ShowOptions(pTarget->Flash(), Verdict);
+  ShowMemories(*pTarget);
+  if (Verdict.AtFactory()) {
+    printf("\nAt factory state.\n");
+    return EXIT_DONE;
+  }
+  printf("\nNot at factory state:\n");
+  for (const std::string& sDifference : Verdict.Differences) {
+    printf("  %s\n", sDifference.c_str());
+  }
+  return ExpectFactory ? EXIT_NOT_FACTORY : EXIT_DONE;
 }
 
 // -- The others ----------------------------------------------------------------------------------
@@ -337,7 +233,7 @@ static int List(const Bench& Where) {
       continue;  // the others can be listed
     }
     printf("%10u  %-15s  %-10s  level %d, flash %s%s%s\n", Probe.SerialNo,
-           Probe.sIP.empty() ? "-" : Probe.sIP.c_str(), pTarget->Row().sName,
+           Probe.sIP.empty() ? "-" : Probe.sIP.c_str(), pTarget->Name(),
            pTarget->Flash().StoredLevel(), pTarget->IsFlashErased() ? "erased" : "in use",
            Probe.IsDefault ? ", default" : "", Probe.Faults.empty() ? "" : ", with faults");
   }
@@ -346,7 +242,7 @@ static int List(const Bench& Where) {
 
 static int Devices() {
   for (const DEVICE_ROW* pRow : AllDevices()) {
-    printf("%-10s  %s\n", pRow->sName, pRow->sText);
+    printf("%-10s  %s\n", pRow->pFacts->sName, pRow->pFacts->sText);
   }
   return EXIT_DONE;
 }

@@ -1,42 +1,36 @@
 #include "sim/registers.h"
 
+#include <stdlib.h>
+
 #include "sim/text.h"
 
 namespace sim {
 
-std::vector<FIELD> ParseFields(const char* sFields) {
-  std::vector<FIELD> Fields;
-  for (const std::string& sField : Split(sFields, ',')) {
-    const std::vector<std::string> Words = SplitWords(sField);
-    if (Words.size() != 2) {
-      continue;  // the empty list
-    }
-    const std::vector<std::string> Bits = Split(Words[1], ':');
-    uint32_t                       High = 0;
-    uint32_t                       Low  = 0;
-    ParseU32(Bits.front(), &High);
-    ParseU32(Bits.back(), &Low);
-    Fields.push_back({Words[0], Low, High - Low + 1});
-  }
-  return Fields;
-}
-
-std::string DecodeFields(const char* sFields, uint32_t Value) {
+std::string DecodeFields(const silicon::FIELDS& Fields, uint32_t Value) {
   std::string sText;
-  for (const FIELD& Field : ParseFields(sFields)) {
+  for (const silicon::FIELD& Field : Fields) {
     const uint32_t Bits = Field.Get(Value);
-    if (Field.Width == 1 && Bits == 0) {
+    if (Field.Width() == 1 && Bits == 0) {
       continue;
     }
-    if (!sText.empty()) {
-      sText += ' ';
-    }
+    sText += sText.empty() ? "" : " ";
     sText += Field.sName;
-    if (Field.Width > 1) {
-      sText += Format("=%0*X", static_cast<int>((Field.Width + 3) / 4), Bits);
+    if (Field.Width() > 1) {
+      sText += Format("=%0*X", static_cast<int>((Field.Width() + 3) / 4), Bits);
     }
   }
   return sText;
+}
+
+uint32_t Merge(uint32_t Word, uint32_t Address, uint32_t Size, uint32_t Value) {
+  const uint32_t Shift = 8 * (Address % 4);
+  const uint32_t Mask  = (Size == 4 ? ~0u : (1u << (8 * Size)) - 1) << Shift;
+  return (Word & ~Mask) | ((Value << Shift) & Mask);
+}
+
+RegisterFile::RegisterFile(uint32_t Base, std::span<const REGISTER> Table)
+    : base_(Base), table_(Table), values_(Table.size()) {
+  ResetAll();
 }
 
 void RegisterFile::ResetAll() {
@@ -45,52 +39,45 @@ void RegisterFile::ResetAll() {
   }
 }
 
-int RegisterFile::Find(uint32_t Address) const {
-  for (size_t i = 0; i < table_.size(); i++) {
-    if (table_[i].Address == Address) {
-      return static_cast<int>(i);
+const REGISTER* RegisterFile::RowAt(uint32_t Address) const {
+  for (const REGISTER& Row : table_) {
+    if (Row.Address == Address) {
+      return &Row;
     }
   }
-  return -1;
+  return nullptr;
 }
 
-void RegisterFile::Write(int Index, uint32_t Value) {
-  const REGISTER& Register = Row(Index);
-  uint32_t&       Bits     = (*this)[Index];
-  Bits                     = (Bits & ~Register.Writable) | (Value & Register.Writable);
-  Bits &= ~(Value & Register.ClearByOne);
-  Bits |= Value & Register.SetOnly;
+size_t RegisterFile::IndexOf(uint32_t Offset) const {
+  const REGISTER* pRow = RowAt(base_ + Offset);
+  if (pRow == nullptr) {
+    abort();  // a rule names a register that this device does not have
+  }
+  return static_cast<size_t>(pRow - table_.data());
 }
 
-bool KeyLock::WriteKey(uint32_t Key) {
-  if (State == CLOSED && Key == key1_) {
-    State = FIRST_KEY_SEEN;
-    return true;
+void RegisterFile::Write(uint32_t Offset, uint32_t Value) {
+  const size_t    i   = IndexOf(Offset);
+  const REGISTER& Row = table_[i];
+  values_[i]          = (values_[i] & ~Row.Writable) | (Value & Row.Writable);
+  values_[i] &= ~(Value & Row.ClearByOne);
+  values_[i] |= Value & Row.SetOnly;
+}
+
+void RegisterFile::SaveTo(KeyFile* pFile) const {
+  for (size_t i = 0; i < table_.size(); i++) {
+    pFile->Add(std::string("register.") + table_[i].sName, Format("0x%08X", values_[i]));
   }
-  if (State == FIRST_KEY_SEEN && Key == key2_) {
-    State = OPEN;
-    return true;
+}
+
+bool RegisterFile::LoadLine(const std::string& sName, uint32_t Value) {
+  for (size_t i = 0; i < table_.size(); i++) {
+    if (sName == table_[i].sName) {
+      values_[i] = Value;
+      return true;
+    }
   }
-  if (State == OPEN && !ThirdKeyKills) {
-    return true;
-  }
-  if (State == DEAD) {
-    return false;
-  }
-  State = DEAD;
   return false;
-}
-
-void KeyLock::Interrupt() {
-  if (State == FIRST_KEY_SEEN) {
-    State = DEAD;
-  }
-}
-
-void KeyLock::Close() {
-  if (State != DEAD) {
-    State = CLOSED;
-  }
 }
 
 }  // namespace sim

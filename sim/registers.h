@@ -1,6 +1,6 @@
 // sim/registers.h
 //
-// Registers as tables of data: address, value after reset, what a write may do to each bit, names.
+// Registers as rows of data: address, value after reset, what a write may do to each bit, names.
 
 #ifndef SIM_REGISTERS_H
 #define SIM_REGISTERS_H
@@ -11,83 +11,59 @@
 #include <string>
 #include <vector>
 
+#include "silicon/device.h"
+#include "sim/keyfile.h"
+
 namespace sim {
 
 struct REGISTER {
-  const char* sName;
-  uint32_t    Address;
-  uint32_t    Reset;
-  uint32_t    Writable;    // bits that take what is written
-  uint32_t    ClearByOne;  // bits that writing 1 clears
-  uint32_t    SetOnly;     // bits that software can set and not clear
-  const char* sFields;     // "NAME bit, NAME high:low, ...", from bit 0 up
+  const char*     sName      = "";
+  uint32_t        Address    = 0;
+  uint32_t        Reset      = 0;
+  uint32_t        Writable   = 0;  // bits that take what is written
+  uint32_t        ClearByOne = 0;  // bits that writing 1 clears
+  uint32_t        SetOnly    = 0;  // bits that software can set and not clear
+  silicon::FIELDS Fields     = {};
 };
-
-struct FIELD {
-  std::string sName;
-  uint32_t    Lsb;
-  uint32_t    Width;
-
-  uint32_t Mask() const { return (Width == 32 ? ~0u : (1u << Width) - 1) << Lsb; }
-  uint32_t Get(uint32_t Word) const { return (Word & Mask()) >> Lsb; }
-};
-
-std::vector<FIELD> ParseFields(const char* sFields);
 
 // The fields of a word as a person reads them: single bits by name when set, others "NAME=hex".
-std::string DecodeFields(const char* sFields, uint32_t Value);
+std::string DecodeFields(const silicon::FIELDS& Fields, uint32_t Value);
 
-// The values behind a table.
+// A word after a write of 1, 2 or 4 bytes at the address, which lies in it.
+uint32_t Merge(uint32_t Word, uint32_t Address, uint32_t Size, uint32_t Value);
+
+// The values behind a table. Registers are named by their offset from the block's base, as in a
+// manual; a block with base 0 names them by address.
 class RegisterFile {
  public:
-  explicit RegisterFile(std::span<const REGISTER> Table) : table_(Table), values_(Table.size()) {
-    ResetAll();
-  }
+  RegisterFile(uint32_t Base, std::span<const REGISTER> Table);
 
   void ResetAll();
 
-  // The index of the register at the address, -1 when there is none.
-  int Find(uint32_t Address) const;
+  // The row of the register at the address; nullptr when there is none.
+  const REGISTER* RowAt(uint32_t Address) const;
+  bool            Has(uint32_t Offset) const { return RowAt(base_ + Offset) != nullptr; }
 
-  // A write as the table's masks let it through.
-  void Write(int Index, uint32_t Value);
+  // The register has to exist.
+  uint32_t& operator[](uint32_t Offset) { return values_[IndexOf(Offset)]; }
+  uint32_t  operator[](uint32_t Offset) const { return values_[IndexOf(Offset)]; }
 
-  uint32_t&       operator[](int Index) { return values_[static_cast<size_t>(Index)]; }
-  uint32_t        operator[](int Index) const { return values_[static_cast<size_t>(Index)]; }
-  const REGISTER& Row(int Index) const { return table_[static_cast<size_t>(Index)]; }
-  int             Count() const { return static_cast<int>(table_.size()); }
+  // A write as the row's masks let it through.
+  void Write(uint32_t Offset, uint32_t Value);
+
+  uint32_t                  Base() const { return base_; }
+  std::span<const REGISTER> Rows() const { return table_; }
+
+  // Lines "register.NAME = 0x........".
+  void SaveTo(KeyFile* pFile) const;
+  bool LoadLine(const std::string& sName, uint32_t Value);
 
  private:
+  size_t IndexOf(uint32_t Offset) const;
+
+  uint32_t                  base_;
   std::span<const REGISTER> table_;
   std::vector<uint32_t>     values_;
-};
-
-// A pair of keys that opens a lock. A wrong key, or the right ones in the wrong order, keeps the
-// lock closed until the next reset, whatever is written later.
-class KeyLock {
- public:
-  enum { CLOSED, FIRST_KEY_SEEN, OPEN, DEAD };
-
-  KeyLock(uint32_t Key1, uint32_t Key2) : key1_(Key1), key2_(Key2) {}
-
-  // False when this key spoilt the sequence; some controllers answer that with a bus error.
-  bool WriteKey(uint32_t Key);
-
-  // Some other register was written between the two keys.
-  void Interrupt();
-
-  // Software set the lock bit: the keys open it again. A dead lock stays dead.
-  void Close();
-  void Kill() { State = DEAD; }
-  void Reset() { State = CLOSED; }
-  bool IsOpen() const { return State == OPEN; }
-
-  // Whether a key written to an open lock kills it; otherwise it is ignored.
-  bool     ThirdKeyKills = false;
-  uint32_t State         = CLOSED;
-
- private:
-  uint32_t key1_, key2_;
 };
 
 }  // namespace sim

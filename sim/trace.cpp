@@ -46,32 +46,16 @@ std::string NameOf(const Device* pDevice, uint32_t Address) {
   return pRow != nullptr ? pRow->sName : Format("[0x%08X]", Address);
 }
 
-struct KEY_NAME {
-  uint32_t    Value;
-  const char* sName;
-};
-
-static const KEY_NAME aKeyNames[] = {
-    {0x45670123, "KEY1"},    {0xCDEF89AB, "KEY2"},    {0x08192A3B, "OPTKEY1"},
-    {0x4C5D6E7F, "OPTKEY2"}, {0x89ABCDEF, "PEKEY1"},  {0x02030405, "PEKEY2"},
-    {0xFBEAD9C8, "OPTKEY1"}, {0x24252627, "OPTKEY2"},
-};
-
 std::string DescribeAccess(const Device* pDevice, uint32_t Address, uint32_t Size, uint32_t Value) {
   const REGISTER* pRow = pDevice != nullptr ? pDevice->Describe(Address) : nullptr;
   std::string     sText =
       NameOf(pDevice, Address) + Format(" = 0x%0*X", static_cast<int>(Size * 2), Value);
   std::string sDetail;
   if (pRow != nullptr && Size == 4) {
-    sDetail = DecodeFields(pRow->sFields, Value);
+    sDetail = DecodeFields(pRow->Fields, Value);
   }
-  if (pRow != nullptr && NameOf(pDevice, Address).find("KEYR") != std::string::npos) {
-    sDetail = "a wrong key";
-    for (const KEY_NAME& Key : aKeyNames) {
-      if (Key.Value == Value) {
-        sDetail = Key.sName;
-      }
-    }
+  if (pDevice != nullptr && pDevice->Flash().NameOfKey(Address, Value) != nullptr) {
+    sDetail = pDevice->Flash().NameOfKey(Address, Value);
   }
   return sDetail.empty() ? sText : sText + "  " + sDetail;
 }

@@ -1,0 +1,20 @@
+// silicon/catalog.h
+//
+// All devices that are described, in the order of the unlock tool's menu.
+
+#ifndef SILICON_CATALOG_H
+#define SILICON_CATALOG_H
+
+#include "silicon/f0_f1_f3.h"
+
+namespace silicon {
+
+inline constexpr const DEVICE* apDevices[] = {
+    &STM32F030,   &STM32F042,   &STM32F051,   &STM32F072,   &STM32F091,   &STM32F100,
+    &STM32F100xE, &STM32F103x6, &STM32F103,   &STM32F103xE, &STM32F103xG, &STM32F105,
+    &STM32F301,   &STM32F303,   &STM32F303xE, &STM32F334,   &STM32F373,
+};
+
+}  // namespace silicon
+
+#endif

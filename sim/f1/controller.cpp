@@ -1,0 +1,192 @@
+#include "sim/f1/f1.h"
+
+namespace sim::f1 {
+
+ControllerF1::ControllerF1(Surroundings& Around, const F1_DEVICE& Row)
+    : Controller(Around, *Row.pFacts, BASE, Row.pFamily->Registers, Row.pFamily->Locks),
+      family_(*Row.pFamily) {
+  State("unreadable_until_power_on", &unreadable_);
+}
+
+// -- Power and reset -----------------------------------------------------------------------------
+
+void ControllerF1::OnPowerOn() {
+  unreadable_ = 0;
+  ResetRegisters();
+  Load();
+}
+
+// What is loaded stays in force over a reset that does not load.
+void ControllerF1::OnSystemReset() {
+  const uint32_t Obr = registers_[OBR], Wrpr = registers_[WRPR];
+  const bool     Reload = family_.Loading == LOAD_ON_RESET || launched_ ||
+                      (family_.Loading == LOAD_ON_BOTH && Is(F3_LOAD_ON_RESET));
+  launched_ = false;
+  ResetRegisters();
+  if (Reload) {
+    Load();
+  } else {
+    registers_[OBR]  = Obr;
+    registers_[WRPR] = Wrpr;
+  }
+}
+
+// -- Bus -----------------------------------------------------------------------------------------
+
+// The bank whose registers have to do with the address.
+uint32_t ControllerF1::BankOf(uint32_t Address) const {
+  return family_.BankBytes != 0 && Address - MainFlash().Row().Base >= family_.BankBytes ? BANK2
+                                                                                         : BANK1;
+}
+
+// Whether what runs keeps the bank busy. One that unprotects shows in the first bank's SR only.
+bool ControllerF1::RunsIn(uint32_t Bank) const {
+  const PHASE* pPhase = Running();
+  if (pPhase == nullptr) {
+    return false;
+  }
+  switch (pPhase->Kind) {
+    case MASS_ERASE:
+      return (pPhase->Argument & (Bank == BANK1 ? ERASE_BANK1 | UNPROTECT : ERASE_BANK2)) != 0;
+    case PAGE_ERASE:
+    case WORD_PROGRAM:
+      return BankOf(pPhase->Argument) == Bank || InOptionArea(pPhase->Argument);
+    default:
+      return Bank == BANK1;
+  }
+}
+
+// Option bytes are in the flash of the first bank. A second bank stays readable meanwhile.
+bool ControllerF1::MustWait(const ACCESS& Access) const {
+  const bool Unprotects = Running()->Kind == MASS_ERASE && Running()->Argument == UNPROTECT;
+  switch (Access.Area) {
+    case OPTION_AREA:
+      return Access.IsWrite || RunsIn(BANK1);
+    case MEMORY_AREA:
+      return Access.pMemory->Row().Kind == MAIN_FLASH &&
+             (Access.IsWrite || (Level() == 0 && (Unprotects || RunsIn(BankOf(Access.Address)))));
+    default:
+      return false;
+  }
+}
+
+bool ControllerF1::ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) {
+  if (family_.WordAccessOnly && Size != 4) {
+    return false;
+  }
+  const bool IsBusy = (Offset == SR && RunsIn(BANK1)) || (Offset == BANK2 + SR && RunsIn(BANK2));
+  *pValue           = registers_[Offset] | (IsBusy ? SR_BSY : 0);
+  return true;
+}
+
+// No register takes a write while an operation runs; that one bank could be written while the other
+// is busy is not modelled.
+bool ControllerF1::WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) {
+  if (family_.WordAccessOnly && Size != 4) {
+    return false;
+  }
+  if (Busy()) {
+    return true;
+  }
+  if (const int Lock = LockAt(Offset); Lock >= 0) {
+    return WriteKey(Lock, Value);
+  }
+  if (Offset == CR || Offset == BANK2 + CR) {
+    return WriteControl(Offset - CR, Value);
+  }
+  registers_.Write(Offset, Value);
+  return true;
+}
+
+bool ControllerF1::WriteControl(uint32_t Bank, uint32_t Value) {
+  if ((registers_[Bank + CR] & CR_LOCK) != 0) {
+    return true;
+  }
+  registers_.Write(Bank + CR, Value);
+  if (Bank == BANK1 && (Value & CR_OPTWRE) == 0) {
+    CloseLock(OPTION_LOCK);
+  }
+  if ((Value & CR_LOCK) != 0) {
+    CloseLock(Bank == BANK1 ? FLASH_LOCK : BANK2_LOCK);
+    return true;  // nothing starts with the write that locks
+  }
+  if ((Value & CR_OBL_LAUNCH) != 0 && family_.Loading != LOAD_ON_RESET) {
+    launched_ = true;
+    around_.ResetFromWithin("OBL_LAUNCH");
+    return !Is(OBL_TRANSFER_FAILS);
+  }
+  if ((Value & CR_STRT) != 0) {
+    StartErase(Bank);
+  }
+  return true;
+}
+
+// -- Operations ----------------------------------------------------------------------------------
+
+// HSI times every operation: while it is off, none begins.
+void ControllerF1::Begin(const std::vector<PHASE>& Phases) {
+  if (around_.HsiRuns()) {
+    Start(Phases);
+  } else {
+    around_.Event("nothing is erased or programmed: HSI is off");
+  }
+}
+
+void ControllerF1::FinishPhase(const PHASE& Phase) {
+  uint32_t Bank = BANK1;
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+      EraseBanks(Phase.Argument, 1000);
+      Bank = Phase.Argument == ERASE_BANK2 ? BANK2 : BANK1;
+      break;
+    case PAGE_ERASE:
+      MainFlash().EraseRange(Phase.Argument, family_.PageBytes);
+      Bank = BankOf(Phase.Argument);
+      break;
+    case OPTION_ERASE:
+      EraseOptions(true);
+      break;
+    default:
+      if (InOptionArea(Phase.Argument)) {
+        ProgramOption(Phase.Argument, WithComplement(0, Phase.Value & 0xFF) & 0xFFFF);
+      } else {
+        uint32_t& Word = MainFlash().WordAt(Phase.Argument);
+        Word           = Merge(Word, Phase.Argument, 2, Phase.Value);
+        Bank           = BankOf(Phase.Argument);
+      }
+      break;
+  }
+  for (const uint32_t Each : {BANK1, BANK2}) {
+    if (registers_.Has(Each + CR)) {
+      registers_[Each + CR] &= ~CR_STRT;
+    }
+  }
+  registers_[Bank + SR] |= SR_EOP;
+}
+
+// An erase has done its part of the cells. A half-word gets its lower byte first: an option byte
+// that was cut short is left without its complement.
+void ControllerF1::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+  const bool IsHalfDone = DonePerMille >= 500;
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+      EraseBanks(Phase.Argument, DonePerMille);
+      break;
+    case PAGE_ERASE:
+      MainFlash().EraseUntil(Phase.Argument, family_.PageBytes, DonePerMille);
+      break;
+    case OPTION_ERASE:
+      EraseOptions(IsHalfDone);
+      break;
+    default:
+      if (IsHalfDone && InOptionArea(Phase.Argument)) {
+        ProgramOption(Phase.Argument, 0xFF00 | Phase.Value);
+      } else if (IsHalfDone) {
+        uint32_t& Word = MainFlash().WordAt(Phase.Argument);
+        Word           = Merge(Word, Phase.Argument, 1, Phase.Value);
+      }
+      break;
+  }
+}
+
+}  // namespace sim::f1

@@ -1,0 +1,40 @@
+// sim/verdict.h
+//
+// Whether a device is at factory state, and if not, what differs. Judged by what is in force as well
+// as by what is stored: a device that would come to factory state at its next power-on only is not
+// there yet.
+
+#ifndef SIM_VERDICT_H
+#define SIM_VERDICT_H
+
+#include <string>
+#include <vector>
+
+#include "sim/device.h"
+
+namespace sim {
+
+struct FIELD_VERDICT {
+  int                   Word;
+  const silicon::FIELD* pField;
+  uint32_t              Stored, Loaded, Factory;
+
+  // The level's code in force is judged by the level, not by its bits.
+  bool LoadedDiffers() const { return pField->Kind != silicon::LEVEL && Loaded != Factory; }
+  bool Differs() const { return Stored != Factory || LoadedDiffers(); }
+};
+
+struct VERDICT {
+  std::vector<FIELD_VERDICT> Fields;  // every option field
+  // What differs from factory state, one short text each; none at factory state.
+  std::vector<std::string> Differences;
+
+  bool AtFactory() const { return Differences.empty(); }
+};
+
+// Looks only; the device has to have power.
+VERDICT Judge(const Device& Device);
+
+}  // namespace sim
+
+#endif
