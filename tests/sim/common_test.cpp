@@ -1,25 +1,36 @@
-// What all devices share: registers and locks as tables, memories, time, power, watchdog, texts.
+// What all devices share: registers and locks as rows, memories, time, power, watchdog, texts.
 
 #include <algorithm>
 
+#include "silicon/catalog.h"
+#include "sim/catalog.h"
 #include "sim/clock.h"
-#include "sim/registers.h"
+#include "sim/request.h"
+#include "sim/text.h"
 #include "sim/trace.h"
-#include "tests/sim/part.h"
+#include "sim/verdict.h"
+#include "tests/sim/steps.h"
 
 // -- Registers
 
 static const sim::REGISTER aTable[] = {
-    {"REG_A", 0x40000000, 0x80000011, 0x0000FF00, 0x0000000F, 0x00000010, "FLAG 0, WIDE 11:4"},
-    {"REG_B", 0x40000004, 0, 0xFFFFFFFF, 0, 0, "ALL 31:0"},
+    {.sName      = "REG_A",
+     .Address    = 0x40000000,
+     .Reset      = 0x80000011,
+     .Writable   = 0x0000FF00,
+     .ClearByOne = 0x0000000F,
+     .SetOnly    = 0x00000010,
+     .Fields     = {silicon::Bit("FLAG", 0), silicon::Bits("WIDE", 11, 4)}},
+    {.sName = "REG_B", .Address = 0x40000004, .Writable = 0xFFFFFFFF},
 };
 
 TEST(SimRegisters, AWriteDoesToEachBitWhatItsMaskSays) {
-  sim::RegisterFile File(aTable);
-  EXPECT_EQ(2, File.Count());
-  EXPECT_EQ(0, File.Find(0x40000000));
-  EXPECT_EQ(1, File.Find(0x40000004));
-  EXPECT_EQ(-1, File.Find(0x40000008));
+  sim::RegisterFile File(0x40000000, aTable);
+  EXPECT_EQ(&aTable[0], File.RowAt(0x40000000));
+  EXPECT_EQ(&aTable[1], File.RowAt(0x40000004));
+  EXPECT_EQ(nullptr, File.RowAt(0x40000008));
+  EXPECT_TRUE(File.Has(4));
+  EXPECT_FALSE(File.Has(8));
   EXPECT_EQ(0x80000011u, File[0]);
   File.Write(0, 0x0000A500);
   EXPECT_EQ(0x8000A511u, File[0]);  // what writing 1 clears or sets, writing 0 leaves alone
@@ -28,28 +39,42 @@ TEST(SimRegisters, AWriteDoesToEachBitWhatItsMaskSays) {
   File[0] = 0;
   File.Write(0, 0x00000010);
   EXPECT_EQ(0x10u, File[0]);
+  File.Write(4, 0x12345678);
+  EXPECT_EQ(0x12345678u, File[4]);
   File.ResetAll();
   EXPECT_EQ(0x80000011u, File[0]);
+  EXPECT_EQ(0u, File[4]);
+  EXPECT_DEATH(File[8] = 0, "");
 }
 
 TEST(SimRegisters, FieldsAreDecodedAsAPersonReadsThem) {
-  const std::vector<sim::FIELD> Fields = sim::ParseFields("FLAG 0, WIDE 11:4, ALL 31:0");
-  ASSERT_EQ(3u, Fields.size());
-  EXPECT_EQ("WIDE", Fields[1].sName);
-  EXPECT_EQ(4u, Fields[1].Lsb);
-  EXPECT_EQ(8u, Fields[1].Width);
-  EXPECT_EQ(0x00000FF0u, Fields[1].Mask());
-  EXPECT_EQ(0xABu, Fields[1].Get(0xFFFFFABF));
-  EXPECT_EQ(0xFFFFFFFFu, Fields[2].Mask());
-  EXPECT_TRUE(sim::ParseFields("").empty());
-  EXPECT_EQ("FLAG WIDE=AB", sim::DecodeFields("FLAG 0, WIDE 11:4", 0xAB1));
-  EXPECT_EQ("WIDE=00", sim::DecodeFields("FLAG 0, WIDE 11:4", 0));
-  EXPECT_EQ("ODD=1F", sim::DecodeFields("ODD 4:0", 0xFF));
-  EXPECT_EQ("", sim::DecodeFields("FLAG 0", 2));
+  const silicon::FIELDS Fields = {silicon::Bit("FLAG", 0), silicon::Bits("WIDE", 11, 4)};
+  EXPECT_EQ(2, Fields.end() - Fields.begin());
+  const silicon::FIELD& Wide = Fields.begin()[1];
+  EXPECT_EQ(8u, Wide.Width());
+  EXPECT_EQ(0x00000FF0u, Wide.Mask());
+  EXPECT_EQ(0xABu, Wide.Get(0xFFFFFABF));
+  EXPECT_EQ(0xFFFFFABFu, Wide.Put(0xFFFFF00F, 0xFAB));
+  EXPECT_EQ(0xFFFFFFFFu, silicon::Bits("ALL", 31, 0).Mask());
+  EXPECT_EQ("FLAG WIDE=AB", sim::DecodeFields(Fields, 0xAB1));
+  EXPECT_EQ("WIDE=00", sim::DecodeFields(Fields, 0));
+  EXPECT_EQ("ODD=1F", sim::DecodeFields({silicon::Bits("ODD", 4, 0)}, 0xFF));
+  EXPECT_EQ("", sim::DecodeFields({silicon::Bit("FLAG", 0)}, 2));
+  EXPECT_EQ("", sim::DecodeFields({}, 2));
 }
 
-TEST(SimRegisters, TwoKeysInOrderOpenALockAndAnythingElseKillsIt) {
-  sim::KeyLock Lock(1, 2);
+TEST(SimRegisters, ANarrowWriteChangesItsBytes) {
+  EXPECT_EQ(0x12345678u, sim::Merge(0, 0, 4, 0x12345678));
+  EXPECT_EQ(0x5678FFFFu, sim::Merge(0xFFFFFFFF, 2, 2, 0x12345678));
+  EXPECT_EQ(0xFFFF78FFu, sim::Merge(0xFFFFFFFF, 1, 1, 0x12345678));
+}
+
+static const sim::LOCK_ROW TwoKeys = {.First = {1, "ONE"}, .Second = {2, "TWO"}};
+static const sim::LOCK_ROW NoThird = {
+    .First = {1, "ONE"}, .Second = {2, "TWO"}, .ThirdKeyKills = true};
+
+TEST(SimLock, TwoKeysInOrderOpenItAndAnythingElseKillsIt) {
+  sim::KeyLock Lock(TwoKeys);
   EXPECT_TRUE(Lock.WriteKey(1));
   EXPECT_FALSE(Lock.IsOpen());
   EXPECT_TRUE(Lock.WriteKey(2));
@@ -73,16 +98,27 @@ TEST(SimRegisters, TwoKeysInOrderOpenALockAndAnythingElseKillsIt) {
   EXPECT_FALSE(Lock.WriteKey(2));
   Lock.Reset();
   Lock.Interrupt();  // nothing was begun
-  Lock.ThirdKeyKills = true;
+  EXPECT_TRUE(Lock.WriteKey(1));
+}
+
+TEST(SimLock, AThirdKeyKillsItWhereTheRowSaysSo) {
+  sim::KeyLock Lock(NoThird);
   EXPECT_TRUE(Lock.WriteKey(1));
   EXPECT_TRUE(Lock.WriteKey(2));
   EXPECT_FALSE(Lock.WriteKey(1));
   EXPECT_FALSE(Lock.IsOpen());
 }
 
+TEST(SimLock, KnowsItsKeysByName) {
+  const sim::KeyLock Lock(TwoKeys);
+  EXPECT_STREQ("ONE", Lock.NameOf(1));
+  EXPECT_STREQ("TWO", Lock.NameOf(2));
+  EXPECT_STREQ("a wrong key", Lock.NameOf(3));
+}
+
 // -- Memory
 
-static const sim::MEMORY_ROW Rom = {"rom", 0x1000, 256, sim::MAIN_FLASH, 0xFFFFFFFF};
+static const silicon::MEMORY Rom = {"rom", 0x1000, 256, sim::MAIN_FLASH, 0xFFFFFFFF};
 
 TEST(SimMemory, ErasesWhatItIsToldWithinItself) {
   sim::Memory Memory(Rom);
@@ -104,6 +140,21 @@ TEST(SimMemory, ErasesWhatItIsToldWithinItself) {
   EXPECT_EQ(232u, Memory.BytesInUse());
   Memory.Erase();
   EXPECT_TRUE(Memory.IsErased());
+}
+
+TEST(SimMemory, AnEraseThatIsCutShortLeavesCellsThatAreNeither) {
+  sim::Memory Memory(Rom);
+  Memory.Fill(0x12345678);
+  Memory.EraseUntil(0x1000, 256, 250);
+  EXPECT_EQ(0xFFFFFFFFu, Memory.WordAt(0x103C));
+  EXPECT_EQ(0xBABEFEFAu, Memory.WordAt(0x1040));
+  EXPECT_EQ(0xBABEFEFAu, Memory.WordAt(0x10BC));
+  EXPECT_EQ(0x12345678u, Memory.WordAt(0x10C0));
+  Memory.EraseUntil(0x1080, 4096, 0);  // no farther than its end
+  EXPECT_EQ(0xBABEFEFAu, Memory.WordAt(0x10FC));
+  Memory.EraseUntil(0x1000, 256, 1000);
+  EXPECT_TRUE(Memory.IsErased());
+  EXPECT_EQ(0x10145450u, sim::HalfErased(0x12345678, 0));
 }
 
 TEST(SimMemory, IsWrittenInShortLinesAndReadBack) {
@@ -228,134 +279,127 @@ TEST(SimClock, WithoutAWallOnlyWhatIsSpentPasses) {
   EXPECT_EQ(70u, Clock.NowUs());
 }
 
+// -- A device
+
+static std::unique_ptr<sim::Device> MakeDevice(const char* sName, const char* sState) {
+  auto                pDevice = std::make_unique<sim::Device>(*sim::FindDevice(sName));
+  sim::CREATE_REQUEST Request;
+  std::string         sError;
+  EXPECT_TRUE(sim::ParseRequest(sState, &Request, &sError)) << sError;
+  EXPECT_TRUE(sim::Prepare(pDevice.get(), Request, &sError)) << sError;
+  pDevice->PowerOn();
+  return pDevice;
+}
+
+static void StartOptionErase(sim::Device* pDevice) {
+  for (const uint32_t KeyRegister : {0x40022004u, 0x40022008u}) {
+    EXPECT_TRUE(pDevice->Write(KeyRegister, 4, 0x45670123));
+    EXPECT_TRUE(pDevice->Write(KeyRegister, 4, 0xCDEF89AB));
+  }
+  EXPECT_TRUE(pDevice->Write(0x40022010, 4, 0x220));
+  EXPECT_TRUE(pDevice->Write(0x40022010, 4, 0x260));
+}
+
 TEST(SimDevice, EventsComeAtTheirTimesWhateverTheSteps) {
-  for (const uint64_t StepUs : {1ull, 777ull, 1000000ull, 100000000ull}) {
-    Part                     Device("STM32F407", AtLevel(1));
+  for (const uint64_t StepUs : {7ull, 777ull, 1000000ull}) {
+    const auto               pDevice = MakeDevice("F103", "--rdp 1 --flash full");
     std::vector<std::string> Events;
-    Device.Device.OnEvent = [&](const std::string& sText) { Events.push_back(sText); };
-    Device.Write(0x40023C08, 0x08192A3B);
-    Device.Write(0x40023C08, 0x4C5D6E7F);
-    Device.Write(0x40023C14, 0x0FFFAAEE);
-    const uint64_t Last = StepUs == 1 ? 3 : 16400000;  // a few of the smallest steps do
-    while (Device.Device.NowUs() < Last) {
-      Device.Device.AdvanceTo(Device.Device.NowUs() + StepUs);
+    pDevice->OnEvent = [&](uint64_t AtUs, const std::string& sText) {
+      Events.push_back(std::to_string(AtUs) + " " + sText);
+    };
+    StartOptionErase(pDevice.get());
+    while (pDevice->NowUs() < 20000) {
+      pDevice->AdvanceTo(std::min<uint64_t>(pDevice->NowUs() + StepUs, 20000));
     }
-    if (StepUs == 1) {
-      EXPECT_EQ(16000000u - 3, Device.Device.Flash().TimeLeftUs());
-      continue;
+    EXPECT_TRUE(pDevice->Write(0x40022010, 4, 0x210));
+    EXPECT_TRUE(pDevice->Write(0x1FFFF800, 2, 0xA5));
+    while (pDevice->NowUs() < 50000) {
+      pDevice->AdvanceTo(pDevice->NowUs() + StepUs);
     }
     const std::vector<std::string> Expected = {
-        "mass erase starts, 16000 ms", "option bytes: erase starts, 250 ms",
-        "option bytes: program starts, 150 ms", "option bytes: program done"};
+        "0 option bytes: erase starts, 20 ms", "20000 option bytes: erase done",
+        "20000 mass erase starts, 20 ms", "40000 program word starts, 53 us",
+        "40053 program word done"};
     EXPECT_EQ(Expected, Events) << StepUs;
-    EXPECT_EQ(sim::FOREVER, Device.Device.Flash().TimeLeftUs());
+    EXPECT_EQ(sim::FOREVER, pDevice->Flash().TimeLeftUs());
   }
 }
 
-TEST(SimDevice, StayingBusyComesBehindWhatRunsOrRunsNext) {
-  for (const bool Before : {true, false}) {
-    Part Device("STM32F407");
-    Device.Write(0x40023C08, 0x08192A3B);
-    Device.Write(0x40023C08, 0x4C5D6E7F);
-    if (Before) {
-      Device.Device.Flash().HoldBusy(30000);
-      Device.Device.Flash().HoldBusy(50000);  // the longer one counts
-      Device.Device.Flash().HoldBusy(20000);
-    }
-    Device.Write(0x40023C14, 0x0FF0AAEE);
-    if (!Before) {
-      Device.Wait(10);
-      Device.Device.Flash().HoldBusy(50000);
-    }
-    Device.Device.AdvanceTo(400000);
-    EXPECT_EQ(0x0FF0AAECu, Device.Stored(0));
-    EXPECT_TRUE(Device.Device.Flash().Busy());
-    Device.Device.AdvanceTo(449999);
-    EXPECT_TRUE(Device.Device.Flash().Busy());
-    Device.Device.AdvanceTo(450000);
-    EXPECT_FALSE(Device.Device.Flash().Busy());
-    Device.Write(0x40023C14, 0x0FFFAAEE);  // once is enough
-    Device.Device.AdvanceTo(850000);
-    EXPECT_FALSE(Device.Device.Flash().Busy());
-  }
-  Part Device("STM32F407");
-  Device.Device.Flash().HoldBusy(50000);
-  Device.PowerCycle();  // forgotten
-  Device.Write(0x40023C08, 0x08192A3B);
-  Device.Write(0x40023C08, 0x4C5D6E7F);
-  Device.Write(0x40023C14, 0x0FF0AAEE);
-  Device.Wait(400);
-  EXPECT_FALSE(Device.Device.Flash().Busy());
+TEST(SimDevice, TheBusSaysHowLongAnAccessWaits) {
+  const auto pDevice = MakeDevice("F103", "--flash full");
+  EXPECT_EQ(0u, pDevice->StallUs(0x08000000, false));
+  StartOptionErase(pDevice.get());
+  pDevice->AdvanceTo(5000);
+  EXPECT_EQ(15000u, pDevice->StallUs(0x08000002, false));
+  EXPECT_EQ(15000u, pDevice->StallUs(0x1FFFF800, true));
+  EXPECT_EQ(0u, pDevice->StallUs(0x4002200C, false));  // the status register
+  EXPECT_EQ(0u, pDevice->StallUs(0x20000000, true));
+  EXPECT_EQ(0u, pDevice->StallUs(0xE0042000, false));
+  EXPECT_EQ(0u, pDevice->StallUs(0x60000000, false));
+  EXPECT_EQ(5000u, pDevice->NowUs());  // asking costs no time
+  uint32_t Value = 0;
+  EXPECT_TRUE(pDevice->Read(0x08000000, 4, &Value));
+  EXPECT_EQ(20000u, pDevice->NowUs());
+  EXPECT_EQ(15000u, pDevice->TakeStalledUs());
+  EXPECT_EQ(0u, pDevice->TakeStalledUs());
+  pDevice->Flash().HoldBusy(sim::FOREVER);
+  EXPECT_TRUE(pDevice->Write(0x40022010, 4, 0x260));
+  pDevice->AdvanceTo(60000);
+  EXPECT_EQ(sim::FOREVER, pDevice->StallUs(0x08000000, false));
+  EXPECT_FALSE(pDevice->Read(0x08000000, 4, &Value));
 }
 
-// -- Watchdog
-
-static sim::CREATE_REQUEST Watched(uint32_t Level) {
-  sim::CREATE_REQUEST Request = AtLevel(Level);
-  Request.User                = 0xCC;  // WDG_SW 0
-  return Request;
+TEST(SimDevice, WhileResetIsHeldNothingRunsAndNothingAnswers) {
+  const auto pDevice = MakeDevice("F103", "--flash full --user 0xFE");  // WDG_SW 0
+  uint32_t   Value   = 0;
+  pDevice->HaltCore();
+  EXPECT_EQ(sim::CORE_HALTED, pDevice->Core());
+  pDevice->HoldReset("test");
+  EXPECT_TRUE(pDevice->IsInReset());
+  EXPECT_FALSE(pDevice->CoreHalted());
+  EXPECT_TRUE(pDevice->DebugPortAnswers());
+  EXPECT_FALSE(pDevice->Read(0x20000000, 4, &Value));
+  EXPECT_FALSE(pDevice->Write(0x20000000, 4, 1));
+  pDevice->AdvanceTo(5000000);
+  EXPECT_EQ(0, pDevice->WatchdogResets());
+  pDevice->ReleaseReset(true);
+  EXPECT_FALSE(pDevice->IsInReset());
+  EXPECT_TRUE(pDevice->CoreHalted());
+  EXPECT_TRUE(pDevice->Read(0x20000000, 4, &Value));
+  pDevice->AdvanceTo(5409999);
+  EXPECT_EQ(0, pDevice->WatchdogResets());
+  pDevice->AdvanceTo(5410000);
+  EXPECT_EQ(1, pDevice->WatchdogResets());
+  pDevice->RunCore();
+  EXPECT_EQ(sim::CORE_RUNNING, pDevice->Core());
 }
 
-TEST(SimDevice, AWatchdogThatNobodyFeedsResetsEvery512Milliseconds) {
-  Part Device("STM32F407", Watched(1));
-  Device.Wait(511);
-  EXPECT_EQ(0, Device.Device.WatchdogResets());
-  Device.Wait(1);
-  EXPECT_EQ(1, Device.Device.WatchdogResets());
-  Device.Wait(512 * 3);
-  EXPECT_EQ(4, Device.Device.WatchdogResets());
-  Device.Wait(500);
-  Device.Device.SystemReset(false, "test");  // starts it anew
-  Device.Wait(511);
-  EXPECT_EQ(4, Device.Device.WatchdogResets());
-  Device.Device.PowerOff();
-  Device.Wait(5000);
-  EXPECT_EQ(4, Device.Device.WatchdogResets());
+TEST(SimDevice, ACoreWithoutAProgramLocksUp) {
+  EXPECT_EQ(sim::CORE_LOCKED_UP, MakeDevice("F103", "")->Core());
+  EXPECT_EQ(sim::CORE_LOCKED_UP, MakeDevice("F103", "--rdp 1 --flash full")->Core());
+  EXPECT_EQ(sim::CORE_RUNNING, MakeDevice("F103", "--flash full")->Core());
 }
 
-TEST(SimDevice, AProgramThatRunsFeedsTheWatchdog) {
-  Part Running("STM32F407", Watched(0));
-  Running.Wait(5000);
-  EXPECT_EQ(0, Running.Device.WatchdogResets());
-  Part Empty("STM32F407", Watched(0), false);  // nothing to run
-  Empty.Wait(5000);
-  EXPECT_EQ(9, Empty.Device.WatchdogResets());
-  Part Halted("STM32F407", Watched(0));  // not running
-  Halted.Reset();
-  EXPECT_TRUE(Halted.Device.CoreHalted());
-  Halted.Wait(512);
-  EXPECT_EQ(1, Halted.Device.WatchdogResets());
-  EXPECT_FALSE(Halted.Device.CoreHalted());  // by that reset it runs
-  Halted.Wait(5000);
-  EXPECT_EQ(1, Halted.Device.WatchdogResets());
-  Part Software("STM32F407");
-  Software.Reset();
-  Software.Wait(5000);
-  EXPECT_EQ(0, Software.Device.WatchdogResets());
+TEST(SimDevice, RunsAboveTheVoltageAtWhichItResets) {
+  sim::Device Device(*sim::FindDevice("F103"));
+  Device.SetVoltage(1699);
+  EXPECT_FALSE(Device.IsPowered());
+  Device.SetVoltage(1700);
+  EXPECT_TRUE(Device.IsPowered());
+  Device.SetVoltage(1699);
+  EXPECT_FALSE(Device.IsPowered());
 }
-
-TEST(SimDevice, AFreezeBitStopsTheWatchdogOnlyWhileTheCoreIsHalted) {
-  Part Device("STM32F407", Watched(1));
-  Device.Write(0xE0042008, 1u << 12);
-  Device.Wait(512);
-  EXPECT_EQ(1, Device.Device.WatchdogResets());
-  Device.Reset();
-  Device.Wait(5000);
-  EXPECT_EQ(1, Device.Device.WatchdogResets());
-  Device.Write(0xE0042008, 1u << 11);  // the window watchdog's
-  Device.Wait(512);
-  EXPECT_EQ(2, Device.Device.WatchdogResets());
-}
-
-// -- Power and state
 
 TEST(SimDevice, ADeviceWithoutPowerDoesNothing) {
-  sim::Device Device(*sim::FindDevice("STM32F407"));
+  sim::Device Device(*sim::FindDevice("F103"));
   uint32_t    Value = 0;
   EXPECT_FALSE(Device.Read(0xE0042000, 4, &Value));
   EXPECT_FALSE(Device.Write(0x20000000, 4, 1));
   Device.SystemReset(true, "test");
+  Device.HoldReset("test");
+  Device.HaltCore();
   EXPECT_FALSE(Device.CoreHalted());
+  EXPECT_FALSE(Device.IsInReset());
   Device.AdvanceTo(1000);
   EXPECT_EQ(1000u, Device.NowUs());
   Device.PowerOn();
@@ -365,116 +409,104 @@ TEST(SimDevice, ADeviceWithoutPowerDoesNothing) {
   EXPECT_EQ(1u, Value);
 }
 
-TEST(SimDevice, NothingIsAtOtherAddressesUnlessTheVariantSaysSo) {
-  Part Device("STM32F407");
-  EXPECT_FALSE(Device.CanRead(0x60000000));
-  EXPECT_FALSE(Device.TryWrite(0x60000000, 1));
-  EXPECT_TRUE(Device.Device.SetVariant("unassigned_faults", 0));
-  EXPECT_EQ(0u, Device.Read(0x60000000));
-  EXPECT_TRUE(Device.TryWrite(0x60000000, 1));
-  EXPECT_EQ(0u, Device.Read(0x60000000));
-  EXPECT_FALSE(Device.Device.SetVariant("no_such_variant", 0));
-}
-
-TEST(SimDevice, AllThatOutlivesAConnectionIsSaved) {
-  Part Device("STM32F407", Watched(1));
-  EXPECT_TRUE(Device.Device.SetVariant("timing_max", 1));
-  Device.Write(0xE0042008, 0x1800);
-  Device.Reset();
-  Device.Write(0x40023C08, 0x08192A3B);
-  Device.Write(0x40023C08, 0x4C5D6E7F);
-  Device.Write(0x40023C14, 0x0FFF55EC);
-  sim::KeyFile File;
-  Device.Device.SaveTo(&File);
-  sim::Device Again(*sim::FindDevice("STM32F407"));
-  std::string sError;
-  ASSERT_TRUE(Again.LoadFrom(File, &sError)) << sError;
-  EXPECT_TRUE(Again.IsPowered());
-  EXPECT_TRUE(Again.CoreHalted());
-  EXPECT_EQ(1u, Again.Variant(sim::TIMING_MAX));
-  uint32_t Value = 0;
-  EXPECT_TRUE(Again.Read(0x40023C14, 4, &Value));
-  EXPECT_EQ(0x0FFF55ECu, Value);
-  EXPECT_TRUE(Again.Read(0xE0042008, 4, &Value));
-  EXPECT_EQ(0x1800u, Value);
-  Again.AdvanceTo(5000000);  // halted and frozen
-  EXPECT_EQ(0, Again.WatchdogResets());
-  EXPECT_TRUE(Again.Write(0xE0042008, 4, 0));
-  Again.AdvanceTo(5512000);  // and the watchdog is there
-  EXPECT_EQ(1, Again.WatchdogResets());
-}
-
-TEST(SimDevice, WhatRanIsFinishedWhenItIsLoadedUnlessPowerWasLost) {
-  Part Device("STM32H743", {}, false);
-  Device.Write(0x52002004, 0x45670123);
-  Device.Write(0x52002004, 0xCDEF89AB);
-  Device.Write(0x5200200C, 0x32);
-  Device.Write(0x08000044, 0xCAFEBABE);
-  Device.Write(0x5200200C, 0x72);
-  sim::KeyFile Running, Off;
-  Device.Device.SaveTo(&Running);
-  Device.Device.PowerOff();
-  Device.Device.SaveTo(&Off);
-  for (const sim::KeyFile* pFile : {&Running, &Off}) {
-    sim::Device Again(*sim::FindDevice("STM32H743"));
-    std::string sError;
-    ASSERT_TRUE(Again.LoadFrom(*pFile, &sError)) << sError;
-    EXPECT_FALSE(Again.Flash().Busy());
-    EXPECT_EQ(pFile == &Running ? 0xCAFEBABE : 0xFFFFFFFF,
-              Again.FindMemory(sim::MAIN_FLASH)->WordAt(0x08000044));
-    EXPECT_EQ(pFile == &Running, Again.IsPowered());
-    uint32_t Control = 0;
-    EXPECT_EQ(pFile == &Running, Again.Read(0x5200200C, 4, &Control));
-    EXPECT_EQ(pFile == &Running ? 0x32u : 0u, Control);  // FW went when it was done
-  }
-}
+// F103 with the watchdog started by its options: WDG_SW is bit 0 of the user byte.
+static const STEPS_CASE aDeviceRules[] = {
+    {"StayingBusyComesAfterWhatRunsOrRunsNext", "F103", "",
+     "unlock hold:30000 hold:50000 hold:20000 CR=220 CR=260 wait:20ms OPTION_DATA:FFFFFFFF SR?1/1 "
+     "wait:49999us SR?1/1 wait:1us SR?0/1 CR=260 wait:10ms hold:50000 wait:10ms SR?1/1 "
+     "wait:49999us "
+     "SR?1/1 wait:1us SR?0/1 CR=260 wait:20ms SR?0/1"},
+    {"PowerOffForgetsToStayBusy", "F103", "",
+     "hold:50000 power unlock CR=220 CR=260 wait:20ms SR?0/1"},
+    {"AWatchdogThatNobodyFeedsResetsAgainAndAgain", "F103", "--rdp 1 --user 0xFE",
+     "wait:409999us resets?0 wait:1us resets?1 wait:1230ms resets?4 wait:400ms run wait:409ms "
+     "resets?4 wait:1ms resets?5"},
+    {"AProgramThatRunsFeedsTheWatchdog", "F103", "--user 0xFE", "wait:5000ms resets?0"},
+    {"ADeviceWithoutAProgramDoesNotFeedIt", "F103", "empty --user 0xFE", "wait:5000ms resets?12"},
+    {"AHaltedCoreDoesNotFeedItAndRunsAfterItsReset", "F103", "--user 0xFE",
+     "reset halted?1 wait:410ms resets?1 halted?0 wait:5000ms resets?1"},
+    {"NothingIsAtOtherAddresses", "F103", "", "@60000000?! @60000000=1!"},
+    {"EmptyAddressesAnswerWhereThatVariantIsChosen", "F103", "--variant unassigned_faults=0",
+     "@60000000?0 @60000000=1 @60000000?0"},
+    {"AnAddressBesideItsSizeFails", "F103", "",
+     "@20000001?! @20000002=1! @20000001.2=1! @20000002.2=1"},
+    {"AllThatOutlivesAConnectionIsSaved", "F103", "--rdp 1 --user 0xFE --variant timing_max=1",
+     "DBGMCU_CR=100 reset unlock CR=230 save halted?1 CR?230 DBGMCU_CR?100 wait:5000ms resets?0 "
+     "DBGMCU_CR=0 wait:410ms resets?1 unlock CR=220 CR=260 wait:39999us SR?1 wait:1us SR?20"},
+    {"WhatRanIsGoneWhenPowerWasLost", "F103", "", "unlock CR=220 CR=260 wait:15ms power save SR?0"},
+};
+static const STEPS_WORDS DeviceWords = {
+    {"unlock", "KEYR=45670123 KEYR=CDEF89AB OPTKEYR=45670123 OPTKEYR=CDEF89AB"}};
+PLAY_CASES(SimDeviceRules, aDeviceRules, DeviceWords);
 
 TEST(SimDevice, IsFoundByItsNameInAnyCaseWithOrWithoutTheMakersPrefix) {
-  for (const char* sName : {"STM32F407", "stm32f407", "F407", "f407"}) {
+  for (const char* sName : {"STM32F103", "stm32f103", "F103", "f103"}) {
     ASSERT_NE(nullptr, sim::FindDevice(sName)) << sName;
-    EXPECT_STREQ("STM32F407", sim::FindDevice(sName)->sName);
+    EXPECT_STREQ("STM32F103", sim::FindDevice(sName)->pFacts->sName);
   }
-  EXPECT_EQ(nullptr, sim::FindDevice("F40"));
+  EXPECT_EQ(nullptr, sim::FindDevice("F10"));
   EXPECT_EQ(nullptr, sim::FindDevice(""));
-  EXPECT_EQ(17u, sim::AllDevices().size());
+  EXPECT_EQ(std::size(silicon::apDevices), sim::AllDevices().size());
 }
 
-TEST(SimDevice, SectorListsAreCheckedAndBecomeMasks) {
-  std::string sError;
-  EXPECT_TRUE(sim::CheckSectors({0, 11}, 12, &sError));
-  EXPECT_FALSE(sim::CheckSectors({0, 12}, 12, &sError));
-  EXPECT_EQ("sector 12: this device has sectors 0 to 11", sError);
-  EXPECT_FALSE(sim::CheckSectors({0}, 0, &sError));
-  EXPECT_EQ("this device has no such protection", sError);
-  EXPECT_EQ(0x801u, sim::SectorMask({0, 11}, false, 12));
-  EXPECT_EQ(0xFFFu, sim::SectorMask({}, true, 12));
-  EXPECT_EQ(0xFFFFFFFFu, sim::SectorMask({}, true, 32));
+// -- Verdict
+
+TEST(SimVerdict, EveryDeviceIsDeliveredAtFactoryState) {
+  for (const sim::DEVICE_ROW* pRow : sim::AllDevices()) {
+    const auto pDevice = MakeDevice(pRow->pFacts->sName, "");
+    EXPECT_EQ(std::vector<std::string>(), sim::Judge(*pDevice).Differences) << pDevice->Name();
+    EXPECT_NE(0u, sim::Judge(*pDevice).Fields.size());
+  }
+}
+
+TEST(SimVerdict, NamesWhatDiffers) {
+  const struct {
+    const char*              sState;
+    std::vector<std::string> Differences;
+  } aRows[] = {
+      {"--rdp 1", {"OPTION_RDP_USER.RDP is 0, not A5", "protection level 1 in force"}},
+      {"--wrp 3", {"OPTION_WRP01.WRP0 is F7, not FF"}},
+      {"--user 0xFE --option DATA1=0x12",
+       {"OPTION_RDP_USER.WDG_SW is 0, not 1", "OPTION_DATA.DATA1 is 12, not FF"}},
+      {"--mismatch WRP2", {"OPTION_WRP23 has a wrong complement", "OPTERR is set"}},
+      {"--flash full", {"flash in use"}},
+  };
+  for (const auto& [sState, Differences] : aRows) {
+    EXPECT_EQ(Differences, sim::Judge(*MakeDevice("F103", sState)).Differences) << sState;
+  }
+}
+
+TEST(SimVerdict, WhatIsStoredButNotInForceIsNotFactoryState) {
+  const auto pDevice = MakeDevice("F051", "--wrp 0");
+  StartOptionErase(pDevice.get());
+  EXPECT_EQ((std::vector<std::string>{"OPTION_WRP01.WRP0 is FE, not FF",
+                                      "option bytes: erase is running"}),
+            sim::Judge(*pDevice).Differences);
+  pDevice->AdvanceTo(20000);
+  EXPECT_TRUE(pDevice->Write(0x40022010, 4, 0x210));
+  EXPECT_TRUE(pDevice->Write(0x1FFFF800, 2, 0xAA));
+  pDevice->AdvanceTo(30000);
+  EXPECT_EQ(std::vector<std::string>{"OPTION_WRP01.WRP0 is FF and FE in force"},
+            sim::Judge(*pDevice).Differences);
+  pDevice->PowerOff();
+  pDevice->PowerOn();
+  EXPECT_TRUE(sim::Judge(*pDevice).AtFactory());
 }
 
 // -- Trace
 
 TEST(SimTrace, AccessesAreDescribedByNameValueAndFields) {
-  Part Device("STM32F407");
-  EXPECT_EQ(
-      "FLASH_OPTCR = 0x0FFFAAEE  OPTSTRT BOR_LEV=3 WDG_SW nRST_STOP nRST_STDBY RDP=AA "
-      "nWRP=FFF",
-      sim::DescribeAccess(&Device.Device, 0x40023C14, 4, 0x0FFFAAEE));
-  EXPECT_EQ("FLASH_OPTCR = 0xAAEE", sim::DescribeAccess(&Device.Device, 0x40023C14, 2, 0xAAEE));
-  EXPECT_EQ("FLASH_KEYR = 0x45670123  KEY1",
-            sim::DescribeAccess(&Device.Device, 0x40023C04, 4, 0x45670123));
-  const struct {
-    uint32_t    Key;
-    const char* sName;
-  } aKeys[] = {{0x45670123, "KEY1"},    {0xCDEF89AB, "KEY2"},   {0x08192A3B, "OPTKEY1"},
-               {0x4C5D6E7F, "OPTKEY2"}, {0x89ABCDEF, "PEKEY1"}, {0x02030405, "PEKEY2"},
-               {0xFBEAD9C8, "OPTKEY1"}, {0x24252627, "OPTKEY2"}};
-  for (const auto& [Key, sName] : aKeys) {
-    EXPECT_EQ(sim::Format("FLASH_OPTKEYR = 0x%08X  %s", Key, sName),
-              sim::DescribeAccess(&Device.Device, 0x40023C08, 4, Key));
-  }
-  EXPECT_EQ("FLASH_KEYR = 0x00000000  a wrong key",
-            sim::DescribeAccess(&Device.Device, 0x40023C04, 4, 0));
-  EXPECT_EQ("[0x20000000] = 0x00000001", sim::DescribeAccess(&Device.Device, 0x20000000, 4, 1));
-  EXPECT_EQ("[0x40023C14] = 0x00000001", sim::DescribeAccess(nullptr, 0x40023C14, 4, 1));
-  EXPECT_EQ("DBGMCU_IDCODE", sim::NameOf(&Device.Device, 0xE0042000));
+  const auto pDevice  = MakeDevice("F303", "");
+  const auto Describe = [&](uint32_t Address, uint32_t Size, uint32_t Value) {
+    return sim::DescribeAccess(pDevice.get(), Address, Size, Value);
+  };
+  EXPECT_EQ("FLASH_CR = 0x00002260  OPTER STRT OPTWRE OBL_LAUNCH", Describe(0x40022010, 4, 0x2260));
+  EXPECT_EQ("FLASH_CR = 0x2260", Describe(0x40022010, 2, 0x2260));
+  EXPECT_EQ("OPTION_DATA = 0xED12FF00  DATA0=00 DATA1=12", Describe(0x1FFFF804, 4, 0xED12FF00));
+  EXPECT_EQ("FLASH_KEYR = 0x45670123  KEY1", Describe(0x40022004, 4, 0x45670123));
+  EXPECT_EQ("FLASH_OPTKEYR = 0xCDEF89AB  KEY2", Describe(0x40022008, 4, 0xCDEF89AB));
+  EXPECT_EQ("FLASH_KEYR = 0x00000000  a wrong key", Describe(0x40022004, 4, 0));
+  EXPECT_EQ("[0x20000000] = 0x00000001", Describe(0x20000000, 4, 1));
+  EXPECT_EQ("[0x40022010] = 0x00000001", sim::DescribeAccess(nullptr, 0x40022010, 4, 1));
+  EXPECT_EQ("DBGMCU_IDCODE", sim::NameOf(pDevice.get(), 0xE0042000));
 }
