@@ -146,7 +146,7 @@ void ControllerF1::FinishPhase(const PHASE& Phase) {
     case OPTION_ERASE:
       EraseOptions(true);
       break;
-    default:
+    case WORD_PROGRAM:
       if (InOptionArea(Phase.Argument)) {
         ProgramOption(Phase.Argument, WithComplement(0, Phase.Value & 0xFF) & 0xFFFF);
       } else {
@@ -154,6 +154,8 @@ void ControllerF1::FinishPhase(const PHASE& Phase) {
         Word           = Merge(Word, Phase.Argument, 2, Phase.Value);
         Bank           = BankOf(Phase.Argument);
       }
+      break;
+    default:
       break;
   }
   for (const uint32_t Each : {BANK1, BANK2}) {
@@ -178,13 +180,15 @@ void ControllerF1::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
     case OPTION_ERASE:
       EraseOptions(IsHalfDone);
       break;
-    default:
+    case WORD_PROGRAM:
       if (IsHalfDone && InOptionArea(Phase.Argument)) {
         ProgramOption(Phase.Argument, 0xFF00 | Phase.Value);
       } else if (IsHalfDone) {
         uint32_t& Word = MainFlash().WordAt(Phase.Argument);
         Word           = Merge(Word, Phase.Argument, 1, Phase.Value);
       }
+      break;
+    default:
       break;
   }
 }

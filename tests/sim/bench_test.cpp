@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "sim/bench.h"
+#include "sim/catalog.h"
+#include "sim/request.h"
 
 using sim::PROBE_SETTINGS;
 
@@ -49,7 +51,7 @@ class SimBench : public ::testing::Test {
 
 TEST_F(SimBench, ADeliveredDeviceOfEveryKindIsAtFactoryState) {
   for (const sim::DEVICE_ROW* pRow : sim::AllDevices()) {
-    EXPECT_EQ(0, Run(std::string("create ") + pRow->sName)) << sOutput_;
+    EXPECT_EQ(0, Run(std::string("create ") + pRow->pFacts->sName)) << sOutput_;
     EXPECT_EQ(0, Run("show --expect-factory")) << sOutput_;
     EXPECT_TRUE(Says("At factory state.")) << sOutput_;
   }
@@ -126,15 +128,16 @@ TEST_F(SimBench, AnImageIsPutIntoTheFlash) {
   std::string                  sError;
   ASSERT_TRUE(Where.FindDefault(&Probe, &sError)) << sError;
   ASSERT_TRUE(Where.LoadDevice(Probe, &pDevice, &Link, &sError)) << sError;
-  EXPECT_EQ(0x04030201u, pDevice->FindMemory(sim::MAIN_FLASH)->WordAt(0x08000000));
-  EXPECT_EQ(0xFFFFFF05u, pDevice->FindMemory(sim::MAIN_FLASH)->WordAt(0x08000004));
+  EXPECT_EQ(0x04030201u, pDevice->Memories().Find(sim::MAIN_FLASH)->WordAt(0x08000000));
+  EXPECT_EQ(0xFFFFFF05u, pDevice->Memories().Find(sim::MAIN_FLASH)->WordAt(0x08000004));
 }
 
 TEST_F(SimBench, EveryDeviceComesBackFromItsFileAsItWas) {
   for (const sim::DEVICE_ROW* pRow : sim::AllDevices()) {
     sim::Device Before(*pRow);
     sim::FillFlash(&Before, 3000);
-    Before.FindMemory(sim::MAIN_FLASH)->WordAt(pRow->aMemories[0].Base + 0x1000) = 0xCAFEBABE;
+    Before.Memories().Find(sim::MAIN_FLASH)->WordAt(pRow->pFacts->Memory[0].Base + 0x1000) =
+        0xCAFEBABE;
     Before.PowerOn();
     sim::KeyFile First, Second;
     Before.SaveTo(&First);
@@ -142,7 +145,7 @@ TEST_F(SimBench, EveryDeviceComesBackFromItsFileAsItWas) {
     std::string sError;
     ASSERT_TRUE(After.LoadFrom(First, &sError)) << sError;
     After.SaveTo(&Second);
-    EXPECT_EQ(First.Lines(), Second.Lines()) << pRow->sName;
+    EXPECT_EQ(First.Lines(), Second.Lines()) << pRow->pFacts->sName;
   }
 }
 
@@ -440,8 +443,8 @@ TEST_F(SimBench, DamagedFilesNeverHarm) {
         uint32_t Value = 0;
         Target.PowerOn();
         Target.AdvanceTo(Target.NowUs() + 1000000);
-        Target.Read(pRow->aMemories[0].Base, 4, &Value);
-        Target.Write(pRow->aMemories[0].Base, 4, 0);
+        Target.Read(pRow->pFacts->Memory[0].Base, 4, &Value);
+        Target.Write(pRow->pFacts->Memory[0].Base, 4, 0);
         Target.SystemReset(true, "test");
         sim::KeyFile Again;
         Target.SaveTo(&Again);
@@ -465,9 +468,9 @@ TEST_F(SimBench, AWriterThatIsKilledLeavesTheOldFileOrTheNewOne) {
       std::string sError;
       for (uint32_t Value = 0;; Value++) {
         for (uint32_t Word = 0; Word < 20000; Word++) {
-          Target.FindMemory(sim::MAIN_FLASH)->WordAt(0x08000000 + 4 * Word) = Value;
+          Target.Memories().Find(sim::MAIN_FLASH)->WordAt(0x08000000 + 4 * Word) = Value;
         }
-        Target.FindMemory(sim::MAIN_FLASH)->WordAt(0x0800FFFC) = ~Value;
+        Target.Memories().Find(sim::MAIN_FLASH)->WordAt(0x0800FFFC) = ~Value;
         Where.SaveDevice(Probe, Target, sim::LINK(), &sError);
       }
     }
@@ -478,7 +481,7 @@ TEST_F(SimBench, AWriterThatIsKilledLeavesTheOldFileOrTheNewOne) {
     sim::LINK                    Link;
     std::string                  sError;
     ASSERT_TRUE(Where.LoadDevice(Probe, &pDevice, &Link, &sError)) << sError;
-    sim::Memory* pFlash = pDevice->FindMemory(sim::MAIN_FLASH);
+    sim::Memory* pFlash = pDevice->Memories().Find(sim::MAIN_FLASH);
     if (pFlash->WordAt(0x08000000) != 0x20001000) {  // not the one created
       EXPECT_EQ(pFlash->WordAt(0x08000000), ~pFlash->WordAt(0x0800FFFC));
     }

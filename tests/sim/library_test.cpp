@@ -11,7 +11,9 @@
 #include <string>
 
 #include "sim/bench.h"
+#include "sim/catalog.h"
 #include "sim/clock.h"
+#include "sim/request.h"
 
 static const char* const aOperations[] = {
     "QUOBEARM_IsOpen",      "QUOBEARM_SelectIP",     "QUOBEARM_EMU_SelectByUSBSN",
@@ -100,11 +102,12 @@ class SimLibrary : public ::testing::Test {
   }
 
   // A probe with a device on it.
-  void Put(const sim::PROBE_SETTINGS& Probe, const char* sDevice,
-           const sim::CREATE_REQUEST& Request = sim::CREATE_REQUEST()) {
-    sim::Device Target(*sim::FindDevice(sDevice));
-    std::string sError;
-    ASSERT_TRUE(Target.Flash().Configure(Request, &sError)) << sError;
+  void Put(const sim::PROBE_SETTINGS& Probe, const char* sDevice, const char* sState = "") {
+    sim::Device         Target(*sim::FindDevice(sDevice));
+    sim::CREATE_REQUEST Request;
+    std::string         sError;
+    ASSERT_TRUE(sim::ParseRequest(sState, &Request, &sError)) << sError;
+    ASSERT_TRUE(sim::Prepare(&Target, Request, &sError)) << sError;
     sim::FillFlash(&Target, 4096);
     ASSERT_TRUE(bench_->SaveProbe(Probe, &sError)) << sError;
     ASSERT_TRUE(bench_->SaveDevice(Probe, Target, sim::LINK(), &sError)) << sError;
@@ -314,7 +317,7 @@ TEST_F(SimLibrary, BackupMemoryIsKeptAtOnce) {
   sim::LINK                    Link;
   std::string                  sError;
   ASSERT_TRUE(bench_->LoadDevice(Probe(1), &pDevice, &Link, &sError)) << sError;
-  EXPECT_EQ(0xCAFEBABEu, pDevice->FindMemory(sim::BACKUP)->WordAt(0x40024010));
+  EXPECT_EQ(0xCAFEBABEu, pDevice->Memories().Find(sim::BACKUP)->WordAt(0x40024010));
 }
 
 TEST_F(SimLibrary, WhatRunsWhenTheConnectionEndsIsDoneByTheNext) {
@@ -333,9 +336,7 @@ TEST_F(SimLibrary, WhatRunsWhenTheConnectionEndsIsDoneByTheNext) {
 }
 
 TEST_F(SimLibrary, FastTimeIsBusyForAFewPolls) {
-  sim::CREATE_REQUEST Protected;
-  Protected.Level = 1;
-  Put(Probe(1), "STM32F407", Protected);
+  Put(Probe(1), "STM32F407", "--rdp 1");
   EXPECT_EQ(nullptr, Open());
   Swd();
   StartOptions(0x0FFFAAEE);
@@ -362,16 +363,14 @@ TEST_F(SimLibrary, RealTimeIsBusyForAsLongAsTheDataSheetSays) {
 TEST_F(SimLibrary, TheEnvironmentOverrulesTheProbesTime) {
   sim::PROBE_SETTINGS Each = Probe(1);
   Each.IsFast              = false;
-  sim::CREATE_REQUEST Protected;
-  Protected.Level = 1;
-  Put(Each, "STM32F407", Protected);
+  Put(Each, "STM32F407", "--rdp 1");
   EXPECT_EQ(nullptr, Open());
   Swd();
   StartOptions(0x0FFFAAEE);  // 16 s of the device
   EXPECT_LT(PollUntilReady(), 20);
   Close();
   Each.IsFast = true;
-  Put(Each, "STM32F407", Protected);
+  Put(Each, "STM32F407", "--rdp 1");
   unsetenv("QUOBE_BENCH_TIME");
   EXPECT_EQ(nullptr, Open());
   Swd();
@@ -633,10 +632,7 @@ TEST_F(SimLibrary, AResetThatDoesNotHaltLeavesAWatchdogRunning) {
   for (const bool Halts : {true, false}) {
     sim::PROBE_SETTINGS Each = Probe(1);
     Each.ResetHalts          = Halts;
-    sim::CREATE_REQUEST Request;
-    Request.Level = 1;
-    Request.User  = 0xCC;
-    Put(Each, "STM32F407", Request);
+    Put(Each, "STM32F407", "--rdp 1 --user 0xCC");
     EXPECT_EQ(nullptr, Open());
     Swd();
     Write(0xE0042008, 0x1000);
@@ -654,9 +650,7 @@ TEST_F(SimLibrary, AResetThatDoesNotHaltLeavesAWatchdogRunning) {
 
 TEST_F(SimLibrary, ALevel2DeviceAnswersNothingAndIsNotChanged) {
   for (const char* sDevice : {"STM32F407", "STM32F723", "STM32H743"}) {
-    sim::CREATE_REQUEST Request;
-    Request.Level = 2;
-    Put(Probe(1), sDevice, Request);
+    Put(Probe(1), sDevice, "--rdp 2");
     EXPECT_EQ(nullptr, Open());
     Swd();
     const uint32_t Base    = sDevice[5] == 'H' ? 0x52002000 : 0x40023C00;
