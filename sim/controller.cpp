@@ -140,7 +140,8 @@ bool Controller::RunsInPlace() const {
 
 int Controller::LockAt(uint32_t Offset) const {
   for (size_t i = 0; i < locks_.size(); i++) {
-    if (locks_[i].Row().Register == Offset) {
+    const LOCK_ROW& Row = locks_[i].Row();
+    if (Row.Register == Offset || (Row.Alias != 0 && Row.Alias == Offset)) {
       return static_cast<int>(i);
     }
   }

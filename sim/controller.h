@@ -140,6 +140,7 @@ class Controller {
   int                         NumWords() const { return static_cast<int>(stored_.size()); }
   const silicon::OPTION_WORD& Word(int Index) const;
   uint32_t                    Stored(int Index) const;
+  uint32_t                    StoredComplement(int Index) const;  // of IN_NEXT_WORD
   // Whether value and complement belong together.
   virtual bool Matches(int Index) const;
   // The stored word as the loader takes it: defaults where the complement does not match.
@@ -201,6 +202,7 @@ class Controller {
 
   // An option word is stored; its complement, where the hardware keeps one apart, follows.
   void Store(int Index, uint32_t Value);
+  void Store(int Index, uint32_t Value, uint32_t Complement);
   // A value gets the complement that this word has.
   uint32_t WithComplement(int Index, uint32_t Value) const;
   // The option word at this address; -1 when there is none.

@@ -49,6 +49,7 @@ void Device::AdvanceTo(uint64_t NowUs) {
     nowUs_ += Step;
     controller_->Pass(Step);
     PassOnWatchdogs(Step, Fed);
+    CheckBrownOut();
   }
   nowUs_ = std::max(nowUs_, NowUs);
 }
@@ -187,12 +188,19 @@ void Device::PowerOff() {
   IsChanged = true;
 }
 
-// The level at which a brown-out reset comes is an option, which is known once power is on.
+// The voltage at which a brown-out reset comes is known once power is on and the options are loaded.
 void Device::SetVoltage(uint32_t Millivolts) {
-  if (!powered_ && Millivolts >= POWER_ON_MV) {
+  millivolts_ = Millivolts;
+  if (!powered_ && millivolts_ >= POWER_ON_MV) {
     PowerOn();
   }
-  if (powered_ && Millivolts < std::max(POWER_ON_MV, controller_->BrownOutMv())) {
+  CheckBrownOut();
+}
+
+void Device::CheckBrownOut() {
+  const uint32_t NeededMv = powered_ ? std::max(POWER_ON_MV, controller_->BrownOutMv()) : 0;
+  if (millivolts_ < NeededMv) {
+    Event(Format("%u mV are too little, the device needs %u mV", millivolts_, NeededMv));
     PowerOff();
   }
 }
@@ -208,6 +216,7 @@ void Device::ResetCircuit(bool HaltCore, const char* sCause) {
   controller_->SystemReset();
   StartWatchdogs();
   IsChanged = true;
+  CheckBrownOut();
 }
 
 void Device::SystemReset(bool HaltCore, const char* sCause) {

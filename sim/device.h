@@ -76,7 +76,8 @@ class Device : private Surroundings {
   void     AdvanceTo(uint64_t NowUs);
   uint64_t NowUs() const { return nowUs_; }
 
-  // -- Power. Off and on again below and above the voltages at which the device resets itself.
+  // -- Power. A device that is given a voltage goes off and on with it: below the voltage at which it
+  // resets itself, which can be an option, it is off. PowerOn gives 3.3 V.
   void PowerOn();
   void PowerOff();
   bool IsPowered() const { return powered_; }
@@ -163,6 +164,7 @@ class Device : private Surroundings {
   bool     IsFrozen(const WATCHDOG_ROW& Watchdog) const;
   void     PassOnWatchdogs(uint64_t Us, bool Fed);
   uint64_t UntilWatchdogUs() const;
+  void     CheckBrownOut();
   bool     LoadLine(const std::string& sKey, const std::string& sValue);
 
   const DEVICE_ROW*           row_;
@@ -173,6 +175,7 @@ class Device : private Surroundings {
   uint64_t                    nowUs_                         = 0;
   uint64_t                    stalledUs_                     = 0;
   uint64_t                    watchdogLeftUs_[NUM_WATCHDOGS] = {};  // 0: not running
+  uint32_t                    millivolts_                    = 3300;
   int                         watchdogResets_                = 0;
   bool                        powered_                       = false;
   bool                        halted_                        = false;

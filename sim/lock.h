@@ -18,6 +18,7 @@ struct KEY {
 struct LOCK_ROW {
   const char* sState        = "";  // its state's name in the device's file
   uint32_t    Register      = 0;   // offset of the register that takes the keys
+  uint32_t    Alias         = 0;   // a second offset of that register; 0: none
   KEY         First         = {};
   KEY         Second        = {};
   uint32_t    Control       = 0;      // offset of the register that shows the lock's state

@@ -15,10 +15,18 @@ uint32_t Controller::Stored(int Index) const {
   return stored_[static_cast<size_t>(Index)].Value;
 }
 
+uint32_t Controller::StoredComplement(int Index) const {
+  return stored_[static_cast<size_t>(Index)].Complement;
+}
+
 void Controller::Store(int Index, uint32_t Value) {
+  Store(Index, Value, ~Value);
+}
+
+void Controller::Store(int Index, uint32_t Value, uint32_t Complement) {
   STORED& Each    = stored_[static_cast<size_t>(Index)];
   Each.Value      = (Value & ~Each.StuckMask) | Each.StuckValue;
-  Each.Complement = ~Value;
+  Each.Complement = Complement;
 }
 
 void Controller::SetStuckBits(int Index, uint32_t Mask, uint32_t Value) {

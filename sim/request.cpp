@@ -131,6 +131,27 @@ uint32_t SECTORS::Mask(uint32_t NumSectors) const {
   return Bits;
 }
 
+bool SECTORS::Has(uint32_t Sector) const {
+  return All || std::find(List.begin(), List.end(), Sector) != List.end();
+}
+
+bool AreaInBank(const SECTORS& Sectors, uint32_t FirstOfBank, uint32_t NumInBank,
+                SECTOR_AREA* pArea, std::string* psError) {
+  *pArea = SECTOR_AREA();
+  for (uint32_t i = 0; i < NumInBank; i++) {
+    if (!Sectors.Has(FirstOfBank + i)) {
+      continue;
+    }
+    if (!pArea->IsEmpty() && pArea->Last + 1 != i) {
+      *psError = "the sectors of a bank must be one area";
+      return false;
+    }
+    pArea->First = pArea->IsEmpty() ? i : pArea->First;
+    pArea->Last  = i;
+  }
+  return true;
+}
+
 // -- Checking it against the device --------------------------------------------------------------
 
 static bool CheckSectors(const SECTORS& Sectors, uint32_t NumSectors, std::string* psError) {

@@ -20,11 +20,24 @@ class Device;
 // A list of sectors (pages, where the device protects pages).
 struct SECTORS {
   bool                  All = false;
-  std::vector<uint32_t> List;
+  std::vector<uint32_t> List = {};
 
   bool     IsEmpty() const { return !All && List.empty(); }
+  bool     Has(uint32_t Sector) const;
   uint32_t Mask(uint32_t NumSectors) const;  // of at most 32
 };
+
+// Those of the sectors that are in a bank of so many from the first one, as an area counted from the
+// bank's begin. No sector there gives an area with First after Last. False with *psError when they
+// are not in one piece.
+struct SECTOR_AREA {
+  uint32_t First = 1;
+  uint32_t Last  = 0;
+
+  bool IsEmpty() const { return First > Last; }
+};
+bool AreaInBank(const SECTORS& Sectors, uint32_t FirstOfBank, uint32_t NumInBank,
+                SECTOR_AREA* pArea, std::string* psError);
 
 struct CREATE_REQUEST {
   std::optional<uint32_t>                       Level;  // 0, 1 or 2

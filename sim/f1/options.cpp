@@ -11,7 +11,7 @@ static const uint32_t WDG_SW = 1u << 16;  // in the option word
 // A byte whose complement is wrong counts as FF.
 uint32_t ControllerF1::Effective(int Index) const {
   uint32_t Value = Stored(Index);
-  for (const uint32_t Shift : {0, 16}) {
+  for (const uint32_t Shift : {0u, 16u}) {
     const uint32_t Half = Value >> Shift;
     if (((Half ^ Half >> 8) & 0xFF) != 0xFF) {
       Value |= 0xFFu << Shift;

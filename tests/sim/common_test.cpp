@@ -510,3 +510,59 @@ TEST(SimTrace, AccessesAreDescribedByNameValueAndFields) {
   EXPECT_EQ("[0x40022010] = 0x00000001", sim::DescribeAccess(nullptr, 0x40022010, 4, 1));
   EXPECT_EQ("DBGMCU_IDCODE", sim::NameOf(pDevice.get(), 0xE0042000));
 }
+
+// -- Requests
+
+TEST(SimRequest, SectorsOfABankAreOneArea) {
+  const struct {
+    sim::SECTORS Sectors;
+    bool         Good;
+    uint32_t     First, Last;
+  } aRows[] = {{{.All = true}, true, 0, 7},          {{.List = {8}}, true, 0, 0},
+               {{.List = {10, 9, 15}}, false, 0, 0}, {{.List = {9, 10, 3}}, true, 1, 2},
+               {{.List = {15, 14}}, true, 6, 7},     {{.List = {3, 16}}, true, 1, 0}};
+  for (const auto& [Sectors, Good, First, Last] : aRows) {
+    sim::SECTOR_AREA Area;
+    std::string      sError;
+    EXPECT_EQ(Good, sim::AreaInBank(Sectors, 8, 8, &Area, &sError));
+    EXPECT_EQ(Good ? "" : "the sectors of a bank must be one area", sError);
+    if (Good) {
+      EXPECT_EQ(First, Area.First);
+      EXPECT_EQ(Last, Area.Last);
+    }
+  }
+  EXPECT_EQ(0x801u, (sim::SECTORS{.List = {0, 11}}.Mask(12)));
+  EXPECT_EQ(0xFFFu, sim::SECTORS{.All = true}.Mask(12));
+  EXPECT_EQ(0xFFFFFFFFu, sim::SECTORS{.All = true}.Mask(32));
+}
+
+TEST(SimRequest, IsReadAsOnACommandLine) {
+  sim::CREATE_REQUEST Request;
+  std::string         sError;
+  ASSERT_TRUE(sim::ParseRequest(
+      "--rdp 1 --wrp 0-2,7 --secure --user 0x10 --option A=2 --mismatch B", &Request, &sError));
+  EXPECT_EQ(1u, Request.Level);
+  EXPECT_FALSE(Request.Rdp);
+  EXPECT_EQ((std::vector<uint32_t>{0, 1, 2, 7}), Request.Wrp.List);
+  EXPECT_TRUE(Request.Secure);
+  EXPECT_EQ(0x10u, Request.User);
+  EXPECT_EQ("A", Request.Options[0].first);
+  EXPECT_EQ(2u, Request.Options[0].second);
+  EXPECT_EQ(std::vector<std::string>{"B"}, Request.Mismatches);
+  const char* const aWrong[][2] = {
+      {"--rdp", "--rdp: a value is missing"},
+      {"--rdp 3", "\"3\" is no value for --rdp"},
+      {"--rdp 0x100", "\"0x100\" is no value for --rdp"},
+      {"--wrp 5-2", "\"5-2\" is no value for --wrp"},
+      {"--wrp 4096", "\"4096\" is no value for --wrp"},
+      {"--pcrop-rdp 2", "\"2\" is no value for --pcrop-rdp"},
+      {"--option A", "\"A\" is no value for --option"},
+      {"--variant x=y", "\"x=y\" is no value for --variant"},
+      {"--eeprom half", "\"half\" is no value for --eeprom"},
+      {"--wings 2", "unknown option --wings"},
+  };
+  for (const auto& [sText, sExpected] : aWrong) {
+    EXPECT_FALSE(sim::ParseRequest(sText, &Request, &sError)) << sText;
+    EXPECT_EQ(sExpected, sError);
+  }
+}

@@ -138,6 +138,8 @@ std::string Player::Order(const std::string& sName, const std::string& sValue) {
   } else if (sName == "power") {
     device_->PowerOff();
     device_->PowerOn();
+  } else if (sName == "voltage") {
+    device_->SetVoltage(static_cast<uint32_t>(strtoul(sValue.c_str(), nullptr, 10)));
   } else if (sName == "save") {
     SaveAndLoad();
   } else if (sName == "hold") {
@@ -191,6 +193,9 @@ std::string Player::Ask(const std::string& sName, const std::string& sExpected) 
   }
   if (sName == "resets") {
     return Compare(std::to_string(device_->WatchdogResets()), sExpected);
+  }
+  if (sName == "powered") {
+    return Compare(device_->IsPowered() ? "1" : "0", sExpected);
   }
   if (sName == "halted") {
     return Compare(device_->CoreHalted() ? "1" : "0", sExpected);

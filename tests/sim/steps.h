@@ -15,9 +15,9 @@
 //                 stored word is that
 //   flash?erased flash?kept flash?partly              any memory by its name
 //   put:OPTION_DATA=FF0012                            a stored word that no program could have left
-//   stalled?20000 resets?1 halted?1 error?OPTERR remark?none   error and remark may be "none"; a
+//   powered?1 stalled?20000 resets?1 halted?1 error?OPTERR remark?none   error and remark may be "none"; a
 //                 remark that exists is "some"
-//   variant:NAME=1 hold:forever save                  save: the device is saved, and loaded anew
+//   variant:NAME=1 hold:forever voltage:3300 save     save: the device is saved, and loaded anew
 //   register:CR=80/1437   its value now, and the bits that take a write; it keeps the last one written
 //   memory:20000000=2000  so many bytes are there, and nothing before or after them
 //
