@@ -135,6 +135,7 @@ void ControllerF4::FinishPhase(const PHASE& Phase) {
       for (int i = 0; i < NumWords(); i++) {
         Store(i, toProgram_[static_cast<size_t>(i)]);
       }
+      LoadProtection();
       ShowStored();
       registers_[OPTCR] &= ~OPTCR_OPTSTRT;
       break;

@@ -141,7 +141,7 @@ class ControllerF4 : public Controller {
   void        ShowStored();
   void        EraseOptions();
   WORDS       StoredWords() const;
-  WORDS       Protection() const;
+  void        LoadProtection();
   uint32_t    WrpBits(const WORDS& Words) const;
   void        PutWrpBits(WORDS* pWords, uint32_t Bits) const;
   uint32_t    NumWrpBits() const;
@@ -160,7 +160,7 @@ class ControllerF4 : public Controller {
 
   const F4_FAMILY&    family_;
   std::vector<SECTOR> sectors_, splitSectors_;
-  WORDS               loaded_    = {};  // as of the last reset
+  WORDS               loaded_    = {};  // in force
   WORDS               toProgram_ = {};
 };
 

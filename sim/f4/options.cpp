@@ -22,25 +22,23 @@ WORDS ControllerF4::StoredWords() const {
   return Words;
 }
 
-// The words that level, write protection and PCROP are judged by. All other options wait for reset.
-WORDS ControllerF4::Protection() const {
-  return Is(F4_LEVEL_AT_ONCE) ? StoredWords() : loaded_;
+// Level, write protection and PCROP are in force once a change has ended; all else waits for reset.
+void ControllerF4::LoadProtection() {
+  for (int i = 0; i < NumWords() && Is(F4_LEVEL_AT_ONCE); i++) {
+    const silicon::FIELDS& Fields = Word(i).Fields;
+    const uint32_t         Mask =
+        Fields.Mask(silicon::LEVEL) | Fields.Mask(silicon::WRP) | Fields.Mask(silicon::PCROP);
+    uint32_t& Each = loaded_[static_cast<size_t>(i)];
+    Each           = (Each & ~Mask) | (Stored(i) & Mask);
+  }
 }
 
 uint32_t ControllerF4::Loaded(int Index) const {
-  const size_t i     = static_cast<size_t>(Index);
-  uint32_t     Value = loaded_[i];
-  for (const silicon::FIELD& Field : Word(Index).Fields) {
-    if (Field.Kind == silicon::LEVEL || Field.Kind == silicon::WRP ||
-        Field.Kind == silicon::PCROP) {
-      Value = Field.Put(Value, Field.Get(Protection()[i]));
-    }
-  }
-  return Value;
+  return loaded_[static_cast<size_t>(Index)];
 }
 
 int ControllerF4::Level() const {
-  return LevelOfByte(facts_.pFamily->LevelField.Get(Protection()[WORD_OPTCR]));
+  return LevelOfByte(facts_.pFamily->LevelField.Get(loaded_[WORD_OPTCR]));
 }
 
 // Where the second bit is another option there is no window watchdog to start either.
@@ -102,15 +100,13 @@ bool ControllerF4::IsSprmod(const WORDS& Words) const {
 }
 
 uint32_t ControllerF4::ExecuteOnlyBits() const {
-  const WORDS Words = Protection();
-  return family_.Pcrop == BY_OPTCR2 ? Words[WORD_OPTCR2] & OPTCR2_PCROP
-         : IsSprmod(Words)          ? WrpBits(Words)
+  return family_.Pcrop == BY_OPTCR2 ? loaded_[WORD_OPTCR2] & OPTCR2_PCROP
+         : IsSprmod(loaded_)        ? WrpBits(loaded_)
                                     : 0;
 }
 
 uint32_t ControllerF4::ProtectedBits() const {
-  const WORDS Words = Protection();
-  return ExecuteOnlyBits() | (IsSprmod(Words) ? 0 : ~WrpBits(Words));
+  return ExecuteOnlyBits() | (IsSprmod(loaded_) ? 0 : ~WrpBits(loaded_));
 }
 
 // -- Option bytes in memory, for reading only ------------------------------------------------------

@@ -146,7 +146,7 @@ void ControllerH7::WriteControl(uint32_t Bank, uint32_t Value) {
   if ((Value & CR_START) != 0) {
     registers_[Register] &= ~CR_START;
     StartErase(Bank);
-  } else if ((Value & CR_FW) != 0 && IsBuffered(Bank)) {
+  } else if ((Value & CR_FW) != 0 && IsBuffered(Bank) && !IsBlocked(Bank)) {
     StartProgramming(Bank);
   }
   if (!Busy()) {
