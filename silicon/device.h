@@ -66,6 +66,22 @@ struct FIELDS {
     }
     return pEnd;
   }
+
+  // The bits of all fields, of those of one kind.
+  constexpr uint32_t Mask() const {
+    uint32_t Bits = 0;
+    for (const FIELD& Field : *this) {
+      Bits |= Field.Mask();
+    }
+    return Bits;
+  }
+  constexpr uint32_t Mask(FIELD_KIND Kind) const {
+    uint32_t Bits = 0;
+    for (const FIELD& Field : *this) {
+      Bits |= Field.Kind == Kind ? Field.Mask() : 0;
+    }
+    return Bits;
+  }
 };
 
 // -- Option words --------------------------------------------------------------------------------

@@ -44,6 +44,8 @@ constexpr auto DeviceRows() {
 
 // Rows of the folders.
 std::span<const DEVICE_ROW> DevicesF1();  // F0, F1, F3
+std::span<const DEVICE_ROW> DevicesF4();  // F2, F4, F7
+std::span<const DEVICE_ROW> DevicesH7();
 
 // All of them in the order of the menu; the search ignores case and the leading "STM32". nullptr when
 // there is no such device.

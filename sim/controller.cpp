@@ -34,7 +34,12 @@ Controller::Controller(Surroundings& Around, const silicon::DEVICE& Facts, uint3
   for (const silicon::OPTION_WORD& Word : Facts.Options) {
     stored_.push_back(
         {.Value = Word.Factory, .Complement = ~Word.Factory, .StuckMask = 0, .StuckValue = 0});
-    wordRows_.push_back({.sName = Word.sName, .Address = Word.Stored, .Fields = Word.Fields});
+    // Of a word in two places neither half has the fields where a register has them.
+    const bool InOne = Word.StoredUpper == 0;
+    wordRows_.push_back({.sName   = Word.sName,
+                         .Address = Word.Stored,
+                         .Fields  = InOne ? Word.Fields : silicon::FIELDS{}});
+    wordRows_.push_back({.sName = Word.sName, .Address = Word.StoredUpper});
   }
 }
 

@@ -1,0 +1,173 @@
+#include "sim/f4/f4.h"
+
+namespace sim::f4 {
+
+static std::vector<SECTOR> SectorsOf(const BANKS& Banks, const silicon::MEMORY& Flash) {
+  const uint32_t      BankBytes = Flash.Bytes / Banks.NumBanks;
+  std::vector<SECTOR> Sectors;
+  for (uint32_t Bank = 0; Bank < Banks.NumBanks && Banks.SmallBytes != 0; Bank++) {
+    uint32_t Offset = 0;
+    for (uint32_t i = 0; Offset < BankBytes; i++) {
+      Sectors.push_back({.Number  = 12 * Bank + i,
+                         .Code    = 16 * Bank + i,
+                         .Bank    = Bank,
+                         .Address = Flash.Base + Bank * BankBytes + Offset,
+                         .Bytes   = Banks.SmallBytes * (i < 4    ? 1
+                                                        : i == 4 ? 4
+                                                                 : 8),
+                         .Size    = i < 4    ? SMALL
+                                    : i == 4 ? MIDDLE
+                                             : LARGE});
+      Offset += Sectors.back().Bytes;
+    }
+  }
+  return Sectors;
+}
+
+ControllerF4::ControllerF4(Surroundings& Around, const F4_DEVICE& Row)
+    : Controller(Around, *Row.pFacts, BASE, Row.Registers, Locks),
+      family_(*Row.pFamily),
+      sectors_(SectorsOf(family_.Banks, Row.pFacts->Memory[0])),
+      splitSectors_(SectorsOf(family_.Split, Row.pFacts->Memory[0])) {
+  static const char* const aNames[MAX_WORDS][2] = {
+      {"loaded_0", "to_program_0"}, {"loaded_1", "to_program_1"}, {"loaded_2", "to_program_2"}};
+  for (size_t i = 0; i < MAX_WORDS; i++) {
+    State(aNames[i][0], &loaded_[i]);
+    State(aNames[i][1], &toProgram_[i]);
+  }
+}
+
+void ControllerF4::OnSystemReset() {
+  ResetRegisters();
+  loaded_ = StoredWords();
+  ShowStored();
+}
+
+// -- Bus -----------------------------------------------------------------------------------------
+
+// Options are in both banks; so are those of which nothing is known.
+bool ControllerF4::RunsIn(uint32_t Bank) const {
+  const PHASE& Phase = *Running();
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+      return Phase.Argument == UNPROTECT || (Phase.Argument >> Bank & 1) != 0;
+    case PAGE_ERASE:
+    case WORD_PROGRAM:
+      return SectorAt(Phase.Argument).Bank == Bank;
+    default:
+      return true;
+  }
+}
+
+// Keys and flags are taken at once. Of two banks one stays readable while the other is busy.
+bool ControllerF4::MustWait(const ACCESS& Access) const {
+  switch (Access.Area) {
+    case OPTION_AREA:
+      return Level() == 0;
+    case MEMORY_AREA:
+      return Access.pMemory->Row().Kind == MAIN_FLASH && Level() == 0 &&
+             (Access.IsWrite || RunsIn(SectorAt(Access.Address).Bank));
+    default:
+      return Access.IsWrite && Access.Address >= BASE + CR;
+  }
+}
+
+bool ControllerF4::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pValue) {
+  *pValue = registers_[Offset] | (Offset == SR && Busy() ? SR_BSY : 0);
+  return true;
+}
+
+bool ControllerF4::WriteRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t Value) {
+  switch (Offset) {
+    case KEYR:
+      return WriteKey(FLASH_LOCK, Value);
+    case OPTKEYR:
+      return WriteKey(OPTION_LOCK, Value) || !Is(F4_OPTKEY_BUS_ERROR);
+    case ACR:
+    case SR:
+      registers_.Write(Offset, Value);
+      break;
+    case CR:
+      WriteControl(Value);
+      break;
+    default:
+      WriteOption(Offset, Value);
+      break;
+  }
+  return true;
+}
+
+void ControllerF4::WriteControl(uint32_t Value) {
+  if ((registers_[CR] & CR_LOCK) != 0) {
+    return;
+  }
+  registers_.Write(CR, Value);
+  if ((Value & CR_LOCK) != 0) {
+    CloseLock(FLASH_LOCK);
+  }
+  if ((Value & CR_STRT) != 0 && !StartErase()) {
+    registers_[CR] &= ~CR_STRT;
+  }
+}
+
+// Flags of what could not be done; OPERR reports any of them where that interrupt is enabled.
+void ControllerF4::SetError(uint32_t Flags) {
+  registers_[SR] |= Flags | ((registers_[CR] & CR_ERRIE) != 0 ? SR_OPERR : 0);
+}
+
+// -- Operations ----------------------------------------------------------------------------------
+
+void ControllerF4::FinishPhase(const PHASE& Phase) {
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+      EraseSectors(Phase.Argument, 1000);
+      if (Phase.Argument == UNPROTECT) {
+        AllMemories().Erase(BACKUP);
+      }
+      break;
+    case PAGE_ERASE:
+      MainFlash().EraseRange(Phase.Argument, SectorAt(Phase.Argument).Bytes);
+      break;
+    case OPTION_ERASE:
+      EraseOptions();
+      return;  // programming follows
+    case OPTION_PROGRAM:
+      for (int i = 0; i < NumWords(); i++) {
+        Store(i, toProgram_[static_cast<size_t>(i)]);
+      }
+      LoadProtection();
+      ShowStored();
+      registers_[OPTCR] &= ~OPTCR_OPTSTRT;
+      break;
+    default:
+      MainFlash().WordAt(Phase.Argument) &= Phase.Value;
+      break;
+  }
+  registers_[CR] &= ~CR_STRT;
+  if ((registers_[CR] & CR_EOPIE) != 0) {
+    registers_[SR] |= SR_EOP;
+  }
+}
+
+// Flash is erased before the options are touched; these are lost from then to the end of the change,
+// which leaves the device at level 1.
+void ControllerF4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+      EraseSectors(Phase.Argument, DonePerMille);
+      break;
+    case PAGE_ERASE:
+      MainFlash().EraseUntil(Phase.Argument, SectorAt(Phase.Argument).Bytes, DonePerMille);
+      break;
+    case OPTION_ERASE:
+    case OPTION_PROGRAM:
+      EraseOptions();
+      break;
+    default:
+      // Every other bit of what was to be cleared.
+      MainFlash().WordAt(Phase.Argument) &= Phase.Value | 0xAAAAAAAA;
+      break;
+  }
+}
+
+}  // namespace sim::f4

@@ -1,0 +1,169 @@
+// sim/f4/f4.h
+//
+// Flash controller of STM32F2, F4 and F7: option bytes are written as whole registers (OPTCR and,
+// where they exist, OPTCR1 and OPTCR2), stored when OPTSTRT is set, and loaded at reset.
+// Reference manuals RM0033 (F2), RM0090 (F4), RM0385, RM0410 and RM0431 (F7).
+
+#ifndef SIM_F4_F4_H
+#define SIM_F4_F4_H
+
+#include <array>
+
+#include "sim/catalog.h"
+#include "sim/controller.h"
+#include "sim/request.h"
+
+namespace sim::f4 {
+
+// -- Registers by their offset, and their bits ---------------------------------------------------
+
+inline constexpr uint32_t BASE = 0x40023C00;
+inline constexpr uint32_t ACR = 0x00, KEYR = 0x04, OPTKEYR = 0x08, SR = 0x0C, CR = 0x10,
+                          OPTCR = 0x14, OPTCR1 = 0x18, OPTCR2 = 0x1C;
+
+inline constexpr uint32_t SR_EOP = 1u << 0, SR_OPERR = 1u << 1, SR_WRPERR = 1u << 4,
+                          SR_PGAERR = 1u << 5, SR_PGPERR = 1u << 6, SR_PGSERR = 1u << 7,
+                          SR_RDERR = 1u << 8, SR_BSY = 1u << 16;
+inline constexpr uint32_t CR_PG = 1u << 0, CR_SER = 1u << 1, CR_MER = 1u << 2, CR_MER1 = 1u << 15,
+                          CR_STRT = 1u << 16, CR_EOPIE = 1u << 24, CR_ERRIE = 1u << 25,
+                          CR_LOCK        = 1u << 31;
+inline constexpr silicon::FIELD CR_SNB   = silicon::Bits("SNB", 7, 3),
+                                CR_PSIZE = silicon::Bits("PSIZE", 9, 8);
+inline constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTRT = 1u << 1, OPTCR_DB1M = 1u << 30,
+                          OPTCR_nDBANK = 1u << 29, OPTCR_SPRMOD = 1u << 31;
+inline constexpr silicon::FIELD OPTCR_BOR_LEV = silicon::Bits("BOR_LEV", 3, 2);
+// What starts a watchdog when it is 0. Only F7 has the second; there the first is called IWDG_SW.
+inline constexpr uint32_t OPTCR_WDG_SW = 1u << 5, OPTCR_WWDG_SW = 1u << 4;
+inline constexpr uint32_t OPTCR2_PCROP = 0xFF, OPTCR2_PCROP_RDP = 1u << 31;
+
+enum { FLASH_LOCK, OPTION_LOCK };
+
+// Values of all option words; those that a device does not have are 0.
+enum { WORD_OPTCR, WORD_OPTCR1, WORD_OPTCR2, MAX_WORDS };
+using WORDS = std::array<uint32_t, MAX_WORDS>;
+
+// -- Rows ----------------------------------------------------------------------------------------
+
+enum PCROP_KIND {
+  NO_PCROP,
+  BY_SPRMOD,  // the protection bits, read the other way round
+  BY_OPTCR2   // bits of their own
+};
+
+// A bank has four small sectors, one of four times and the rest of eight times their size.
+struct BANKS {
+  uint32_t NumBanks      = 1;
+  uint32_t SmallBytes    = 0;
+  uint32_t SectorsPerBit = 1;  // of nWRP
+};
+
+struct F4_FAMILY {
+  const SYSTEM_BLOCK* pSystem  = nullptr;
+  VARIANT_ROWS        Variants = {};
+  const REGISTER*     pSr      = nullptr;
+  const REGISTER*     pCr      = nullptr;
+  PCROP_KIND          Pcrop    = NO_PCROP;
+  BANKS               Banks    = {};
+  // An option may make two banks of one: while OPTCR & SplitMask is SplitValue.
+  uint32_t SplitMask  = 0;
+  uint32_t SplitValue = 0;
+  BANKS    Split      = {};
+};
+
+struct F4_DEVICE {
+  const silicon::DEVICE*    pFacts    = nullptr;
+  const F4_FAMILY*          pFamily   = nullptr;
+  std::span<const REGISTER> Registers = {};
+};
+
+extern const std::span<const LOCK_ROW> Locks;
+
+// Open questions of the manuals.
+extern const VARIANT_ROW F4_LEVEL_AT_ONCE, F4_OPTKEY_BUS_ERROR, F4_DB1M_FREE_WITH_SPRMOD;
+
+// -- The controller ------------------------------------------------------------------------------
+
+enum SECTOR_SIZE { SMALL, MIDDLE, LARGE };
+
+struct SECTOR {
+  uint32_t    Number  = 0;  // those of a second bank start at 12, however many the first one has
+  uint32_t    Code    = 0;  // in SNB; those of a second bank start at 16
+  uint32_t    Bank    = 0;
+  uint32_t    Address = 0;
+  uint32_t    Bytes   = 0;
+  SECTOR_SIZE Size    = SMALL;
+};
+
+class ControllerF4 : public Controller {
+ public:
+  ControllerF4(Surroundings& Around, const F4_DEVICE& Row);
+
+  // controller.cpp
+  void OnPowerOn() override { OnSystemReset(); }
+  bool MustWait(const ACCESS& Access) const override;
+  bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) override;
+  bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
+
+  // options.cpp
+  bool        InOptionArea(uint32_t Address) const override;
+  bool        ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
+  bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
+  uint32_t    Loaded(int Index) const override;
+  int         Level() const override;
+  bool        StartsWatchdog(WATCHDOG Which) const override;
+  uint32_t    BrownOutMv() const override;
+  std::string Remarks() const override;
+
+  // flash.cpp
+  bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) override;
+  bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
+
+ protected:
+  void         OnSystemReset() override;
+  void         FinishPhase(const PHASE& Phase) override;
+  void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
+  CAPABILITIES Can() const override;
+  bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
+
+ private:
+  // What a mass erase takes.
+  enum { BANK1 = 1, BANK2 = 2, UNPROTECT = 4 };
+
+  // controller.cpp
+  void WriteControl(uint32_t Value);
+  bool RunsIn(uint32_t Bank) const;
+  void SetError(uint32_t Flags);
+
+  // options.cpp
+  void        WriteOption(uint32_t Offset, uint32_t Value);
+  void        StartOptions();
+  const char* BrokenRule(bool Unprotects) const;
+  void        ShowStored();
+  void        EraseOptions();
+  WORDS       StoredWords() const;
+  void        LoadProtection();
+  uint32_t    WrpBits(const WORDS& Words) const;
+  void        PutWrpBits(WORDS* pWords, uint32_t Bits) const;
+  uint32_t    NumWrpBits() const;
+  bool        IsSprmod(const WORDS& Words) const;
+  uint32_t    ExecuteOnlyBits() const;
+  uint32_t    ProtectedBits() const;
+
+  // flash.cpp
+  bool                       StartErase();
+  uint64_t                   MassEraseUs() const;
+  void                       EraseSectors(uint32_t What, uint32_t DonePerMille);
+  const std::vector<SECTOR>& Sectors() const;
+  const SECTOR&              SectorAt(uint32_t Address) const;
+  bool                       IsSplit() const;
+  bool                       IsIn(uint32_t Bits, const SECTOR& Sector) const;
+
+  const F4_FAMILY&    family_;
+  std::vector<SECTOR> sectors_, splitSectors_;
+  WORDS               loaded_    = {};  // in force
+  WORDS               toProgram_ = {};
+};
+
+}  // namespace sim::f4
+
+#endif

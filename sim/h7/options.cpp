@@ -1,0 +1,184 @@
+#include <bit>
+
+#include "sim/h7/h7.h"
+
+namespace sim::h7 {
+
+static const TIME CHANGE_TIME = {.TypicalUs = 300000, .LongestUs = 600000};
+
+// -- In force --------------------------------------------------------------------------------------
+
+// All that is stored, but for the banks, which change places at reset.
+uint32_t ControllerH7::Loaded(int Index) const {
+  const uint32_t Value = Stored(Index);
+  return Index != WORD_OPTSR
+             ? Value
+             : (Value & ~OPTSR_SWAP_BANK_OPT) | (swapped_ != 0 ? OPTSR_SWAP_BANK_OPT : 0);
+}
+
+int ControllerH7::Level() const {
+  return LevelOfByte(facts_.pFamily->LevelField.Get(Stored(WORD_OPTSR)));
+}
+
+bool ControllerH7::StartsWatchdog(WATCHDOG Which) const {
+  return Which == INDEPENDENT && (Stored(WORD_OPTSR) & OPTSR_IWDG1_SW) == 0;
+}
+
+uint32_t ControllerH7::BrownOutMv() const {
+  static const uint32_t aMillivolts[] = {POWER_ON_MV, 2100, 2400, 2700};
+  return aMillivolts[OPTSR_BOR_LEV.Get(Stored(WORD_OPTSR))];
+}
+
+std::string ControllerH7::LoadError() const {
+  return changeError_ != 0 ? "OPTCHANGEERR" : "";
+}
+
+std::string ControllerH7::Remarks() const {
+  return changeError_ != 0 ? "OPTCHANGEERR is set: a change was refused" : "";
+}
+
+// -- Changes ---------------------------------------------------------------------------------------
+
+uint32_t ControllerH7::PrgRegister(int Index) const {
+  return Word(Index).Loaded[0].Register + 4 - BASE;
+}
+
+void ControllerH7::WritePrg(uint32_t Register, uint32_t Value) {
+  static const uint32_t SPARE_BITS = 7u << 23;
+  registers_.Write(Register, Value);
+  if (Register == OPTSR_PRG && IsChosen(family_.pSpareBitsWritable)) {
+    registers_[Register] = (registers_[Register] & ~SPARE_BITS) | (Value & SPARE_BITS);
+  }
+}
+
+void ControllerH7::WriteOptionControl(uint32_t Value) {
+  if (!IsOpen(OPTION_LOCK)) {
+    return;
+  }
+  registers_.Write(OPTCR, Value);
+  if ((Value & OPTCR_OPTLOCK) != 0) {
+    CloseLock(OPTION_LOCK);
+  }
+  if (Busy()) {
+    return;
+  }
+  if ((Value & OPTCR_OPTSTART) != 0) {
+    StartChange();
+  } else if ((Value & OPTCR_MER) != 0 && family_.NumBanks == 2 && IsOpen(BANK1_LOCK) &&
+             IsOpen(BANK2_LOCK)) {
+    StartBankErase(BANK1 | BANK2);
+  }
+}
+
+void ControllerH7::StartChange() {
+  bool Differs = false;
+  for (int i = 0; i < NumWords(); i++) {
+    Differs = Differs || Prg(i) != Stored(i);
+  }
+  if (!Differs) {
+    return;
+  }
+  for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
+    if (const char* sBroken = BrokenRule(Bank); sBroken != nullptr) {
+      changeError_ = 1;
+      around_.Event(std::string("change refused: ") + sBroken);
+      return;
+    }
+  }
+  std::vector<PHASE> Phases;
+  if (Unprotects()) {
+    Phases.push_back({MASS_ERASE, MassEraseUs(0), UNPROTECT});
+  }
+  Phases.push_back({OPTION_PROGRAM, Us(CHANGE_TIME)});
+  activeBanks_ = 0;
+  Start(Phases);
+}
+
+bool ControllerH7::Unprotects() const {
+  return Level() == 1 && LevelOfByte(facts_.pFamily->LevelField.Get(Prg(WORD_OPTSR))) == 0;
+}
+
+// nullptr when the bank's part of the change is allowed.
+const char* ControllerH7::BrokenRule(uint32_t Bank) const {
+  const uint32_t OldPcrop  = Stored(OfBank(WORD_PRAR, Bank)),
+                 NewPcrop  = Prg(OfBank(WORD_PRAR, Bank));
+  const uint32_t OldSecure = Stored(OfBank(WORD_SCAR, Bank)),
+                 NewSecure = Prg(OfBank(WORD_SCAR, Bank));
+  const AREA OldArea(OldSecure), NewArea(NewSecure);
+  const bool WipesPcrop  = Unprotects() && ((OldPcrop | NewPcrop) & AREA_WIPE) != 0;
+  const bool WipesSecure = Unprotects() && ((OldSecure | NewSecure) & AREA_WIPE) != 0;
+  if (!AREA(NewPcrop).Covers(AREA(OldPcrop)) && !WipesPcrop) {
+    return "a PCROP area shrinks without being wiped";
+  }
+  if ((OldPcrop & ~NewPcrop & AREA_WIPE) != 0 && !Unprotects()) {
+    return "DMEP cannot be cleared alone";
+  }
+  if (OldArea != NewArea && !(OldArea.IsNone() && NewArea.IsNone()) &&
+      (!WipesSecure || !NewArea.IsNone())) {
+    return "a secure area is changed by other than secure code";
+  }
+  if ((OldSecure & ~NewSecure & AREA_WIPE) != 0 && !Unprotects()) {
+    return "DMES cannot be cleared alone";
+  }
+  if ((Stored(WORD_OPTSR) & ~Prg(WORD_OPTSR) & OPTSR_SECURITY) != 0 &&
+      ((!AREA(OldPcrop).IsNone() && !WipesPcrop) || (!OldArea.IsNone() && !WipesSecure))) {
+    return "SECURITY cannot be cleared while a protected area is kept";
+  }
+  return nullptr;
+}
+
+// -- A new device ----------------------------------------------------------------------------------
+
+uint32_t ControllerH7::Delivered(int Index) const {
+  const bool Otherwise = IsChosen(family_.pOtherDelivery);
+  const bool IsScar    = Index == WORD_SCAR || Index == OfBank(WORD_SCAR, family_.NumBanks - 1);
+  return Otherwise && Index == WORD_OPTSR ? family_.OtherOptsr
+         : Otherwise && IsScar            ? family_.OtherScar
+                                          : Word(Index).Factory;
+}
+
+CAPABILITIES ControllerH7::Can() const {
+  const silicon::FIELDS& Optsr = Word(WORD_OPTSR).Fields;
+  return {.NumWrp      = family_.NumBanks * SECTORS_PER_BANK,
+          .NumPcrop    = family_.NumBanks * SECTORS_PER_BANK,
+          .HasPcropRdp = true,
+          .HasSecure   = true,
+          .UserWord    = WORD_OPTSR,
+          .UserMask    = Optsr.Mask() & ~Optsr.Mask(silicon::LEVEL)};
+}
+
+// Sectors in one piece as an area word; false when they are not. None leaves the word alone.
+static bool AreaOf(uint32_t Sectors, uint32_t* pArea) {
+  if (Sectors == 0) {
+    return true;
+  }
+  const uint32_t First = static_cast<uint32_t>(std::countr_zero(Sectors));
+  const uint32_t Last  = static_cast<uint32_t>(std::bit_width(Sectors)) - 1;
+  const uint32_t Units = SECTOR_BYTES / AREA_UNIT;
+  *pArea               = First * Units | ((Last + 1) * Units - 1) << 16;
+  return Last - First + 1 == static_cast<uint32_t>(std::popcount(Sectors));
+}
+
+// A bit that is 0 protects its sector. The secure area is the first sector.
+bool ControllerH7::Protect(const CREATE_REQUEST& Request, std::string* psError) {
+  const uint32_t Wrp   = Request.Wrp.Mask(Can().NumWrp);
+  const uint32_t Pcrop = Request.Pcrop.Mask(Can().NumPcrop);
+  for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
+    uint32_t Area = Stored(OfBank(WORD_PRAR, Bank));
+    if (!AreaOf(Pcrop >> 8 * Bank & 0xFF, &Area)) {
+      *psError = "the sectors of a bank must be one area";
+      return false;
+    }
+    Store(OfBank(WORD_PRAR, Bank), Area | (Request.PcropRdp.value_or(0) != 0 ? AREA_WIPE : 0));
+    Store(OfBank(WORD_WPSN, Bank), ~(Wrp >> 8 * Bank) & 0xFF);
+  }
+  if (Request.Secure) {
+    uint32_t Area = 0;
+    AreaOf(1, &Area);
+    Store(WORD_SCAR, Area | AREA_WIPE);
+    Store(WORD_OPTSR, Stored(WORD_OPTSR) | OPTSR_SECURITY);
+  }
+  return true;
+}
+
+}  // namespace sim::h7
