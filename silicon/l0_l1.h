@@ -15,7 +15,7 @@ namespace silicon {
 namespace l0 {
 
 inline constexpr uint32_t BASE_L0 = 0x40022000, BASE_L1 = 0x40023C00, OPTIONS = 0x1FF80000;
-inline constexpr uint32_t OPTR = 0x1C;  // offset of the register with level and user options
+inline constexpr uint32_t OPTR    = 0x1C;  // offset of the register with level and user options
 inline constexpr uint32_t WRPROT1 = 0x20, WRPROT2 = 0x80, WRPROT3 = 0x84, WRPROT4 = 0x88;
 
 }  // namespace l0

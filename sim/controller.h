@@ -201,6 +201,9 @@ class Controller {
 
   // An option word is stored; its complement, where the hardware keeps one apart, follows.
   void Store(int Index, uint32_t Value);
+  // The same in two parts, as an operation that was cut short leaves it; of IN_NEXT_WORD only.
+  void     StoreApart(int Index, uint32_t Value, uint32_t Complement);
+  uint32_t StoredComplement(int Index) const;
   // A value gets the complement that this word has.
   uint32_t WithComplement(int Index, uint32_t Value) const;
   // The option word at this address; -1 when there is none.

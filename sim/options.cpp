@@ -21,6 +21,15 @@ void Controller::Store(int Index, uint32_t Value) {
   Each.Complement = ~Value;
 }
 
+void Controller::StoreApart(int Index, uint32_t Value, uint32_t Complement) {
+  Store(Index, Value);
+  stored_[static_cast<size_t>(Index)].Complement = Complement;
+}
+
+uint32_t Controller::StoredComplement(int Index) const {
+  return stored_[static_cast<size_t>(Index)].Complement;
+}
+
 void Controller::SetStuckBits(int Index, uint32_t Mask, uint32_t Value) {
   STORED& Each    = stored_[static_cast<size_t>(Index)];
   Each.StuckValue = (Each.StuckValue & ~Mask) | (Value & Mask);

@@ -23,6 +23,7 @@ struct SECTORS {
   std::vector<uint32_t> List;
 
   bool     IsEmpty() const { return !All && List.empty(); }
+  bool     Has(uint32_t Sector) const;
   uint32_t Mask(uint32_t NumSectors) const;  // of at most 32
 };
 

@@ -2,9 +2,6 @@
 
 namespace sim::l0 {
 
-static const TIME WORD_PHASE = {.TypicalUs = 3200, .LongestUs = 3940};  // erase or program
-static const TIME MASS       = {.TypicalUs = 60000, .LongestUs = 100000};
-
 ControllerL0::ControllerL0(Surroundings& Around, const L0_DEVICE& Row)
     : Controller(Around, *Row.pFacts, Row.pFamily->Base, Row.pFamily->Registers, Locks),
       family_(*Row.pFamily) {

@@ -1,5 +1,5 @@
-#include "sim/l0/l0.h"
 #include "silicon/l0_l1.h"
+#include "sim/l0/l0.h"
 
 namespace sim {
 
@@ -7,14 +7,14 @@ namespace l0 {
 
 // -- Open questions ------------------------------------------------------------------------------
 
-const VARIANT_ROW L0_SPARE_WORDS_WRITABLE    = {.sName   = "l0_spare_words_writable",
-                                                .Default = true,
-                                                .sText =
-                                                    "unused words of the L0 option page read as ones"};
-const VARIANT_ROW L0_L1_REFUSE_PCROP_CLEAR   = {
-      .sName   = "l0_l1_refuse_pcrop_clear",
-      .Default = false,
-      .sText   = "at level 0 every write that would lift PCROP is refused"};
+const VARIANT_ROW L0_SPARE_WORDS_WRITABLE = {
+    .sName   = "l0_spare_words_writable",
+    .Default = true,
+    .sText   = "unused words of the L0 option page read as ones"};
+const VARIANT_ROW L0_L1_REFUSE_PCROP_CLEAR = {
+    .sName   = "l0_l1_refuse_pcrop_clear",
+    .Default = false,
+    .sText   = "at level 0 every write that would lift PCROP is refused"};
 const VARIANT_ROW L0_L1_ALWAYS_ERASE_OPTIONS = {
     .sName   = "l0_l1_always_erase_options",
     .Default = false,
@@ -27,9 +27,9 @@ const VARIANT_ROW L1_ERRATUM_MASS_ERASE = {
 static constexpr const VARIANT_ROW* apVariantsL0[] = {&OBL_TRANSFER_FAILS, &L0_SPARE_WORDS_WRITABLE,
                                                       &L0_L1_REFUSE_PCROP_CLEAR,
                                                       &L0_L1_ALWAYS_ERASE_OPTIONS};
-static constexpr const VARIANT_ROW* apVariantsL1[] = {&OBL_TRANSFER_FAILS, &L0_L1_REFUSE_PCROP_CLEAR,
-                                                      &L0_L1_ALWAYS_ERASE_OPTIONS,
-                                                      &L1_ERRATUM_MASS_ERASE};
+static constexpr const VARIANT_ROW* apVariantsL1[] = {
+    &OBL_TRANSFER_FAILS, &L0_L1_REFUSE_PCROP_CLEAR, &L0_L1_ALWAYS_ERASE_OPTIONS,
+    &L1_ERRATUM_MASS_ERASE};
 
 // -- Families ------------------------------------------------------------------------------------
 

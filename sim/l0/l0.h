@@ -34,6 +34,9 @@ enum { WORD_RDP, WORD_USER, WORD_WRP };  // option words; from WORD_WRP on those
 
 inline constexpr uint32_t SECTOR_BYTES = 4096, SECTORS_PER_WORD = 16;
 
+inline constexpr TIME WORD_PHASE = {.TypicalUs = 3200, .LongestUs = 3940};  // erase or program
+inline constexpr TIME MASS       = {.TypicalUs = 60000, .LongestUs = 100000};
+
 // -- Rows ----------------------------------------------------------------------------------------
 
 struct L0_FAMILY {
@@ -97,15 +100,15 @@ class ControllerL0 : public Controller {
 
  private:
   // controller.cpp
-  bool      WriteControl(uint32_t Value);
-  void      FollowPelock();
-  void      SetFlags(uint32_t Flags);
-  void      WriteEeprom(uint32_t Address, uint32_t Size, uint32_t Value);
-  void      WriteFlash(uint32_t Address, uint32_t Size, uint32_t Value);
-  PHASE     ProgramPhase(uint32_t Address, uint32_t Value) const;
-  uint32_t  WordAt(uint32_t Address) const;
-  void      SetWord(uint32_t Address, uint32_t Value);
-  void      CutWord(const PHASE& Phase, uint32_t DonePerMille);
+  bool     WriteControl(uint32_t Value);
+  void     FollowPelock();
+  void     SetFlags(uint32_t Flags);
+  void     WriteEeprom(uint32_t Address, uint32_t Size, uint32_t Value);
+  void     WriteFlash(uint32_t Address, uint32_t Size, uint32_t Value);
+  PHASE    ProgramPhase(uint32_t Address, uint32_t Value) const;
+  uint32_t WordAt(uint32_t Address) const;
+  void     SetWord(uint32_t Address, uint32_t Value);
+  void     CutWord(const PHASE& Phase, uint32_t DonePerMille);
 
   // options.cpp
   void     Load();

@@ -89,7 +89,7 @@ uint32_t ControllerL0::NumSectors() const {
 
 bool ControllerL0::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
   const int Index = IndexOfWord(Address);
-  *pWord = IsSpare(Index) && !Is(L0_SPARE_WORDS_WRITABLE) ? 0xFFFFFFFF : Stored(Index);
+  *pWord          = IsSpare(Index) && !Is(L0_SPARE_WORDS_WRITABLE) ? 0xFFFFFFFF : Stored(Index);
   return true;
 }
 

@@ -1,7 +1,7 @@
 #include <array>
 
-#include "sim/l0/l0.h"
 #include "silicon/l0_l1.h"
+#include "sim/l0/l0.h"
 
 namespace sim::l0 {
 
@@ -15,21 +15,21 @@ using silicon::Bits;
 static constexpr uint32_t LOCKS = PECR_PELOCK | PECR_PRGLOCK | PECR_OPTLOCK;
 
 static constexpr silicon::FIELDS PecrL0 = {
-    Bit("PELOCK", 0),     Bit("PRGLOCK", 1), Bit("OPTLOCK", 2), Bit("PROG", 3),
-    Bit("DATA", 4),       Bit("FIX", 8),     Bit("ERASE", 9),   Bit("FPRG", 10),
-    Bit("PARALLELBANK", 15), Bit("EOPIE", 16), Bit("ERRIE", 17), Bit("OBL_LAUNCH", 18),
-    Bit("HALF_ARRAY", 19), Bit("NZDISABLE", 22)};
+    Bit("PELOCK", 0),        Bit("PRGLOCK", 1),   Bit("OPTLOCK", 2), Bit("PROG", 3),
+    Bit("DATA", 4),          Bit("FIX", 8),       Bit("ERASE", 9),   Bit("FPRG", 10),
+    Bit("PARALLELBANK", 15), Bit("EOPIE", 16),    Bit("ERRIE", 17),  Bit("OBL_LAUNCH", 18),
+    Bit("HALF_ARRAY", 19),   Bit("NZDISABLE", 22)};
 static constexpr silicon::FIELDS PecrL1 = {
-    Bit("PELOCK", 0),     Bit("PRGLOCK", 1), Bit("OPTLOCK", 2), Bit("PROG", 3),
-    Bit("DATA", 4),       Bit("FTDW", 8),    Bit("ERASE", 9),   Bit("FPRG", 10),
-    Bit("PARALLELBANK", 15), Bit("EOPIE", 16), Bit("ERRIE", 17), Bit("OBL_LAUNCH", 18)};
+    Bit("PELOCK", 0),        Bit("PRGLOCK", 1), Bit("OPTLOCK", 2), Bit("PROG", 3),
+    Bit("DATA", 4),          Bit("FTDW", 8),    Bit("ERASE", 9),   Bit("FPRG", 10),
+    Bit("PARALLELBANK", 15), Bit("EOPIE", 16),  Bit("ERRIE", 17),  Bit("OBL_LAUNCH", 18)};
 static constexpr silicon::FIELDS SrL0 = {
-    Bit("BSY", 0),     Bit("EOP", 1),     Bit("ENDHV", 2),       Bit("READY", 3),
-    Bit("WRPERR", 8),  Bit("PGAERR", 9),  Bit("SIZERR", 10),     Bit("OPTVERR", 11),
-    Bit("RDERR", 13),  Bit("NOTZEROERR", 16), Bit("FWWERR", 17)};
+    Bit("BSY", 0),    Bit("EOP", 1),         Bit("ENDHV", 2),   Bit("READY", 3),
+    Bit("WRPERR", 8), Bit("PGAERR", 9),      Bit("SIZERR", 10), Bit("OPTVERR", 11),
+    Bit("RDERR", 13), Bit("NOTZEROERR", 16), Bit("FWWERR", 17)};
 static constexpr silicon::FIELDS SrL1 = {
-    Bit("BSY", 0),     Bit("EOP", 1),     Bit("ENDHV", 2),       Bit("READY", 3),
-    Bit("WRPERR", 8),  Bit("PGAERR", 9),  Bit("SIZERR", 10),     Bit("OPTVERR", 11),
+    Bit("BSY", 0),         Bit("EOP", 1),    Bit("ENDHV", 2),   Bit("READY", 3),
+    Bit("WRPERR", 8),      Bit("PGAERR", 9), Bit("SIZERR", 10), Bit("OPTVERR", 11),
     Bit("OPTVERRUSR", 12), Bit("RDERR", 13)};
 
 static constexpr uint32_t FLAGS = SR_EOP | SR_WRPERR | SR_PGAERR | SR_SIZERR | SR_OPTVERR;
@@ -45,8 +45,8 @@ static constexpr auto TableL0(uint32_t PecrWritable) {
       REGISTER{.sName    = "FLASH_ACR",
                .Address  = Base + ACR,
                .Writable = 0x0000007B,
-               .Fields   = {Bit("LATENCY", 0), Bit("PRFTEN", 1), Bit("SLEEP_PD", 3),
-                            Bit("RUN_PD", 4), Bit("DISAB_BUF", 5), Bit("PRE_READ", 6)}},
+               .Fields = {Bit("LATENCY", 0), Bit("PRFTEN", 1), Bit("SLEEP_PD", 3), Bit("RUN_PD", 4),
+                          Bit("DISAB_BUF", 5), Bit("PRE_READ", 6)}},
       REGISTER{.sName    = "FLASH_PECR",
                .Address  = Base + PECR,
                .Reset    = LOCKS,
@@ -77,8 +77,8 @@ static constexpr auto TableL1(uint32_t FurtherFlags) {
       REGISTER{.sName    = "FLASH_ACR",
                .Address  = Base + ACR,
                .Writable = 0x0000001F,
-               .Fields   = {Bit("LATENCY", 0), Bit("PRFTEN", 1), Bit("ACC64", 2),
-                            Bit("SLEEP_PD", 3), Bit("RUN_PD", 4)}},
+               .Fields = {Bit("LATENCY", 0), Bit("PRFTEN", 1), Bit("ACC64", 2), Bit("SLEEP_PD", 3),
+                          Bit("RUN_PD", 4)}},
       REGISTER{.sName    = "FLASH_PECR",
                .Address  = Base + PECR,
                .Reset    = LOCKS,
@@ -151,7 +151,8 @@ constinit const std::span<const LOCK_ROW> Locks = aLocks;
 static constexpr silicon::FIELDS IdFields     = {Bits("DEV_ID", 11, 0), Bits("REV_ID", 31, 16)};
 static constexpr silicon::FIELDS DebugFields  = {Bit("DBG_SLEEP", 0), Bit("DBG_STOP", 1),
                                                  Bit("DBG_STANDBY", 2)};
-static constexpr silicon::FIELDS FreezeFields = {Bit("DBG_WWDG_STOP", 11), Bit("DBG_IWDG_STOP", 12)};
+static constexpr silicon::FIELDS FreezeFields = {Bit("DBG_WWDG_STOP", 11),
+                                                 Bit("DBG_IWDG_STOP", 12)};
 
 static constexpr REGISTER aSystemL0[] = {
     {.sName = "DBGMCU_IDCODE", .Address = 0x40015800, .Fields = IdFields},
