@@ -202,6 +202,7 @@ class Controller {
 
   // An option word is stored; its complement, where the hardware keeps one apart, follows.
   void Store(int Index, uint32_t Value);
+  // The same in two parts, as an operation that was cut short leaves it; of IN_NEXT_WORD only.
   void Store(int Index, uint32_t Value, uint32_t Complement);
   // A value gets the complement that this word has.
   uint32_t WithComplement(int Index, uint32_t Value) const;
