@@ -3,7 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "sys/file.h"
+#include "sys/files.h"
 #include "sys/memory.h"
 #include "sys/xml.h"
 #include "sys/xml_node.h"

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/sys/loopback.h"
-#include "tests/sys/pty.h"
-#include "tests/sys/refusing_port.h"
+#include "tests/sys/support/loopback.h"
+#include "tests/sys/support/pty.h"
+#include "tests/sys/support/refusing_port.h"
 
 // A program running with its standard output and error in a pipe.
 class PROGRAM {
@@ -19,8 +19,8 @@ class PROGRAM {
   explicit PROGRAM(std::vector<std::string> Args) {
     int aPipe[2];
     EXPECT_EQ(0, pipe(aPipe));
-    _Pid = fork();
-    if (_Pid == 0) {
+    m_Pid = fork();
+    if (m_Pid == 0) {
       dup2(aPipe[1], 1);
       dup2(aPipe[1], 2);
       close(aPipe[0]);
@@ -34,13 +34,13 @@ class PROGRAM {
       _exit(127);
     }
     close(aPipe[1]);
-    _pOutput = fdopen(aPipe[0], "r");
+    m_pOutput = fdopen(aPipe[0], "r");
   }
   ~PROGRAM() {
-    fclose(_pOutput);
-    if (_Pid > 0) {
-      kill(_Pid, SIGKILL);
-      waitpid(_Pid, nullptr, 0);
+    fclose(m_pOutput);
+    if (m_Pid > 0) {
+      kill(m_Pid, SIGKILL);
+      waitpid(m_Pid, nullptr, 0);
     }
   }
   PROGRAM(const PROGRAM&)            = delete;
@@ -49,19 +49,19 @@ class PROGRAM {
   // The next line it prints, or what there is when it ends.
   std::string ReadLine() {
     char acLine[256] = "";
-    return fgets(acLine, sizeof(acLine), _pOutput) != nullptr ? acLine : "";
+    return fgets(acLine, sizeof(acLine), m_pOutput) != nullptr ? acLine : "";
   }
-  void Interrupt() const { kill(_Pid, SIGINT); }
+  void Interrupt() const { kill(m_Pid, SIGINT); }
   int  WaitForExit() {
      int Status = -1;
-     waitpid(_Pid, &Status, 0);
-     _Pid = -1;
+     waitpid(m_Pid, &Status, 0);
+     m_Pid = -1;
      return WIFEXITED(Status) ? WEXITSTATUS(Status) : -1;
   }
 
  private:
-  pid_t _Pid;
-  FILE* _pOutput;
+  pid_t m_Pid;
+  FILE* m_pOutput;
 };
 
 static std::string PortFrom(const std::string& sLine) {

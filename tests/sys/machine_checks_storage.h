@@ -17,7 +17,7 @@
 #include <unistd.h>
 
 #include "sys/dynbuffer.h"
-#include "sys/file.h"
+#include "sys/files.h"
 #include "sys/memory.h"
 #include "sys/path.h"
 #include "sys/registry.h"

@@ -13,9 +13,9 @@
 #include <sstream>
 #include <string>
 
-#include "tests/sys/closed_stdin.h"
-#include "tests/sys/faults.h"
-#include "tests/sys/measure.h"
+#include "tests/sys/support/closed_stdin.h"
+#include "tests/sys/support/faults.h"
+#include "tests/sys/support/measure.h"
 
 TEST(SysProcessors, AreThoseInUse) {
   EXPECT_EQ(sysconf(_SC_NPROCESSORS_ONLN), SYS_GetNumProcessors());

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/temp_dir.h"
 
 static bool IsDirectory(const std::string& sPath) {
   struct stat Status;

@@ -8,12 +8,12 @@
 #include <string.h>
 
 #include "sys/console.h"
-#include "sys/file.h"
+#include "sys/files.h"
 #include "sys/misc.h"
 #include "sys/serial.h"
 #include "sys/sockets.h"
 #include "sys/thread.h"
-#include "tests/sys/pty.h"
+#include "tests/sys/support/pty.h"
 
 // Makes files in the current folder.
 static void CallFiles(void) {

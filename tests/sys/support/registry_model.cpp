@@ -1,4 +1,4 @@
-#include "tests/sys/registry_model.h"
+#include "tests/sys/support/registry_model.h"
 
 #include <ctype.h>
 #include <stdio.h>

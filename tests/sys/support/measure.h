@@ -1,7 +1,7 @@
 // What tests of system services measure: time, and descriptors left open.
 
-#ifndef TESTS_SYS_MEASURE_H
-#define TESTS_SYS_MEASURE_H
+#ifndef TESTS_SYS_SUPPORT_MEASURE_H
+#define TESTS_SYS_SUPPORT_MEASURE_H
 
 #include <dirent.h>
 #include <stdint.h>

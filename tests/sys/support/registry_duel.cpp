@@ -1,4 +1,4 @@
-#include "tests/sys/registry_duel.h"
+#include "tests/sys/support/registry_duel.h"
 
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/temp_dir.h"
 
 static const uint32_t NO_TYPE  = 0xAAAAAAAA;  // nothing was stored
 static const time_t   OLD_TIME = 1000000;     // when no test ran

@@ -1,4 +1,4 @@
-#include "tests/sys/faults.h"
+#include "tests/sys/support/faults.h"
 
 #include <IOKit/pwr_mgt/IOPMLib.h>
 #include <errno.h>
@@ -53,21 +53,21 @@ std::vector<OPTION_CALL>& GetOptionCalls() {
 }
 
 FAULT::FAULT(const char* sName, int Error, uint32_t Skip, uint32_t Count)
-    : _sName(sName), _Error(Error), _Skip(Skip), _Count(Count), _pOuter(pInnermost) {
+    : m_sName(sName), m_Error(Error), m_Skip(Skip), m_Count(Count), m_pOuter(pInnermost) {
   pInnermost = this;
 }
 
 FAULT::~FAULT() {
-  pInnermost = _pOuter;
+  pInnermost = m_pOuter;
 }
 
 bool FAULT::Take(const char* sName, int* pError) {
   bool IsTaken = false;
-  for (FAULT* p = pInnermost; p != nullptr; p = p->_pOuter) {
-    if (strcmp(p->_sName, sName) == 0) {
-      const uint32_t Index = p->_NumCalls++;
-      if (!IsTaken && Index >= p->_Skip && Index - p->_Skip < p->_Count) {
-        *pError = p->_Error;
+  for (FAULT* p = pInnermost; p != nullptr; p = p->m_pOuter) {
+    if (strcmp(p->m_sName, sName) == 0) {
+      const uint32_t Index = p->m_NumCalls++;
+      if (!IsTaken && Index >= p->m_Skip && Index - p->m_Skip < p->m_Count) {
+        *pError = p->m_Error;
         IsTaken = true;
       }
     }

@@ -1,9 +1,9 @@
-// tests/sys/registry_home.h
+// tests/sys/support/registry_home.h
 //
 // A home directory of the test's own for the registry store, and what its files hold.
 
-#ifndef TESTS_SYS_REGISTRY_HOME_H
-#define TESTS_SYS_REGISTRY_HOME_H
+#ifndef TESTS_SYS_SUPPORT_REGISTRY_HOME_H
+#define TESTS_SYS_SUPPORT_REGISTRY_HOME_H
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -11,7 +11,7 @@
 #include <string>
 
 #include "sys/registry.h"
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/temp_dir.h"
 
 class RegistryHome : public testing::Test {
  protected:

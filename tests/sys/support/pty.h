@@ -1,7 +1,7 @@
 // A pseudo-terminal as a serial line with the test at its other end.
 
-#ifndef TESTS_SYS_PTY_H
-#define TESTS_SYS_PTY_H
+#ifndef TESTS_SYS_SUPPORT_PTY_H
+#define TESTS_SYS_SUPPORT_PTY_H
 
 #include <fcntl.h>
 #include <stdio.h>

@@ -1,7 +1,7 @@
 // A port of 127.0.0.1 that refuses: bound, so that nobody else gets it, but nobody listens.
 
-#ifndef TESTS_SYS_REFUSING_PORT_H
-#define TESTS_SYS_REFUSING_PORT_H
+#ifndef TESTS_SYS_SUPPORT_REFUSING_PORT_H
+#define TESTS_SYS_SUPPORT_REFUSING_PORT_H
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>

@@ -1,17 +1,17 @@
-// tests/sys/registry_duel.h
+// tests/sys/support/registry_duel.h
 //
 // The registry store and the model of it side by side: each command goes to both, and what differs
 // is told in words.
 
-#ifndef TESTS_SYS_REGISTRY_DUEL_H
-#define TESTS_SYS_REGISTRY_DUEL_H
+#ifndef TESTS_SYS_SUPPORT_REGISTRY_DUEL_H
+#define TESTS_SYS_SUPPORT_REGISTRY_DUEL_H
 
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "sys/registry.h"
-#include "tests/sys/registry_model.h"
+#include "tests/sys/support/registry_model.h"
 
 // Keys are numbers: 0x80000000 and above is a root, anything else one of the keys that are open,
 // counted round; the first root when none is. Each command returns the difference between the two,

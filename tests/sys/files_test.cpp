@@ -1,15 +1,14 @@
-#include "sys/file.h"
+#include "sys/files.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/file.h>  // the system's: see TheSystemsHeaderOfTheSameNameCanBeHadToo
 #include <sys/stat.h>
 
 #include <chrono>
 #include <thread>
 
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/temp_dir.h"
 
 class SysFile : public testing::Test {
  protected:
@@ -302,12 +301,6 @@ TEST_F(SysFile, GetSizeTellsTheLowHalfAndAllBitsSetForNone) {
   EXPECT_EQ(7u, SYS_FILE_GetSize(hFile));
   SYS_FILE_Close(hFile);
   EXPECT_EQ(0xFFFFFFFFu, SYS_FILE_GetSize(-1));
-}
-
-TEST_F(SysFile, TheSystemsHeaderOfTheSameNameCanBeHadToo) {
-  const int32_t hFile = Open("f", 0x13);
-  EXPECT_EQ(0, flock(hFile, LOCK_EX | LOCK_NB));
-  SYS_FILE_Close(hFile);
 }
 
 TEST_F(SysFile, DeleteRemovesTheName) {

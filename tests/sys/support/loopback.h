@@ -1,8 +1,8 @@
 // What this machine has and knows of its loopback addresses. Not every one has ::1, and what an
 // address is called (or that nobody can be asked) is the machine's to say.
 
-#ifndef TESTS_SYS_LOOPBACK_H
-#define TESTS_SYS_LOOPBACK_H
+#ifndef TESTS_SYS_SUPPORT_LOOPBACK_H
+#define TESTS_SYS_SUPPORT_LOOPBACK_H
 
 #include <netdb.h>
 #include <netinet/in.h>

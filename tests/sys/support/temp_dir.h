@@ -1,9 +1,9 @@
-// tests/sys/temp_dir.h
+// tests/sys/support/temp_dir.h
 //
 // A directory of the test's own, and files in it as strings.
 
-#ifndef TESTS_SYS_TEMP_DIR_H
-#define TESTS_SYS_TEMP_DIR_H
+#ifndef TESTS_SYS_SUPPORT_TEMP_DIR_H
+#define TESTS_SYS_SUPPORT_TEMP_DIR_H
 
 #include <fcntl.h>
 #include <stdlib.h>

@@ -1,10 +1,10 @@
-// tests/sys/registry_model.h
+// tests/sys/support/registry_model.h
 //
 // The registry store as a plain model: strings, vectors, and the rules as they are documented. It
 // shares no code with the product and keeps the files' bytes to itself.
 
-#ifndef TESTS_SYS_REGISTRY_MODEL_H
-#define TESTS_SYS_REGISTRY_MODEL_H
+#ifndef TESTS_SYS_SUPPORT_REGISTRY_MODEL_H
+#define TESTS_SYS_SUPPORT_REGISTRY_MODEL_H
 
 #include <stdint.h>
 

@@ -14,8 +14,8 @@
 //
 // Keep its life short: the test library makes such calls too.
 
-#ifndef TESTS_SYS_FAULTS_H
-#define TESTS_SYS_FAULTS_H
+#ifndef TESTS_SYS_SUPPORT_FAULTS_H
+#define TESTS_SYS_SUPPORT_FAULTS_H
 
 #include <netdb.h>
 #include <stdint.h>
@@ -38,18 +38,18 @@ class FAULT {
   FAULT& operator=(const FAULT&) = delete;
 
   // Calls of sName so far, failed or not.
-  uint32_t GetNumCalls() const { return _NumCalls; }
+  uint32_t GetNumCalls() const { return m_NumCalls; }
 
   // For the wrappers: whether this call fails, and with what.
   static bool Take(const char* sName, int* pError);
 
  private:
-  const char* _sName;
-  int         _Error;
-  uint32_t    _Skip;
-  uint32_t    _Count;
-  uint32_t    _NumCalls = 0;
-  FAULT*      _pOuter;
+  const char* m_sName;
+  int         m_Error;
+  uint32_t    m_Skip;
+  uint32_t    m_Count;
+  uint32_t    m_NumCalls = 0;
+  FAULT*      m_pOuter;
 };
 
 // Counts the calls of sName in this thread, all of which are let through.

@@ -1,4 +1,4 @@
-#include "sys/file.h"
+#include "sys/files.h"
 
 #include <fcntl.h>
 #include <stddef.h>

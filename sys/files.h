@@ -1,4 +1,4 @@
-// sys/file.h
+// sys/files.h
 //
 // Files: descriptors, and views of files in memory.
 //
@@ -6,8 +6,8 @@
 // thread may call; threads that move the position of the same descriptor disturb each other as with
 // the system's own calls.
 
-#ifndef SYS_FILE_H
-#define SYS_FILE_H
+#ifndef SYS_FILES_H
+#define SYS_FILES_H
 
 #include <stdint.h>
 
