@@ -1,7 +1,7 @@
 // Compiled for Darwin, with the system's own headers, and never run: that it compiles shows that
 // the shims translate from and to what is really there.
 
-#include "tests/macho/darwin_abi.h"
+#include "machorun/darwin_abi.h"
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -255,5 +255,5 @@ SAME(darwin::DL_GLOBAL, RTLD_GLOBAL);
 
 // Error codes
 #define NUMBER(Name, Value) static_assert(Name == Value, #Name);
-#include "tests/macho/darwin_errno.inc"
+#include "machorun/darwin_errno.inc"
 #undef NUMBER

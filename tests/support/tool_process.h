@@ -5,7 +5,7 @@
 // choose another one:
 //   QUOBE_TEST_TOOL    path of the executable
 //   QUOBE_TEST_RUNNER  a program that runs it, called with the executable's path in front of the
-//                      arguments: tests/macho/machorun, whose MACHORUN_ variables are set as needed
+//                      arguments: machorun, whose MACHORUN_ variables are set as needed
 
 #ifndef TESTS_SUPPORT_TOOL_PROCESS_H
 #define TESTS_SUPPORT_TOOL_PROCESS_H

@@ -13,10 +13,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "tests/macho/darwin_abi.h"
-#include "tests/macho/image.h"
-#include "tests/macho/runner.h"
-#include "tests/macho/shim.h"
+#include "machorun/darwin_abi.h"
+#include "machorun/image.h"
+#include "machorun/runner.h"
+#include "machorun/shim.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 // After the others: it declares its functions with C linkage and without their types.
 #include <editline/readline.h>
 
-#include "tests/macho/shim.h"
+#include "machorun/shim.h"
 
 extern "C" [[noreturn]] void __stack_chk_fail(void);
 

@@ -1,9 +1,9 @@
-// tests/macho/socket_address.h
+// machorun/socket_address.h
 //
 // Socket addresses between the two systems, for the shims of sockets and of names.
 
-#ifndef TESTS_MACHO_SOCKET_ADDRESS_H
-#define TESTS_MACHO_SOCKET_ADDRESS_H
+#ifndef MACHORUN_SOCKET_ADDRESS_H
+#define MACHORUN_SOCKET_ADDRESS_H
 
 #include <netinet/in.h>
 #include <stdint.h>

@@ -22,8 +22,8 @@
 
 #include <atomic>
 
-#include "tests/macho/darwin_abi.h"
-#include "tests/macho/shim.h"
+#include "machorun/darwin_abi.h"
+#include "machorun/shim.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// tests/macho/image.h
+// machorun/image.h
 //
 // Loads a Mach-O file for x86-64 into this process, as the system's loader would: segments at a
 // random place, pointers moved with them, imports bound.
@@ -7,8 +7,8 @@
 // to macOS 12. Whatever the file asks for that is not done here (thread-local variables, chained
 // fixups, initialisers by offset) is refused with a message, not left out.
 
-#ifndef TESTS_MACHO_IMAGE_H
-#define TESTS_MACHO_IMAGE_H
+#ifndef MACHORUN_IMAGE_H
+#define MACHORUN_IMAGE_H
 
 #include <stdint.h>
 

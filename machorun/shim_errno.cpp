@@ -7,14 +7,14 @@
 #include <errno.h>
 #include <string.h>
 
-#include "tests/macho/shim.h"
+#include "machorun/shim.h"
 
 int ToDarwinErrno(int HostErrno) {
   switch (HostErrno) {
 #define NUMBER(Name, Value) \
   case Name:                \
     return Value;
-#include "tests/macho/darwin_errno.inc"
+#include "machorun/darwin_errno.inc"
 #undef NUMBER
     default:
       if (HostErrno > 34) {

@@ -1,4 +1,4 @@
-// tests/macho/shim.h
+// machorun/shim.h
 //
 // What the Mach-O program's imports are bound to.
 //
@@ -10,8 +10,8 @@
 // The same holds for values. A flag or request that a shim does not translate ends the run with a
 // message (Unknown); nothing is passed on as it is.
 
-#ifndef TESTS_MACHO_SHIM_H
-#define TESTS_MACHO_SHIM_H
+#ifndef MACHORUN_SHIM_H
+#define MACHORUN_SHIM_H
 
 #include <stdint.h>
 

@@ -13,8 +13,8 @@
 #include <mutex>
 #include <set>
 
-#include "tests/macho/darwin_abi.h"
-#include "tests/macho/shim.h"
+#include "machorun/darwin_abi.h"
+#include "machorun/shim.h"
 
 namespace {
 

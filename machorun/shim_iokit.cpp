@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/macho/darwin_abi.h"
-#include "tests/macho/shim.h"
+#include "machorun/darwin_abi.h"
+#include "machorun/shim.h"
 
 namespace {
 

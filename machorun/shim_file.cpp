@@ -8,8 +8,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "tests/macho/darwin_abi.h"
-#include "tests/macho/shim.h"
+#include "machorun/darwin_abi.h"
+#include "machorun/shim.h"
 
 namespace {
 

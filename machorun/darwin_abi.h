@@ -1,12 +1,12 @@
-// tests/macho/darwin_abi.h
+// machorun/darwin_abi.h
 //
 // Records and constants of Darwin on x86-64 where they differ from Linux's and a shim translates
 // them. What has the same layout or value on both systems is not listed.
 //
 // darwin_abi_check.cpp is compiled for Darwin and compares every line with the system's headers.
 
-#ifndef TESTS_MACHO_DARWIN_ABI_H
-#define TESTS_MACHO_DARWIN_ABI_H
+#ifndef MACHORUN_DARWIN_ABI_H
+#define MACHORUN_DARWIN_ABI_H
 
 #include <stdint.h>
 

@@ -1,4 +1,4 @@
-#include "tests/macho/image.h"
+#include "machorun/image.h"
 
 #include <stdio.h>
 #include <string.h>

@@ -20,7 +20,7 @@
 //
 // docs/macos.md says what a run proves and what it does not.
 
-#include "tests/macho/runner.h"
+#include "machorun/runner.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -37,7 +37,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
-#include "tests/macho/shim.h"
+#include "machorun/shim.h"
 
 namespace {
 
@@ -161,7 +161,7 @@ void* ResolveImport(const Import& Wanted) {
   const auto Found = Providers().find(Wanted.sName);
   if (Found == Providers().end()) {
     throw std::runtime_error("import " + Wanted.sName + " (" + Wanted.sLibrary +
-                             ") is in no list of tests/macho");
+                             ") is in no list of machorun/");
   }
   return Found->second.pAddress;
 }

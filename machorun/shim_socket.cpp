@@ -12,9 +12,9 @@
 #include <mutex>
 #include <set>
 
-#include "tests/macho/darwin_abi.h"
-#include "tests/macho/shim.h"
-#include "tests/macho/socket_address.h"
+#include "machorun/darwin_abi.h"
+#include "machorun/shim.h"
+#include "machorun/socket_address.h"
 
 // -- Addresses -----------------------------------------------------------------------------------
 
