@@ -8,8 +8,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "app/options.h"
 #include "app/print.h"
+#include "app/text.h"
 #include "util/string.h"
 
 static const uint32_t ENTRY_SIZE = 128;  // terminator counted
