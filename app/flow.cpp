@@ -99,27 +99,44 @@ static int32_t PrepareTarget(void) {
   return 0;
 }
 
-static int32_t ResetOptionBytes(int32_t FamilyId) {
-  switch (FamilyId) {
-    case FAMILY_F2:
-    case FAMILY_F4:
-    case FAMILY_F72_F75:
-    case FAMILY_F76_F77:
-      return ResetOptionBytesF2F4F7(FamilyId);
-    case FAMILY_L1:
-      ResetOptionBytesL1();
-      return 0;  // whatever the routine says, on purpose
-    case FAMILY_L4:
-      return ResetOptionBytesL4();
-    case FAMILY_L0:
-      ResetOptionBytesL0();
-      return 0;
-    case FAMILY_H7:
-      return ResetOptionBytesH7();
-    default:
-      return ResetOptionBytesF0F1F3(FamilyId);
-  }
+// The routines of one family, in the form that the table holds. L0 and L1 end with status 0
+// whatever the routine returns: required by scripts that know these families to do so.
+static int32_t ResetL0(int32_t) {
+  ResetOptionBytesL0();
+  return 0;
 }
+
+static int32_t ResetL1(int32_t) {
+  ResetOptionBytesL1();
+  return 0;
+}
+
+static int32_t ResetL4(int32_t) {
+  return ResetOptionBytesL4();
+}
+
+static int32_t ResetH7(int32_t) {
+  return ResetOptionBytesH7();
+}
+
+namespace {
+struct RESET_ROW {
+  int32_t FamilyId;
+  int32_t (*pfReset)(int32_t FamilyId);  // its result is the exit status
+};
+}  // namespace
+
+static const RESET_ROW ResetTable[] = {
+    {FAMILY_F2, ResetOptionBytesF2F4F7},
+    {FAMILY_F4, ResetOptionBytesF2F4F7},
+    {FAMILY_F72_F75, ResetOptionBytesF2F4F7},
+    {FAMILY_F76_F77, ResetOptionBytesF2F4F7},
+    {FAMILY_L1, ResetL1},
+    {FAMILY_L4, ResetL4},
+    {FAMILY_L0, ResetL0},
+    {FAMILY_H7, ResetH7},
+    {FAMILY_OTHERS, ResetOptionBytesF0F1F3},
+};
 
 static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   const FAMILY_ROW* pRow;
@@ -131,7 +148,7 @@ static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   if (Connect() < 0 || PrepareTarget() < 0) {
     return -1;
   }
-  return ResetOptionBytes(pRow->Id);
+  return FindFamilyRow(ResetTable, pRow->Id)->pfReset(pRow->Id);
 }
 
 // Every run passes here, also one that never came to the probe: the library is asked, and if it
