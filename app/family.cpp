@@ -31,7 +31,7 @@ const FAMILY_ROW FamilyTable[FAMILY_ROWS] = {
 };
 
 void PrintFamilyDescription(void) {
-  PrintProgress(
+  PrintText(
       "This program is designed to reset the option bytes of a STM32 device to their factory "
       "settings. If read protection of the device is enabled, reset the option bytes will cause a "
       "mass erase.");

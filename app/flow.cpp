@@ -25,14 +25,14 @@ static UNLOCK_SETTINGS Settings;
 static char DeviceCommand[DEVICE_COMMAND_SIZE];
 
 static void PrintBanner(void) {
-  PrintProgress("OSTREL Quobe Unlock tool for STM32 devices");
+  PrintText("OSTREL Quobe Unlock tool for STM32 devices");
   PrintLine("\nCompiled " __DATE__ " " __TIME__ "\n");
 }
 
 // 1: *ppRow is the family to reset. 0: the user chose to leave. -1: it failed, and was said.
 static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMILY_ROW** ppRow) {
   if (NumArgs >= 2) {
-    PrintProgress("Parsing command line...");
+    PrintText("Parsing command line...");
     if (ParseCommandLine(&Settings, NumArgs, pasArgs) < 0) {
       usleep(ERROR_PAUSE_US);
       return -1;
@@ -50,13 +50,13 @@ static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMIL
 
 static int32_t Connect(void) {
   if (Settings.HostIF == HOST_IF_ETHERNET) {
-    PrintProgress("Connecting to Quobe via ethernet...");
+    PrintText("Connecting to Quobe via ethernet...");
     if ((uint8_t)QUOBEARM_SelectIP(Settings.IPAddr, 0) != 0) {
       PrintLine("failed.");
       return -1;
     }
   } else {
-    PrintProgress("Connecting to Quobe via USB...");
+    PrintText("Connecting to Quobe via USB...");
     if (Settings.SerialNo != 0) {
       QUOBEARM_EMU_SelectByUSBSN(Settings.SerialNo);
     }

@@ -117,9 +117,9 @@ int32_t ResetOptionBytesF0F1F3(int32_t FamilyId) {
   const VARIANT* pVariant = FindFamilyRow(Variants, FamilyId);
 
   QUOBEARM_WriteU32(pVariant->FreezeRegister, pVariant->FreezeBits);
-  ResetTargetNormally();
+  ResetTarget();
 
-  PrintProgress("Reset option bytes to factory settings...");
+  PrintText("Reset option bytes to factory settings...");
   StartHsi();
   UnlockOptionBytes();
   EraseOptionBytes();

@@ -92,9 +92,9 @@ int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
   const uint32_t DevId    = ReadWordOrZero(DBGMCU_IDCODE) & IDCODE_DEV_ID;
   const int      DualBank = DevId == DEV_ID_F42x_F43x || DevId == DEV_ID_F469_F479;
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
-  ResetTargetNormally();
+  ResetTarget();
 
-  PrintProgress("Reset option bytes (may take app. 20 seconds)...");
+  PrintText("Reset option bytes (may take app. 20 seconds)...");
   uint32_t      OptCr;
   const int32_t Result = ReadWord(FLASH_OPTCR, &OptCr);
   if (Result < 0) {

@@ -121,7 +121,7 @@ static int IsAtFactoryValues(const BANK_REGS* pBank) {
 
 int32_t ResetOptionBytesH7(void) {
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
-  ResetTargetNormally();
+  ResetTarget();
 
   PrintLine("Reset option bytes to factory settings...");
   for (const BANK_REGS& Bank : Banks) {

@@ -130,8 +130,8 @@ static int ProgramAndVerify(const VARIANT* pVariant) {
 static void ResetOptionBytes(const VARIANT* pVariant) {
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
   for (int Attempt = 1;; Attempt++) {
-    ResetTargetNormally();
-    PrintProgress("Reset option bytes to factory settings...");
+    ResetTarget();
+    PrintText("Reset option bytes to factory settings...");
     if (ProgramAndVerify(pVariant)) {
       QUOBEARM_WriteU32(pVariant->PECR, PECR_LOCKS);
       PrintLine("O.K.");

@@ -33,16 +33,16 @@ void WaitWhileSet(uint32_t Address, uint32_t Mask) {
   }
 }
 
-void ResetTargetNormally(void) {
-  PrintProgress("Reset target...");
+void ResetTarget(void) {
+  PrintText("Reset target...");
   QUOBEARM_SetResetType(QUOBEARM_RESET_NORMAL);
   QUOBEARM_SetResetDelay(0);
   QUOBEARM_Reset();
   PrintLine("O.K.");
 }
 
-void ResetTargetWithoutDelay(void) {
-  PrintProgress("Reset target...");
+void ResetTargetKeepingType(void) {
+  PrintText("Reset target...");
   QUOBEARM_SetResetDelay(0);
   QUOBEARM_Reset();
   PrintLine("O.K.");

@@ -22,10 +22,10 @@ void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords);
 // stays busy keeps the tool polling. A read that fails counts as not busy.
 void WaitWhileSet(uint32_t Address, uint32_t Mask);
 
-// Says "Reset target...", then chooses the reset without delay, makes it and says "O.K.".
-// ResetTargetNormally also chooses the probe's normal reset type; the other form leaves the type as
-// it is.
-void ResetTargetNormally(void);
-void ResetTargetWithoutDelay(void);
+// Prints "Reset target...", resets the target with a reset delay of 0, prints "O.K.".
+// ResetTarget first selects the probe's normal reset type; ResetTargetKeepingType leaves the type
+// as it is.
+void ResetTarget(void);
+void ResetTargetKeepingType(void);
 
 #endif
