@@ -18,6 +18,35 @@
 #include "sys/thread.h"
 #include "sys/xml.h"
 
+// Programs are compiled with the values: they stay as they are.
+static_assert(DYNBUFFER_ERR_MEMORY == -2);
+static_assert(DYNBUFFER_ERR_RANGE == -3);
+static_assert(SYS_TCP_ERR_TIMEOUT == -2);
+static_assert(SYS_TCP_ERR_ABORTED == -3);
+static_assert(SYS_SOCKET_ERR_OTHER == -1);
+static_assert(SYS_SOCKET_ERR_WOULD_BLOCK == -2);
+static_assert(SYS_SOCKET_ERR_TIMED_OUT == -3);
+static_assert(SYS_SOCKET_ERR_NET_RESET == -4);
+static_assert(SYS_SOCKET_ERR_INTERRUPTED == -5);
+static_assert(SYS_XML_OK == 0);
+static_assert(SYS_XML_NOT_FOUND == 1);
+static_assert(SYS_XML_ERR_ARGUMENT == -1);
+static_assert(SYS_XML_ERR_TOO_LONG == -2);
+static_assert(SYS_XML_ERR_TEXT == -1);
+static_assert(SYS_XML_ERR_TAG == -2);
+static_assert(SYS_XML_ERR_ATTR == -3);
+static_assert(SYS_XML_ERR_MEMORY == -5);
+static_assert(SYS_XML_ERR_END_TAG == -7);
+static_assert(SYS_XML_ERR_DEPTH == -8);
+static_assert(SYS_XML_ERR_NO_ROOT == -9);
+static_assert(SYS_XML_ERR_FILE == -10);
+static_assert(SYS_TIMEOUT == 258);
+static_assert(SYS_WAIT_FOREVER == 0xFFFFFFFF);
+static_assert(SYS_REG_OK == 0);
+static_assert(SYS_REG_FAILED == 1);
+static_assert(SYS_REG_NOT_FOUND == 2);
+static_assert(SYS_REG_MORE_DATA == 234);
+
 TEST(SysConsumer, UsesTheSystemsFileHeaderBesideOurs) {
   FILE* pFile = tmpfile();
   ASSERT_NE(nullptr, pFile);

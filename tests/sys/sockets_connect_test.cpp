@@ -54,7 +54,7 @@ TEST(SysTcpConnectTimeout, RefusingPeerIsTriedEveryTenMillisecondsUntilTheTimeOu
     NumSleeps   = Sleeps.GetNumCalls();
   }
   const int64_t Elapsed = GetMs() - Start;
-  EXPECT_EQ(-2, Result);
+  EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, Result);
   EXPECT_GE(Elapsed, 500);
   EXPECT_LT(Elapsed, 5000);
   EXPECT_GE(NumAttempts, 2u);
@@ -70,8 +70,9 @@ TEST(SysTcpConnectTimeout, AbortEndsAPendingConnect) {
   const int           NumBefore = CountDescriptors();
   NumAskedForAbort              = 0;
   const int64_t Start           = GetMs();
-  EXPECT_EQ(-3, SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000,
-                                       []() -> int32_t { return ++NumAskedForAbort == 3; }));
+  EXPECT_EQ(SYS_TCP_ERR_ABORTED,
+            SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000,
+                                   []() -> int32_t { return ++NumAskedForAbort == 3; }));
   EXPECT_EQ(3, NumAskedForAbort);
   EXPECT_LT(GetMs() - Start, 5000);
   EXPECT_EQ(NumBefore, CountDescriptors());
@@ -98,10 +99,11 @@ static uint32_t PauseAfterAttemptOf(uint32_t Microseconds) {
   {
     const FAULT        FirstWait("select", 0);
     const CALL_COUNTER Pauses("usleep");
-    EXPECT_EQ(-3, SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000, []() -> int32_t {
-      FakeTicks += JumpUs * 1000ull;
-      return ++NumAskedForAbort == 2;
-    }));
+    EXPECT_EQ(SYS_TCP_ERR_ABORTED,
+              SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000, []() -> int32_t {
+                FakeTicks += JumpUs * 1000ull;
+                return ++NumAskedForAbort == 2;
+              }));
     NumPauses = Pauses.GetNumCalls();
   }
   IsClockFake = false;
@@ -123,7 +125,7 @@ TEST(SysTcpConnectTimeout, PauseMakesARefusalUpToTenMillisecondsInWholeOnes) {
 TEST(SysTcpConnectTimeout, WaitsTenMillisecondsAtATime) {
   const REFUSING_PORT Refusing;
   LastSelectTime = {};
-  EXPECT_EQ(-3,
+  EXPECT_EQ(SYS_TCP_ERR_ABORTED,
             SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000, []() -> int32_t { return 1; }));
   EXPECT_EQ(0, LastSelectTime.tv_sec);
   EXPECT_EQ(10000, LastSelectTime.tv_usec);
@@ -138,7 +140,7 @@ TEST(SysTcpConnectTimeout, TimeOutOfZeroMakesOneAttempt) {
     Result      = SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 0, nullptr);
     NumAttempts = Attempts.GetNumCalls();
   }
-  EXPECT_EQ(-2, Result);
+  EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, Result);
   EXPECT_EQ(1u, NumAttempts);
 
   const LISTENER Listener;
@@ -156,7 +158,7 @@ TEST(SysTcpConnectTimeout, GoesOnWhileNoMoreThanTheTimeOutHasPassed) {
     return 0;
   });
   IsClockFake          = false;
-  EXPECT_EQ(-2, Result);
+  EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, Result);
   EXPECT_EQ(2, NumAskedForAbort) << "on at 700 ms, over at 701 ms";
 }
 
@@ -168,7 +170,7 @@ TEST(SysTcpConnectTimeout, AbortCountsMoreThanATimeOutAtTheSameMoment) {
     return 1;
   });
   IsClockFake          = false;
-  EXPECT_EQ(-3, Result);
+  EXPECT_EQ(SYS_TCP_ERR_ABORTED, Result);
 }
 
 TEST(SysTcpConnectTimeout, ConnectThatFailsAtOnceIsARefusalLikeAnyOther) {
@@ -217,7 +219,7 @@ TEST(SysTcpConnectTimeout, SocketConnectedToItselfIsARefusalAndFreesThePort) {
     Result      = SYS_TCP_ConnectTimeout(0x7F000009, Port, 200, nullptr);
     NumAttempts = Attempts.GetNumCalls();
   }
-  EXPECT_EQ(-2, Result);
+  EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, Result);
   EXPECT_GE(NumAttempts, 2u);
   EXPECT_EQ(NumBefore, CountDescriptors());
   const int32_t      hServer = SYS_TCP_CreateIPv4();
@@ -266,7 +268,7 @@ TEST(SysTcpConnectTimeout, SilentPeerTimesOutInOneAttempt) {
     NumAttempts = Attempts.GetNumCalls();
   }
   const int64_t Elapsed = GetMs() - Start;
-  EXPECT_EQ(-2, Result);
+  EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, Result);
   EXPECT_EQ(1u, NumAttempts);
   EXPECT_GE(Elapsed, 150);
   EXPECT_LT(Elapsed, 5000);
@@ -277,8 +279,8 @@ TEST(SysTcpConnectTimeout, AbortEndsTheWaitForASilentPeer) {
   const SILENT_PEER Silent;
   const int         NumBefore = CountDescriptors();
   const int64_t     Start     = GetMs();
-  EXPECT_EQ(-3, SYS_TCP_ConnectTimeout(LOOPBACK, Silent.GetPort(), 60000,
-                                       []() -> int32_t { return -1; }));
+  EXPECT_EQ(SYS_TCP_ERR_ABORTED, SYS_TCP_ConnectTimeout(LOOPBACK, Silent.GetPort(), 60000,
+                                                        []() -> int32_t { return -1; }));
   EXPECT_LT(GetMs() - Start, 5000);
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
@@ -363,7 +365,7 @@ TEST(SysTcpConnectTimeout, PeerThatClosesAtOnceGivesASocketOrATimeOut) {
     int NumConnected = 0;
     for (int i = 0; i < 50; i++) {
       const int32_t Result = SYS_TCP_ConnectTimeout(LOOPBACK, Port, 2000, nullptr);
-      ASSERT_TRUE(Result >= 0 || Result == -2) << Result;
+      ASSERT_TRUE(Result >= 0 || Result == SYS_TCP_ERR_TIMEOUT) << Result;
       if (Result >= 0) {
         NumConnected++;
         SYS_SOCKET_Close(Result);
@@ -381,7 +383,7 @@ TEST(SysTcpConnectTimeout, TenThousandAttemptsLeaveNoDescriptor) {
   while (NumAttempts < 9000) {
     const FAULT        Pause("usleep", 0, 0, 1000000);
     const CALL_COUNTER Attempts("HOST_socket");
-    ASSERT_EQ(-2, SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 100, nullptr));
+    ASSERT_EQ(SYS_TCP_ERR_TIMEOUT, SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 100, nullptr));
     NumAttempts += Attempts.GetNumCalls();
   }
   EXPECT_EQ(NumBefore, CountDescriptors());
@@ -418,8 +420,8 @@ static int ConnectIntoTheVoid() {
   const int64_t Elapsed   = GetMs() - Start;
   const int32_t Aborted =
       SYS_TCP_ConnectTimeout(0xC6336401, 5000, 60000, []() -> int32_t { return 1; });
-  const bool IsGood = Result == -2 && Aborted == -3 && Elapsed >= 150 && Elapsed < 5000 &&
-                      CountDescriptors() == NumBefore;
+  const bool IsGood = Result == SYS_TCP_ERR_TIMEOUT && Aborted == SYS_TCP_ERR_ABORTED &&
+                      Elapsed >= 150 && Elapsed < 5000 && CountDescriptors() == NumBefore;
   return IsGood ? 0 : 1;
 }
 

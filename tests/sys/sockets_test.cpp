@@ -79,10 +79,11 @@ TEST(SysSocket, DescriptorZeroIsOneLikeAnyOther) {
   const int NumBefore = CountDescriptors();
   {
     const FAULT StillPending("select", 0, 0, 2);
-    EXPECT_EQ(-3, SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 10000, []() -> int32_t {
-      static int NumAsked;
-      return ++NumAsked == 2;
-    }));
+    EXPECT_EQ(SYS_TCP_ERR_ABORTED,
+              SYS_TCP_ConnectTimeout(LOOPBACK, Listener.Port, 10000, []() -> int32_t {
+                static int NumAsked;
+                return ++NumAsked == 2;
+              }));
   }
   EXPECT_EQ(NumBefore, CountDescriptors());
 
@@ -116,7 +117,7 @@ TEST(SysSocket, ShutdownEndsTheDirectionsAskedForAndNothingElse) {
   {
     const CONNECTION Pair;
     SYS_SOCKET_Shutdown(Pair.hClient, 1);
-    EXPECT_EQ(-1, SYS_SOCKET_Send(Pair.hClient, "x", 1));
+    EXPECT_EQ(SYS_SOCKET_ERR_OTHER, SYS_SOCKET_Send(Pair.hClient, "x", 1));
     EXPECT_EQ(0, SYS_SOCKET_Receive(Pair.hServer, &c, 1));
     EXPECT_EQ(1, SYS_SOCKET_Send(Pair.hServer, "y", 1));
     EXPECT_EQ(1, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
@@ -124,7 +125,7 @@ TEST(SysSocket, ShutdownEndsTheDirectionsAskedForAndNothingElse) {
   {
     const CONNECTION Pair;
     SYS_SOCKET_Shutdown(Pair.hClient, 2);
-    EXPECT_EQ(-1, SYS_SOCKET_Send(Pair.hClient, "x", 1));
+    EXPECT_EQ(SYS_SOCKET_ERR_OTHER, SYS_SOCKET_Send(Pair.hClient, "x", 1));
     EXPECT_EQ(0, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
   }
 }
@@ -220,7 +221,7 @@ TEST(SysTcpAccept, AConnectionThatCannotBeTakenIsAnErrorAndGetsNoOptions) {
 TEST(SysTcpAccept, TellsATimeOutFromAnError) {
   const LISTENER Listener;
   const int64_t  Start = GetMs();
-  EXPECT_EQ(-2, SYS_TCP_AcceptTimeout(Listener.hSocket, 50));
+  EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, SYS_TCP_AcceptTimeout(Listener.hSocket, 50));
   EXPECT_GE(GetMs() - Start, 49);
   EXPECT_EQ(-1, SYS_TCP_AcceptTimeout(-1, 50));
   EXPECT_EQ(-1, SYS_TCP_Accept(-1));

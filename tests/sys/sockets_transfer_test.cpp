@@ -24,7 +24,11 @@ TEST(SysSocketReceive, TellsErrorsApart) {
   const struct {
     int     Error;
     int32_t Result;
-  } Cases[] = {{EAGAIN, -2}, {ETIMEDOUT, -3}, {ENETRESET, -4}, {EINTR, -5}, {ECONNRESET, -1}};
+  } Cases[] = {{EAGAIN, SYS_SOCKET_ERR_WOULD_BLOCK},
+               {ETIMEDOUT, SYS_SOCKET_ERR_TIMED_OUT},
+               {ENETRESET, SYS_SOCKET_ERR_NET_RESET},
+               {EINTR, SYS_SOCKET_ERR_INTERRUPTED},
+               {ECONNRESET, SYS_SOCKET_ERR_OTHER}};
   for (const auto& Case : Cases) {
     char    c;
     int32_t Result;
@@ -50,11 +54,11 @@ TEST(SysSocketReceive, NonBlockingAndTimedOutBothGiveMinus2) {
   const CONNECTION Pair;
   char             c;
   EXPECT_EQ(0, SYS_SOCKET_SetNonBlocking(Pair.hClient));
-  EXPECT_EQ(-2, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
+  EXPECT_EQ(SYS_SOCKET_ERR_WOULD_BLOCK, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
   EXPECT_EQ(0, SYS_SOCKET_SetBlocking(Pair.hClient));
   EXPECT_EQ(0, SYS_SOCKET_SetTimeouts(Pair.hClient, 7000, 50));
   const int64_t Start = GetMs();
-  EXPECT_EQ(-2, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
+  EXPECT_EQ(SYS_SOCKET_ERR_WOULD_BLOCK, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
   EXPECT_GE(GetMs() - Start, 40);
 }
 
@@ -66,8 +70,8 @@ TEST(SysSocketSend, FullSocketGivesMinus2AndOtherErrorsMinus1) {
   for (int i = 0; i < 100 && Result >= 0; i++) {
     Result = SYS_SOCKET_Send(Pair.hClient, Data.data(), 1 << 20);
   }
-  EXPECT_EQ(-2, Result);
-  EXPECT_EQ(-1, SYS_SOCKET_Send(-1, "x", 1));
+  EXPECT_EQ(SYS_SOCKET_ERR_WOULD_BLOCK, Result);
+  EXPECT_EQ(SYS_SOCKET_ERR_OTHER, SYS_SOCKET_Send(-1, "x", 1));
 }
 
 TEST(SysSocketWait, FullSocketIsNotWritable) {
@@ -96,8 +100,8 @@ TEST(SysSocketSend, BrokenConnectionIsAnErrorAndNoSignal) {
     for (int i = 0; i < 100 && Result >= 0; i++) {
       Result = SYS_SOCKET_Send(hOpen, "x", 1);
     }
-    EXPECT_EQ(-1, Result);
-    EXPECT_EQ(-1, SYS_SOCKET_Send(hOpen, "x", 1)) << "and again, with EPIPE";
+    EXPECT_EQ(SYS_SOCKET_ERR_OTHER, Result);
+    EXPECT_EQ(SYS_SOCKET_ERR_OTHER, SYS_SOCKET_Send(hOpen, "x", 1)) << "and again, with EPIPE";
     EXPECT_EQ(EPIPE, errno);
   }
 }
@@ -231,7 +235,7 @@ TEST(SysSocketOptions, LingerOfZeroResetsTheConnectionOnClose) {
   SYS_SOCKET_SetLinger(Pair.hServer, 0);
   Pair.CloseServer();
   ASSERT_EQ(1, SYS_SOCKET_WaitReadable(Pair.hClient, 10000));
-  EXPECT_EQ(-1, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
+  EXPECT_EQ(SYS_SOCKET_ERR_OTHER, SYS_SOCKET_Receive(Pair.hClient, &c, 1));
   EXPECT_EQ(ECONNRESET, errno);
 }
 

@@ -49,7 +49,7 @@ TEST(SysDynBufferFaults, CreateWithoutMemoryTellsItsSizeAndSetsTheCallbackOnly) 
   Want.pfError   = KeepMessage;
   {
     const FAULT Fault("malloc", ENOMEM);
-    EXPECT_EQ(-2, DynBufferCreate(&Buffer, KeepMessage, 100000, 4096, 0));
+    EXPECT_EQ(DYNBUFFER_ERR_MEMORY, DynBufferCreate(&Buffer, KeepMessage, 100000, 4096, 0));
   }
   EXPECT_EQ("Cannot allocate 4096 bytes of memory for dynamic buffer", LastMessage);
   EXPECT_EQ(0, memcmp(&Want, &Buffer, sizeof(Want)));
@@ -62,7 +62,7 @@ TEST(SysDynBufferFaults, GrowthWithoutMemoryLeavesRecordAndBytes) {
   const DYNBUFFER Before = Buffer;
   {
     const FAULT Fault("malloc", ENOMEM);
-    EXPECT_EQ(-2, DynBufferAppend(&Buffer, "e", 1));
+    EXPECT_EQ(DYNBUFFER_ERR_MEMORY, DynBufferAppend(&Buffer, "e", 1));
   }
   EXPECT_EQ("Cannot allocate 8 bytes of memory for dynamic buffer", LastMessage);
   EXPECT_EQ(0, memcmp(&Before, &Buffer, sizeof(Before)));
@@ -90,7 +90,7 @@ TEST(SysDynBufferFaults, WithoutACallbackNoMemoryIsSilent) {
   DYNBUFFER   Buffer;
   const FAULT Fault("malloc", ENOMEM);
   LastMessage = "";
-  EXPECT_EQ(-2, DynBufferCreate(&Buffer, nullptr, 100, 10, 0));
+  EXPECT_EQ(DYNBUFFER_ERR_MEMORY, DynBufferCreate(&Buffer, nullptr, 100, 10, 0));
   EXPECT_EQ("", LastMessage);
 }
 

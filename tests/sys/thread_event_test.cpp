@@ -17,15 +17,15 @@ TEST(SysEvent, The65thIsRefusedAndAFreedSlotIsTheNextToBeUsed) {
   std::vector<SYS_EVENT*> Events;
   for (int i = 0; i < 64; i++) {
     Events.push_back(SYS_EVENT_Create(0, 0));
-    ASSERT_NE(NoEvent(), Events.back());
+    ASSERT_NE(SYS_EVENT_INVALID, Events.back());
   }
   EXPECT_EQ(64u, std::set<SYS_EVENT*>(Events.begin(), Events.end()).size());
-  EXPECT_EQ(NoEvent(), SYS_EVENT_Create(0, 0));
+  EXPECT_EQ(SYS_EVENT_INVALID, SYS_EVENT_Create(0, 0));
   SYS_EVENT_Destroy(Events[50]);
   SYS_EVENT_Destroy(Events[3]);
   EXPECT_EQ(Events[3], SYS_EVENT_Create(0, 0));
   EXPECT_EQ(Events[50], SYS_EVENT_Create(0, 0));
-  EXPECT_EQ(NoEvent(), SYS_EVENT_Create(0, 0));
+  EXPECT_EQ(SYS_EVENT_INVALID, SYS_EVENT_Create(0, 0));
   for (SYS_EVENT* pEvent : Events) {
     SYS_EVENT_Destroy(pEvent);
   }
@@ -33,8 +33,8 @@ TEST(SysEvent, The65thIsRefusedAndAFreedSlotIsTheNextToBeUsed) {
 
 TEST(SysEvent, CreatedSignalledLetsOneWaitThrough) {
   SYS_EVENT* pEvent = SYS_EVENT_Create(0, 1);
-  EXPECT_EQ(0, SYS_EVENT_Wait(pEvent, FOREVER));
-  EXPECT_EQ(258, SYS_EVENT_Wait(pEvent, 0));
+  EXPECT_EQ(0, SYS_EVENT_Wait(pEvent, SYS_WAIT_FOREVER));
+  EXPECT_EQ(SYS_TIMEOUT, SYS_EVENT_Wait(pEvent, 0));
   SYS_EVENT_Destroy(pEvent);
 }
 
@@ -43,19 +43,20 @@ TEST(SysEvent, SetTwiceBeforeAWaitLetsOneWaitThrough) {
   SYS_EVENT_Set(pEvent);
   SYS_EVENT_Set(pEvent);
   EXPECT_EQ(0, SYS_EVENT_Wait(pEvent, 1000));
-  EXPECT_EQ(258, SYS_EVENT_Wait(pEvent, 10));
+  EXPECT_EQ(SYS_TIMEOUT, SYS_EVENT_Wait(pEvent, 10));
   SYS_EVENT_Destroy(pEvent);
 }
 
 TEST(SysEvent, ReservedArgumentOtherThanZeroIsRefused) {
-  EXPECT_EQ(NoEvent(), SYS_EVENT_Create(1, 0));
-  EXPECT_EQ(NoEvent(), SYS_EVENT_Create(0x80000000, 1));
+  EXPECT_EQ(SYS_EVENT_INVALID, SYS_EVENT_Create(1, 0));
+  EXPECT_EQ(SYS_EVENT_INVALID, SYS_EVENT_Create(0x80000000, 1));
 }
 
 TEST(SysEvent, AWaitTimesOutNotBeforeItsTime) {
   SYS_EVENT*    pEvent = SYS_EVENT_Create(0, 0);
   const int64_t Start  = GetMs();
-  EXPECT_EQ(258, SYS_EVENT_Wait(pEvent, 1050));  // carries from the microseconds now and then
+  EXPECT_EQ(SYS_TIMEOUT,
+            SYS_EVENT_Wait(pEvent, 1050));  // carries from the microseconds now and then
   const int64_t Elapsed = GetMs() - Start;
   EXPECT_GE(Elapsed, 1049);
   EXPECT_LT(Elapsed, 10000);
@@ -73,7 +74,7 @@ TEST(SysEvent, LongLimitsAreWholeToTheMillisecond) {
     }
     const int64_t After = GetMs();
     const int64_t End   = RefusedWaitEnd.tv_sec * 1000 + RefusedWaitEnd.tv_nsec / 1000000;
-    EXPECT_EQ(258, Result);
+    EXPECT_EQ(SYS_TIMEOUT, Result);
     EXPECT_GE(End, Before + Timeout);
     EXPECT_LE(End, After + Timeout);
     EXPECT_LT(RefusedWaitEnd.tv_nsec, 1000000000);
@@ -107,7 +108,7 @@ TEST(SysEvent, TheEndOfAWaitCarriesIntoTheSeconds) {
 }
 
 TEST(SysEvent, SettingWakesAWaiterWithALimitAndOneWithout) {
-  for (const uint32_t Timeout : {20000u, FOREVER}) {
+  for (const uint32_t Timeout : {20000u, SYS_WAIT_FOREVER}) {
     SYS_EVENT*        pEvent = SYS_EVENT_Create(0, 0);
     std::atomic<bool> IsWoken{false};
     std::thread       Waiter([&] {
@@ -118,7 +119,7 @@ TEST(SysEvent, SettingWakesAWaiterWithALimitAndOneWithout) {
     EXPECT_FALSE(IsWoken);
     SYS_EVENT_Set(pEvent);
     Waiter.join();
-    EXPECT_EQ(258, SYS_EVENT_Wait(pEvent, 0)) << "the waiter consumed the signal";
+    EXPECT_EQ(SYS_TIMEOUT, SYS_EVENT_Wait(pEvent, 0)) << "the waiter consumed the signal";
     SYS_EVENT_Destroy(pEvent);
   }
 }
@@ -127,7 +128,7 @@ TEST(SysEvent, OneSetWakesOneOfTwoWaiters) {
   SYS_EVENT*       pEvent = SYS_EVENT_Create(0, 0);
   std::atomic<int> NumWoken{0};
   auto             Wait = [&] {
-    EXPECT_EQ(0, SYS_EVENT_Wait(pEvent, FOREVER));
+    EXPECT_EQ(0, SYS_EVENT_Wait(pEvent, SYS_WAIT_FOREVER));
     NumWoken++;
   };
   std::thread First(Wait);
@@ -154,14 +155,14 @@ TEST(SysEvent, AWaitThatRunsOutWithTheWakeUpLeavesItToTheNextWaiter) {
     Late = SYS_EVENT_Wait(pEvent, 60000);
   });
   usleep(50000);  // who waits first is woken first
-  std::thread OtherWaiter([&] { Other = SYS_EVENT_Wait(pEvent, FOREVER); });
+  std::thread OtherWaiter([&] { Other = SYS_EVENT_Wait(pEvent, SYS_WAIT_FOREVER); });
   usleep(50000);
   SYS_EVENT_Set(pEvent);
-  EXPECT_TRUE(Soon([&] { return Late == 258 || Other == 0; }));
-  if (Late != 258) {
+  EXPECT_TRUE(Soon([&] { return Late == SYS_TIMEOUT || Other == 0; }));
+  if (Late != SYS_TIMEOUT) {
     SYS_EVENT_Set(pEvent);  // a busy machine: the other one was first
   }
-  EXPECT_TRUE(Soon([&] { return Late == 258 && Other == 0; }));
+  EXPECT_TRUE(Soon([&] { return Late == SYS_TIMEOUT && Other == 0; }));
   SYS_EVENT_Set(pEvent);  // so that the test ends in any case
   LateWaiter.join();
   OtherWaiter.join();
@@ -171,8 +172,8 @@ TEST(SysEvent, AWaitThatRunsOutWithTheWakeUpLeavesItToTheNextWaiter) {
 TEST(SysEvent, BadHandlesAreRefused) {
   SYS_EVENT* pStale = SYS_EVENT_Create(0, 1);
   SYS_EVENT_Destroy(pStale);
-  for (SYS_EVENT* pEvent : {(SYS_EVENT*)nullptr, NoEvent(), pStale}) {
-    EXPECT_EQ(-1, SYS_EVENT_Wait(pEvent, FOREVER));
+  for (SYS_EVENT* pEvent : {(SYS_EVENT*)nullptr, SYS_EVENT_INVALID, pStale}) {
+    EXPECT_EQ(-1, SYS_EVENT_Wait(pEvent, SYS_WAIT_FOREVER));
     SYS_EVENT_Set(pEvent);
     SYS_EVENT_Destroy(pEvent);
   }
@@ -195,7 +196,7 @@ TEST(SysEvent, CreationThatFailsTakesNoSlotAndDestroysTheMutex) {
       pEvent       = SYS_EVENT_Create(0, 0);
       NumDestroyed = Mutexes.GetNumCalls();
     }
-    EXPECT_EQ(NoEvent(), pEvent) << Case.sCall;
+    EXPECT_EQ(SYS_EVENT_INVALID, pEvent) << Case.sCall;
     EXPECT_EQ(Case.NumDestroyed, NumDestroyed) << Case.sCall;
     pEvent = SYS_EVENT_Create(0, 0);
     EXPECT_EQ(pSlot, pEvent);
@@ -225,7 +226,7 @@ TEST(SysEvent, SettingWakesOneWaiterByOneCall) {
     const CALL_COUNTER Signal("pthread_cond_signal");
     const FAULT        Lock("pthread_mutex_lock", EINVAL);
     SYS_EVENT_Set(pEvent);
-    SYS_EVENT_Set(NoEvent());
+    SYS_EVENT_Set(SYS_EVENT_INVALID);
     NumRefused = Signal.GetNumCalls();
   }
   EXPECT_EQ(1u, NumSet);
@@ -238,8 +239,8 @@ TEST(SysEvent, ErrorsOfTheSystemAreNoTimeOuts) {
   const struct {
     const char* sCall;
     uint32_t    Timeout;
-  } Cases[] = {{"pthread_mutex_lock", FOREVER},
-               {"pthread_cond_wait", FOREVER},
+  } Cases[] = {{"pthread_mutex_lock", SYS_WAIT_FOREVER},
+               {"pthread_cond_wait", SYS_WAIT_FOREVER},
                {"pthread_cond_timedwait", 1000}};
   for (const auto& Case : Cases) {
     int32_t Result;
@@ -253,7 +254,8 @@ TEST(SysEvent, ErrorsOfTheSystemAreNoTimeOuts) {
     const FAULT Fault("pthread_mutex_lock", EINVAL);
     SYS_EVENT_Set(pEvent);
   }
-  EXPECT_EQ(258, SYS_EVENT_Wait(pEvent, 0)) << "the mutex is free and the event is not signalled";
+  EXPECT_EQ(SYS_TIMEOUT, SYS_EVENT_Wait(pEvent, 0))
+      << "the mutex is free and the event is not signalled";
   SYS_EVENT_Destroy(pEvent);
 }
 
@@ -281,7 +283,7 @@ TEST(SysEvent, EachWakeUpForNothingStartsTheLimitAfresh) {
     NumWaits         = Spurious.GetNumCalls();
     NumClockReadings = Clock.GetNumCalls();
   }
-  EXPECT_EQ(258, Result);
+  EXPECT_EQ(SYS_TIMEOUT, Result);
   EXPECT_EQ(4u, NumWaits);
   EXPECT_EQ(4u, NumClockReadings);
   {
@@ -290,7 +292,7 @@ TEST(SysEvent, EachWakeUpForNothingStartsTheLimitAfresh) {
       usleep(20000);
       SYS_EVENT_Set(pEvent);
     });
-    Result   = SYS_EVENT_Wait(pEvent, FOREVER);
+    Result   = SYS_EVENT_Wait(pEvent, SYS_WAIT_FOREVER);
     NumWaits = Spurious.GetNumCalls();
     Setter.join();
   }

@@ -62,19 +62,20 @@ TEST(SysMutex, NameIsCutAfter31CharactersAndMayBeMissing) {
 
 TEST(SysMutex, HeldByAnotherThreadTimesOutAfter50MsAndStaysTheOwners) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("held");
-  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));
   InThread([=] {
     const int64_t Start = GetMs();
-    EXPECT_EQ(258, SYS_MUTEX_Lock(pMutex, 50));
+    EXPECT_EQ(SYS_TIMEOUT, SYS_MUTEX_Lock(pMutex, 50));
     const int64_t Elapsed = GetMs() - Start;
     EXPECT_GE(Elapsed, 49);
     EXPECT_LT(Elapsed, 5000);
-    EXPECT_EQ(258, SYS_MUTEX_Lock(pMutex, 0));
+    EXPECT_EQ(SYS_TIMEOUT, SYS_MUTEX_Lock(pMutex, 0));
     EXPECT_EQ(1, SYS_MUTEX_Unlock(pMutex)) << "not the owner";
   });
   EXPECT_EQ(0, SYS_MUTEX_Lock(pMutex, 0)) << "recursive, at once";
   EXPECT_EQ(0, SYS_MUTEX_Unlock(pMutex));
-  InThread([=] { EXPECT_EQ(258, SYS_MUTEX_Lock(pMutex, 1)) << "locked twice, unlocked once"; });
+  InThread(
+      [=] { EXPECT_EQ(SYS_TIMEOUT, SYS_MUTEX_Lock(pMutex, 1)) << "locked twice, unlocked once"; });
   EXPECT_EQ(0, SYS_MUTEX_Unlock(pMutex));
   InThread([=] {
     EXPECT_EQ(0, SYS_MUTEX_Lock(pMutex, 0));
@@ -84,9 +85,9 @@ TEST(SysMutex, HeldByAnotherThreadTimesOutAfter50MsAndStaysTheOwners) {
 }
 
 TEST(SysMutex, IsHandedOverToAWaiterWithALimitAndToOneWithout) {
-  for (const uint32_t Timeout : {20000u, FOREVER}) {
+  for (const uint32_t Timeout : {20000u, SYS_WAIT_FOREVER}) {
     SYS_MUTEX* pMutex = SYS_MUTEX_Create("handed over");
-    ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+    ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));
     std::atomic<bool> IsLocked{false};
     std::thread       Waiter([&] {
       EXPECT_EQ(0, SYS_MUTEX_Lock(pMutex, Timeout));
@@ -110,7 +111,7 @@ TEST(SysMutex, BadHandlesAreRefused) {
   SYS_MUTEX_Destroy(&pMutex);
   SYS_MUTEX_Destroy(&pMutex);
   EXPECT_EQ(nullptr, pMutex);
-  EXPECT_EQ(-1, SYS_MUTEX_Lock(pStale, FOREVER));
+  EXPECT_EQ(-1, SYS_MUTEX_Lock(pStale, SYS_WAIT_FOREVER));
   EXPECT_EQ(1, SYS_MUTEX_Unlock(pStale));
   SYS_MUTEX* const pBefore = pStale;
   SYS_MUTEX_Destroy(&pStale);
@@ -154,7 +155,7 @@ TEST(SysMutex, ErrorsOfTheSystemAreNoTimeOuts) {
   int32_t    Result;
   {
     const FAULT Fault("pthread_mutex_lock", EINVAL);
-    Result = SYS_MUTEX_Lock(pMutex, FOREVER);
+    Result = SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER);
   }
   EXPECT_EQ(-1, Result);
   {
@@ -168,7 +169,7 @@ TEST(SysMutex, ErrorsOfTheSystemAreNoTimeOuts) {
 // Neither queued for nor spun for: each try is a millisecond after the last, a signal apart.
 TEST(SysMutex, IsTriedEveryMillisecond) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("polled");
-  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));
   InThread([=] {
     int32_t  Result;
     uint32_t NumTries;
@@ -181,7 +182,7 @@ TEST(SysMutex, IsTriedEveryMillisecond) {
       NumTries  = Tries.GetNumCalls();
       NumPauses = Pauses.GetNumCalls();
     }
-    EXPECT_EQ(258, Result);
+    EXPECT_EQ(SYS_TIMEOUT, Result);
     EXPECT_GE(NumTries, 2u);
     EXPECT_EQ(NumTries, NumPauses);
     EXPECT_EQ(0, LastPause.tv_sec);
@@ -193,7 +194,7 @@ TEST(SysMutex, IsTriedEveryMillisecond) {
 
 TEST(SysMutex, TheLimitIsOverOnlyWhenTheTimeIsPastIt) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("at the limit");
-  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));
   FakeTimeOfDay           = {1000, 999000};
   IsTimeOfDayFake         = true;
   std::atomic<int> Result = -7;
@@ -212,7 +213,7 @@ TEST(SysMutex, TheLimitIsOverOnlyWhenTheTimeIsPastIt) {
 
 TEST(SysMutex, AClockThatCannotBeReadEndsTheWait) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("no clock");
-  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, FOREVER));
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));
   InThread([=] {
     int32_t AfterDeadline;
     int32_t InsideWait;
@@ -224,8 +225,8 @@ TEST(SysMutex, AClockThatCannotBeReadEndsTheWait) {
       const FAULT Fault("gettimeofday", EFAULT, 1, 1);
       InsideWait = SYS_MUTEX_Lock(pMutex, 1000000000);
     }
-    EXPECT_EQ(258, AfterDeadline);
-    EXPECT_EQ(258, InsideWait);
+    EXPECT_EQ(SYS_TIMEOUT, AfterDeadline);
+    EXPECT_EQ(SYS_TIMEOUT, InsideWait);
   });
   SYS_MUTEX_Unlock(pMutex);
   SYS_MUTEX_Destroy(&pMutex);
@@ -248,10 +249,10 @@ static SYS_LOCK StaticLock;
 TEST(SysLock, BehavesAsAMutexInTheCallersRecord) {
   ASSERT_EQ(0, SYS_LOCK_Create(&StaticLock));
   EXPECT_EQ(-1, SYS_LOCK_Create(&StaticLock)) << "created already";
-  EXPECT_EQ(0, SYS_LOCK_Lock(&StaticLock, FOREVER));
+  EXPECT_EQ(0, SYS_LOCK_Lock(&StaticLock, SYS_WAIT_FOREVER));
   EXPECT_EQ(0, SYS_LOCK_Lock(&StaticLock, 0)) << "recursive";
   InThread([] {
-    EXPECT_EQ(258, SYS_LOCK_Lock(&StaticLock, 10));
+    EXPECT_EQ(SYS_TIMEOUT, SYS_LOCK_Lock(&StaticLock, 10));
     EXPECT_EQ(1, SYS_LOCK_Unlock(&StaticLock));
   });
   EXPECT_EQ(0, SYS_LOCK_Unlock(&StaticLock));
@@ -261,7 +262,7 @@ TEST(SysLock, BehavesAsAMutexInTheCallersRecord) {
 }
 
 TEST(SysLock, ARecordNotCreatedIsRefusedAndMayBeCreatedAgain) {
-  EXPECT_EQ(-1, SYS_LOCK_Lock(&StaticLock, FOREVER));
+  EXPECT_EQ(-1, SYS_LOCK_Lock(&StaticLock, SYS_WAIT_FOREVER));
   EXPECT_EQ(1, SYS_LOCK_Unlock(&StaticLock));
   SYS_LOCK_Destroy(&StaticLock);
   EXPECT_EQ(0, SYS_LOCK_Create(&StaticLock));
@@ -277,7 +278,7 @@ TEST(SysLock, ARecordNotCreatedIsRefusedAndMayBeCreatedAgain) {
 
 TEST(SysLock, NullIsRefused) {
   EXPECT_EQ(-1, SYS_LOCK_Create(nullptr));
-  EXPECT_EQ(-1, SYS_LOCK_Lock(nullptr, FOREVER));
+  EXPECT_EQ(-1, SYS_LOCK_Lock(nullptr, SYS_WAIT_FOREVER));
   EXPECT_EQ(1, SYS_LOCK_Unlock(nullptr));
   SYS_LOCK_Destroy(nullptr);
 }

@@ -108,7 +108,7 @@ TEST(SysThread, CancellingEndsAWaitForAnEventAndLeavesTheEventUsable) {
       [](void* pArg) {
         CountEnd();
         *(std::atomic<bool>*)pArg = true;
-        SYS_EVENT_Wait(pNeverSet, FOREVER);
+        SYS_EVENT_Wait(pNeverSet, SYS_WAIT_FOREVER);
       },
       &IsRunning, nullptr);
   ASSERT_TRUE(Soon([&] { return IsRunning.load(); }));
@@ -116,7 +116,7 @@ TEST(SysThread, CancellingEndsAWaitForAnEventAndLeavesTheEventUsable) {
   EXPECT_EQ(0, NumEnded);
   EXPECT_EQ(0, SYS_THREAD_Cancel(Id));
   EXPECT_TRUE(Soon([&] { return NumEnded == 1; }));
-  EXPECT_EQ(258, SYS_EVENT_Wait(pNeverSet, 0));
+  EXPECT_EQ(SYS_TIMEOUT, SYS_EVENT_Wait(pNeverSet, 0));
   SYS_EVENT_Set(pNeverSet);
   EXPECT_EQ(0, SYS_EVENT_Wait(pNeverSet, 0));
   SYS_EVENT_Destroy(pNeverSet);
@@ -159,9 +159,9 @@ TEST(SysThreadStress, SixtyFourMutexesGuardTheirCountersAgainstEightThreads) {
       for (int i = 0; i < 2000; i++) {
         Random                   = Random * 1664525 + 1013904223;
         SYS_MUTEX* const pMutex  = apMutexes[(Random >> 16) % 64];
-        const uint32_t   Timeout = (Random >> 24) % 4 == 0 ? FOREVER : (Random >> 26) % 3;
+        const uint32_t   Timeout = (Random >> 24) % 4 == 0 ? SYS_WAIT_FOREVER : (Random >> 26) % 3;
         const int32_t    Result  = SYS_MUTEX_Lock(pMutex, Timeout);
-        if (Result == 258 && Timeout != FOREVER) {
+        if (Result == SYS_TIMEOUT && Timeout != SYS_WAIT_FOREVER) {
           continue;
         }
         ASSERT_EQ(0, Result);
@@ -198,7 +198,7 @@ TEST(SysThreadStress, SixtyFourEventsLoseNoSignalToTimeOuts) {
   PAIR                  aPairs[64];
   for (PAIR& Pair : aPairs) {
     Pair.pEvent = SYS_EVENT_Create(0, 0);
-    ASSERT_NE(NoEvent(), Pair.pEvent);
+    ASSERT_NE(SYS_EVENT_INVALID, Pair.pEvent);
   }
   std::atomic<bool>        IsGivenUp{false};
   std::vector<std::thread> Waiters;
@@ -206,7 +206,7 @@ TEST(SysThreadStress, SixtyFourEventsLoseNoSignalToTimeOuts) {
     Waiters.emplace_back([&] {
       while (Pair.NumConsumed < NumSignals && !IsGivenUp) {
         const int32_t Result = SYS_EVENT_Wait(Pair.pEvent, Pair.NumConsumed % 3);
-        ASSERT_TRUE(Result == 0 || Result == 258) << Result;
+        ASSERT_TRUE(Result == 0 || Result == SYS_TIMEOUT) << Result;
         (Result == 0 ? Pair.NumConsumed : Pair.NumTimeouts)++;
       }
     });
@@ -231,7 +231,7 @@ TEST(SysThreadStress, SixtyFourEventsLoseNoSignalToTimeOuts) {
   uint32_t NumTimeouts = 0;
   for (PAIR& Pair : aPairs) {
     EXPECT_EQ(NumSignals, Pair.NumConsumed);
-    EXPECT_EQ(258, SYS_EVENT_Wait(Pair.pEvent, 0)) << "no signal too many";
+    EXPECT_EQ(SYS_TIMEOUT, SYS_EVENT_Wait(Pair.pEvent, 0)) << "no signal too many";
     NumTimeouts += Pair.NumTimeouts;
     SYS_EVENT_Destroy(Pair.pEvent);
   }
@@ -248,7 +248,7 @@ TEST(SysThreadStress, AllMutexesAndAllEventsAreInUseTogether) {
     apEvents[i]  = SYS_EVENT_Create(0, 0);
   }
   EXPECT_EQ(nullptr, SYS_MUTEX_Create("65th"));
-  EXPECT_EQ(NoEvent(), SYS_EVENT_Create(0, 0));
+  EXPECT_EQ(SYS_EVENT_INVALID, SYS_EVENT_Create(0, 0));
 
   std::atomic<uint32_t>    NumSet{0};
   std::atomic<uint32_t>    NumConsumed{0};
@@ -259,7 +259,7 @@ TEST(SysThreadStress, AllMutexesAndAllEventsAreInUseTogether) {
       for (int i = 0; i < 500; i++) {
         Random           = Random * 1664525 + 1013904223;
         const uint32_t k = (Random >> 16) % 64;
-        ASSERT_EQ(0, SYS_MUTEX_Lock(apMutexes[k], FOREVER));
+        ASSERT_EQ(0, SYS_MUTEX_Lock(apMutexes[k], SYS_WAIT_FOREVER));
         apMutexes[k]->Counter++;
         if ((Random >> 24) % 2 == 0) {
           NumSet++;
@@ -267,7 +267,7 @@ TEST(SysThreadStress, AllMutexesAndAllEventsAreInUseTogether) {
         }
         ASSERT_EQ(0, SYS_MUTEX_Unlock(apMutexes[k]));
         const int32_t Result = SYS_EVENT_Wait(apEvents[(Random >> 10) % 64], (Random >> 25) % 2);
-        ASSERT_TRUE(Result == 0 || Result == 258) << Result;
+        ASSERT_TRUE(Result == 0 || Result == SYS_TIMEOUT) << Result;
         NumConsumed += Result == 0;
       }
     });

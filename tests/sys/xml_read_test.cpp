@@ -83,17 +83,17 @@ TEST(SysXmlParse, ControlCharactersEndTheTextOrAreNoMarkup) {
       EXPECT_EQ("<R>\r\n  <A/>\r\n</R>\r\n", Canonical(sText)) << c;
       EXPECT_EQ("<R>\r\n  <A/>\r\n</R>\r\n", Canonical(sText + "garbage")) << c;
     } else {
-      EXPECT_EQ(-1, ParseError(sText)) << c;
+      EXPECT_EQ(SYS_XML_ERR_TEXT, ParseError(sText)) << c;
     }
   }
 }
 
 TEST(SysXmlParse, TextBetweenElementsIsRefused) {
-  EXPECT_EQ(-1, ParseError("x<R/>"));
-  EXPECT_EQ(-1, ParseError("<R>text</R>"));
-  EXPECT_EQ(-1, ParseError("<R/>x"));
-  EXPECT_EQ(-1, ParseError("\xEF\xBB\xBF<R/>"));
-  EXPECT_EQ(-1, ParseError("<R>></R>"));
+  EXPECT_EQ(SYS_XML_ERR_TEXT, ParseError("x<R/>"));
+  EXPECT_EQ(SYS_XML_ERR_TEXT, ParseError("<R>text</R>"));
+  EXPECT_EQ(SYS_XML_ERR_TEXT, ParseError("<R/>x"));
+  EXPECT_EQ(SYS_XML_ERR_TEXT, ParseError("\xEF\xBB\xBF<R/>"));
+  EXPECT_EQ(SYS_XML_ERR_TEXT, ParseError("<R>></R>"));
 }
 
 TEST(SysXmlParse, NamesAreLettersDigitsUnderscoreExclamationMarkAndDash) {
@@ -109,8 +109,8 @@ TEST(SysXmlParse, NamesAreLettersDigitsUnderscoreExclamationMarkAndDash) {
       EXPECT_EQ(IsName, ParseError(std::string("<a") + (char)c + "/>") == 0) << c;
       EXPECT_EQ(IsName, ParseError(std::string("<a b") + (char)c + "=\"\"/>") == 0) << c;
     } else if (c >= 0x80) {
-      EXPECT_EQ(-3, ParseError(std::string("<a") + (char)c + "/>")) << c;
-      EXPECT_EQ(-2, ParseError(std::string("<") + (char)c + "/>")) << c;
+      EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError(std::string("<a") + (char)c + "/>")) << c;
+      EXPECT_EQ(SYS_XML_ERR_TAG, ParseError(std::string("<") + (char)c + "/>")) << c;
     }
   }
 }
@@ -120,36 +120,36 @@ TEST(SysXmlParse, ValuesAreTakenAsTheyStand) {
 }
 
 TEST(SysXmlParse, MalformedTagsHaveTheirOwnReasons) {
-  EXPECT_EQ(-2, ParseError("<"));
-  EXPECT_EQ(-2, ParseError("< R/>"));
-  EXPECT_EQ(-2, ParseError("<?xml version=\"1.0\"?><R/>"));
-  EXPECT_EQ(-2, ParseError("<R/"));
-  EXPECT_EQ(-2, ParseError("<R/ >"));
-  EXPECT_EQ(-3, ParseError("<R"));
-  EXPECT_EQ(-3, ParseError("<R a"));
-  EXPECT_EQ(-3, ParseError("<R a>"));
-  EXPECT_EQ(-3, ParseError("<R a b=\"\"/>"));
-  EXPECT_EQ(-3, ParseError("<R =\"\"/>"));
-  EXPECT_EQ(-3, ParseError("<R a="));
-  EXPECT_EQ(-3, ParseError("<R a='x'/>"));
-  EXPECT_EQ(-3, ParseError("<R a=\"x/>"));
-  EXPECT_EQ(-7, ParseError("</R>"));
-  EXPECT_EQ(-7, ParseError("<R></S>"));
-  EXPECT_EQ(-7, ParseError("<R></RR>"));
-  EXPECT_EQ(-7, ParseError("<RR></R>"));
-  EXPECT_EQ(-7, ParseError("<R></R"));
-  EXPECT_EQ(-7, ParseError("<R></"));
-  EXPECT_EQ(-7, ParseError("<R></>"));
-  EXPECT_EQ(-7, ParseError("<R/></R>"));
-  EXPECT_EQ(-9, ParseError(""));
-  EXPECT_EQ(-9, ParseError(" \r\n"));
-  EXPECT_EQ(-9, ParseError("<!-- nothing -->"));
-  EXPECT_EQ(-9, ParseError("\x1A<R/>"));
+  EXPECT_EQ(SYS_XML_ERR_TAG, ParseError("<"));
+  EXPECT_EQ(SYS_XML_ERR_TAG, ParseError("< R/>"));
+  EXPECT_EQ(SYS_XML_ERR_TAG, ParseError("<?xml version=\"1.0\"?><R/>"));
+  EXPECT_EQ(SYS_XML_ERR_TAG, ParseError("<R/"));
+  EXPECT_EQ(SYS_XML_ERR_TAG, ParseError("<R/ >"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R a"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R a>"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R a b=\"\"/>"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R =\"\"/>"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R a="));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R a='x'/>"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R a=\"x/>"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("</R>"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R></S>"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R></RR>"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<RR></R>"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R></R"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R></"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R></>"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R/></R>"));
+  EXPECT_EQ(SYS_XML_ERR_NO_ROOT, ParseError(""));
+  EXPECT_EQ(SYS_XML_ERR_NO_ROOT, ParseError(" \r\n"));
+  EXPECT_EQ(SYS_XML_ERR_NO_ROOT, ParseError("<!-- nothing -->"));
+  EXPECT_EQ(SYS_XML_ERR_NO_ROOT, ParseError("\x1A<R/>"));
 }
 
 TEST(SysXmlParse, AFaultBehindAGoodRootRefusesAll) {
-  EXPECT_EQ(-7, ParseError("<R><A/></R></R>"));
-  EXPECT_EQ(-3, ParseError("<R/><S"));
+  EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R><A/></R></R>"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R/><S"));
 }
 
 TEST(SysXmlParse, TheReasonNeedNotBeTaken) {
@@ -182,10 +182,10 @@ static std::string Nested(int Depth, const std::string& sInnermost) {
 TEST(SysXmlParse, NestingDeeperThan100LevelsIsRefused) {
   EXPECT_EQ(0, ParseError(Nested(100, "<x/>")));
   EXPECT_EQ(0, ParseError(Nested(100, "")));
-  EXPECT_EQ(-8, ParseError(Nested(100, "<x></x>")));
-  EXPECT_EQ(-8, ParseError(Nested(101, "")));
-  EXPECT_EQ(-8, ParseError(Nested(101, "<x/>")));
-  EXPECT_EQ(-8, ParseError(Nested(100000, "")));
+  EXPECT_EQ(SYS_XML_ERR_DEPTH, ParseError(Nested(100, "<x></x>")));
+  EXPECT_EQ(SYS_XML_ERR_DEPTH, ParseError(Nested(101, "")));
+  EXPECT_EQ(SYS_XML_ERR_DEPTH, ParseError(Nested(101, "<x/>")));
+  EXPECT_EQ(SYS_XML_ERR_DEPTH, ParseError(Nested(100000, "")));
 }
 
 TEST(SysXmlParse, AWellFormedTextComesBackByteForByte) {
@@ -288,20 +288,20 @@ TEST_F(SysXmlFile, AZeroByteEndsTheText) {
   WriteFile(m_Dir.Path("f"), std::string("<R><A/>\0garbage", 15));
   EXPECT_EQ(0, LoadError("f"));
   WriteFile(m_Dir.Path("g"), std::string("<R a=\"\0\"/>", 10));
-  EXPECT_EQ(-3, LoadError("g"));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, LoadError("g"));
   WriteFile(m_Dir.Path("h"), std::string("\0<R/>", 5));
-  EXPECT_EQ(-9, LoadError("h"));
+  EXPECT_EQ(SYS_XML_ERR_NO_ROOT, LoadError("h"));
 }
 
 TEST_F(SysXmlFile, EmptyAndMalformedFilesAreToldApartFromUnreadableOnes) {
   WriteFile(m_Dir.Path("empty"), "");
   WriteFile(m_Dir.Path("text"), "text");
-  EXPECT_EQ(-9, LoadError("empty"));
-  EXPECT_EQ(-1, LoadError("text"));
-  EXPECT_EQ(-10, LoadError("none"));
+  EXPECT_EQ(SYS_XML_ERR_NO_ROOT, LoadError("empty"));
+  EXPECT_EQ(SYS_XML_ERR_TEXT, LoadError("text"));
+  EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("none"));
   int32_t Error = 0;
   EXPECT_EQ(nullptr, SYS_XML_LoadDoc(nullptr, &Error));
-  EXPECT_EQ(-10, Error);
+  EXPECT_EQ(SYS_XML_ERR_FILE, Error);
 }
 
 TEST_F(SysXmlFile, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
@@ -309,16 +309,16 @@ TEST_F(SysXmlFile, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
   ASSERT_EQ(0, mkdir(m_Dir.Path("dir").c_str(), 0700));
   ASSERT_EQ(0, symlink("/dev/zero", m_Dir.Path("zero").c_str()));
   ASSERT_EQ(0, symlink("loop", m_Dir.Path("loop").c_str()));
-  EXPECT_EQ(-10, LoadError("fifo"));
-  EXPECT_EQ(-10, LoadError("dir"));
-  EXPECT_EQ(-10, LoadError("zero"));
-  EXPECT_EQ(-10, LoadError("loop"));
+  EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("fifo"));
+  EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("dir"));
+  EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("zero"));
+  EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("loop"));
 }
 
 TEST_F(SysXmlFile, AFileOf2GiBIsRefusedUnread) {
   WriteFile(m_Dir.Path("f"), "<R/>");
   ASSERT_EQ(0, truncate(m_Dir.Path("f").c_str(), 0x7FFFFFFF));
-  EXPECT_EQ(-10, LoadError("f"));
+  EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("f"));
   ASSERT_EQ(0, truncate(m_Dir.Path("f").c_str(), 0x100000004));
-  EXPECT_EQ(-10, LoadError("f"));
+  EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("f"));
 }

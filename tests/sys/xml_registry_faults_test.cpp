@@ -24,7 +24,7 @@ TEST(SysXmlFaults, DocumentsNeedMemory) {
     const FAULT Fault("malloc", ENOMEM);
     EXPECT_EQ(nullptr, SYS_XML_ParseDoc("<R/>", &Error));
   }
-  EXPECT_EQ(-5, Error);
+  EXPECT_EQ(SYS_XML_ERR_MEMORY, Error);
 }
 
 TEST(SysXmlFaults, ANameThatNeedsAChunkOfItsOwnLeavesNothingBehind) {
@@ -53,7 +53,7 @@ TEST(SysXmlFaults, ATreeWithoutRoomToGrowStaysAsItIs) {
     {
       const FAULT Fault("malloc", ENOMEM, 0, 10);
       if (Room < 56) {
-        EXPECT_EQ(-5, SYS_XML_SetAttr(pDoc, pRoot, "b", "2")) << Room;
+        EXPECT_EQ(SYS_XML_ERR_MEMORY, SYS_XML_SetAttr(pDoc, pRoot, "b", "2")) << Room;
       }
     }
     {
@@ -76,7 +76,7 @@ TEST(SysXmlFaults, ALongerValueWithoutRoomLeavesTheFormerOne) {
   XmlElement*  pRoot = SYS_XML_GetRoot(pDoc);
   {
     const FAULT Fault("malloc", ENOMEM);
-    EXPECT_EQ(-5, SYS_XML_SetAttr(pDoc, pRoot, "a", "longer than before"));
+    EXPECT_EQ(SYS_XML_ERR_MEMORY, SYS_XML_SetAttr(pDoc, pRoot, "a", "longer than before"));
   }
   EXPECT_STREQ("1", SYS_XML_FindAttr(pRoot, "a")->sValue);
   EXPECT_EQ(0, SYS_XML_SetAttr(pDoc, pRoot, "a", "longer than before"));
@@ -95,7 +95,7 @@ TEST(SysXmlFaults, ParsingEndsAtThePieceThatFindsNoMemory) {
       const FAULT Fault("malloc", ENOMEM, 1);
       EXPECT_EQ(nullptr, SYS_XML_ParseDoc(sText.c_str(), &Error));
     }
-    EXPECT_EQ(-5, Error);
+    EXPECT_EQ(SYS_XML_ERR_MEMORY, Error);
   }
 }
 
@@ -106,7 +106,7 @@ TEST(SysXmlFaults, WritingNeedsMemoryAtFirstAndToGrow) {
   char acText[8] = "#######";
   for (uint32_t Skip = 0; Skip < 2; Skip++) {
     const FAULT Fault("malloc", ENOMEM, Skip, 1);
-    EXPECT_EQ(-5, SYS_XML_StoreDoc(pDoc, acText, sizeof(acText)));
+    EXPECT_EQ(SYS_XML_ERR_MEMORY, SYS_XML_StoreDoc(pDoc, acText, sizeof(acText)));
     EXPECT_STREQ("#######", acText);
   }
   SYS_XML_FreeDoc(pDoc);
@@ -132,9 +132,10 @@ TEST_F(SysXmlFileFaults, AFileThatCannotBeReadIsToldApartFromAMalformedOne) {
     int         Error;
     uint32_t    Skip;
     int32_t     Want;
-  } Rows[] = {{"open", EMFILE, 0, -10},  {"fstat", EIO, 0, -10},   {"lseek", EIO, 0, -10},
-              {"lseek", EIO, 1, -10},    {"read", EIO, 0, -10},    {"read", 0, 0, -10},
-              {"malloc", ENOMEM, 0, -5}, {"malloc", ENOMEM, 1, -5}};
+  } Rows[] = {{"open", EMFILE, 0, SYS_XML_ERR_FILE},     {"fstat", EIO, 0, SYS_XML_ERR_FILE},
+              {"lseek", EIO, 0, SYS_XML_ERR_FILE},       {"lseek", EIO, 1, SYS_XML_ERR_FILE},
+              {"read", EIO, 0, SYS_XML_ERR_FILE},        {"read", 0, 0, SYS_XML_ERR_FILE},
+              {"malloc", ENOMEM, 0, SYS_XML_ERR_MEMORY}, {"malloc", ENOMEM, 1, SYS_XML_ERR_MEMORY}};
   for (const auto& Row : Rows) {
     int32_t Error;
     {

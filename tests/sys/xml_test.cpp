@@ -32,7 +32,7 @@ TEST(SysXmlWrite, AQuoteInAValueIsWrittenAsItIsAndCannotBeReadBack) {
   const Doc Tree(SYS_XML_CreateDoc("R"));
   SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", "x\"y");
   EXPECT_EQ("<R a=\"x\"y\"/>\r\n", Tree.Text());
-  EXPECT_EQ(-3, ParseError(Tree.Text()));
+  EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError(Tree.Text()));
 }
 
 TEST(SysXmlWrite, ABufferThatIsTooSmallGetsTheBeginning) {
@@ -51,8 +51,8 @@ TEST(SysXmlWrite, ABufferThatIsTooSmallGetsTheBeginning) {
 TEST(SysXmlWrite, NullArgumentsGiveMinusOne) {
   const Doc Tree = Parse("<R/>");
   char      c    = '#';
-  EXPECT_EQ(-1, SYS_XML_StoreDoc(Tree.Get(), nullptr, 10));
-  EXPECT_EQ(-1, SYS_XML_StoreDoc(nullptr, &c, 1));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_StoreDoc(Tree.Get(), nullptr, 10));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_StoreDoc(nullptr, &c, 1));
   EXPECT_EQ('#', c);
 }
 
@@ -74,7 +74,8 @@ TEST(SysXmlWrite, ATextOf1MiBIsWrittenAndOneByteMoreIsNot) {
   for (size_t More = 1; More < 12; More++) {
     const Doc Tree(CreateDocOfSize(0x100000 + More));
     sBuffer.assign(0x100000 + 16, '#');
-    EXPECT_EQ(-2, SYS_XML_StoreDoc(Tree.Get(), sBuffer.data(), 0x100000 + 16)) << More;
+    EXPECT_EQ(SYS_XML_ERR_TOO_LONG, SYS_XML_StoreDoc(Tree.Get(), sBuffer.data(), 0x100000 + 16))
+        << More;
     EXPECT_EQ(std::string(16, '#'), sBuffer.substr(0x100000));
     EXPECT_NE('#', sBuffer[0x100000 - 1]);
   }
@@ -88,7 +89,7 @@ TEST(SysXmlWrite, ElementsNestedAsDeepAsMemoryGoesAreTooLong) {
   }
   EXPECT_EQ(200000u, SYS_XML_GetDepth(pElement));
   std::string sBuffer(0x100000, '#');
-  EXPECT_EQ(-2, SYS_XML_StoreDoc(Tree.Get(), sBuffer.data(), 0x100000));
+  EXPECT_EQ(SYS_XML_ERR_TOO_LONG, SYS_XML_StoreDoc(Tree.Get(), sBuffer.data(), 0x100000));
   EXPECT_EQ("<R>\r\n  <n>\r\n    <n>\r\n", sBuffer.substr(0, 21));
   EXPECT_EQ(std::string::npos, sBuffer.find('#'));
 }
@@ -99,7 +100,7 @@ TEST(SysXmlWrite, NothingShortIsWrittenBehindAPieceThatDidNotFit) {
   SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "long", std::string(0x100001, 'v').c_str());
   SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "short", "s");
   std::string sBuffer(0x100000, '#');
-  EXPECT_EQ(-2, SYS_XML_StoreDoc(Tree.Get(), sBuffer.data(), 0x100000));
+  EXPECT_EQ(SYS_XML_ERR_TOO_LONG, SYS_XML_StoreDoc(Tree.Get(), sBuffer.data(), 0x100000));
   EXPECT_EQ("<R long=\"" + std::string(0x100000 - 9, 'v'), sBuffer);
 }
 
@@ -215,7 +216,7 @@ TEST(SysXmlTree, CopyElementNameTellsTheWholeLength) {
   EXPECT_EQ(4, SYS_XML_CopyElementName(Tree.Root(), acBuffer, 3));
   EXPECT_EQ(std::string("Na\0#####", 8), std::string(acBuffer, 8));
   EXPECT_EQ(4, SYS_XML_CopyElementName(Tree.Root(), nullptr, 8));
-  EXPECT_EQ(-1, SYS_XML_CopyElementName(nullptr, acBuffer, 8));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_CopyElementName(nullptr, acBuffer, 8));
 }
 
 TEST(SysXmlTree, FindAttrComparesTheWholeName) {
@@ -288,10 +289,10 @@ TEST(SysXmlTree, AValueUsesTheRoomThatWasTakenForItToTheLastByte) {
 
 TEST(SysXmlTree, SetRejectsNullAndEmpty) {
   const Doc Tree = Parse("<R/>");
-  EXPECT_EQ(-1, SYS_XML_SetAttr(nullptr, Tree.Root(), "a", ""));
-  EXPECT_EQ(-1, SYS_XML_SetAttr(Tree.Get(), nullptr, "a", ""));
-  EXPECT_EQ(-1, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), nullptr, ""));
-  EXPECT_EQ(-1, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "", ""));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_SetAttr(nullptr, Tree.Root(), "a", ""));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_SetAttr(Tree.Get(), nullptr, "a", ""));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), nullptr, ""));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "", ""));
   EXPECT_EQ("<R/>\r\n", Tree.Text());
 }
 
@@ -322,9 +323,9 @@ TEST(SysXmlTree, AWalkGoesOnFromAnAttributeThatWasUnlinked) {
 
 TEST(SysXmlTree, RemoveTellsWhyItRemovedNothing) {
   const Doc Tree = Parse("<R a=\"1\"/>");
-  EXPECT_EQ(1, SYS_XML_RemoveAttr(Tree.Root(), "b"));
-  EXPECT_EQ(1, SYS_XML_RemoveAttr(Tree.Root(), nullptr));
-  EXPECT_EQ(-1, SYS_XML_RemoveAttr(nullptr, "a"));
+  EXPECT_EQ(SYS_XML_NOT_FOUND, SYS_XML_RemoveAttr(Tree.Root(), "b"));
+  EXPECT_EQ(SYS_XML_NOT_FOUND, SYS_XML_RemoveAttr(Tree.Root(), nullptr));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_RemoveAttr(nullptr, "a"));
   EXPECT_EQ("<R a=\"1\"/>\r\n", Tree.Text());
 }
 
@@ -339,7 +340,7 @@ TEST(SysXmlTree, CopyAttrValueTellsTheWholeLength) {
   EXPECT_EQ(std::string("valu\0###", 8), std::string(acBuffer, 8));
   EXPECT_EQ(5, SYS_XML_CopyAttrValue(pAttr, acBuffer, 8));
   EXPECT_STREQ("value", acBuffer);
-  EXPECT_EQ(-1, SYS_XML_CopyAttrValue(nullptr, acBuffer, 8));
+  EXPECT_EQ(SYS_XML_ERR_ARGUMENT, SYS_XML_CopyAttrValue(nullptr, acBuffer, 8));
 }
 
 // ---- Names --------------------------------------------------------------------------------------

@@ -14,8 +14,6 @@
 #include "sys/thread.h"
 #include "tests/sys/support/faults.h"
 
-inline const uint32_t FOREVER = 0xFFFFFFFF;
-
 // The clock the time-outs run on, so that a wait seen too short really is.
 inline int64_t GetMs() {
   struct timespec Now;
@@ -56,10 +54,6 @@ inline ENDED CountEnded(BODY Body) {
   const CALL_COUNTER Conditions("pthread_cond_destroy");
   Body();
   return {Mutexes.GetNumCalls(), Attributes.GetNumCalls(), Conditions.GetNumCalls()};
-}
-
-inline SYS_EVENT* NoEvent() {
-  return (SYS_EVENT*)(intptr_t)-1;
 }
 
 #endif
