@@ -112,6 +112,29 @@ void SetQuiet(int Socket, bool Quiet) {
   }
 }
 
+// -- Sockets whose connect() failed at once ---------------------------------------------------------
+
+// There such a socket is never reported writable, here it is.
+std::set<int> FailedSockets;  // guarded by QuietLock
+
+void SetFailed(int Socket, bool Failed) {
+  const std::lock_guard<std::mutex> Guard(QuietLock);
+  if (Failed) {
+    FailedSockets.insert(Socket);
+  } else {
+    FailedSockets.erase(Socket);
+  }
+}
+
+void DropFailed(fd_set* pWrite) {
+  const std::lock_guard<std::mutex> Guard(QuietLock);
+  for (const int Socket : FailedSockets) {
+    if (Socket < FD_SETSIZE) {
+      FD_CLR(Socket, pWrite);
+    }
+  }
+}
+
 // -- Options -------------------------------------------------------------------------------------
 
 constexpr int TICKS_PER_SECOND = 100;
@@ -242,7 +265,14 @@ int Bind(int Socket, const void* pAddress, uint32_t Length) {
 int Connect(int Socket, const void* pAddress, uint32_t Length) {
   HostAddress     Host;
   const socklen_t HostLength = AddressToHost(pAddress, Length, &Host);
-  return connect(Socket, &Host.Any, HostLength);
+  const int       Result     = connect(Socket, &Host.Any, HostLength);
+  const int       Error      = errno;
+  int             Type       = 0;
+  socklen_t       TypeLength = sizeof(Type);
+  getsockopt(Socket, SOL_SOCKET, SO_TYPE, &Type, &TypeLength);
+  SetFailed(Socket, Result != 0 && Error != EINPROGRESS && Error != EINTR && Type == SOCK_STREAM);
+  errno = Error;
+  return Result;
 }
 
 int Accept(int Socket, void* pAddress, uint32_t* pLength) {
@@ -305,6 +335,9 @@ ssize_t Receive(int Socket, void* pData, size_t Length, int Flags) {
 
 // A set of descriptors is the same field of bits. The time is not touched there; it is here.
 int Select(int Num, fd_set* pRead, fd_set* pWrite, fd_set* pError, const darwin::Timeval* pTime) {
+  if (pWrite != nullptr) {
+    DropFailed(pWrite);
+  }
   if (pTime == nullptr) {
     return select(Num, pRead, pWrite, pError, nullptr);
   }
@@ -340,6 +373,7 @@ const Shim Table[] = {
 
 void ForgetSocket(int Descriptor) {
   SetQuiet(Descriptor, false);
+  SetFailed(Descriptor, false);
 }
 
 std::span<const Shim> SocketShims() {

@@ -190,8 +190,11 @@ static void StartAttempt(ATTEMPT* pAttempt, uint32_t Addr, uint16_t Port) {
     return;
   }
   SYS_SOCKET_SetNonBlocking(pAttempt->hSocket);
-  SYS_SOCKET_ConnectIPv4(pAttempt->hSocket, Addr, Port);  // pending or failed: the first wait tells
-  pAttempt->State = ATTEMPT_PENDING;
+  // Any other error is a failure now. Darwin never reports such a socket writable, so waiting for it
+  // would use up the whole time-out.
+  const int32_t Result   = SYS_SOCKET_ConnectIPv4(pAttempt->hSocket, Addr, Port);
+  const int     IsFailed = Result != 0 && errno != EINPROGRESS && errno != EINTR;
+  pAttempt->State        = IsFailed ? ATTEMPT_REFUSED : ATTEMPT_PENDING;
 }
 
 // Waits a moment for the attempt's end.
@@ -222,7 +225,9 @@ int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
     if (Attempt.State == ATTEMPT_IMPOSSIBLE) {
       return -1;
     }
-    PollAttempt(&Attempt);
+    if (Attempt.State == ATTEMPT_PENDING) {
+      PollAttempt(&Attempt);
+    }
     if (Attempt.State == ATTEMPT_CONNECTED) {
       return Attempt.hSocket;
     }
@@ -317,7 +322,7 @@ int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket) {
 
 static int32_t SetLingerOption(int hSocket, int OnOff, uint32_t Seconds) {
   const struct linger Linger = {OnOff, (int)Seconds};
-  setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Linger, sizeof(Linger));
+  setsockopt(hSocket, SOL_SOCKET, SO_LINGER_SEC, &Linger, sizeof(Linger));
   return 0;
 }
 

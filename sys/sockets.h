@@ -119,8 +119,7 @@ int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket);
 
 // How long closing waits for unsent data, in whole seconds: milliseconds rounded to the nearest,
 // but at least 1 unless 0. With 0 closing drops the data and resets the connection. Both return 0
-// always. The option is SO_LINGER, in seconds by POSIX; Darwin's header, as it is included by
-// default, says that it counts in ticks there. What a given time becomes only a Mac can show.
+// always. macOS keeps the time in 16 bits of 10 ms each: give at most 327 seconds.
 int32_t SYS_SOCKET_SetLinger(int32_t hSocket, uint32_t Milliseconds);
 int32_t SYS_SOCKET_SetNoLinger(int32_t hSocket);
 

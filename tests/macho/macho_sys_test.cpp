@@ -137,8 +137,8 @@ TEST_F(MachOSysCalls, SocketsHaveTheirFamilyTypeAndStandardOptions) {
                 "setsockopt(0xffff, 0x20, 1 0)",       // SO_BROADCAST
                 "setsockopt(0xffff, 0x8, 1 0)",        // SO_KEEPALIVE
                 "setsockopt(0xffff, 0x1002, 4096 0)",  // SO_RCVBUF
-                "setsockopt(0xffff, 0x80, 1 2)",       // SO_LINGER on, 2 s
-                "setsockopt(0xffff, 0x80, 0 0)",
+                "setsockopt(0xffff, 0x1080, 1 2)",     // SO_LINGER_SEC on, 2 s
+                "setsockopt(0xffff, 0x1080, 0 0)",
                 "setsockopt(0xffff, 0x1005, 2 s 345000 us)",  // SO_SNDTIMEO
                 "setsockopt(0xffff, 0x1006, 0 s 67000 us)",   // SO_RCVTIMEO
                 "setsockopt(0xffff, 0x4, 1 0)",               // SO_REUSEADDR
@@ -151,6 +151,13 @@ TEST_F(MachOSysCalls, SocketsHaveTheirFamilyTypeAndStandardOptions) {
                 "setsockopt(0x29, 0x1b, 0 0)",
             }),
             Calls("sockets", "(set)?sock"));
+}
+
+// 224.0.0.1 is no peer's address: connect() fails at once, and each time the abort callback is asked
+// a new attempt has been made.
+TEST_F(MachOSysCalls, AConnectThatFailsAtOnceIsFollowedByTheNextAttempt) {
+  EXPECT_EQ((Lines{"socket(2, 1, 0)", "socket(2, 1, 0)", "socket(2, 1, 0)"}),
+            Calls("connect", "socket"));
 }
 
 // AI_V4MAPPED is 0x800, AF_INET6 is 30.

@@ -97,6 +97,7 @@ static uint32_t PauseAfterAttemptOf(uint32_t Microseconds) {
   FakeClock();
   uint32_t NumPauses;
   {
+    const FAULT        Pending("connect", EINPROGRESS);
     const FAULT        FirstWait("select", 0);
     const CALL_COUNTER Pauses("usleep");
     EXPECT_EQ(SYS_TCP_ERR_ABORTED,
@@ -124,6 +125,7 @@ TEST(SysTcpConnectTimeout, PauseMakesARefusalUpToTenMillisecondsInWholeOnes) {
 
 TEST(SysTcpConnectTimeout, WaitsTenMillisecondsAtATime) {
   const REFUSING_PORT Refusing;
+  const FAULT         Pending("connect", EINPROGRESS);
   LastSelectTime = {};
   EXPECT_EQ(SYS_TCP_ERR_ABORTED,
             SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000, []() -> int32_t { return 1; }));
@@ -187,6 +189,22 @@ TEST(SysTcpConnectTimeout, ConnectThatFailsAtOnceIsARefusalLikeAnyOther) {
   EXPECT_EQ(3u, NumAttempts);
   SYS_SOCKET_Close(hClient);
   EXPECT_EQ(NumBefore, CountDescriptors());
+}
+
+// EINTR is no failure: the connection goes on being made. The first wait finds it.
+TEST(SysTcpConnectTimeout, ConnectThatIsPendingOrInterruptedIsWaitedFor) {
+  for (const int Error : {EINPROGRESS, EINTR}) {
+    const REFUSING_PORT Refusing;
+    uint32_t            NumWaits;
+    {
+      const FAULT        Fault("connect", Error);
+      const CALL_COUNTER Waits("select");
+      EXPECT_EQ(SYS_TCP_ERR_ABORTED, SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000,
+                                                            []() -> int32_t { return 1; }));
+      NumWaits = Waits.GetNumCalls();
+    }
+    EXPECT_EQ(1u, NumWaits) << Error;
+  }
 }
 
 // What the system does by itself once in some thousand attempts: the port is picked for this end.

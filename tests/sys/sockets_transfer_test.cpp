@@ -215,14 +215,14 @@ TEST(SysSocketOptions, LingerRoundsToSecondsButNeverDownToAReset) {
     struct linger Linger = {0, -1};
     socklen_t     Length = sizeof(Linger);
     EXPECT_EQ(0, SYS_SOCKET_SetLinger(hSocket, Case.Milliseconds));
-    getsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Linger, &Length);
+    getsockopt(hSocket, SOL_SOCKET, SO_LINGER_SEC, &Linger, &Length);
     EXPECT_EQ(1, Linger.l_onoff);
     EXPECT_EQ(Case.Seconds, Linger.l_linger) << Case.Milliseconds;
   }
   struct linger Linger = {1, -1};
   socklen_t     Length = sizeof(Linger);
   EXPECT_EQ(0, SYS_SOCKET_SetNoLinger(hSocket));
-  getsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Linger, &Length);
+  getsockopt(hSocket, SOL_SOCKET, SO_LINGER_SEC, &Linger, &Length);
   EXPECT_EQ(0, Linger.l_onoff);
   SYS_SOCKET_Close(hSocket);
   EXPECT_EQ(0, SYS_SOCKET_SetLinger(-1, 100)) << "0 always";
