@@ -6,6 +6,8 @@
 #include <stdio.h>
 #include <sys/wait.h>
 
+#include <chrono>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -50,6 +52,22 @@ class PROGRAM {
   std::string ReadLine() {
     char acLine[256] = "";
     return fgets(acLine, sizeof(acLine), m_pOutput) != nullptr ? acLine : "";
+  }
+  // Before that the signal would end it without a word.
+  void WaitUntilItCatches(int Signal) const {
+    const std::string sPath = "/proc/" + std::to_string(m_Pid) + "/status";
+    const auto        Start = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - Start < std::chrono::seconds(20)) {
+      std::ifstream Status(sPath);
+      for (std::string sLine; std::getline(Status, sLine);) {
+        if (sLine.rfind("SigCgt:", 0) == 0 &&
+            (std::stoull(sLine.substr(7), nullptr, 16) >> (Signal - 1) & 1) != 0) {
+          return;
+        }
+      }
+      usleep(1000);
+    }
+    ADD_FAILURE() << "the program does not catch signal " << Signal;
   }
   void Interrupt() const { kill(m_Pid, SIGINT); }
   int  WaitForExit() {
@@ -114,7 +132,7 @@ TEST(ExampleTcpEcho, ClientGivesUpOnAServerThatIsNotThere) {
 TEST(ExampleTcpEcho, InterruptEndsTheWaitForAServer) {
   const REFUSING_PORT Refusing;
   PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", std::to_string(Refusing.Port), "60000", "anyone?"});
-  usleep(300000);
+  Client.WaitUntilItCatches(SIGINT);
   Client.Interrupt();
   EXPECT_EQ("tcp_echo_client: interrupted\n", Client.ReadLine());
   EXPECT_EQ(1, Client.WaitForExit());

@@ -296,6 +296,7 @@ static int CheckStorage(void) {
   CheckDynBuffer();
   CheckXml();
   CheckRegistry();
+  rmdir(StoragePath(".OSTREL"));  // made when the executable's own directory is not writable
   CHECK_STORAGE(rmdir(acStorageDir) == 0);
   return NumStorageFailures;
 }

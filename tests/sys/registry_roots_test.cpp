@@ -302,7 +302,8 @@ TEST_F(SysRegistry, ALinkIsFollowedAndAMissingTargetMade) {
 
 TEST_F(SysRegistry, AFileWithoutPermissionFailsAndKeepsItsText) {
   Provide("<Registry/>");
-  for (const char* sDir : {"", "Library", "Library/Application Support"}) {
+  for (const char* sDir :
+       {"", "Library", "Library/Application Support", "Library/Application Support/OSTREL"}) {
     ASSERT_EQ(0, chmod(m_Home.Path(sDir).c_str(), 0755));
   }
   ASSERT_EQ(0, chmod(Path().c_str(), 0000));
@@ -317,7 +318,9 @@ TEST_F(SysRegistry, AFileWithoutPermissionFailsAndKeepsItsText) {
     SYS_REG_Flush();                   // and not written
   }
   EXPECT_EQ("<Registry/>", File());
+  ASSERT_EQ(0, chmod(Path().c_str(), 0644));
   WriteFile(Path(), "not XML");
+  ASSERT_EQ(0, chmod(Path().c_str(), 0444));
   {
     const Unprivileged User;
     EXPECT_EQ(1u, SetText("v", "x"));

@@ -166,6 +166,19 @@ TEST_F(SysRegistry, AnIndexOfTenDigitsIsNoneOfAList) {
   EXPECT_EQ("<Registry " + sOthers + "/>", Flushed());
 }
 
+TEST_F(SysRegistry, AnIndexWithALeadingZeroIsNoneOfAList) {
+  const std::string sOthers = "N_OSTRELRegMltStr01=\"k\" N_OSTRELRegMltStr0=\"k\"";
+  Provide("<Registry N=\"a\" " + sOthers + " N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>");
+  EXPECT_EQ(std::string("a\0\0#", 4), Query("N", 4).Bytes);
+  EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "N"));
+  EXPECT_EQ("<Registry " + sOthers + "/>\r\n", Flushed());
+  EXPECT_EQ(0u, SetBytes("N", 7, std::string("a\0b\0\0", 5)));
+  EXPECT_EQ(std::string("a\0b\0\0#", 6), Query("N", 6).Bytes);
+  EXPECT_EQ("<Registry " + sOthers +
+                " N=\"a\" N_OSTRELRegMltStr1=\"b\" N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>\r\n",
+            Flushed());
+}
+
 // What docs/registry.md tells of such names, row by row.
 TEST_F(SysRegistry, ATextNamedLikeAStringOfAListSharesItsAttribute) {
   const char* const sTextName = "N_OSTRELRegMltStr1";

@@ -484,6 +484,17 @@ TEST_F(SysSerialPort, ReadWaitsForItsTimeOutAndTakesNoMoreThanAskedFor) {
   EXPECT_STREQ("abc####", acBuffer);
 }
 
+TEST_F(SysSerialPort, ReadWaitsForItsTimeOutAndNoLonger) {
+  Open();
+  const FAULT TimeIsUp("select", 0, 0, 3);
+  for (const uint32_t Timeout : {0u, 50u, 12345u}) {
+    char c;
+    LastSelectTime = {-1, -1};
+    EXPECT_EQ(0, SYS_SERIAL_Read(m_pPort, &c, 1, Timeout));
+    EXPECT_EQ(Timeout, (uint32_t)(LastSelectTime.tv_sec * 1000 + LastSelectTime.tv_usec / 1000));
+  }
+}
+
 TEST_F(SysSerialPort, ErrorsOfWaitingAndReadingAreMinus1) {
   Open();
   char    c;
@@ -501,7 +512,22 @@ TEST_F(SysSerialPort, ErrorsOfWaitingAndReadingAreMinus1) {
   EXPECT_EQ(-1, Result);
 }
 
-// What tells a device that is gone from a time-out: nothing, and at once.
+// What tells a device that is gone from a silent one: 0 or -1 well before the time-out. A USB device
+// that is pulled out gives an error (ENXIO), a line that is hung up gives nothing.
+TEST_F(SysSerialPort, ReadingFromADeviceThatIsPulledOutIsMinus1) {
+  Open();
+  ASSERT_EQ(1, write(m_Pty.hMaster, "x", 1));
+  char          c;
+  const int64_t Start = GetMs();
+  int32_t       Result;
+  {
+    const FAULT PulledOut("read", ENXIO);
+    Result = SYS_SERIAL_Read(m_pPort, &c, 1, 20000);
+  }
+  EXPECT_EQ(-1, Result);
+  EXPECT_LT(GetMs() - Start, 10000);
+}
+
 TEST_F(SysSerialPort, ReadingFromALineThatIsGoneDoesNotWait) {
   Open();
   close(m_Pty.hMaster);

@@ -233,6 +233,16 @@ TEST(SysTcpAccept, TellsATimeOutFromAnError) {
   EXPECT_EQ(-1, Result);
 }
 
+TEST(SysTcpAccept, WaitsForItsTimeOutAndNoLonger) {
+  const LISTENER Listener;
+  const FAULT    TimeIsUp("select", 0, 0, 3);
+  for (const uint32_t Timeout : {0u, 50u, 12345u}) {
+    LastSelectTime = {-1, -1};
+    EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, SYS_TCP_AcceptTimeout(Listener.hSocket, Timeout));
+    EXPECT_EQ(Timeout, (uint32_t)(LastSelectTime.tv_sec * 1000 + LastSelectTime.tv_usec / 1000));
+  }
+}
+
 // ---- IPv6 and dual stack ------------------------------------------------------------------------
 
 TEST(SysTcpIPv6, ConnectsAndTellsThePeerOnBothSides) {

@@ -161,11 +161,20 @@ TEST(SysSocketWait, TellsDataRoomAndTheirAbsence) {
 
 TEST(SysSocketWait, TimeOutIsSplitIntoSecondsAndMicroseconds) {
   const CONNECTION Pair;
-  const int64_t    Start = GetMs();
-  EXPECT_EQ(0, SYS_SOCKET_WaitReadable(Pair.hClient, 1100));
-  const int64_t Elapsed = GetMs() - Start;
-  EXPECT_GE(Elapsed, 1099);
-  EXPECT_LT(Elapsed, 10000);
+  const struct {
+    uint32_t       Timeout;
+    struct timeval Time;
+  } Cases[] = {{0, {0, 0}}, {999, {0, 999000}}, {1000, {1, 0}}, {0xFFFFFFFF, {4294967, 295000}}};
+  for (const auto& Case : Cases) {
+    for (const bool IsForReading : {true, false}) {
+      const FAULT TimeIsUp("select", 0);
+      LastSelectTime = {-1, -1};
+      EXPECT_EQ(0, IsForReading ? SYS_SOCKET_WaitReadable(Pair.hClient, Case.Timeout)
+                                : SYS_SOCKET_WaitWritable(Pair.hClient, Case.Timeout));
+      EXPECT_EQ(Case.Time.tv_sec, LastSelectTime.tv_sec) << Case.Timeout;
+      EXPECT_EQ(Case.Time.tv_usec, LastSelectTime.tv_usec) << Case.Timeout;
+    }
+  }
 }
 
 // select() sets have 1024 bits; a descriptor behind them must not be set.

@@ -192,6 +192,32 @@ TEST(SysMutex, IsTriedEveryMillisecond) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
+// Each pause moves the time by its millisecond: the one that passes the limit is the last.
+TEST(SysMutex, TheLimitIsInMilliseconds) {
+  SYS_MUTEX* pMutex = SYS_MUTEX_Create("limit");
+  ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));
+  FakeTimeOfDay       = {1000, 0};
+  IsTimeMovedByPauses = true;
+  IsTimeOfDayFake     = true;
+  for (const uint32_t Timeout : {0u, 1u, 50u, 999u, 1001u, 12345u}) {
+    InThread([=] {
+      int32_t  Result;
+      uint32_t NumPauses;
+      {
+        const CALL_COUNTER Pauses("nanosleep");
+        Result    = SYS_MUTEX_Lock(pMutex, Timeout);
+        NumPauses = Pauses.GetNumCalls();
+      }
+      EXPECT_EQ(SYS_TIMEOUT, Result);
+      EXPECT_EQ(Timeout + 1, NumPauses);
+    });
+  }
+  IsTimeOfDayFake     = false;
+  IsTimeMovedByPauses = false;
+  SYS_MUTEX_Unlock(pMutex);
+  SYS_MUTEX_Destroy(&pMutex);
+}
+
 TEST(SysMutex, TheLimitIsOverOnlyWhenTheTimeIsPastIt) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("at the limit");
   ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));

@@ -39,6 +39,7 @@ uint32_t        FakeRatio[2] = {1, 1};
 int64_t         FakeTime;
 
 std::atomic<bool> IsTimeOfDayFake;
+std::atomic<bool> IsTimeMovedByPauses;
 struct timeval    FakeTimeOfDay;
 
 std::string FakeExecutable;
@@ -223,8 +224,15 @@ int __wrap_nanosleep(const struct timespec* pPause, struct timespec* pLeft);
 int __wrap_nanosleep(const struct timespec* pPause, struct timespec* pLeft) {
   LastPause = *pPause;
   int Error = 0;
-  return FAULT::Take("nanosleep", &Error) ? (int)FailWithErrno(Error)
-                                          : __real_nanosleep(pPause, pLeft);
+  if (FAULT::Take("nanosleep", &Error)) {
+    return (int)FailWithErrno(Error);
+  }
+  if (IsTimeOfDayFake && IsTimeMovedByPauses) {
+    const struct timeval Pause = {pPause->tv_sec, (suseconds_t)(pPause->tv_nsec / 1000)};
+    timeradd(&FakeTimeOfDay, &Pause, &FakeTimeOfDay);
+    return 0;
+  }
+  return __real_nanosleep(pPause, pLeft);
 }
 
 // Closes first and fails then: the descriptor is gone either way.

@@ -119,8 +119,10 @@ extern uint64_t FakeTicks;  // mach_absolute_time()
 extern uint32_t FakeRatio[2];
 extern int64_t  FakeTime;  // time()
 
-// The time of day, in place of the machine's while set. It stands still.
+// The time of day, in place of the machine's while set. It stands still, unless pauses move it: each
+// nanosleep() then takes no real time and moves it by the pause.
 extern std::atomic<bool> IsTimeOfDayFake;
+extern std::atomic<bool> IsTimeMovedByPauses;
 extern struct timeval    FakeTimeOfDay;
 
 #endif

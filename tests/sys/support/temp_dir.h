@@ -6,6 +6,7 @@
 #define TESTS_SYS_SUPPORT_TEMP_DIR_H
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -50,8 +51,15 @@ inline std::string ReadFile(const std::string& sPath) {
   return Text.str();
 }
 
+// A test that cannot write its file ends here, before it mistakes the old contents for the new.
 inline void WriteFile(const std::string& sPath, const std::string& sText) {
-  std::ofstream(sPath, std::ios::binary | std::ios::trunc) << sText;
+  std::ofstream File(sPath, std::ios::binary | std::ios::trunc);
+  File << sText;
+  File.close();
+  if (!File) {
+    perror(sPath.c_str());
+    abort();
+  }
 }
 
 // The permission bits of a file or a directory; 0 when there is none.
