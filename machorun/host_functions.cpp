@@ -36,7 +36,7 @@ void ZeroBytes(void* p, size_t Length) {
   memset(p, 0, Length);
 }
 
-#define SAME(Name) Bound("_" #Name, &Name)
+#define SAME(Name) Bound("_" #Name, &(Name))
 
 const Shim Table[] = {
     // memory and text

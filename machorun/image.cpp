@@ -282,17 +282,26 @@ std::vector<Rebase> ReadRebases(Codes Code) {
 
 constexpr uint8_t NAME_MAY_BE_ABSENT = 1;
 
+// Adds Next as often as it is to be bound, each pointer Skip bytes after the one before.
+void AddBindings(uint64_t Count, uint64_t Skip, int64_t Library,
+                 const std::vector<std::string>& Libraries, Binding* pNext,
+                 std::vector<Binding>* pBindings) {
+  if (Library < 1 || static_cast<size_t>(Library) > Libraries.size()) {
+    Refuse("binds " + pNext->Wanted.sName + " to no particular library");
+  }
+  pNext->Wanted.sLibrary = Libraries[static_cast<size_t>(Library - 1)];
+  for (uint64_t i = 0; i < Count; i++) {
+    pBindings->push_back(*pNext);
+    pNext->Offset += 8 + Skip;
+  }
+}
+
 std::vector<Binding> ReadBindings(Codes Code, const std::vector<std::string>& Libraries) {
   std::vector<Binding> Bindings;
   Binding              Next    = {};
   int64_t              Library = 0;
-  const auto           Bind    = [&](uint64_t Skip) {
-    if (Library < 1 || static_cast<size_t>(Library) > Libraries.size()) {
-      Refuse("binds " + Next.Wanted.sName + " to no particular library");
-    }
-    Next.Wanted.sLibrary = Libraries[static_cast<size_t>(Library - 1)];
-    Bindings.push_back(Next);
-    Next.Offset += 8 + Skip;
+  const auto           Bind    = [&](uint64_t Count, uint64_t Skip) {
+    AddBindings(Count, Skip, Library, Libraries, &Next, &Bindings);
   };
   while (!Code.AtEnd()) {
     const uint8_t Op    = Code.Byte();
@@ -329,20 +338,17 @@ std::vector<Binding> ReadBindings(Codes Code, const std::vector<std::string>& Li
         Next.Offset += Code.Unsigned();
         break;
       case 0x90:
-        Bind(0);
+        Bind(1, 0);
         break;
       case 0xA0:
-        Bind(Code.Unsigned());
+        Bind(1, Code.Unsigned());
         break;
       case 0xB0:
-        Bind(8u * Value);
+        Bind(1, 8u * Value);
         break;
       case 0xC0: {
         const uint64_t Count = Code.Unsigned();
-        const uint64_t Skip  = Code.Unsigned();
-        for (uint64_t i = 0; i < Count; i++) {
-          Bind(Skip);
-        }
+        Bind(Count, Code.Unsigned());
         break;
       }
       default:
