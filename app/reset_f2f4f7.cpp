@@ -76,7 +76,9 @@ static void StartProgramming(uint32_t OptCr) {
 // 0: the device is ready. -1: it was busy for too long; that has been said and the device reset.
 static int32_t WaitUntilReady(void) {
   const uint32_t Deadline = GetTimeMs() + TIMEOUT_MS;
-  while (ReadWordOrZero(FLASH_SR) & SR_BSY) {
+  // A status that was not delivered counts as busy: an erase takes many seconds, and one failed poll
+  // must not lead to a reset in the middle of it.
+  while (ReadWordOr(FLASH_SR, SR_BSY) & SR_BSY) {
     if ((int32_t)Deadline <= (int32_t)GetTimeMs()) {
       PrintLine("Timeout while waiting for device to be unsecured.");
       QUOBEARM_Reset();

@@ -39,10 +39,15 @@ extern "C" int usleep(useconds_t Microseconds) {
 int32_t QUOBEARM_ReadMemU32(uint32_t Address, uint32_t NumItems, uint32_t* pData, uint8_t*) {
   FakeProbe.NumReads++;
   FakeProbe.TimeUs += FakeProbe.TimePerReadUs;
+  Called("Read");
+  if (FakeProbe.Fails && FakeProbe.Fails(Address, NumReadsAt[Address])) {
+    NumReadsAt[Address]++;
+    return -1;
+  }
   for (uint32_t i = 0; i < NumItems; i++) {
     pData[i] = FakeProbe.Read(Address + 4 * i, NumReadsAt[Address + 4 * i]++);
   }
-  return Called("Read");
+  return 0;
 }
 
 int32_t QUOBEARM_WriteU32(uint32_t, uint32_t) {

@@ -18,6 +18,8 @@ struct FAKE_PROBE {
   int                                                     NumResets;  // all calls of QUOBEARM_Reset
   uint64_t                                                SleptUs;    // all sleeps
   std::function<void()>                                   OnReset;    // may be empty
+  // True where a read fails and delivers nothing; may be empty.
+  std::function<bool(uint32_t Address, int NumReads)> Fails;
   std::string Last;  // the last call, as in the scripted probe's log
 };
 

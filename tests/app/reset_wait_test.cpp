@@ -63,6 +63,38 @@ TEST(AppResetF4, GivesUpWhenTheDeviceWasBusyFor25Seconds) {
   EXPECT_EQ(0u, FakeProbe.SleptUs);  // there is no pause between the reads
 }
 
+TEST(AppResetF4, GivesUpWhenTheStatusWasNotDeliveredFor25Seconds) {
+  FAKE_PROBE_Begin(1000);
+  FakeProbe.Read          = [](uint32_t, int) -> uint32_t { return 0; };
+  FakeProbe.Fails         = [](uint32_t Address, int) { return Address == 0x40023C0C; };
+  FakeProbe.TimePerReadUs = 1000000;
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  EXPECT_EQ(
+      "Reset target...O.K.\n"
+      "Reset option bytes (may take app. 20 seconds)..."
+      "Timeout while waiting for device to be unsecured.\n",
+      Output);
+  EXPECT_EQ(2 + 25, FakeProbe.NumReads);
+  EXPECT_EQ(2, FakeProbe.NumResets);
+}
+
+// A status that fails once, at any poll of an erase that takes ten.
+TEST(AppResetF4, OneFailedPollDoesNotEndTheWait) {
+  for (int Failed = 0; Failed < 10; Failed++) {
+    FAKE_PROBE_Begin(1000);
+    FakeProbe.Read = [](uint32_t Address, int NumReads) -> uint32_t {
+      return Address != 0x40023C0C ? 0x0FFFAAEC : NumReads < 9 ? 0x10000 : 0;
+    };
+    FakeProbe.Fails = [=](uint32_t Address, int NumReads) {
+      return Address == 0x40023C0C && NumReads == Failed;
+    };
+    FakeProbe.TimePerReadUs = 1000000;
+    EXPECT_EQ(0, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+    // Identity, options, the polls, the options read back.
+    EXPECT_EQ(2 + (Failed == 9 ? 11 : 10) + 1, FakeProbe.NumReads) << Failed;
+  }
+}
+
 TEST(AppResetF4, ReadyAtTheLastMomentIsReady) {
   FAKE_PROBE_Begin(1000);
   FakeProbe.TimePerReadUs = 1000;

@@ -14,15 +14,16 @@
 //   read ADDRESS V...         successive one-word reads answer V..., the last one for ever
 //   block ADDRESS V...        one read of as many words; the next read of the block takes the next
 //                             such line, the last one for ever
-//   read-fails ADDRESS RESULT the next read fails with RESULT and leaves rubbish in the buffer
-//   fail-later ADDRESS N RESULT  so does the read behind N good ones
+//   read-fails ADDRESS RESULT V...     the next read fails with RESULT and delivers V...; without V
+//                             it writes nothing into the caller's buffer
+//   fail-later ADDRESS N RESULT V...   the same for the read after N good ones
 //   open-error TEXT           QUOBEARM_Open returns TEXT
 //   select-ip N               what QUOBEARM_SelectIP returns
 //   is-open-extra N           bits added to what QUOBEARM_IsOpen returns
 //   speed N                   what QUOBEARM_GetSpeed returns
 //   voltage N                 millivolts; without it 3300
 //   status-bytes N            how many bytes QUOBEARM_GetHWStatus fills behind the voltage
-//   read-nothing ADDRESS      the next read says it worked and writes nothing
+//   read-nothing ADDRESS      the next read reports success and writes nothing
 //   no-status                 QUOBEARM_GetHWStatus writes nothing
 //   hold CALL NAME            the first CALL waits until a file NAME lies beside the script
 
@@ -48,10 +49,15 @@
 
 namespace {
 
+struct Failure {
+  int32_t               Result;
+  std::vector<uint32_t> Delivered;
+};
+
 struct Script {
   std::map<uint32_t, std::deque<uint32_t>>              Reads;
   std::map<uint32_t, std::deque<std::vector<uint32_t>>> Blocks;
-  std::map<uint32_t, std::deque<int32_t>>               ReadFailures;
+  std::map<uint32_t, std::deque<Failure>>               ReadFailures;
   std::map<uint32_t, uint32_t>                          GoodReadsBefore;  // the failures start
   std::map<std::string, std::string>                    Holds;
   std::string                                           OpenError;
@@ -122,12 +128,14 @@ Script& GetScript() {
     } else if (Directive == "block") {
       TheScript.Blocks[Numbers[0]].push_back(Rest);
     } else if (Directive == "read-fails") {
-      TheScript.ReadFailures[Numbers[0]].push_back(static_cast<int32_t>(Rest.at(0)));
+      TheScript.ReadFailures[Numbers[0]].push_back(
+          {static_cast<int32_t>(Rest.at(0)), {Rest.begin() + 1, Rest.end()}});
     } else if (Directive == "fail-later") {
       TheScript.GoodReadsBefore[Numbers[0]] = Rest.at(0);
-      TheScript.ReadFailures[Numbers[0]].push_back(static_cast<int32_t>(Rest.at(1)));
+      TheScript.ReadFailures[Numbers[0]].push_back(
+          {static_cast<int32_t>(Rest.at(1)), {Rest.begin() + 2, Rest.end()}});
     } else if (Directive == "read-nothing") {
-      TheScript.ReadFailures[Numbers[0]].push_back(0);
+      TheScript.ReadFailures[Numbers[0]].push_back({0, {}});
     } else if (Directive == "select-ip") {
       TheScript.SelectIpResult = Numbers[0];
     } else if (Directive == "is-open-extra") {
@@ -291,17 +299,17 @@ PROBE_CALL int32_t QUOBEARM_ReadMemU32(uint32_t Address, uint32_t NumItems, uint
                                        uint8_t* pStatus) {
   Script& S = GetScript();
   Log("Read(0x%08X, %u%s)", Address, NumItems, pStatus == nullptr ? "" : ", status");
-  auto      Failure   = S.ReadFailures.find(Address);
-  uint32_t& GoodReads = S.GoodReadsBefore[Address];
+  std::deque<Failure>& Failures  = S.ReadFailures[Address];
+  uint32_t&            GoodReads = S.GoodReadsBefore[Address];
   if (GoodReads > 0) {
     GoodReads--;
-  } else if (Failure != S.ReadFailures.end() && !Failure->second.empty()) {
-    const int32_t Result = Failure->second.front();
-    Failure->second.pop_front();
-    if (Result < 0) {
-      memset(pData, 0xA5, NumItems * sizeof(*pData));
+  } else if (!Failures.empty()) {
+    const Failure Now = Failures.front();
+    Failures.pop_front();
+    for (uint32_t i = 0; i < NumItems && i < Now.Delivered.size(); i++) {
+      pData[i] = Now.Delivered[i];
     }
-    return Result;
+    return Now.Result;
   }
   if (NumItems == 1 && S.Reads.count(Address) != 0) {
     pData[0] = Next(S.Reads[Address]);
