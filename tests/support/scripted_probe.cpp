@@ -25,6 +25,8 @@
 //   status-bytes N            how many bytes QUOBEARM_GetHWStatus fills behind the voltage
 //   read-nothing ADDRESS      the next read reports success and writes nothing
 //   no-status                 QUOBEARM_GetHWStatus writes nothing
+//   keep-file 1               QUOBEARM_Open opens the file "kept" beside the script and leaves it open;
+//                             QUOBEARM_Close writes "noise\n" to standard error and "end\n" to it
 //   hold CALL NAME            the first CALL waits until a file NAME lies beside the script
 
 #include <ctype.h>
@@ -67,11 +69,13 @@ struct Script {
   uint32_t                                              Voltage        = 3300;
   uint32_t                                              StatusBytes    = 0;
   bool                                                  NoStatus       = false;
+  bool                                                  KeepFile       = false;
 };
 
 bool   IsOpen;
 Script TheScript;
 bool   Loaded;
+int    KeptFile = -1;
 
 void AddNumbers(std::istringstream& Line, std::vector<uint32_t>& Out) {
   std::string Word;
@@ -144,6 +148,8 @@ Script& GetScript() {
       TheScript.Speed = Numbers[0];
     } else if (Directive == "voltage") {
       TheScript.Voltage = Numbers[0];
+    } else if (Directive == "keep-file") {
+      TheScript.KeepFile = Numbers[0] != 0;
     } else if (Directive == "status-bytes") {
       TheScript.StatusBytes = Numbers[0];
     } else {
@@ -152,6 +158,12 @@ Script& GetScript() {
     }
   }
   return TheScript;
+}
+
+// A file beside the script.
+std::string PathBeside(const std::string& Name) {
+  const std::string Script = getenv("QUOBE_PROBE_SCRIPT");
+  return Script.substr(0, Script.rfind('/') + 1) + Name;
 }
 
 void Log(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
@@ -181,8 +193,7 @@ void Log(const char* sFormat, ...) {
   }
   const auto Hold = S.Holds.find(std::string(acCall, strcspn(acCall, "(")));
   if (Hold != S.Holds.end()) {
-    const std::string ScriptPath = getenv("QUOBE_PROBE_SCRIPT");
-    const std::string Go         = ScriptPath.substr(0, ScriptPath.rfind('/') + 1) + Hold->second;
+    const std::string Go = PathBeside(Hold->second);
     while (access(Go.c_str(), F_OK) != 0) {
       usleep(1000);
     }
@@ -222,12 +233,22 @@ PROBE_CALL const char* QUOBEARM_Open(void) {
     return GetScript().OpenError.c_str();
   }
   IsOpen = true;
+  if (GetScript().KeepFile) {
+    KeptFile = open(PathBeside("kept").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (KeptFile <= STDERR_FILENO) {
+      Log("UNEXPECTED: the library's file has descriptor %d", KeptFile);
+    }
+  }
   return nullptr;
 }
 
 PROBE_CALL void QUOBEARM_Close(void) {
   Log("Close()");
   IsOpen = false;
+  if (KeptFile >= 0 &&
+      (write(STDERR_FILENO, "noise\n", 6) != 6 || write(KeptFile, "end\n", 4) != 4)) {
+    Log("UNEXPECTED: cannot write");
+  }
 }
 
 PROBE_CALL int32_t QUOBEARM_ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
