@@ -57,7 +57,8 @@ const ROW* FindFamilyRow(const ROW (&aRows)[NumRows], int32_t FamilyId) {
 void PrintFamilyDescription(void);
 
 // Shows the menu and reads one answer with the line editor. One attempt: a wrong entry is not asked
-// for again. At the end of input it goes on reading: there is no way out but an answer.
+// for again. At the end of input it goes on reading: there is no way out but an answer. The entry is
+// read as UTF-8; the line editor drops bytes that are not.
 //
 // 1: *ppRow is the chosen row. 0: "Exit" was chosen. -1: the entry is no number or no row; the
 // message has been printed.

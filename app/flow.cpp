@@ -1,6 +1,5 @@
 #include "app/flow.h"
 
-#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include "app/family.h"
 #include "app/options.h"
 #include "app/print.h"
+#include "app/process.h"
 #include "app/reset.h"
 #include "app/settings.h"
 #include "probeapi/quobearm.h"
@@ -61,9 +61,9 @@ static int32_t Connect(void) {
       QUOBEARM_EMU_SelectByUSBSN(Settings.SerialNo);
     }
   }
-  // From here on a reader of the output that goes away must not end the run: it could be between an
-  // erase and the programming behind it.
-  signal(SIGPIPE, SIG_IGN);
+  // From here on the run could be between an erase and the programming that follows it: losing the
+  // terminal or the reader of the output must not end it there.
+  IgnoreLostTerminal();
   const char* sError = QUOBEARM_Open();
   if (sError != NULL) {
     PrintLine(sError);

@@ -69,6 +69,10 @@ struct Timeval {
   int32_t Microseconds;  // and four bytes that mean nothing
 };
 
+// -- Locales -------------------------------------------------------------------------------------
+
+enum : int32_t { CATEGORY_CTYPE = 2 };
+
 // -- Threads -------------------------------------------------------------------------------------
 
 // The first word of an object that only its static initialiser has written.

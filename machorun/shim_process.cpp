@@ -1,10 +1,11 @@
-// Processes: who we are, signals, starting programs, system values, the system log.
+// Processes: who we are, locale, signals, starting programs, system values, the system log.
 //
 // MACHORUN_PIDPATH replaces the path that proc_pidpath() tells for this process; "!fail" makes the
 // call fail. Without it the path has its links followed, as there; dladdr()'s has not.
 
 #include <errno.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdarg.h>
@@ -39,6 +40,18 @@ int PidPath(int Pid, char* pBuffer, uint32_t BufferSize) {
   }
   memcpy(pBuffer, sPath.c_str(), sPath.size() + 1);
   return static_cast<int>(sPath.size());
+}
+
+// The character set only. macOS 10.13 has "UTF-8" and no "C.UTF-8"; here it is the other way round.
+const char* SetLocale(int Category, const char* sName) {
+  if (Category != darwin::CATEGORY_CTYPE || sName == nullptr) {
+    Unknown("setlocale(%d, %s)", Category, sName == nullptr ? "null" : sName);
+  }
+  Trace("setlocale(LC_CTYPE, %s)", sName);
+  if (strcmp(sName, "UTF-8") != 0) {
+    return nullptr;
+  }
+  return setlocale(LC_CTYPE, "C.UTF-8") == nullptr ? nullptr : "UTF-8";
 }
 
 struct SignalPair {
@@ -183,6 +196,7 @@ void Log(int Priority, const char* sFormat, ...) {
 const Shim Table[] = {
     Bound("_proc_pidpath", &PidPath),
     {"_environ", &environ},
+    Bound("_setlocale", &SetLocale),
     Bound("_signal", &SetHandler),
     Bound("_waitpid", &WaitFor),
     Bound("_posix_spawnattr_init", &SpawnAttrInit),

@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -87,6 +88,9 @@ SAME_PLACE(darwin::CleanupHandler, pArgument, struct __darwin_pthread_handler_re
 SAME_PLACE(darwin::CleanupHandler, pNext, struct __darwin_pthread_handler_rec, __next);
 SAME_SIZE(darwin::Thread, struct _opaque_pthread_t);
 SAME_PLACE(darwin::Thread, pNewestHandler, struct _opaque_pthread_t, __cleanup_stack);
+
+// Locales
+SAME(darwin::CATEGORY_CTYPE, LC_CTYPE);
 
 // Sockets
 SAME(darwin::FAMILY_UNSPEC, AF_UNSPEC);
