@@ -27,8 +27,8 @@ int64_t     QUOBE_GetSpeed(void);
 void        QUOBE_Step(void);
 }
 
-// AddressSanitizer asks this as a process ends, before it looks for leaks. That takes longer than the test, as
-// the children that end in the product are 630; they go without.
+// AddressSanitizer asks this as a process ends, before it looks for leaks. 630 children end in the
+// product, and looking takes longer than all else in them: they go without.
 static bool    IsLeakCheckOff;
 extern "C" int __lsan_is_turned_off(void);
 extern "C" int __lsan_is_turned_off(void) {

@@ -8,6 +8,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#if __has_include(<sys/clonefile.h>)
+#include <sys/clonefile.h>
+#endif
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,6 +19,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -60,13 +64,15 @@ void MakeFolders(const std::string& Path) {
   }
 }
 
-// A link where the file system allows one: the executable is only read.
+// A copy, not a hard link: from macOS 12 on the loader names a program that has several paths by any
+// of them, and the tool looks for its library beside that one.
 void PlaceFile(const std::string& From, const std::string& To) {
-  if (link(From.c_str(), To.c_str()) == 0) {
+#if __has_include(<sys/clonefile.h>)
+  if (clonefile(From.c_str(), To.c_str(), 0) == 0) {  // shares the blocks, on APFS
     return;
   }
-  WriteFile(To, ReadFile(From));
-  Check(chmod(To.c_str(), 0700) == 0, To.c_str());
+#endif
+  std::filesystem::copy_file(From, To);
 }
 
 std::string ValueOr(const char* sName, const char* sDefault) {

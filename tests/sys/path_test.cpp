@@ -1,5 +1,6 @@
 #include "sys/path.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <libproc.h>
 #include <string.h>
@@ -130,8 +131,14 @@ TEST_F(SysPath, MakeDirRefusesLinkTargetsThatComeTo1024Characters) {
   ASSERT_EQ(0, symlink(sTarget.c_str(), m_Dir.Path("relative").c_str()));
   EXPECT_EQ(-1, MakeDir("relative"));
   EXPECT_FALSE(IsDirectory(m_Dir.Path("b")));
-  ASSERT_EQ(0, symlink(std::string(1024, '/').c_str(), m_Dir.Path("absolute").c_str()));
-  EXPECT_EQ(-1, MakeDir("absolute"));
+  ASSERT_EQ(0, symlink(std::string(1023, '/').c_str(), m_Dir.Path("longest").c_str()));
+  EXPECT_EQ(0, MakeDir("longest"));
+  // macOS makes no link with a longer target.
+  if (symlink(std::string(1024, '/').c_str(), m_Dir.Path("absolute").c_str()) == 0) {
+    EXPECT_EQ(-1, MakeDir("absolute"));
+  } else {
+    EXPECT_EQ(ENAMETOOLONG, errno);
+  }
 }
 
 TEST_F(SysPath, MakeDirFailsWithoutPermission) {
