@@ -28,7 +28,6 @@ import threading
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-LIMIT_S = 30  # far beyond any run that ends
 # Fields that an "each field" block leaves alone: they are protection and have blocks of their own.
 PROTECTION = re.compile(r"RDP$|n?WRP|PCROP|PROT_AREA|SEC_AREA|SPRMOD|WPRMOD|DMEP|DMES|UNUSED")
 FIELD = re.compile(r"^  (\w+) +([0-9A-F]+) +factory ([0-9A-F]+)")
@@ -81,7 +80,7 @@ class Stage:
         for file in (args.tool, args.library):
             shutil.copy(file, self.dir)
         self.tool = os.path.join(self.dir, os.path.basename(args.tool))
-        self.bench = args.bench
+        self.bench, self.limit = args.bench, args.limit
         self.trace = os.path.join(self.dir, "trace")
         self.env = dict(os.environ, QUOBE_BENCH=os.path.join(self.dir, "bench"),
                         QUOBE_BENCH_TIME="fast")
@@ -94,7 +93,7 @@ class Stage:
 
     def ask_bench(self, *words):
         done = subprocess.run([self.bench, *words], env=self.env, capture_output=True, text=True,
-                              timeout=LIMIT_S)
+                              timeout=30)
         if done.returncode > 1:
             raise RuntimeError("quobe-bench %s: %s%s" % (" ".join(words), done.stdout, done.stderr))
         return done.stdout
@@ -107,7 +106,7 @@ class Stage:
         command = [self.tool, "-Exit", "1", "-SetDeviceFamily", block.row]
         try:
             done = subprocess.run(command, env=self.tool_env, stdin=subprocess.DEVNULL,
-                                  capture_output=True, text=True, timeout=LIMIT_S)
+                                  capture_output=True, text=True, timeout=self.limit)
             status, output = done.returncode, done.stdout
         except subprocess.TimeoutExpired as late:
             status, output = None, (late.stdout or b"").decode(errors="replace")
@@ -182,6 +181,9 @@ def main():
     parser.add_argument("--print", action="store_true")
     parser.add_argument("--table", action="store_true", help="one line for each block")
     parser.add_argument("--file", default=os.path.join(HERE, "outcomes.txt"))
+    parser.add_argument("--limit", type=float, default=30, help="seconds for one run of the tool")
+    parser.add_argument("--row", help="only this row of the menu; several with commas")
+    parser.add_argument("--first", action="store_true", help="end at the first that is unexpected")
     parser.add_argument("--workers", type=int, default=8)
     parser.add_argument("words", nargs="*")
     args = parser.parse_args()
@@ -191,7 +193,8 @@ def main():
 
     start = time.monotonic()
     blocks = [block for block in read_blocks(args.file)
-              if not args.words or any(word in block.head for word in args.words)]
+              if (not args.words or any(word in block.head for word in args.words)) and
+              (not args.row or block.row in args.row.split(","))]
     base = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     root = tempfile.mkdtemp(prefix="quobe-outcomes-", dir=base)
     local, names = threading.local(), iter(range(1000))
@@ -222,6 +225,9 @@ def main():
                 for text in wrong:
                     print("UNEXPECTED %s: %s" % (block.head, text))
                 failed += bool(wrong)
+                if failed and args.first:
+                    pool.shutdown(cancel_futures=True)
+                    return 1
         if not args.print:
             print("outcomes: %d states of %d devices in %.0f s, %d not as expected" %
                   (len(blocks), len({block.device for block in blocks}), time.monotonic() - start,
