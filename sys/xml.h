@@ -158,8 +158,8 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
                         const char* sValue);
 
 // Unlinks the first attribute of that name.
-// Returns SYS_XML_OK; SYS_XML_NOT_FOUND when there is none, or for a NULL name; SYS_XML_ERR_ARGUMENT
-// for a NULL element.
+// Returns SYS_XML_OK; SYS_XML_NOT_FOUND when there is none, or for a NULL name;
+// SYS_XML_ERR_ARGUMENT for a NULL element.
 int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName);
 
 // Unlinks this attribute, which must be one of pElement's. Its own pPrev and pNext stay as they
