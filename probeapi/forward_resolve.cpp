@@ -6,6 +6,7 @@
 #include "probeapi/loader.h"
 
 void* FORWARD_Resolve(void** ppSlot, const char* sName) {
+  // APILOADER_Load(1) ends the process when it fails. Should it ever return, the caller gets 0.
   if (APILOADER_Load(1) != 0) {
     *ppSlot = NULL;
     return NULL;

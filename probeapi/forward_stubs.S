@@ -16,7 +16,7 @@
 #endif
 
 // Begins an exported function. Its callers are outside this executable, so a Mach-O linker that
-// strips dead code is told to keep it.
+// strips dead code must keep it.
 .macro EXPORTED_FUNCTION symbol
   .globl \symbol
 #if defined(__APPLE__)

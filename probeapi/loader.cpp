@@ -21,7 +21,8 @@ void* APILOADER_hLib;
 
 void APILOADER_Anchor(void) {}
 
-// Returns non-zero when the library is open, by this candidate or already.
+// Non-zero when the library is open: by this candidate, or because another thread has opened it since
+// the search began. RTLD_LAZY: functions that the library itself lacks matter only when it calls them.
 static int TryCandidate(const char* sPath) {
   if (APILOADER_hLib == NULL) {
     APILOADER_hLib = dlopen(sPath, RTLD_LAZY);
@@ -83,7 +84,7 @@ static int TryAroundExecutable(void) {
   if (proc_pidpath(getpid(), acPath, sizeof(acPath)) <= 0) {
     return 0;
   }
-  acPath[EXE_PATH_SIZE - 1] = 0;
+  acPath[EXE_PATH_SIZE - 1] = 0;  // a path that fills the buffer has no terminator
   return TryAround(acPath);
 }
 
