@@ -1,7 +1,9 @@
 // The formatting engine beside the C library's snprintf, fmt, stb_sprintf and Abseil. Each run
-// formats 16 texts of different values.
+// formats 1024 texts of different values.
 
 #include <stdio.h>
+
+#include <random>
 
 #include "bench/support/peer_bench.h"
 #include "util/format.h"
@@ -23,23 +25,28 @@
 
 namespace {
 
-const int NUM_TEXTS = 16;
+// So many that no processor learns the sequence of lengths.
+const int NUM_TEXTS = 1024;
 const int TEXT_SIZE = 128;
 
 char aacText[NUM_TEXTS][TEXT_SIZE];
 
-const char* const asName[NUM_TEXTS] = {"Cortex-M0", "Cortex-M3",       "Cortex-M4",  "Cortex-M7",
-                                       "STM32F051", "STM32L476",       "STM32H743",  "a",
-                                       "Write",     "Verify",          "FLASH_KEYR", "FLASH_OPTCR",
-                                       "SWD",       "USB to JTAG/SWD", "192.0.2.1",  "on"};
+const char* const asName[] = {"Cortex-M0", "Cortex-M3",       "Cortex-M4",  "Cortex-M7",
+                              "STM32F051", "STM32L476",       "STM32H743",  "a",
+                              "Write",     "Verify",          "FLASH_KEYR", "FLASH_OPTCR",
+                              "SWD",       "USB to JTAG/SWD", "192.0.2.1",  "on"};
 
-const uint32_t aNumber[NUM_TEXTS] = {
-    0,          7,         42,       100,        4000,   65535,      99999,      1000000,
-    0x08000000, 123456789, 19216801, 2147483647, 314159, 0x40022010, 0x1FFFF800, 12345};
+const char* aName[NUM_TEXTS];
+uint32_t    aNumber[NUM_TEXTS];  // of every magnitude
+uint64_t    aWide[NUM_TEXTS];
 
-// Some with one digit, some with twenty.
-uint64_t Wide(int i) {
-  return ((uint64_t)aNumber[i] << (i * 2)) * (i % 3 == 0 ? 1 : 2654435761u);
+void MakeValues() {
+  std::mt19937_64 Random(1);
+  for (int i = 0; i < NUM_TEXTS; i++) {
+    aName[i]   = asName[Random() % 16];
+    aNumber[i] = (uint32_t)Random() >> (Random() % 32);
+    aWide[i]   = Random() >> (Random() % 64);
+  }
 }
 
 int32_t Signed(int i) {
@@ -116,19 +123,20 @@ void Add(const char* sName, FORMAT Format) {
   aNumber[i] & 0xFF, (aNumber[i] >> 8) & 0xFF, (aNumber[i] >> 16) & 0xFF, aNumber[i] >> 24
 #define MAC(i) \
   0x00u, 0x80u, 0xE1u, (aNumber[i] >> 16) & 0xFF, (aNumber[i] >> 8) & 0xFF, aNumber[i] & 0xFF
-#define TEN(i)                                                                                    \
-  asName[i], Signed(i), aNumber[i], aNumber[i], 'a' + i, (unsigned long long)Wide(i), aNumber[i], \
-      Signed(i), asName[15 - i], 'z' - i
+#define TEN(i)                                                                             \
+  aName[i], Signed(i), aNumber[i], aNumber[i], 'a' + i % 26, (unsigned long long)aWide[i], \
+      aNumber[i], Signed(i), aName[NUM_TEXTS - 1 - i], 'z' - i % 26
 // The row that is cut at 16 bytes means it.
 #pragma GCC diagnostic ignored "-Wformat-truncation"
 
 int main(int NumArgs, char** pasArgs) {
-  BENCH_Job("format", "Formatting, 16 texts");
-  ADD_ROW("text", TEXT_SIZE, "device = %s", "device = {}", asName[i]);
+  MakeValues();
+  BENCH_Job("format", "Formatting, 1024 texts");
+  ADD_ROW("text", TEXT_SIZE, "device = %s", "device = {}", aName[i]);
   ADD_ROW("0x%.8X", TEXT_SIZE, "0x%.8X", "0x{:08X}", aNumber[i]);
   ADD_ROW("%d.%.3d", TEXT_SIZE, "%d.%.3d", "{}.{:03}", Signed(i), (int)(aNumber[i] % 1000));
   ADD_ROW("dotted quad", TEXT_SIZE, "%u.%u.%u.%u", "{}.{}.{}.{}", QUAD(i));
-  ADD_ROW("%llu", TEXT_SIZE, "%llu", "{}", (unsigned long long)Wide(i));
+  ADD_ROW("%llu", TEXT_SIZE, "%llu", "{}", (unsigned long long)aWide[i]);
   ADD_ROW("ten conversions", TEXT_SIZE, "%s: %d of %u at 0x%.8X, %c %llu %x (%d) %s %c",
           "{}: {} of {} at 0x{:08X}, {:c} {} {:x} ({}) {} {:c}", TEN(i));
   ADD_ROW("MAC", TEXT_SIZE, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X",

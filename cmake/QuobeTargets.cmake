@@ -4,6 +4,7 @@
 #                                           nothing exported unless the source says so
 #   quobe_program_options(target)           the same warnings for everything else (sim, tests, bench)
 #   quobe_export_list(target names.inc)     link an executable so that it exports exactly those names
+#   quobe_tool_beside(library)              put a copy of the tool into the probe library's folder
 
 set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 
@@ -86,4 +87,11 @@ function(quobe_export_list target names_inc)
     target_link_options(${target} PRIVATE "-Wl,--dynamic-list=${list_file}")
   endif()
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${list_file}")
+endfunction()
+
+function(quobe_tool_beside library)
+  add_custom_target(${library}_tool ALL
+    COMMAND ${CMAKE_COMMAND} -E copy_if_different
+      $<TARGET_FILE:quobe-unlock> $<TARGET_FILE_DIR:${library}>
+    DEPENDS quobe-unlock ${library})
 endfunction()

@@ -1,7 +1,7 @@
 // serial_echo [device [baud rate]]
 //
-// Sends back what comes in on a serial port, until a byte 4 (Ctrl-D) comes in. The device is named
-// without "/dev/"; with none, the first USB serial port is taken.
+// Sends back the bytes that arrive on a serial port, until a byte 4 (Ctrl-D) arrives. The device is
+// named without "/dev/"; without a device the first USB serial port is used.
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -12,7 +12,8 @@
 
 static const uint32_t READ_TIMEOUT = 1000;  // milliseconds
 
-// Returns 0 after Ctrl-D, -1 when the line fails or the device is gone.
+// Returns 0 after Ctrl-D, -1 when the line fails or the device is gone: SYS_SERIAL_Read then
+// returns -1, or 0 well before the time-out.
 static int Echo(SYS_SERIAL_PORT* pPort) {
   char acBuffer[256];
   for (;;) {
@@ -22,7 +23,7 @@ static int Echo(SYS_SERIAL_PORT* pPort) {
       return -1;
     }
     if (NumRead == 0 && SYS_GetTickCount() - Start < READ_TIMEOUT / 2) {
-      return -1;  // nothing, and well before the time-out: unplugged
+      return -1;
     }
     const char*    pEnd     = (const char*)memchr(acBuffer, 4, (uint32_t)NumRead);
     const uint32_t NumBytes = pEnd != NULL ? (uint32_t)(pEnd - acBuffer) : (uint32_t)NumRead;

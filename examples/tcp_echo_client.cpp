@@ -1,7 +1,7 @@
 // tcp_echo_client host port time-out-ms text
 //
-// Connects, sends the text, and prints what comes back. While the server refuses, the connection is
-// tried again until the time-out; Ctrl-C ends that too. Exit status 0: the text came back.
+// Connects, sends the text, and prints the reply. While the server refuses, it tries again until
+// the time-out or Ctrl-C. Exit status 0: the text came back.
 
 #include <signal.h>
 #include <stdio.h>

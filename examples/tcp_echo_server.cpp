@@ -1,7 +1,8 @@
 // tcp_echo_server [port [connections]]
 //
-// Sends back what its clients send, one client after the other, on 127.0.0.1. Port 0, or none, lets
-// the system choose; the first line printed tells. Ends after that many connections, or never.
+// Sends back the bytes that its clients send, one client after the other, on 127.0.0.1. With port
+// 0, or none, the system chooses the port; the first line printed gives it. Ends after that many
+// connections, or never.
 
 #include <errno.h>
 #include <netinet/in.h>
@@ -21,7 +22,7 @@ static uint16_t GetPort(int32_t hSocket) {
   return ntohs(Addr.sin_port);
 }
 
-// A client may go away at any moment: sending then fails.
+// A client may disconnect at any moment: sending then fails.
 static void Echo(int32_t hClient) {
   char acBuffer[4096];
   for (;;) {
@@ -49,7 +50,7 @@ int main(int NumArgs, char** pasArgs) {
     fprintf(stderr, "cannot listen on port %d\n", Port);
     return 1;
   }
-  signal(SIGPIPE, SIG_IGN);  // a client that went away before it was accepted would raise it
+  signal(SIGPIPE, SIG_IGN);  // raised by a client that disconnected before it was accepted
   printf("listening on port %d\n", GetPort(hListener));
   fflush(stdout);
   for (long i = 0; i != NumClients; i++) {
@@ -57,7 +58,7 @@ int main(int NumArgs, char** pasArgs) {
     if (hClient >= 0) {
       Echo(hClient);
       SYS_SOCKET_Close(hClient);
-    } else if (errno != ECONNABORTED) {  // which is again such a client
+    } else if (errno != ECONNABORTED) {  // ECONNABORTED: such a client too
       perror("accept");
       return 1;
     }

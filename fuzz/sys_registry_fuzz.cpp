@@ -1,9 +1,9 @@
-// The registry store as a whole: a root's file and a sequence of commands, against the model of it.
+// The whole registry store, compared with its model: a root's file and a sequence of commands.
 #include "fuzz/fuzz_input.h"
 #include "tests/sys/support/registry_duel.h"
 #include "tests/sys/support/temp_dir.h"
 
-// Its length in one byte, at most Limit - 1, then the text. It may hold zeros.
+// One byte gives the length, at most Limit - 1; the text follows. It may hold zeros.
 static std::string TakeBytes(FUZZ_INPUT* pInput, uint32_t Limit) {
   std::string sBytes;
   for (uint32_t NumBytes = pInput->Take<uint8_t>() % Limit; NumBytes > 0; NumBytes--) {

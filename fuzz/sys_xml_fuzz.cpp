@@ -1,9 +1,9 @@
-// The XML loader over any text: against the model of it, and against what it writes itself.
+// The XML loader with any text, compared with its model, and with what the writer makes of it.
 #include "fuzz/fuzz_input.h"
 #include "sys/xml.h"
 #include "tests/sys/support/registry_model.h"
 
-// The document's text. The input is far too short for one that could not be written.
+// Returns the document's text. It always fits, because the input is short.
 static std::string Store(const XmlDocument* pDoc) {
   static char   acText[SYS_XML_MAX_TEXT];
   const int32_t NumBytes = SYS_XML_StoreDoc(pDoc, acText, sizeof(acText));
@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t NumBytes) {
   const std::string sStored = ParseAndStore(sText);
   const MODEL_TREE  Model   = MODEL_Parse(sText);
   FUZZ_EXPECT(sStored == (Model == nullptr ? "" : MODEL_Write(*Model)));
-  // What was written is read again, and is written as it was.
+  // Read again, the text that was written is written unchanged.
   FUZZ_EXPECT(sStored == ParseAndStore(sStored));
   return 0;
 }

@@ -3,7 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-enum { MAX_ENTRIES = 8 };  // more than any matching dictionary of the product has
+enum { MAX_ENTRIES = 8 };  // more entries than a matching dictionary of the product has
 
 struct __CFDictionary {
   HOST_CF_OBJECT Object;
@@ -50,7 +50,7 @@ CFMutableDictionaryRef HOST_CF_CreateDictionary(void) {
   return pDict;
 }
 
-// The index of sKey, or the number of entries when it is not there.
+// Returns the index of sKey, or the number of entries if it is missing.
 static uint32_t FindKey(CFDictionaryRef pDict, const char* sKey) {
   uint32_t i = 0;
   while (i < pDict->NumEntries && strcmp(pDict->apKeys[i]->sText, sKey) != 0) {

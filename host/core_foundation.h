@@ -1,4 +1,4 @@
-// What of the stand-in's CoreFoundation is there for its IOKit only.
+// The part of the stand-in's CoreFoundation that is for its IOKit only.
 
 #ifndef HOST_CORE_FOUNDATION_H
 #define HOST_CORE_FOUNDATION_H
@@ -11,7 +11,7 @@ CFStringRef HOST_CF_CreateString(const char* sText);
 // An empty dictionary, to be released.
 CFMutableDictionaryRef HOST_CF_CreateDictionary(void);
 
-// The text of the string under sKey, NULL when there is none.
+// Returns the text of the string at sKey, or NULL if there is none.
 const char* HOST_CF_GetText(CFDictionaryRef pDict, const char* sKey);
 
 #endif

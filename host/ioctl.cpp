@@ -10,7 +10,7 @@ static int SetSpeed(int hLine, uint32_t Rate) {
   if (ioctl(hLine, TCGETS2, &Settings) != 0) {
     return -1;
   }
-  if (Rate == 0) {  // would hang up the line
+  if (Rate == 0) {  // 0 hangs up the line
     errno = EINVAL;
     return -1;
   }
@@ -21,8 +21,7 @@ static int SetSpeed(int hLine, uint32_t Rate) {
   if (ioctl(hLine, TCSETS2, &Settings) != 0 || ioctl(hLine, TCGETS2, &Settings) != 0) {
     return -1;
   }
-  // Many drivers tell the rate that their divider makes of it; two percent is what a receiver
-  // bears.
+  // Many drivers report the rate that their divider really gives. A receiver tolerates two percent.
   const uint32_t Made = Settings.c_ospeed;
   if ((Made > Rate ? Made - Rate : Rate - Made) > Rate / 50) {
     errno = EINVAL;

@@ -11,7 +11,7 @@
 enum { MAX_OBJECTS = 16, MAX_LIST = 8192 };
 
 // An iterator or a service; the handle is the slot's index plus 1. An iterator's text is the list
-// of paths still to hand out, each ended by ':'; a service's text is its path.
+// of remaining paths, each followed by ':'; a service's text is its path.
 struct IO_OBJECT {
   char*       sText;  // NULL: the slot is free
   const char* sNext;  // iterator: the rest of the list
@@ -38,7 +38,7 @@ static IO_OBJECT* GetObject(io_object_t hObject) {
   return IsObject ? &aObjects[hObject - 1] : nullptr;
 }
 
-// A tty is a USB serial device when its device hangs on a bus "usb" or "usb-serial".
+// A tty is a USB serial device when its device is on a bus "usb" or "usb-serial".
 static bool IsUsb(const char* sTty) {
   char acLink[512];
   char acTarget[512];
@@ -84,7 +84,7 @@ kern_return_t IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef pMatchin
   const char* sConfigured      = getenv("HOST_CALLOUT_DEVICES");
   if (!Matches(pMatching, "IOProviderClass", kIOSerialBSDServiceValue) ||
       !Matches(pMatching, kIOSerialBSDTypeKey, kIOSerialBSDAllTypes)) {
-    // no such services here
+    // services of other classes do not exist here
   } else if (sConfigured == nullptr) {
     ListMachine(acList);
   } else if (sConfigured[0] != 0) {

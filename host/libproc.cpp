@@ -15,7 +15,7 @@ int proc_pidpath(int Pid, void* pBuffer, uint32_t BufferSize) {
     return 0;
   }
   if ((uint32_t)Length >= BufferSize) {
-    errno = ENOMEM;  // readlink() cuts silently; Darwin does not
+    errno = ENOMEM;  // readlink() would cut the path silently, Darwin does not
     return 0;
   }
   ((char*)pBuffer)[Length] = 0;

@@ -7,8 +7,8 @@
 
 enum { MAX_DESCRIPTORS = 65536, TICKS_PER_SECOND = 100 };
 
-// One byte per descriptor. Threads that use different sockets touch different bytes; the accesses are
-// atomic for those that share one.
+// One byte per descriptor. Threads that use different sockets touch different bytes; the accesses
+// are atomic for those that share one.
 static uint8_t aNoSigPipe[MAX_DESCRIPTORS];      // 1 while the socket has SO_NOSIGPIPE set
 static uint8_t aConnectFailed[MAX_DESCRIPTORS];  // 1 after a connect() that failed at once
 
@@ -26,21 +26,21 @@ static int HasMark(const uint8_t* paMarks, int hSocket) {
   return IsTracked(hSocket) && __atomic_load_n(&paMarks[hSocket], __ATOMIC_RELAXED) != 0;
 }
 
-// A descriptor is used again after close(), which the stand-in does not see: start afresh.
+// The stand-in does not see close(), so a descriptor may still carry the marks of a former socket.
 static int NewSocket(int hSocket) {
   SetMark(aNoSigPipe, hSocket, 0);
   SetMark(aConnectFailed, hSocket, 0);
   return hSocket;
 }
 
-// The socket's type, or -1 when it is no socket.
+// Returns the socket's type, or -1 for anything that is not a socket.
 static int GetType(int hSocket) {
   int       Type   = 0;
   socklen_t Length = sizeof(Type);
   return getsockopt(hSocket, SOL_SOCKET, SO_TYPE, &Type, &Length) == 0 ? Type : -1;
 }
 
-// A part of a second becomes a whole one: 0 would mean a reset.
+// A part of a second becomes a whole second, because 0 would mean a reset.
 static int SetLingerTicks(int hSocket, const void* pValue, socklen_t Length) {
   struct linger Linger;
   if (Length < sizeof(Linger)) {
@@ -102,7 +102,7 @@ int HOST_setsockopt(int hSocket, int Level, int Name, const void* pValue, sockle
     return setsockopt(hSocket, Level, Name, pValue, Length);
   }
   if (GetType(hSocket) < 0) {
-    return -1;  // no socket
+    return -1;  // not a socket
   }
   if (Length < sizeof(int)) {
     errno = EINVAL;

@@ -177,6 +177,8 @@ class Controller {
   // -- What a kind of controller says of itself
   virtual void OnSystemReset()                 = 0;
   virtual void FinishPhase(const PHASE& Phase) = 0;
+  // Option bytes are programmed at their addresses in memory, not through registers.
+  virtual bool ProgramsOptionWords() const { return false; }
   // The phase ended before its time, after so many thousandths of it.
   virtual void CutPhase(const PHASE& Phase, uint32_t DonePerMille) = 0;
   // What can be asked for when a device is created, and the protection that was asked for; the

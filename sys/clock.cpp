@@ -10,15 +10,17 @@
 static uint64_t BaseMs;
 static uint64_t BaseUs;
 
-// A tick is a nanosecond on x86-64, but the ratio is the machine's to say.
+// A tick is a nanosecond on x86-64, but 125/3 nanoseconds on arm64: only the system knows the
+// ratio. The product has room: 2^64 nanoseconds times 125 are more than a hundred years of ticks.
 static uint64_t GetNs(void) {
   mach_timebase_info_data_t Ratio;
   mach_timebase_info(&Ratio);
   return mach_absolute_time() * Ratio.numer / Ratio.denom;
 }
 
-// Whoever comes first sets the base, without a lock. Who comes second at the same moment may have
-// read the clock before that.
+// The first call sets the base. Compare-and-swap makes two first calls agree on one base without a
+// lock. The call that comes second may have read the clock before the base was read, so its elapsed
+// time is never taken as negative.
 static uint64_t GetElapsed(uint64_t* pBase, uint64_t Now) {
   uint64_t Base = 0;
   if (__atomic_compare_exchange_n(pBase, &Base, Now, 0, __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
@@ -27,6 +29,7 @@ static uint64_t GetElapsed(uint64_t* pBase, uint64_t Now) {
   return Now > Base ? Now - Base : 0;
 }
 
+// tm counts years from 1900 and months from 0. SYS_CALENDAR_TIME has no source of milliseconds.
 static void StoreTime(SYS_CALENDAR_TIME* pTime, struct tm* (*pfSplit)(const time_t*, struct tm*)) {
   if (pTime == NULL) {
     return;
@@ -43,6 +46,7 @@ static void StoreTime(SYS_CALENDAR_TIME* pTime, struct tm* (*pfSplit)(const time
   pTime->Milliseconds = 0;
 }
 
+// __DATE__ and __TIME__ may pad a number below 10 with a space.
 static uint32_t TwoDigits(const char* s) {
   const uint32_t Tens = s[0] == ' ' ? 0 : (uint32_t)(s[0] - '0');
   return 10 * Tens + (uint32_t)(s[1] - '0');

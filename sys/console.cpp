@@ -5,14 +5,15 @@
 #include <termios.h>
 #include <unistd.h>
 
-static int32_t IsPrepared;
+static int32_t IsPrepared;  // Prepare() was called: once for the process
 
 static void Prepare(void) {
   struct termios Settings;
-  if (tcgetattr(STDIN_FILENO, &Settings) == 0) {  // a pipe or a file has no modes
+  if (tcgetattr(STDIN_FILENO, &Settings) == 0) {  // fails for a pipe or a file, which have no modes
     Settings.c_lflag &= ~(tcflag_t)ICANON;
     tcsetattr(STDIN_FILENO, TCSANOW, &Settings);
   }
+  // A buffered getchar() would read all waiting bytes at once, and none would be left to count.
   setvbuf(stdin, NULL, _IONBF, 0);
 }
 

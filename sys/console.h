@@ -9,12 +9,13 @@
 
 #include <stdint.h>
 
-// The number of bytes that wait on standard input, 0 when no key was pressed or when it cannot be
-// asked. Never waits and takes nothing.
+// Returns the number of bytes waiting on standard input.
+// Returns 0 when no key was pressed, and when standard input cannot be asked. Never waits and reads
+// nothing.
 //
-// The first call of the process takes a terminal on standard input out of canonical mode, so that a
-// key counts before the line is ended, and makes the stream stdin unbuffered, so that getchar()
-// takes one byte and what it leaves is still counted here. Neither is ever undone.
+// The first call of the process switches a terminal on standard input out of canonical mode, so
+// that a key counts before Return is pressed. It also makes the stream stdin unbuffered, so that
+// getchar() takes one byte and leaves the rest to be counted here. Neither is undone.
 int32_t SYS_CONSOLE_IsKeyPressed(void);
 
 #endif

@@ -1,5 +1,6 @@
-// Compiled on macOS only, and nothing but checks: the values behind the system's names that decide
-// what a serial line, a log, a child process and the power manager get, and which ports are found.
+// Checks at compile time that the system's names have the values that the product relies on: for
+// serial lines, the log, child processes, sockets, power management and the search for ports.
+// Compiled for macOS only; it contains no code.
 
 #include <IOKit/pwr_mgt/IOPMLib.h>
 #include <IOKit/serial/IOSerialKeys.h>

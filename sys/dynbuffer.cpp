@@ -13,6 +13,7 @@ static void Report(const DYNBUFFER* pBuffer, const char* sFormat, uint32_t Value
   }
 }
 
+// The description of SYS_MEM_AllocNamed is for debuggers. pfError is the caller's only report.
 static uint8_t* AllocStorage(const DYNBUFFER* pBuffer, uint32_t Size) {
   uint8_t* pData = (uint8_t*)SYS_MEM_AllocNamed(Size, "DYNBUFFER: dynamic buffer");
   if (pData == NULL) {
@@ -21,7 +22,7 @@ static uint8_t* AllocStorage(const DYNBUFFER* pBuffer, uint32_t Size) {
   return pData;
 }
 
-// Fills the allocated bytes from index From on.
+// Fills the bytes from index From to the end of the allocation, if there is a fill byte.
 static void FillFresh(DYNBUFFER* pBuffer, uint32_t From) {
   if (pBuffer->FillByte >= 0) {
     memset(pBuffer->pData + From, pBuffer->FillByte, pBuffer->AllocSize - From);
@@ -63,6 +64,7 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index) {
            Index);
     return DYNBUFFER_ERR_RANGE;
   }
+  // Doubling keeps the cost of many appends linear. 2 * OldSize may wrap; Index + 1 is then larger.
   uint32_t NewSize = Index + 1;
   if (NewSize < 2 * OldSize) {
     NewSize = 2 * OldSize;
@@ -86,9 +88,10 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index) {
 
 int32_t DynBufferWriteAt(DYNBUFFER* pBuffer, uint32_t Offset, const void* pBytes,
                          uint32_t NumBytes) {
-  uint32_t Last = Offset + NumBytes - 1;  // wraps for nothing at offset 0, on purpose
+  // Wraps to index 0xFFFFFFFF for 0 bytes at offset 0, which then fails: callers rely on that.
+  uint32_t Last = Offset + NumBytes - 1;
   if (NumBytes > 0 && Last < Offset) {
-    Last = UINT32_MAX;  // the bytes reach beyond the last index there is: none can hold them
+    Last = UINT32_MAX;  // beyond the last possible index: no buffer can hold the bytes
   }
   const int32_t Result = DynBufferEnsure(pBuffer, Last);
   if (Result < 0) {
@@ -104,6 +107,7 @@ int32_t DynBufferWriteAt(DYNBUFFER* pBuffer, uint32_t Offset, const void* pBytes
   return 0;
 }
 
+// Nothing written yet is not the same as one byte written: HighestIndex is 0 in both cases.
 int32_t DynBufferAppend(DYNBUFFER* pBuffer, const void* pBytes, uint32_t NumBytes) {
   return DynBufferWriteAt(pBuffer, pBuffer->Written != 0 ? pBuffer->HighestIndex + 1 : 0, pBytes,
                           NumBytes);

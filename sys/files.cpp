@@ -18,7 +18,7 @@ static int TranslateMode(uint32_t Mode) {
     Flags |= (Mode & SYS_FILE_READ) != 0 ? O_RDWR : O_WRONLY;
   }
   if ((Mode & SYS_FILE_CREATE) != 0 && (Mode & SYS_FILE_EXCLUSIVE) != 0) {
-    return Flags | O_CREAT | O_EXCL;  // what it opens is new, so there is nothing to empty
+    return Flags | O_CREAT | O_EXCL;  // the file is new, so SYS_FILE_TRUNCATE has nothing to do
   }
   if ((Mode & SYS_FILE_CREATE) != 0) {
     Flags |= O_CREAT;
@@ -35,7 +35,7 @@ static int32_t OpenWithFlags(const char* sPath, uint32_t Mode, int MoreFlags) {
   }
   const int32_t hFile = open(sPath, TranslateMode(Mode) | MoreFlags, PERMISSIONS);
   if (hFile >= 0 && (Mode & SYS_FILE_AT_END) != 0) {
-    lseek(hFile, 0, SEEK_END);  // a descriptor without positions is good as it is
+    lseek(hFile, 0, SEEK_END);  // may fail: a pipe has no position and is opened all the same
   }
   return hFile;
 }
@@ -44,15 +44,15 @@ int32_t SYS_FILE_Open(const char* sPath, uint32_t Mode) {
   return OpenWithFlags(sPath, Mode, 0);
 }
 
-// Non-zero when the open file is a regular one and, if asked for, could be emptied.
+// Returns non-zero when the open file is a regular one and, if Mode asks for it, was emptied.
 static int IsGoodRegular(int32_t hFile, uint32_t Mode) {
   struct stat Status;
   return fstat(hFile, &Status) == 0 && S_ISREG(Status.st_mode) &&
          ((Mode & SYS_FILE_TRUNCATE) == 0 || ftruncate(hFile, 0) == 0);
 }
 
-// A regular file never makes O_NONBLOCK matter; it keeps open() from waiting for a FIFO's partner
-// until fstat() can tell that there is one. Nor does open() empty anything that may not be wanted.
+// O_NONBLOCK keeps open() from blocking on a FIFO; regular files ignore it. The file is truncated
+// only after fstat() has shown that it is a regular one.
 static int32_t OpenRegularOnce(const char* sPath, uint32_t Mode) {
   const int32_t hFile = OpenWithFlags(sPath, Mode & ~(uint32_t)SYS_FILE_TRUNCATE, O_NONBLOCK);
   if (hFile >= 0 && !IsGoodRegular(hFile, Mode)) {
@@ -114,7 +114,8 @@ int32_t SYS_FILE_Truncate(int32_t hFile, int64_t Size) {
   return ftruncate(hFile, Size);
 }
 
-// The whole size, where SYS_FILE_GetSize tells its low half; -1 without a position.
+// Returns the size in 64 bits, or -1 for a descriptor without a position. The position is
+// unchanged.
 static int64_t MeasureFile(int32_t hFile) {
   const int64_t Position = lseek(hFile, 0, SEEK_CUR);
   const int64_t Size     = lseek(hFile, 0, SEEK_END);
@@ -130,19 +131,20 @@ int32_t SYS_FILE_Delete(const char* sPath) {
   return unlink(sPath);
 }
 
-// How far Value lies above a page boundary.
+// Returns how far Value is above a page boundary. Mappings begin on one.
 static uint32_t GetSlack(uint64_t Value) {
   return (uint32_t)(Value % (uint64_t)sysconf(_SC_PAGESIZE));
 }
 
 void* SYS_FILE_MapView(int32_t hFile, uint64_t Offset, uint32_t NumBytes) {
   if (Offset > (uint64_t)INT64_MAX - NumBytes) {
-    return NULL;  // no file reaches there
+    return NULL;  // file positions are signed 64 bit
   }
   const uint32_t Slack = GetSlack(Offset);
   const int64_t  End   = (int64_t)(Offset + NumBytes);
   if (End > MeasureFile(hFile)) {
-    // Without this byte in the file an access to the view would be a bus error.
+    // Accessing a page beyond the end of the file raises SIGBUS. The byte is a space: part of the
+    // contract.
     if (lseek(hFile, End - 1, SEEK_SET) < 0 || write(hFile, " ", 1) != 1) {
       return NULL;
     }

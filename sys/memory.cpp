@@ -7,7 +7,7 @@
 void* SYS_MEM_Alloc(uint32_t Size) {
   void* pMem = malloc(Size);
   if (pMem == NULL) {
-    char acMessage[64];
+    char acMessage[64];  // for a debugger that stops here
     UTIL_snprintf(acMessage, sizeof(acMessage), "Failed to allocate 0x%.8X bytes of memory!", Size);
   }
   return pMem;
@@ -19,7 +19,7 @@ void* SYS_MEM_AllocNamed(uint32_t Size, const char* sDescription) {
 }
 
 void* SYS_MEM_Realloc(void* pMem, uint32_t Size) {
-  // Of 0 bytes some libraries make a free(), whose NULL would look like a failure.
+  // Some libraries free the block for a size of 0 and return NULL, which would look like a failure.
   return realloc(pMem, Size == 0 ? 1 : Size);
 }
 

@@ -9,7 +9,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-extern "C" char** environ;  // NOLINT(readability-redundant-declaration): macOS has no other
+extern "C" char** environ;  // NOLINT(readability-redundant-declaration): no header of macOS has it
 
 static int             IsSleepPrevented;
 static IOPMAssertionID SleepAssertion;
@@ -21,7 +21,7 @@ int32_t SYS_GetNumProcessors(void) {
   return Count;
 }
 
-// The width is part of the log's format: readers of the log count on it.
+// The width is part of the log's format; programs that read the log expect it.
 void SYS_Log(const char* sMessage) {
   syslog(LOG_USER | LOG_DEBUG, "%128s", sMessage);
 }
@@ -31,8 +31,9 @@ void SYS_PreventIdleSleep(void) {
     return;
   }
   IsSleepPrevented = 1;
-  SleepAssertion   = 0;  // no assertion, should the system refuse
-// Its successor would only add a name for the user to read, and is not on every system.
+  SleepAssertion   = 0;  // stays 0, which is no assertion, if the system refuses
+// Deprecated, but not every supported system has its successor, which only adds a text for the
+// user.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   IOPMAssertionCreate(kIOPMAssertionTypeNoIdleSleep, kIOPMAssertionLevelOn, &SleepAssertion);
@@ -52,13 +53,15 @@ int32_t SYS_GetRandom(void* pBuffer, uint32_t NumBytes) {
     return -1;
   }
   const ssize_t NumRead = read(hFile, pBuffer, NumBytes);
-  (void)NumRead;  // the header says so
+  (void)NumRead;  // a short read is not reported: see the header
   return close(hFile);
 }
 
+// All four calls are made whatever the others return, and their results are or-ed: required, so
+// that the program also starts when its attributes cannot be set up.
 int32_t SYS_StartProgram(const char* sPath) {
   char* const       asArgs[] = {(char*)sPath, NULL};
-  posix_spawnattr_t Attr     = {};  // the system's defaults, should it not be initialised
+  posix_spawnattr_t Attr     = {};  // valid, with the system's defaults, even if the init fails
   pid_t             Pid;
   int               Result = posix_spawnattr_init(&Attr);
   Result |= posix_spawnattr_setflags(&Attr, POSIX_SPAWN_CLOEXEC_DEFAULT);

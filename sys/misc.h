@@ -1,39 +1,44 @@
 // sys/misc.h
 //
-// Small services of the system that fit nowhere else: processors, log, idle sleep, random bytes,
-// starting a program. Nothing here prints.
+// Small services of the system: processors, log, idle sleep, random bytes, starting a program.
+//
+// Nothing here prints.
 
 #ifndef SYS_MISC_H
 #define SYS_MISC_H
 
 #include <stdint.h>
 
-// The number of logical processors in use. 0 when the system does not say.
+// Returns the number of logical processors in use.
+// Returns 0 when the system does not report it.
 int32_t SYS_GetNumProcessors(void);
 
-// Writes sMessage to the system log, as a debug message of a user process. The message is padded on
-// the left to 128 characters; a longer one is logged whole. Any thread may call.
+// Writes a message to the system log, as a debug message of a user process.
+// A message of fewer than 128 characters is padded on the left to 128; a longer one is logged
+// whole. Any thread may call.
 void SYS_Log(const char* sMessage);
 
-// From SYS_PreventIdleSleep on the machine does not fall asleep for want of input, until
-// SYS_AllowIdleSleep or the end of the process. A switch, not a count: doing either twice is doing
-// it once. Whether the system agreed is not told. One thread; no lock.
+// Keep the machine from falling asleep while nobody uses it, and allow it again.
+// SYS_PreventIdleSleep is a switch, not a count: calling it twice is the same as calling it once.
+// It lasts until SYS_AllowIdleSleep or the end of the process. There is no result that shows
+// whether the system agreed. One thread at a time; no lock.
 void SYS_PreventIdleSleep(void);
 void SYS_AllowIdleSleep(void);
 
-// Fills NumBytes bytes at pBuffer from the system's random source, fit for keys.
-// Returns -1 when the source cannot be opened, else the result of closing it, 0 or -1: a read that
-// fails or comes back short is not told, so keep NumBytes at 256 or below, which the source gives
-// whole. No descriptor stays open.
+// Fills NumBytes bytes at pBuffer from the system's random source.
+// The bytes are fit for keys. NumBytes is at most 256: the source delivers that many in one read,
+// and a read that fails or is short is not reported.
+// Returns -1 when the source cannot be opened, else the result of closing it, 0 or -1. No
+// descriptor stays open.
 int32_t SYS_GetRandom(void* pBuffer, uint32_t NumBytes);
 
-// Starts the program sPath (not searched for in the PATH) with its path as only argument and this
-// process's environment. It inherits no descriptor, not even 0, 1 and 2. It is not waited for and
-// its process id is not kept: where the caller does not ignore SIGCHLD it stays behind as a zombie
-// when it ends, until this process does.
-// Returns 0 when all went well, else the error numbers of the calls that failed, or-ed. A result
-// other than 0 need not mean that it does not run: when the attributes cannot be set up (no memory)
-// the program is started all the same, and inherits descriptors as with a plain exec.
+// Starts a program and does not wait for it.
+// sPath is not searched for in PATH. The program's only argument is its path; it gets this
+// process's environment and no descriptor, not even 0, 1 and 2. Its process id is not kept: unless
+// the caller ignores SIGCHLD, the ended program stays a zombie until this process ends.
+// Returns 0, or the error numbers of the calls that failed, or-ed together. The program may run
+// although the result is not 0: when its attributes cannot be set up (no memory) it is started all
+// the same, and inherits the descriptors.
 int32_t SYS_StartProgram(const char* sPath);
 
 #endif

@@ -17,13 +17,13 @@ static const mode_t   PERMISSIONS    = 0775;
 
 static int32_t MakeDir(char* sPath, uint32_t Nesting);
 
-// Non-zero when Length characters and a terminator fit.
+// Returns non-zero when Length characters and a terminator fit.
 static int Fits(size_t Length, uint32_t BufferSize) {
   return Length < BufferSize;
 }
 
-// Stores "$HOME" and sBelow. 0, or -1 without HOME or when it does not fit SYS_PATH_SIZE: a path
-// that was cut would name another place.
+// Stores "$HOME" followed by sBelow. Returns 0, or -1 without HOME or when the path does not fit
+// SYS_PATH_SIZE: a path that was cut would name another directory.
 static int32_t BuildBelowHome(char* pBuffer, const char* sBelow) {
   const char* sHome = getenv("HOME");
   if (sHome == NULL || sHome[0] == 0 || !Fits(strlen(sHome) + strlen(sBelow), SYS_PATH_SIZE)) {
@@ -33,13 +33,14 @@ static int32_t BuildBelowHome(char* pBuffer, const char* sBelow) {
   return 0;
 }
 
-// Copies the text and its terminator, BufferSize bytes at most; a longer text is not terminated.
+// Copies the text and its terminator, at most BufferSize bytes. A longer text is not terminated:
+// UTIL_CopyString would put a terminator in place of the last character that fits.
 static void CopyBytes(char* pBuffer, const char* sText, uint32_t BufferSize) {
   const size_t NumBytes = strlen(sText) + 1;
   memcpy(pBuffer, sText, NumBytes < BufferSize ? NumBytes : BufferSize);
 }
 
-// Length of sPath without its trailing separators, which is 0 for "/" and "".
+// Returns the length of sPath without trailing separators: 0 for "/" and "".
 static size_t LengthWithoutSlashes(const char* sPath, size_t Length) {
   while (Length > 0 && sPath[Length - 1] == '/') {
     Length--;
@@ -47,7 +48,7 @@ static size_t LengthWithoutSlashes(const char* sPath, size_t Length) {
   return Length;
 }
 
-// Length of the part in front of the last component: "/a//b" gives 2, "/a" and "a" give 0.
+// Returns the length of the part before the last component: 2 for "/a//b", 0 for "/a" and "a".
 static size_t ParentLength(const char* sPath) {
   size_t Length = strlen(sPath);
   while (Length > 0 && sPath[Length - 1] != '/') {
@@ -56,7 +57,8 @@ static size_t ParentLength(const char* sPath) {
   return LengthWithoutSlashes(sPath, Length);
 }
 
-// Makes what the symbolic link sPath leads to. A relative target starts at the link's directory.
+// Makes the directory that the symbolic link sPath points to. A relative target starts at the
+// link's own directory.
 static int32_t MakeLinkTarget(const char* sPath, uint32_t Nesting) {
   char          acTarget[LONG_PATH_SIZE];
   const ssize_t NumBytes = readlink(sPath, acTarget, sizeof(acTarget));
@@ -67,7 +69,7 @@ static int32_t MakeLinkTarget(const char* sPath, uint32_t Nesting) {
   if (acTarget[0] == '/') {
     return MakeDir(acTarget, Nesting);
   }
-  // Up to and with the separator in front of the link's own name.
+  // The link's directory: sPath up to and including its last separator.
   const char*  pSlash    = strrchr(sPath, '/');
   const size_t DirLength = pSlash == NULL ? 0 : (size_t)(pSlash - sPath) + 1;
   if (!Fits(DirLength + (size_t)NumBytes, LONG_PATH_SIZE)) {
@@ -78,11 +80,11 @@ static int32_t MakeLinkTarget(const char* sPath, uint32_t Nesting) {
   return MakeDir(acTarget, Nesting);
 }
 
-// Makes everything above sPath, which is cut for the time being and whole again on return.
+// Makes the directories above sPath. sPath is cut there during the call, and restored on return.
 static int32_t MakeParent(char* sPath, uint32_t Nesting) {
   const size_t Length = ParentLength(sPath);
   if (Length == 0) {
-    return 0;  // the root of the file system, or the current directory
+    return 0;  // the root of the file system or the current directory: both exist
   }
   const char Saved     = sPath[Length];
   sPath[Length]        = 0;
@@ -91,6 +93,7 @@ static int32_t MakeParent(char* sPath, uint32_t Nesting) {
   return Result;
 }
 
+// Nesting counts the calls of MakeDir that are inside each other. Its limit ends a circle of links.
 static int32_t MakeDir(char* sPath, uint32_t Nesting) {
   if (Nesting > MAX_NESTING) {
     return -1;
@@ -105,7 +108,8 @@ static int32_t MakeDir(char* sPath, uint32_t Nesting) {
   if (errno != ENOENT || MakeParent(sPath, Nesting + 1) != 0) {
     return -1;
   }
-  // Another process may make the same directory at this moment: what counts is that it is there.
+  // Another process may make the same directory at this moment, and mkdir() then fails. What counts
+  // is that the directory exists.
   mkdir(sPath, PERMISSIONS);
   return stat(sPath, &Status) == 0 && S_ISDIR(Status.st_mode) ? 0 : -1;
 }
@@ -118,7 +122,7 @@ int32_t SYS_PATH_MakeDir(const char* sPath) {
   CopyBytes(acPath, sPath, LONG_PATH_SIZE);
   const size_t Length = LengthWithoutSlashes(acPath, strlen(acPath));
   if (Length == 0) {
-    return 0;  // only separators: the root of the file system
+    return 0;  // only separators: the root of the file system exists
   }
   acPath[Length] = 0;
   return MakeDir(acPath, 1);
@@ -135,10 +139,10 @@ int32_t SYS_PATH_GetAppSupportDir(char* pBuffer, uint32_t BufferSize) {
   return 0;
 }
 
-// Stores the executable's directory with its trailing "/". 0, or -1 when it cannot be told or does
-// not fit SYS_PATH_SIZE.
+// Stores the executable's directory with a trailing "/". Returns 0, or -1 when it is unknown or
+// does not fit SYS_PATH_SIZE.
 static int32_t BuildExecutableDir(char* pBuffer) {
-  char acPath[4 * LONG_PATH_SIZE];  // what proc_pidpath() takes at the most
+  char acPath[4 * LONG_PATH_SIZE];  // the largest buffer that proc_pidpath() accepts
   if (proc_pidpath(getpid(), acPath, sizeof(acPath)) <= 0) {
     return -1;
   }
@@ -151,8 +155,8 @@ static int32_t BuildExecutableDir(char* pBuffer) {
   return 0;
 }
 
-// Non-zero when a file can be made in sDir. It is opened again by its name, as any user of the
-// directory will do.
+// Returns non-zero when a file can be made in sDir. The file is opened again by its name, because
+// the directory's users will open their files that way.
 static int IsWritableDir(const char* sDir) {
   char acFile[SYS_PATH_SIZE + sizeof("/OSTRELXXXXXX")];
   UTIL_snprintf(acFile, (int32_t)sizeof(acFile), "%s/OSTRELXXXXXX", sDir);
@@ -174,7 +178,7 @@ void SYS_PATH_GetDataDir(char* pBuffer, uint32_t BufferSize) {
   }
   if (BuildExecutableDir(acDir) != 0 || !IsWritableDir(acDir)) {
     if (BuildBelowHome(acDir, "/.OSTREL") == 0) {
-      mkdir(acDir, PERMISSIONS);  // whether it can be written to is for its user to find out
+      mkdir(acDir, PERMISSIONS);  // a failure shows when the caller uses the directory
     } else {
       acDir[0] = 0;
     }

@@ -1,23 +1,25 @@
 // sys/registry.h
 //
-// A small hierarchical store for named, typed values: three root keys, keys below them by paths
-// with backslashes, values under each key. Each root is one XML file in "Library/Application
-// Support/OSTREL" below HOME; docs/registry.md shows the format.
+// A registry store: named, typed values under hierarchical keys, in XML files.
 //
-// A root's file is read when the root is first named and made when it is missing. From then on all
-// happens in memory until SYS_REG_Flush writes the changed roots and unloads all. A process that
-// ends without it loses its changes.
+// There are three root keys. Keys below them are named by paths with backslashes, and each key
+// holds values. Each root is one XML file in "Library/Application Support/OSTREL" below HOME;
+// docs/registry.md describes the format.
 //
-// Every operation on a root fails, and nothing is written anywhere, when HOME is not set or empty,
-// when the directory cannot be made, or when its path and the file's name come to 512 characters or
-// more. HOME is asked for each time. Flush before changing it: a root that is loaded stays so, and
-// a flush writes it, when it was changed, below the HOME of that moment, over the file there.
+// A root's file is read when the root is first used, and made if it is missing. From then on
+// everything happens in memory until SYS_REG_Flush writes the changed roots and unloads all. A
+// process that ends without a flush loses its changes.
 //
-// A file whose text is no XML of the kind the store writes is replaced by the empty store, on
-// purpose. A file that cannot be read just now (no permission, no memory, not a regular file) is
-// left alone; the operation fails. A link is followed.
+// Every operation on a root fails, and nothing is written, when HOME is not set or empty, when the
+// directory cannot be made, or when its path together with the file's name has 512 characters or
+// more. HOME is read at each operation. Flush before changing it: a loaded root stays loaded, and
+// if it was changed, the flush writes it below the new HOME, over any file there.
 //
-// One thread at a time; no lock. Between processes there is none either: the last one to flush a
+// A file that was read but does not contain such XML is replaced by the empty store, as callers
+// expect. A file that cannot be read (no permission, no memory, not a regular file) is unchanged,
+// and the operation fails. A symbolic link is followed.
+//
+// One thread at a time; no lock. There is no lock between processes either: the last one to flush a
 // changed root wins. Nothing is printed.
 
 #ifndef SYS_REGISTRY_H
@@ -27,28 +29,28 @@
 
 #include "sys/xml.h"
 
-// An open key. Allocated by SYS_REG_OpenKey, freed by SYS_REG_CloseKey. Both pointers lead into a
+// An open key. SYS_REG_OpenKey allocates it and SYS_REG_CloseKey frees it. Both pointers are into a
 // document that SYS_REG_Flush frees.
 struct RegistryKeyHandle {
   XmlDocument* pDoc;
   XmlElement*  pElement;
 };
 
-// The root keys, given where an open key can be. 0x80000003 to 0x80000006 are taken as roots too,
-// but have no file: every operation on them fails.
+// The root keys; each can be given instead of an open key. The values 0x80000003 to 0x80000006 are
+// roots too but have no file: every operation on them fails.
 #define HKEY_CLASSES_ROOT  ((RegistryKeyHandle*)(uintptr_t)0x80000000u)
 #define HKEY_CURRENT_USER  ((RegistryKeyHandle*)(uintptr_t)0x80000001u)
 #define HKEY_LOCAL_MACHINE ((RegistryKeyHandle*)(uintptr_t)0x80000002u)
 
-// Types of values. The other numbers up to 10 are known to nobody.
+// Types of values. Other numbers are rejected.
 enum {
   SYS_REG_TYPE_SZ        = 1,   // text
   SYS_REG_TYPE_EXPAND_SZ = 2,   // text; can be queried, not set
-  SYS_REG_TYPE_BINARY    = 3,   // its type can be queried; neither its data nor setting it works
+  SYS_REG_TYPE_BINARY    = 3,   // only the type can be queried; cannot be set
   SYS_REG_TYPE_DWORD     = 4,   // 32-bit number
   SYS_REG_TYPE_MULTI_SZ  = 7,   // list of texts
   SYS_REG_TYPE_QWORD     = 11,  // 64-bit number
-  SYS_REG_TYPE_UNKNOWN   = -1   // what a query tells about any other name of a type
+  SYS_REG_TYPE_UNKNOWN   = -1   // what a query stores for any other name of a type
 };
 
 // Results of the operations on values.
@@ -59,89 +61,92 @@ enum {
   SYS_REG_MORE_DATA = 234  // the buffer is too small
 };
 
-// Opens the key at sPath below hKey, a root or an open key, and makes every key that is missing on
-// the way.
+// Opens the key at sPath below hKey, and makes every missing key on the way.
+// hKey is a root or an open key.
 //
-// Components are separated by backslashes; an empty one ends the path, so "" and "\x" are hKey
-// itself. In a component white space (SPACE, TAB, LF, CR) is dropped, a "-" in front and every
-// character but ASCII letters, digits, "!", "-" and "_" become "_". A double quote is no exception.
+// Components of sPath are separated by backslashes. An empty component ends the path, so "" and
+// "\\x" are hKey itself. In a component white space (SPACE, TAB, LF, CR) is dropped; a leading "-"
+// and every character other than ASCII letters, digits, "!", "-" and "_" become "_", a double quote
+// too.
 //
-// Returns the key; free it with SYS_REG_CloseKey. NULL, and no key made, for a NULL hKey or sPath,
-// a root that cannot be loaded, and what could not be loaded again: a component of 512 characters
-// or more or one that begins with "!--" or "!DOC", or a key more than 100 levels below its root.
-// NULL also without memory; keys made until then stay.
+// Returns the key, to be freed with SYS_REG_CloseKey. Returns NULL, and makes no key, for a NULL
+// hKey or sPath, for a root that cannot be loaded, and for a key that could not be loaded again: a
+// component of 512 characters or more or one that begins with "!--" or "!DOC", or a key more than
+// 100 levels below its root. Returns NULL also when there is no memory; keys made so far remain.
 RegistryKeyHandle* SYS_REG_OpenKey(RegistryKeyHandle* hKey, const char* sPath);
 
-// Frees an open key; does nothing for NULL and for a root. The key's values are not touched.
+// Frees an open key.
+// Does nothing for NULL and for a root. The key's values are not changed.
 void SYS_REG_CloseKey(RegistryKeyHandle* hKey);
 
-// Names of values, in all three operations on them: white space in front is skipped, SPACE inside
-// is dropped together with white space that follows it ("My Value" is MyValue); other white space
-// ends the name. What stands in double quotes, at the beginning or behind SPACE, is taken as it is;
-// a missing closing quote is at the end. Case counts.
+// Names of values, in the three functions below: leading white space is skipped; SPACE inside the
+// name is dropped together with any white space after it ("My Value" is MyValue); other white space
+// ends the name. A token in double quotes, at the beginning or after SPACE, is taken unchanged; a
+// missing closing quote is assumed at the end. Case counts.
 //
-// A NULL or empty name, or one of 512 characters or more, gives SYS_REG_FAILED. A name with nothing
-// in it (" ") gives SYS_REG_OK, and nothing is done.
+// A NULL or empty name, or one of 512 characters or more, gives SYS_REG_FAILED. A name without any
+// character (" ") gives SYS_REG_OK, and nothing is done.
 
-// Sets a value. Nothing is written to disk before SYS_REG_Flush.
+// Sets a value, in memory.
 //
-//   SYS_REG_TYPE_SZ        pData is zero-terminated, NULL for the empty text; Size is ignored
+//   SYS_REG_TYPE_SZ        pData is zero-terminated, or NULL for the empty text; Size is ignored
 //   SYS_REG_TYPE_DWORD     the first min(Size, 4) bytes of pData, in host byte order, over a zero
-//   SYS_REG_TYPE_QWORD     the first min(Size, 8) bytes, likewise: 4 bytes are the low half
-//   SYS_REG_TYPE_MULTI_SZ  zero-terminated strings and an empty one as the end; Size is the exact
-//                          number of bytes, all terminators counted ("a", "bc": 6). The first
-//                          string may be empty. All former entries of that name go first, also
-//                          behind a gap; an index of ten digits or more is not taken for one.
+//   SYS_REG_TYPE_QWORD     the first min(Size, 8) bytes in the same way: 4 bytes are the low half
+//   SYS_REG_TYPE_MULTI_SZ  zero-terminated strings, followed by an empty one; Size is the exact
+//                          number of bytes with all terminators ("a", "bc": 6). The first string may
+//                          be empty. All former entries of the list are removed first, also those
+//                          after a gap; an index of ten digits or more is not an entry.
 //
-// Returns SYS_REG_OK, or SYS_REG_FAILED, nothing changed: NULL hKey, root that cannot be loaded, a
-// name with characters but ASCII letters, digits, "!", "-" and "_" (it could not be loaded again),
-// any other type, a wrong Size for a list, NULL pData where bytes are needed. SYS_REG_FAILED also
-// without memory; the value may then be incomplete.
+// Returns SYS_REG_OK, or SYS_REG_FAILED with nothing changed: NULL hKey, a root that cannot be
+// loaded, a name with characters other than ASCII letters, digits, "!", "-" and "_" (it could not
+// be loaded again), any other type, a wrong Size of a list, NULL pData where bytes are needed.
+// Returns SYS_REG_FAILED also when there is no memory; the value may then be incomplete.
 //
-// Texts are stored as they are: one that holds a double quote makes the file unreadable, on
-// purpose. A number or text set over a list leaves the list's further strings in the file. A name
-// that ends as those of the file's further attributes do ("N_OSTRELRegType", "N_OSTRELRegMltStr1")
-// is not refused, and disturbs the value N; docs/registry.md tells how.
-//
-// The memory of what is replaced by something longer, or deleted, comes back with the flush.
+// Texts are stored unchanged: a text that contains a double quote makes the file unreadable. A
+// number or text that replaces a list leaves the list's other strings in the file. A name ending in
+// _OSTRELRegType or _OSTRELRegMltStr<n> is accepted but collides with another value; see
+// docs/registry.md.
 uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t Type,
                           const void* pData, uint32_t Size);
 
-// Reads a value. *pType, unless NULL, receives its type. pData may be NULL to ask for the type
-// only; pSize is then not used, else it holds the bytes at pData on entry and the size of the data
-// on return. No more than the bytes at pData are ever written.
+// Reads a value, or its type alone.
+// *pType, unless pType is NULL, receives the type. pData may be NULL; pSize is then not used.
+// Otherwise *pSize is the number of bytes at pData on entry and the size of the data on return. No
+// byte beyond those at pData is written.
 //
 //   SYS_REG_TYPE_SZ, _EXPAND_SZ  at most *pSize - 1 characters and a terminator. The size is the
-//                                length without it. SYS_REG_MORE_DATA when *pSize is below that;
-//                                a *pSize equal to it gives SYS_REG_OK and loses the last
-//                                character, on purpose.
-//   SYS_REG_TYPE_DWORD, _QWORD   4 or 8 bytes in host byte order, not aligned. A smaller *pSize
-//                                gives SYS_REG_MORE_DATA and stays. A text that is no hexadecimal
-//                                number gives 0.
-//   SYS_REG_TYPE_MULTI_SZ        the strings, each cut at what is left of *pSize and terminated,
-//                                and an empty one as the end as far as there is room. The size is
-//                                the sum of the strings' lengths, plus 1 when *pSize exceeds that
-//                                sum: their terminators are not counted, on purpose. So give twice
-//                                the size and 2 to be sure of the whole list.
-//                                SYS_REG_MORE_DATA when *pSize is below the size.
+//                                length without the terminator. SYS_REG_MORE_DATA when *pSize is
+//                                below that. If they are equal the result is SYS_REG_OK although the
+//                                last character is lost: callers rely on that.
+//   SYS_REG_TYPE_DWORD, _QWORD   4 or 8 bytes in host byte order; pData need not be aligned. If
+//                                *pSize is smaller, it is unchanged and the result is
+//                                SYS_REG_MORE_DATA. A text that is not a hexadecimal number gives 0.
+//   SYS_REG_TYPE_MULTI_SZ        the strings, each cut to what is left of *pSize and terminated, and
+//                                an empty string if there is room. The size is the sum of the
+//                                strings' lengths, plus 1 if *pSize exceeds that sum. It does not
+//                                include their terminators; callers rely on that. Twice the size
+//                                plus 2 is enough for the whole list. SYS_REG_MORE_DATA when *pSize
+//                                is below the size.
 //
 // Returns SYS_REG_OK or SYS_REG_MORE_DATA as above; SYS_REG_NOT_FOUND when there is no such value;
-// SYS_REG_FAILED for a NULL hKey, pData without pSize, a root that cannot be loaded, a type
-// SYS_REG_TYPE_UNKNOWN (*pType is 0xFFFFFFFF then: any name but the six, of whatever length) or,
-// when asked for the data, SYS_REG_TYPE_BINARY, and data that is missing in the file. *pType stays
-// as it was when no type was found, *pSize when no data was.
+// SYS_REG_FAILED for a NULL hKey, for pData without pSize, for a root that cannot be loaded, for an
+// unknown type (*pType is then SYS_REG_TYPE_UNKNOWN, 0xFFFFFFFF), and, when the data is asked for,
+// for SYS_REG_TYPE_BINARY and for data that is missing in the file. *pType is unchanged when no
+// type was found, *pSize when no data was.
 uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t* pType,
                             void* pData, uint32_t* pSize);
 
-// Removes a value. SYS_REG_FAILED when there is none, when its type is not known, for a NULL hKey,
-// and when the root cannot be loaded; else SYS_REG_OK.
+// Deletes a value.
+// Returns SYS_REG_OK; SYS_REG_FAILED when there is no such value, when its type is unknown, for a
+// NULL hKey, and for a root that cannot be loaded.
 uint32_t SYS_REG_DeleteValue(RegistryKeyHandle* hKey, const char* sName);
 
-// Writes each loaded root whose text is another than when it was loaded, and unloads all. Every
-// open key is invalid from now on, but for SYS_REG_CloseKey.
+// Writes each loaded root that has changed, and unloads all roots.
+// A root has changed when its text differs from the text right after loading. Afterwards every open
+// key is invalid and may only be given to SYS_REG_CloseKey.
 //
-// A text longer than 1 MiB is not written: the file stays as it was. So it does when it cannot be
-// opened in four attempts, 5 ms apart. How far the writing got is not checked.
+// A text of more than 1 MiB is not written, and the file is unchanged. The file is also unchanged
+// when it cannot be opened in four attempts, 5 ms apart. Errors while writing are not reported.
 void SYS_REG_Flush(void);
 
 #endif

@@ -22,7 +22,8 @@ enum { CALLOUT_PATH_SIZE = 512, DEVICE_PATH_SIZE = 128 };
 
 static const char UsbCalloutPrefix[] = "/dev/cu.usb";
 
-// Stores the path of a service's call-out device; 0 when it has none, or one that does not fit.
+// Stores the path of a service's call-out device. Returns 0 when it has none or the path does not
+// fit.
 static int GetCalloutPath(io_object_t hService, char* pPath) {
   CFTypeRef pProperty =
       IORegistryEntryCreateCFProperty(hService, CFSTR(kIOCalloutDeviceKey), kCFAllocatorDefault, 0);
@@ -45,7 +46,7 @@ static uint32_t ListUsbPorts(io_iterator_t hIterator, SYS_SERIAL_NAME* paNames, 
     }
     if (GetCalloutPath(hService, acPath) &&
         strncmp(acPath, UsbCalloutPrefix, sizeof(UsbCalloutPrefix) - 1) == 0) {
-      printf("Modem at path: %s\n", acPath);
+      printf("Modem at path: %s\n", acPath);  // required also beyond Capacity
       if (NumFound < Capacity) {
         UTIL_CopyString(paNames[NumFound].ac, acPath + strlen("/dev/"), SYS_SERIAL_NAME_SIZE);
       }
@@ -55,6 +56,7 @@ static uint32_t ListUsbPorts(io_iterator_t hIterator, SYS_SERIAL_NAME* paNames, 
   }
 }
 
+// The search finds serial lines of every kind; ListUsbPorts selects by the path.
 uint32_t SYS_SERIAL_Enumerate(SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
   CFMutableDictionaryRef pMatching = IOServiceMatching(kIOSerialBSDServiceValue);
   if (pMatching == NULL) {
@@ -62,7 +64,7 @@ uint32_t SYS_SERIAL_Enumerate(SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
   }
   CFDictionarySetValue(pMatching, CFSTR(kIOSerialBSDTypeKey), CFSTR(kIOSerialBSDAllTypes));
   io_iterator_t hIterator = IO_OBJECT_NULL;
-  const int     HasFailed =  // consumes pMatching either way
+  const int     HasFailed =  // the call releases pMatching, also when it fails
       IOServiceGetMatchingServices(kIOMasterPortDefault, pMatching, &hIterator) != KERN_SUCCESS;
   if (hIterator == IO_OBJECT_NULL) {
     return 0;
@@ -72,7 +74,7 @@ uint32_t SYS_SERIAL_Enumerate(SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
   return NumFound;
 }
 
-// Raw, 8 data bits, no parity, 1 stop bit. What the line does not take is not told.
+// Sets the line to raw, 8 data bits, no parity, 1 stop bit. Unsupported settings are ignored.
 static void SetUpLine(int32_t hPort) {
   struct termios Line = {};
   tcgetattr(hPort, &Line);
@@ -81,16 +83,17 @@ static void SetUpLine(int32_t hPort) {
   Line.c_cflag     = (Line.c_cflag & ~CONTROL_CLEARED) | CONTROL_SET;
   Line.c_lflag     = Line.c_lflag & ~LOCAL_CLEARED;
   Line.c_cc[VMIN]  = 0;
-  Line.c_cc[VTIME] = 1;  // tenths of a second
+  Line.c_cc[VTIME] = 1;  // tenths of a second: with VMIN 0 a read ends then, with or without data
   tcsetattr(hPort, TCSANOW, &Line);
 }
 
 SYS_SERIAL_PORT* SYS_SERIAL_Open(const char* sName, uint32_t BaudRate) {
   char acPath[DEVICE_PATH_SIZE];
   if (strlen(sName) > sizeof(acPath) - sizeof("/dev/")) {
-    return NULL;
+    return NULL;  // cut, the name could be another device's
   }
   UTIL_snprintf(acPath, sizeof(acPath), "/dev/%s", sName);
+  // O_NOCTTY: without it a hang-up of the line could end the process.
   const int32_t hPort = open(acPath, O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (hPort < 0) {
     return NULL;
@@ -99,6 +102,8 @@ SYS_SERIAL_PORT* SYS_SERIAL_Open(const char* sName, uint32_t BaudRate) {
     close(hPort);
     return NULL;
   }
+  // Exclusive use first, so that no other process can open the port while it is being set up. The
+  // speed last: on macOS setting the attributes would reset it.
   ioctl(hPort, TIOCEXCL, NULL);
   SetUpLine(hPort);
   if (SYS_SERIAL_SetSpeed(hPort, BaudRate) != 0) {

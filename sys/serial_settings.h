@@ -1,7 +1,9 @@
 // sys/serial_settings.h
 //
-// What sys/serial.cpp does to a line's terminal attributes, by the system's names. The values they
-// have on macOS are checked in sys/darwin_values.cpp. Not for users of the module.
+// The changes that sys/serial.cpp makes to a line's terminal attributes, by the system's names.
+//
+// sys/darwin_values.cpp checks the values that these names have on macOS. Not for users of the
+// module.
 
 #ifndef SYS_SERIAL_SETTINGS_H
 #define SYS_SERIAL_SETTINGS_H
@@ -10,12 +12,12 @@
 #include <sys/ioctl.h>
 #include <termios.h>
 
-// Bytes come in as they are; a break is ignored. BRKINT and IXANY stay as they were.
+// Bytes arrive unchanged and a break is ignored. BRKINT and IXANY keep their state.
 static constexpr tcflag_t INPUT_CLEARED =
     IGNPAR | PARMRK | INPCK | ISTRIP | INLCR | IGNCR | ICRNL | IXON | IXOFF | IMAXBEL;
 static constexpr tcflag_t INPUT_SET = IGNBRK;
 
-// Nothing else of the output processing stays, ONLCR above all.
+// All other output processing is switched off, most of all ONLCR.
 static constexpr tcflag_t OUTPUT_KEPT = OPOST | OXTABS | ONOEOT;
 
 // 8 data bits, no parity, 1 stop bit, no hardware flow control, modem lines ignored.
@@ -28,7 +30,7 @@ static constexpr tcflag_t LOCAL_CLEARED =
     ECHOKE | ECHOE | ECHOK | ECHO | ECHONL | ECHOPRT | ECHOCTL | ISIG | ICANON | IEXTEN | PENDIN;
 
 // The speed request of IOKit's serial drivers in its 32-bit form. The one in <IOKit/serial/ioss.h>
-// takes a speed_t, 64 bits wide.
+// takes a speed_t, which is 64 bits wide.
 static constexpr unsigned long SPEED_REQUEST = _IOW('T', 2, uint32_t);
 
 #endif

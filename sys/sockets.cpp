@@ -15,17 +15,17 @@
 
 static const uint32_t CONNECT_POLL_US  = 10000;  // one wait for a pending connect
 static const uint32_t ERROR_PAUSE_MS   = 10;     // after a wait that failed
-static const uint64_t RETRY_SPACING_US = 9001;   // from one refused attempt to the next, about
+static const uint64_t RETRY_SPACING_US = 9001;   // between the starts of two refused attempts
 
 namespace {
 
-// Where SYS_TCP_ConnectTimeout stands with one connect(). A refused attempt is followed by the next.
+// The states of one connect() in SYS_TCP_ConnectTimeout.
 enum ATTEMPT_STATE {
-  ATTEMPT_DUE,
-  ATTEMPT_PENDING,
-  ATTEMPT_REFUSED,
-  ATTEMPT_CONNECTED,
-  ATTEMPT_IMPOSSIBLE  // no socket
+  ATTEMPT_DUE,        // not started; also after a refusal
+  ATTEMPT_PENDING,    // connect() has started
+  ATTEMPT_REFUSED,    // it failed
+  ATTEMPT_CONNECTED,  // it succeeded
+  ATTEMPT_IMPOSSIBLE  // no socket can be made
 };
 
 struct ATTEMPT {
@@ -44,6 +44,8 @@ static int SetIoctl(int hSocket, unsigned long Request, int Value) {
   return ioctl(hSocket, Request, &Value);
 }
 
+// Darwin's record begins with a length byte. It may stay 0: each call is given the length beside
+// it.
 static struct sockaddr_in MakeAddrIPv4(uint32_t Addr, uint16_t Port) {
   struct sockaddr_in SockAddr = {};
   SockAddr.sin_family         = AF_INET;
@@ -60,8 +62,9 @@ static struct sockaddr_in6 MakeAddrIPv6(const uint8_t* pAddr, uint16_t Port) {
   return SockAddr;
 }
 
-// Passes hSocket on, which may be -1.
+// Sets the options of every TCP socket. Returns hSocket, which may be -1.
 static int32_t WithStreamOptions(int hSocket) {
+  // Errors are ignored: without the options the socket still works.
   if (hSocket >= 0) {
     SetFlag(hSocket, IPPROTO_TCP, TCP_NODELAY, 1);
     SetFlag(hSocket, SOL_SOCKET, SO_NOSIGPIPE, 1);
@@ -113,6 +116,8 @@ void SYS_SOCKET_Shutdown(int32_t hSocket, int32_t How) {
 }
 
 int32_t SYS_TCP_ListenIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port, int32_t Backlog) {
+  // Without SO_REUSEADDR a server could not be started again for minutes after it closed a
+  // connection.
   const struct sockaddr_in SockAddr = MakeAddrIPv4(Addr, Port);
   if (SetFlag(hSocket, SOL_SOCKET, SO_REUSEADDR, 1) != 0 ||
       bind(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr)) != 0) {
@@ -151,8 +156,9 @@ int32_t SYS_SOCKET_ConnectIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t P
   return connect(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr));
 }
 
-// TCP connects a socket to itself when nobody listens at the peer's port and the system picks just
-// that one for this end. Trying often enough meets it.
+// When nobody listens on a port of this machine and the system happens to choose that port for the
+// near end, TCP connects the socket to itself. A client that keeps trying meets this sooner or
+// later.
 static int IsConnectedToItself(int hSocket) {
   struct sockaddr_in Own    = {};
   socklen_t          Length = sizeof(Own);
@@ -163,10 +169,10 @@ static int IsConnectedToItself(int hSocket) {
   return ntohl(Own.sin_addr.s_addr) == PeerAddr && ntohs(Own.sin_port) == PeerPort;
 }
 
-// Ends the attempt as refused, and waits so long that the next one follows about 10 ms after it.
+// Ends a refused attempt, and sleeps so that the next one starts about 10 ms after this one did.
 static void EndRefused(ATTEMPT* pAttempt) {
-  SYS_SOCKET_SetLinger(pAttempt->hSocket,
-                       0);  // connected to itself it would keep the port for minutes
+  // Reset on close: a socket connected to itself would otherwise hold the port for minutes.
+  SYS_SOCKET_SetLinger(pAttempt->hSocket, 0);
   close(pAttempt->hSocket);
   pAttempt->State        = ATTEMPT_DUE;
   const uint64_t Elapsed = SYS_TIME_GetUsSince(pAttempt->Start);
@@ -175,7 +181,7 @@ static void EndRefused(ATTEMPT* pAttempt) {
   }
 }
 
-// Makes a non-blocking socket and starts to connect it.
+// Makes a non-blocking socket and starts a connect().
 static void StartAttempt(ATTEMPT* pAttempt, uint32_t Addr, uint16_t Port) {
   pAttempt->Start   = SYS_TIME_GetUs();
   pAttempt->hSocket = SYS_TCP_CreateIPv4();
@@ -190,24 +196,24 @@ static void StartAttempt(ATTEMPT* pAttempt, uint32_t Addr, uint16_t Port) {
     return;
   }
   SYS_SOCKET_SetNonBlocking(pAttempt->hSocket);
-  // Any other error is a failure now. Darwin never reports such a socket writable, so waiting for it
-  // would use up the whole time-out.
+  // Darwin never reports a socket writable whose connect() failed at once. Waiting for it would use
+  // up the whole time-out, so any error other than these two is a failure here.
   const int32_t Result   = SYS_SOCKET_ConnectIPv4(pAttempt->hSocket, Addr, Port);
   const int     IsFailed = Result != 0 && errno != EINPROGRESS && errno != EINTR;
   pAttempt->State        = IsFailed ? ATTEMPT_REFUSED : ATTEMPT_PENDING;
 }
 
-// Waits a moment for the attempt's end.
+// Waits up to 10 ms for the end of a pending attempt.
 static void PollAttempt(ATTEMPT* pAttempt) {
   const int32_t hSocket  = pAttempt->hSocket;
   const int32_t NumReady = SYS_WAIT_Writable(hSocket, timeval{0, CONNECT_POLL_US});
   if (NumReady < 0 && errno != EINTR) {
-    SYS_Sleep(ERROR_PAUSE_MS);  // did not wait: without this the loop would spin
+    SYS_Sleep(ERROR_PAUSE_MS);  // the wait failed at once: without a pause the loop would spin
   }
   if (NumReady <= 0) {
     return;
   }
-  // Connected or refused; a send of nothing tells which.
+  // Writable means connected or refused. Sending 0 bytes succeeds only when it is connected.
   SYS_SOCKET_SetBlocking(hSocket);
   const int IsConnected = send(hSocket, "", 0, 0) == 0 && !IsConnectedToItself(hSocket);
   pAttempt->State       = IsConnected ? ATTEMPT_CONNECTED : ATTEMPT_REFUSED;
@@ -215,6 +221,8 @@ static void PollAttempt(ATTEMPT* pAttempt) {
 
 int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
                                int32_t (*pfIsAborted)(void)) {
+  // Each pass takes one attempt a step further, about every 10 ms, and then looks whether to give
+  // up.
   const uint64_t Start   = SYS_TIME_GetMs();
   ATTEMPT        Attempt = {};
   int32_t        Result  = 0;
@@ -273,6 +281,7 @@ int32_t SYS_SOCKET_Receive(int32_t hSocket, void* pBuffer, uint32_t NumBytes) {
   }
 }
 
+// Does not go on after EINTR or EAGAIN: part of the contract, so that a time-out ends it.
 int32_t SYS_SOCKET_ReceiveExactly(int32_t hSocket, void* pBuffer, uint32_t NumBytes) {
   uint8_t* pDest   = (uint8_t*)pBuffer;
   uint32_t NumLeft = NumBytes;
@@ -329,7 +338,7 @@ static int32_t SetLingerOption(int hSocket, int OnOff, uint32_t Seconds) {
 int32_t SYS_SOCKET_SetLinger(int32_t hSocket, uint32_t Milliseconds) {
   uint32_t Seconds = Milliseconds / 1000 + (Milliseconds % 1000 >= 500);
   if (Seconds == 0 && Milliseconds > 0) {
-    Seconds = 1;  // 0 would mean a reset
+    Seconds = 1;  // 0 seconds would reset the connection, which only 0 ms asks for
   }
   return SetLingerOption(hSocket, 1, Seconds);
 }
@@ -345,6 +354,7 @@ int32_t SYS_SOCKET_SetTimeouts(int32_t hSocket, uint32_t SendTimeout, uint32_t R
   return setsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &Receive, sizeof(Receive));
 }
 
+// A socket without a peer leaves the zeros in the record.
 void SYS_SOCKET_GetPeerIPv4(int32_t hSocket, uint32_t* pAddr, uint16_t* pPort) {
   struct sockaddr_in SockAddr = {};
   socklen_t          Length   = sizeof(SockAddr);
@@ -365,7 +375,8 @@ void SYS_SOCKET_GetPeerIPv6(int32_t hSocket, uint8_t* pAddr, uint16_t* pPort) {
   }
 }
 
-// The first result of the system's resolver, copied to pSockAddr.
+// Copies the first address that the system's resolver gives to pSockAddr. It sorts them by how well
+// they can be reached.
 static int32_t Resolve(const char* sName, int Family, int Flags, void* pSockAddr, size_t Size) {
   struct addrinfo  Hints    = {};
   struct addrinfo* pResults = NULL;
@@ -375,7 +386,7 @@ static int32_t Resolve(const char* sName, int Family, int Flags, void* pSockAddr
   if (getaddrinfo(sName, NULL, &Hints, &pResults) != 0) {
     return -1;
   }
-  memcpy(pSockAddr, pResults->ai_addr, Size);
+  memcpy(pSockAddr, pResults->ai_addr, Size);  // of the family asked for, so at least Size bytes
   freeaddrinfo(pResults);
   return 0;
 }
@@ -390,6 +401,7 @@ int32_t SYS_NET_ResolveIPv4(const char* sName, uint32_t* pAddr) {
 }
 
 int32_t SYS_NET_ResolveIPv6(const char* sName, int32_t AllowMapped, uint8_t* pAddr) {
+  // Without the flag a name that has IPv4 addresses only is a failure.
   struct sockaddr_in6 SockAddr;
   const int           Flags = AllowMapped != 0 ? AI_V4MAPPED : 0;
   if (Resolve(sName, AF_INET6, Flags, &SockAddr, sizeof(SockAddr)) != 0) {

@@ -9,11 +9,11 @@
 #include "util/string.h"
 
 static const uint32_t STILL_RUNNING = 259;
-static const long     POLL_NS       = 1000000;  // between two tries to lock with a limit
+static const long     POLL_NS       = 1000000;  // between two tries of a timed lock
 
 namespace {
 
-// What the trampoline of SYS_THREAD_StartCall hands to the new thread, which frees it.
+// What SYS_THREAD_StartCall passes to the new thread. The new thread frees it.
 struct CALL {
   void (*pfRoutine)(void*);
   void* pArg;
@@ -21,10 +21,12 @@ struct CALL {
 
 }  // namespace
 
+// Fixed tables: creating a mutex or an event must not allocate.
 static SYS_MUTEX aMutexes[SYS_MUTEX_SLOTS];
 static SYS_EVENT aEvents[SYS_EVENT_SLOTS];
 
-// Timeout from now. A clock that cannot be read gives a time long past: no wait ends too late.
+// Returns the time of day Timeout milliseconds from now. If the clock cannot be read, the result is
+// a time long past, so that a wait ends at once rather than never.
 static struct timeval GetDeadline(uint32_t Timeout) {
   struct timeval Time = {};
   gettimeofday(&Time, NULL);
@@ -37,7 +39,7 @@ static struct timeval GetDeadline(uint32_t Timeout) {
   return Time;
 }
 
-// 1 once the time is past the deadline, and when there is no time to be had.
+// Returns 1 once the time is past the deadline, and also when the clock cannot be read.
 static int IsPast(const struct timeval* pDeadline) {
   struct timeval Now;
   return gettimeofday(&Now, NULL) != 0 || timercmp(&Now, pDeadline, >);
@@ -55,7 +57,7 @@ static int32_t InitRecursive(pthread_mutex_t* pMutex, pthread_mutexattr_t* pAttr
   return 0;
 }
 
-// Polls where a limit is given: Darwin has no pthread_mutex_timedlock().
+// A timed lock polls because Darwin has no pthread_mutex_timedlock().
 static int32_t LockMutex(pthread_mutex_t* pMutex, uint32_t Timeout) {
   if (Timeout == SYS_WAIT_FOREVER) {
     return pthread_mutex_lock(pMutex) == 0 ? 0 : -1;
@@ -63,6 +65,7 @@ static int32_t LockMutex(pthread_mutex_t* pMutex, uint32_t Timeout) {
   const struct timeval  Deadline = GetDeadline(Timeout);
   const struct timespec Pause    = {0, POLL_NS};
   for (;;) {
+    // Only EBUSY means that another thread holds the mutex. Any other error will not go away.
     const int Result = pthread_mutex_trylock(pMutex);
     if (Result != EBUSY) {
       return Result == 0 ? 0 : -1;
@@ -82,6 +85,8 @@ static int IsMutex(const SYS_MUTEX* pMutex) {
   return pMutex != NULL && pMutex->InUse != 0;
 }
 
+// The lowest free slot is used first: part of the contract. The slot is marked as used last, so
+// that a failed initialisation leaves it free.
 SYS_MUTEX* SYS_MUTEX_Create(const char* sName) {
   for (uint32_t i = 0; i < SYS_MUTEX_SLOTS; i++) {
     SYS_MUTEX* pMutex = &aMutexes[i];
@@ -126,7 +131,7 @@ int32_t SYS_LOCK_Create(SYS_LOCK* pLock) {
   if (pLock == NULL || IsLock(pLock) || InitRecursive(&pLock->Mutex, &Attr) != 0) {
     return -1;
   }
-  pthread_mutexattr_destroy(&Attr);
+  pthread_mutexattr_destroy(&Attr);  // the mutex keeps its own copy
   pLock->IsCreated = 1;
   return 0;
 }
@@ -146,6 +151,7 @@ int32_t SYS_LOCK_Unlock(SYS_LOCK* pLock) {
   return IsLock(pLock) ? UnlockMutex(&pLock->Mutex) : 1;
 }
 
+// A failed create returns -1, so -1 is refused like NULL.
 static int IsEvent(const SYS_EVENT* pEvent) {
   return pEvent != NULL && pEvent != SYS_EVENT_INVALID && pEvent->InUse != 0;
 }
@@ -179,18 +185,21 @@ void SYS_EVENT_Set(SYS_EVENT* pEvent) {
   }
   pEvent->Signalled = 1;
   pthread_mutex_unlock(&pEvent->Mutex);
+  // After the unlock, so that the woken thread does not have to wait for the mutex.
   pthread_cond_signal(&pEvent->Cond);
 }
 
-// Waits, with the event's mutex held, until it is signalled. Returns 0 or the error number that
-// ended the wait.
+// Waits until the event is signalled. The caller holds the event's mutex. Returns 0, or the error
+// number that ended the wait.
 static int WaitSignalled(SYS_EVENT* pEvent, uint32_t Timeout) {
   int Result = 0;
   while (Result == 0 && pEvent->Signalled == 0) {
     if (Timeout == SYS_WAIT_FOREVER) {
       Result = pthread_cond_wait(&pEvent->Cond, &pEvent->Mutex);
     } else {
-      const struct timeval  Deadline = GetDeadline(Timeout);  // afresh at each pass, on purpose
+      // Taken again at each pass: a wake-up without a signal lengthens the wait, and callers rely
+      // on a wait never being shorter than its time-out.
+      const struct timeval  Deadline = GetDeadline(Timeout);
       const struct timespec Until    = {Deadline.tv_sec, Deadline.tv_usec * 1000};
       Result = pthread_cond_timedwait(&pEvent->Cond, &pEvent->Mutex, &Until);
     }
@@ -198,8 +207,8 @@ static int WaitSignalled(SYS_EVENT* pEvent, uint32_t Timeout) {
   return Result;
 }
 
-// A thread cancelled while it waits comes here with the mutex held again: the event must stay
-// usable.
+// Runs when a thread is cancelled during its wait. The system has locked the mutex again by then;
+// without the unlock the event could not be used any more.
 static void UnlockCancelled(void* pMutex) {
   pthread_mutex_unlock((pthread_mutex_t*)pMutex);
 }
@@ -215,7 +224,8 @@ int32_t SYS_EVENT_Wait(SYS_EVENT* pEvent, uint32_t Timeout) {
   if (Result == 0) {
     pEvent->Signalled = 0;
   } else if (pEvent->Signalled != 0) {
-    // A wait that runs out while the event is set may have taken the wake-up: it is the next one's.
+    // The wait timed out while the event was being set. POSIX allows it to have consumed the
+    // wake-up, so another waiter is woken instead.
     pthread_cond_signal(&pEvent->Cond);
   }
   const int UnlockResult = pthread_mutex_unlock(&pEvent->Mutex);
@@ -235,7 +245,7 @@ void SYS_EVENT_Destroy(SYS_EVENT* pEvent) {
 }
 
 pthread_t SYS_THREAD_Start(void* (*pfRoutine)(void*), void* pArg, pthread_t* pId) {
-  pthread_t      Id = 0;
+  pthread_t      Id = 0;  // no thread
   pthread_attr_t Attr;
   if (pthread_attr_init(&Attr) == 0) {
     pthread_t NewId;
@@ -251,7 +261,8 @@ pthread_t SYS_THREAD_Start(void* (*pfRoutine)(void*), void* pArg, pthread_t* pId
   return Id;
 }
 
-// Frees before it calls: the routine may never come back (exit of the thread, cancellation).
+// Frees the record before it calls the routine, because the routine may not return: its thread may
+// exit or be cancelled.
 static void* RunCall(void* pArg) {
   const CALL Call = *(const CALL*)pArg;
   SYS_MEM_Free(pArg);
@@ -280,6 +291,7 @@ int32_t SYS_THREAD_Cancel(pthread_t Id) {
   return pthread_cancel(Id);
 }
 
+// Threads are detached, so their results are gone. Callers expect "still running".
 int32_t SYS_THREAD_GetExitCode(pthread_t, uint32_t* pCode) {
   *pCode = STILL_RUNNING;
   return 1;

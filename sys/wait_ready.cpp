@@ -15,8 +15,8 @@ struct timeval SYS_WAIT_SplitMs(uint32_t Milliseconds) {
   return Time;
 }
 
-// Puts the one descriptor into *pSet. Returns -1 for a descriptor that has no bit there, because
-// FD_SET() would write beyond the set.
+// Makes *pSet hold just this descriptor. Returns -1 for a descriptor that has no bit in the set:
+// FD_SET() would write beyond it.
 static int32_t MakeSet(int32_t hFile, fd_set* pSet) {
   if (!SYS_WAIT_IsSelectable(hFile)) {
     errno = EBADF;

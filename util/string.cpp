@@ -4,41 +4,38 @@
 #include <string.h>
 
 #include "util/arith.h"
+#include "util/block.h"
 
-// So many bytes are looked at without a test in between, so that the compiler can use wide
-// registers.
-static const uint32_t BLOCK_SIZE = 64;
-
-// The one place that folds case: 'A'..'Z' become 'a'..'z', every other byte stays.
-static constexpr uint8_t Folded(uint8_t c) {
-  return (uint8_t)(c + (c >= 'A' && c <= 'Z' ? 0x20 : 0));
-}
-
-struct FOLD_TABLE {
-  uint8_t a[256];
-};
-
-static constexpr FOLD_TABLE BuildFoldTable() {
-  FOLD_TABLE Table = {};
-  for (int i = 0; i < 256; i++) {
-    Table.a[i] = Folded((uint8_t)i);
+// The length of s, at most MaxLen.
+static inline uint32_t TextLen(const char* s, uint32_t MaxLen) {
+  if (BLOCK_IsInPage(s, BLOCK_BYTES)) {
+    const uint32_t Len = BLOCK_FirstFalse((BLOCK)(BLOCK_LoadText(s) != 0));
+    if (Len < BLOCK_BYTES || MaxLen <= BLOCK_BYTES) {
+      return UTIL_MinU32(Len, MaxLen);
+    }
   }
-  return Table;
+  return UTIL_StrNLen(s, MaxLen);
 }
 
-static constexpr FOLD_TABLE FoldTable = BuildFoldTable();
-
-static int32_t FoldedDiff(char A, char B) {
-  return (int8_t)FoldTable.a[(uint8_t)A] - (int8_t)FoldTable.a[(uint8_t)B];
+// Copies Len characters, at least one, and terminates.
+static inline void StoreText(char* pDest, const char* sSource, uint32_t Len) {
+  if (Len <= BLOCK_BYTES) {
+    BLOCK_CopyUpTo16(pDest, sSource, Len);
+  } else {
+    memcpy(pDest, sSource, Len);
+  }
+  pDest[Len] = 0;
 }
 
 void UTIL_CopyString(char* pDest, const char* sSource, uint32_t BufferSize) {
   if (pDest == NULL || sSource == NULL || BufferSize == 0) {
     return;
   }
-  const uint32_t Len = UTIL_StrNLen(sSource, BufferSize - 1);
-  memcpy(pDest, sSource, Len);
-  pDest[Len] = 0;
+  const uint32_t Len = TextLen(sSource, BufferSize - 1);
+  pDest[0]           = 0;
+  if (Len > 0) {
+    StoreText(pDest, sSource, Len);
+  }
 }
 
 void UTIL_CopyStringEx(char* pDest, const char* sSource, uint32_t BufferSize, uint32_t Unused) {
@@ -55,137 +52,14 @@ void UTIL_AppendStringN(char* pDest, const char* sSource, uint32_t MaxChars, uin
   if (DestLen == BufferSize) {
     return;  // size 0, or a text longer than its buffer
   }
-  const uint32_t Len = UTIL_StrNLen(sSource, UTIL_MinU32(MaxChars, BufferSize - 1 - DestLen));
+  const uint32_t Len = TextLen(sSource, UTIL_MinU32(MaxChars, BufferSize - 1 - DestLen));
   if (Len > 0) {
-    memcpy(pDest + DestLen, sSource, Len);
-    pDest[DestLen + Len] = 0;
+    StoreText(pDest + DestLen, sSource, Len);
   }
-}
-
-uint32_t UTIL_StrLen(const char* s) {
-  return (uint32_t)strlen(s);
-}
-
-uint32_t UTIL_StrNLen(const char* s, uint32_t MaxLen) {
-  return (uint32_t)strnlen(s, MaxLen);
-}
-
-int32_t UTIL_StrCaseCmp(const char* sA, const char* sB) {
-  int32_t Diff = FoldedDiff(*sA, *sB);
-  while (Diff == 0 && *sA != 0) {
-    sA++;
-    sB++;
-    Diff = FoldedDiff(*sA, *sB);
-  }
-  return Diff;
-}
-
-int32_t UTIL_StrNCaseCmp(const char* sA, const char* sB, uint32_t MaxChars) {
-  for (uint32_t i = 0; i < MaxChars; i++) {
-    const int32_t Diff = FoldedDiff(sA[i], sB[i]);
-    if (Diff != 0 || sA[i] == 0) {
-      return Diff;
-    }
-  }
-  return 0;
-}
-
-static int32_t IsSameBlockNoCase(const uint8_t* pA, const uint8_t* pB) {
-  uint8_t Diff = 0;
-  for (size_t i = 0; i < BLOCK_SIZE; i++) {
-    Diff |= (uint8_t)(Folded(pA[i]) ^ Folded(pB[i]));
-  }
-  return Diff == 0;
-}
-
-// Index of the first difference that is not one of case, NumBytes when there is none.
-static uint32_t FirstDiffNoCase(const uint8_t* pA, const uint8_t* pB, uint32_t NumBytes) {
-  uint32_t i = 0;
-  while (NumBytes - i >= BLOCK_SIZE && IsSameBlockNoCase(pA + i, pB + i)) {
-    i += BLOCK_SIZE;
-  }
-  while (i < NumBytes && Folded(pA[i]) == Folded(pB[i])) {
-    i++;
-  }
-  return i;
-}
-
-int32_t UTIL_MemCaseCmp(const void* pA, const void* pB, uint32_t NumBytes) {
-  const uint8_t* pbA = (const uint8_t*)pA;
-  const uint8_t* pbB = (const uint8_t*)pB;
-  const uint32_t i   = FirstDiffNoCase(pbA, pbB, NumBytes);
-  return i < NumBytes ? (int8_t)Folded(pbA[i]) - (int8_t)Folded(pbB[i]) : 0;
-}
-
-static uint32_t SkipEqualBlocks(const uint8_t* pA, const uint8_t* pB, uint32_t i, uint32_t NumBytes,
-                                uint32_t BlockSize) {
-  while (NumBytes - i >= BlockSize && memcmp(pA + i, pB + i, BlockSize) == 0) {
-    i += BlockSize;
-  }
-  return i;
-}
-
-// Index of the first difference, NumBytes when there is none. The C library's memcmp is the fastest
-// there is, but does not tell where: large equal blocks are skipped, then small ones, then bytes.
-static uint32_t FirstDiff(const uint8_t* pA, const uint8_t* pB, uint32_t NumBytes) {
-  uint32_t i = SkipEqualBlocks(pA, pB, 0, NumBytes, 512);
-  i          = SkipEqualBlocks(pA, pB, i, NumBytes, 16);
-  while (i < NumBytes && pA[i] == pB[i]) {
-    i++;
-  }
-  return i;
-}
-
-int32_t UTIL_MemCmp(const void* pA, const void* pB, uint32_t NumBytes) {
-  const uint8_t* pbA = (const uint8_t*)pA;
-  const uint8_t* pbB = (const uint8_t*)pB;
-  const uint32_t i   = FirstDiff(pbA, pbB, NumBytes);
-  return i < NumBytes ? pbA[i] - pbB[i] : 0;
-}
-
-int32_t UTIL_FindDiff(const void* pA, const void* pB, int32_t NumBytes) {
-  if (NumBytes < 1) {
-    return -1;
-  }
-  const int32_t i = (int32_t)FirstDiff((const uint8_t*)pA, (const uint8_t*)pB, (uint32_t)NumBytes);
-  return i < NumBytes ? i : -1;
-}
-
-int32_t UTIL_FindDiffNoCase(const void* pA, const void* pB, int32_t NumBytes) {
-  if (NumBytes < 1) {
-    return -1;
-  }
-  const int32_t i =
-      (int32_t)FirstDiffNoCase((const uint8_t*)pA, (const uint8_t*)pB, (uint32_t)NumBytes);
-  return i < NumBytes ? i : -1;
-}
-
-static int32_t IsFilledBlock(const uint8_t* p, uint8_t Value) {
-  uint8_t Diff = 0;
-  for (size_t i = 0; i < BLOCK_SIZE; i++) {
-    Diff |= (uint8_t)(p[i] ^ Value);
-  }
-  return Diff == 0;
-}
-
-int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes) {
-  const uint8_t* pb = (const uint8_t*)pBuffer;
-  uint32_t       i  = 0;
-  while (NumBytes - i >= BLOCK_SIZE && IsFilledBlock(pb + i, Value)) {
-    i += BLOCK_SIZE;
-  }
-  while (i < NumBytes && pb[i] == Value) {
-    i++;
-  }
-  return i < NumBytes ? (int32_t)UTIL_MinU32(i, INT32_MAX) : -1;
 }
 
 char UTIL_ToUpper(char c) {
   return c >= 'a' && c <= 'z' ? (char)(c - 0x20) : c;
-}
-
-char UTIL_ToLower(char c) {
-  return (char)Folded((uint8_t)c);
 }
 
 void UTIL_StrToUpper(char* s) {

@@ -11,6 +11,7 @@
 #define UTIL_STRING_H
 
 #include <stdint.h>
+#include <string.h>
 
 // Bounded copies
 
@@ -32,10 +33,14 @@ void UTIL_AppendStringN(char* pDest, const char* sSource, uint32_t MaxChars, uin
 
 // Lengths, in characters without the terminator
 
-uint32_t UTIL_StrLen(const char* s);
+inline uint32_t UTIL_StrLen(const char* s) {
+  return (uint32_t)strlen(s);
+}
 
 // At most MaxLen, and no byte behind that many is read.
-uint32_t UTIL_StrNLen(const char* s, uint32_t MaxLen);
+inline uint32_t UTIL_StrNLen(const char* s, uint32_t MaxLen) {
+  return (uint32_t)strnlen(s, MaxLen);
+}
 
 // Comparisons that ignore case. Each returns 0 when equal, else the first differing characters,
 // folded to lower case and taken as signed, A minus B.
@@ -67,8 +72,10 @@ int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes)
 
 // Characters
 
-char UTIL_ToUpper(char c);
-char UTIL_ToLower(char c);
+char           UTIL_ToUpper(char c);
+constexpr char UTIL_ToLower(char c) {
+  return c >= 'A' && c <= 'Z' ? (char)(c + 0x20) : c;
+}
 
 // In place, up to the terminator.
 void UTIL_StrToUpper(char* s);

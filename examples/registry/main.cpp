@@ -1,4 +1,4 @@
-// Sets a few values in the registry store, reads them back, and lists what the key holds.
+// Sets a few values in the registry store, reads them back, and lists the key's values.
 //
 // The values go to "Library/Application Support/OSTREL" below HOME and stay there; a second run
 // finds and overwrites them.
@@ -53,8 +53,8 @@ static void QuerySomeValues(RegistryKeyHandle* hKey) {
   }
 }
 
-// The store has no operation for this: an open key is an element of a document, and a value is an
-// attribute that has a companion with its type.
+// The store has no function for this. An open key is an element of a document, and a value is an
+// attribute with a companion that holds its type.
 static void ListValues(const RegistryKeyHandle* hKey) {
   static const char Suffix[] = "_OSTRELRegType";
   char              acTypeName[256];

@@ -1,7 +1,7 @@
 // Stand-in for what Darwin's <spawn.h> has beyond the system's own: POSIX_SPAWN_CLOEXEC_DEFAULT.
 //
-// The Darwin contract: the child gets no descriptor but those its file actions make; all others are
-// closed in it, 0, 1 and 2 too.
+// The Darwin contract: the child gets only the descriptors that its file actions make; all others
+// are closed in it, also 0, 1 and 2.
 // Left out: file actions together with the flag (ENOTSUP here).
 
 #include_next <spawn.h>

@@ -9,7 +9,7 @@
 #define HOST_TERMIOS_H
 
 #define OXTABS     XTABS    // expand tabs on output
-#define ONOEOT     0        // discard the end-of-transmission character; no such thing here
+#define ONOEOT     0        // discard the end-of-transmission character; not supported here
 #define CCTS_OFLOW CRTSCTS  // output flow control; one bit for both directions here
 #define CRTS_IFLOW 0        // input flow control
 

@@ -93,6 +93,7 @@ class ControllerL0 : public Controller {
 
  protected:
   void         OnSystemReset() override;
+  bool         ProgramsOptionWords() const override { return true; }
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   CAPABILITIES Can() const override;

@@ -109,11 +109,14 @@ TEST(AppOptions, WhatIsNoFamilyIsRefused) {
   }
 }
 
-TEST(AppOptions, PowerTargetAndExitKeepTheNumber) {
+TEST(AppOptions, PowerTargetAndExitKeepAll32Bits) {
   UNLOCK_SETTINGS Settings;
   EXPECT_EQ(0, Parse(&Settings, {"-SetPowerTarget", "5", "-Exit", "7"}));
   EXPECT_EQ(5u, Settings.PowerTarget);
   EXPECT_EQ(7u, Settings.NoExitWait);
+  EXPECT_EQ(0, Parse(&Settings, {"-SetPowerTarget", "256", "-Exit", "2147483648"}));
+  EXPECT_EQ(256u, Settings.PowerTarget);
+  EXPECT_EQ(2147483648u, Settings.NoExitWait);
 }
 
 TEST(AppOptions, UnknownArgumentsAreSkippedOneByOne) {

@@ -262,12 +262,12 @@ TEST(AppResetL4, ReloadHas200MillisecondsBeforeTheResetIsAnnounced) {
   EXPECT_EQ((std::vector<uint64_t>{0, 205000, 410000, 615000}), Times);
 }
 
-TEST(AppResetL4, PollsEveryFiveMillisecondsAndGivesTheReload200) {
+TEST(AppResetL4, StatusIsReadAfterEachFiveMillisecondsAndTheReloadGets200) {
   FAKE_PROBE_Begin(0);
   FakeProbe.Read = [](uint32_t Address, int NumReads) -> uint32_t {
     switch (Address) {
       case 0x40022010:
-        return NumReads < 9 ? 0x10000 : 0;
+        return NumReads < 2 ? 0x10000 : 0;
       case 0x40022020:
         return NumReads == 0 ? 0xFFEFF800 : 0xFFEFF8AA;
       default:
@@ -275,6 +275,30 @@ TEST(AppResetL4, PollsEveryFiveMillisecondsAndGivesTheReload200) {
     }
   };
   EXPECT_EQ(0, RunRoutine(ResetOptionBytesL4));
-  // Two launches: ten polls and one poll.
-  EXPECT_EQ((10 + 1) * 5000u + 2 * 200000u, FakeProbe.SleptUs);
+  const std::string Transcript = FAKE_PROBE_Transcript(Output);
+  EXPECT_NE(std::string::npos,
+            Transcript.find("<WriteU32(0x40022020, 0xFFEFF8AA)>"
+                            "<Read(0x40022014, 1)><WriteU32(0x40022014, 0x00020000)>"
+                            "<usleep(5000)><Read(0x40022010, 1)>"
+                            "<usleep(5000)><Read(0x40022010, 1)>"
+                            "<usleep(5000)><Read(0x40022010, 1)>"
+                            "<Read(0x40022014, 1)><WriteU32(0x40022014, 0x08000000)>"
+                            "<usleep(200000)>Reset target...<Reset()>O.K.\n"))
+      << Transcript;
+  // Two launches: three polls and one poll.
+  EXPECT_EQ((3 + 1) * 5000u + 2 * 200000u, FakeProbe.SleptUs);
+}
+
+TEST(AppResetH7, StatusIsReadBeforeEach200Milliseconds) {
+  FAKE_PROBE_Begin(0);
+  FakeProbe.Read = [](uint32_t Address, int NumReads) -> uint32_t {
+    return Address == 0x5200201C && NumReads == 1 ? 1 : 0;
+  };
+  EXPECT_EQ(-1, RunRoutine(ResetOptionBytesH7));
+  const std::string Transcript = FAKE_PROBE_Transcript(Output);
+  EXPECT_NE(std::string::npos, Transcript.find("<WriteU32(0x52002018, 0x00000002)>"
+                                               "<Read(0x5200201C, 1)><usleep(200000)>"
+                                               "<Read(0x5200201C, 1)><usleep(200000)>"
+                                               "<WriteU32(0x52002018, 0x00000003)>"))
+      << Transcript;
 }

@@ -88,7 +88,7 @@ TEST_F(SimBench, WrongUseIsStatus2WithAReason) {
       {"create F103 --rdp 2", "no level 2"},
       {"create F407 --flash /nowhere/image.bin", "No such file"},
       {"create F407 --wings 2", "unknown option"},
-      {"create L476 --wrp 1,3", "one area"},
+      {"create L476 --wrp 1,3,5", "one or two areas"},
       {"--probe zero list", "serial number"},
       {"set vtarget=99999", "no value for vtarget"},
       {"set wings=2", "no setting"},

@@ -252,7 +252,11 @@ PROBE_CALL void QUOBEARM_Close(void) {
 }
 
 PROBE_CALL int32_t QUOBEARM_ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
-  Log("ExecCommand(%s, %s, %d)", sCommand, pError == nullptr ? "null" : "buffer", BufferSize);
+  // The error text goes into the buffer that the first command was in.
+  static const char* const pFirstCommand = sCommand;
+  Log("ExecCommand(%s, %s, %d)", sCommand,
+      pError == nullptr ? "null" : (pError == pFirstCommand ? "buffer" : "OTHER BUFFER"),
+      BufferSize);
   if (pError != nullptr) {
     memset(pError, '!', static_cast<size_t>(BufferSize));  // all of it is ours to write
     pError[BufferSize - 1] = 0;

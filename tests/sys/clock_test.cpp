@@ -9,7 +9,7 @@
 
 #include "tests/sys/support/faults.h"
 
-// The machine's clocks are the test's for as long as one of these lives.
+// While one of these exists, the test sets the machine's clocks.
 class FAKE_CLOCK {
  public:
   FAKE_CLOCK() { IsClockFake = true; }
@@ -44,7 +44,7 @@ TEST(SysTickCount, WrapsAfterTwoToThe32Milliseconds) {
   EXPECT_EQ(5u, SYS_GetTickCount());
 }
 
-TEST(SysTickCount, TicksThatAreNoNanosecondsAreConverted) {
+TEST(SysTickCount, TicksThatAreNotNanosecondsAreConverted) {
   const FAKE_CLOCK Clock;
   FakeRatio[0] = 125;
   FakeRatio[1] = 3;
@@ -52,8 +52,8 @@ TEST(SysTickCount, TicksThatAreNoNanosecondsAreConverted) {
   EXPECT_EQ(1000u, SYS_GetTickCount());
 }
 
-// A base is set once in a process. This test's lies so far ahead that the clock's own readings all
-// come before it, should the next test run in the same process.
+// The base is set once in a process. This test sets it so far ahead that all readings of the real
+// clock come before it, in case another test runs in the same process.
 TEST(SysTime, CountsFromTheFirstReading) {
   const FAKE_CLOCK Clock;
   FakeTicks = 1152921504123456789;

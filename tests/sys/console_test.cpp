@@ -8,8 +8,8 @@
 
 #include "tests/sys/support/pty.h"
 
-// The first call changes standard input for the whole process, so each test is a process: it runs
-// in a child with standard input replaced. The child's exit status counts what went wrong.
+// The first call changes standard input for the whole process, so each test runs in a child process
+// with its own standard input. The child's exit status is the number of failures.
 class SysConsole : public testing::Test {
  protected:
   template <typename FUNCTION>
@@ -25,7 +25,7 @@ class SysConsole : public testing::Test {
   }
 };
 
-// Waits, with a bound, until so many bytes are there: a terminal passes them on in its own time.
+// Waits, with a limit, until that many bytes have arrived: a terminal passes them on with a delay.
 static int32_t WaitForKeys(int32_t Expected) {
   for (int i = 0; i < 2000 && SYS_CONSOLE_IsKeyPressed() < Expected; i++) {
     usleep(1000);
@@ -36,7 +36,7 @@ static int32_t WaitForKeys(int32_t Expected) {
 TEST_F(SysConsole, AKeyOnATerminalCountsBeforeTheLineEnds) {
   PTY Pty;
   PTY_Open(&Pty);
-  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal available";
   InChild(Pty.hKeep, [&] {
     if (SYS_CONSOLE_IsKeyPressed() != 0) {
       return 1;
@@ -59,7 +59,7 @@ TEST_F(SysConsole, AKeyOnATerminalCountsBeforeTheLineEnds) {
 TEST_F(SysConsole, OnlyTheFirstCallChangesTheTerminalAndOnlyItsLineMode) {
   PTY Pty;
   PTY_Open(&Pty);
-  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal available";
   InChild(Pty.hKeep, [] {
     struct termios Before;
     struct termios After;

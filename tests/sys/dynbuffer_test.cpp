@@ -23,7 +23,7 @@ class SysDynBuffer : public testing::Test {
   void TearDown() override { DynBufferFree(&m_Buffer); }
 
   void Create(uint32_t MaxSize, uint32_t InitialSize, int32_t FillByte) {
-    memset(&m_Buffer, 0xEE, sizeof(m_Buffer));  // what it held before does not matter
+    memset(&m_Buffer, 0xEE, sizeof(m_Buffer));  // the previous contents must be ignored
     ASSERT_EQ(0, DynBufferCreate(&m_Buffer, KeepMessage, MaxSize, InitialSize, FillByte));
   }
 
@@ -158,7 +158,7 @@ TEST_F(SysDynBuffer, AFailedWriteLeavesRecordAndBytes) {
 }
 
 TEST_F(SysDynBuffer, ALengthThatWrapsAroundIsOutOfBounds) {
-  // The last index of each, cut to 32 bits, lies in the buffer.
+  // The last index of each wraps in 32 bits to one inside the buffer.
   static const struct {
     uint32_t Offset;
     uint32_t NumBytes;

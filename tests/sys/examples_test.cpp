@@ -1,4 +1,4 @@
-// The example programs, run as a user runs them.
+// Runs the example programs as a user does.
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -48,12 +48,12 @@ class PROGRAM {
   PROGRAM(const PROGRAM&)            = delete;
   PROGRAM& operator=(const PROGRAM&) = delete;
 
-  // The next line it prints, or what there is when it ends.
+  // Returns the next line that it prints, or the rest when it has ended.
   std::string ReadLine() {
     char acLine[256] = "";
     return fgets(acLine, sizeof(acLine), m_pOutput) != nullptr ? acLine : "";
   }
-  // Before that the signal would end it without a word.
+  // Before that the signal would end the program silently.
   void WaitUntilItCatches(int Signal) const {
     const std::string sPath = "/proc/" + std::to_string(m_Pid) + "/status";
     const auto        Start = std::chrono::steady_clock::now();
@@ -99,7 +99,7 @@ TEST(ExampleTcpEcho, ClientsGetTheirTextBack) {
   EXPECT_EQ(0, Server.WaitForExit());
 }
 
-// A client that is gone, by a reset, before its text can be sent back.
+// A client that resets its connection before its text can be sent back.
 static void SendAndGoAway(uint16_t Port) {
   const int          hSocket = socket(AF_INET, SOCK_STREAM, 0);
   struct sockaddr_in Addr    = GetLoopbackIPv4();
@@ -114,7 +114,7 @@ static void SendAndGoAway(uint16_t Port) {
 TEST(ExampleTcpEcho, ServerOutlivesClientsThatGoAway) {
   PROGRAM           Server({TCP_ECHO_SERVER});
   const std::string sPort = PortFrom(Server.ReadLine());
-  for (int i = 0; i < 8; i++) {  // as many as the server lets wait
+  for (int i = 0; i < 8; i++) {  // the server's backlog
     SendAndGoAway((uint16_t)std::stoi(sPort));
   }
   PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", sPort, "10000", "still there?"});
@@ -141,7 +141,7 @@ TEST(ExampleTcpEcho, InterruptEndsTheWaitForAServer) {
 TEST(ExampleSerialEcho, SendsBackWhatComesIn) {
   PTY Pty;
   PTY_Open(&Pty);
-  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal available";
   PROGRAM Echo({SERIAL_ECHO, Pty.acName, "9600"});
   EXPECT_EQ(std::string("echoing on ") + Pty.acName + "\n", Echo.ReadLine());
   ASSERT_EQ(7, write(Pty.hMaster, "a\r\n\x03ok\x04", 7));
@@ -163,8 +163,8 @@ TEST(ExampleSerialEcho, SendsBackWhatComesIn) {
 TEST(ExampleSerialEcho, EndsWhenTheDeviceIsGone) {
   PTY Pty;
   PTY_Open(&Pty);
-  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
-  fcntl(Pty.hMaster, F_SETFD, FD_CLOEXEC);  // the program is not to keep the other end open
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal available";
+  fcntl(Pty.hMaster, F_SETFD, FD_CLOEXEC);  // the program must not inherit the other end
   PROGRAM Echo({SERIAL_ECHO, Pty.acName, "9600"});
   EXPECT_EQ(std::string("echoing on ") + Pty.acName + "\n", Echo.ReadLine());
   PTY_Close(&Pty);

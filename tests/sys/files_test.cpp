@@ -312,7 +312,7 @@ TEST_F(SysFile, DeleteRemovesTheName) {
 
 class SysFileView : public SysFile {
  protected:
-  // The place of the view inside its page.
+  // The view's offset in its page.
   uint64_t Slack(const void* pView) {
     return reinterpret_cast<uintptr_t>(pView) % (uint64_t)sysconf(_SC_PAGESIZE);
   }
@@ -378,7 +378,7 @@ TEST_F(SysFileView, AViewOverSeveralPagesIsUnmappedWhole) {
   pView[0]        = 'a';
   pView[Page + 1] = 'z';
   EXPECT_EQ(0, SYS_FILE_UnmapView(pView, Page + 2));
-  // No page of it is left: msync() knows only mapped ones.
+  // None of its pages is still mapped: msync() would fail for one that is not.
   for (uint32_t i = 0; i < 3; i++) {
     EXPECT_NE(0, SYS_FILE_FlushView(pView - (Page - 1) + i * Page, 1)) << i;
   }

@@ -1,11 +1,12 @@
-// What threads, sockets, serial ports, clock and small services promise, checked with C headers
-// only: for a program that has no test library, as the macOS one run on another system's kernel.
+// Checks what threads, sockets, serial ports, clock and small services promise. Uses C headers
+// only, for a program without a test library: the macOS program that runs on another system's
+// kernel.
 //
-// CheckServices() runs it all, prints each failure with its line, and returns their number. It
-// takes about a second of a clock that really runs (waits and sleeps are measured, other processes
-// waited for) and connects to 127.0.0.1 and ::1 only; the listener for both families is open to all
-// addresses of the machine while it lives. No descriptor, file, thread or child is left behind; the
-// system log keeps one message.
+// CheckServices() runs all checks, prints each failure with its line, and returns their number. It
+// takes about a second of real time, because waits and sleeps are measured. It connects to
+// 127.0.0.1 and ::1 only; the listener for both families can be reached at all addresses of the
+// machine while it exists. No descriptor, file, thread or child remains; the system log keeps one
+// message.
 
 #ifndef TESTS_SYS_MACHINE_CHECKS_SERVICES_H
 #define TESTS_SYS_MACHINE_CHECKS_SERVICES_H
@@ -54,7 +55,7 @@ struct OTHER_THREAD {
   SYS_EVENT* pDone;
   int32_t    LockResult;
   int32_t    UnlockResult;
-  int        IsOver;  // after its last use of the event, which may be destroyed then
+  int        IsOver;  // set after its last use of the event, which may then be destroyed
 };
 
 static void* LockWhatIsHeld(void* pArg) {
@@ -157,8 +158,7 @@ static void CheckEvents(void) {
   CHECK_SERVICE(SYS_PROCESS_GetId() == getpid());
 }
 
-// Called when the thread that waits is cancelled, after the handler that SYS_EVENT_Wait() has set
-// up.
+// Runs when the waiting thread is cancelled, after the handler of SYS_EVENT_Wait.
 static void NoteCancelled(void* pArg) {
   __atomic_store_n(&((OTHER_THREAD*)pArg)->IsOver, 1, __ATOMIC_RELEASE);
 }
@@ -170,7 +170,7 @@ static void WaitInVain(void* pArg) {
   pthread_cleanup_pop(0);
 }
 
-// A thread that is cancelled while it waits leaves the event as it was, and free for others.
+// A thread cancelled while it waits leaves the event unchanged and unlocked.
 static void CheckCancel(void) {
   for (int32_t HasLimit = 0; HasLimit < 2; HasLimit++) {
     OTHER_THREAD    Waiter = {NULL, SYS_EVENT_Create(0, 0), HasLimit, 0, 0};
@@ -180,9 +180,9 @@ static void CheckCancel(void) {
     CHECK_SERVICE(__atomic_load_n(&Waiter.IsOver, __ATOMIC_ACQUIRE) == 0);
     CHECK_SERVICE(SYS_THREAD_Cancel(Id) == 0);
     WaitUntilOver(&Waiter);
-    CHECK_SERVICE(Waiter.LockResult == HasLimit);  // the wait has not come back
+    CHECK_SERVICE(Waiter.LockResult == HasLimit);  // the wait has not returned
 
-    // By another thread: this one would wait for ever, were the event still locked.
+    // In another thread: this one would wait for ever if the event were still locked.
     OTHER_THREAD Setter = {NULL, Waiter.pDone, 0, 0, 0};
     CHECK_SERVICE(SYS_THREAD_StartCall(SetDone, &Setter, NULL) != 0);
     WaitUntilOver(&Setter);
@@ -196,7 +196,7 @@ static void CheckCancel(void) {
 // ---- Sockets ------------------------------------------------------------------------------------
 
 static uint16_t GetLocalPort(int32_t hSocket) {
-  struct sockaddr_in6 Addr;  // the port is at the same place in both families
+  struct sockaddr_in6 Addr;  // the port is at the same place in both records
   socklen_t           Length = sizeof(Addr);
   memset(&Addr, 0, sizeof(Addr));
   CHECK_SERVICE(getsockname(hSocket, (struct sockaddr*)&Addr, &Length) == 0);
@@ -207,7 +207,7 @@ static int32_t AbortAtOnce(void) {
   return 1;
 }
 
-// The two ends of a connection tell the same story, and one that is broken kills nobody.
+// Both ends of a connection work, and a broken connection does not end the process.
 static void CheckConnection(int32_t hClient, int32_t hServer) {
   char acBuffer[8] = "#######";
   CHECK_SERVICE(hClient >= 0 && hServer >= 0);
@@ -226,7 +226,7 @@ static void CheckConnection(int32_t hClient, int32_t hServer) {
   CHECK_SERVICE(SYS_SOCKET_SetTimeouts(hClient, 1000, 50) == 0);
   const uint32_t Start = SYS_GetTickCount();
   CHECK_SERVICE(SYS_SOCKET_Receive(hClient, acBuffer, 1) == -2);
-  CHECK_SERVICE(SYS_GetTickCount() - Start >= 45);  // waited, so it is blocking again
+  CHECK_SERVICE(SYS_GetTickCount() - Start >= 45);  // it waited, so it is blocking again
   CHECK_SERVICE(SYS_SOCKET_EnableKeepAlive(hClient) == 0);
   CHECK_SERVICE(SYS_SOCKET_SetReceiveBufferSize(hClient, 65536) == 0);
 
@@ -261,7 +261,7 @@ static void CheckIPv4(void) {
   CheckConnection(hClient, SYS_TCP_AcceptTimeout(hListener, 10000));
   CHECK_SERVICE(SYS_SOCKET_Close(hListener) == 0);
 
-  // A port that is taken, and where nobody listens.
+  // A port that is in use but on which nothing listens.
   const int32_t      hBound = SYS_TCP_CreateIPv4();
   struct sockaddr_in Bound;
   memset(&Bound, 0, sizeof(Bound));
@@ -278,7 +278,7 @@ static void CheckIPv4(void) {
 
 static void CheckIPv6(void) {
   if (!HasLoopbackIPv6()) {
-    printf("IPv6: SKIPPED, not to be had here\n");
+    printf("IPv6: SKIPPED, not available\n");
     return;
   }
   const int32_t hListener = SYS_TCP_CreateIPv6(1);
@@ -335,7 +335,7 @@ static void CheckNames(void) {
 
 // ---- A serial port ------------------------------------------------------------------------------
 
-// The settings by the system's own names, which stand for other bits on each system.
+// The settings by the system's own names, whose bits differ between systems.
 static void CheckLine(int hLine) {
   struct termios Line;
   memset(&Line, 0, sizeof(Line));
@@ -360,7 +360,7 @@ static void CheckSerialPort(void) {
   PTY Pty;
   PTY_Open(&Pty);
   if (Pty.hKeep < 0) {
-    printf("serial port: SKIPPED, no pseudo-terminal to be had here\n");
+    printf("serial port: SKIPPED, no pseudo-terminal available\n");
     return;
   }
   if (SYS_SERIAL_SetSpeed(Pty.hKeep, 9600) != 0 && errno == ENOTTY) {
@@ -406,14 +406,14 @@ static void CheckSerialPort(void) {
     CHECK_SERVICE(memcmp(acBuffer, "b\r\n", 3) == 0);
     SYS_SERIAL_Close(pPort);
   }
-  CHECK_SERVICE(SYS_SERIAL_Open(Pty.acName, 0) == NULL);  // says so
+  CHECK_SERVICE(SYS_SERIAL_Open(Pty.acName, 0) == NULL);  // prints the message
   CHECK_SERVICE(SYS_SERIAL_Open("cu.usbNoSuchThing", 9600) == NULL);
   PTY_Close(&Pty);
 }
 
 // ---- Starting a program, clock, the rest --------------------------------------------------------
 
-// Runs a script that tells whether it got descriptor 9, which this process has open.
+// Runs a script that reports whether it inherited descriptor 9, which is open in this process.
 static void CheckSpawn(void) {
   char acScript[] = "/tmp/quobe_services_XXXXXX";
   char acAnswer[64];

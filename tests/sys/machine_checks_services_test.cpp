@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-// Unlocking what another thread holds is tried on purpose: it must fail, and harm nothing.
+// The checks unlock a mutex that another thread holds: that must fail and change nothing.
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions() {
   return "mutex:UnlockMutex";

@@ -1,9 +1,9 @@
-// What files, views, directories, the XML document and the registry store promise, checked with C
-// headers only: for a program that has no test library, as the macOS one run on another system's
-// kernel.
+// Checks what files, views, directories, the XML document and the registry store promise. Uses C
+// headers only, for a program without a test library: the macOS program that runs on another
+// system's kernel.
 //
-// CheckStorage() runs it all, prints each failure with its line, and returns their number. It works
-// in a directory of its own below /tmp, which it removes, and sets HOME.
+// CheckStorage() runs all checks, prints each failure with its line, and returns their number. It
+// works in its own directory below /tmp, which it removes, and sets HOME.
 
 #ifndef TESTS_SYS_MACHINE_CHECKS_STORAGE_H
 #define TESTS_SYS_MACHINE_CHECKS_STORAGE_H
@@ -50,7 +50,7 @@ static void PutText(const char* sName, const char* sText) {
   }
 }
 
-// Non-zero when the file holds exactly these bytes.
+// Returns non-zero when the file holds exactly these bytes.
 static int HoldsBytes(const char* sName, const char* pBytes, size_t NumBytes) {
   static char acBuffer[8192];
   FILE*       pFile = fopen(StoragePath(sName), "rb");
@@ -100,7 +100,7 @@ static void CheckOpenModes(void) {
   CHECK_STORAGE(HoldsText("f", "01234"));
 
   CHECK_STORAGE(SYS_FILE_Open(StoragePath("f"), 0x93) == -1);  // exclusive
-  CHECK_STORAGE(SYS_FILE_Open(StoragePath("f"), 0xB3) == -1);  // which never empties
+  CHECK_STORAGE(SYS_FILE_Open(StoragePath("f"), 0xB3) == -1);  // exclusive never empties
   CHECK_STORAGE(HoldsText("f", "01234"));
   hFile = SYS_FILE_Open(StoragePath("f"), 0x42);
   CHECK_STORAGE(SYS_FILE_Write(hFile, "x", 1) == 1);  // at the end
@@ -264,7 +264,7 @@ static void CheckRegistry(void) {
   CHECK_STORAGE(Type == 1 && Size == 4 && memcmp(acData, "tex\0", 4) == 0);
   SYS_REG_CloseKey(hKey);
   SYS_REG_Flush();
-  CHECK_STORAGE(GetTimeOf(STORAGE_USER_FILE) == 1000000);  // nothing changed, nothing written
+  CHECK_STORAGE(GetTimeOf(STORAGE_USER_FILE) == 1000000);  // unchanged, so not written
 
   CHECK_STORAGE(SYS_REG_DeleteValue(hUser, "Speed") == 0);
   CHECK_STORAGE(SYS_REG_DeleteValue(hUser, "Speed") == 1);

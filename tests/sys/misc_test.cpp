@@ -118,7 +118,7 @@ TEST(SysRandom, DescriptorZeroIsOneLikeAnyOther) {
   EXPECT_NE(0, memcmp(aBytes, aZeroes, sizeof(aBytes)));
 }
 
-TEST(SysRandom, OnlyAFailedOpenAndAFailedCloseAreToldAndNoDescriptorStays) {
+TEST(SysRandom, OnlyAFailedOpenAndAFailedCloseAreReportedAndNoDescriptorStays) {
   const int NumBefore = CountDescriptors();
   uint8_t   a[4];
   int32_t   OpenFails;
@@ -160,7 +160,7 @@ class SysStartProgram : public testing::Test {
     unsetenv("QUOBE_REPORT");
     unlink(m_acReport);
   }
-  // What the program wrote, once it ended.
+  // Waits for the program's end and returns what it wrote.
   std::string WaitForReport() {
     int Status = -1;
     EXPECT_GT(wait(&Status), 0);
@@ -173,8 +173,8 @@ class SysStartProgram : public testing::Test {
   char m_acReport[64];
 };
 
-TEST_F(SysStartProgram, GivesItItsPathTheEnvironmentAndNoDescriptor) {
-  const int hLeak = fcntl(0, F_DUPFD, 40);  // inherited, if it were not for the flag
+TEST_F(SysStartProgram, TheProgramGetsItsPathTheEnvironmentAndNoDescriptor) {
+  const int hLeak = fcntl(0, F_DUPFD, 40);  // would be inherited without the flag
   ASSERT_GE(hLeak, 40);
   int aPipe[2];
   ASSERT_EQ(0, pipe(aPipe));
@@ -185,7 +185,7 @@ TEST_F(SysStartProgram, GivesItItsPathTheEnvironmentAndNoDescriptor) {
   close(aPipe[1]);
 }
 
-// One path, however it is written: no shell comes between.
+// No shell interprets the path.
 TEST_F(SysStartProgram, PathIsTakenAsItIs) {
   const std::string sPath = std::string(m_acReport) + " a\tb\n%s %n;exit 3|'\"$HOME*\\ \xC3\xBC";
   ASSERT_EQ(0, symlink(FD_REPORT, sPath.c_str()));
@@ -208,7 +208,7 @@ TEST(SysStartProgramErrors, AreTheSystems) {
   EXPECT_EQ(-1, wait(nullptr)) << "no child";
 }
 
-// Each of the four calls is made whatever became of the others.
+// Each of the four calls is made, whatever the others return.
 TEST_F(SysStartProgram, MakesAllFourCallsAndOrsTheirResults) {
   const struct {
     int  Init;

@@ -19,7 +19,7 @@ class SysPath : public testing::Test {
  protected:
   int32_t MakeDir(const std::string& sName) { return SYS_PATH_MakeDir(m_Dir.Path(sName).c_str()); }
 
-  // A path of so many one-letter components.
+  // A path of that many one-letter components.
   std::string Chain(int NumComponents) {
     std::string sName = "d";
     for (int i = 1; i < NumComponents; i++) {
@@ -47,7 +47,7 @@ TEST_F(SysPath, MakeDirGivesThePermissions0775LessTheUmaskToAllItMakes) {
   const Umask Others(027);
   EXPECT_EQ(0, MakeDir("a/c"));
   EXPECT_EQ(0750u, PermissionsOf(m_Dir.Path("a/c")));
-  EXPECT_EQ(0775u, PermissionsOf(m_Dir.Path("a")));  // was there
+  EXPECT_EQ(0775u, PermissionsOf(m_Dir.Path("a")));  // it existed before
 }
 
 TEST_F(SysPath, MakeDirTakesRepeatedAndTrailingSeparators) {
@@ -92,7 +92,7 @@ TEST_F(SysPath, MakeDirFollowsLinks) {
   EXPECT_TRUE(IsDirectory(m_Dir.Path("real/below")));
   EXPECT_EQ(0, MakeDir("tomissing/below"));
   EXPECT_TRUE(IsDirectory(m_Dir.Path("made/by/below")));
-  EXPECT_EQ(0, MakeDir("torelative//"));  // the link is meant, with separators behind it too
+  EXPECT_EQ(0, MakeDir("torelative//"));  // separators after a link change nothing
   EXPECT_TRUE(IsDirectory(m_Dir.Path("made/too")));
   EXPECT_EQ(-1, MakeDir("tofile"));
 }
@@ -106,7 +106,7 @@ TEST_F(SysPath, MakeDirEndsOnACircleOfLinks) {
 
 TEST_F(SysPath, MakeDirMakes127MissingDirectoriesAndNotOneMore) {
   EXPECT_EQ(-1, MakeDir(Chain(128)));
-  EXPECT_FALSE(IsDirectory(m_Dir.Path("d")));  // the nesting is found out before anything is made
+  EXPECT_FALSE(IsDirectory(m_Dir.Path("d")));  // the nesting is checked before anything is made
   EXPECT_EQ(0, MakeDir(Chain(127)));
   EXPECT_EQ(0, MakeDir(Chain(128)));
 }
@@ -121,7 +121,7 @@ TEST_F(SysPath, MakeDirRefusesPathsOf1024Characters) {
 }
 
 TEST_F(SysPath, MakeDirRefusesLinkTargetsThatComeTo1024Characters) {
-  // A relative target counts together with the directory of its link.
+  // The length of a relative target includes the directory of its link.
   std::string sTarget(1023 - (m_Dir.Path().size() + 1), '/');
   sTarget[0] = 'a';
   ASSERT_EQ(0, symlink(sTarget.c_str(), m_Dir.Path("fits").c_str()));

@@ -8,7 +8,7 @@
 
 #include "tests/sys/support/temp_dir.h"
 
-// Standard output of the example with that HOME, "none" to run without one; its exit status too.
+// Runs the example with that HOME ("none": without HOME) and returns its output and exit status.
 static std::string RunExample(const std::string& sHome, int* pStatus) {
   const std::string sSet  = sHome == "none" ? "env -u HOME " : "HOME='" + sHome + "' ";
   FILE*             pPipe = popen((sSet + REGISTRY_EXAMPLE + " 2>&1").c_str(), "r");
@@ -23,7 +23,7 @@ static std::string RunExample(const std::string& sHome, int* pStatus) {
 
 TEST(RegistryExample, SetsQueriesAndListsAndLeavesItAllInTheFile) {
   const TempDir Home;
-  for (int Run = 0; Run < 2; Run++) {  // the second one finds the values of the first
+  for (int Run = 0; Run < 2; Run++) {  // the second run finds the values of the first
     int Status;
     EXPECT_EQ(
         "Device: STM32L0xxxx (11 characters)\n"

@@ -12,7 +12,7 @@
 
 #include "tests/sys/support/registry_calls.h"
 
-// No file can be written beyond so many bytes as long as it lives; as on a disk that is full.
+// While it exists no file can grow beyond that many bytes, as on a full disk.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t NumBytes) : m_pfBefore(signal(SIGXFSZ, SIG_IGN)) {
@@ -34,7 +34,7 @@ class FileSizeLimit {
 
 class SysRegistryFlush : public SysRegistry {
  protected:
-  // Makes the file look old, so that any write shows in its modification time.
+  // Makes the file look old, so that a write changes its modification time.
   void Age(const std::string& sRoot = "CURRENT_USER") {
     const struct timeval Old[2] = {{1000000, 0}, {1000000, 0}};
     ASSERT_EQ(0, utimes(Path(sRoot).c_str(), Old));
@@ -124,7 +124,7 @@ TEST_F(SysRegistryFlush, AHandleIsClosedAfterTheFlushWithoutFurtherUse) {
 }
 
 TEST_F(SysRegistryFlush, AProcessWithoutStandardInputHasAStoreToo) {
-  // The first descriptor it is given is 0.
+  // The first descriptor that the store gets is 0.
   const int hStdin = dup(0);
   close(0);
   const uint32_t Fresh = TypeOnly("v");
@@ -160,7 +160,7 @@ TEST_F(SysRegistryFlush, ATextOfMoreThan1MiBIsNotWrittenAndTheFileKept) {
 }
 
 TEST_F(SysRegistryFlush, NoLengthOfALongValueGetsACutTextIntoTheFile) {
-  // Whatever piece of the text is the one that does not fit, all of it stays away.
+  // Whichever piece of the text does not fit, nothing of it is written.
   const std::string sGood = "<Registry a=\"1\" a_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n";
   Provide(sGood);
   for (size_t Length = 0x100000 - 80; Length < 0x100000 + 5; Length++) {
@@ -190,9 +190,8 @@ TEST_F(SysRegistryFlush, AFileThatMayNotGrowIsCutAndThenGivenUp) {
   EXPECT_EQ(EMPTY_FILE, Flushed());
 }
 
-// Two processes that change the same root again and again. Nothing keeps them from writing at the
-// same moment, so values may be lost; what may not happen is a crash, a hang, or a file that the
-// store cannot get over.
+// Two processes change the same root again and again. They may write at the same moment, so values
+// may be lost. There must be no crash, no hang, and no file that makes the store fail.
 TEST_F(SysRegistryFlush, TwoProcessesThatFlushAtOnceLeaveAStoreThatWorks) {
   pid_t Children[2];
   for (pid_t& Child : Children) {
@@ -206,7 +205,7 @@ TEST_F(SysRegistryFlush, TwoProcessesThatFlushAtOnceLeaveAStoreThatWorks) {
         NumRefused += SetText("text", sText.c_str()) != 0;
         SYS_REG_Flush();
       }
-      // Emptied by the other one between a write and its being read back, a root cannot be loaded.
+      // A root cannot be loaded if the other process empties its file between writing and reading.
       _exit(NumRefused > 300 ? 1 : 0);
     }
   }
@@ -228,7 +227,7 @@ TEST_F(SysRegistryFlush, AFileOfMoreThan1MiBIsReadAndKept) {
   EXPECT_EQ("1", Text("a"));
   SetText("a", "2");
   EXPECT_EQ(sLong, Flushed());
-  // Made small enough it is written: it had no snapshot to be compared with.
+  // Small enough now, it is written: without a snapshot it counts as changed.
   EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "b"));
   EXPECT_EQ("<Registry a=\"1\" a_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n", Flushed());
 }

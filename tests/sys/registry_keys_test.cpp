@@ -11,7 +11,7 @@
 
 class SysRegistryKeys : public SysRegistry {
  protected:
-  // The store's text after that path was opened below the root.
+  // Opens that path below the root and returns the store's text.
   std::string Opened(const std::string& sPath) {
     Provide(EMPTY_FILE);
     RegistryKeyHandle* hKey = SYS_REG_OpenKey(USER, sPath.c_str());
@@ -23,7 +23,7 @@ class SysRegistryKeys : public SysRegistry {
     SYS_REG_Flush();
     return File() == EMPTY_FILE ? "root" : File();
   }
-  // The text of elements nested in each other.
+  // Returns the text of elements nested in each other.
   std::string Nested(const std::vector<std::string>& Names) {
     std::string sText = "<Registry>\r\n", sEnd, sIndent;
     for (size_t i = 0; i < Names.size(); i++) {
@@ -47,7 +47,7 @@ TEST_F(SysRegistryKeys, ComponentsAreSanitised) {
   EXPECT_EQ(Nested({"_a"}), Opened("-a"));
   EXPECT_EQ(Nested({"a_b"}), Opened("a.b"));
   EXPECT_EQ(Nested({"_"}), Opened("/"));
-  EXPECT_EQ(Nested({"_q_"}), Opened("\"q\""));  // quotes mean nothing in a path
+  EXPECT_EQ(Nested({"_q_"}), Opened("\"q\""));  // quotes have no meaning in a path
   EXPECT_EQ(Nested({"_ab_"}), Opened("\"a b\""));
   EXPECT_EQ(Nested({"__"}), Opened("\xC3\xA4"));
   EXPECT_EQ(Nested({"!x"}), Opened("!x"));
@@ -55,7 +55,7 @@ TEST_F(SysRegistryKeys, ComponentsAreSanitised) {
 
 TEST_F(SysRegistryKeys, AllWhiteSpaceVanishesFromComponents) {
   EXPECT_EQ(Nested({"abcd", "e"}), Opened(" a\tb\nc\rd \\ e "));
-  EXPECT_EQ(Nested({"ab_"}), Opened("ab\v"));  // a vertical tab is none
+  EXPECT_EQ(Nested({"ab_"}), Opened("ab\v"));  // a vertical tab is not white space
 }
 
 TEST_F(SysRegistryKeys, AnEmptyComponentEndsThePath) {
@@ -108,7 +108,7 @@ TEST_F(SysRegistryKeys, AComponentOf512CharactersFailsAndMakesNothing) {
   EXPECT_EQ(Nested({"a", s511}), Opened("a\\" + s511));
   EXPECT_EQ("null", Opened("a\\" + s511 + "k"));
   EXPECT_EQ("null", Opened("a\\" + s511 + " k"));
-  EXPECT_EQ(Nested({"a"}), Opened("a\\\\" + s511 + "k"));  // behind the end it is not looked at
+  EXPECT_EQ(Nested({"a"}), Opened("a\\\\" + s511 + "k"));  // what follows the end is not checked
 }
 
 TEST_F(SysRegistryKeys, KeysThatWouldReadAsACommentOrADocumentTypeAreRefused) {
@@ -166,7 +166,7 @@ TEST_F(SysRegistryKeys, EveryKeyThatCanBeMadeIsThereAfterFlushAndReload) {
 
 class SysRegistryNames : public SysRegistry {
  protected:
-  // The name under which a value set as sName is stored, "" when nothing was, "1" when refused.
+  // Returns the name under which a value set as sName is stored: "" if none is, "1" if refused.
   std::string Stored(const std::string& sName) {
     Provide(EMPTY_FILE);
     const uint32_t    Result = SetText(sName.c_str(), "x");
@@ -197,7 +197,7 @@ TEST_F(SysRegistryNames, QuotesHoldATokenTogether) {
   EXPECT_EQ("abcd", Stored("ab \"cd\""));
   EXPECT_EQ("abcd", Stored("ab \"cd"));  // without a closing quote: up to the end
   EXPECT_EQ("b", Stored("\"\" b"));
-  EXPECT_EQ("1", Stored("\"a b\""));  // the space is part of the name, and no name holds one
+  EXPECT_EQ("1", Stored("\"a b\""));  // the space would be part of the name, which is refused
   EXPECT_EQ("1", Stored("ab\"cd\""));
 }
 

@@ -1,5 +1,5 @@
-// Random sequences of commands, given to the store and to the model of it; results, buffers and
-// files have to agree after every command.
+// Random sequences of commands for the store and for its model. Results, buffers and files must
+// agree after every command.
 
 #include <gtest/gtest.h>
 
@@ -78,7 +78,7 @@ class SysRegistryModel : public testing::Test {
     return OneIn(12) ? PickFrom("ab \"=<>/!-\n", 12) : PickFrom("abc<>=/&' \n\t\xFF", 10);
   }
 
-  // A list, or something that is not quite one.
+  // A list, or something close to one.
   std::string PickList() {
     std::string Data;
     for (uint32_t i = Pick(5); i > 0; i--) {
@@ -91,7 +91,7 @@ class SysRegistryModel : public testing::Test {
     return Data;
   }
 
-  // A file as somebody else may leave it: a store in other clothes, or anything.
+  // A file as another program may leave it: a store in another layout, or anything else.
   std::string PickFile() {
     static const char* const Pieces[] = {
         "<Registry>",
@@ -185,7 +185,7 @@ class SysRegistryModel : public testing::Test {
       if (HasFatalFailure()) {
         return;
       }
-      // Half of the sequences begin with what the one before has left.
+      // Half of the sequences begin with the files of the one before.
       for (uint32_t Root = OneIn(2) ? 0 : 3; Root < 3; Root++) {
         m_Duel.EditFile(Root, std::nullopt);
       }

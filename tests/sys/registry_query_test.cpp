@@ -91,7 +91,7 @@ TEST_F(SysRegistry, ATypeOfAnyLengthIsUnknownUnlessItIsTheWholeName) {
       EXPECT_TRUE(Flushed() == sText) << Length;
     }
   }
-  EXPECT_EQ(0u, SetText("v", "x"));  // setting it mends that
+  EXPECT_EQ(0u, SetText("v", "x"));  // setting it fixes that
   EXPECT_EQ("x", Text("v"));
 }
 
@@ -126,7 +126,8 @@ TEST_F(SysRegistry, TextsAreCutAtTheCapacity) {
                                             std::string("abcde\0#", 7)};
     for (uint32_t Capacity = 0; Capacity < Bytes.size(); Capacity++) {
       const Answer A = Query("v", Capacity);
-      EXPECT_EQ(Capacity < 5 ? 234u : 0u, A.Result) << Capacity;  // 5 cuts a character and is fine
+      EXPECT_EQ(Capacity < 5 ? 234u : 0u, A.Result)
+          << Capacity;  // with 5 a character is lost, and the result is 0
       EXPECT_EQ(5u, A.Size);
       EXPECT_EQ(Type, A.Type);
       EXPECT_EQ(Bytes[Capacity], A.Bytes) << Capacity;
@@ -207,13 +208,13 @@ TEST_F(SysRegistry, AListIsReadBackWithTheSizeThatLeavesOutTerminators) {
     std::string Bytes;
   };
   const std::vector<ROW> Rows = {
-      {0, 234, 3, ""},                         // nothing fits
-      {1, 234, 3, std::string("\0", 1)},       // "a" is cut, nothing is left
-      {2, 234, 3, std::string("a\0", 2)},      // one is left, and no room for a byte of "bc"
-      {3, 0, 3, std::string("a\0\0", 3)},      // by the count that leaves out terminators
-      {4, 0, 4, std::string("a\0b\0", 4)},     // it fits, and it is cut all the same
+      {0, 234, 3, ""},                         // no room
+      {1, 234, 3, std::string("\0", 1)},       // "a" is cut, no room is left
+      {2, 234, 3, std::string("a\0", 2)},      // one byte is left, none for "bc"
+      {3, 0, 3, std::string("a\0\0", 3)},      // enough by the count without terminators
+      {4, 0, 4, std::string("a\0b\0", 4)},     // "fits" by that count, and is cut
       {5, 0, 4, std::string("a\0bc\0", 5)},    // no room for the end of the list
-      {6, 0, 4, std::string("a\0bc\0\0", 6)},  // twice the size of 3, and all is there
+      {6, 0, 4, std::string("a\0bc\0\0", 6)},  // twice the size of 3: complete
       {8, 0, 4, std::string("a\0bc\0\0##", 8)},
   };
   for (const ROW& Row : Rows) {
@@ -232,7 +233,7 @@ TEST_F(SysRegistry, AListOfManyShortStringsNeverLeavesTheBuffer) {
   }
   SetBytes("N", 7, sList + std::string("\0", 1));
   for (uint32_t Capacity = 0; Capacity < 50; Capacity++) {
-    const Answer A = Query("N", Capacity);  // checks the bytes behind the capacity
+    const Answer A = Query("N", Capacity);  // checks the bytes beyond the capacity
     EXPECT_EQ(Capacity < 20 ? 234u : 0u, A.Result) << Capacity;
     EXPECT_EQ(Capacity > 20 ? 21u : 20u, A.Size) << Capacity;
   }
@@ -248,7 +249,7 @@ TEST_F(SysRegistry, AnEmptyListReadsAsTwoTerminators) {
   EXPECT_EQ(1u, Query("N", 1).Size);
 }
 
-TEST_F(SysRegistry, OfAStringThatStandsTwiceInTheFileTheFirstOneCounts) {
+TEST_F(SysRegistry, OfAStringThatIsTwiceInTheFileTheFirstOneCounts) {
   Provide(
       "<Registry N=\"x\" N_OSTRELRegMltStr1=\"first\" N_OSTRELRegMltStr1=\"second\" "
       "N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>");
@@ -258,7 +259,7 @@ TEST_F(SysRegistry, OfAStringThatStandsTwiceInTheFileTheFirstOneCounts) {
 }
 
 TEST_F(SysRegistry, AListOfAHundredThousandStringsIsReadAndDeletedInAnyOrder) {
-  // Looking for each string through all of them would take the square of their number.
+  // A search through the list for each string would take quadratic time.
   const int   NumStrings = 100000;
   std::string sText =
       "<Registry N=\"x\" N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\" "
@@ -276,13 +277,13 @@ TEST_F(SysRegistry, AListOfAHundredThousandStringsIsReadAndDeletedInAnyOrder) {
     sWant += std::to_string(i % 10) + std::string(1, '\0');
   }
   sWant += '\0';
-  EXPECT_TRUE(A.Bytes.substr(0, sWant.size()) == sWant);  // too long to be printed
+  EXPECT_TRUE(A.Bytes.substr(0, sWant.size()) == sWant);  // too long to print
   EXPECT_EQ(0u, SYS_REG_DeleteValue(USER, "N"));
   EXPECT_EQ("<Registry N_OSTRELRegMltStr4294967297=\"never\"/>\r\n", Flushed());
 }
 
 TEST_F(SysRegistry, AListOfAHundredThousandStringsIsSetOverAFormerOne) {
-  // A search for each string through all of them would take minutes.
+  // A search through the list for each string would take minutes.
   const int   NumStrings = 100000;
   std::string sList;
   for (int i = 0; i < NumStrings; i++) {

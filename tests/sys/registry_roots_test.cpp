@@ -58,7 +58,7 @@ TEST_F(SysRegistry, TheOtherPredefinedRootsFailEverything) {
     RegistryKeyHandle* hRoot = Root(Value);
     EXPECT_EQ(nullptr, SYS_REG_OpenKey(hRoot, "a"));
     EXPECT_EQ(1u, SetText("v", "x", hRoot));
-    EXPECT_EQ(1u, SetText(" ", "x", hRoot));  // the root comes before the name
+    EXPECT_EQ(1u, SetText(" ", "x", hRoot));  // the root is checked before the name
     EXPECT_EQ(1u, TypeOnly("v", nullptr, hRoot));
     EXPECT_EQ(1u, SYS_REG_DeleteValue(hRoot, "v"));
     SYS_REG_CloseKey(hRoot);
@@ -102,7 +102,7 @@ TEST_F(SysRegistry, HomeLostBeforeTheFlushLosesTheChangesAndWritesNothing) {
   EXPECT_EQ(1u, TypeOnly("v"));
   EXPECT_EQ(EMPTY_FILE, Flushed());
   setenv("HOME", m_Home.Path().c_str(), 1);
-  EXPECT_EQ(2u, TypeOnly("v"));  // unloaded all the same
+  EXPECT_EQ(2u, TypeOnly("v"));  // it was unloaded
 }
 
 TEST_F(SysRegistry, HomeChangedBeforeTheFlushTakesTheChangedRootsAlong) {
@@ -150,13 +150,13 @@ TEST_F(SysRegistry, AHomeTooLongForTheFilesPathFailsEverything) {
   while (sHome.size() + sDir.size() < 511) {
     sHome += "/";
   }
-  setenv("HOME", sHome.c_str(), 1);  // the directory fits, the "/" behind it does not
+  setenv("HOME", sHome.c_str(), 1);  // the directory fits, the "/" after it does not
   EXPECT_EQ(1u, SetText("v", "y"));
 }
 
 TEST_F(SysRegistry, BackslashesInThePathOfTheFileAreSeparators) {
   setenv("HOME", (m_Home.Path() + "/a\\b").c_str(), 1);
-  // The directory is made under the name as it is, so the file's is missing.
+  // The directory is made with the backslash in its name; the file's path has a "/" there.
   EXPECT_EQ(1u, SetText("v", "x"));
   std::filesystem::create_directories(m_Home.Path("a/b/Library/Application Support/OSTREL"));
   EXPECT_EQ(0u, SetText("v", "x"));
@@ -213,7 +213,7 @@ TEST_F(SysRegistry, AFileCutAnywhereLoadsOrBecomesTheEmptyStore) {
     EXPECT_EQ(HasK ? "x" : "", Text("v", hKey)) << Length;
     EXPECT_EQ(HasK ? 0u : 2u, TypeOnly("N", nullptr, hKey)) << Length;
     SYS_REG_CloseKey(hKey);
-    // Between tags nothing is missing that the end of the text would not make up for.
+    // Cut between tags, the text is complete: its end closes all open elements.
     if (Length == Registry + 10 || Length == K - 1 || Length == L - 1 || Length == sWhole.size()) {
       EXPECT_TRUE(IsKept) << Length;
     }
@@ -263,7 +263,7 @@ TEST_F(SysRegistry, AnyRootElementNameIsTaken) {
   SYS_REG_CloseKey(hKey);
 }
 
-TEST_F(SysRegistry, WhatIsNoRegularFileFailsAndIsLeftAlone) {
+TEST_F(SysRegistry, AnythingButARegularFileFailsAndIsLeftAlone) {
   std::filesystem::create_directories(Path());
   EXPECT_EQ(1u, SetText("v", "x"));
   EXPECT_TRUE(std::filesystem::is_directory(Path()));

@@ -72,8 +72,8 @@ TEST_F(SysRegistry, AListOfAnotherSizeIsRefusedAndChangesNothing) {
   EXPECT_EQ("<Registry N=\"before\" N_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n", Flushed());
 }
 
-TEST_F(SysRegistry, AListWithoutTerminatorIsNotReadBehindItsSize) {
-  // The heap block ends with the data, so that a sanitizer sees a read behind it.
+TEST_F(SysRegistry, AListWithoutTerminatorIsNotReadBeyondItsSize) {
+  // The heap block ends with the data, so that a sanitizer reports a read beyond it.
   for (uint32_t Size = 1; Size < 4; Size++) {
     char* pData = static_cast<char*>(malloc(Size));
     memset(pData, 'x', Size);
@@ -140,7 +140,7 @@ TEST_F(SysRegistry, AListClearsEveryFormerEntryWhateverItsType) {
       Flushed());
 }
 
-TEST_F(SysRegistry, AListClearsStringsBehindAGapAndNothingElse) {
+TEST_F(SysRegistry, AListClearsStringsAfterAGapAndNothingElse) {
   Provide(
       "<Registry N=\"o\" N_OSTRELRegMltStr2=\"o\" N_OSTRELRegMltStr10=\"o\" N=\"twice\" "
       "N_OSTRELRegMltStr999999999=\"o\" "
@@ -154,8 +154,8 @@ TEST_F(SysRegistry, AListClearsStringsBehindAGapAndNothingElse) {
       Flushed());
 }
 
-TEST_F(SysRegistry, AnIndexOfTenDigitsIsNoneOfAList) {
-  // Counted in 32 bits 4294967297 would be 1.
+TEST_F(SysRegistry, AnIndexOfTenDigitsIsNotOneOfAList) {
+  // In 32 bits 4294967297 would be 1.
   const std::string sOthers = "N_OSTRELRegMltStr1000000000=\"k\" N_OSTRELRegMltStr4294967297=\"k\"";
   Provide("<Registry " + sOthers + "/>");
   EXPECT_EQ(0u, SetBytes("N", 7, std::string("a\0b\0\0", 5)));
@@ -166,7 +166,7 @@ TEST_F(SysRegistry, AnIndexOfTenDigitsIsNoneOfAList) {
   EXPECT_EQ("<Registry " + sOthers + "/>", Flushed());
 }
 
-TEST_F(SysRegistry, AnIndexWithALeadingZeroIsNoneOfAList) {
+TEST_F(SysRegistry, AnIndexWithALeadingZeroIsNotOneOfAList) {
   const std::string sOthers = "N_OSTRELRegMltStr01=\"k\" N_OSTRELRegMltStr0=\"k\"";
   Provide("<Registry N=\"a\" " + sOthers + " N_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>");
   EXPECT_EQ(std::string("a\0\0#", 4), Query("N", 4).Bytes);
@@ -179,7 +179,7 @@ TEST_F(SysRegistry, AnIndexWithALeadingZeroIsNoneOfAList) {
             Flushed());
 }
 
-// What docs/registry.md tells of such names, row by row.
+// What docs/registry.md says about such names, row by row.
 TEST_F(SysRegistry, ATextNamedLikeAStringOfAListSharesItsAttribute) {
   const char* const sTextName = "N_OSTRELRegMltStr1";
   const std::string sTwo("a\0bc\0\0", 6);

@@ -23,8 +23,8 @@ static const char ThreeAndABluetoothPort[] =
     "/dev/cu.usbmodem14101:/dev/cu.Bluetooth-Incoming-Port:/dev/cu.usbserial-A50285BI:"
     "/dev/cu.usbmodem000123456789";
 
-// Runs the search and checks that every object it got was given back: one release per service and
-// one for the iterator, where there is one.
+// Runs the search and checks that it released every object it got: each service, and the iterator
+// if there was one.
 static uint32_t Enumerate(const char* sDevices, SYS_SERIAL_NAME* paNames, uint32_t Capacity,
                           std::string* psOutput) {
   if (sDevices != nullptr) {
@@ -40,7 +40,7 @@ static uint32_t Enumerate(const char* sDevices, SYS_SERIAL_NAME* paNames, uint32
     const CALL_COUNTER Next("IOIteratorNext");
     const CALL_COUNTER Release("IOObjectRelease");
     NumFound    = SYS_SERIAL_Enumerate(paNames, Capacity);
-    NumAsked    = Next.GetNumCalls();  // one more than there are services
+    NumAsked    = Next.GetNumCalls();  // the number of services plus 1
     NumReleased = Release.GetNumCalls();
   }
   *psOutput = testing::internal::GetCapturedStdout();
@@ -108,7 +108,7 @@ TEST(SysSerialEnumerate, NothingThereIsZero) {
   EXPECT_EQ("", sOutput);
 }
 
-// The machine's own USB serial devices; on a machine without, there are none.
+// The machine's own USB serial devices, if it has any.
 TEST(SysSerialEnumerate, FindsTheMachinesUsbSerialDevices) {
   uint32_t NumExpected = 0;
   DIR*     pDir        = opendir("/sys/class/tty");
@@ -156,7 +156,7 @@ TEST(SysSerialEnumerate, FailuresOfTheSearchAreZero) {
 TEST(SysSerialEnumerate, NamesFoundCanBeOpened) {
   PTY Pty;
   PTY_Open(&Pty);
-  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal to be had";
+  ASSERT_GE(Pty.hKeep, 0) << "no pseudo-terminal available";
   const std::string sPath   = "/dev/cu.usbQuobeTest" + std::to_string(getpid());
   const std::string sTarget = std::string("/dev/") + Pty.acName;
   if (symlink(sTarget.c_str(), sPath.c_str()) != 0) {
@@ -186,7 +186,7 @@ class SysSerialPort : public testing::Test {
  protected:
   void SetUp() override {
     PTY_Open(&m_Pty);
-    ASSERT_GE(m_Pty.hKeep, 0) << "no pseudo-terminal to be had";
+    ASSERT_GE(m_Pty.hKeep, 0) << "no pseudo-terminal available";
   }
   void TearDown() override {
     if (m_pPort != nullptr) {
@@ -252,8 +252,7 @@ TEST_F(SysSerialPort, SetsWhatIsClearAndNothingElse) {
   EXPECT_EQ(1, After.c_cc[VTIME]);
 }
 
-// Asked for, whatever the line makes of it: a pseudo-terminal has 8 bits and a receiver in any
-// case.
+// Checks what is requested: a pseudo-terminal always has 8 bits and a receiver.
 TEST_F(SysSerialPort, AsksFor8BitsAndAReceiverAtOnce) {
   struct termios Line = GetLine();
   Line.c_cflag        = (Line.c_cflag & ~(tcflag_t)(CSIZE | CREAD)) | CS6 | CSTOPB | PARENB;
@@ -288,7 +287,7 @@ TEST_F(SysSerialPort, SpeedIsAnyRateAndCanBeChanged) {
   EXPECT_EQ(-1, SYS_SERIAL_SetSpeed(-1, 9600));
 }
 
-TEST_F(SysSerialPort, UnsupportedRateIsToldAndLeavesNoDescriptor) {
+TEST_F(SysSerialPort, UnsupportedRateIsReportedAndLeavesNoDescriptor) {
   const int NumBefore = CountDescriptors();
   testing::internal::CaptureStdout();
   SYS_SERIAL_PORT* pPort = SYS_SERIAL_Open(m_Pty.acName, 0);
@@ -297,7 +296,7 @@ TEST_F(SysSerialPort, UnsupportedRateIsToldAndLeavesNoDescriptor) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-TEST(SysSerialOpen, DeviceThatIsNoLineIsToldAsThat) {
+TEST(SysSerialOpen, DeviceThatIsNotALineIsReported) {
   const int NumBefore = CountDescriptors();
   testing::internal::CaptureStdout();
   EXPECT_EQ(nullptr, SYS_SERIAL_Open("null", 115200));
@@ -305,13 +304,13 @@ TEST(SysSerialOpen, DeviceThatIsNoLineIsToldAsThat) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-TEST(SysSerialOpen, MissingDeviceIsNullWithoutAWord) {
+TEST(SysSerialOpen, MissingDeviceIsNullAndSilent) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(nullptr, SYS_SERIAL_Open("cu.usbNoSuchThing", 115200));
   EXPECT_EQ("", testing::internal::GetCapturedStdout());
 }
 
-// The longest name there can be, and the same with one character more: its cut form is that line.
+// The longest name possible, and one with another character: cut, it would be that line.
 TEST_F(SysSerialPort, NamesOf122CharactersOpenAndLongerOnesNeverAnother) {
   const std::string sName  = m_Pty.acName;
   std::string       sSpace = "./";
@@ -333,8 +332,8 @@ TEST_F(SysSerialPort, NamesOf122CharactersOpenAndLongerOnesNeverAnother) {
   EXPECT_EQ(0u, NumOpened);
 }
 
-TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedWithoutAWord) {
-  testing::internal::CaptureStdout();  // takes descriptors itself
+TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedSilently) {
+  testing::internal::CaptureStdout();  // needs descriptors too
   bool             AreThere;
   SYS_SERIAL_PORT* pPort = nullptr;
   uint32_t         NumOpened;
@@ -352,7 +351,7 @@ TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedWithoutAWord) {
   }
   EXPECT_EQ("", testing::internal::GetCapturedStdout());
   if (!AreThere) {
-    GTEST_SKIP() << "SKIPPED, not 2048 descriptors to be had";
+    GTEST_SKIP() << "SKIPPED, 2048 descriptors not available";
   }
   EXPECT_EQ(nullptr, pPort);
   EXPECT_EQ(1u, NumOpened);
@@ -370,7 +369,7 @@ TEST_F(SysSerialPort, DescriptorZeroIsOneLikeAnyOther) {
   m_pPort = nullptr;
 }
 
-TEST_F(SysSerialPort, SettingsTheLineDoesNotTakeAreOverlooked) {
+TEST_F(SysSerialPort, UnsupportedSettingsAreIgnored) {
   SYS_SERIAL_PORT* pPort;
   {
     const FAULT Exclusive("HOST_ioctl", ENOTTY);
@@ -381,7 +380,7 @@ TEST_F(SysSerialPort, SettingsTheLineDoesNotTakeAreOverlooked) {
   SYS_SERIAL_Close(pPort);
 }
 
-TEST_F(SysSerialPort, NoMemoryIsNullWithoutAWordAndLeavesNoDescriptor) {
+TEST_F(SysSerialPort, NoMemoryIsNullAndSilentAndLeavesNoDescriptor) {
   const int NumBefore = CountDescriptors();
   testing::internal::CaptureStdout();
   SYS_SERIAL_PORT* pPort;
@@ -394,8 +393,8 @@ TEST_F(SysSerialPort, NoMemoryIsNullWithoutAWordAndLeavesNoDescriptor) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-// Seen for what comes in. What goes out of a pseudo-terminal may be with its reader already, so of
-// that direction it is seen that it was asked for.
+// Checked for the incoming direction. Bytes sent to a pseudo-terminal may have reached its reader
+// already, so for that direction the request is checked.
 TEST_F(SysSerialPort, OpeningDropsWhatIsPendingInBothDirections) {
   struct termios Line = GetLine();
   cfmakeraw(&Line);
@@ -441,7 +440,7 @@ TEST_F(SysSerialPort, AllByteValuesPassUnchangedInBothDirections) {
   EXPECT_EQ(0, memcmp(aSent, aReceived, 256));
   EXPECT_EQ(0xAA, aReceived[256]);
 
-  // A tab may be expanded on its way out: the line had that switched on or not.
+  // Without output processing, so that a tab is not expanded.
   struct termios Line = GetLine();
   Line.c_oflag        = 0;
   SetLine(Line);
@@ -464,7 +463,7 @@ TEST_F(SysSerialPort, ReadWithTimeOutZeroPolls) {
   EXPECT_EQ(0, SYS_SERIAL_Read(m_pPort, &c, 1, 0));
   EXPECT_LT(GetMs() - Start, 2000);
   ASSERT_EQ(1, write(m_Pty.hMaster, "x", 1));
-  for (int i = 0; i < 1000; i++) {  // a byte takes a moment from one end to the other
+  for (int i = 0; i < 1000; i++) {  // the byte may take a moment to arrive
     if (SYS_SERIAL_Read(m_pPort, &c, 1, 0) == 1) {
       break;
     }
@@ -512,8 +511,8 @@ TEST_F(SysSerialPort, ErrorsOfWaitingAndReadingAreMinus1) {
   EXPECT_EQ(-1, Result);
 }
 
-// What tells a device that is gone from a silent one: 0 or -1 well before the time-out. A USB device
-// that is pulled out gives an error (ENXIO), a line that is hung up gives nothing.
+// 0 or -1 well before the time-out means that the device is gone. A USB device that is pulled out
+// gives an error (ENXIO), a line that is hung up gives 0.
 TEST_F(SysSerialPort, ReadingFromADeviceThatIsPulledOutIsMinus1) {
   Open();
   ASSERT_EQ(1, write(m_Pty.hMaster, "x", 1));

@@ -78,18 +78,17 @@ TEST(SysTcpConnectTimeout, AbortEndsAPendingConnect) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-// The clock stands still but for what a test puts on.
+// The clock stands still until a test moves it.
 static void FakeClock() {
   FakeTicks   = 1152921504606846976;
   IsClockFake = true;
 }
 
-static uint32_t JumpUs;  // by how much the clock goes on between an attempt and its refusal
+static uint32_t JumpUs;  // how far the clock moves between an attempt and its refusal
 
 static const uint32_t NO_PAUSE = 0xFFFFFFFF;
 
-// In microseconds. The first wait is over with nothing to see, the second finds the attempt
-// refused.
+// Returns the pause in microseconds. The first wait reports nothing, the second one a refusal.
 static uint32_t PauseAfterAttemptOf(uint32_t Microseconds) {
   const REFUSING_PORT Refusing;
   JumpUs           = Microseconds;
@@ -112,7 +111,7 @@ static uint32_t PauseAfterAttemptOf(uint32_t Microseconds) {
   return NumPauses == 0 ? NO_PAUSE : LastSleepUs;
 }
 
-// Each attempt is refused at once and takes its 10 ms by the fake clock.
+// Each attempt is refused at once and takes 10 ms of the fake clock.
 TEST(SysTcpConnectTimeout, RefusedAttemptsGoOnUntilTheTimeOutIsPast) {
   const FAULT Refused("connect", ECONNREFUSED, 0, 1000);
   const FAULT Pause("usleep", 0, 0, 1000);
@@ -207,7 +206,7 @@ TEST(SysTcpConnectTimeout, ConnectThatFailsAtOnceIsARefusalLikeAnyOther) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-// EINTR is no failure: the connection goes on being made. The first wait finds it.
+// After EINTR the connection is still being made, as after EINPROGRESS. Only a wait shows its end.
 TEST(SysTcpConnectTimeout, ConnectThatIsPendingOrInterruptedIsWaitedFor) {
   for (const int Error : {EINPROGRESS, EINTR}) {
     const REFUSING_PORT Refusing;
@@ -223,10 +222,8 @@ TEST(SysTcpConnectTimeout, ConnectThatIsPendingOrInterruptedIsWaitedFor) {
   }
 }
 
-// What the system does by itself once in some thousand attempts: the port is picked for this end.
-// The address is one that nobody else uses.
-// The near end has 127.0.0.1 then.
-TEST(SysTcpConnectTimeout, PeerAtAnotherAddressOfThisMachineIsNoneOfItself) {
+// The near end has the address 127.0.0.1.
+TEST(SysTcpConnectTimeout, PeerAtAnotherAddressOfThisMachineIsNotTheSocketItself) {
   const int32_t      hServer = SYS_TCP_CreateIPv4();
   struct sockaddr_in Addr    = {};
   socklen_t          Length  = sizeof(Addr);
@@ -238,6 +235,8 @@ TEST(SysTcpConnectTimeout, PeerAtAnotherAddressOfThisMachineIsNoneOfItself) {
   SYS_SOCKET_Close(hServer);
 }
 
+// The system chooses the peer's own port for the near end in one of some thousand attempts; the
+// test makes it do so. The address is one that nothing else uses.
 static const CALL_COUNTER* pAttempts;
 
 TEST(SysTcpConnectTimeout, SocketConnectedToItselfIsARefusalAndFreesThePort) {
@@ -268,7 +267,7 @@ TEST(SysTcpConnectTimeout, SocketConnectedToItselfIsARefusalAndFreesThePort) {
   SYS_SOCKET_Close(hServer);
 }
 
-// A listener whose backlog is full drops what else comes in: a peer that says nothing at all.
+// A listener whose backlog is full drops further connections: a peer that does not answer.
 class SILENT_PEER {
  public:
   SILENT_PEER() : m_Listener(0) {
@@ -359,7 +358,7 @@ TEST(SysTcpConnectTimeout, WaitThatASignalInterruptsGoesOn) {
   SYS_SOCKET_Close(hClient);
 }
 
-// A wait that fails does not wait: only a signal's is tried again at once.
+// A wait that fails returns at once. Only after a signal is it repeated without a pause.
 TEST(SysTcpConnectTimeout, WaitThatFailsDoesNotSpin) {
   const LISTENER Listener;
   for (const int Error : {EINTR, EBADF}) {
@@ -379,7 +378,7 @@ TEST(SysTcpConnectTimeout, WaitThatFailsDoesNotSpin) {
   }
 }
 
-// Runs Body while a peer accepts each connection and closes it at once, by a reset.
+// Runs Body while a peer accepts each connection and resets it at once.
 template <typename BODY>
 static void WithClosingPeer(BODY Body) {
   const LISTENER    Listener(128);
@@ -413,7 +412,7 @@ TEST(SysTcpConnectTimeout, PeerThatClosesAtOnceGivesASocketOrATimeOut) {
   });
 }
 
-// The pauses between attempts are left out here: ten thousand would take 90 seconds.
+// Without the pauses between attempts: ten thousand of them would take 90 seconds.
 TEST(SysTcpConnectTimeout, TenThousandAttemptsLeaveNoDescriptor) {
   const REFUSING_PORT Refusing;
   const int           NumBefore   = CountDescriptors();
@@ -444,7 +443,7 @@ TEST(SysTcpConnectTimeout, TenThousandAttemptsLeaveNoDescriptor) {
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
-// A network of the test's own, in which packets to a neighbour vanish. Exit status 77: not allowed.
+// The test's own network, in which packets to a neighbour are lost. Exit status 77: not allowed.
 static int ConnectIntoTheVoid() {
   if (!EnterOwnNamespace(CLONE_NEWNET)) {
     return 77;
@@ -463,7 +462,7 @@ static int ConnectIntoTheVoid() {
   return IsGood ? 0 : 1;
 }
 
-TEST(SysTcpConnectTimeout, PeerBehindANetworkThatDropsEveryPacketTimesOut) {
+TEST(SysTcpConnectTimeout, PeerInANetworkThatDropsEveryPacketTimesOut) {
   const pid_t Child = fork();
   ASSERT_GE(Child, 0);
   if (Child == 0) {
@@ -473,7 +472,7 @@ TEST(SysTcpConnectTimeout, PeerBehindANetworkThatDropsEveryPacketTimesOut) {
   ASSERT_EQ(Child, waitpid(Child, &Status, 0));
   ASSERT_TRUE(WIFEXITED(Status));
   if (WEXITSTATUS(Status) == 77) {
-    GTEST_SKIP() << "SKIPPED, no network namespace to be had here";
+    GTEST_SKIP() << "SKIPPED, no network namespace available";
   }
   EXPECT_EQ(0, WEXITSTATUS(Status));
 }

@@ -218,7 +218,7 @@ TEST(SysTcpAccept, AConnectionThatCannotBeTakenIsAnErrorAndGetsNoOptions) {
   SYS_SOCKET_Close(hClient);
 }
 
-TEST(SysTcpAccept, TellsATimeOutFromAnError) {
+TEST(SysTcpAccept, ReportsATimeOutAndAnErrorDifferently) {
   const LISTENER Listener;
   const int64_t  Start = GetMs();
   EXPECT_EQ(SYS_TCP_ERR_TIMEOUT, SYS_TCP_AcceptTimeout(Listener.hSocket, 50));
@@ -245,7 +245,7 @@ TEST(SysTcpAccept, WaitsForItsTimeOutAndNoLonger) {
 
 // ---- IPv6 and dual stack ------------------------------------------------------------------------
 
-TEST(SysTcpIPv6, ConnectsAndTellsThePeerOnBothSides) {
+TEST(SysTcpIPv6, ConnectsAndReportsThePeerOnBothSides) {
   if (!HasLoopbackIPv6()) {
     GTEST_SKIP() << "SKIPPED, this machine has no address ::1";
   }
@@ -411,7 +411,7 @@ TEST(SysResolve, WhatHasNoAddressIsAFailureAndChangesNothing) {
   EXPECT_EQ(5u, Addr);
 }
 
-TEST(SysGetName, TellsHostAndServiceAsTheSystemKnowsThem) {
+TEST(SysGetName, ReportsHostAndServiceAsTheSystemKnowsThem) {
   char                     acExpected[NI_MAXHOST] = "";
   char                     acHost[NI_MAXHOST]     = "";
   char                     acService[8]           = "";
@@ -424,7 +424,7 @@ TEST(SysGetName, TellsHostAndServiceAsTheSystemKnowsThem) {
   EXPECT_STREQ("54321", acService);
 }
 
-TEST(SysGetName, IPv6TellsHostAndServiceAsTheSystemKnowsThem) {
+TEST(SysGetName, IPv6ReportsHostAndServiceAsTheSystemKnowsThem) {
   char                      acExpected[NI_MAXHOST] = "";
   char                      acHost[NI_MAXHOST]     = "";
   char                      acService[8]           = "";

@@ -19,7 +19,7 @@
 
 // ---- Transfer -----------------------------------------------------------------------------------
 
-TEST(SysSocketReceive, TellsErrorsApart) {
+TEST(SysSocketReceive, ReportsEachErrorByItsOwnResult) {
   const CONNECTION Pair;
   const struct {
     int     Error;
@@ -79,7 +79,7 @@ TEST(SysSocketWait, FullSocketIsNotWritable) {
   const std::vector<char> Data(1 << 20, 'x');
   EXPECT_EQ(0, SYS_SOCKET_SetNonBlocking(Pair.hClient));
   int32_t Result = 1;
-  for (int i = 0; i < 100 && Result != 0; i++) {  // the peer's side may still be filling up
+  for (int i = 0; i < 100 && Result != 0; i++) {  // the peer's buffer may not be full yet
     while (SYS_SOCKET_Send(Pair.hClient, Data.data(), 1 << 20) > 0) {
     }
     Result = SYS_SOCKET_WaitWritable(Pair.hClient, 20);
@@ -87,7 +87,7 @@ TEST(SysSocketWait, FullSocketIsNotWritable) {
   EXPECT_EQ(0, Result);
 }
 
-// Both ends: one made by a create, one accepted.
+// For both ends: one was created, the other accepted.
 TEST(SysSocketSend, BrokenConnectionIsAnErrorAndNoSignal) {
   for (const bool IsAccepted : {false, true}) {
     CONNECTION    Pair;
@@ -106,7 +106,7 @@ TEST(SysSocketSend, BrokenConnectionIsAnErrorAndNoSignal) {
   }
 }
 
-// What the stand-in must not make better than it is: without the option there is the signal.
+// Without the option the signal is raised, also with the stand-in.
 TEST(SysSocketSendDeathTest, SocketWithoutTheOptionRaisesTheSignal) {
   EXPECT_EXIT(
       {
@@ -145,7 +145,7 @@ TEST(SysReceiveExactly, PeerThatClosesTooEarlyIsAFailure) {
   EXPECT_EQ(-1, SYS_SOCKET_ReceiveExactly(-1, acBuffer, 4));
 }
 
-TEST(SysSocketWait, TellsDataRoomAndTheirAbsence) {
+TEST(SysSocketWait, ReportsDataRoomAndTheirAbsence) {
   const CONNECTION Pair;
   EXPECT_EQ(0, SYS_SOCKET_IsDataPending(Pair.hClient));
   const int64_t Start = GetMs();
@@ -177,12 +177,12 @@ TEST(SysSocketWait, TimeOutIsSplitIntoSecondsAndMicroseconds) {
   }
 }
 
-// select() sets have 1024 bits; a descriptor behind them must not be set.
+// A set of select() has 1024 bits; no bit may be set beyond them.
 TEST(SysSocketWait, DescriptorsThatSelectDoesNotKnowAreRefused) {
   const LISTENER         Listener;
   const HIGH_DESCRIPTORS High;
   if (!High.AreThere()) {
-    GTEST_SKIP() << "SKIPPED, not 2048 descriptors to be had";
+    GTEST_SKIP() << "SKIPPED, 2048 descriptors not available";
   }
   const int32_t hHigh = SYS_UDP_CreateIPv4();
   EXPECT_EQ(1024, hHigh);
@@ -288,7 +288,7 @@ TEST(SysSocketOptions, SwitchesReachTheSocket) {
   EXPECT_EQ(0, SYS_SOCKET_EnableKeepAlive(hTcp));
   EXPECT_EQ(1, GetOption(hTcp, SOL_SOCKET, SO_KEEPALIVE));
   EXPECT_EQ(0, SYS_SOCKET_SetReceiveBufferSize(hTcp, 50000));
-  EXPECT_EQ(100000, GetOption(hTcp, SOL_SOCKET, SO_RCVBUF)) << "the kernel tells twice of it";
+  EXPECT_EQ(100000, GetOption(hTcp, SOL_SOCKET, SO_RCVBUF)) << "the kernel reports twice the size";
   EXPECT_EQ(0, SYS_SOCKET_SetNonBlocking(hTcp));
   EXPECT_NE(0, fcntl(hTcp, F_GETFL) & O_NONBLOCK);
   EXPECT_EQ(0, SYS_SOCKET_SetBlocking(hTcp));

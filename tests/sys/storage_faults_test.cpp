@@ -42,7 +42,7 @@ static void KeepMessage(const char* sMessage) {
   LastMessage = sMessage;
 }
 
-TEST(SysDynBufferFaults, CreateWithoutMemoryTellsItsSizeAndSetsTheCallbackOnly) {
+TEST(SysDynBufferFaults, CreateWithoutMemoryReportsItsSizeAndSetsTheCallbackOnly) {
   DYNBUFFER Buffer;
   memset(&Buffer, 0xEE, sizeof(Buffer));
   DYNBUFFER Want = Buffer;
@@ -71,7 +71,7 @@ TEST(SysDynBufferFaults, GrowthWithoutMemoryLeavesRecordAndBytes) {
   DynBufferFree(&Buffer);
 }
 
-TEST(SysDynBufferFaults, FreshBytesAreFilledFromZeroOnAndLeftAsTheyComeBelow) {
+TEST(SysDynBufferFaults, NewBytesAreFilledFromZeroOnAndLeftUndefinedBelow) {
   for (const int32_t Fill : {0, 0x77, 255, -1, -256}) {
     const char sWant[] = {'x', (char)(Fill < 0 ? 0xEE : Fill), 0};
     DYNBUFFER  Buffer;
@@ -132,7 +132,7 @@ TEST_F(SysFileFaults, WithoutADelayNothingIsSlept) {
   EXPECT_EQ(0u, Sleeps.GetNumCalls());
 }
 
-TEST_F(SysFileFaults, AFileWhoseKindCannotBeToldIsNotOpened) {
+TEST_F(SysFileFaults, AFileOfUnknownKindIsNotOpened) {
   WriteFile(Path("f"), "");
   const FAULT Fault("fstat", EIO);
   EXPECT_EQ(-1, SYS_FILE_OpenRegular(Path("f").c_str(), 0x01, 0, 0));
@@ -150,18 +150,18 @@ TEST_F(SysFileFaults, AFileIsEmptiedOnlyOnceItIsKnownToBeRegular) {
   SYS_FILE_Close(hFile);
 }
 
-TEST_F(SysFileFaults, AViewThatCannotBeBackedIsNotMapped) {
+TEST_F(SysFileFaults, AViewThatTheFileCannotBackIsNotMapped) {
   const int32_t hFile = SYS_FILE_Open(Path("f").c_str(), 0x13);
   {
     const FAULT Fault("write", ENOSPC);
     EXPECT_EQ(nullptr, SYS_FILE_MapView(hFile, 0, 10));
   }
   {
-    const FAULT Fault("write", 0);  // nothing written
+    const FAULT Fault("write", 0);  // writes nothing
     EXPECT_EQ(nullptr, SYS_FILE_MapView(hFile, 0, 10));
   }
   {
-    const FAULT Fault("lseek", EIO, 3);  // behind the three that find the size
+    const FAULT Fault("lseek", EIO, 3);  // after the three that find the size
     EXPECT_EQ(nullptr, SYS_FILE_MapView(hFile, 0, 10));
   }
   EXPECT_EQ("", ReadFile(Path("f")));
@@ -169,7 +169,7 @@ TEST_F(SysFileFaults, AViewThatCannotBeBackedIsNotMapped) {
     const FAULT Fault("mmap", ENOMEM);
     EXPECT_EQ(nullptr, SYS_FILE_MapView(hFile, 0, 10));
   }
-  EXPECT_EQ(std::string(9, '\0') + " ", ReadFile(Path("f")));  // extended all the same
+  EXPECT_EQ(std::string(9, '\0') + " ", ReadFile(Path("f")));  // it was extended
   EXPECT_EQ(10, SYS_FILE_Seek(hFile, 0, SEEK_CUR));
   void* pView = SYS_FILE_MapView(hFile, 0, 10);
   EXPECT_NE(nullptr, pView);
@@ -181,11 +181,11 @@ TEST_F(SysFileFaults, ADirectoryThatAnotherProcessMakesMeanwhileIsGood) {
   ASSERT_EQ(0, SYS_PATH_MakeDir(Path("a").c_str()));
   WriteFile(Path("f"), "");
   {
-    const FAULT Fault("lstat", ENOENT);  // not there yet when looked for
+    const FAULT Fault("lstat", ENOENT);  // it does not exist when it is looked for
     EXPECT_EQ(0, SYS_PATH_MakeDir(Path("a").c_str()));
   }
   const FAULT Fault("lstat", ENOENT);
-  EXPECT_EQ(-1, SYS_PATH_MakeDir(Path("f").c_str()));  // what came meanwhile is no directory
+  EXPECT_EQ(-1, SYS_PATH_MakeDir(Path("f").c_str()));  // what exists now is not a directory
 }
 
 TEST_F(SysFileFaults, MakeDirFailsWithTheCallsItIsMadeOf) {
@@ -195,7 +195,7 @@ TEST_F(SysFileFaults, MakeDirFailsWithTheCallsItIsMadeOf) {
     const FAULT Fault(sCall, EIO);
     EXPECT_EQ(-1, SYS_PATH_MakeDir(Path("link").c_str())) << sCall;
   }
-  const FAULT Fault("mkdir", 0);  // it says so, and has not
+  const FAULT Fault("mkdir", 0);  // reports success without having done it
   EXPECT_EQ(-1, SYS_PATH_MakeDir(Path("b").c_str()));
 }
 
@@ -214,7 +214,7 @@ class SysDataDirFaults : public SysFileFaults {
   }
 };
 
-TEST_F(SysDataDirFaults, AnExecutableThatCannotBeToldGivesTheHome) {
+TEST_F(SysDataDirFaults, AnUnknownExecutableGivesTheHome) {
   const FAULT Fault("proc_pidpath", ESRCH);
   ExpectHome();
 }

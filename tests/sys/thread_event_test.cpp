@@ -55,8 +55,7 @@ TEST(SysEvent, ReservedArgumentOtherThanZeroIsRefused) {
 TEST(SysEvent, AWaitTimesOutNotBeforeItsTime) {
   SYS_EVENT*    pEvent = SYS_EVENT_Create(0, 0);
   const int64_t Start  = GetMs();
-  EXPECT_EQ(SYS_TIMEOUT,
-            SYS_EVENT_Wait(pEvent, 1050));  // carries from the microseconds now and then
+  EXPECT_EQ(SYS_TIMEOUT, SYS_EVENT_Wait(pEvent, 1050));  // sometimes carries into the seconds
   const int64_t Elapsed = GetMs() - Start;
   EXPECT_GE(Elapsed, 1049);
   EXPECT_LT(Elapsed, 10000);
@@ -145,7 +144,7 @@ TEST(SysEvent, OneSetWakesOneOfTwoWaiters) {
   SYS_EVENT_Destroy(pEvent);
 }
 
-// POSIX lets a wait that runs out take a wake-up with it, which is then nobody else's.
+// POSIX allows a wait that times out to consume the wake-up, which no other waiter then gets.
 TEST(SysEvent, AWaitThatRunsOutWithTheWakeUpLeavesItToTheNextWaiter) {
   SYS_EVENT*           pEvent = SYS_EVENT_Create(0, 0);
   std::atomic<int32_t> Late{-7};
@@ -154,16 +153,16 @@ TEST(SysEvent, AWaitThatRunsOutWithTheWakeUpLeavesItToTheNextWaiter) {
     const FAULT RunsOut("pthread_cond_timedwait, woken", ETIMEDOUT);
     Late = SYS_EVENT_Wait(pEvent, 60000);
   });
-  usleep(50000);  // who waits first is woken first
+  usleep(50000);  // the first waiter is woken first
   std::thread OtherWaiter([&] { Other = SYS_EVENT_Wait(pEvent, SYS_WAIT_FOREVER); });
   usleep(50000);
   SYS_EVENT_Set(pEvent);
   EXPECT_TRUE(Soon([&] { return Late == SYS_TIMEOUT || Other == 0; }));
   if (Late != SYS_TIMEOUT) {
-    SYS_EVENT_Set(pEvent);  // a busy machine: the other one was first
+    SYS_EVENT_Set(pEvent);  // on a busy machine the other one was first
   }
   EXPECT_TRUE(Soon([&] { return Late == SYS_TIMEOUT && Other == 0; }));
-  SYS_EVENT_Set(pEvent);  // so that the test ends in any case
+  SYS_EVENT_Set(pEvent);  // so that the test ends even after a failure
   LateWaiter.join();
   OtherWaiter.join();
   SYS_EVENT_Destroy(pEvent);
@@ -234,7 +233,7 @@ TEST(SysEvent, SettingWakesOneWaiterByOneCall) {
   SYS_EVENT_Destroy(pEvent);
 }
 
-TEST(SysEvent, ErrorsOfTheSystemAreNoTimeOuts) {
+TEST(SysEvent, ErrorsOfTheSystemAreNotTimeOuts) {
   SYS_EVENT* pEvent = SYS_EVENT_Create(0, 0);
   const struct {
     const char* sCall;
@@ -259,7 +258,7 @@ TEST(SysEvent, ErrorsOfTheSystemAreNoTimeOuts) {
   SYS_EVENT_Destroy(pEvent);
 }
 
-TEST(SysEvent, AFailedUnlockIsTold) {
+TEST(SysEvent, AFailedUnlockIsReported) {
   SYS_EVENT* pEvent = SYS_EVENT_Create(0, 1);
   int32_t    Result;
   {
@@ -271,7 +270,7 @@ TEST(SysEvent, AFailedUnlockIsTold) {
   SYS_EVENT_Destroy(pEvent);
 }
 
-TEST(SysEvent, EachWakeUpForNothingStartsTheLimitAfresh) {
+TEST(SysEvent, EachWakeUpForNothingStartsTheLimitAgain) {
   SYS_EVENT* pEvent = SYS_EVENT_Create(0, 0);
   int32_t    Result;
   uint32_t   NumWaits;

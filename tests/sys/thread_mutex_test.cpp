@@ -13,7 +13,7 @@
 #include "tests/sys/support/faults.h"
 #include "tests/sys/support/threads.h"
 
-// Unlocking what another thread holds is tried on purpose: it must fail, and harm nothing.
+// The tests unlock a mutex that another thread holds: that must fail and change nothing.
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions() {
   return "mutex:UnlockMutex";
@@ -150,7 +150,7 @@ TEST(SysMutex, CreationThatFailsTakesNoSlotAndDestroysTheAttribute) {
   }
 }
 
-TEST(SysMutex, ErrorsOfTheSystemAreNoTimeOuts) {
+TEST(SysMutex, ErrorsOfTheSystemAreNotTimeOuts) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("errors");
   int32_t    Result;
   {
@@ -166,7 +166,7 @@ TEST(SysMutex, ErrorsOfTheSystemAreNoTimeOuts) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
-// Neither queued for nor spun for: each try is a millisecond after the last, a signal apart.
+// A timed lock neither queues nor spins: it tries once a millisecond, or sooner after a signal.
 TEST(SysMutex, IsTriedEveryMillisecond) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("polled");
   ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));
@@ -192,7 +192,7 @@ TEST(SysMutex, IsTriedEveryMillisecond) {
   SYS_MUTEX_Destroy(&pMutex);
 }
 
-// Each pause moves the time by its millisecond: the one that passes the limit is the last.
+// Each pause moves the time by a millisecond. The pause that passes the limit is the last one.
 TEST(SysMutex, TheLimitIsInMilliseconds) {
   SYS_MUTEX* pMutex = SYS_MUTEX_Create("limit");
   ASSERT_EQ(0, SYS_MUTEX_Lock(pMutex, SYS_WAIT_FOREVER));

@@ -15,7 +15,7 @@
 
 static std::atomic<int> NumEnded;
 
-// Counts an end by whatever way: the destructor of a value that belongs to the thread.
+// Counts every way for a thread to end: the destructor of a thread-specific value runs in each.
 static void CountEnd() {
   static pthread_key_t Key;
   static const int     IsMade = pthread_key_create(&Key, [](void*) { NumEnded++; });
@@ -40,7 +40,7 @@ static void* StoreSelf(void* pArg) {
   return nullptr;
 }
 
-TEST(SysThread, RunsDetachedWithItsArgumentAndTellsItsId) {
+TEST(SysThread, RunsDetachedWithItsArgumentAndReturnsItsId) {
   SEEN            Seen;
   pthread_t       Id       = 0;
   const pthread_t Returned = SYS_THREAD_Start(StoreSelf, &Seen, &Id);
@@ -70,7 +70,7 @@ TEST(SysThread, StartCallRunsARoutineWithoutResult) {
   }
 }
 
-TEST(SysThread, ThreadsThatCannotBeHadGiveId0) {
+TEST(SysThread, ThreadsThatCannotBeStartedGiveId0) {
   void* (*const pfRoutine)(void*) = [](void*) -> void* { return nullptr; };
   void (*const pfCall)(void*)     = [](void*) {};
   for (const char* sCall : {"pthread_attr_init", "pthread_attr_setdetachstate", "pthread_create"}) {
@@ -122,7 +122,7 @@ TEST(SysThread, CancellingEndsAWaitForAnEventAndLeavesTheEventUsable) {
   SYS_EVENT_Destroy(pNeverSet);
 }
 
-TEST(SysThread, CancellingTellsTheSystemsError) {
+TEST(SysThread, CancellingReturnsTheSystemsError) {
   int32_t Result;
   {
     const FAULT Fault("pthread_cancel", ESRCH);
@@ -144,7 +144,7 @@ TEST(SysThread, CurrentIdsAreTheSystems) {
 
 // ---- All at once --------------------------------------------------------------------------------
 
-// Every slot in use, and what each mutex guards is counted without anything else to guard it.
+// All slots are in use. Each counter is guarded by its mutex alone.
 TEST(SysThreadStress, SixtyFourMutexesGuardTheirCountersAgainstEightThreads) {
   SYS_MUTEX* apMutexes[64];
   for (SYS_MUTEX*& pMutex : apMutexes) {
@@ -168,7 +168,7 @@ TEST(SysThreadStress, SixtyFourMutexesGuardTheirCountersAgainstEightThreads) {
         pMutex->Counter++;
         NumLocked++;
         if (i % 16 == 0) {
-          usleep(100);  // so that others meet a lock that is held
+          usleep(100);  // so that other threads find it locked
         }
         ASSERT_EQ(0, SYS_MUTEX_Unlock(pMutex));
       }
@@ -186,8 +186,8 @@ TEST(SysThreadStress, SixtyFourMutexesGuardTheirCountersAgainstEightThreads) {
   EXPECT_GT(NumCounted, 8000u);
 }
 
-// Time-outs race with signals: each event is set again only when its last signal was consumed, so
-// a signal that a wait loses on its way out leaves its thread waiting until the test gives up.
+// Time-outs race with signals. Each event is set again only when its last signal was consumed, so a
+// signal that a wait loses as it times out leaves its thread waiting until the test gives up.
 TEST(SysThreadStress, SixtyFourEventsLoseNoSignalToTimeOuts) {
   struct PAIR {
     SYS_EVENT*            pEvent;
@@ -238,8 +238,8 @@ TEST(SysThreadStress, SixtyFourEventsLoseNoSignalToTimeOuts) {
   EXPECT_GT(NumTimeouts, 0u) << "there was no race";
 }
 
-// Both tables full, every object shared by all threads. Each wait that is let through consumes one
-// signal, so there are never more of them than signals were set.
+// Both tables are full, and all threads share every object. Each wait that succeeds consumes one
+// signal, so there are never more of them than signals.
 TEST(SysThreadStress, AllMutexesAndAllEventsAreInUseTogether) {
   SYS_MUTEX* apMutexes[64];
   SYS_EVENT* apEvents[64];

@@ -29,12 +29,12 @@ TEST_F(SysXmlArena, PiecesFollowEachOtherWithoutRounding) {
 
 TEST_F(SysXmlArena, TheFirstChunkWithRoomIsTaken) {
   Take(0x3FFFF0);                                      // leaves 16 bytes
-  uint8_t* pSecond = static_cast<uint8_t*>(Take(17));  // does not fit: a chunk is added
+  uint8_t* pSecond = static_cast<uint8_t*>(Take(17));  // does not fit, so a chunk is added
   ASSERT_NE(nullptr, m_pArena->pNext);
   EXPECT_EQ(m_pArena->pNext->pData, pSecond);
   EXPECT_EQ(0x400000u, m_pArena->pNext->Capacity);
   EXPECT_EQ(17u, m_pArena->pNext->Used);
-  EXPECT_EQ(m_pArena->pData + 0x3FFFF0, Take(16));  // just fits the first one
+  EXPECT_EQ(m_pArena->pData + 0x3FFFF0, Take(16));  // just fits the first chunk
   EXPECT_EQ(pSecond + 17, Take(1));
   EXPECT_EQ(nullptr, m_pArena->pNext->pNext);
 }
@@ -47,7 +47,7 @@ TEST_F(SysXmlArena, OneByteBelow4MiBTakesAChunkOf4MiB) {
 }
 
 TEST_F(SysXmlArena, BigPiecesHaveAChunkOfTheirSizeAtTheEnd) {
-  uint8_t* pBig = static_cast<uint8_t*>(Take(0x400000));  // though the first chunk has the room
+  uint8_t* pBig = static_cast<uint8_t*>(Take(0x400000));  // although the first chunk has room
   ASSERT_NE(nullptr, m_pArena->pNext);
   EXPECT_EQ(0u, m_pArena->Used);
   EXPECT_EQ(m_pArena->pNext->pData, pBig);
@@ -60,20 +60,20 @@ TEST_F(SysXmlArena, BigPiecesHaveAChunkOfTheirSizeAtTheEnd) {
   EXPECT_EQ(m_pArena->pData, Take(1));  // the first chunk is still the first with room
 }
 
-TEST_F(SysXmlArena, FullChunksAreLeftOutAndAnyOtherIsStillFirst) {
+TEST_F(SysXmlArena, FullChunksAreSkippedAndAnyOtherIsStillFirst) {
   Take(0x3FFFF8);                                      // leaves 8 bytes
   uint8_t* pSecond = static_cast<uint8_t*>(Take(16));  // in a second chunk
-  EXPECT_EQ(m_pArena->pData + 0x3FFFF8, Take(7));      // the first one has room for less
+  EXPECT_EQ(m_pArena->pData + 0x3FFFF8, Take(7));      // the first chunk has room for it
   EXPECT_EQ(pSecond + 16, Take(2));
-  EXPECT_EQ(m_pArena->pData + 0x3FFFFF, Take(1));  // now it is full
-  Take(0x400000);                                  // a third one, full from the beginning
-  EXPECT_EQ(pSecond + 18, Take(0x400000 - 18));    // and the second one
+  EXPECT_EQ(m_pArena->pData + 0x3FFFFF, Take(1));  // now the first chunk is full
+  Take(0x400000);                                  // a third chunk, full from the start
+  EXPECT_EQ(pSecond + 18, Take(0x400000 - 18));    // fills the second chunk
   uint8_t*        pFourth = static_cast<uint8_t*>(Take(1));
   const XmlArena* pChunk  = m_pArena->pNext->pNext->pNext;
   ASSERT_NE(nullptr, pChunk);
   EXPECT_EQ(pChunk->pData, pFourth);
   EXPECT_EQ(pFourth + 1, Take(1));
-  EXPECT_EQ(pChunk, m_pArena->pOpen);  // what lies in front of it is not walked again
+  EXPECT_EQ(pChunk, m_pArena->pOpen);  // the chunks before it are not walked again
   EXPECT_EQ(nullptr, pChunk->pNext);
 }
 

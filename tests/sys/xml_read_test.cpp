@@ -115,7 +115,7 @@ TEST(SysXmlParse, NamesAreLettersDigitsUnderscoreExclamationMarkAndDash) {
   }
 }
 
-TEST(SysXmlParse, ValuesAreTakenAsTheyStand) {
+TEST(SysXmlParse, ValuesAreTakenUnchanged) {
   EXPECT_EQ("<R a=\"&lt;<>'/\t\xFF\"/>\r\n", Canonical("<R a=\"&lt;<>'/\t\xFF\"/>"));
 }
 
@@ -147,12 +147,12 @@ TEST(SysXmlParse, MalformedTagsHaveTheirOwnReasons) {
   EXPECT_EQ(SYS_XML_ERR_NO_ROOT, ParseError("\x1A<R/>"));
 }
 
-TEST(SysXmlParse, AFaultBehindAGoodRootRefusesAll) {
+TEST(SysXmlParse, AFaultAfterAGoodRootRefusesAll) {
   EXPECT_EQ(SYS_XML_ERR_END_TAG, ParseError("<R><A/></R></R>"));
   EXPECT_EQ(SYS_XML_ERR_ATTR, ParseError("<R/><S"));
 }
 
-TEST(SysXmlParse, TheReasonNeedNotBeTaken) {
+TEST(SysXmlParse, TheReasonMayBeIgnored) {
   EXPECT_EQ(nullptr, SYS_XML_ParseDoc("x", nullptr));
   EXPECT_NE(nullptr, Parse("<R/>").Get());
 }
@@ -161,7 +161,7 @@ TEST(SysXmlParse, OfSeveralElementsAtTheTopTheLastIsTheRoot) {
   EXPECT_EQ("<B/>\r\n", Canonical("<A x=\"1\"><Y/></A><B/>"));
 }
 
-TEST(SysXmlParse, AnAttributeThatStandsTwiceIsKeptTwiceAndTheFirstIsFound) {
+TEST(SysXmlParse, AnAttributeGivenTwiceIsKeptTwiceAndTheFirstIsFound) {
   const Doc Tree = Parse("<R a=\"1\" a=\"2\"/>");
   ASSERT_NE(nullptr, Tree.Get());
   EXPECT_STREQ("1", SYS_XML_FindAttr(Tree.Root(), "a")->sValue);
@@ -255,7 +255,7 @@ TEST(SysXmlHostile, EveryCutOfAGoodTextIsLoadedOrRefused) {
   const std::string sText =
       "<!DOCTYPE r>\r\n<!-- c --><Registry A=\"1\" B=\"2\"><K V=\"x\"><L/></K></Registry>\r\n";
   for (size_t Length = 0; Length < sText.size(); Length++) {
-    ParseError(sText.substr(0, Length));  // checks that reason and result agree
+    ParseError(sText.substr(0, Length));  // checks that the reason and the result agree
   }
 }
 
@@ -293,7 +293,7 @@ TEST_F(SysXmlFile, AZeroByteEndsTheText) {
   EXPECT_EQ(SYS_XML_ERR_NO_ROOT, LoadError("h"));
 }
 
-TEST_F(SysXmlFile, EmptyAndMalformedFilesAreToldApartFromUnreadableOnes) {
+TEST_F(SysXmlFile, EmptyAndMalformedFilesAreDistinguishedFromUnreadableOnes) {
   WriteFile(m_Dir.Path("empty"), "");
   WriteFile(m_Dir.Path("text"), "text");
   EXPECT_EQ(SYS_XML_ERR_NO_ROOT, LoadError("empty"));
@@ -304,7 +304,7 @@ TEST_F(SysXmlFile, EmptyAndMalformedFilesAreToldApartFromUnreadableOnes) {
   EXPECT_EQ(SYS_XML_ERR_FILE, Error);
 }
 
-TEST_F(SysXmlFile, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
+TEST_F(SysXmlFile, AnythingButARegularFileIsRefusedWithoutWaiting) {
   ASSERT_EQ(0, mkfifo(m_Dir.Path("fifo").c_str(), 0600));
   ASSERT_EQ(0, mkdir(m_Dir.Path("dir").c_str(), 0700));
   ASSERT_EQ(0, symlink("/dev/zero", m_Dir.Path("zero").c_str()));

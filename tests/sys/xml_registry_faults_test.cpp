@@ -33,7 +33,7 @@ TEST(SysXmlFaults, ANameThatNeedsAChunkOfItsOwnLeavesNothingBehind) {
   EXPECT_EQ(nullptr, SYS_XML_CreateDoc(sName.c_str()));
 }
 
-// A document whose first chunk has no room but for NumBytes.
+// Makes a document whose first chunk has room for NumBytes only.
 static XmlDocument* CreateFullDoc(uint32_t NumBytes) {
   XmlDocument* pDoc = SYS_XML_ParseDoc("<R a=\"1\"><K/></R>", nullptr);
   SYS_XML_AllocFromArena(pDoc->pArena, 0x400000 - pDoc->pArena->Used - NumBytes);
@@ -47,7 +47,7 @@ static std::string Store(const XmlDocument* pDoc) {
 }
 
 TEST(SysXmlFaults, ATreeWithoutRoomToGrowStaysAsItIs) {
-  for (uint32_t Room = 0; Room < 64; Room += 8) {  // each of the pieces in turn does not fit
+  for (uint32_t Room = 0; Room < 64; Room += 8) {  // in turn each of the pieces does not fit
     XmlDocument* pDoc  = CreateFullDoc(Room);
     XmlElement*  pRoot = SYS_XML_GetRoot(pDoc);
     {
@@ -84,8 +84,8 @@ TEST(SysXmlFaults, ALongerValueWithoutRoomLeavesTheFormerOne) {
 }
 
 TEST(SysXmlFaults, ParsingEndsAtThePieceThatFindsNoMemory) {
-  // Each text needs a second chunk at another place: for an element, its name, an attribute, a name
-  // of an attribute, a value.
+  // Each text needs a second chunk at another place: for an element, its name, an attribute, its
+  // name, its value.
   const std::string              sBig(0x400000, 'n');
   const std::vector<std::string> Texts = {"<" + sBig + "/>", "<R " + sBig + "=\"\"/>",
                                           "<R a=\"" + sBig + "\"/>", "<R><" + sBig + "/></R>"};
@@ -125,7 +125,7 @@ class SysXmlFileFaults : public testing::Test {
   TempDir m_Dir;
 };
 
-TEST_F(SysXmlFileFaults, AFileThatCannotBeReadIsToldApartFromAMalformedOne) {
+TEST_F(SysXmlFileFaults, AFileThatCannotBeReadIsDistinguishedFromAMalformedOne) {
   WriteFile(Path("f"), "<R/>");
   const struct {
     const char* sCall;
@@ -174,7 +174,7 @@ class SysRegistryFaults : public RegistryHome {
     uint32_t Size       = sizeof(acText);
     return SYS_REG_QueryValue(USER, sName, nullptr, acText, &Size) == 0 ? acText : "none";
   }
-  // The lowest free descriptor: it rises when one is lost.
+  // Returns the lowest free descriptor: it rises when one is lost.
   static int FreeDescriptor() {
     const int hFile = open("/dev/null", O_RDONLY);
     close(hFile);
@@ -190,8 +190,8 @@ class SysRegistryFaults : public RegistryHome {
       {"write", 0},       {"lseek", EIO},   {"ftruncate", EIO}, {"fstat", EIO}, {"lstat", EIO},
       {"lstat", ENOENT},  {"stat", EIO},    {"mkdir", EACCES}};
 
-  // Runs Body with the first, second, third ... call of each kind failing, once or from there on,
-  // until it makes no more of them; then Check, with all working again.
+  // Runs Body with the first, second, third ... call of each kind failing, once or from then on,
+  // until it makes no more calls. Then runs Check without failures.
   void FailInTurn(const std::function<void()>& Prepare, const std::function<void()>& Body,
                   const std::function<void(const char*)>& Check) {
     for (const FAULT_ROW& Row : Rows) {
@@ -236,7 +236,7 @@ TEST_F(SysRegistryFaults, AGoodFileIsKeptOrReplacedByWhatWasAccepted) {
              [&](const char* sCall) {
                ASSERT_TRUE(SetResult <= 1 && ListResult <= 1 && DeleteResult <= 1);
                if (File() == "" && strcmp(sCall, "write") == 0) {
-                 return;  // emptied, and then not written: the format's own window
+                 return;  // emptied and then not written: the format allows that
                }
                ASSERT_EQ("k", Text("keep"));
                if (File() != sBefore) {
@@ -248,7 +248,7 @@ TEST_F(SysRegistryFaults, AGoodFileIsKeptOrReplacedByWhatWasAccepted) {
 }
 
 TEST_F(SysRegistryFaults, AFileIsNotWrittenWhenNothingWasChanged) {
-  // Without memory for a snapshot it counts as changed, but its text says the same.
+  // Without memory for a snapshot it counts as changed and is written, with the same text.
   const std::string sBefore = "<Registry keep=\"k\" keep_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n";
   FailInTurn([&] { Provide(sBefore); },
              [&] {
@@ -273,7 +273,7 @@ TEST_F(SysRegistryFaults, AMalformedFileStaysOrBecomesAnEmptyStore) {
                     sFile == "<Registry/>\r\n" ||
                     (sFile == "" && (strcmp(sCall, "write") == 0 || strcmp(sCall, "lseek") == 0)))
             << sFile;
-        ASSERT_EQ(2u, Query("v"));  // and from now on it works
+        ASSERT_EQ(2u, Query("v"));  // works from now on
       });
 }
 
@@ -323,7 +323,7 @@ TEST_F(SysRegistryFaults, AnOpenIsTriedFourTimesBeforeTheWriteIsGivenUp) {
   }
 }
 
-TEST_F(SysRegistryFaults, AKeyThatFindsNoMemoryIsNoKey) {
+TEST_F(SysRegistryFaults, AKeyWithoutMemoryIsNotOpened) {
   Provide("<Registry/>");
   Query("v");  // loads the root
   {
@@ -341,7 +341,7 @@ TEST_F(SysRegistryFaults, AKeyThatFindsNoMemoryIsNoKey) {
 }
 
 TEST_F(SysRegistryFaults, AValueThatFindsNoMemoryFailsAtEveryOneOfItsPieces) {
-  // Room for so many bytes in the arena, and no more memory: sooner or later any piece is the one.
+  // The arena has room for that many bytes, and there is no more memory: in turn each piece fails.
   for (const uint32_t Type : {1u, 7u}) {
     bool HasSucceeded = false;
     for (uint32_t Room = 0; !HasSucceeded; Room += 8) {

@@ -28,7 +28,7 @@ TEST(SysXmlWrite, IndentsByTwoSpacesPerLevelAndEndsLinesWithCrLf) {
       Tree.Text());
 }
 
-TEST(SysXmlWrite, AQuoteInAValueIsWrittenAsItIsAndCannotBeReadBack) {
+TEST(SysXmlWrite, AQuoteInAValueIsWrittenUnchangedAndCannotBeReadBack) {
   const Doc Tree(SYS_XML_CreateDoc("R"));
   SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", "x\"y");
   EXPECT_EQ("<R a=\"x\"y\"/>\r\n", Tree.Text());
@@ -56,7 +56,7 @@ TEST(SysXmlWrite, NullArgumentsGiveMinusOne) {
   EXPECT_EQ('#', c);
 }
 
-// A document whose text has exactly NumBytes bytes.
+// Makes a document whose text has exactly NumBytes bytes.
 static XmlDocument* CreateDocOfSize(size_t NumBytes) {
   XmlDocument* pDoc = SYS_XML_CreateDoc("R");
   SYS_XML_SetAttr(pDoc, SYS_XML_GetRoot(pDoc), "a", std::string(NumBytes - 11, 'v').c_str());
@@ -94,8 +94,8 @@ TEST(SysXmlWrite, ElementsNestedAsDeepAsMemoryGoesAreTooLong) {
   EXPECT_EQ(std::string::npos, sBuffer.find('#'));
 }
 
-TEST(SysXmlWrite, NothingShortIsWrittenBehindAPieceThatDidNotFit) {
-  // Were only the long value dropped, the rest would still give a well-formed, wrong text.
+TEST(SysXmlWrite, NothingShortIsWrittenAfterAPieceThatDidNotFit) {
+  // Without the long value alone, the rest would be a well-formed but wrong text.
   const Doc Tree(SYS_XML_CreateDoc("R"));
   SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "long", std::string(0x100001, 'v').c_str());
   SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "short", "s");
@@ -189,7 +189,7 @@ TEST(SysXmlTree, FindOrAddAddsAsTheLastChildOnce) {
   EXPECT_EQ(nullptr, SYS_XML_FindOrAddChild(Tree.Get(), Tree.Root(), nullptr));
 }
 
-TEST(SysXmlTree, AppendSiblingGoesBehindTheLastOne) {
+TEST(SysXmlTree, AppendSiblingGoesAfterTheLastOne) {
   const Doc   Tree = Parse("<R><A/><B/></R>");
   XmlElement* pA   = Tree.Root()->pFirstChild;
   XmlElement* pC   = SYS_XML_AppendSibling(Tree.Get(), pA, "A");
@@ -201,13 +201,13 @@ TEST(SysXmlTree, AppendSiblingGoesBehindTheLastOne) {
   EXPECT_EQ(nullptr, SYS_XML_AppendSibling(Tree.Get(), pA, nullptr));
 }
 
-TEST(SysXmlTree, ASiblingOfTheRootIsWrittenBehindIt) {
+TEST(SysXmlTree, ASiblingOfTheRootIsWrittenAfterIt) {
   const Doc Tree(SYS_XML_CreateDoc("R"));
   SYS_XML_AppendSibling(Tree.Get(), Tree.Root(), "S");
   EXPECT_EQ("<R/>\r\n<S/>\r\n", Tree.Text());
 }
 
-TEST(SysXmlTree, CopyElementNameTellsTheWholeLength) {
+TEST(SysXmlTree, CopyElementNameReturnsTheWholeLength) {
   const Doc Tree = Parse("<Name/>");
   char      acBuffer[8];
   memset(acBuffer, '#', sizeof(acBuffer));
@@ -321,7 +321,7 @@ TEST(SysXmlTree, AWalkGoesOnFromAnAttributeThatWasUnlinked) {
   EXPECT_EQ("<R a=\"1\" d=\"4\"/>\r\n", Tree.Text());
 }
 
-TEST(SysXmlTree, RemoveTellsWhyItRemovedNothing) {
+TEST(SysXmlTree, RemoveReportsWhyItRemovedNothing) {
   const Doc Tree = Parse("<R a=\"1\"/>");
   EXPECT_EQ(SYS_XML_NOT_FOUND, SYS_XML_RemoveAttr(Tree.Root(), "b"));
   EXPECT_EQ(SYS_XML_NOT_FOUND, SYS_XML_RemoveAttr(Tree.Root(), nullptr));
@@ -329,7 +329,7 @@ TEST(SysXmlTree, RemoveTellsWhyItRemovedNothing) {
   EXPECT_EQ("<R a=\"1\"/>\r\n", Tree.Text());
 }
 
-TEST(SysXmlTree, CopyAttrValueTellsTheWholeLength) {
+TEST(SysXmlTree, CopyAttrValueReturnsTheWholeLength) {
   const Doc           Tree  = Parse("<R a=\"value\"/>");
   const XmlAttribute* pAttr = Tree.Root()->pFirstAttr;
   char                acBuffer[8];
@@ -365,7 +365,7 @@ TEST(SysXmlNames, SanitizeReplacesWhatTheLoaderDoesNotTake) {
   }
 }
 
-TEST(SysXmlNames, WhatIsToldToBeANameIsWhatTheLoaderReads) {
+TEST(SysXmlNames, TheNamesAcceptedAreThoseTheLoaderReads) {
   for (const std::string sName : {"a", "-", "!", "!D", "!DO", "!DOC", "!DOCTYPE", "!doc", "!-",
                                   "!--", "!--x", "a!--", "a.b", "a b", "", "0", "\xC3\xA4"}) {
     EXPECT_EQ(ParseError("<" + sName + " a=\"\"><b/></" + sName + ">") == 0,

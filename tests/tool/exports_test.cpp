@@ -1,6 +1,7 @@
 // What the built executable exports.
 
 #include <gtest/gtest.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -16,10 +17,10 @@ static const char* const Names[] = {
 // Defined dynamic symbols, as the system's own tool lists them.
 static std::set<std::string> ExportedSymbols() {
 #if defined(__APPLE__)  // the same question, asked in the other format's words
-  const std::string Command = "nm -gjU " QUOBE_TOOL_PATH;
+  const std::string Command = "nm -gjU '" QUOBE_TOOL_PATH "'";
   const char*       sPrefix = "_";
 #else
-  const std::string Command = "nm -D --defined-only --format=just-symbols " QUOBE_TOOL_PATH;
+  const std::string Command = "nm -D --defined-only --format=just-symbols '" QUOBE_TOOL_PATH "'";
   const char*       sPrefix = "";
 #endif
   std::set<std::string> Symbols;
@@ -55,4 +56,16 @@ TEST(Exports, ListHas337And294NamesOf19With64) {
   EXPECT_EQ(337, NumQuobe);
   EXPECT_EQ(294, NumArm);
   EXPECT_EQ(19, Num64);
+}
+
+// The list is what everything else is made from, so it is compared with a number that is not: FNV-1a
+// of the sorted names, a line feed after each.
+TEST(Exports, NoNameOfTheListIsMisspelt) {
+  uint64_t Hash = 0xCBF29CE484222325;
+  for (const std::string& Name : std::set<std::string>(std::begin(Names), std::end(Names))) {
+    for (const char c : Name + "\n") {
+      Hash = (Hash ^ static_cast<uint8_t>(c)) * 0x100000001B3;
+    }
+  }
+  EXPECT_EQ(0xC01A24850B139001, Hash);
 }

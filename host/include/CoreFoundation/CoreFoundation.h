@@ -1,9 +1,10 @@
 // Stand-in for Darwin's <CoreFoundation/CoreFoundation.h>: strings and dictionaries, and of those
 // only what the product calls.
 //
-// The Darwin contract: objects are counted. Who gets one from a function with Create in its name
-// owes it one CFRelease; a constant string owes none. A dictionary keeps what is put into it.
-// Left out: allocators (only kCFAllocatorDefault), encodings but UTF-8, keys that are no strings.
+// The Darwin contract: objects are reference counted. An object from a function with Create in its
+// name needs one CFRelease, a constant string none. A dictionary retains what is put into it.
+// Left out: allocators (only kCFAllocatorDefault), encodings other than UTF-8, keys that are not
+// strings.
 
 #ifndef HOST_COREFOUNDATION_H
 #define HOST_COREFOUNDATION_H
@@ -27,7 +28,7 @@ typedef const struct __CFDictionary* CFDictionaryRef;
 #define kCFAllocatorDefault   ((CFAllocatorRef)0)
 #define kCFStringEncodingUTF8 ((CFStringEncoding)0x08000100)
 
-// What every object begins with. Count is 0 for a constant, which is never freed.
+// The beginning of every object. Count is 0 for a constant, which is never freed.
 struct HOST_CF_OBJECT {
   uint32_t Count;
   void (*pfFree)(void* pObject);
@@ -48,12 +49,12 @@ struct __CFString {
 // pObject must not be NULL.
 void CFRelease(CFTypeRef pObject);
 
-// Copies the text with its terminator. 0 when it does not fit into BufferSize bytes; the buffer's
-// contents are then undefined.
+// Copies the text and its terminator. Returns 0 when it does not fit into BufferSize bytes; the
+// buffer's contents are then undefined.
 Boolean CFStringGetCString(CFStringRef pString, char* pBuffer, CFIndex BufferSize,
                            CFStringEncoding Encoding);
 
-// Puts pValue in under pKey, in place of what is there. Both are kept by count.
+// Sets the value of pKey to pValue. Both are retained.
 void CFDictionarySetValue(CFMutableDictionaryRef pDict, const void* pKey, const void* pValue);
 
 #ifdef __cplusplus

@@ -45,7 +45,7 @@ kern_return_t IOServiceGetMatchingServices(mach_port_t hMasterPort, CFDictionary
 // The next service, to be released; IO_OBJECT_NULL at the end.
 io_object_t IOIteratorNext(io_iterator_t hIterator);
 
-// Gives up one reference. KERN_INVALID_ARGUMENT for what is no object.
+// Releases one reference. Returns KERN_INVALID_ARGUMENT for anything that is not an object.
 kern_return_t IOObjectRelease(io_object_t hObject);
 
 // A copy of the property, to be released; NULL when the service has no such property.

@@ -2,8 +2,8 @@
 // its USB serial drivers, _IOW('T', 2, uint32_t).
 //
 // The Darwin contract: sets both directions of a serial line to any rate in bits per second the
-// hardware can make, beside the table of standard rates; -1 with errno set for a rate it cannot and
-// for a descriptor that is no serial line.
+// hardware supports, beside the table of standard rates. Returns -1 with errno set for any other
+// rate and for a descriptor that is not a serial line.
 // Here it becomes the kernel's own request for an arbitrary rate; a rate that the driver does not
 // make to within two percent, and 0, give EINVAL. Left out: that Darwin drops the rate with the
 // next tcsetattr().

@@ -1,18 +1,18 @@
 // Stand-in for what Darwin's <sys/socket.h> has beyond the system's own, or has in another way:
 // SO_NOSIGPIPE, SO_LINGER in ticks and SO_LINGER_SEC, and a connect() that fails at once.
 //
-// SO_NOSIGPIPE, the Darwin contract: a send on a socket with the option set fails with EPIPE where it
-// would otherwise raise SIGPIPE. The option is per socket and off on a new one.
-// Here the option is kept beside the socket, looked up by its descriptor. Left out: that an accepted
-// socket inherits it, reading it with getsockopt(), its effect on write() and sendmsg(), duplicated
-// descriptors, and descriptors from 65536 on (refused with EBADF).
+// SO_NOSIGPIPE, the Darwin contract: a send on a socket with the option set fails with EPIPE where
+// it would otherwise raise SIGPIPE. The option is per socket and off on a new one.
+// Here the option is kept beside the socket, looked up by its descriptor. Left out: that an
+// accepted socket inherits it, reading it with getsockopt(), its effect on write() and sendmsg(),
+// duplicated descriptors, and descriptors from 65536 on (refused with EBADF).
 //
 // SO_LINGER, the Darwin contract: counts in ticks of the kernel, 100 a second; SO_LINGER_SEC is the
 // same option in seconds.
 // Here the kernel keeps whole seconds: ticks are rounded up to them.
 //
-// connect(), the Darwin contract: a stream socket whose connect() fails at once, with an error other
-// than EINPROGRESS and EINTR, is not reported writable by select() (<sys/select.h>).
+// connect(), the Darwin contract: a stream socket whose connect() fails at once, with an error
+// other than EINPROGRESS and EINTR, is not reported writable by select() (<sys/select.h>).
 // Here the descriptor is remembered until it is used for another connect() or socket.
 
 #include_next <sys/socket.h>

@@ -1,12 +1,11 @@
-// A process without standard input, as a service may be started: descriptor 0 is the next to be
-// had.
+// A process without standard input, as a service may be started. The next descriptor is 0.
 
 #ifndef TESTS_SYS_SUPPORT_CLOSED_STDIN_H
 #define TESTS_SYS_SUPPORT_CLOSED_STDIN_H
 
 #include <unistd.h>
 
-// Standard input is closed while it lives. Whatever is descriptor 0 at its end is closed too.
+// Standard input is closed while it exists. At its end descriptor 0 is closed, whatever it is.
 class CLOSED_STDIN {
  public:
   CLOSED_STDIN() : m_hSaved(dup(0)) { close(0); }

@@ -19,7 +19,7 @@ inline const uint8_t  aMapped[]     = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF,
 inline const int      NO_SIGNAL_OPT = 0x1022;
 
 inline uint16_t GetPort(int hSocket) {
-  struct sockaddr_in6 Addr   = {};  // the port is at the same place in both families
+  struct sockaddr_in6 Addr   = {};  // the port is at the same place in both records
   socklen_t           Length = sizeof(Addr);
   EXPECT_EQ(0, getsockname(hSocket, (struct sockaddr*)&Addr, &Length));
   return ntohs(Addr.sin6_port);

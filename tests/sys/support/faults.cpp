@@ -92,7 +92,7 @@ static long FailWithErrno(int Error) {
     return __real_##Name Args;                    \
   }
 
-// Calls that fail with -1 and errno, with the error number as their result, with a null result.
+// Calls that fail with -1 and errno, with an error number as their result, with a null result.
 #define SETS_ERRNO(Result, Name, Params, Args) \
   WRAP(Result, Name, Params, Args, FailWithErrno(Error))
 #define RETURNS_ERROR(Result, Name, Params, Args) WRAP(Result, Name, Params, Args, Error)
@@ -163,7 +163,7 @@ RETURNS_NULL(Boolean, CFStringGetCString,
 
 extern "C" {
 
-// Looks first and fails then: an error may come with an iterator, which is owed a release.
+// Makes the call before it fails: after an error there may still be an iterator to release.
 kern_return_t __real_IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef, io_iterator_t*);
 kern_return_t __wrap_IOServiceGetMatchingServices(mach_port_t, CFDictionaryRef, io_iterator_t*);
 kern_return_t __wrap_IOServiceGetMatchingServices(mach_port_t hPort, CFDictionaryRef pMatching,
@@ -235,7 +235,7 @@ int __wrap_nanosleep(const struct timespec* pPause, struct timespec* pLeft) {
   return __real_nanosleep(pPause, pLeft);
 }
 
-// Closes first and fails then: the descriptor is gone either way.
+// Closes before it fails: a failed close() closes the descriptor too.
 int __real_close(int hFile);
 int __wrap_close(int hFile);
 int __wrap_close(int hFile) {
@@ -289,7 +289,7 @@ int __wrap_open(const char* sPath, int Flags, ...) {
   return __real_open(sPath, Flags, Mode);
 }
 
-// Knows a name with two addresses, which no machine needs to have.
+// Has a name with two addresses, which a machine may not have.
 int __real_getaddrinfo(const char* sName, const char* sService, const struct addrinfo* pHints,
                        struct addrinfo** ppResults);
 int __wrap_getaddrinfo(const char* sName, const char* sService, const struct addrinfo* pHints,

@@ -1,6 +1,6 @@
-// A program for the tests to start. It writes what it was given to the file named by the environment
-// variable QUOBE_REPORT: the number of arguments, the first of them, and the numbers of the
-// descriptors it has from 0 on, one line each.
+// A program that the tests start. It writes to the file named by the environment variable
+// QUOBE_REPORT: the number of its arguments, its first argument, and its open descriptors from 0 on,
+// one line each.
 
 #include <fcntl.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-// Descriptors that select() does not know.
+// Descriptors that select() does not support.
 
 #ifndef TESTS_SYS_SUPPORT_HIGH_DESCRIPTORS_H
 #define TESTS_SYS_SUPPORT_HIGH_DESCRIPTORS_H
@@ -8,7 +8,7 @@
 
 #include <vector>
 
-// While it lives, all descriptors below 1024 are in use: the next one to be had is 1024.
+// While it exists, all descriptors below 1024 are in use: the next one is 1024.
 class HIGH_DESCRIPTORS {
  public:
   HIGH_DESCRIPTORS() {
@@ -33,7 +33,7 @@ class HIGH_DESCRIPTORS {
   HIGH_DESCRIPTORS(const HIGH_DESCRIPTORS&)            = delete;
   HIGH_DESCRIPTORS& operator=(const HIGH_DESCRIPTORS&) = delete;
 
-  // Whether this process may have so many.
+  // Returns whether this process may have that many.
   bool AreThere() const { return !m_Fillers.empty(); }
 
  private:

@@ -1,10 +1,10 @@
-// Apart from the test: the kernel's header of line attributes and the C library's exclude each
-// other.
+// In its own file because the kernel's header of line attributes and the C library's cannot both be
+// included.
 
 #include <asm/termbits.h>
 #include <sys/ioctl.h>
 
-// The speed of a line in bits per second, 0 for what is no line.
+// Returns the speed of a line in bits per second, 0 for anything that is not a line.
 unsigned GetLineSpeed(int hLine);
 
 unsigned GetLineSpeed(int hLine) {

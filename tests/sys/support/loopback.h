@@ -1,5 +1,5 @@
-// What this machine has and knows of its loopback addresses. Not every one has ::1, and what an
-// address is called (or that nobody can be asked) is the machine's to say.
+// The loopback addresses of this machine. Not every machine has ::1, and the name of an address (or
+// that it has none) depends on the machine.
 
 #ifndef TESTS_SYS_SUPPORT_LOOPBACK_H
 #define TESTS_SYS_SUPPORT_LOOPBACK_H
@@ -52,8 +52,8 @@ static inline int IsLocalhostKnown(void) {
   return 1;
 }
 
-// The name of an address, or its text where it has none. Returns 0 when the system has an answer,
-// else -1.
+// Stores the name of an address, or its text if it has no name. Returns 0, or -1 when the system
+// has neither.
 static inline int GetSystemsName(const void* pAddr, socklen_t Size, char* pName,
                                  socklen_t NameSize) {
   return getnameinfo((const struct sockaddr*)pAddr, Size, pName, NameSize, NULL, 0, 0) == 0 ? 0

@@ -13,7 +13,7 @@ inline int64_t GetMs() {
   return Now.tv_sec * 1000 + Now.tv_nsec / 1000000;
 }
 
-// The number of descriptors this process has open, give or take a constant.
+// Returns the number of open descriptors plus a constant.
 inline int CountDescriptors() {
   int  Count = 0;
   DIR* pDir  = opendir("/proc/self/fd");

@@ -1,4 +1,4 @@
-// A pseudo-terminal as a serial line with the test at its other end.
+// A pseudo-terminal as a serial line; the test is at its other end.
 
 #ifndef TESTS_SYS_SUPPORT_PTY_H
 #define TESTS_SYS_SUPPORT_PTY_H
@@ -11,8 +11,8 @@
 
 struct PTY {
   int  hMaster;     // the other end
-  int  hKeep;       // holds the line open, so that its settings and bytes stay
-  char acName[64];  // the line's device node without "/dev/"; empty when there is none to be had
+  int  hKeep;       // keeps the line open, so that its settings and bytes remain
+  char acName[64];  // the line's device node without "/dev/"; empty when none is available
 };
 
 static inline void PTY_Open(PTY* pPty) {

@@ -1,4 +1,5 @@
-// A port of 127.0.0.1 that refuses: bound, so that nobody else gets it, but nobody listens.
+// A port of 127.0.0.1 that refuses connections: it is bound, so that no other program gets it, but
+// nothing listens on it.
 
 #ifndef TESTS_SYS_SUPPORT_REFUSING_PORT_H
 #define TESTS_SYS_SUPPORT_REFUSING_PORT_H

@@ -29,8 +29,8 @@ class SysRegistry : public RegistryHome {
     return SYS_REG_SetValue(USER, sName, Type, sBytes.data(), (uint32_t)sBytes.size());
   }
 
-  // What a query with that capacity says: result, type, size, and the bytes it left in a buffer
-  // that was full of '#'. Nothing may be written behind the capacity.
+  // Queries with that capacity: result, type, size, and the bytes in a buffer that was full of '#'.
+  // Nothing may be written beyond the capacity.
   struct Answer {
     uint32_t    Result;
     uint32_t    Type;
@@ -45,7 +45,7 @@ class SysRegistry : public RegistryHome {
     A.Bytes = sBuffer.substr(0, Capacity);
     return A;
   }
-  // The text of a value; an empty one when there is none.
+  // Returns the text of a value; empty if the value does not exist.
   std::string Text(const char* sName, RegistryKeyHandle* hKey = USER) {
     char     acText[600] = "";
     uint32_t Size        = sizeof(acText);

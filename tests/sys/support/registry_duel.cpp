@@ -9,7 +9,7 @@
 #include "tests/sys/support/temp_dir.h"
 
 static const uint32_t NO_TYPE  = 0xAAAAAAAA;  // nothing was stored
-static const time_t   OLD_TIME = 1000000;     // when no test ran
+static const time_t   OLD_TIME = 1000000;     // long before any test
 
 static std::string Differ(const std::string& sWhat, uint32_t Want, uint32_t Is) {
   return Want == Is ? "" : sWhat + ": " + std::to_string(Is) + ", not " + std::to_string(Want);

@@ -1,7 +1,7 @@
 // tests/sys/support/registry_duel.h
 //
-// The registry store and the model of it side by side: each command goes to both, and what differs
-// is told in words.
+// The registry store and its model side by side: each command goes to both, and a difference is
+// reported as text.
 
 #ifndef TESTS_SYS_SUPPORT_REGISTRY_DUEL_H
 #define TESTS_SYS_SUPPORT_REGISTRY_DUEL_H
@@ -13,9 +13,9 @@
 #include "sys/registry.h"
 #include "tests/sys/support/registry_model.h"
 
-// Keys are numbers: 0x80000000 and above is a root, anything else one of the keys that are open,
-// counted round; the first root when none is. Each command returns the difference between the two,
-// empty when they agree.
+// Keys are numbers: 0x80000000 and above is a root, any other number is one of the open keys
+// (modulo their number), or the first root if no key is open. Each command returns the difference
+// between the two, empty when they agree.
 class RegistryDuel {
  public:
   // Sets HOME to sHome, in which the files are.
@@ -28,16 +28,16 @@ class RegistryDuel {
   void        CloseKey(uint32_t Key);
   std::string SetValue(uint32_t Key, const std::string& sName, uint32_t Type,
                        const std::string& sData);
-  // Capacity: of the caller's buffer; without one only the type is asked for.
+  // Capacity of the caller's buffer; without one only the type is queried.
   std::string QueryValue(uint32_t Key, const std::string& sName, std::optional<uint32_t> Capacity);
   std::string DeleteValue(uint32_t Key, const std::string& sName);
   void        Flush();  // closes all keys
 
-  // Whether each file holds what it should, and was written since the last time only if it should
-  // have been. Cheap enough for every command: what nobody has written is not read again.
+  // Checks that each file holds the expected text and was written since the last check only if it
+  // should have been. Fast enough for every command: an unwritten file is not read again.
   std::string CompareFiles();
 
-  // What happens to a root's file (0 to 2) from outside; no text removes it.
+  // Changes a root's file (0 to 2) as another program would; no text removes it.
   void EditFile(uint32_t Root, const std::optional<std::string>& sText);
   // Sets or unsets HOME.
   void SetHome(bool IsSet);
@@ -48,7 +48,7 @@ class RegistryDuel {
     RegistryKeyHandle* hKey;
     MODEL_KEY          Key;
   };
-  // What was last seen of a file. Its time is then set back, so that the next write shows.
+  // The last state of a file. Its time is set back afterwards, so that the next write shows.
   struct SEEN {
     std::optional<std::string> Text;  // none: missing
     uint32_t                   NumWrites = 0;

@@ -1,6 +1,6 @@
 // tests/sys/support/registry_home.h
 //
-// A home directory of the test's own for the registry store, and what its files hold.
+// A home directory for one test of the registry store, and the contents of its files.
 
 #ifndef TESTS_SYS_SUPPORT_REGISTRY_HOME_H
 #define TESTS_SYS_SUPPORT_REGISTRY_HOME_H
@@ -19,7 +19,7 @@ class RegistryHome : public testing::Test {
   void TearDown() override { SYS_REG_Flush(); }
 
   std::string Dir() const { return m_Home.Path("Library/Application Support/OSTREL"); }
-  // Of a root by its name without "HKEY_".
+  // The path of a root's file, by its name without "HKEY_".
   std::string Path(const std::string& sRoot = "CURRENT_USER") const {
     return Dir() + "/OSTREL_REG_HKEY_" + sRoot + ".xml";
   }
@@ -34,7 +34,7 @@ class RegistryHome : public testing::Test {
     std::filesystem::create_directories(Dir());
     WriteFile(Path(sRoot), sText);
   }
-  // The text after a flush.
+  // Flushes and returns the file's text.
   std::string Flushed(const std::string& sRoot = "CURRENT_USER") const {
     SYS_REG_Flush();
     return File(sRoot);

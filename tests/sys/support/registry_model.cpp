@@ -15,7 +15,7 @@ static bool IsNameChar(char c) {
 
 // ---- Text ---------------------------------------------------------------------------------------
 
-// Consumes from the front of what is left.
+// Reads text from its beginning on.
 struct TEXT {
   std::string Rest;
 
@@ -184,7 +184,7 @@ static std::string ReadName(const std::string& Text) {
   return Name;
 }
 
-// The components of a path up to its end; none when one of them cannot be a key.
+// The components of a path up to its end. No value when one of them cannot be a key.
 static std::optional<std::vector<std::string>> ReadPath(const std::string& Path) {
   std::vector<std::string> Names;
   size_t                   Pos = 0;
@@ -274,7 +274,7 @@ static std::string Hex(const std::string& Data, size_t NumBytes) {
   return "0x" + Digits;
 }
 
-// The strings of a list; none when the data is not exactly one.
+// The strings of a list. No value when the data is not exactly one list.
 static std::optional<std::vector<std::string>> ReadList(const std::string& Data) {
   std::vector<std::string> Strings;
   size_t                   Pos = 0;
@@ -325,7 +325,7 @@ uint32_t RegistryModel::SetValue(const MODEL_KEY& Key, const std::string& NameTe
     }
     while (RemoveFirst(pElement, TypeName)) {
     }
-    for (int i = 1; i < 30; i++) {  // more than any list here is long
+    for (int i = 1; i < 30; i++) {  // longer than any list here
       while (RemoveFirst(pElement, StringName(Name, i))) {
       }
     }
@@ -340,7 +340,7 @@ uint32_t RegistryModel::SetValue(const MODEL_KEY& Key, const std::string& NameTe
   return 0;
 }
 
-// The bounded copy: over the bytes that were there, never longer.
+// The bounded copy: replaces bytes and never makes the buffer longer.
 static void CopyText(std::string* pBuffer, size_t Pos, const std::string& Text, size_t Limit) {
   if (Limit > 0) {
     const std::string Copied = Text.substr(0, Limit - 1) + '\0';

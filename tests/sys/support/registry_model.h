@@ -1,7 +1,7 @@
 // tests/sys/support/registry_model.h
 //
-// The registry store as a plain model: strings, vectors, and the rules as they are documented. It
-// shares no code with the product and keeps the files' bytes to itself.
+// A model of the registry store: strings, vectors, and the documented rules. It shares no code with
+// the product and keeps the files in memory.
 
 #ifndef TESTS_SYS_SUPPORT_REGISTRY_MODEL_H
 #define TESTS_SYS_SUPPORT_REGISTRY_MODEL_H
@@ -53,7 +53,7 @@ class RegistryModel {
   MODEL_ELEMENT* OpenKey(const MODEL_KEY& Key, const std::string& Path);
   uint32_t       SetValue(const MODEL_KEY& Key, const std::string& Name, uint32_t Type,
                           const std::optional<std::string>& Data);
-  // Buffer: the bytes in the caller's buffer; none for no buffer.
+  // Buffer is what the caller's buffer holds; no value means no buffer.
   MODEL_ANSWER QueryValue(const MODEL_KEY& Key, const std::string& Name,
                           const std::optional<std::string>& Buffer);
   uint32_t     DeleteValue(const MODEL_KEY& Key, const std::string& Name);

@@ -1,6 +1,6 @@
 // tests/sys/support/temp_dir.h
 //
-// A directory of the test's own, and files in it as strings.
+// A directory for one test, and its files as strings.
 
 #ifndef TESTS_SYS_SUPPORT_TEMP_DIR_H
 #define TESTS_SYS_SUPPORT_TEMP_DIR_H
@@ -16,8 +16,8 @@
 #include <sstream>
 #include <string>
 
-// Made when constructed, removed with all that is in it when destroyed. In memory where that can be
-// had: the tests make files by the ten thousand.
+// Removed with its contents when destroyed. It is in memory if possible, because the tests make
+// tens of thousands of files.
 class TempDir {
  public:
   TempDir() {
@@ -51,7 +51,8 @@ inline std::string ReadFile(const std::string& sPath) {
   return Text.str();
 }
 
-// A test that cannot write its file ends here, before it mistakes the old contents for the new.
+// Ends the program if the file cannot be written: a test must not take the old contents for the
+// new.
 inline void WriteFile(const std::string& sPath, const std::string& sText) {
   std::ofstream File(sPath, std::ios::binary | std::ios::trunc);
   File << sText;
@@ -62,13 +63,13 @@ inline void WriteFile(const std::string& sPath, const std::string& sText) {
   }
 }
 
-// The permission bits of a file or a directory; 0 when there is none.
+// Returns the permission bits of a file or a directory; 0 if it does not exist.
 inline uint32_t PermissionsOf(const std::string& sPath) {
   struct stat Status;
   return stat(sPath.c_str(), &Status) == 0 ? (uint32_t)Status.st_mode & 07777u : 0;
 }
 
-// The process's umask as long as it lives.
+// Sets the process's umask while it exists.
 class Umask {
  public:
   explicit Umask(mode_t Mask) : m_Before(umask(Mask)) {}
@@ -80,7 +81,8 @@ class Umask {
   mode_t m_Before;
 };
 
-// Runs as another user as long as it lives when the tests run as root, whom no permission stops.
+// If the tests run as root, which no permission stops, this runs them as another user while it
+// exists.
 class Unprivileged {
  public:
   Unprivileged() : m_IsRoot(geteuid() == 0) {

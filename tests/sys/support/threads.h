@@ -14,21 +14,21 @@
 #include "sys/thread.h"
 #include "tests/sys/support/faults.h"
 
-// The clock the time-outs run on, so that a wait seen too short really is.
+// Uses the clock of the time-outs, so that a wait that looks too short really is.
 inline int64_t GetMs() {
   struct timespec Now;
   clock_gettime(CLOCK_REALTIME, &Now);
   return Now.tv_sec * 1000 + Now.tv_nsec / 1000000;
 }
 
-// Runs pfBody in a thread of its own and waits for its end.
+// Runs Body in another thread and waits for its end.
 template <typename BODY>
 inline void InThread(BODY Body) {
   std::thread Thread(Body);
   Thread.join();
 }
 
-// Polls for what another thread is about to do. False after ten seconds.
+// Polls for something that another thread is about to do. Returns false after ten seconds.
 template <typename CONDITION>
 inline bool Soon(CONDITION IsTrue) {
   for (int i = 0; i < 10000; i++) {
@@ -40,7 +40,7 @@ inline bool Soon(CONDITION IsTrue) {
   return false;
 }
 
-// What Body ends of the system's objects.
+// Counts the system's objects that Body destroys.
 struct ENDED {
   uint32_t NumMutexes;
   uint32_t NumAttributes;

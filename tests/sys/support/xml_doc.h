@@ -1,6 +1,6 @@
 // tests/sys/support/xml_doc.h
 //
-// XML documents as the tests make and look at them.
+// XML documents as the tests make and check them.
 
 #ifndef TESTS_SYS_SUPPORT_XML_DOC_H
 #define TESTS_SYS_SUPPORT_XML_DOC_H
@@ -11,7 +11,7 @@
 
 #include "sys/xml.h"
 
-// A document that is freed with the test; null when the text could not be parsed.
+// A document that is freed with the test; NULL when the text could not be parsed.
 class Doc {
  public:
   explicit Doc(XmlDocument* pDoc) : m_pDoc(pDoc) {}
@@ -37,7 +37,7 @@ inline Doc Parse(const std::string& sText, int32_t* pError = nullptr) {
   return Doc(SYS_XML_ParseDoc(sText.c_str(), pError));
 }
 
-// What parsing gives: 0, or the reason why not.
+// Parses and returns 0, or the reason for the failure.
 inline int32_t ParseError(const std::string& sText) {
   int32_t      Error = 12345;
   XmlDocument* pDoc  = SYS_XML_ParseDoc(sText.c_str(), &Error);
@@ -46,7 +46,7 @@ inline int32_t ParseError(const std::string& sText) {
   return Error;
 }
 
-// What parsing and writing back gives; "error n" when it could not be parsed.
+// Parses, writes back and returns the text; "error n" when it could not be parsed.
 inline std::string Canonical(const std::string& sText) {
   int32_t   Error;
   const Doc Result = Parse(sText, &Error);

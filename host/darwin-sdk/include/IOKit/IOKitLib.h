@@ -27,7 +27,7 @@ CFMutableDictionaryRef IOServiceMatching(const char* sClass);
 kern_return_t IOServiceGetMatchingServices(mach_port_t MasterPort, CFDictionaryRef Matching,
                                            io_iterator_t* pIterator);
 
-// 0 behind the last one.
+// Returns 0 after the last one.
 io_object_t   IOIteratorNext(io_iterator_t Iterator);
 kern_return_t IOObjectRelease(io_object_t Object);
 

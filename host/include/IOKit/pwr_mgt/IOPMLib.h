@@ -18,11 +18,11 @@ typedef uint32_t IOPMAssertionLevel;
 #define kIOPMAssertionTypeNoIdleSleep CFSTR("NoIdleSleepAssertion")
 #define kIOPMAssertionLevelOn         255
 
-// From here until IOPMAssertionRelease the machine does not go to sleep for want of input; *pId
-// gets the number to release. Both return kIOReturnSuccess or a reason; releasing a number twice is
+// Until IOPMAssertionRelease the machine does not fall asleep while nobody uses it. *pId gets the
+// number to release. Both return kIOReturnSuccess or a reason; releasing a number twice is
 // kIOReturnBadArgument.
-// Left out: the sleep itself. The stand-in hands out the numbers and knows which are in force; one
-// thread, at most 32 in a process's life.
+// Left out: the sleep itself. The stand-in hands out numbers and records which are in force: one
+// thread, at most 32 numbers in a process.
 IOReturn IOPMAssertionCreate(CFStringRef pType, IOPMAssertionLevel Level, IOPMAssertionID* pId);
 IOReturn IOPMAssertionRelease(IOPMAssertionID Id);
 
