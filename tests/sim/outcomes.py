@@ -180,6 +180,8 @@ def main():
     parser.add_argument("--timewarp")
     parser.add_argument("--print", action="store_true")
     parser.add_argument("--table", action="store_true", help="one line for each block")
+    parser.add_argument("--list", action="store_true", help="the same in tabs, for a script; what an "
+                        "'each field' stands for is left out")
     parser.add_argument("--file", default=os.path.join(HERE, "outcomes.txt"))
     parser.add_argument("--limit", type=float, default=30, help="seconds for one run of the tool")
     parser.add_argument("--row", help="only this row of the menu; several with commas")
@@ -202,6 +204,8 @@ def main():
     def run(block):
         if not hasattr(local, "stage"):
             local.stage = Stage(args, root, "stage%d" % next(names))
+        if args.list:
+            block.each = False
         return run_block(local.stage, block)
 
     failed = 0
@@ -214,6 +218,10 @@ def main():
                 if args.print:
                     show(block, outcome, kept)
                     continue
+                if args.list:
+                    print("\t".join([block.row, block.device, " ".join(block.state),
+                                     str(outcome[0]), outcome[1], "; ".join(outcome[2]),
+                                     "; ".join(block.reason), "%.3f" % seconds]))
                 if args.table:
                     print("%3s  %-13s %-9s %6s %6.1f s  %s" %
                           (block.row, block.device, "no" if outcome[2] else "yes", outcome[0],
@@ -228,7 +236,7 @@ def main():
                 if failed and args.first:
                     pool.shutdown(cancel_futures=True)
                     return 1
-        if not args.print:
+        if not args.print and not args.list:
             print("outcomes: %d states of %d devices in %.0f s, %d not as expected" %
                   (len(blocks), len({block.device for block in blocks}), time.monotonic() - start,
                    failed))
