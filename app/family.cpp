@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 // clang-format off
-#include <editline/readline.h>  // behind stdio.h: it uses FILE without asking for it
+#include <editline/readline.h>  // after stdio.h: it uses FILE and does not include it
 // clang-format on
 #include <stdlib.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@ static const uint32_t ENTRY_SIZE = 128;  // terminator counted
 
 const FAMILY_ROW FamilyTable[FAMILY_ROWS] = {
     {FAMILY_NONE, "Exit", "Cortex-M0"},
-    {FAMILY_F0, "STM32F0xxxx", "Cortex-M3"},  // an M0 part; M3 is what the probe is told
+    {FAMILY_F0, "STM32F0xxxx", "Cortex-M3"},  // required: M3, although the part is an M0
     {FAMILY_F1, "STM32F1xxxx", "Cortex-M3"},
     {FAMILY_F2, "STM32F2xxxx", "Cortex-M3"},
     {FAMILY_F3, "STM32F3xxxx", "Cortex-M4"},
@@ -38,9 +38,11 @@ void PrintFamilyDescription(void) {
       "mass erase.");
 }
 
-// Reads a line; NULL at the end of input. The line editor complains on standard error about a
-// terminal type it does not know and then works without it. That is of no use to the user, and a
-// script takes anything on standard error for a failure.
+// Reads a line; NULL at the end of input.
+//
+// For a terminal type that it does not know the line editor writes a complaint to standard error and
+// then works. The user can do nothing about it, and scripts treat any text on standard error as a
+// failure. So standard error is /dev/null while the editor runs.
 static char* ReadEntry(void) {
   const int SavedError = dup(STDERR_FILENO);
   const int Null       = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -67,11 +69,12 @@ int32_t SelectFamily(const FAMILY_ROW** ppRow) {
     PrintFormat("  [%d] %s\n", (int)i, FamilyTable[i].Name);
   }
 
-  // Without UTF-8 the line editor drops every byte from 0x80 on, and of a mistyped "é7" only a family
-  // number would be left. With it the bytes arrive and the entry is refused. Bytes that are no UTF-8
-  // are dropped even so.
+  // Without UTF-8 the line editor drops every byte from 0x80 on: of a mistyped "é7" only the number
+  // of a family would be left. With it the bytes arrive and the entry is refused. Bytes that are not
+  // UTF-8 are still dropped.
   UseUtf8();
 
+  // Required: the end of input is no answer, so a script without one waits here.
   char* sLine;
   do {
     sLine = ReadEntry();
@@ -80,7 +83,7 @@ int32_t SelectFamily(const FAMILY_ROW** ppRow) {
   char acEntry[ENTRY_SIZE];
   UTIL_CopyString(acEntry, sLine, ENTRY_SIZE);
   if (acEntry[0] != 0) {
-    add_history(sLine);  // kept: a history may go on using the line itself
+    add_history(sLine);  // not freed: the history may keep this pointer
   } else {
     free(sLine);
   }

@@ -14,26 +14,29 @@
 #include "util/format.h"
 
 static const uint32_t   DEVICE_COMMAND_SIZE   = 4000;
-static const useconds_t ERROR_PAUSE_US        = 3000 * 1000;  // time to read the message
-static const useconds_t POWER_ON_US           = 200 * 1000;   // time for the supply to settle
+static const useconds_t ERROR_PAUSE_US        = 3000 * 1000;  // to read the message
+static const useconds_t POWER_ON_US           = 200 * 1000;   // for the supply to settle
 static const uint32_t   MIN_TARGET_VOLTAGE_MV = 500;
-static const uint32_t   SPEED_MASK            = 0xFFFF;  // the other bits are not the speed
+static const uint32_t   SPEED_MASK            = 0xFFFF;  // of QUOBEARM_GetSpeed()
 
 static UNLOCK_SETTINGS Settings;
 
-// The probe command that names the device; later the buffer for the probe's error texts.
+// The probe command that names the device. When it has been sent, the buffer receives the error texts
+// of further commands.
 static char DeviceCommand[DEVICE_COMMAND_SIZE];
 
 static void PrintBanner(void) {
+  // When this file was compiled.
   PrintText("OSTREL Quobe Unlock tool for STM32 devices");
   PrintLine("\nCompiled " __DATE__ " " __TIME__ "\n");
 }
 
-// 1: *ppRow is the family to reset. 0: the user chose to leave. -1: it failed, and was said.
+// 1: *ppRow is the family to reset. 0: the user chose "Exit". -1: an error, which has been printed.
 static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMILY_ROW** ppRow) {
   if (NumArgs >= 2) {
     PrintText("Parsing command line...");
     if (ParseCommandLine(&Settings, NumArgs, pasArgs) < 0) {
+      // In a terminal window that closes with the process the message can still be read.
       usleep(ERROR_PAUSE_US);
       return -1;
     }
@@ -51,12 +54,14 @@ static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMIL
 static int32_t Connect(void) {
   if (Settings.HostIF == HOST_IF_ETHERNET) {
     PrintText("Connecting to Quobe via ethernet...");
+    // A byte: the rest of the result may be rubbish (quobearm.h).
     if ((uint8_t)QUOBEARM_SelectIP(Settings.IPAddr, 0) != 0) {
       PrintLine("failed.");
       return -1;
     }
   } else {
     PrintText("Connecting to Quobe via USB...");
+    // The result is ignored: a serial number that does not exist makes the open fail.
     if (Settings.SerialNo != 0) {
       QUOBEARM_EMU_SelectByUSBSN(Settings.SerialNo);
     }
@@ -65,7 +70,7 @@ static int32_t Connect(void) {
   // terminal or the reader of the output must not end it there.
   IgnoreLostTerminal();
   const char* sError = QUOBEARM_Open();
-  if (sError != NULL) {
+  if (sError != NULL) {  // an empty text is a failure too
     PrintLine(sError);
     return -1;
   }
@@ -73,7 +78,8 @@ static int32_t Connect(void) {
   return 0;
 }
 
-// Tells the probe about the device and brings up the interface to it.
+// Sends the device command to the probe, supplies the target if asked to, and brings up SWD.
+// 0: the target can be reset. -1: its voltage is too low; that has been printed.
 static int32_t PrepareTarget(void) {
   QUOBEARM_ExecCommand(DeviceCommand, NULL, 0);
   if (Settings.PowerTarget != 0) {
@@ -87,6 +93,7 @@ static int32_t PrepareTarget(void) {
   QUOBEARM_SetSpeed(Settings.Speed);
   PrintFormat("Target interface speed: %d kHz.\n", (int)(QUOBEARM_GetSpeed() & SPEED_MASK));
 
+  // Zeroed first: a probe that fills in nothing then reads as 0 V.
   HWSTATUS Status;
   memset(&Status, 0, sizeof(Status));
   QUOBEARM_GetHWStatus(&Status);
@@ -99,8 +106,10 @@ static int32_t PrepareTarget(void) {
   return 0;
 }
 
-// The routines of one family, in the form that the table holds. L0 and L1 end with status 0
-// whatever the routine returns: required by scripts that know these families to do so.
+// The routines of one family, in the form that the table holds.
+
+// Required: L0 and L1 end with status 0 whatever their routine returns. They report a failure in
+// words only.
 static int32_t ResetL0(int32_t) {
   ResetOptionBytesL0();
   return 0;
@@ -151,8 +160,8 @@ static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   return FindFamilyRow(ResetTable, pRow->Id)->pfReset(pRow->Id);
 }
 
-// Every run passes here, also one that never came to the probe: the library is asked, and if it
-// cannot be found the process ends with that message.
+// Every run comes here, even one that never used the probe. The question whether a connection is open
+// then loads the probe library, and without the library the process ends here with exit status 1.
 static void Close(void) {
   if ((uint8_t)QUOBEARM_IsOpen() == 0) {
     return;

@@ -2,6 +2,6 @@
 #include "app/process.h"
 
 int main(int NumArgs, char** pasArgs) {
-  OpenStandardDescriptors();
+  OpenStandardDescriptors();  // first: nothing has opened a file yet
   return RunUnlock(NumArgs, pasArgs);
 }

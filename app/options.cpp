@@ -7,9 +7,9 @@
 #include "app/text.h"
 #include "util/string.h"
 
-static const char MissingValue[] = "Missing command line parameter after command %s.\n";
+// The messages name two options in lower case, "-speed" and "-exit". Required: scripts compare them.
 
-// For the options whose value is any decimal number.
+// For options that take any decimal number. 0: *pValue is set. -1: not a number; sError is printed.
 static int32_t ParseDecOrPrint(const char* sValue, uint32_t* pValue, const char* sError) {
   if (ParseDec(sValue, pValue) < 0) {
     PrintLine(sError);
@@ -33,7 +33,7 @@ static int32_t HandleSelectEmuBySN(UNLOCK_SETTINGS* pSettings, const char* sValu
   return 0;
 }
 
-// No range check: the probe knows its own limits and takes the nearest speed it has.
+// No range check: the probe has its own limits and takes the nearest speed that it has.
 static int32_t HandleSpeed(UNLOCK_SETTINGS* pSettings, const char* sValue) {
   if (CompareNoCase(sValue, "adaptive")) {
     pSettings->Speed = SPEED_ADAPTIVE;
@@ -51,8 +51,8 @@ static int32_t HandleSetPowerTarget(UNLOCK_SETTINGS* pSettings, const char* sVal
                          "ERROR while parsing value for -SetPowerTarget.");
 }
 
-// A family by name or by menu number. "Exit" is a row of the table but no family: neither its name
-// nor its number is taken.
+// A family by name or by menu number. Row 0, "Exit", is not a family: its name and its number are
+// refused.
 static int32_t HandleSetDeviceFamily(UNLOCK_SETTINGS* pSettings, const char* sValue) {
   for (uint32_t i = FAMILY_ROW_EXIT + 1; i < FAMILY_ROWS; i++) {
     if (CompareNoCase(sValue, FamilyTable[i].Name)) {
@@ -74,7 +74,7 @@ static int32_t HandleExit(UNLOCK_SETTINGS* pSettings, const char* sValue) {
 }
 
 const OPTION_ROW OptionTable[] = {
-    {"-IP", HandleIP},                            // probe on Ethernet
+    {"-IP", HandleIP},                            // probe on Ethernet: address or host name
     {"-SelectEmuBySN", HandleSelectEmuBySN},      // probe on USB, by serial number
     {"-Speed", HandleSpeed},                      // kHz, "auto" or "adaptive"
     {"-SetPowerTarget", HandleSetPowerTarget},    // non-zero: supply the target
@@ -103,11 +103,11 @@ int32_t ParseCommandLine(UNLOCK_SETTINGS* pSettings, int NumArgs, const char* co
   while (i < NumArgs) {
     const OPTION_ROW* pRow = FindOption(pasArgs[i]);
     if (pRow == NULL) {
-      i++;
+      i++;  // required: skipped without a message
       continue;
     }
     if (i + 1 >= NumArgs) {
-      PrintFormat(MissingValue, pRow->Option);
+      PrintFormat("Missing command line parameter after command %s.\n", pRow->Option);
       return -1;
     }
     if (pRow->Handler(pSettings, pasArgs[i + 1]) < 0) {

@@ -13,23 +13,23 @@
 typedef int32_t OPTION_HANDLER(UNLOCK_SETTINGS* pSettings, const char* sValue);
 
 struct OPTION_ROW {
-  const char*     Option;  // as the user types it, upper and lower case alike
+  const char*     Option;  // case does not matter
   OPTION_HANDLER* Handler;
 };
 
-// Ended by a row of two NULLs.
+// The last row holds two NULLs.
 extern const OPTION_ROW OptionTable[];
 
 // Zeroes the record and sets the defaults: USB, any probe, 1000 kHz, ask for the family, wait for a
 // key at the end.
 void SetDefaultSettings(UNLOCK_SETTINGS* pSettings);
 
-// Walks the arguments from index 1. Each option takes the argument behind it as its value, whatever
-// that looks like; of an option given twice the last value holds. What is no option is skipped
-// without a word.
+// Walks the arguments from index 1. Each option takes the next argument as its value, whatever that
+// looks like. If an option is given twice, the last value counts. An argument that is not an option
+// is skipped without a message.
 //
-// 0: done. -1: a value is missing or was refused; the message has been printed, later arguments
-// were not looked at, and what earlier options set stays set.
+// 0: done. -1: a value is missing or was refused. The message has been printed, later arguments were
+// not read, and the settings of earlier options stay.
 int32_t ParseCommandLine(UNLOCK_SETTINGS* pSettings, int NumArgs, const char* const* pasArgs);
 
 #endif

@@ -3,6 +3,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+// Each function flushes: the stream is buffered when standard output is a pipe or a file.
+
 void PrintText(const char* sText) {
   fputs(sText, stdout);
   fflush(stdout);

@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 void OpenStandardDescriptors(void) {
-  // open() returns the lowest number that is free: first those of the closed descriptors, in order.
+  // open() returns the lowest free number, so the closed descriptors come first and in order. The one
+  // beyond them is not needed.
   int Descriptor;
   do {
     Descriptor = open("/dev/null", O_RDWR);
@@ -17,7 +18,7 @@ void OpenStandardDescriptors(void) {
 }
 
 void UseUtf8(void) {
-  // No system has all of these names. The user's own locale is not asked: it may be "C".
+  // Linux has the first name, macOS 10.13 the others. The user's locale is not used: it may be "C".
   static const char* const Locales[] = {"C.UTF-8", "UTF-8", "en_US.UTF-8"};
   for (const char* sLocale : Locales) {
     if (setlocale(LC_CTYPE, sLocale) != NULL) {

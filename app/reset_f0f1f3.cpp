@@ -1,6 +1,6 @@
-// Option-byte reset for STM32F0, F1 and F3: erase the block, program the read-protection half-word,
-// leave all else erased. Names and addresses: reference manuals RM0091 (F0), PM0075 (F1) and RM0316
-// (F3).
+// Option-byte reset for STM32F0, F1 and F3: erase the option bytes, program the half-word with the
+// read protection, leave the others erased. Names and addresses: reference manuals RM0091 (F0),
+// PM0075 (F1) and RM0316 (F3).
 
 #include <string.h>
 
@@ -32,7 +32,7 @@ static constexpr uint32_t CR_OPTWRE = 1u << 9, CR_OBL_LAUNCH = 1u << 13;
 
 static constexpr uint32_t KEY1 = 0x45670123, KEY2 = 0xCDEF89AB;
 
-// Read protection level 0. The hardware adds the complement in the upper byte.
+// Read protection level 0. The hardware forms the complement in the upper byte.
 static constexpr uint16_t RDP_LEVEL0_F1 = 0x00A5, RDP_LEVEL0_F0_F3 = 0x00AA;
 
 static constexpr uint32_t NUM_OPTION_WORDS = 4;
@@ -41,7 +41,7 @@ static constexpr uint32_t ERASED           = 0xFFFFFFFF;
 namespace {
 struct VARIANT {
   int32_t  FamilyId;
-  uint32_t FreezeRegister;  // a watchdog must not reset the device while it is programmed
+  uint32_t FreezeRegister;  // stops the watchdogs: a reset in mid-programming leaves RDP erased
   uint32_t FreezeBits;
   uint16_t Rdp;
   uint32_t FactoryWords[NUM_OPTION_WORDS];  // the block afterwards: only RDP is programmed
@@ -56,7 +56,7 @@ static const VARIANT Variants[] = {
         .FreezeBits     = APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP,
         .Rdp            = RDP_LEVEL0_F0_F3,
         .FactoryWords   = {0xFFFF55AA, ERASED, ERASED, ERASED},
-        .Reloads        = 0,  // required: the reset at the end is all it gets
+        .Reloads        = 0,  // required, although it has the command: effective at power-on
     },
     {
         .FamilyId       = FAMILY_F3,
@@ -76,7 +76,7 @@ static const VARIANT Variants[] = {
     },
 };
 
-// Programming the flash needs the internal oscillator.
+// The flash controller programs and erases with the clock of the internal oscillator (HSI).
 static void StartHsi(void) {
   const uint32_t Control = ReadWordOrZero(RCC_CR);
   if ((Control & (RCC_HSION | RCC_HSIRDY)) == (RCC_HSION | RCC_HSIRDY)) {
@@ -84,10 +84,11 @@ static void StartHsi(void) {
   }
   QUOBEARM_WriteU32(RCC_CR, Control | RCC_HSION | RCC_HSITRIM_16);
   while ((ReadWordOrZero(RCC_CR) & RCC_HSIRDY) == 0) {
-    // no time-out, on purpose
+    // No time-out: required, as for BSY (target.h).
   }
 }
 
+// On these families both key registers take the same two keys.
 static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_KEYR, KEY1);
   QUOBEARM_WriteU32(FLASH_KEYR, KEY2);
@@ -95,6 +96,8 @@ static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_OPTKEYR, KEY2);
 }
 
+// From here to the end of ProgramReadProtection() RDP is erased, which counts as level 1: a device
+// that loses its power in between is protected.
 static void EraseOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_CR, CR_OPTWRE | CR_OPTER);
   QUOBEARM_WriteU32(FLASH_CR, CR_OPTWRE | CR_OPTER | CR_STRT);
@@ -108,6 +111,7 @@ static void ProgramReadProtection(uint16_t Rdp) {
   WaitWhileSet(FLASH_SR, SR_BSY);
 }
 
+// Makes the new option bytes effective; F3 resets itself with it.
 static void ReloadOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_CR, CR_OBL_LAUNCH);
   WaitWhileSet(FLASH_SR, SR_BSY);

@@ -1,5 +1,5 @@
 // Option-byte reset for STM32F2, F4 and F7: write FLASH_OPTCR1 and FLASH_OPTCR, start the
-// programming, wait, reset, look at the protection level. Names and addresses: reference manuals
+// programming, wait, reset, check the protection level. Names and addresses: reference manuals
 // RM0033 (F2), RM0090 (F4), RM0385 and RM0410 (F7).
 
 #include "app/clock.h"
@@ -29,7 +29,7 @@ static constexpr uint32_t OPTKEY1 = 0x08192A3B, OPTKEY2 = 0x4C5D6E7F;
 
 static constexpr uint32_t TIMEOUT_MS = 25000;
 
-// The step through level 1 that lifts PCROP: only a change from level 1 to level 0 may clear it.
+// The values for level 1. PCROP is cleared only by a change from level 1 to level 0.
 static constexpr uint32_t PCROP_OPTCR1 = 0x8FFF0000;
 static constexpr uint32_t PCROP_OPTCR  = 0x8FFFBBE0;  // RDP 0xBB, SPRMOD kept
 
@@ -37,7 +37,7 @@ namespace {
 struct VARIANT {
   int32_t  FamilyId;
   uint32_t FactoryOptCr1;
-  uint32_t FactoryOptCr;        // written a second time with OPTSTRT
+  uint32_t FactoryOptCr;        // without OPTSTRT
   int      OptCr1DualBankOnly;  // non-zero: only devices with two banks have FLASH_OPTCR1
 };
 }  // namespace
@@ -68,17 +68,20 @@ static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_OPTKEYR, OPTKEY2);
 }
 
+// The values are written first and started with a second write, as the manual has it.
 static void StartProgramming(uint32_t OptCr) {
   QUOBEARM_WriteU32(FLASH_OPTCR, OptCr);
   QUOBEARM_WriteU32(FLASH_OPTCR, OptCr | OPTCR_OPTSTRT);
 }
 
-// 0: the device is ready. -1: it was busy for too long; that has been said and the device reset.
+// 0: the device is ready. -1: it was busy for too long; that has been printed and the device reset.
 static int32_t WaitUntilReady(void) {
   const uint32_t Deadline = GetTimeMs() + TIMEOUT_MS;
   // A status that was not delivered counts as busy: an erase takes many seconds, and one failed poll
   // must not lead to a reset in the middle of it.
   while (ReadWordOr(FLASH_SR, SR_BSY) & SR_BSY) {
+    // No pause between the reads; each takes about a millisecond. The comparison is signed: it holds
+    // for the 24 days after the clock's first use.
     if ((int32_t)Deadline <= (int32_t)GetTimeMs()) {
       PrintLine("Timeout while waiting for device to be unsecured.");
       QUOBEARM_Reset();
@@ -107,7 +110,7 @@ int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
     UnlockOptionBytes();
   }
 
-  // PCROP: first to level 1, so that the step below is one from level 1 to level 0.
+  // PCROP is set and the device at level 0: go to level 1 first, so that the next step clears it.
   if (DualBank && (OptCr & (OPTCR_SPRMOD | OPTCR_RDP)) == (OPTCR_SPRMOD | OPTCR_RDP_LEVEL0)) {
     QUOBEARM_WriteU32(FLASH_OPTCR1, PCROP_OPTCR1);
     StartProgramming(PCROP_OPTCR);
@@ -128,9 +131,10 @@ int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
   OptCr = ReadWordOrZero(FLASH_OPTCR);
   if ((OptCr & OPTCR_RDP) != OPTCR_RDP_LEVEL0) {
     PrintLine("Resetting option bytes failed.");
-    return 0;  // told in words only, on purpose
+    return 0;  // required: this failure is reported in words only
   }
   PrintLine("O.K.");
+  // Locked again, with all other bits as they were read.
   QUOBEARM_WriteU32(FLASH_OPTCR, OptCr | OPTCR_OPTLOCK);
   return 0;
 }

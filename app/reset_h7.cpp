@@ -1,6 +1,6 @@
-// Option-byte reset for STM32H7: both banks to read protection level 0 without write protection
-// (a protected device mass-erases), then all factory values in both banks, then a read-back. Names
-// and addresses: reference manual RM0433.
+// Option-byte reset for STM32H7: first both banks to read protection level 0 without write
+// protection (a protected device mass-erases), then all factory values in both banks, then a
+// read-back. Names and addresses: reference manual RM0433.
 
 #include <unistd.h>
 
@@ -12,7 +12,7 @@
 static constexpr uint32_t DBGMCU_APB1_FZ = 0xE0042008;
 
 namespace {
-// The option registers as one bank sees them. The manual numbers those of bank 2: FLASH_OPTCR2.
+// The option registers of one bank. In the manual those of bank 2 end in 2: FLASH_OPTCR2.
 struct BANK_REGS {
   uint32_t OPTKEYR;
   uint32_t OPTCR;
@@ -60,7 +60,7 @@ static constexpr uint32_t BOOT_FACTORY  = 0x1FF00800;  // boot addresses 0x08000
 static constexpr useconds_t POLL_US   = 200 * 1000;
 static constexpr int        MAX_POLLS = 100;  // about 20 s
 
-// Key writes to an open bank would lock it until the next reset.
+// Keys go to a locked bank only: written to an open one they lock it until the next reset.
 static void UnlockBank(const BANK_REGS* pBank) {
   if (ReadWordOrZero(pBank->OPTCR) & OPTCR_OPTLOCK) {
     QUOBEARM_WriteU32(pBank->OPTKEYR, OPTKEY1);
@@ -68,8 +68,8 @@ static void UnlockBank(const BANK_REGS* pBank) {
   }
 }
 
-// 0: the bank is ready. -1: it never was. A value counts only while there are polls left, so the
-// last of the 101 reads is not looked at.
+// 0: the bank is ready. -1: it was busy for about 20 s. The value is checked after the pause and only
+// in the first 100 polls; required: the 101st read is made and not used.
 static int32_t WaitUntilReady(const BANK_REGS* pBank) {
   for (int NumPolls = 0;; NumPolls++) {
     const uint32_t Status = ReadWordOrZero(pBank->OPTSR_CUR);
@@ -83,7 +83,8 @@ static int32_t WaitUntilReady(const BANK_REGS* pBank) {
   }
 }
 
-// Level 0 and no write protection, all else as it is: this is what makes a protected device erase.
+// Programs level 0 and no write protection and leaves the other options. A protected device erases
+// its flash here. 0: done. -1: the bank stayed busy.
 static int32_t Unprotect(const BANK_REGS* pBank) {
   UnlockBank(pBank);
   const uint32_t Status = ReadWordOrZero(pBank->OPTSR_CUR);
@@ -99,6 +100,8 @@ static int32_t Unprotect(const BANK_REGS* pBank) {
   return 0;
 }
 
+// Programs all factory values. Required: the bank is not locked afterwards; the reset does that.
+// 0: done. -1: the bank stayed busy.
 static int32_t WriteFactoryValues(const BANK_REGS* pBank) {
   UnlockBank(pBank);
   QUOBEARM_WriteU32(pBank->OPTSR_PRG, OPTSR_FACTORY);
@@ -110,7 +113,7 @@ static int32_t WriteFactoryValues(const BANK_REGS* pBank) {
   return WaitUntilReady(pBank);
 }
 
-// Stops reading at the first difference.
+// Non-zero when the bank reads back as written. Reads no further than the first difference.
 static int IsAtFactoryValues(const BANK_REGS* pBank) {
   return ReadWordOrZero(pBank->OPTSR_CUR) == OPTSR_FACTORY &&
          ReadWordOrZero(pBank->PRAR_CUR) == PRAR_FACTORY &&
@@ -124,9 +127,10 @@ int32_t ResetOptionBytesH7(void) {
   ResetTarget();
 
   PrintLine("Reset option bytes to factory settings...");
+  // Both banks are unprotected before the first one gets its factory values.
   for (const BANK_REGS& Bank : Banks) {
     if (Unprotect(&Bank) < 0) {
-      return -1;  // without a message, on purpose
+      return -1;  // required: without a message
     }
   }
   for (const BANK_REGS& Bank : Banks) {
@@ -134,7 +138,7 @@ int32_t ResetOptionBytesH7(void) {
       return -1;
     }
   }
-  PrintLine("Option bytes reset to factory settings.");
+  PrintLine("Option bytes reset to factory settings.");  // required here, before the read-back
   QUOBEARM_Reset();
 
   if (!IsAtFactoryValues(&Banks[0]) || !IsAtFactoryValues(&Banks[1])) {

@@ -1,6 +1,6 @@
-// Option-byte reset for STM32L0 and L1: read protection first (a protected device mass-erases on
-// that write), the other option words second, each stage ended by a reload. Names and addresses:
-// reference manuals RM0367 (L0) and RM0038 (L1).
+// Option-byte reset for STM32L0 and L1: first the read protection (a protected device mass-erases
+// when level 0 is loaded), then the other option words. Each stage ends with a reload. Names and
+// addresses: reference manuals RM0367 (L0) and RM0038 (L1).
 
 #include <string.h>
 
@@ -10,8 +10,8 @@
 #include "app/target.h"
 #include "probeapi/quobearm.h"
 
-// On L1 this is DBGMCU_APB1_FZ. L0 has its own at another address; there the write is known to
-// freeze nothing and is made all the same.
+// This is the address on L1. On L0 the register is elsewhere, so the write freezes nothing there; it
+// is required all the same.
 static constexpr uint32_t DBGMCU_APB1_FZ = 0xE0042008;
 static constexpr uint32_t OPTION_WORDS   = 0x1FF80000;
 
@@ -27,8 +27,8 @@ static constexpr uint32_t SR_ERRORS = SR_WRPERR | SR_PGAERR | SR_SIZERR | SR_OPT
 static constexpr uint32_t PEKEY1 = 0x89ABCDEF, PEKEY2 = 0x02030405;
 static constexpr uint32_t OPTKEY1 = 0xFBEAD9C8, OPTKEY2 = 0x24252627;
 
-// An option word holds its value in the low half and the complement in the high half; here software
-// has to form it.
+// An option word holds its value in the low half and the complement in the high half. On these
+// families software has to form the complement.
 static constexpr uint32_t OptionWord(uint16_t Value) {
   return Value | ((uint32_t)(uint16_t)~Value << 16);
 }
@@ -94,23 +94,25 @@ static void WriteOptionWord(const VARIANT* pVariant, uint32_t Index, uint32_t Va
   WaitWhileSet(pVariant->SR, SR_BSY);
 }
 
-// Nothing takes effect before this.
+// Loads the option words from memory. Until then the old ones are in force.
 static void ReloadOptionBytes(const VARIANT* pVariant) {
   QUOBEARM_WriteU32(pVariant->PECR, PECR_OBL_LAUNCH);
   QUOBEARM_Reset();
 }
 
-// Non-zero when all words read back as written. The controller is left unlocked.
+// Non-zero when all words read back as written. Leaves the controller unlocked.
 static int ProgramAndVerify(const VARIANT* pVariant) {
   const uint32_t* pFactory = pVariant->FactoryWords;
   const uint32_t  NumWords = pVariant->NumWords;
 
+  // The read protection. A word is cleared before it is set; a cleared one counts as level 1.
   UnlockOptionBytes(pVariant);
   QUOBEARM_WriteU32(pVariant->SR, SR_ERRORS);
   WriteOptionWord(pVariant, 0, 0);
   WriteOptionWord(pVariant, 0, pFactory[0]);
   ReloadOptionBytes(pVariant);
 
+  // The other words. The reset has locked the controller again.
   UnlockOptionBytes(pVariant);
   QUOBEARM_WriteU32(pVariant->SR, SR_ERRORS);
   for (uint32_t i = 1; i < NumWords; i++) {
@@ -121,6 +123,7 @@ static int ProgramAndVerify(const VARIANT* pVariant) {
   }
   ReloadOptionBytes(pVariant);
 
+  // Reading needs no keys. They are for the lock bits that the caller sets after a good read-back.
   UnlockOptionBytes(pVariant);
   uint32_t Words[MAX_WORDS];
   ReadWordsOrZero(OPTION_WORDS, Words, NumWords);
@@ -145,7 +148,7 @@ static void ResetOptionBytes(const VARIANT* pVariant) {
   }
 }
 
-// Required: a failure is reported in words only.
+// Required: 0 in every case, a failure is reported in words only.
 
 int32_t ResetOptionBytesL0(void) {
   ResetOptionBytes(FindFamilyRow(Variants, FAMILY_L0));

@@ -1,5 +1,5 @@
-// Option-byte reset for STM32L4x6: FLASH_OPTR first, by way of read protection level 1 so that the
-// return to level 0 erases the device, then write protection and PCROP of both banks. Names and
+// Option-byte reset for STM32L4x6: first FLASH_OPTR, through read protection level 1 so that the
+// return to level 0 erases the device; then write protection and PCROP of both banks. Names and
 // addresses: reference manual RM0351.
 
 #include <unistd.h>
@@ -32,7 +32,7 @@ static constexpr uint32_t SR_EOP = 1u << 0, SR_OPERR = 1u << 1, SR_PROGERR = 1u 
 static constexpr uint32_t SR_WRPERR = 1u << 4, SR_PGAERR = 1u << 5, SR_SIZERR = 1u << 6;
 static constexpr uint32_t SR_PGSERR = 1u << 7, SR_MISERR = 1u << 8, SR_RDERR = 1u << 14;
 static constexpr uint32_t SR_OPTVERR = 1u << 15, SR_BSY = 1u << 16;
-// FASTERR (bit 9) is left alone.
+// Required: all errors but FASTERR (bit 9).
 static constexpr uint32_t SR_CLEARED = SR_EOP | SR_OPERR | SR_PROGERR | SR_WRPERR | SR_PGAERR |
                                        SR_SIZERR | SR_PGSERR | SR_MISERR | SR_RDERR | SR_OPTVERR;
 static_assert(SR_CLEARED == 0xC1FB, "RM0351, FLASH_SR");
@@ -42,7 +42,7 @@ static constexpr uint32_t OPTKEY1 = 0x08192A3B, OPTKEY2 = 0x4C5D6E7F;
 
 static constexpr uint32_t OPTR_FACTORY = 0xFFEFF8AA;  // RDP level 0
 
-// Set in the values of level 0 (0xAA) and level 2 (0xCC), clear in most of level 1.
+// Any of these bits is set at level 0 (0xAA) and at level 2 (0xCC), none in most values of level 1.
 static constexpr uint32_t RDP_TEST = 0xAA;
 
 // An area whose start lies above its end protects nothing.
@@ -60,19 +60,33 @@ static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_SR, SR_CLEARED);
 }
 
-// Programs what the option registers hold, reloads and resets. The wait has no time-out, on
-// purpose.
+// Programs what the option registers hold, reloads it and resets the target. The wait has no
+// time-out: required.
 static void LaunchOptionBytesL4(void) {
   QUOBEARM_WriteU32(FLASH_CR, ReadWordOrZero(FLASH_CR) | CR_OPTSTRT);
   do {
     usleep(POLL_US);
   } while (ReadWordOrZero(FLASH_SR) & SR_BSY);
   QUOBEARM_WriteU32(FLASH_CR, ReadWordOrZero(FLASH_CR) | CR_OBL_LAUNCH);
-  usleep(RELOAD_US);
+  usleep(RELOAD_US);  // the reload resets the device
 
   PrintText("Reset target...");
   QUOBEARM_Reset();
   PrintLine("O.K.");
+}
+
+// Writes areas that protect nothing to the registers of write protection and PCROP. They are not
+// programmed yet.
+static void WriteProtectionAreas(void) {
+  UnlockOptionBytes();
+  QUOBEARM_WriteU32(FLASH_PCROP1SR, PCROP_START_NONE);
+  QUOBEARM_WriteU32(FLASH_PCROP1ER, PCROP_END_NONE);
+  QUOBEARM_WriteU32(FLASH_PCROP2SR, PCROP_START_NONE);
+  QUOBEARM_WriteU32(FLASH_PCROP2ER, PCROP_END_NONE);
+  QUOBEARM_WriteU32(FLASH_WRP1AR, WRP_NONE);
+  QUOBEARM_WriteU32(FLASH_WRP1BR, WRP_NONE);
+  QUOBEARM_WriteU32(FLASH_WRP2AR, WRP_NONE);
+  QUOBEARM_WriteU32(FLASH_WRP2BR, WRP_NONE);
 }
 
 int32_t ResetOptionBytesL4(void) {
@@ -81,6 +95,7 @@ int32_t ResetOptionBytesL4(void) {
 
   PrintLine("Reset option bytes to factory settings...");
   PrintLine("Resetting FLASH_OPTR...");
+  // From level 0 the device does not erase itself; it does on the way back from level 1.
   const uint32_t OptR = ReadWordOrZero(FLASH_OPTR);
   if (OptR & RDP_TEST) {
     UnlockOptionBytes();
@@ -95,16 +110,9 @@ int32_t ResetOptionBytesL4(void) {
     return -1;
   }
 
+  // Required: this last stage is not read back, and "O.K." comes before it is programmed.
   PrintText("Resetting Write protection (WRP) and PCROP...");
-  UnlockOptionBytes();
-  QUOBEARM_WriteU32(FLASH_PCROP1SR, PCROP_START_NONE);
-  QUOBEARM_WriteU32(FLASH_PCROP1ER, PCROP_END_NONE);
-  QUOBEARM_WriteU32(FLASH_PCROP2SR, PCROP_START_NONE);
-  QUOBEARM_WriteU32(FLASH_PCROP2ER, PCROP_END_NONE);
-  QUOBEARM_WriteU32(FLASH_WRP1AR, WRP_NONE);
-  QUOBEARM_WriteU32(FLASH_WRP1BR, WRP_NONE);
-  QUOBEARM_WriteU32(FLASH_WRP2AR, WRP_NONE);
-  QUOBEARM_WriteU32(FLASH_WRP2BR, WRP_NONE);
+  WriteProtectionAreas();
   PrintLine("O.K.");
   LaunchOptionBytesL4();
   PrintLine("Option bytes reset to factory settings.");

@@ -1,6 +1,6 @@
 // app/settings.h
 //
-// The choices of one run. Filled from the command line (options.h), read by the flow (flow.h).
+// The settings of one run. The command line sets them (options.h), the flow reads them (flow.h).
 
 #ifndef APP_SETTINGS_H
 #define APP_SETTINGS_H
@@ -11,7 +11,7 @@ enum { HOST_IF_USB = 1, HOST_IF_ETHERNET = 2 };
 
 static constexpr uint32_t SPEED_DEFAULT  = 1000;    // kHz
 static constexpr uint32_t SPEED_AUTO     = 0;       // the probe chooses
-static constexpr uint32_t SPEED_ADAPTIVE = 0xFFFF;  // the target's returned clock sets the pace
+static constexpr uint32_t SPEED_ADAPTIVE = 0xFFFF;  // the probe follows the target's returned clock
 
 static constexpr uint32_t IP_ADDR_SIZE = 128;  // terminator counted
 

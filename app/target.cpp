@@ -25,6 +25,7 @@ void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords) {
   QUOBEARM_ReadMemU32(Address, NumWords, pWords, NULL);
 }
 
+// Each read begins with zero, so one that delivers nothing ends the wait.
 void WaitWhileSet(uint32_t Address, uint32_t Mask) {
   while (ReadWordOrZero(Address) & Mask) {
   }
@@ -38,6 +39,7 @@ void ResetTarget(void) {
   PrintLine("O.K.");
 }
 
+// Required for L4: the probe's reset type stays as it was.
 void ResetTargetKeepingType(void) {
   PrintText("Reset target...");
   QUOBEARM_SetResetDelay(0);

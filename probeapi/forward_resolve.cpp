@@ -5,21 +5,20 @@
 #include "probeapi/forward.h"
 #include "probeapi/loader.h"
 
-static const char FunctionNotFound[] = "Function not found: %s (%s). Exiting now.\n";
-
 void* FORWARD_Resolve(void** ppSlot, const char* sName) {
+  // APILOADER_Load(1) ends the process when it fails. Should it ever return, the caller gets 0.
   if (APILOADER_Load(1) != 0) {
     *ppSlot = NULL;
     return NULL;
   }
-  dlerror();  // drop what an earlier failure left behind
+  dlerror();  // forgets an earlier failure
   void*       pFunction = dlsym(APILOADER_hLib, sName);
   const char* sError    = dlerror();
   if (sError != NULL) {
     char acError[8192];                                // the text holds the library's path
     snprintf(acError, sizeof(acError), "%s", sError);  // dlclose() may overwrite the original
     dlclose(APILOADER_hLib);
-    printf(FunctionNotFound, sName, acError);
+    printf("Function not found: %s (%s). Exiting now.\n", sName, acError);
     exit(1);
   }
   *ppSlot = pFunction;

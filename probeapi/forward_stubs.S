@@ -1,9 +1,9 @@
 // The exported entries of the probe API, one per line of names.inc. See forward.h.
 //
-// x86-64 and arm64, ELF and Mach-O. The object formats differ in the leading underscore of a C
-// name, in section and symbol directives, and (arm64) in how an address is spelled; that is all
-// the conditionals below are about. Statements stand one to a line: ';' starts a comment in Mach-O
-// arm64 assembly.
+// For x86-64 and arm64, ELF and Mach-O. The object formats differ in the leading underscore of a C
+// name, in the directives for sections and symbols, and (arm64) in how an address is written; the
+// conditionals below cover these differences only. One statement per line: in Mach-O arm64 assembly
+// ';' starts a comment.
 
 #if defined(__APPLE__)
 #define C_NAME(Name) _##Name
@@ -15,8 +15,8 @@
 #define LOCAL(Name) .L##Name
 #endif
 
-// Starts an exported function. A Mach-O linker that strips dead code must keep it: its callers are
-// outside this file.
+// Begins an exported function. Its callers are outside this executable, so a Mach-O linker that
+// strips dead code must keep it.
 .macro EXPORTED_FUNCTION symbol
   .globl \symbol
 #if defined(__APPLE__)
@@ -28,7 +28,7 @@
 \symbol:
 .endm
 
-// Starts a function that only this program may call.
+// Begins a function that only this executable can call.
 .macro PRIVATE_FUNCTION symbol
   .globl \symbol
 #if defined(__APPLE__)
@@ -70,7 +70,7 @@
   END_FUNCTION \symbol
 .endm
 
-// XSAVE components that can hold arguments: SSE (1), AVX (2), AVX-512 (5, 6, 7).
+// The XSAVE components that can hold arguments: SSE (1), AVX (2), AVX-512 (5, 6, 7).
 #define XSAVE_VECTORS 0xE6
 #ifndef CPUID1_ECX_OSXSAVE      // a test sets it to 0, as on a processor without XSAVE
 #define CPUID1_ECX_OSXSAVE (1 << 27)
@@ -97,8 +97,8 @@
   pushq %r10                    // -72  slot
   pushq %r11                    // -80  name
 
-  // The vector registers, as wide as this processor and system have them: the resolver runs the
-  // dynamic loader, and that may use any of them. %ebx = components saved, 0 = FXSAVE was used.
+  // Save the vector registers at the full width of this processor and system: the resolver calls the
+  // dynamic loader, which may use any of them. %ebx = the components saved; 0 = FXSAVE was used.
   movl  $1, %eax
   xorl  %ecx, %ecx
   cpuid

@@ -10,5 +10,6 @@ enum {
   NUM_NAMES
 };
 #undef FORWARD
+// The list is all that says which functions exist; a line lost in an edit would go unnoticed.
 static_assert(NUM_NAMES == FORWARD_NUM_FUNCTIONS,
               "a name is missing, or one too many is in the list");

@@ -16,14 +16,13 @@ static const char BesideFormat[]    = "%s%s";
 static const char ThreeUpFormat[]   = "%s../../../%s";
 static const char InstalledFormat[] = "/Applications/OSTREL/Quobe/%s";
 static const char VersionedFormat[] = "/Applications/OSTREL/Quobe/%s.5.dylib";
-static const char NotFound[]        = "Could not open Quobe shared library.";
-static const char NotFoundExiting[] = "Could not open Quobe shared library. Exiting now.";
 
 void* APILOADER_hLib;
 
 void APILOADER_Anchor(void) {}
 
-// Returns non-zero when the library is open, by this candidate or already.
+// Non-zero when the library is open: by this candidate, or because another thread has opened it since
+// the search began. RTLD_LAZY: functions that the library itself lacks matter only when it calls them.
 static int TryCandidate(const char* sPath) {
   if (APILOADER_hLib == NULL) {
     APILOADER_hLib = dlopen(sPath, RTLD_LAZY);
@@ -31,16 +30,16 @@ static int TryCandidate(const char* sPath) {
   return APILOADER_hLib != NULL;
 }
 
-// A candidate that does not fit must not be opened cut, and the search must not go on as if it had
-// been looked at.
+// A candidate that does not fit: cut, it would name another file; skipped, the search would go on to
+// places that the user did not mean. So the process ends.
 static void CheckCandidateFits(int Length) {
   if (Length < 0 || (size_t)Length >= PATH_SIZE) {
     abort();
   }
 }
 
-// Cuts the path behind its last separator. Position 0 is not looked at, so "/x" stays whole, and
-// so does a path without any separator.
+// Ends the path after its last separator. Required: position 0 is not examined, so "/x" stays whole,
+// as does a path without a separator.
 static void KeepDirectory(char* sPath) {
   for (size_t i = strlen(sPath); i > 1; i--) {
     if (sPath[i - 1] == '/' || sPath[i - 1] == '\\') {
@@ -50,8 +49,8 @@ static void KeepDirectory(char* sPath) {
   }
 }
 
-// Tries the two places that hang on a module's or an executable's own path. NULL, empty and
-// over-long paths are skipped.
+// Tries the two places that follow from the path of a module or an executable. Paths that are NULL,
+// empty or too long are skipped.
 static int TryAround(const char* sModulePath) {
   char acDirectory[PATH_SIZE];
   char acCandidate[PATH_SIZE];
@@ -85,7 +84,7 @@ static int TryAroundExecutable(void) {
   if (proc_pidpath(getpid(), acPath, sizeof(acPath)) <= 0) {
     return 0;
   }
-  acPath[EXE_PATH_SIZE - 1] = 0;
+  acPath[EXE_PATH_SIZE - 1] = 0;  // a path that fills the buffer has no terminator
   return TryAround(acPath);
 }
 
@@ -104,10 +103,10 @@ int32_t APILOADER_Load(int32_t ExitOnFailure) {
     return 0;
   }
   if (ExitOnFailure != 0) {
-    puts(NotFoundExiting);
+    puts("Could not open Quobe shared library. Exiting now.");
     exit(1);
   }
-  puts(NotFound);
+  puts("Could not open Quobe shared library.");
   return 1;
 }
 
