@@ -108,6 +108,8 @@ bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std:
     Good = ParseU32(sValue, &pProbe->MaxSpeed) && pProbe->MaxSpeed != 0;
   } else if (sKey == "reset_halts") {
     Good = ParseFlag(sValue, &pProbe->ResetHalts);
+  } else if (sKey == "reset_pin") {
+    Good = ParseFlag(sValue, &pProbe->ResetPin);
   } else if (sKey == "time") {
     Good           = sValue == "real" || sValue == "fast";
     pProbe->IsFast = sValue == "fast";
@@ -170,6 +172,31 @@ static bool NamesIn(const std::string& sDirectory, std::vector<std::string>* pNa
   return true;
 }
 
+// Of SERIAL.probe, whatever is in it.
+PROBE_SETTINGS Bench::LoadProbe(const std::string& sName) const {
+  PROBE_SETTINGS    Probe;
+  KeyFile           File;
+  std::string       sError;
+  const std::string sPath = sDirectory_ + "/" + sName;
+  bool              Good  = File.Load(sPath, &sError);
+  for (const KEY_LINE& Line : File.Lines()) {
+    if (Good && !SetProbeSetting(&Probe, Line.sKey, Line.sValue, &sError)) {
+      Good   = false;
+      sError = File.Place(Line) + sError;
+    }
+  }
+  if (Good && sPath != Path(Probe.SerialNo, "probe")) {
+    Good   = false;
+    sError = sPath + ": holds serial number " + std::to_string(Probe.SerialNo);
+  }
+  if (!Good) {
+    Probe        = PROBE_SETTINGS();
+    Probe.sError = sError;
+    ParseU32(sName.substr(0, sName.find('.')), &Probe.SerialNo);
+  }
+  return Probe;
+}
+
 bool Bench::List(std::vector<PROBE_SETTINGS>* pProbes, std::string* psError) const {
   pProbes->clear();
   std::vector<std::string> Names;
@@ -178,26 +205,9 @@ bool Bench::List(std::vector<PROBE_SETTINGS>* pProbes, std::string* psError) con
     return false;
   }
   for (const std::string& sName : Names) {
-    if (!EndsWith(sName, ".probe")) {
-      continue;
+    if (EndsWith(sName, ".probe")) {
+      pProbes->push_back(LoadProbe(sName));
     }
-    const std::string sPath = sDirectory_ + "/" + sName;
-    KeyFile           File;
-    if (!File.Load(sPath, psError)) {
-      return false;
-    }
-    PROBE_SETTINGS Probe;
-    for (const auto& [sKey, sValue] : File.Lines()) {
-      if (!SetProbeSetting(&Probe, sKey, sValue, psError)) {
-        *psError = sPath + ": " + *psError;
-        return false;
-      }
-    }
-    if (sPath != Path(Probe.SerialNo, "probe")) {
-      *psError = sPath + ": holds serial number " + std::to_string(Probe.SerialNo);
-      return false;
-    }
-    pProbes->push_back(Probe);
   }
   std::sort(pProbes->begin(), pProbes->end(), [](const PROBE_SETTINGS& A, const PROBE_SETTINGS& B) {
     return A.SerialNo < B.SerialNo;
@@ -211,7 +221,17 @@ const PROBE_SETTINGS* Bench::DefaultOf(const std::vector<PROBE_SETTINGS>& Probes
       return &Probe;
     }
   }
-  return Probes.empty() ? nullptr : &Probes[0];
+  const auto Lowest = std::find_if(Probes.begin(), Probes.end(), [](const PROBE_SETTINGS& Each) {
+    return Each.SerialNo != 0;  // else a damaged file whose name is no number
+  });
+  return Lowest != Probes.end() ? &*Lowest : nullptr;
+}
+
+// One that was found and can be used.
+static bool Take(const PROBE_SETTINGS& Found, PROBE_SETTINGS* pProbe, std::string* psError) {
+  *pProbe  = Found;
+  *psError = Found.sError;
+  return psError->empty();
 }
 
 bool Bench::FindDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
@@ -219,11 +239,8 @@ bool Bench::FindDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
   if (!List(&Probes, psError)) {
     return false;
   }
-  if (Probes.empty()) {
-    return AddDefault(pProbe, psError);
-  }
-  *pProbe = *DefaultOf(Probes);
-  return true;
+  const PROBE_SETTINGS* pFound = DefaultOf(Probes);
+  return pFound == nullptr ? AddDefault(pProbe, psError) : Take(*pFound, pProbe, psError);
 }
 
 bool Bench::AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
@@ -236,17 +253,14 @@ bool Bench::AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
   // Somebody may have been faster; what that one put there is not to be replaced.
   std::vector<PROBE_SETTINGS> Probes;
   bool                        Good = List(&Probes, psError);
-  if (Good && Probes.empty()) {
+  if (Good && DefaultOf(Probes) == nullptr) {
     Device Target(*FindDevice(DEFAULT_DEVICE));
     FillFlash(&Target, 64 * 1024);
     Probes.push_back(Probe);
     Good = SaveDevice(Probe, Target, LINK(), psError) && SaveProbe(Probe, psError);
   }
   Unlock(File);
-  if (Good) {
-    *pProbe = *DefaultOf(Probes);
-  }
-  return Good;
+  return Good && Take(*DefaultOf(Probes), pProbe, psError);
 }
 
 bool Bench::FindBySerial(uint32_t SerialNo, PROBE_SETTINGS* pProbe, std::string* psError) const {
@@ -256,8 +270,7 @@ bool Bench::FindBySerial(uint32_t SerialNo, PROBE_SETTINGS* pProbe, std::string*
   }
   for (const PROBE_SETTINGS& Probe : Probes) {
     if (Probe.SerialNo == SerialNo) {
-      *pProbe = Probe;
-      return true;
+      return Take(Probe, pProbe, psError);
     }
   }
   *psError =
@@ -272,8 +285,7 @@ bool Bench::FindByIP(const std::string& sIP, PROBE_SETTINGS* pProbe, std::string
   }
   for (const PROBE_SETTINGS& Probe : Probes) {
     if (!sIP.empty() && Probe.sIP == sIP) {
-      *pProbe = Probe;
-      return true;
+      return Take(Probe, pProbe, psError);
     }
   }
   *psError = "No probe with the address \"" + sIP + "\" is on the bench " + sDirectory_ + ".";
@@ -294,12 +306,16 @@ bool Bench::SaveProbe(const PROBE_SETTINGS& Probe, std::string* psError) const {
   File.Add("supply", std::to_string(Probe.Supply));
   File.Add("max_speed", std::to_string(Probe.MaxSpeed));
   File.Add("reset_halts", Probe.ResetHalts ? "yes" : "no");
+  if (!Probe.ResetPin) {
+    File.Add("reset_pin", "no");
+  }
   File.Add("time", Probe.IsFast ? "fast" : "real");
   for (const std::string& sFault : Probe.Faults) {
     File.Add("fault", sFault);
   }
-  return MakeDirectory(psError) && File.Save(Path(Probe.SerialNo, "probe"),
-                                             "A simulated probe; see docs/simulator.md", psError);
+  return MakeDirectory(psError) &&
+         ReplaceFile(Path(Probe.SerialNo, "probe"),
+                     File.Text("A simulated probe; see docs/simulator.md"), FOR_GOOD, psError);
 }
 
 bool Bench::LoadDevice(const PROBE_SETTINGS& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
@@ -316,7 +332,6 @@ bool Bench::LoadDevice(const PROBE_SETTINGS& Probe, std::unique_ptr<Device>* ppD
   }
   auto pDevice = std::make_unique<Device>(*pRow);
   if (!pDevice->LoadFrom(File, psError)) {
-    *psError = sPath + ": " + *psError;
     return false;
   }
   pLink->IsOpen   = File.Get("probe.open") == "1";
@@ -326,7 +341,7 @@ bool Bench::LoadDevice(const PROBE_SETTINGS& Probe, std::unique_ptr<Device>* ppD
 }
 
 bool Bench::SaveDevice(const PROBE_SETTINGS& Probe, const Device& Target, const LINK& Link,
-                       std::string* psError) const {
+                       std::string* psError, LASTING Lasting, std::string* psSaved) const {
   KeyFile File;
   Target.SaveTo(&File);
   if (Link.IsOpen) {
@@ -335,8 +350,18 @@ bool Bench::SaveDevice(const PROBE_SETTINGS& Probe, const Device& Target, const 
   if (Link.SupplyOn) {
     File.Add("probe.supply_on", "1");
   }
-  return MakeDirectory(psError) && File.Save(Path(Probe.SerialNo, "device"),
-                                             "A simulated device; see docs/simulator.md", psError);
+  std::string sText = File.Text("A simulated device; see docs/simulator.md");
+  if (psSaved != nullptr && *psSaved == sText && Lasting == UNTIL_EXIT) {
+    return true;
+  }
+  if (!MakeDirectory(psError) ||
+      !ReplaceFile(Path(Probe.SerialNo, "device"), sText, Lasting, psError)) {
+    return false;
+  }
+  if (psSaved != nullptr) {
+    *psSaved = std::move(sText);
+  }
+  return true;
 }
 
 bool Bench::Remove(const PROBE_SETTINGS& Probe, std::string* psError) const {

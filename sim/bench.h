@@ -49,8 +49,12 @@ struct PROBE_SETTINGS {
   uint32_t                 Supply     = 3300;  // what the probe gives when asked to, in mV
   uint32_t                 MaxSpeed   = 15000;  // kHz
   bool                     ResetHalts = true;   // whether the core is halted behind a reset
+  bool                     ResetPin   = true;   // whether the device's reset pin is connected
   bool                     IsFast     = false;  // see clock.h
   std::vector<std::string> Faults;
+  // Why the file cannot be used, with its name and line; "" when it can. Of such a probe nothing but
+  // the serial number is known.
+  std::string sError;
 };
 
 // Sets one key of the probe's file ("ip", "vtarget", ...); false when key or value is no good.
@@ -71,7 +75,8 @@ class Bench {
 
   const std::string& Directory() const { return sDirectory_; }
 
-  // All probes in the order of their serial numbers; none is no error.
+  // All probes in the order of their serial numbers, also those whose file is no good; none is no
+  // error.
   bool List(std::vector<PROBE_SETTINGS>* pProbes, std::string* psError) const;
   // The default one of these probes (the first if there are several), or else the one with the
   // lowest serial number; NULL when there is none.
@@ -85,8 +90,11 @@ class Bench {
   bool SaveProbe(const PROBE_SETTINGS& Probe, std::string* psError) const;
   bool LoadDevice(const PROBE_SETTINGS& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,
                   std::string* psError) const;
+  // psSaved: what is known to be in the file, and is there afterwards; nothing is written UNTIL_EXIT
+  // where that is the same.
   bool SaveDevice(const PROBE_SETTINGS& Probe, const Device& Target, const LINK& Link,
-                  std::string* psError) const;
+                  std::string* psError, LASTING Lasting = FOR_GOOD,
+                  std::string* psSaved = nullptr) const;
   // The files of a probe that this process has locked.
   bool Remove(const PROBE_SETTINGS& Probe, std::string* psError) const;
 
@@ -96,10 +104,11 @@ class Bench {
   static void Unlock(int LockFile);
 
  private:
-  std::string Path(uint32_t SerialNo, const char* sEnding) const;
-  bool        MakeDirectory(std::string* psError) const;
-  void        RemoveLeftovers(uint32_t SerialNo) const;
-  bool        AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const;
+  std::string    Path(uint32_t SerialNo, const char* sEnding) const;
+  bool           MakeDirectory(std::string* psError) const;
+  void           RemoveLeftovers(uint32_t SerialNo) const;
+  bool           AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const;
+  PROBE_SETTINGS LoadProbe(const std::string& sName) const;
 
   std::string sDirectory_;
 };

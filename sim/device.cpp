@@ -93,13 +93,14 @@ uint64_t Device::TakeStalledUs() {
 
 // -- Core and watchdogs --------------------------------------------------------------------------
 
+bool Device::IsFlashBlank() const {
+  return std::all_of(memories_.begin(), memories_.end(), [](const Memory& Each) {
+    return Each.Row().Kind != MAIN_FLASH || Each.WordAt(Each.Row().Base) == Each.Row().Erased;
+  });
+}
+
 bool Device::HasProgram() const {
-  for (const Memory& Each : memories_) {
-    if (Each.Row().Kind == MAIN_FLASH) {
-      return controller_->Level() == 0 && Each.WordAt(Each.Row().Base) != Each.Row().Erased;
-    }
-  }
-  return false;
+  return controller_->Level() == 0 && !IsFlashBlank();
 }
 
 CORE_STATE Device::Core() const {
@@ -243,7 +244,8 @@ void Device::ReleaseReset(bool HaltCore) {
 // -- Bus -----------------------------------------------------------------------------------------
 
 bool Device::DebugPortAnswers() const {
-  return powered_ && controller_->Level() < 2;
+  const bool Hidden = program_ != PROGRAM_PLAIN && !halted_ && !inReset_ && !IsFlashBlank();
+  return powered_ && controller_->Level() < 2 && !Hidden;
 }
 
 bool Device::IsDebugRegister(uint32_t Address) const {
@@ -417,6 +419,9 @@ std::optional<uint32_t> Device::AddressOf(const std::string& sName) const {
 void Device::SaveTo(KeyFile* pFile) const {
   pFile->Add("device", Name());
   pFile->Add("powered", powered_ ? "1" : "0");
+  if (program_ != PROGRAM_PLAIN) {
+    pFile->Add("core.program", std::to_string(program_));
+  }
   variants_.SaveTo(pFile);
   controller_->SaveTo(pFile, powered_);
   if (powered_) {
@@ -448,6 +453,10 @@ bool Device::LoadLine(const std::string& sKey, const std::string& sValue) {
     (sKey == "powered" ? powered_ : halted_) = Value != 0;
     return Value <= 1;
   }
+  if (sKey == "core.program") {
+    program_ = Value <= PROGRAM_STOPS ? static_cast<PROGRAM>(Value) : PROGRAM_PLAIN;
+    return Value <= PROGRAM_STOPS;
+  }
   if (Parts[0] == "variant" && Parts.size() == 2) {
     return SetVariant(Parts[1], Value);
   }
@@ -456,14 +465,16 @@ bool Device::LoadLine(const std::string& sKey, const std::string& sValue) {
 }
 
 bool Device::LoadFrom(const KeyFile& File, std::string* psError) {
-  for (const auto& [sKey, sValue] : File.Lines()) {
-    if (!LoadLine(sKey, sValue)) {
-      *psError = Format("\"%s = %s\" means nothing for a %s", sKey.c_str(), sValue.c_str(), Name());
+  for (const KEY_LINE& Line : File.Lines()) {
+    if (!LoadLine(Line.sKey, Line.sValue)) {
+      *psError = File.Place(Line) + Format("\"%s = %s\" means nothing for a %s", Line.sKey.c_str(),
+                                           Line.sValue.c_str(), Name());
       return false;
     }
   }
   if (!controller_->RunsInPlace()) {
-    *psError = Format("\"running\" programs an address that a %s does not have", Name());
+    *psError =
+        File.Place() + Format("\"running\" programs an address that a %s does not have", Name());
     return false;
   }
   if (powered_) {

@@ -62,6 +62,10 @@ extern const VARIANT_ROW UNASSIGNED_FAULTS, F0_DBGMCU_GATED;
 // debugger attached.
 enum CORE_STATE { CORE_RUNNING, CORE_HALTED, CORE_LOCKED_UP };
 
+// What the program in the flash does to a debugger, until a reset that halts the core or until it is
+// erased: it takes the pins of the debug port for itself, or it puts the core into Stop mode.
+enum PROGRAM { PROGRAM_PLAIN, PROGRAM_TAKES_SWD, PROGRAM_STOPS };
+
 class Device : private Surroundings {
  public:
   explicit Device(const DEVICE_ROW& Row);
@@ -95,6 +99,7 @@ class Device : private Surroundings {
   bool       CoreHalted() const { return halted_; }
   void       HaltCore();
   void       RunCore();
+  void       SetProgram(PROGRAM Program) { program_ = Program; }
   int        WatchdogResets() const { return watchdogResets_; }
 
   // -- The debugger's bus. Size is 1, 2 or 4 bytes; an address that is no multiple of it fails.
@@ -158,6 +163,7 @@ class Device : private Surroundings {
   void     ResetCircuit(bool HaltCore, const char* sCause);
   bool     IsDebugRegister(uint32_t Address) const;
   bool     IsDebugClocked() const;
+  bool     IsFlashBlank() const;
   bool     HasProgram() const;
   void     StartWatchdogs();
   bool     FeedsWatchdogs() const;
@@ -177,6 +183,7 @@ class Device : private Surroundings {
   uint64_t                    watchdogLeftUs_[NUM_WATCHDOGS] = {};  // 0: not running
   uint32_t                    millivolts_                    = 3300;
   int                         watchdogResets_                = 0;
+  PROGRAM                     program_                       = PROGRAM_PLAIN;
   bool                        powered_                       = false;
   bool                        halted_                        = false;
   bool                        inReset_                       = false;

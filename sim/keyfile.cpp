@@ -13,6 +13,7 @@ namespace sim {
 static const size_t MAX_BYTES = 64 << 20;  // no device needs a tenth of it
 
 bool KeyFile::Load(const std::string& sPath, std::string* psError) {
+  sPath_ = sPath;
   lines_.clear();
   FILE* pFile = fopen(sPath.c_str(), "r");
   if (pFile == nullptr) {
@@ -45,7 +46,7 @@ bool KeyFile::Load(const std::string& sPath, std::string* psError) {
       *psError = Format("%s:%d: expected \"key = value\"", sPath.c_str(), LineNo);
       return false;
     }
-    Add(Trim(sLine.substr(0, Equal)), Trim(sLine.substr(Equal + 1)));
+    lines_.push_back({Trim(sLine.substr(0, Equal)), Trim(sLine.substr(Equal + 1)), LineNo});
   }
   return true;
 }
@@ -76,38 +77,56 @@ static void SyncDirectoryOf(const std::string& sPath) {
   }
 }
 
-bool KeyFile::Save(const std::string& sPath, const std::string& sHeading,
-                   std::string* psError) const {
-  std::string sText = "# " + sHeading + "\n";
-  for (const auto& [sKey, sValue] : lines_) {
-    sText += sKey;
-    sText += " = ";
-    sText += sValue;
-    sText += '\n';
-  }
+bool ReplaceFile(const std::string& sPath, const std::string& sText, LASTING Lasting,
+                 std::string* psError) {
   const std::string sTemp = Format("%s.%ld.tmp", sPath.c_str(), static_cast<long>(getpid()));
   const int         File  = open(sTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  bool              Good  = File >= 0 && WriteAll(File, sText) && fsync(File) == 0;
-  if (File >= 0) {
-    Good = close(File) == 0 && Good;
+  bool Good  = File >= 0 && WriteAll(File, sText) && (Lasting != FOR_GOOD || fsync(File) == 0);
+  int  Error = errno;
+  if (File >= 0 && close(File) != 0 && Good) {
+    Good  = false;
+    Error = errno;
   }
-  if (!Good || rename(sTemp.c_str(), sPath.c_str()) != 0) {
-    *psError = sPath + ": " + strerror(errno);
+  if (Good && rename(sTemp.c_str(), sPath.c_str()) != 0) {
+    Good  = false;
+    Error = errno;
+  }
+  if (!Good) {
+    *psError = sPath + ": " + strerror(Error);
     unlink(sTemp.c_str());
     return false;
   }
-  SyncDirectoryOf(sPath);
+  if (Lasting == FOR_GOOD) {
+    SyncDirectoryOf(sPath);
+  }
   return true;
 }
 
+std::string KeyFile::Text(const std::string& sHeading) const {
+  std::string sText = "# " + sHeading + "\n";
+  for (const KEY_LINE& Line : lines_) {
+    sText += Line.sKey;
+    sText += " = ";
+    sText += Line.sValue;
+    sText += '\n';
+  }
+  return sText;
+}
+
+std::string KeyFile::Place(const KEY_LINE& Line) const {
+  return Line.LineNo != 0 ? Format("%s:%d: ", sPath_.c_str(), Line.LineNo)
+         : sPath_.empty() ? ""
+                          : sPath_ + ": ";
+}
+
 void KeyFile::Add(const std::string& sKey, const std::string& sValue) {
-  lines_.emplace_back(sKey, sValue);
+  lines_.push_back({sKey, sValue});
 }
 
 std::string KeyFile::Get(const std::string& sKey, const std::string& sDefault) const {
-  for (const auto& [sName, sValue] : lines_) {
-    if (sName == sKey) {
-      return sValue;
+  for (const KEY_LINE& Line : lines_) {
+    if (Line.sKey == sKey) {
+      return Line.sValue;
     }
   }
   return sDefault;

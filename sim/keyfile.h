@@ -7,30 +7,48 @@
 #define SIM_KEYFILE_H
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace sim {
+
+struct KEY_LINE {
+  std::string sKey;
+  std::string sValue;
+  int         LineNo = 0;  // in the file it was loaded from; 0: it was added
+
+  bool operator==(const KEY_LINE&) const = default;
+};
 
 class KeyFile {
  public:
   // False on failure, with *psError saying file, line and reason.
   bool Load(const std::string& sPath, std::string* psError);
 
-  // Replaces the file as a whole: a reader, or a crash at any moment, finds the old file or the
-  // new one. sHeading becomes the comment on top.
-  bool Save(const std::string& sPath, const std::string& sHeading, std::string* psError) const;
+  // The lines as text; sHeading becomes the comment on top.
+  std::string Text(const std::string& sHeading) const;
 
   void Add(const std::string& sKey, const std::string& sValue);
 
   // The first value of the key, or sDefault.
   std::string Get(const std::string& sKey, const std::string& sDefault = "") const;
 
-  const std::vector<std::pair<std::string, std::string>>& Lines() const { return lines_; }
+  const std::vector<KEY_LINE>& Lines() const { return lines_; }
+  // "path:line: ", or what is known of it: how an error about the line, or the file, begins.
+  std::string Place(const KEY_LINE& Line = {}) const;
 
  private:
-  std::vector<std::pair<std::string, std::string>> lines_;
+  std::string           sPath_;
+  std::vector<KEY_LINE> lines_;
 };
+
+// UNTIL_EXIT: what is written is there whatever happens to the program. FOR_GOOD: it is there after a
+// loss of the host's power as well, which takes a hundred times as long.
+enum LASTING { UNTIL_EXIT, FOR_GOOD };
+
+// Replaces the file as a whole: a reader, or a program killed at any moment, finds the old file or the
+// new one. False on failure, with *psError; the old file is then untouched.
+bool ReplaceFile(const std::string& sPath, const std::string& sText, LASTING Lasting,
+                 std::string* psError);
 
 }  // namespace sim
 

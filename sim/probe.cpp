@@ -32,16 +32,32 @@ void Probe::Begin() {
   if (device_ != nullptr && open_) {
     device_->AdvanceTo(clock_.NowUs());
     ApplyFaults();
+    Save();
   }
 }
 
 void Probe::End(const std::string& sText) {
   if (device_ != nullptr && open_) {
     clock_.Spend(device_->TakeStalledUs());
-    SaveIfChanged();
   }
   trace_.Operation(clock_.NowUs(), operation_, sText);
+  lost_ = lost_ || (open_ && !trace_.Error().empty());
   clock_.End();
+}
+
+// Whoever changes the device asks this before saying that it is done. What cannot be kept never
+// happened: the operation fails, and the probe answers no more, so nothing is built on it.
+bool Probe::Save(LASTING Lasting) {
+  std::string sError;
+  if (!broken_ && device_->IsChanged &&
+      !bench_.SaveDevice(probe_, *device_, link_, &sError, Lasting, &sSaved_)) {
+    trace_.Event(clock_.NowUs(), "state not saved, the connection is lost: " + sError);
+    sOpenError_ = "The state of the device cannot be saved. " + sError;
+    lost_       = true;
+    broken_     = true;
+  }
+  device_->IsChanged = false;
+  return !broken_;
 }
 
 bool Probe::Hits(FAULT_KIND Kind) const {
@@ -74,16 +90,6 @@ void Probe::ApplyFaults() {
     } else if (Fault.Kind == BUSY) {
       trace_.Event(clock_.NowUs(), "fault: the flash controller stays busy");
       device_->Flash().HoldBusy(Fault.First);
-    }
-  }
-}
-
-void Probe::SaveIfChanged() {
-  std::string sError;
-  if (device_->IsChanged) {
-    device_->IsChanged = false;
-    if (!bench_.SaveDevice(probe_, *device_, link_, &sError)) {
-      trace_.Event(clock_.NowUs(), "state not saved: " + sError);
     }
   }
 }
@@ -172,7 +178,11 @@ const char* Probe::Open() {
   }
   Disconnect();
   sOpenError_ = Find(&probe_);
+  if (sOpenError_.empty() && !trace_.Error().empty()) {
+    sOpenError_ = "The trace cannot be written. " + trace_.Error();
+  }
   if (sOpenError_.empty()) {
+    trace_.SetSerialNo(probe_.SerialNo);
     lock_ = bench_.Lock(probe_, &sOpenError_);
   }
   if (sOpenError_.empty() && bench_.LoadDevice(probe_, &device_, &link_, &sOpenError_) &&
@@ -191,6 +201,7 @@ const char* Probe::Open() {
     FollowVoltage();
     device_->IsChanged = true;
     ApplyFaults();
+    open_ = Save();
   }
   if (!open_) {
     Disconnect();
@@ -210,8 +221,9 @@ void Probe::Close() {
     FollowVoltage();
     link_.IsOpen       = false;
     device_->IsChanged = true;
+    Save(FOR_GOOD);
   }
-  End("Close");
+  End(broken_ ? "Close: failed" : "Close");
   Disconnect();
 }
 
@@ -219,12 +231,15 @@ void Probe::Close() {
 void Probe::Disconnect() {
   open_           = false;
   lost_           = false;
+  broken_         = false;
   supplyOffAtEnd_ = false;
   swd_            = false;
   speed_          = 0;
   resetDelayMs_   = 0;
   dipUntil_       = 0;
   busyPolls_      = 0;
+  sSaved_.clear();
+  trace_.SetSerialNo(0);
   device_.reset();
   Bench::Unlock(lock_);
   lock_ = -1;
@@ -253,7 +268,7 @@ std::string Probe::RunCommand(const std::string& sCommand) {
     link_.SupplyOn     = sValue == "1";
     device_->IsChanged = true;
     FollowVoltage();
-    return "";
+    return Save() ? "" : sOpenError_;
   }
   if (EqualNoCase(sName, "DisablePowerSupplyOnClose") && Parts.size() == 1) {
     supplyOffAtEnd_ = true;
@@ -325,11 +340,14 @@ void Probe::SetResetDelay(int32_t Delayms) {
 
 int32_t Probe::Reset() {
   Begin();
-  const bool Good = open_ && !lost_ && device_->IsPowered() && !Hits(WRITE_DROPPED);
+  // Without the pin the request goes over the debug port, as long as that answers.
+  bool Good = open_ && !lost_ && device_->IsPowered() && !Hits(WRITE_DROPPED) &&
+              (probe_.ResetPin || device_->DebugPortAnswers());
   if (Good) {
     device_->SystemReset(probe_.ResetHalts, "by the probe");
     clock_.Spend(RESET_US + 1000 * static_cast<uint64_t>(std::max(resetDelayMs_, 0)));
     device_->AdvanceTo(clock_.NowUs());
+    Good = Save();
   }
   End(Good ? "Reset" : "Reset: failed");
   return Good ? 0 : -1;
@@ -375,6 +393,7 @@ int32_t Probe::ReadMemory(uint32_t Address, uint32_t NumItems, uint32_t* pData, 
       sText += (i == 0 ? "RD  " : "; ") + DescribeAccess(device_.get(), Address + 4 * i, 4, Value);
     }
   }
+  Good       = Good && Save();  // what ran while it waited has come to its end
   busyPolls_ = device_ != nullptr && device_->Flash().Busy() && device_->IsPowered()
                    ? busyPolls_ + 1
                    : (Good ? 0 : busyPolls_ + 1);
@@ -393,7 +412,7 @@ int32_t Probe::WriteMemory(uint32_t Address, uint32_t Size, uint32_t Data) {
   // Named before it is done: a write that resets the device would find other names gone.
   const std::string sAccess =
       trace_.IsOn() ? DescribeAccess(device_.get(), Address, Size, Data) : "";
-  const bool Good = Reaches && device_->Write(Address, Size, Data);
+  const bool Good = Reaches && device_->Write(Address, Size, Data) && Save();
   End((Size == 4   ? "WR  "
        : Size == 2 ? "WR16 "
                    : "WR8 ") +

@@ -51,7 +51,7 @@ class Probe {
   bool        LoadFaults(std::string* psError);
   uint32_t    Voltage() const;
   void        FollowVoltage();
-  void        SaveIfChanged();
+  bool        Save(LASTING Lasting = UNTIL_EXIT);
   void        Disconnect();
   bool        ReachesTarget();
   uint64_t    TransferUs(uint32_t NumWords) const;
@@ -68,9 +68,11 @@ class Probe {
   Clock                   clock_{Clock::REAL, WallUs};
   Trace                   trace_;
   std::string             sOpenError_;
+  std::string             sSaved_;  // what is in the device's file
   uint32_t                operation_      = 0;
   bool                    open_           = false;
   bool                    lost_           = false;
+  bool                    broken_         = false;  // lost, and nothing more is stored
   bool                    supplyOffAtEnd_ = false;
   bool                    swd_            = false;
   uint32_t                speed_          = 0;

@@ -1,5 +1,6 @@
 // quobe-bench: sets up the simulated bench and shows what is on it.
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -30,10 +31,10 @@ static const char USAGE[] =
     "  devices                     the devices there are\n"
     "  create DEVICE [STATE...]    put a device on the probe; a new probe when there is none\n"
     "  show [--expect-factory]     option bytes with their factory values, flash, protection\n"
-    "  reset                       system reset of the device\n"
-    "  power-cycle                 power off and on\n"
+    "  reset [--after MS]          system reset of the device; cuts short what runs\n"
+    "  power-cycle [--after MS]    power off and on; cuts short what runs\n"
     "  set KEY=VALUE...            probe: ip, default, vtarget, supply, max_speed, reset_halts,\n"
-    "                              time (real or fast), fault (or fault=none)\n"
+    "                              reset_pin, time (real or fast), fault (or fault=none)\n"
     "  remove                      take probe and device off the bench\n"
     "\n"
     "STATE, as delivered where nothing is said:\n"
@@ -47,10 +48,15 @@ static const char USAGE[] =
     "  --mismatch rdp|user|FIELD   a wrong complement\n"
     "  --flash erased|full|FILE    content of the flash\n"
     "  --eeprom full               data EEPROM, and memories on the backup supply, in use\n"
+    "  --program takes-swd|stops   the program uses the debug pins, or puts the core into Stop "
+    "mode\n"
     "  --variant NAME=N            how an open question of the manuals is answered\n"
     "\n"
     "The bench is the directory $QUOBE_BENCH, or .quobe-bench in the home directory. Without\n"
     "--probe the default probe is meant, which is also the one the library opens.\n"
+    "A device's time stands still between programs: what one left running goes on with the next, "
+    "or\n"
+    "for MS milliseconds with --after.\n"
     "Exit status: 0 done, 1 not at factory state (show --expect-factory), 2 wrong use, 3 bench.\n";
 
 static int Fail(int Status, const std::string& sText) {
@@ -114,6 +120,9 @@ static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
   Probe.SerialNo = Arguments.SerialNo != 0 ? Arguments.SerialNo : 1;
   if (pFound != nullptr) {
     Probe = *pFound;
+    if (!Probe.sError.empty()) {
+      return Fail(EXIT_BENCH, Probe.sError);
+    }
   }
   // The probe last: from then on it is on the bench, and a probe without a device would be none.
   const int Lock = Where.Lock(Probe, &sError);
@@ -214,7 +223,7 @@ static int Show(const Bench& Where, const ARGUMENTS& Arguments) {
 
 // -- The others ----------------------------------------------------------------------------------
 
-static int List(const Bench& Where) {
+static int List(const Bench& Where, const ARGUMENTS& /*Arguments*/) {
   std::vector<PROBE_SETTINGS> Probes;
   std::string                 sError;
   if (!Where.List(&Probes, &sError)) {
@@ -228,7 +237,8 @@ static int List(const Bench& Where) {
   for (const PROBE_SETTINGS& Probe : Probes) {
     std::unique_ptr<Device> pTarget;
     LINK                    Link;
-    if (!Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
+    sError = Probe.sError;
+    if (!sError.empty() || !Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
       Status = Fail(EXIT_BENCH, sError);
       continue;  // the others can be listed
     }
@@ -240,7 +250,7 @@ static int List(const Bench& Where) {
   return Status;
 }
 
-static int Devices() {
+static int Devices(const Bench& /*Where*/, const ARGUMENTS& /*Arguments*/) {
   for (const DEVICE_ROW* pRow : AllDevices()) {
     printf("%-10s  %s\n", pRow->pFacts->sName, pRow->pFacts->sText);
   }
@@ -254,20 +264,30 @@ static bool TakeProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE_SETT
          Where.FindBySerial(pProbe->SerialNo, pProbe, psError);
 }
 
-static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments, bool Power) {
+// "--after MS" or nothing; false when it is something else.
+static bool ParseAfter(const ARGUMENTS& Arguments, uint32_t* pMs) {
+  *pMs = 0;
+  return Arguments.Rest.empty() || (Arguments.Rest.size() == 2 && Arguments.Rest[0] == "--after" &&
+                                    ParseU32(Arguments.Rest[1], pMs));
+}
+
+static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments) {
   PROBE_SETTINGS          Probe;
   std::unique_ptr<Device> pTarget;
   LINK                    Link;
   std::string             sError;
+  uint32_t                AfterMs = 0;
+  if (!ParseAfter(Arguments, &AfterMs)) {
+    return Fail(EXIT_USAGE, Arguments.sCommand + ": expected nothing more, or --after MS");
+  }
   if (!TakeProbe(Where, Arguments, &Probe, &sError) ||
       !Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
-  if (Power) {
+  pTarget->AdvanceTo(static_cast<uint64_t>(AfterMs) * 1000);
+  if (Arguments.sCommand == "power-cycle") {
     pTarget->PowerOff();
-    if (SupplyOf(Probe, Link) >= POWER_ON_MV) {
-      pTarget->PowerOn();
-    }
+    pTarget->SetVoltage(SupplyOf(Probe, Link));
   } else {
     pTarget->SystemReset(false, "by quobe-bench");
   }
@@ -280,6 +300,9 @@ static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments, boo
 static int Set(const Bench& Where, const ARGUMENTS& Arguments) {
   PROBE_SETTINGS Probe;
   std::string    sError;
+  if (Arguments.Rest.empty()) {
+    return Fail(EXIT_USAGE, "set: expected KEY=VALUE");
+  }
   if (!TakeProbe(Where, Arguments, &Probe, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
@@ -310,6 +333,45 @@ static int Remove(const Bench& Where, const ARGUMENTS& Arguments) {
   return EXIT_DONE;
 }
 
+static int Help(const Bench& /*Where*/, const ARGUMENTS& /*Arguments*/) {
+  fputs(USAGE, stdout);
+  return EXIT_DONE;
+}
+
+struct COMMAND {
+  const char* sName;
+  int (*pfRun)(const Bench& Where, const ARGUMENTS& Arguments);
+  bool TakesProbe;
+  bool TakesMore;  // arguments of its own
+};
+
+static const COMMAND aCommands[] = {
+    {.sName = "list", .pfRun = List, .TakesProbe = false, .TakesMore = false},
+    {.sName = "devices", .pfRun = Devices, .TakesProbe = false, .TakesMore = false},
+    {.sName = "create", .pfRun = Create, .TakesProbe = true, .TakesMore = true},
+    {.sName = "show", .pfRun = Show, .TakesProbe = true, .TakesMore = true},
+    {.sName = "reset", .pfRun = ResetOrPowerCycle, .TakesProbe = true, .TakesMore = true},
+    {.sName = "power-cycle", .pfRun = ResetOrPowerCycle, .TakesProbe = true, .TakesMore = true},
+    {.sName = "set", .pfRun = Set, .TakesProbe = true, .TakesMore = true},
+    {.sName = "remove", .pfRun = Remove, .TakesProbe = true, .TakesMore = false},
+    {.sName = "help", .pfRun = Help, .TakesProbe = false, .TakesMore = false},
+    {.sName = "--help", .pfRun = Help, .TakesProbe = false, .TakesMore = false},
+};
+
+static int Run(const COMMAND& Command, const ARGUMENTS& Arguments) {
+  if (!Command.TakesMore && !Arguments.Rest.empty()) {
+    return Fail(EXIT_USAGE, Arguments.sCommand + ": unknown argument " + Arguments.Rest[0]);
+  }
+  if (!Command.TakesProbe && Arguments.SerialNo != 0) {
+    return Fail(EXIT_USAGE, Arguments.sCommand + ": takes no --probe");
+  }
+  const int Status = Command.pfRun(Bench(), Arguments);
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+    return Fail(EXIT_BENCH, std::string("the output cannot be written: ") + strerror(errno));
+  }
+  return Status;
+}
+
 int main(int NumArgs, char** pasArgs) {
   ARGUMENTS Arguments;
   for (int i = 1; i < NumArgs; i++) {
@@ -324,34 +386,10 @@ int main(int NumArgs, char** pasArgs) {
       Arguments.Rest.push_back(sArgument);
     }
   }
-  const Bench Where;
-  if (Arguments.sCommand == "list") {
-    return List(Where);
-  }
-  if (Arguments.sCommand == "devices") {
-    return Devices();
-  }
-  if (Arguments.sCommand == "create") {
-    return Create(Where, Arguments);
-  }
-  if (Arguments.sCommand == "show") {
-    return Show(Where, Arguments);
-  }
-  if (Arguments.sCommand == "reset") {
-    return ResetOrPowerCycle(Where, Arguments, false);
-  }
-  if (Arguments.sCommand == "power-cycle") {
-    return ResetOrPowerCycle(Where, Arguments, true);
-  }
-  if (Arguments.sCommand == "set") {
-    return Set(Where, Arguments);
-  }
-  if (Arguments.sCommand == "remove") {
-    return Remove(Where, Arguments);
-  }
-  if (Arguments.sCommand == "help" || Arguments.sCommand == "--help") {
-    fputs(USAGE, stdout);
-    return EXIT_DONE;
+  for (const COMMAND& Command : aCommands) {
+    if (Arguments.sCommand == Command.sName) {
+      return Run(Command, Arguments);
+    }
   }
   fputs(USAGE, stderr);
   return EXIT_USAGE;

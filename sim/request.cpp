@@ -92,6 +92,9 @@ bool TakeOption(CREATE_REQUEST* pRequest, const std::string& sOption, const std:
   } else if (sOption == "--eeprom") {
     Good                 = sValue == "full";
     pRequest->EepromFull = Good;
+  } else if (sOption == "--program") {
+    Good               = sValue == "takes-swd" || sValue == "stops";
+    pRequest->sProgram = sValue;
   } else if (sOption == "--variant") {
     Good = ParsePair(sValue, &pRequest->Variants);
   } else {
@@ -333,6 +336,13 @@ bool Prepare(Device* pDevice, const CREATE_REQUEST& Request, std::string* psErro
     FillFlash(pDevice, UINT32_MAX);
   } else if (Request.sFlash != "erased" && !LoadImage(pDevice, Request.sFlash, psError)) {
     return false;
+  }
+  if (!Request.sProgram.empty()) {
+    if (pDevice->IsFlashErased()) {
+      *psError = "--program: there is none without --flash";
+      return false;
+    }
+    pDevice->SetProgram(Request.sProgram == "stops" ? PROGRAM_STOPS : PROGRAM_TAKES_SWD);
   }
   return pDevice->Flash().Configure(Request, psError);
 }

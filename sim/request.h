@@ -19,7 +19,7 @@ class Device;
 
 // A list of sectors (pages, where the device protects pages).
 struct SECTORS {
-  bool                  All = false;
+  bool                  All  = false;
   std::vector<uint32_t> List = {};
 
   bool     IsEmpty() const { return !All && List.empty(); }
@@ -52,6 +52,7 @@ struct CREATE_REQUEST {
   std::vector<std::pair<std::string, uint32_t>> Variants;
   std::string                                   sFlash     = "erased";  // "full", or a file
   bool                                          EepromFull = false;
+  std::string                                   sProgram;  // "takes-swd", "stops" or "" for neither
 };
 
 // What a device lets be asked for.

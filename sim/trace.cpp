@@ -1,44 +1,48 @@
 #include "sim/trace.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
 #include "sim/text.h"
 
 namespace sim {
 
 Trace::~Trace() {
-  Close();
+  if (file_ >= 0) {
+    close(file_);
+  }
 }
 
 void Trace::Open(const char* sPath) {
-  if (pFile_ == nullptr && sPath != nullptr && *sPath != '\0') {
-    pFile_ = fopen(sPath, "ae");
+  if (file_ < 0 && sPath != nullptr && *sPath != '\0') {
+    sPath_  = sPath;
+    file_   = open(sPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    sError_ = file_ < 0 ? sPath_ + ": " + strerror(errno) : "";
   }
 }
 
-void Trace::Close() {
-  if (pFile_ != nullptr) {
-    fclose(pFile_);
-    pFile_ = nullptr;
+void Trace::Line(uint64_t NowUs, const std::string& sRest) {
+  if (file_ < 0 || !sError_.empty()) {
+    return;
+  }
+  const std::string sSerial = serialNo_ != 0 ? std::to_string(serialNo_) : "-";
+  const std::string sLine =
+      Format("%5llu.%06llu#%s %s\n", static_cast<unsigned long long>(NowUs / 1000000),
+             static_cast<unsigned long long>(NowUs % 1000000), sSerial.c_str(), sRest.c_str());
+  const ssize_t Written = write(file_, sLine.data(), sLine.size());
+  if (Written != static_cast<ssize_t>(sLine.size())) {
+    sError_ = sPath_ + ": " + strerror(Written < 0 ? errno : ENOSPC);
   }
 }
 
-static std::string TimeText(uint64_t NowUs) {
-  return Format("%5llu.%06llu", static_cast<unsigned long long>(NowUs / 1000000),
-                static_cast<unsigned long long>(NowUs % 1000000));
-}
-
-// Each line is flushed: a trace is wanted most where a run did not come to its end.
 void Trace::Operation(uint64_t NowUs, uint32_t Number, const std::string& sText) {
-  if (pFile_ != nullptr) {
-    fprintf(pFile_, "%s %5u  %s\n", TimeText(NowUs).c_str(), Number, sText.c_str());
-    fflush(pFile_);
-  }
+  Line(NowUs, Format("%5u  ", Number) + sText);
 }
 
 void Trace::Event(uint64_t NowUs, const std::string& sText) {
-  if (pFile_ != nullptr) {
-    fprintf(pFile_, "%s     -    -- %s\n", TimeText(NowUs).c_str(), sText.c_str());
-    fflush(pFile_);
-  }
+  Line(NowUs, "    -    -- " + sText);
 }
 
 std::string NameOf(const Device* pDevice, uint32_t Address) {

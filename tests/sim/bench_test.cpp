@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -95,6 +96,18 @@ TEST_F(SimBench, WrongUseIsStatus2WithAReason) {
       {"set fault=\"lost\"", "lost OPERATION"},
       {"set fault=\"lost 0\"", "lost OPERATION"},
       {"show --all", "unknown argument"},
+      {"remove 2", "remove: unknown argument 2"},
+      {"list all", "list: unknown argument all"},
+      {"list --probe 1", "list: takes no --probe"},
+      {"devices F407", "devices: unknown argument F407"},
+      {"reset now", "reset: expected nothing more, or --after MS"},
+      {"reset --after", "reset: expected nothing more, or --after MS"},
+      {"power-cycle 2", "power-cycle: expected nothing more, or --after MS"},
+      {"power-cycle --after soon", "power-cycle: expected nothing more, or --after MS"},
+      {"set", "set: expected KEY=VALUE"},
+      {"set reset_pin=perhaps", "no value for reset_pin"},
+      {"create F407 --program stops", "there is none without --flash"},
+      {"create F407 --flash full --program sleeps", "no value for --program"},
   };
   for (const auto& Wrong : aWrong) {
     EXPECT_EQ(2, Run(Wrong[0])) << Wrong[0];
@@ -347,6 +360,11 @@ TEST_F(SimBench, EditedFilesGiveAReasonAndAreNotTouched) {
       EXPECT_TRUE(Says(Line[1])) << Line[0] << ": " << sOutput_;
       EXPECT_TRUE(Says("1.device")) << sOutput_;
     }
+    if (std::string(Line[1]) == "means nothing") {
+      const auto NumLines = std::count(sBefore.begin(), sBefore.end(), '\n');
+      EXPECT_EQ(3, Run("show"));
+      EXPECT_TRUE(Says(("1.device:" + std::to_string(NumLines) + ": \"").c_str())) << sOutput_;
+    }
     EXPECT_EQ(sBefore, Content(sPath)) << Line[0];
   }
 }
@@ -360,10 +378,35 @@ TEST_F(SimBench, AnEditedProbeGivesAReasonToo) {
     const std::string sGood = Content(sPath);
     std::ofstream(sPath, std::ios::app) << sLine << "\n";
     EXPECT_EQ(3, Run("list")) << sLine;
-    EXPECT_TRUE(Says("1.probe: ")) << sOutput_;
+    const std::string sSerial = sLine;
+    const bool        IsWhole = sSerial == "serial = 2";  // each line means something
+    EXPECT_TRUE(Says(IsWhole ? "1.probe: holds serial number 2" : "1.probe:8: ")) << sOutput_;
     std::ofstream(sPath) << sGood;
   }
   EXPECT_EQ(0, Run("list"));
+}
+
+TEST_F(SimBench, ADamagedProbeSpoilsNoOther) {
+  for (const char* sSerial : {"1", "2", "3"}) {
+    EXPECT_EQ(0, Run(std::string("create F103 --probe ") + sSerial));
+  }
+  std::ofstream(sDirectory_ + "/2.probe", std::ios::app) << "wings = 2\n";
+  std::ofstream(sDirectory_ + "/notes.probe") << "rubbish\n";
+  EXPECT_EQ(3, Run("list"));
+  EXPECT_TRUE(Says("2.probe:8: a probe has no setting \"wings\"\n")) << sOutput_;
+  EXPECT_TRUE(Says("notes.probe:1: expected \"key = value\"\n")) << sOutput_;
+  EXPECT_TRUE(Says("         1  -                STM32F103   level 0, flash erased\n")) << sOutput_;
+  EXPECT_TRUE(Says("         3  -                STM32F103   level 0, flash erased\n")) << sOutput_;
+  EXPECT_EQ(0, Run("show --probe 3"));
+  EXPECT_EQ(0, Run("set --probe 3 default=yes"));
+  EXPECT_EQ(0, Run("show"));
+  EXPECT_TRUE(Says("Probe 3: STM32F103")) << sOutput_;
+  const std::string sBefore = Content(sDirectory_ + "/2.probe");
+  for (const char* sCommand : {"show", "reset", "create F407", "set time=fast", "remove"}) {
+    EXPECT_EQ(3, Run(std::string(sCommand) + " --probe 2")) << sCommand;
+    EXPECT_TRUE(Says("2.probe:8: a probe has no setting")) << sOutput_;
+  }
+  EXPECT_EQ(sBefore, Content(sDirectory_ + "/2.probe"));
 }
 
 TEST_F(SimBench, OneDamagedDeviceDoesNotHideTheOthers) {
@@ -424,7 +467,7 @@ TEST_F(SimBench, DamagedFilesNeverHarm) {
     File.Add("running.1.kind", "1");
     File.Add("running.1.argument", "0xFFFFFFFF");
     std::string sError;
-    ASSERT_TRUE(File.Save(sPath, "damaged", &sError)) << sError;
+    ASSERT_TRUE(sim::ReplaceFile(sPath, File.Text("damaged"), sim::UNTIL_EXIT, &sError)) << sError;
     const std::string sGood = Content(sPath);
     for (int i = 0; i < 25; i++) {
       std::string sText = sGood;

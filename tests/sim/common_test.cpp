@@ -169,7 +169,7 @@ TEST(SimMemory, IsWrittenInShortLinesAndReadBack) {
   }
   sim::KeyFile File;
   Memory.SaveTo(&File);
-  const std::vector<std::pair<std::string, std::string>> Expected = {
+  const std::vector<sim::KEY_LINE> Expected = {
       {"memory.rom.0x00001000", "00000001 00000002"},
       {"memory.rom.0x00001010", "8 x 0000ABCD"},
       {"memory.rom.0x00001040",
@@ -178,8 +178,8 @@ TEST(SimMemory, IsWrittenInShortLinesAndReadBack) {
   };
   EXPECT_EQ(Expected, File.Lines());
   sim::Memory Again(Rom);
-  for (const auto& [sKey, sValue] : File.Lines()) {
-    EXPECT_TRUE(Again.LoadLine(sKey.substr(11), sValue));
+  for (const sim::KEY_LINE& Line : File.Lines()) {
+    EXPECT_TRUE(Again.LoadLine(Line.sKey.substr(11), Line.sValue));
   }
   for (uint32_t Address = 0x1000; Address < 0x1100; Address += 4) {
     EXPECT_EQ(Memory.WordAt(Address), Again.WordAt(Address));
