@@ -3,7 +3,8 @@
 namespace sim::l0 {
 
 ControllerL0::ControllerL0(Surroundings& Around, const L0_DEVICE& Row)
-    : Controller(Around, *Row.pFacts, Row.pFamily->Base, Row.pFamily->Registers, Locks),
+    : Controller(Around, *Row.pFacts, Row.pFamily->Base, Row.pFamily->Registers,
+                 Row.pFamily->Locks),
       family_(*Row.pFamily) {
   State("load_errors", &loadErrors_);
 }
@@ -17,18 +18,16 @@ void ControllerL0::OnPowerOn() {
 
 // What is loaded stays in force over a reset that does not load.
 void ControllerL0::OnSystemReset() {
-  std::vector<uint32_t> InForce;
-  for (int i = 0; i < NumWords(); i++) {
-    InForce.push_back(Loaded(i));
-  }
+  const RegisterFile Before = registers_;
   ResetRegisters();
   if (launched_) {
     launched_ = false;
     Load();
     return;
   }
-  for (int i = 0; i < NumWords(); i++) {
-    ShowLoaded(i, InForce[static_cast<size_t>(i)]);
+  for (const REGISTER& Row : registers_.Rows()) {
+    const uint32_t Offset = Row.Address - family_.Base;
+    registers_[Offset]    = Offset >= OPTR ? Before[Offset] : registers_[Offset];
   }
   SetFlags(loadErrors_);
 }
@@ -169,57 +168,43 @@ void ControllerL0::SetWord(uint32_t Address, uint32_t Value) {
 // erase, unless FTDW asks for it. ERASE in option words is an erase alone.
 PHASE ControllerL0::ProgramPhase(uint32_t Address, uint32_t Value) const {
   const bool IsOption = IndexOfWord(Address) >= 0;
-  const bool Both     = WordAt(Address) != 0 || (registers_[PECR] & PECR_FTDW) != 0 ||
-                    (IsOption && Is(L0_L1_ALWAYS_ERASE_OPTIONS));
-  const bool Erases = IsOption && (registers_[PECR] & PECR_ERASE) != 0;
-  return {WORD_PROGRAM, (Both && !Erases ? 2 : 1) * Us(WORD_PHASE), Address, Value};
+  const bool IsErase  = IsOption && (registers_[PECR] & PECR_ERASE) != 0;
+  const bool IsBoth   = WordAt(Address) != 0 || (registers_[PECR] & PECR_FTDW) != 0 ||
+                      (IsOption && Is(L0_L1_ALWAYS_ERASE_OPTIONS));
+  return {WORD_PROGRAM, (IsBoth && !IsErase ? 2 : 1) * Us(WORD_PHASE), Address, Value};
 }
 
 void ControllerL0::FinishPhase(const PHASE& Phase) {
-  switch (Phase.Kind) {
-    case MASS_ERASE:
-      AllMemories().Erase(MAIN_FLASH);
-      AllMemories().Erase(EEPROM);
-      for (int i = WORD_USER; i < NumWords() && family_.EraseTakesOptions; i++) {
-        Store(i, 0);
-      }
-      break;
-    case PAGE_ERASE:
-      MainFlash().EraseRange(Phase.Argument, family_.PageBytes);
-      break;
-    default:
-      SetWord(Phase.Argument, Phase.Value);
-      break;
+  CutPhase(Phase, 1000);
+  if (Phase.Kind == MASS_ERASE && family_.EraseTakesOptions) {
+    for (int i = WORD_USER; i < NumWords(); i++) {
+      Store(i, 0);
+    }
   }
   SetFlags(SR_EOP);
 }
 
+// A word whose erase comes first, to half of the time, loses every other bit. Programming begins
+// with the lower half: an option word that was cut short there is left without its complement.
 void ControllerL0::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+  const bool IsErasing = Phase.DurationUs > WORD_PHASE.LongestUs && DonePerMille < 500;
   switch (Phase.Kind) {
     case MASS_ERASE:
       for (Memory& Each : AllMemories()) {
-        if (Each.Row().Kind != SRAM) {
-          Each.EraseUntil(Each.Row().Base, Each.Row().Bytes, DonePerMille);
-        }
+        Each.EraseUntil(Each.Row().Base, Each.Row().Kind == SRAM ? 0 : Each.Row().Bytes,
+                        DonePerMille);
       }
       break;
     case PAGE_ERASE:
       MainFlash().EraseUntil(Phase.Argument, family_.PageBytes, DonePerMille);
       break;
-    default:
-      CutWord(Phase, DonePerMille);
+    case WORD_PROGRAM:
+      SetWord(Phase.Argument, DonePerMille == 1000 ? Phase.Value
+                              : IsErasing          ? HalfErased(WordAt(Phase.Argument), 0)
+                                                   : Phase.Value & 0xFFFF);
       break;
-  }
-}
-
-// A word whose erase comes first, to half of the time, loses every other bit. Programming begins
-// with the lower half: an option word that was cut short there is left without its complement.
-void ControllerL0::CutWord(const PHASE& Phase, uint32_t DonePerMille) {
-  const bool Erases = Phase.DurationUs > WORD_PHASE.LongestUs;
-  if (Erases && DonePerMille < 500) {
-    SetWord(Phase.Argument, HalfErased(WordAt(Phase.Argument), 0));
-  } else {
-    SetWord(Phase.Argument, Phase.Value & 0xFFFF);
+    default:
+      break;
   }
 }
 

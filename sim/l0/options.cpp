@@ -4,18 +4,7 @@
 
 namespace sim::l0 {
 
-static const uint32_t WDG_SW = 1u << 20;  // in OPTR
-
 // -- In force ------------------------------------------------------------------------------------
-
-bool ControllerL0::IsSpare(int Index) const {
-  return Word(Index).Fields.begin() == Word(Index).Fields.end();
-}
-
-// Whether this device has PCROP at all.
-bool ControllerL0::HasMode() const {
-  return (Word(WORD_RDP).Fields.aField[1].Mask() & MODE) != 0;
-}
 
 // The default where a complement is wrong: level 1 with PCROP, user options as delivered, no sector
 // bits, which as PCROP means all of the flash.
@@ -39,14 +28,6 @@ void ControllerL0::Load() {
   SetFlags(loadErrors_);
 }
 
-int ControllerL0::Level() const {
-  return LevelOfByte(registers_[OPTR] & 0xFF);
-}
-
-bool ControllerL0::StartsWatchdog(WATCHDOG Which) const {
-  return Which == INDEPENDENT && (registers_[OPTR] & WDG_SW) == 0;
-}
-
 // BOR_LEV below 8 is off; above 12 there is no further level.
 uint32_t ControllerL0::BrownOutMv() const {
   static const uint32_t aMillivolts[] = {1690, 1940, 2300, 2540, 2770};
@@ -54,35 +35,15 @@ uint32_t ControllerL0::BrownOutMv() const {
   return Level < 8 ? POWER_ON_MV : aMillivolts[std::min(Level - 8, 4u)];
 }
 
-std::string ControllerL0::LoadError() const {
-  return loadErrors_ != 0 ? "OPTVERR" : "";
-}
-
 std::string ControllerL0::Remarks() const {
-  for (int i = 0; i < NumWords(); i++) {
-    if (!Matches(i)) {
-      return "a complement does not match; the default is loaded for it (OPTVERR)";
-    }
-  }
   return StoredLevel() != Level() ? "the stored protection level is not loaded yet" : "";
 }
 
-// Sectors: a bit protects from writing when it is 1. As PCROP the polarity is the other way round.
+// A bit protects from writing when it is 1. As PCROP the polarity is the other way round.
 bool ControllerL0::IsProtected(uint32_t Address) const {
   const uint32_t Sector = (Address - MainFlash().Row().Base) / SECTOR_BYTES;
-  const int      Index  = WORD_WRP + static_cast<int>(Sector / SECTORS_PER_WORD);
-  if (Sector >= NumSectors()) {
-    return false;
-  }
-  return (Loaded(Index) >> Sector % SECTORS_PER_WORD & 1) != (IsPcropLoaded() ? 1 : 0);
-}
-
-uint32_t ControllerL0::NumSectors() const {
-  uint32_t NumBits = 0;
-  for (int i = WORD_WRP; i < NumWords(); i++) {
-    NumBits += IsSpare(i) ? 0 : Word(i).Fields.aField[0].Width();
-  }
-  return NumBits;
+  const uint32_t Bits   = Loaded(WordOfSector(Sector));
+  return (Bits >> Sector % SECTORS_PER_WORD & 1) != (IsPcropLoaded() ? 1 : 0);
 }
 
 // -- Programming ---------------------------------------------------------------------------------
@@ -145,8 +106,7 @@ CAPABILITIES ControllerL0::Can() const {
           .NumPcrop   = HasMode() ? NumSectors() : 0,
           .OneOrOther = true,
           .UserWord   = WORD_USER,
-          .UserMask   = 0x0000FFFF,
-          .Level1     = 0xBB};
+          .UserMask   = 0x0000FFFF};
 }
 
 bool ControllerL0::Protect(const CREATE_REQUEST& Request, std::string* /*psError*/) {
@@ -156,7 +116,7 @@ bool ControllerL0::Protect(const CREATE_REQUEST& Request, std::string* /*psError
     Store(WORD_RDP, WithComplement(WORD_RDP, Stored(WORD_RDP) | MODE));
   }
   for (uint32_t Sector = 0; Sector < NumSectors(); Sector++) {
-    const int      Index = WORD_WRP + static_cast<int>(Sector / SECTORS_PER_WORD);
+    const int      Index = WordOfSector(Sector);
     const uint32_t Bit   = 1u << Sector % SECTORS_PER_WORD;
     const bool     Set   = Sectors.Has(Sector) != Pcrop;
     Store(Index, WithComplement(Index, Set ? Stored(Index) | Bit : Stored(Index) & ~Bit));

@@ -2,17 +2,14 @@
 
 namespace sim::l4 {
 
-static const char* const apLoaded[MAX_WORDS] = {"loaded_0", "loaded_1", "loaded_2",
-                                                "loaded_3", "loaded_4", "loaded_5",
-                                                "loaded_6", "loaded_7", "loaded_8"};
-
 ControllerL4::ControllerL4(Surroundings& Around, const L4_DEVICE& Row)
-    : Controller(Around, *Row.pFacts, BASE, Row.pFamily->Registers, Locks), family_(*Row.pFamily) {
+    : Controller(Around, *Row.pFacts, BASE, Row.pFamily->Registers, Row.pFamily->Locks),
+      family_(*Row.pFamily) {
   State("first_half", &firstHalf_);
   State("first_half_value", &firstHalfValue_);
   State("bad_load", &badLoad_);
   for (int i = 0; i < NumWords(); i++) {
-    State(apLoaded[i], &loaded_[i]);
+    State(Word(i).sName, &loaded_[i]);  // as loaded
   }
 }
 
@@ -130,20 +127,8 @@ bool ControllerL4::WriteControl(uint32_t Value) {
 // -- Operations ----------------------------------------------------------------------------------
 
 void ControllerL4::FinishPhase(const PHASE& Phase) {
-  switch (Phase.Kind) {
-    case MASS_ERASE:
-    case PAGE_ERASE:
-      Erase(Phase, 1000);
-      break;
-    case OPTION_PROGRAM:
-      ProgramOptions();
-      registers_[CR] &= ~CR_OPTSTRT;
-      break;
-    default:
-      ProgramDoubleWord(Phase.Argument, Phase.Value, true);
-      break;
-  }
-  registers_[CR] &= ~CR_STRT;
+  CutPhase(Phase, 1000);
+  registers_[CR] &= ~(Phase.Kind == OPTION_PROGRAM ? CR_OPTSTRT : CR_STRT);
   registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;  // on request only
 }
 
@@ -154,10 +139,12 @@ void ControllerL4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
       Erase(Phase, DonePerMille);
       break;
     case OPTION_PROGRAM:
-      CutOptions(DonePerMille);
+      ProgramOptions(DonePerMille);
+      break;
+    case WORD_PROGRAM:
+      ProgramDoubleWord(Phase.Argument, Phase.Value, DonePerMille == 1000);
       break;
     default:
-      ProgramDoubleWord(Phase.Argument, Phase.Value, false);
       break;
   }
 }

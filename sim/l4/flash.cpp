@@ -6,19 +6,12 @@ namespace sim::l4 {
 
 // -- Pages and what protects them ----------------------------------------------------------------
 
-uint32_t ControllerL4::PagesPerBank() const {
-  return MainFlash().Row().Bytes / family_.NumBanks / PAGE_BYTES;
-}
-
-uint32_t ControllerL4::PageAt(uint32_t Address) const {
-  return (Address - MainFlash().Row().Base) / PAGE_BYTES;
-}
-
 bool ControllerL4::IsWriteProtected(uint32_t Page) const {
-  const int First = static_cast<int>(Page / PagesPerBank()) * BANK_WORDS;
-  for (const int Index : {First + WORD_WRP_A, First + WORD_WRP_B}) {
+  const int First = WORD_WRP_A + BankOf(Page) * BANK_WORDS;
+  for (const int Index : {First, First + 1}) {
     const silicon::FIELDS& Fields = Word(Index).Fields;
-    const AREA Area = {Fields.aField[0].Get(loaded_[Index]), Fields.aField[1].Get(loaded_[Index])};
+    const SECTOR_AREA      Area   = {Fields.aField[0].Get(loaded_[Index]),
+                                     Fields.aField[1].Get(loaded_[Index])};
     if (Area.Has(Page % PagesPerBank())) {
       return true;
     }
@@ -28,20 +21,15 @@ bool ControllerL4::IsWriteProtected(uint32_t Page) const {
 
 bool ControllerL4::IsPcrop(uint32_t Address) const {
   const uint32_t Page = PageAt(Address);
-  const uint32_t Unit = (Page % PagesPerBank() * PAGE_BYTES + Address % PAGE_BYTES) / PCROP_UNIT;
-  return LoadedPcrop(Page / PagesPerBank()).Has(Unit);
+  return LoadedPcrop(BankOf(Page))
+      .Has(Page % PagesPerBank() * UNITS_PER_PAGE + Address % PAGE_BYTES / PCROP_UNIT);
 }
 
 // Whether any part of the page is execute-only.
 bool ControllerL4::HoldsPcrop(uint32_t Page) const {
-  const AREA     Area  = LoadedPcrop(Page / PagesPerBank());
-  const uint32_t First = Page % PagesPerBank() * (PAGE_BYTES / PCROP_UNIT);
-  return !Area.IsEmpty() && Area.First < First + PAGE_BYTES / PCROP_UNIT && Area.Last >= First;
-}
-
-// Unprotecting goes page by page around what is execute-only.
-bool ControllerL4::SparesPcrop() const {
-  return (loaded_[WORD_PCROP_END] & PCROP_RDP) == 0;
+  const SECTOR_AREA Area  = LoadedPcrop(BankOf(Page));
+  const uint32_t    First = Page % PagesPerBank() * UNITS_PER_PAGE;
+  return !Area.IsEmpty() && Area.First < First + UNITS_PER_PAGE && Area.Last >= First;
 }
 
 // -- Reading and programming ---------------------------------------------------------------------
@@ -111,13 +99,13 @@ void ControllerL4::ProgramDoubleWord(uint32_t Address, uint32_t High, bool ToThe
 
 // -- Erasing -------------------------------------------------------------------------------------
 
-ControllerL4::PAGES ControllerL4::PagesOf(const PHASE& Phase) const {
-  const uint32_t NumPages = family_.NumBanks * PagesPerBank();
+// From the first page to the last. A file may name a page that does not exist.
+SECTOR_AREA ControllerL4::PagesOf(const PHASE& Phase) const {
   if (Phase.Kind == PAGE_ERASE) {
-    return {Phase.Argument, std::min(Phase.Argument + 1, NumPages)};
+    return {Phase.Argument, std::min(Phase.Argument, NumPages() - 1)};
   }
   return {Phase.Argument == BANK2 ? PagesPerBank() : 0,
-          Phase.Argument == BANK1 ? PagesPerBank() : NumPages};
+          (Phase.Argument == BANK1 ? PagesPerBank() : NumPages()) - 1};
 }
 
 void ControllerL4::StartErase() {
@@ -131,12 +119,11 @@ void ControllerL4::StartErase() {
     if ((Control & CR_PER) == 0) {
       return;
     }
-    Phase.Kind = PAGE_ERASE;
-    Phase.Argument =
-        (Control >> 3 & 0xFF) % PagesPerBank() + ((Control & CR_BKER) != 0 ? PagesPerBank() : 0);
+    Phase.Kind     = PAGE_ERASE;
+    Phase.Argument = (Control >> 3 & 0xFF) + ((Control & CR_BKER) != 0 ? PagesPerBank() : 0);
   }
-  const PAGES Pages = PagesOf(Phase);
-  for (uint32_t Page = Pages.First; Page < Pages.End; Page++) {
+  const SECTOR_AREA Pages = PagesOf(Phase);
+  for (uint32_t Page = Pages.First; Page <= Pages.Last; Page++) {
     if (Level() != 0 || IsWriteProtected(Page) || HoldsPcrop(Page)) {
       Fail(SR_WRPERR);
       return;
@@ -148,10 +135,10 @@ void ControllerL4::StartErase() {
 
 // So many thousandths of the phase: page after page.
 void ControllerL4::Erase(const PHASE& Phase, uint32_t DonePerMille) {
-  const bool     Unprotects = Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT;
-  const PAGES    Pages      = PagesOf(Phase);
-  const uint32_t End        = (Pages.End - Pages.First) * DonePerMille;  // in thousandths of pages
-  for (uint32_t Page = Pages.First; Page < Pages.End; Page++) {
+  const bool        Unprotects = Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT;
+  const SECTOR_AREA Pages      = PagesOf(Phase);
+  const uint32_t    End        = (Pages.Last + 1 - Pages.First) * DonePerMille;  // in 1/1000 pages
+  for (uint32_t Page = Pages.First; Page <= Pages.Last; Page++) {
     const uint32_t Before = (Page - Pages.First) * 1000;
     if (Before < End && !(Unprotects && SparesPcrop() && HoldsPcrop(Page))) {
       MainFlash().EraseUntil(MainFlash().Row().Base + Page * PAGE_BYTES, PAGE_BYTES,

@@ -13,8 +13,6 @@
 
 namespace sim::l4 {
 
-// -- Registers by their offset, and their bits ---------------------------------------------------
-
 inline constexpr uint32_t BASE = 0x40022000;
 inline constexpr uint32_t ACR = 0x00, PDKEYR = 0x04, KEYR = 0x08, OPTKEYR = 0x0C, SR = 0x10,
                           CR = 0x14, OPTR = 0x20;
@@ -40,21 +38,22 @@ enum {
   BANK_WORDS = 4,  // between the two banks
   MAX_WORDS  = 9
 };
-inline constexpr uint32_t PCROP_RDP = 1u << 31;  // in the first bank's PCROP_END
+inline constexpr uint32_t PCROP_RDP = 1u << 31;                    // in the first PCROP_END
+inline constexpr uint32_t IWDG_SW = 1u << 16, WWDG_SW = 1u << 19;  // in OPTR
 
-inline constexpr uint32_t PAGE_BYTES = 2048, PCROP_UNIT = 8;
+inline constexpr uint32_t PAGE_BYTES = 2048, PCROP_UNIT = 8,
+                          UNITS_PER_PAGE = PAGE_BYTES / PCROP_UNIT;
 
 inline constexpr TIME ERASE   = {.TypicalUs = 22000, .LongestUs = 25000};  // a page or a bank
 inline constexpr TIME OPTIONS = {.TypicalUs = 80000, .LongestUs = 100000};
 inline constexpr TIME PROGRAM = {.TypicalUs = 82, .LongestUs = 91};
 
-// -- Rows ----------------------------------------------------------------------------------------
-
 struct L4_FAMILY {
   const SYSTEM_BLOCK*       pSystem   = nullptr;
   VARIANT_ROWS              Variants  = {};
   std::span<const REGISTER> Registers = {};
-  uint32_t                  NumBanks  = 0;
+  std::span<const LOCK_ROW> Locks     = {};
+  int                       NumBanks  = 0;
   const VARIANT_ROW*        pSpareBit = nullptr;  // see L43_OPTR_BIT_20_STORED
 };
 
@@ -63,14 +62,8 @@ struct L4_DEVICE {
   const L4_FAMILY*       pFamily = nullptr;
 };
 
-extern const SYSTEM_BLOCK              System;
-extern const std::span<const REGISTER> RegistersL43, RegistersL47, RegistersL49;
-extern const std::span<const LOCK_ROW> Locks;
-
 // Open questions of the manuals.
 extern const VARIANT_ROW L43_OPTR_BIT_20_STORED, L4_MISMATCH_BY_WORD;
-
-// -- The controller ------------------------------------------------------------------------------
 
 class ControllerL4 : public Controller {
  public:
@@ -83,15 +76,18 @@ class ControllerL4 : public Controller {
   bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
 
   // options.cpp
-  bool        InOptionArea(uint32_t Address) const override;
-  bool        ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
-  bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
-  uint32_t    Effective(int Index) const override;
-  uint32_t    Loaded(int Index) const override;
-  int         Level() const override;
-  bool        StartsWatchdog(WATCHDOG Which) const override;
+  bool     InOptionArea(uint32_t Address) const override;
+  bool     ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
+  bool     WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
+  uint32_t Effective(int Index) const override;
+  // Not what the register shows: that takes what is to be programmed.
+  uint32_t Loaded(int Index) const override { return loaded_[Index]; }
+  int      Level() const override { return LevelOfByte(loaded_[WORD_OPTR] & 0xFF); }
+  bool     StartsWatchdog(WATCHDOG Which) const override {
+    return (loaded_[WORD_OPTR] & (Which == WINDOW ? WWDG_SW : IWDG_SW)) == 0;
+  }
   uint32_t    BrownOutMv() const override;
-  std::string LoadError() const override;
+  std::string LoadError() const override { return badLoad_ != 0 ? "OPTVERR" : ""; }
   std::string Remarks() const override;
 
   // flash.cpp
@@ -106,15 +102,6 @@ class ControllerL4 : public Controller {
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 
  private:
-  struct PAGES {
-    uint32_t First, End;
-  };
-  struct AREA {
-    uint32_t First, Last;  // none where First is above Last
-
-    bool IsEmpty() const { return First > Last; }
-    bool Has(uint32_t Unit) const { return Unit >= First && Unit <= Last; }
-  };
   // A mass erase's argument; that of a page erase is the page.
   enum { BANK1, BANK2, BOTH, UNPROTECT };
 
@@ -126,28 +113,31 @@ class ControllerL4 : public Controller {
   bool HasPendingError();
 
   // options.cpp
-  void              Load();
-  void              ShowOptions();
-  bool              AllMatch() const;
-  void              StartOptions();
-  bool              Unprotects() const;
-  uint32_t          Wanted(int Index) const;
-  uint32_t          ToProgram(int Index) const;
-  void              ProgramOptions();
-  void              CutOptions(uint32_t DonePerMille);
-  AREA              LoadedPcrop(uint32_t Bank) const;
-  bool              KeepsPcrop(uint32_t Bank) const;
-  std::vector<AREA> AreasOf(const SECTORS& Pages, uint32_t Bank) const;
-  bool              ProtectBank(uint32_t Bank, const CREATE_REQUEST& Request, std::string* psError);
+  void     Load();
+  void     ShowOptions();
+  bool     AllMatch() const;
+  void     StartOptions();
+  bool     Unprotects() const { return Level() == 1 && LevelOfByte(registers_[OPTR] & 0xFF) == 0; }
+  uint32_t Wanted(int Index) const { return registers_[Word(Index).Loaded[0].Register - BASE]; }
+  uint32_t ToProgram(int Index) const;
+  void     ProgramOptions(uint32_t DonePerMille);
+  SECTOR_AREA              LoadedPcrop(int Bank) const;
+  bool                     KeepsPcrop(int Bank) const;
+  std::vector<SECTOR_AREA> AreasOf(const SECTORS& Pages, int Bank) const;
 
   // flash.cpp
-  uint32_t PagesPerBank() const;
-  uint32_t PageAt(uint32_t Address) const;
-  PAGES    PagesOf(const PHASE& Phase) const;
-  bool     IsPcrop(uint32_t Address) const;
-  bool     HoldsPcrop(uint32_t Page) const;
-  bool     IsWriteProtected(uint32_t Page) const;
-  bool     SparesPcrop() const;
+  uint32_t NumPages() const { return MainFlash().Row().Bytes / PAGE_BYTES; }
+  uint32_t PagesPerBank() const { return NumPages() / static_cast<uint32_t>(family_.NumBanks); }
+  uint32_t PageAt(uint32_t Address) const {
+    return (Address - MainFlash().Row().Base) / PAGE_BYTES;
+  }
+  int         BankOf(uint32_t Page) const { return static_cast<int>(Page / PagesPerBank()); }
+  SECTOR_AREA PagesOf(const PHASE& Phase) const;
+  bool        IsPcrop(uint32_t Address) const;
+  bool        HoldsPcrop(uint32_t Page) const;
+  bool        IsWriteProtected(uint32_t Page) const;
+  // Unprotecting goes page by page around what is execute-only.
+  bool     SparesPcrop() const { return (loaded_[WORD_PCROP_END] & PCROP_RDP) == 0; }
   void     StartErase();
   void     Erase(const PHASE& Phase, uint32_t DonePerMille);
   uint32_t ProgramError(const Memory& Target, uint32_t Address, uint32_t Size,

@@ -4,8 +4,6 @@
 
 namespace sim::l4 {
 
-static const uint32_t IWDG_SW = 1u << 16, WWDG_SW = 1u << 19;  // in OPTR
-
 // -- In force ------------------------------------------------------------------------------------
 
 bool ControllerL4::AllMatch() const {
@@ -51,34 +49,14 @@ void ControllerL4::ShowOptions() {
   registers_[SR] |= badLoad_ != 0 ? SR_OPTVERR : 0;
 }
 
-// Not what the register shows: that takes what is to be programmed.
-uint32_t ControllerL4::Loaded(int Index) const {
-  return loaded_[Index];
-}
-
-int ControllerL4::Level() const {
-  return LevelOfByte(loaded_[WORD_OPTR] & 0xFF);
-}
-
-bool ControllerL4::StartsWatchdog(WATCHDOG Which) const {
-  return (loaded_[WORD_OPTR] & (Which == WINDOW ? WWDG_SW : IWDG_SW)) == 0;
-}
-
 uint32_t ControllerL4::BrownOutMv() const {
   static const uint32_t aMillivolts[] = {1700, 2000, 2200, 2500, 2800};
   return aMillivolts[std::min(loaded_[WORD_OPTR] >> 8 & 7, 4u)];
 }
 
-std::string ControllerL4::LoadError() const {
-  return badLoad_ != 0 ? "OPTVERR" : "";
-}
-
 std::string ControllerL4::Remarks() const {
-  if (!AllMatch()) {
-    return "a complement does not match; the defaults are loaded (OPTVERR)";
-  }
   for (int i = 0; i < NumWords(); i++) {
-    if (Stored(i) != loaded_[i]) {
+    if (Stored(i) != loaded_[i] && badLoad_ == 0) {
       return "the stored option bytes are not loaded yet";
     }
   }
@@ -105,81 +83,56 @@ bool ControllerL4::WriteOptionArea(uint32_t /*Address*/, uint32_t /*Size*/, uint
 
 // -- Programming ---------------------------------------------------------------------------------
 
-bool ControllerL4::Unprotects() const {
-  return Level() == 1 && LevelOfByte(registers_[OPTR] & 0xFF) == 0;
-}
-
 void ControllerL4::StartOptions() {
   if (HasPendingError()) {
     return;
   }
   std::vector<PHASE> Phases;
   if (Unprotects()) {
-    Phases.push_back({MASS_ERASE, family_.NumBanks * Us(ERASE), UNPROTECT});
+    Phases.push_back({MASS_ERASE, static_cast<uint64_t>(family_.NumBanks) * Us(ERASE), UNPROTECT});
   }
   Phases.push_back({OPTION_PROGRAM, Us(OPTIONS)});
   registers_[CR] |= CR_OPTSTRT;
   Start(Phases);
 }
 
-ControllerL4::AREA ControllerL4::LoadedPcrop(uint32_t Bank) const {
-  const int Start = WORD_PCROP_START + static_cast<int>(Bank) * BANK_WORDS;
-  return {Word(Start).Fields.aField[0].Get(loaded_[Start]),
-          Word(Start).Fields.aField[0].Get(loaded_[Start + 1])};
+SECTOR_AREA ControllerL4::LoadedPcrop(int Bank) const {
+  const int             Start = WORD_PCROP_START + Bank * BANK_WORDS;
+  const silicon::FIELD& Field = Word(Start).Fields.aField[0];
+  return {Field.Get(loaded_[Start]), Field.Get(loaded_[Start + 1])};
 }
 
 // An area can grow. One that would shrink stays as it is, and that is no error.
-bool ControllerL4::KeepsPcrop(uint32_t Bank) const {
-  const AREA            Old   = LoadedPcrop(Bank);
-  const int             Start = WORD_PCROP_START + static_cast<int>(Bank) * BANK_WORDS;
+bool ControllerL4::KeepsPcrop(int Bank) const {
+  const SECTOR_AREA     Old   = LoadedPcrop(Bank);
+  const int             Start = WORD_PCROP_START + Bank * BANK_WORDS;
   const silicon::FIELD& Field = Word(Start).Fields.aField[0];
-  const AREA            New   = {Field.Get(Wanted(Start)), Field.Get(Wanted(Start + 1))};
-  return !Old.IsEmpty() && (New.First > Old.First || New.Last < Old.Last);
-}
-
-uint32_t ControllerL4::Wanted(int Index) const {
-  return registers_[Word(Index).Loaded[0].Register - BASE];
+  return !Old.IsEmpty() &&
+         (Field.Get(Wanted(Start)) > Old.First || Field.Get(Wanted(Start + 1)) < Old.Last);
 }
 
 // What OPTSTRT programs. On the way from level 1 to level 0 PCROP_RDP, as it is loaded, decides
-// whether areas go; with no area it goes itself.
+// whether areas and the bit itself go.
 uint32_t ControllerL4::ToProgram(int Index) const {
-  const uint32_t Value = Wanted(Index);
-  const int      Kind  = (Index - 1) % BANK_WORDS + 1;
-  if (Index == WORD_OPTR || (Kind != WORD_PCROP_START && Kind != WORD_PCROP_END)) {
-    return Value;
-  }
-  bool HasArea = false;
-  for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
-    HasArea = HasArea || !LoadedPcrop(Bank).IsEmpty();
-  }
-  if (Unprotects() && HasArea && !SparesPcrop()) {
+  const uint32_t Value   = Wanted(Index);
+  const int      InBank  = (Index - 1) % BANK_WORDS + 1;
+  const bool     IsPcrop = InBank == WORD_PCROP_START || InBank == WORD_PCROP_END;
+  if (IsPcrop && Unprotects() && !SparesPcrop()) {
     return Word(Index).Factory;
   }
-  if (Unprotects() && !HasArea) {
-    return Index == WORD_PCROP_END ? Value & ~PCROP_RDP : Value;
-  }
-  const bool Keeps = KeepsPcrop(static_cast<uint32_t>(Index - 1) / BANK_WORDS);
-  return Keeps ? loaded_[Index] | (Value & PCROP_RDP) : Value;
+  return IsPcrop && KeepsPcrop((Index - 1) / BANK_WORDS) ? loaded_[Index] | (Value & PCROP_RDP)
+                                                         : Value;
 }
 
-void ControllerL4::ProgramOptions() {
-  for (int i = 0; i < NumWords(); i++) {
-    Store(i, ToProgram(i));
-  }
-}
-
-// All words are erased in the first half of the time and programmed one by one in the second, value
-// before complement.
-void ControllerL4::CutOptions(uint32_t DonePerMille) {
+// So many thousandths of it: all words are erased in the first half of the time and programmed one by
+// one in the second, value before complement.
+void ControllerL4::ProgramOptions(uint32_t DonePerMille) {
   static const uint32_t ERASED = 0xFFFFFFFF;
+  const int             Done   = (static_cast<int>(DonePerMille) - 500) * NumWords() / 500;
   for (int i = 0; i < NumWords(); i++) {
     if (DonePerMille < 500) {
       Store(i, HalfErased(Stored(i), ERASED), HalfErased(StoredComplement(i), ERASED));
-      continue;
-    }
-    const int Done = static_cast<int>(DonePerMille - 500) * NumWords() / 500;
-    if (i < Done) {
+    } else if (i < Done) {
       Store(i, ToProgram(i));
     } else {
       Store(i, i == Done ? ToProgram(i) : ERASED, ERASED);
@@ -190,23 +143,34 @@ void ControllerL4::CutOptions(uint32_t DonePerMille) {
 // -- A new device --------------------------------------------------------------------------------
 
 CAPABILITIES ControllerL4::Can() const {
-  const uint32_t NumPages = family_.NumBanks * PagesPerBank();
-  uint32_t       UserMask = 0;
-  for (const silicon::FIELD& Field : Word(WORD_OPTR).Fields) {
-    UserMask |= Field.Kind == silicon::USER ? Field.Mask() : 0;
-  }
-  return {.NumWrp      = NumPages,
-          .NumPcrop    = NumPages,
+  return {.NumWrp      = NumPages(),
+          .NumPcrop    = NumPages(),
           .HasPcropRdp = true,
           .UserWord    = WORD_OPTR,
-          .UserMask    = UserMask,
-          .Level1      = 0xBB};
+          .UserMask    = registers_.RowAt(BASE + OPTR)->Writable & ~0xFFu};
 }
 
 bool ControllerL4::Protect(const CREATE_REQUEST& Request, std::string* psError) {
-  for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
-    if (!ProtectBank(Bank, Request, psError)) {
+  for (int Bank = 0; Bank < family_.NumBanks; Bank++) {
+    const std::vector<SECTOR_AREA> Wrp   = AreasOf(Request.Wrp, Bank);
+    const std::vector<SECTOR_AREA> Pcrop = AreasOf(Request.Pcrop, Bank);
+    if (Wrp.size() > 2 || Pcrop.size() > 1) {
+      *psError = Wrp.size() > 2 ? "the write-protected pages of a bank must be one or two areas"
+                                : "the PCROP pages of a bank must be one area";
       return false;
+    }
+    int Index = WORD_WRP_A + Bank * BANK_WORDS;
+    for (const SECTOR_AREA& Area : Wrp) {
+      const silicon::FIELDS& Fields = Word(Index).Fields;
+      Store(Index,
+            Fields.aField[1].Put(Fields.aField[0].Put(Stored(Index), Area.First), Area.Last));
+      Index++;
+    }
+    for (const SECTOR_AREA& Area : Pcrop) {
+      const int             Start = WORD_PCROP_START + Bank * BANK_WORDS;
+      const silicon::FIELD& Field = Word(Start).Fields.aField[0];
+      Store(Start, Field.Put(Stored(Start), Area.First * UNITS_PER_PAGE));
+      Store(Start + 1, Field.Put(Stored(Start + 1), (Area.Last + 1) * UNITS_PER_PAGE - 1));
     }
   }
   if (Request.PcropRdp.value_or(0) != 0) {
@@ -216,43 +180,17 @@ bool ControllerL4::Protect(const CREATE_REQUEST& Request, std::string* psError) 
 }
 
 // The pages of a list that are in the bank, as areas.
-std::vector<ControllerL4::AREA> ControllerL4::AreasOf(const SECTORS& Pages, uint32_t Bank) const {
-  std::vector<AREA> Areas;
+std::vector<SECTOR_AREA> ControllerL4::AreasOf(const SECTORS& Pages, int Bank) const {
+  std::vector<SECTOR_AREA> Areas;
   for (uint32_t Page = 0; Page < PagesPerBank(); Page++) {
-    if (!Pages.Has(Bank * PagesPerBank() + Page)) {
-      continue;
+    if (Pages.Has(static_cast<uint32_t>(Bank) * PagesPerBank() + Page)) {
+      if (Areas.empty() || Areas.back().Last + 1 != Page) {
+        Areas.push_back({Page, Page});
+      }
+      Areas.back().Last = Page;
     }
-    if (Areas.empty() || Areas.back().Last + 1 != Page) {
-      Areas.push_back({Page, Page});
-    }
-    Areas.back().Last = Page;
   }
   return Areas;
-}
-
-bool ControllerL4::ProtectBank(uint32_t Bank, const CREATE_REQUEST& Request, std::string* psError) {
-  const int               First = static_cast<int>(Bank) * BANK_WORDS;
-  const std::vector<AREA> Wrp   = AreasOf(Request.Wrp, Bank);
-  const std::vector<AREA> Pcrop = AreasOf(Request.Pcrop, Bank);
-  if (Wrp.size() > 2 || Pcrop.size() > 1) {
-    *psError = Wrp.size() > 2 ? "the write-protected pages of a bank must be one or two areas"
-                              : "the PCROP pages of a bank must be one area";
-    return false;
-  }
-  for (size_t i = 0; i < Wrp.size(); i++) {
-    const int              Index  = First + WORD_WRP_A + static_cast<int>(i);
-    const silicon::FIELDS& Fields = Word(Index).Fields;
-    Store(Index,
-          Fields.aField[1].Put(Fields.aField[0].Put(Stored(Index), Wrp[i].First), Wrp[i].Last));
-  }
-  if (!Pcrop.empty()) {
-    const uint32_t PerPage = PAGE_BYTES / PCROP_UNIT;
-    const int      Start   = First + WORD_PCROP_START;
-    const auto&    Field   = Word(Start).Fields.aField[0];
-    Store(Start, Field.Put(Stored(Start), Pcrop[0].First * PerPage));
-    Store(Start + 1, Field.Put(Stored(Start + 1), Pcrop[0].Last * PerPage + PerPage - 1));
-  }
-  return true;
 }
 
 }  // namespace sim::l4

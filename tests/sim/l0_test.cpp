@@ -88,8 +88,9 @@ TEST(SimL0, EachDeviceHasItsIdentityAndKeepsItOverAReset) {
       {"L151", 0x416, 0xE0042000},   {"L151xD", 0x436, 0xE0042000}, {"L152", 0x429, 0xE0042000},
       {"L152xC", 0x427, 0xE0042000}, {"L152xE", 0x437, 0xE0042000}};
   for (const auto& [sName, DevId, IdCode] : aRows) {
-    const std::string sRead = sim::Format("@%X?%X/FFF", IdCode, DevId);
-    PlayCase({"", sName, "", (sRead + " reset " + sRead).c_str()}, {});
+    const std::string sSteps =
+        sim::Format("@%X?%X/FFF reset @%X?%X/FFF", IdCode, DevId, IdCode, DevId);
+    PlayCase({"", sName, "", sSteps.c_str()}, {});
   }
   EXPECT_EQ(std::size(aRows), sim::DevicesL0().size());
 }
@@ -219,7 +220,7 @@ static const STEPS_CASE aLoading[] = {
     {"AMismatchOfTheUserWordLoadsItAsDeliveredOnL1", "L100 L152 L152xC", "--user 0 --mismatch user",
      "OBR?7800AA"},
     {"AMismatchOfTheFirstWordIsLevel1WithPcrop", ALL_L0, "--mismatch rdp",
-     "level?1 stored?1 OPTR?807001BB remark?some flags:800"},
+     "level?1 stored?1 OPTR?807001BB flags:800"},
     {"AMismatchOfTheFirstWordIsLevel1WithPcropOnL1", PCROP_L1, "--mismatch rdp",
      "level?1 OBR?7801BB flags:800"},
     {"AMismatchOfTheFirstWordIsLevel1WherePcropDoesNotExist", "L100 L151", "--mismatch rdp",

@@ -138,7 +138,7 @@ static const STEPS_CASE aOptions[] = {
      "--variant l43_optr_bit_20_stored=1",
      "optr:FFEFF8AA OPTR?FFEFF8AA OPTR:FFEFF8AA optr:FFFFF8AA OPTR?FFFFF8AA"},
     {"AMismatchForcesTheDefaults", DUAL, "--mismatch rdp",
-     "SR?8000 level?1 stored?1 remark?some error?OPTVERR OPTR?FFFFF8FF PCROP1SR?FFFF0000 "
+     "SR?8000 level?1 stored?1 error?OPTVERR OPTR?FFFFF8FF PCROP1SR?FFFF0000 "
      "PCROP1ER?FFFFFFF WRP1AR?FF00FFFF WRP1BR?FF00FFFF PCROP2SR?FFFF0000 PCROP2ER?FFFFFFFF "
      "WRP2AR?FF00FFFF WRP2BR?FF00FFFF"},
     {"AMismatchForcesTheDefaultsOfOneBank", "L433", "--wrp all --mismatch WRP1BR",
@@ -223,6 +223,8 @@ static const STEPS_CASE aPcrop[] = {
      "PCROP2ER?FFFF2D00"},
     {"ANewAreaMayBeAnywhere", DUAL, "",
      "unlock PCROP2SR=5 PCROP2ER=5 load @8080028?0 @8080030?12345678 @8080024?12345678"},
+    {"AnEmptyAreaHoldsNoPlace", ALL, "--option PCROP1_STRT=0x10 --option PCROP1_END=5",
+     "unlock PCROP1SR=20 PCROP1ER=30 load PCROP1SR?20/FF PCROP1ER?30/FF"},
     {"PcropRdpCanBeSetAndNotCleared", ALL, "",
      "unlock PCROP1ER=80000000 PCROP1ER=0 load PCROP1ER?80000000/80000000 unlock PCROP1ER=0 load "
      "PCROP1ER?80000000/80000000"},
