@@ -189,6 +189,7 @@ static constexpr LOCK_ROW aLocks[] = {
      .ThirdKeyKills = true},
     {.sState        = "option_keys",
      .Register      = OPTKEYR,
+     .Alias         = VIEW2 + OPTKEYR,
      .First         = {0x08192A3B, "OPTKEY1"},
      .Second        = {0x4C5D6E7F, "OPTKEY2"},
      .Control       = OPTCR,
