@@ -5,19 +5,19 @@ namespace sim {
 
 namespace f1 {
 
+// clang-format off
+
 // -- Open questions ------------------------------------------------------------------------------
 
 const VARIANT_ROW F1_UNPROTECT_NEEDS_POWER_ON = {
-    .sName   = "f1_unprotect_needs_power_on",
-    .Default = false,
-    .sText   = "F1 flash stays unreadable until power-on"};
+    .sName = "f1_unprotect_needs_power_on", .Default = false,
+    .sText = "F1 flash stays unreadable until power-on"};
 const VARIANT_ROW F1_WRP_OF_FOUR_PAGES = {
-    .sName   = "f1_wrp_of_four_pages",
-    .Default = false,
-    .sText   = "a WRP bit of the high-density value line covers 8 KB, not 4"};
-const VARIANT_ROW F3_LOAD_ON_RESET = {.sName   = "f3_load_on_reset",
-                                      .Default = true,
-                                      .sText = "F3 loads options at power-on and OBL_LAUNCH only"};
+    .sName = "f1_wrp_of_four_pages", .Default = false,
+    .sText = "a WRP bit of the high-density value line covers 8 KB, not 4"};
+const VARIANT_ROW F3_LOAD_ON_RESET = {
+    .sName = "f3_load_on_reset", .Default = true,
+    .sText = "F3 loads options at power-on and OBL_LAUNCH only"};
 
 static constexpr const VARIANT_ROW* apVariantsF0[]   = {&OBL_TRANSFER_FAILS};
 static constexpr const VARIANT_ROW* apVariantsF1[]   = {&F1_UNPROTECT_NEEDS_POWER_ON};
@@ -29,51 +29,29 @@ static constexpr const VARIANT_ROW* apVariantsF3[]   = {&OBL_TRANSFER_FAILS, &F3
 
 static const uint32_t KB = silicon::KB;
 
-static const F1_FAMILY F0OfSmallPages = {.pSystem        = &SystemF0,
-                                         .Variants       = apVariantsF0,
-                                         .Registers      = RegistersF0F3,
-                                         .Locks          = Locks,
-                                         .Loading        = LOAD_ON_LAUNCH,
-                                         .WordAccessOnly = true,
-                                         .PageBytes      = 1 * KB};
-static const F1_FAMILY F0OfLargePages = {.pSystem        = &SystemF0,
-                                         .Variants       = apVariantsF0,
-                                         .Registers      = RegistersF0F3,
-                                         .Locks          = Locks,
-                                         .Loading        = LOAD_ON_LAUNCH,
-                                         .WordAccessOnly = true,
-                                         .PageBytes      = 2 * KB};
+static const F1_FAMILY F0OfSmallPages = {
+    .pSystem = &SystemF0, .Variants = apVariantsF0, .Registers = RegistersF0F3, .Locks = Locks,
+    .Loading = LOAD_ON_LAUNCH, .WordAccessOnly = true, .PageBytes = 1 * KB};
+static const F1_FAMILY F0OfLargePages = {
+    .pSystem = &SystemF0, .Variants = apVariantsF0, .Registers = RegistersF0F3, .Locks = Locks,
+    .Loading = LOAD_ON_LAUNCH, .WordAccessOnly = true, .PageBytes = 2 * KB};
+static const F1_FAMILY F1OfSmallPages = {
+    .pSystem = &SystemF1, .Variants = apVariantsF1, .Registers = RegistersF1, .Locks = Locks,
+    .PageBytes = 1 * KB};
+static const F1_FAMILY F1OfLargePages = {
+    .pSystem = &SystemF1, .Variants = apVariantsF1, .Registers = RegistersF1, .Locks = Locks,
+    .PageBytes = 2 * KB};
+static const F1_FAMILY F100OfLargePages = {
+    .pSystem = &SystemF1, .Variants = apVariantsF100, .Registers = RegistersF1, .Locks = Locks,
+    .WrpStepUnknown = true, .PageBytes = 2 * KB};
+static const F1_FAMILY F1OfTwoBanks = {
+    .pSystem = &SystemF1, .Variants = apVariantsF1, .Registers = RegistersF1XL, .Locks = LocksXL,
+    .PageBytes = 2 * KB, .BankBytes = 512 * KB};
+static const F1_FAMILY F3 = {
+    .pSystem = &SystemF3, .Variants = apVariantsF3, .Registers = RegistersF0F3, .Locks = Locks,
+    .Loading = LOAD_ON_BOTH, .WordAccessOnly = true, .PageBytes = 2 * KB};
 
-static const F1_FAMILY F1OfSmallPages   = {.pSystem   = &SystemF1,
-                                           .Variants  = apVariantsF1,
-                                           .Registers = RegistersF1,
-                                           .Locks     = Locks,
-                                           .PageBytes = 1 * KB};
-static const F1_FAMILY F1OfLargePages   = {.pSystem   = &SystemF1,
-                                           .Variants  = apVariantsF1,
-                                           .Registers = RegistersF1,
-                                           .Locks     = Locks,
-                                           .PageBytes = 2 * KB};
-static const F1_FAMILY F100OfLargePages = {.pSystem        = &SystemF1,
-                                           .Variants       = apVariantsF100,
-                                           .Registers      = RegistersF1,
-                                           .Locks          = Locks,
-                                           .WrpStepUnknown = true,
-                                           .PageBytes      = 2 * KB};
-static const F1_FAMILY F1OfTwoBanks     = {.pSystem   = &SystemF1,
-                                           .Variants  = apVariantsF1,
-                                           .Registers = RegistersF1XL,
-                                           .Locks     = LocksXL,
-                                           .PageBytes = 2 * KB,
-                                           .BankBytes = 512 * KB};
-
-static const F1_FAMILY F3 = {.pSystem        = &SystemF3,
-                             .Variants       = apVariantsF3,
-                             .Registers      = RegistersF0F3,
-                             .Locks          = Locks,
-                             .Loading        = LOAD_ON_BOTH,
-                             .WordAccessOnly = true,
-                             .PageBytes      = 2 * KB};
+// clang-format on
 
 // -- Devices -------------------------------------------------------------------------------------
 

@@ -350,7 +350,7 @@ TEST(SimDevice, TheBusSaysHowLongAnAccessWaits) {
 }
 
 TEST(SimDevice, WhileResetIsHeldNothingRunsAndNothingAnswers) {
-  const auto pDevice = MakeDevice("F103", "--flash full --user 0xFE");  // WDG_SW 0
+  const auto pDevice = MakeDevice("F103", "--rdp 1 --user 0xFE");  // WDG_SW 0
   uint32_t   Value   = 0;
   pDevice->HaltCore();
   EXPECT_EQ(sim::CORE_HALTED, pDevice->Core());
@@ -370,8 +370,7 @@ TEST(SimDevice, WhileResetIsHeldNothingRunsAndNothingAnswers) {
   EXPECT_EQ(0, pDevice->WatchdogResets());
   pDevice->AdvanceTo(5410000);
   EXPECT_EQ(1, pDevice->WatchdogResets());
-  pDevice->RunCore();
-  EXPECT_EQ(sim::CORE_RUNNING, pDevice->Core());
+  EXPECT_FALSE(pDevice->CoreHalted());
 }
 
 TEST(SimDevice, ACoreWithoutAProgramLocksUp) {
