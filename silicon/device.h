@@ -84,6 +84,15 @@ struct FIELDS {
   }
 };
 
+// All fields of both, which have to fit.
+constexpr FIELDS operator+(FIELDS First, const FIELDS& Second) {
+  size_t i = static_cast<size_t>(First.end() - First.begin());
+  for (const FIELD& Field : Second) {
+    First.aField[i++] = Field;
+  }
+  return First;
+}
+
 // -- Option words --------------------------------------------------------------------------------
 
 // What a device stores beside a value, to find out whether it was programmed to its end.
@@ -173,7 +182,7 @@ struct DEVICE {
   const char*                  sName     = nullptr;
   const char*                  sText     = nullptr;
   const FAMILY*                pFamily   = nullptr;
-  uint32_t                     IdCode    = 0;   // DEV_ID 11:0; REV_ID 31:16 as seen on one part
+  uint32_t                     IdCode    = 0;  // DEV_ID 11:0; REV_ID 31:16 as seen on one part
   std::span<const OPTION_WORD> Options   = {};
   MEMORY                       Memory[6] = {};  // main flash first; unused rows have no bytes
 };

@@ -1,8 +1,8 @@
 // silicon/f2_f4_f7.h
 //
 // STM32F2, F4 and F7. Option bytes are loaded at reset into FLASH_OPTCR and, where they exist,
-// FLASH_OPTCR1 and FLASH_OPTCR2, and are written there. Memory shows each half-word of a register in
-// a double word of its own. Reference manuals RM0033 (F2), RM0090, RM0368, RM0383, RM0386, RM0390,
+// FLASH_OPTCR1 and FLASH_OPTCR2, and are written there. Memory shows each half-word of a register
+// in a double word of its own. Reference manuals RM0033 (F2), RM0090, RM0368, RM0383, RM0386, RM0390,
 // RM0401, RM0402 and RM0430 (F4), RM0385, RM0410 and RM0431 (F7).
 
 #ifndef SILICON_F2_F4_F7_H

@@ -44,7 +44,7 @@ void ControllerH7::Reset() {
 
 // -- Bus -----------------------------------------------------------------------------------------
 
-// Where the value of a register is kept. KEYR, CR, SR, CCR and PRAR to WPSN are each bank's own, and
+// Where the value of a register is kept. KEYR, CR, SR, CCR and PRAR to WPSN are each bank's own and
 // change places with the banks; of the others the second view is another address.
 uint32_t ControllerH7::Home(uint32_t Offset) const {
   const uint32_t Kind = Offset % VIEW2;
@@ -154,7 +154,7 @@ void ControllerH7::WriteControl(uint32_t Bank, uint32_t Value) {
   }
 }
 
-// -- The place of the second view on devices that have none ----------------------------------------
+// -- The place of the second view on devices that have none --------------------------------------
 
 bool ControllerH7::InOptionArea(uint32_t Address) const {
   return family_.NumBanks == 1 && Address - (BASE + VIEW2) < VIEW2;

@@ -20,7 +20,7 @@ const TIME& ControllerH7::ByPsize(const TIME (&aTimes)[4], uint32_t Bank) const 
   return aTimes[registers_[OfBank(CR, Bank)] >> 4 & 3];
 }
 
-// -- Protection ------------------------------------------------------------------------------------
+// -- Protection ----------------------------------------------------------------------------------
 
 bool ControllerH7::InArea(int Word, uint32_t Address) const {
   const uint32_t Unit = (Address - FLASH_BASE) % BANK_BYTES / AREA_UNIT;
@@ -60,7 +60,7 @@ bool ControllerH7::IsBeyond(const Memory& Source) const {
   return &Source != &MainFlash() && IsChosen(family_.pFlashEndsAsStated);
 }
 
-// -- Programming -----------------------------------------------------------------------------------
+// -- Programming ---------------------------------------------------------------------------------
 
 // PGSERR and INCERR have to be cleared before anything can start.
 bool ControllerH7::IsBlocked(uint32_t Bank) const {
@@ -127,7 +127,7 @@ void ControllerH7::ProgramBuffer(uint32_t Address, uint32_t NumBytes) {
   EmptyBuffer();
 }
 
-// -- Erasing ---------------------------------------------------------------------------------------
+// -- Erasing -------------------------------------------------------------------------------------
 
 void ControllerH7::StartErase(uint32_t Bank) {
   const uint32_t Control = registers_[OfBank(CR, Bank)];

@@ -4,7 +4,7 @@ namespace sim::h7 {
 
 static const TIME CHANGE_TIME = {.TypicalUs = 300000, .LongestUs = 600000};
 
-// -- In force --------------------------------------------------------------------------------------
+// -- In force ------------------------------------------------------------------------------------
 
 // All that is stored, but for the banks, which change places at reset.
 uint32_t ControllerH7::Loaded(int Index) const {
@@ -35,7 +35,7 @@ std::string ControllerH7::Remarks() const {
   return changeError_ != 0 ? "OPTCHANGEERR is set: a change was refused" : "";
 }
 
-// -- Changes ---------------------------------------------------------------------------------------
+// -- Changes -------------------------------------------------------------------------------------
 
 uint32_t ControllerH7::PrgRegister(int Index) const {
   return Word(Index).Loaded[0].Register + 4 - BASE;
@@ -125,7 +125,7 @@ const char* ControllerH7::BrokenRule(uint32_t Bank) const {
   return nullptr;
 }
 
-// -- A new device ----------------------------------------------------------------------------------
+// -- A new device --------------------------------------------------------------------------------
 
 uint32_t ControllerH7::Delivered(int Index) const {
   const bool Otherwise = IsChosen(family_.pOtherDelivery);

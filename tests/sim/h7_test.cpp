@@ -468,7 +468,7 @@ TEST(SimH7, ProgrammingTakesItsTimeByPsize) {
   }
 }
 
-// -- Operations that do not end, watchdog, supply, state ------------------------------------------
+// -- Operations that do not end, watchdog, supply, state -----------------------------------------
 
 static const STEPS_CASE aCuts[] = {
     {"ABankEraseHasDoneItsPart", "H743", "",
