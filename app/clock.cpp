@@ -2,12 +2,21 @@
 
 #include <mach/mach_time.h>
 
-static const uint64_t TICKS_PER_MS = 1000000;  // a tick counts as a nanosecond
+static const uint64_t NS_PER_MS = 1000000;
 
 uint32_t TimeOrigin;
 
+static uint64_t GetNs(void) {
+  // The length of a tick in nanoseconds, as a fraction: 1/1 on x86-64, 125/3 on arm64 Macs.
+  mach_timebase_info_data_t Tick = {1, 1};
+  mach_timebase_info(&Tick);
+  // Whole multiples of the denominator first: the product of all ticks could exceed 64 bits.
+  const uint64_t Ticks = mach_absolute_time();
+  return Ticks / Tick.denom * Tick.numer + Ticks % Tick.denom * Tick.numer / Tick.denom;
+}
+
 uint32_t GetTimeMs(void) {
-  const uint32_t Now = (uint32_t)(mach_absolute_time() / TICKS_PER_MS);
+  const uint32_t Now = (uint32_t)(GetNs() / NS_PER_MS);
   if (TimeOrigin == 0) {
     TimeOrigin = Now;
   }

@@ -7,14 +7,11 @@
 
 #include <stdint.h>
 
-// The clock's reading at its first use; 0 before that.
+// The system's time in ms at the first use of the clock; 0 before that.
 extern uint32_t TimeOrigin;
 
 // Milliseconds since the first call in this process, which returns 0. Wraps after 49 days; compare
 // differences. One thread at a time.
-//
-// A tick of the system counts as a nanosecond. That holds on x86-64; on an Apple arm64 processor a
-// tick is 41.67 ns, so the clock runs slow by that factor and time-outs last longer.
 uint32_t GetTimeMs(void);
 
 #endif

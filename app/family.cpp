@@ -8,8 +8,9 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "app/options.h"
 #include "app/print.h"
+#include "app/process.h"
+#include "app/text.h"
 #include "util/string.h"
 
 static const uint32_t ENTRY_SIZE = 128;  // terminator counted
@@ -31,7 +32,7 @@ const FAMILY_ROW FamilyTable[FAMILY_ROWS] = {
 };
 
 void PrintFamilyDescription(void) {
-  PrintProgress(
+  PrintText(
       "This program is designed to reset the option bytes of a STM32 device to their factory "
       "settings. If read protection of the device is enabled, reset the option bytes will cause a "
       "mass erase.");
@@ -65,6 +66,11 @@ int32_t SelectFamily(const FAMILY_ROW** ppRow) {
   for (uint32_t i = 0; i < FAMILY_ROWS; i++) {
     PrintFormat("  [%d] %s\n", (int)i, FamilyTable[i].Name);
   }
+
+  // Without UTF-8 the line editor drops every byte from 0x80 on, and of a mistyped "é7" only a family
+  // number would be left. With it the bytes arrive and the entry is refused. Bytes that are no UTF-8
+  // are dropped even so.
+  UseUtf8();
 
   char* sLine;
   do {

@@ -37,11 +37,28 @@ struct FAMILY_ROW {
 // The row index is the number in the menu and the number that -SetDeviceFamily takes.
 extern const FAMILY_ROW FamilyTable[FAMILY_ROWS];
 
+// The id of the last row in a table that is searched with FindFamilyRow().
+static constexpr int32_t FAMILY_OTHERS = -2;
+
+// How a module says what differs between families: a table with one row per family that needs its
+// own, and a last row, FAMILY_OTHERS, for all others. The rows have a member FamilyId.
+//
+// Returns the family's row, or the last row if it has none. Never NULL.
+template <class ROW, uint32_t NumRows>
+const ROW* FindFamilyRow(const ROW (&aRows)[NumRows], int32_t FamilyId) {
+  uint32_t i = 0;
+  while (i < NumRows - 1 && aRows[i].FamilyId != FamilyId) {
+    i++;
+  }
+  return &aRows[i];
+}
+
 // Says what the tool does to a device. No line end: the menu that follows begins with one.
 void PrintFamilyDescription(void);
 
 // Shows the menu and reads one answer with the line editor. One attempt: a wrong entry is not asked
-// for again. At the end of input it goes on reading: there is no way out but an answer.
+// for again. At the end of input it goes on reading: there is no way out but an answer. The entry is
+// read as UTF-8; the line editor drops bytes that are not.
 //
 // 1: *ppRow is the chosen row. 0: "Exit" was chosen. -1: the entry is no number or no row; the
 // message has been printed.

@@ -1,6 +1,5 @@
 #include "app/flow.h"
 
-#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include "app/family.h"
 #include "app/options.h"
 #include "app/print.h"
+#include "app/process.h"
 #include "app/reset.h"
 #include "app/settings.h"
 #include "probeapi/quobearm.h"
@@ -25,14 +25,14 @@ static UNLOCK_SETTINGS Settings;
 static char DeviceCommand[DEVICE_COMMAND_SIZE];
 
 static void PrintBanner(void) {
-  PrintProgress("OSTREL Quobe Unlock tool for STM32 devices");
+  PrintText("OSTREL Quobe Unlock tool for STM32 devices");
   PrintLine("\nCompiled " __DATE__ " " __TIME__ "\n");
 }
 
 // 1: *ppRow is the family to reset. 0: the user chose to leave. -1: it failed, and was said.
 static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMILY_ROW** ppRow) {
   if (NumArgs >= 2) {
-    PrintProgress("Parsing command line...");
+    PrintText("Parsing command line...");
     if (ParseCommandLine(&Settings, NumArgs, pasArgs) < 0) {
       usleep(ERROR_PAUSE_US);
       return -1;
@@ -50,20 +50,20 @@ static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMIL
 
 static int32_t Connect(void) {
   if (Settings.HostIF == HOST_IF_ETHERNET) {
-    PrintProgress("Connecting to Quobe via ethernet...");
+    PrintText("Connecting to Quobe via ethernet...");
     if ((uint8_t)QUOBEARM_SelectIP(Settings.IPAddr, 0) != 0) {
       PrintLine("failed.");
       return -1;
     }
   } else {
-    PrintProgress("Connecting to Quobe via USB...");
+    PrintText("Connecting to Quobe via USB...");
     if (Settings.SerialNo != 0) {
       QUOBEARM_EMU_SelectByUSBSN(Settings.SerialNo);
     }
   }
-  // From here on a reader of the output that goes away must not end the run: it could be between an
-  // erase and the programming behind it.
-  signal(SIGPIPE, SIG_IGN);
+  // From here on the run could be between an erase and the programming that follows it: losing the
+  // terminal or the reader of the output must not end it there.
+  IgnoreLostTerminal();
   const char* sError = QUOBEARM_Open();
   if (sError != NULL) {
     PrintLine(sError);
@@ -99,27 +99,44 @@ static int32_t PrepareTarget(void) {
   return 0;
 }
 
-static int32_t ResetOptionBytes(int32_t FamilyId) {
-  switch (FamilyId) {
-    case FAMILY_F2:
-    case FAMILY_F4:
-    case FAMILY_F72_F75:
-    case FAMILY_F76_F77:
-      return ResetOptionBytesF2F4F7(FamilyId);
-    case FAMILY_L1:
-      ResetOptionBytesL1();
-      return 0;  // whatever the routine says, on purpose
-    case FAMILY_L4:
-      return ResetOptionBytesL4();
-    case FAMILY_L0:
-      ResetOptionBytesL0();
-      return 0;
-    case FAMILY_H7:
-      return ResetOptionBytesH7();
-    default:
-      return ResetOptionBytesF0F1F3(FamilyId);
-  }
+// The routines of one family, in the form that the table holds. L0 and L1 end with status 0
+// whatever the routine returns: required by scripts that know these families to do so.
+static int32_t ResetL0(int32_t) {
+  ResetOptionBytesL0();
+  return 0;
 }
+
+static int32_t ResetL1(int32_t) {
+  ResetOptionBytesL1();
+  return 0;
+}
+
+static int32_t ResetL4(int32_t) {
+  return ResetOptionBytesL4();
+}
+
+static int32_t ResetH7(int32_t) {
+  return ResetOptionBytesH7();
+}
+
+namespace {
+struct RESET_ROW {
+  int32_t FamilyId;
+  int32_t (*pfReset)(int32_t FamilyId);  // its result is the exit status
+};
+}  // namespace
+
+static const RESET_ROW ResetTable[] = {
+    {FAMILY_F2, ResetOptionBytesF2F4F7},
+    {FAMILY_F4, ResetOptionBytesF2F4F7},
+    {FAMILY_F72_F75, ResetOptionBytesF2F4F7},
+    {FAMILY_F76_F77, ResetOptionBytesF2F4F7},
+    {FAMILY_L1, ResetL1},
+    {FAMILY_L4, ResetL4},
+    {FAMILY_L0, ResetL0},
+    {FAMILY_H7, ResetH7},
+    {FAMILY_OTHERS, ResetOptionBytesF0F1F3},
+};
 
 static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   const FAMILY_ROW* pRow;
@@ -131,7 +148,7 @@ static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   if (Connect() < 0 || PrepareTarget() < 0) {
     return -1;
   }
-  return ResetOptionBytes(pRow->Id);
+  return FindFamilyRow(ResetTable, pRow->Id)->pfReset(pRow->Id);
 }
 
 // Every run passes here, also one that never came to the probe: the library is asked, and if it

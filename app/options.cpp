@@ -4,37 +4,10 @@
 
 #include "app/family.h"
 #include "app/print.h"
+#include "app/text.h"
 #include "util/string.h"
 
 static const char MissingValue[] = "Missing command line parameter after command %s.\n";
-
-int CompareNoCase(const char* a, const char* b) {
-  for (;; a++, b++) {
-    const char FoldedA = (*a >= 'A' && *a <= 'Z') ? (char)(*a + 32) : *a;
-    const char FoldedB = (*b >= 'A' && *b <= 'Z') ? (char)(*b + 32) : *b;
-    if (FoldedA != FoldedB) {
-      return 0;
-    }
-    if (FoldedA == 0) {
-      return 1;
-    }
-  }
-}
-
-int32_t ParseDec(const char* sText, uint32_t* pValue) {
-  while (*sText == '\t' || *sText == '\n' || *sText == '\r' || *sText == ' ') {
-    sText++;
-  }
-  if (*sText < '0' || *sText > '9') {
-    return -1;
-  }
-  uint32_t Value = 0;
-  while (*sText >= '0' && *sText <= '9') {
-    Value = Value * 10 + (uint32_t)(*sText++ - '0');  // wraps, on purpose
-  }
-  *pValue = Value;
-  return 0;
-}
 
 // For the options whose value is any decimal number.
 static int32_t ParseDecOrPrint(const char* sValue, uint32_t* pValue, const char* sError) {

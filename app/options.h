@@ -1,6 +1,6 @@
 // app/options.h
 //
-// The command line: a table of options with one value each, and how a value is read.
+// The command line: a table of options with one value each.
 
 #ifndef APP_OPTIONS_H
 #define APP_OPTIONS_H
@@ -31,14 +31,5 @@ void SetDefaultSettings(UNLOCK_SETTINGS* pSettings);
 // 0: done. -1: a value is missing or was refused; the message has been printed, later arguments
 // were not looked at, and what earlier options set stays set.
 int32_t ParseCommandLine(UNLOCK_SETTINGS* pSettings, int NumArgs, const char* const* pasArgs);
-
-// Non-zero when the two texts are equal but for the case of 'A' to 'Z'. No locale.
-int CompareNoCase(const char* a, const char* b);
-
-// Reads an unsigned decimal number: leading TAB, LF, CR and SPACE are skipped, the digits end at
-// the first other character and what follows is ignored. The value wraps at 32 bits.
-//
-// 0: *pValue is set. -1: no digit where the number should start; *pValue is unchanged.
-int32_t ParseDec(const char* sText, uint32_t* pValue);
 
 #endif

@@ -3,7 +3,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-void PrintProgress(const char* sText) {
+void PrintText(const char* sText) {
   fputs(sText, stdout);
   fflush(stdout);
 }

@@ -1,18 +1,19 @@
 // app/print.h
 //
-// What the tool says, on standard output. Each call is seen at once, also through a pipe: "Reset
-// target..." has to stand there before the reset is made, not after.
+// What the tool prints, on standard output. Each text is visible at once, also through a pipe, so
+// that "Reset target..." can be read while the reset is made.
 
 #ifndef APP_PRINT_H
 #define APP_PRINT_H
 
-// A text without a line end, to be completed by a line: "O.K.", "failed." or a message.
-void PrintProgress(const char* sText);
+// Prints the text without a line end. Often a line completes it later: "O.K.", "failed." or a
+// message.
+void PrintText(const char* sText);
 
-// A text and one line end. Completes the line that a progress text began.
+// Prints the text and a line end.
 void PrintLine(const char* sText);
 
-// printf(). Conversions as the C library has them.
+// As printf().
 void PrintFormat(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
 
 #endif

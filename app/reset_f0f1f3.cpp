@@ -36,27 +36,45 @@ static constexpr uint32_t KEY1 = 0x45670123, KEY2 = 0xCDEF89AB;
 static constexpr uint16_t RDP_LEVEL0_F1 = 0x00A5, RDP_LEVEL0_F0_F3 = 0x00AA;
 
 static constexpr uint32_t NUM_OPTION_WORDS = 4;
+static constexpr uint32_t ERASED           = 0xFFFFFFFF;
 
-// The block afterwards: all but the RDP half-word stays erased.
-static const uint32_t FactoryWordsF1[NUM_OPTION_WORDS]   = {0xFFFF5AA5, 0xFFFFFFFF, 0xFFFFFFFF,
-                                                            0xFFFFFFFF};
-static const uint32_t FactoryWordsF0F3[NUM_OPTION_WORDS] = {0xFFFF55AA, 0xFFFFFFFF, 0xFFFFFFFF,
-                                                            0xFFFFFFFF};
+namespace {
+struct VARIANT {
+  int32_t  FamilyId;
+  uint32_t FreezeRegister;  // a watchdog must not reset the device while it is programmed
+  uint32_t FreezeBits;
+  uint16_t Rdp;
+  uint32_t FactoryWords[NUM_OPTION_WORDS];  // the block afterwards: only RDP is programmed
+  int      Reloads;                         // non-zero: the option bytes are reloaded by command
+};
+}  // namespace
 
-// A watchdog must not reset the device in the middle of the programming.
-static void FreezeWatchdogs(int32_t FamilyId) {
-  switch (FamilyId) {
-    case FAMILY_F0:
-      QUOBEARM_WriteU32(DBGMCU_APB1_FZ_F0, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
-      break;
-    case FAMILY_F3:
-      QUOBEARM_WriteU32(DBGMCU_APB1_FZ_F3, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
-      break;
-    default:
-      QUOBEARM_WriteU32(DBGMCU_CR_F1, CR_IWDG_STOP_F1 | CR_WWDG_STOP_F1);
-      break;
-  }
-}
+static const VARIANT Variants[] = {
+    {
+        .FamilyId       = FAMILY_F0,
+        .FreezeRegister = DBGMCU_APB1_FZ_F0,
+        .FreezeBits     = APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP,
+        .Rdp            = RDP_LEVEL0_F0_F3,
+        .FactoryWords   = {0xFFFF55AA, ERASED, ERASED, ERASED},
+        .Reloads        = 0,  // required: the reset at the end is all it gets
+    },
+    {
+        .FamilyId       = FAMILY_F3,
+        .FreezeRegister = DBGMCU_APB1_FZ_F3,
+        .FreezeBits     = APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP,
+        .Rdp            = RDP_LEVEL0_F0_F3,
+        .FactoryWords   = {0xFFFF55AA, ERASED, ERASED, ERASED},
+        .Reloads        = 1,
+    },
+    {
+        .FamilyId       = FAMILY_OTHERS,  // F1
+        .FreezeRegister = DBGMCU_CR_F1,
+        .FreezeBits     = CR_IWDG_STOP_F1 | CR_WWDG_STOP_F1,
+        .Rdp            = RDP_LEVEL0_F1,
+        .FactoryWords   = {0xFFFF5AA5, ERASED, ERASED, ERASED},
+        .Reloads        = 0,  // F1 has no such command
+    },
+};
 
 // Programming the flash needs the internal oscillator.
 static void StartHsi(void) {
@@ -96,25 +114,24 @@ static void ReloadOptionBytes(void) {
 }
 
 int32_t ResetOptionBytesF0F1F3(int32_t FamilyId) {
-  const uint16_t  Rdp      = FamilyId == FAMILY_F1 ? RDP_LEVEL0_F1 : RDP_LEVEL0_F0_F3;
-  const uint32_t* pFactory = FamilyId == FAMILY_F1 ? FactoryWordsF1 : FactoryWordsF0F3;
+  const VARIANT* pVariant = FindFamilyRow(Variants, FamilyId);
 
-  FreezeWatchdogs(FamilyId);
-  ResetTargetNormally();
+  QUOBEARM_WriteU32(pVariant->FreezeRegister, pVariant->FreezeBits);
+  ResetTarget();
 
-  PrintProgress("Reset option bytes to factory settings...");
+  PrintText("Reset option bytes to factory settings...");
   StartHsi();
   UnlockOptionBytes();
   EraseOptionBytes();
-  ProgramReadProtection(Rdp);
-  if (FamilyId == FAMILY_F3) {
-    ReloadOptionBytes();  // F0 and F1 go without, on purpose: the reset below is all they get
+  ProgramReadProtection(pVariant->Rdp);
+  if (pVariant->Reloads) {
+    ReloadOptionBytes();
   }
   QUOBEARM_Reset();
 
   uint32_t Words[NUM_OPTION_WORDS];
   ReadWordsOrZero(OPTION_BYTES, Words, NUM_OPTION_WORDS);
-  if (memcmp(Words, pFactory, sizeof(Words)) != 0) {
+  if (memcmp(Words, pVariant->FactoryWords, sizeof(Words)) != 0) {
     PrintLine("Resetting option bytes failed.");
     return -1;
   }

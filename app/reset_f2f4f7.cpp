@@ -33,28 +33,35 @@ static constexpr uint32_t TIMEOUT_MS = 25000;
 static constexpr uint32_t PCROP_OPTCR1 = 0x8FFF0000;
 static constexpr uint32_t PCROP_OPTCR  = 0x8FFFBBE0;  // RDP 0xBB, SPRMOD kept
 
-// Factory values. OptCr goes out a second time with OPTSTRT.
-struct OPTION_VALUES {
+namespace {
+struct VARIANT {
   int32_t  FamilyId;
-  uint32_t OptCr1;
-  uint32_t OptCr;
-  int32_t OptCr1DualBankOnly;  // non-zero: only the F4 devices with a second bank have FLASH_OPTCR1
+  uint32_t FactoryOptCr1;
+  uint32_t FactoryOptCr;        // written a second time with OPTSTRT
+  int      OptCr1DualBankOnly;  // non-zero: only devices with two banks have FLASH_OPTCR1
 };
+}  // namespace
 
-static const OPTION_VALUES FactoryValues[] = {
-    {FAMILY_F76_F77, 0x00400080, 0xFFFFAAFC, 0},
-    {FAMILY_F72_F75, 0x00400080, 0xC0FFAAFC, 0},
-    {FAMILY_F4, 0x0FFF0000, 0x0FFFAAEC, 1},
-    {FAMILY_F2, 0x0FFF0000, 0x0FFFAAEC, 1},
+static const VARIANT Variants[] = {
+    {
+        .FamilyId           = FAMILY_F76_F77,
+        .FactoryOptCr1      = 0x00400080,
+        .FactoryOptCr       = 0xFFFFAAFC,
+        .OptCr1DualBankOnly = 0,
+    },
+    {
+        .FamilyId           = FAMILY_F72_F75,
+        .FactoryOptCr1      = 0x00400080,
+        .FactoryOptCr       = 0xC0FFAAFC,
+        .OptCr1DualBankOnly = 0,
+    },
+    {
+        .FamilyId           = FAMILY_OTHERS,  // F2 and F4
+        .FactoryOptCr1      = 0x0FFF0000,
+        .FactoryOptCr       = 0x0FFFAAEC,
+        .OptCr1DualBankOnly = 1,
+    },
 };
-
-static const OPTION_VALUES* FindFactoryValues(int32_t FamilyId) {
-  const OPTION_VALUES* pValues = FactoryValues;
-  while (pValues->FamilyId != FamilyId && pValues->FamilyId != FAMILY_F2) {
-    pValues++;
-  }
-  return pValues;
-}
 
 static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_OPTKEYR, OPTKEY1);
@@ -69,7 +76,9 @@ static void StartProgramming(uint32_t OptCr) {
 // 0: the device is ready. -1: it was busy for too long; that has been said and the device reset.
 static int32_t WaitUntilReady(void) {
   const uint32_t Deadline = GetTimeMs() + TIMEOUT_MS;
-  while (ReadWordOrZero(FLASH_SR) & SR_BSY) {
+  // A status that was not delivered counts as busy: an erase takes many seconds, and one failed poll
+  // must not lead to a reset in the middle of it.
+  while (ReadWordOr(FLASH_SR, SR_BSY) & SR_BSY) {
     if ((int32_t)Deadline <= (int32_t)GetTimeMs()) {
       PrintLine("Timeout while waiting for device to be unsecured.");
       QUOBEARM_Reset();
@@ -80,14 +89,14 @@ static int32_t WaitUntilReady(void) {
 }
 
 int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
-  const OPTION_VALUES* pValues = FindFactoryValues(FamilyId);
+  const VARIANT* pVariant = FindFamilyRow(Variants, FamilyId);
 
   const uint32_t DevId    = ReadWordOrZero(DBGMCU_IDCODE) & IDCODE_DEV_ID;
   const int      DualBank = DevId == DEV_ID_F42x_F43x || DevId == DEV_ID_F469_F479;
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
-  ResetTargetNormally();
+  ResetTarget();
 
-  PrintProgress("Reset option bytes (may take app. 20 seconds)...");
+  PrintText("Reset option bytes (may take app. 20 seconds)...");
   uint32_t      OptCr;
   const int32_t Result = ReadWord(FLASH_OPTCR, &OptCr);
   if (Result < 0) {
@@ -107,10 +116,10 @@ int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
     }
   }
 
-  if (DualBank || !pValues->OptCr1DualBankOnly) {
-    QUOBEARM_WriteU32(FLASH_OPTCR1, pValues->OptCr1);
+  if (DualBank || !pVariant->OptCr1DualBankOnly) {
+    QUOBEARM_WriteU32(FLASH_OPTCR1, pVariant->FactoryOptCr1);
   }
-  StartProgramming(pValues->OptCr);
+  StartProgramming(pVariant->FactoryOptCr);
   if (WaitUntilReady() < 0) {
     return -1;
   }

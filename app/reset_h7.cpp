@@ -11,8 +11,9 @@
 
 static constexpr uint32_t DBGMCU_APB1_FZ = 0xE0042008;
 
-// The option registers as one bank sees them.
-struct FLASH_REGS {
+namespace {
+// The option registers as one bank sees them. The manual numbers those of bank 2: FLASH_OPTCR2.
+struct BANK_REGS {
   uint32_t OPTKEYR;
   uint32_t OPTCR;
   uint32_t OPTSR_CUR, OPTSR_PRG;
@@ -21,37 +22,26 @@ struct FLASH_REGS {
   uint32_t WPSN_CUR, WPSN_PRG;
   uint32_t BOOT_CURR, BOOT_PRGR;
 };
+}  // namespace
 
-static const FLASH_REGS Banks[] = {
-    {
-        .OPTKEYR   = 0x52002008,
-        .OPTCR     = 0x52002018,
-        .OPTSR_CUR = 0x5200201C,
-        .OPTSR_PRG = 0x52002020,
-        .PRAR_CUR  = 0x52002028,
-        .PRAR_PRG  = 0x5200202C,
-        .SCAR_CUR  = 0x52002030,
-        .SCAR_PRG  = 0x52002034,
-        .WPSN_CUR  = 0x52002038,
-        .WPSN_PRG  = 0x5200203C,
-        .BOOT_CURR = 0x52002040,
-        .BOOT_PRGR = 0x52002044,
-    },
-    {
-        .OPTKEYR   = 0x52002108,
-        .OPTCR     = 0x52002118,
-        .OPTSR_CUR = 0x5200211C,
-        .OPTSR_PRG = 0x52002120,
-        .PRAR_CUR  = 0x52002128,
-        .PRAR_PRG  = 0x5200212C,
-        .SCAR_CUR  = 0x52002130,
-        .SCAR_PRG  = 0x52002134,
-        .WPSN_CUR  = 0x52002138,
-        .WPSN_PRG  = 0x5200213C,
-        .BOOT_CURR = 0x52002140,
-        .BOOT_PRGR = 0x52002144,
-    },
-};
+static constexpr BANK_REGS BankRegs(uint32_t Base) {
+  return {
+      .OPTKEYR   = Base + 0x08,
+      .OPTCR     = Base + 0x18,
+      .OPTSR_CUR = Base + 0x1C,
+      .OPTSR_PRG = Base + 0x20,
+      .PRAR_CUR  = Base + 0x28,
+      .PRAR_PRG  = Base + 0x2C,
+      .SCAR_CUR  = Base + 0x30,
+      .SCAR_PRG  = Base + 0x34,
+      .WPSN_CUR  = Base + 0x38,
+      .WPSN_PRG  = Base + 0x3C,
+      .BOOT_CURR = Base + 0x40,
+      .BOOT_PRGR = Base + 0x44,
+  };
+}
+
+static constexpr BANK_REGS Banks[] = {BankRegs(0x52002000), BankRegs(0x52002100)};
 
 static constexpr uint32_t APB1_FZ_WWDG_STOP = 1u << 11, APB1_FZ_IWDG_STOP = 1u << 12;
 static constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTART = 1u << 1;
@@ -71,7 +61,7 @@ static constexpr useconds_t POLL_US   = 200 * 1000;
 static constexpr int        MAX_POLLS = 100;  // about 20 s
 
 // Key writes to an open bank would lock it until the next reset.
-static void UnlockBank(const FLASH_REGS* pBank) {
+static void UnlockBank(const BANK_REGS* pBank) {
   if (ReadWordOrZero(pBank->OPTCR) & OPTCR_OPTLOCK) {
     QUOBEARM_WriteU32(pBank->OPTKEYR, OPTKEY1);
     QUOBEARM_WriteU32(pBank->OPTKEYR, OPTKEY2);
@@ -80,7 +70,7 @@ static void UnlockBank(const FLASH_REGS* pBank) {
 
 // 0: the bank is ready. -1: it never was. A value counts only while there are polls left, so the
 // last of the 101 reads is not looked at.
-static int32_t WaitUntilReady(const FLASH_REGS* pBank) {
+static int32_t WaitUntilReady(const BANK_REGS* pBank) {
   for (int NumPolls = 0;; NumPolls++) {
     const uint32_t Status = ReadWordOrZero(pBank->OPTSR_CUR);
     usleep(POLL_US);
@@ -94,7 +84,7 @@ static int32_t WaitUntilReady(const FLASH_REGS* pBank) {
 }
 
 // Level 0 and no write protection, all else as it is: this is what makes a protected device erase.
-static int32_t Unprotect(const FLASH_REGS* pBank) {
+static int32_t Unprotect(const BANK_REGS* pBank) {
   UnlockBank(pBank);
   const uint32_t Status = ReadWordOrZero(pBank->OPTSR_CUR);
   QUOBEARM_WriteU32(pBank->OPTSR_PRG, (Status & ~OPTSR_RDP) | OPTSR_RDP_LEVEL0);
@@ -109,7 +99,7 @@ static int32_t Unprotect(const FLASH_REGS* pBank) {
   return 0;
 }
 
-static int32_t WriteFactoryValues(const FLASH_REGS* pBank) {
+static int32_t WriteFactoryValues(const BANK_REGS* pBank) {
   UnlockBank(pBank);
   QUOBEARM_WriteU32(pBank->OPTSR_PRG, OPTSR_FACTORY);
   QUOBEARM_WriteU32(pBank->PRAR_PRG, PRAR_FACTORY);
@@ -121,7 +111,7 @@ static int32_t WriteFactoryValues(const FLASH_REGS* pBank) {
 }
 
 // Stops reading at the first difference.
-static int IsAtFactoryValues(const FLASH_REGS* pBank) {
+static int IsAtFactoryValues(const BANK_REGS* pBank) {
   return ReadWordOrZero(pBank->OPTSR_CUR) == OPTSR_FACTORY &&
          ReadWordOrZero(pBank->PRAR_CUR) == PRAR_FACTORY &&
          ReadWordOrZero(pBank->SCAR_CUR) == SCAR_FACTORY &&
@@ -131,15 +121,15 @@ static int IsAtFactoryValues(const FLASH_REGS* pBank) {
 
 int32_t ResetOptionBytesH7(void) {
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
-  ResetTargetNormally();
+  ResetTarget();
 
   PrintLine("Reset option bytes to factory settings...");
-  for (const FLASH_REGS& Bank : Banks) {
+  for (const BANK_REGS& Bank : Banks) {
     if (Unprotect(&Bank) < 0) {
       return -1;  // without a message, on purpose
     }
   }
-  for (const FLASH_REGS& Bank : Banks) {
+  for (const BANK_REGS& Bank : Banks) {
     if (WriteFactoryValues(&Bank) < 0) {
       return -1;
     }

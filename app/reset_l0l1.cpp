@@ -4,21 +4,11 @@
 
 #include <string.h>
 
+#include "app/family.h"
 #include "app/print.h"
 #include "app/reset.h"
 #include "app/target.h"
 #include "probeapi/quobearm.h"
-
-// The same interface on both families, at another place.
-struct FLASH_REGS {
-  uint32_t PECR;
-  uint32_t PEKEYR;
-  uint32_t OPTKEYR;
-  uint32_t SR;
-};
-
-static constexpr FLASH_REGS FLASH_L0 = {0x40022004, 0x4002200C, 0x40022014, 0x40022018};
-static constexpr FLASH_REGS FLASH_L1 = {0x40023C04, 0x40023C0C, 0x40023C14, 0x40023C18};
 
 // On L1 this is DBGMCU_APB1_FZ. L0 has its own at another address; there the write is known to
 // freeze nothing and is made all the same.
@@ -43,92 +33,126 @@ static constexpr uint32_t OptionWord(uint16_t Value) {
   return Value | ((uint32_t)(uint16_t)~Value << 16);
 }
 
-static const uint32_t FactoryWordsL0[] = {
-    OptionWord(0x00AA),                                          // read protection level 0
-    OptionWord(0x8070),                                          // user options
-    OptionWord(0x0000), OptionWord(0x0000), OptionWord(0x0000),  // no write protection
-};
-static const uint32_t FactoryWordsL1[] = {
-    OptionWord(0x00AA),                      // read protection level 0
-    OptionWord(0x0078),                      // user options
-    OptionWord(0x0000), OptionWord(0x0000),  // no write protection
-};
-static constexpr uint32_t NUM_WORDS_L0 = sizeof(FactoryWordsL0) / sizeof(FactoryWordsL0[0]);
-static constexpr uint32_t NUM_WORDS_L1 = sizeof(FactoryWordsL1) / sizeof(FactoryWordsL1[0]);
-static constexpr uint32_t MAX_WORDS    = NUM_WORDS_L0;
+static constexpr uint32_t MAX_WORDS = 5;
 
-static void UnlockOptionBytes(const FLASH_REGS* pFlash) {
-  QUOBEARM_WriteU32(pFlash->PEKEYR, PEKEY1);
-  QUOBEARM_WriteU32(pFlash->PEKEYR, PEKEY2);
-  QUOBEARM_WriteU32(pFlash->OPTKEYR, OPTKEY1);
-  QUOBEARM_WriteU32(pFlash->OPTKEYR, OPTKEY2);
+namespace {
+// The same interface on both families, at different addresses.
+struct VARIANT {
+  int32_t  FamilyId;
+  uint32_t PECR;
+  uint32_t PEKEYR;
+  uint32_t OPTKEYR;
+  uint32_t SR;
+  uint32_t FactoryWords[MAX_WORDS];
+  uint32_t NumWords;
+  int      NumAttempts;
+};
+}  // namespace
+
+static const VARIANT Variants[] = {
+    {
+        .FamilyId = FAMILY_L0,
+        .PECR     = 0x40022004,
+        .PEKEYR   = 0x4002200C,
+        .OPTKEYR  = 0x40022014,
+        .SR       = 0x40022018,
+        .FactoryWords =
+            {
+                OptionWord(0x00AA),                                          // RDP level 0
+                OptionWord(0x8070),                                          // user options
+                OptionWord(0x0000), OptionWord(0x0000), OptionWord(0x0000),  // no write protection
+            },
+        .NumWords    = 5,
+        .NumAttempts = 2,
+    },
+    {
+        .FamilyId = FAMILY_OTHERS,  // L1
+        .PECR     = 0x40023C04,
+        .PEKEYR   = 0x40023C0C,
+        .OPTKEYR  = 0x40023C14,
+        .SR       = 0x40023C18,
+        .FactoryWords =
+            {
+                OptionWord(0x00AA),                      // RDP level 0
+                OptionWord(0x0078),                      // user options
+                OptionWord(0x0000), OptionWord(0x0000),  // no write protection
+            },
+        .NumWords    = 4,
+        .NumAttempts = 1,
+    },
+};
+
+static void UnlockOptionBytes(const VARIANT* pVariant) {
+  QUOBEARM_WriteU32(pVariant->PEKEYR, PEKEY1);
+  QUOBEARM_WriteU32(pVariant->PEKEYR, PEKEY2);
+  QUOBEARM_WriteU32(pVariant->OPTKEYR, OPTKEY1);
+  QUOBEARM_WriteU32(pVariant->OPTKEYR, OPTKEY2);
 }
 
-static void WriteOptionWord(const FLASH_REGS* pFlash, uint32_t Index, uint32_t Value) {
+static void WriteOptionWord(const VARIANT* pVariant, uint32_t Index, uint32_t Value) {
   QUOBEARM_WriteU32(OPTION_WORDS + 4 * Index, Value);
-  WaitWhileSet(pFlash->SR, SR_BSY);
+  WaitWhileSet(pVariant->SR, SR_BSY);
 }
 
 // Nothing takes effect before this.
-static void ReloadOptionBytes(const FLASH_REGS* pFlash) {
-  QUOBEARM_WriteU32(pFlash->PECR, PECR_OBL_LAUNCH);
+static void ReloadOptionBytes(const VARIANT* pVariant) {
+  QUOBEARM_WriteU32(pVariant->PECR, PECR_OBL_LAUNCH);
   QUOBEARM_Reset();
 }
 
 // Non-zero when all words read back as written. The controller is left unlocked.
-static int ProgramAndVerify(const FLASH_REGS* pFlash, const uint32_t* pFactory, uint32_t NumWords) {
-  UnlockOptionBytes(pFlash);
-  QUOBEARM_WriteU32(pFlash->SR, SR_ERRORS);
-  WriteOptionWord(pFlash, 0, 0);
-  WriteOptionWord(pFlash, 0, pFactory[0]);
-  ReloadOptionBytes(pFlash);
+static int ProgramAndVerify(const VARIANT* pVariant) {
+  const uint32_t* pFactory = pVariant->FactoryWords;
+  const uint32_t  NumWords = pVariant->NumWords;
 
-  UnlockOptionBytes(pFlash);
-  QUOBEARM_WriteU32(pFlash->SR, SR_ERRORS);
+  UnlockOptionBytes(pVariant);
+  QUOBEARM_WriteU32(pVariant->SR, SR_ERRORS);
+  WriteOptionWord(pVariant, 0, 0);
+  WriteOptionWord(pVariant, 0, pFactory[0]);
+  ReloadOptionBytes(pVariant);
+
+  UnlockOptionBytes(pVariant);
+  QUOBEARM_WriteU32(pVariant->SR, SR_ERRORS);
   for (uint32_t i = 1; i < NumWords; i++) {
-    WriteOptionWord(pFlash, i, 0);
+    WriteOptionWord(pVariant, i, 0);
   }
   for (uint32_t i = 1; i < NumWords; i++) {
-    WriteOptionWord(pFlash, i, pFactory[i]);
+    WriteOptionWord(pVariant, i, pFactory[i]);
   }
-  ReloadOptionBytes(pFlash);
+  ReloadOptionBytes(pVariant);
 
-  UnlockOptionBytes(pFlash);
+  UnlockOptionBytes(pVariant);
   uint32_t Words[MAX_WORDS];
   ReadWordsOrZero(OPTION_WORDS, Words, NumWords);
   return memcmp(Words, pFactory, NumWords * sizeof(Words[0])) == 0;
 }
 
-static void LockAndReport(const FLASH_REGS* pFlash) {
-  QUOBEARM_WriteU32(pFlash->PECR, PECR_LOCKS);
-  PrintLine("O.K.");
-}
-
-int32_t ResetOptionBytesL0(void) {
+static void ResetOptionBytes(const VARIANT* pVariant) {
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
   for (int Attempt = 1;; Attempt++) {
-    ResetTargetNormally();
-    PrintProgress("Reset option bytes to factory settings...");
-    if (ProgramAndVerify(&FLASH_L0, FactoryWordsL0, NUM_WORDS_L0)) {
-      LockAndReport(&FLASH_L0);
-      return 0;
+    ResetTarget();
+    PrintText("Reset option bytes to factory settings...");
+    if (ProgramAndVerify(pVariant)) {
+      QUOBEARM_WriteU32(pVariant->PECR, PECR_LOCKS);
+      PrintLine("O.K.");
+      return;
     }
-    if (Attempt == 2) {
+    if (Attempt == pVariant->NumAttempts) {
       PrintLine("Resetting option bytes failed.");
-      return 0;  // told in words only, on purpose
+      return;
     }
     PrintLine("Resetting option bytes failed first try, attempting 2nd try.");
   }
 }
 
+// Required: a failure is reported in words only.
+
+int32_t ResetOptionBytesL0(void) {
+  ResetOptionBytes(FindFamilyRow(Variants, FAMILY_L0));
+  return 0;
+}
+
 int32_t ResetOptionBytesL1(void) {
-  QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
-  ResetTargetNormally();
-  PrintProgress("Reset option bytes to factory settings...");
-  if (ProgramAndVerify(&FLASH_L1, FactoryWordsL1, NUM_WORDS_L1)) {
-    LockAndReport(&FLASH_L1);
-  } else {
-    PrintLine("Resetting option bytes failed.");
-  }
-  return 0;  // failure is told in words only, on purpose
+  ResetOptionBytes(FindFamilyRow(Variants, FAMILY_L1));
+  return 0;
 }

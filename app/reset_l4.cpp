@@ -70,14 +70,14 @@ static void LaunchOptionBytesL4(void) {
   QUOBEARM_WriteU32(FLASH_CR, ReadWordOrZero(FLASH_CR) | CR_OBL_LAUNCH);
   usleep(RELOAD_US);
 
-  PrintProgress("Reset target...");
+  PrintText("Reset target...");
   QUOBEARM_Reset();
   PrintLine("O.K.");
 }
 
 int32_t ResetOptionBytesL4(void) {
   QUOBEARM_WriteU32(DBGMCU_APB1FZR1, APB1FZR1_WWDG_STOP | APB1FZR1_IWDG_STOP);
-  ResetTargetWithoutDelay();
+  ResetTargetKeepingType();
 
   PrintLine("Reset option bytes to factory settings...");
   PrintLine("Resetting FLASH_OPTR...");
@@ -95,7 +95,7 @@ int32_t ResetOptionBytesL4(void) {
     return -1;
   }
 
-  PrintProgress("Resetting Write protection (WRP) and PCROP...");
+  PrintText("Resetting Write protection (WRP) and PCROP...");
   UnlockOptionBytes();
   QUOBEARM_WriteU32(FLASH_PCROP1SR, PCROP_START_NONE);
   QUOBEARM_WriteU32(FLASH_PCROP1ER, PCROP_END_NONE);

@@ -5,27 +5,24 @@
 #include "app/print.h"
 #include "probeapi/quobearm.h"
 
-static int32_t ReadWords(uint32_t Address, uint32_t* pWords, uint32_t NumWords) {
-  memset(pWords, 0, NumWords * sizeof(*pWords));
-  const int32_t Result = QUOBEARM_ReadMemU32(Address, NumWords, pWords, NULL);
-  if (Result < 0) {
-    memset(pWords, 0, NumWords * sizeof(*pWords));  // the library may have written a part
-  }
-  return Result;
-}
-
 int32_t ReadWord(uint32_t Address, uint32_t* pValue) {
-  return ReadWords(Address, pValue, 1);
+  *pValue = 0;
+  return QUOBEARM_ReadMemU32(Address, 1, pValue, NULL);
 }
 
-uint32_t ReadWordOrZero(uint32_t Address) {
-  uint32_t Value;
-  ReadWords(Address, &Value, 1);
+uint32_t ReadWordOr(uint32_t Address, uint32_t Undelivered) {
+  uint32_t Value = Undelivered;
+  QUOBEARM_ReadMemU32(Address, 1, &Value, NULL);
   return Value;
 }
 
+uint32_t ReadWordOrZero(uint32_t Address) {
+  return ReadWordOr(Address, 0);
+}
+
 void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords) {
-  ReadWords(Address, pWords, NumWords);
+  memset(pWords, 0, NumWords * sizeof(*pWords));
+  QUOBEARM_ReadMemU32(Address, NumWords, pWords, NULL);
 }
 
 void WaitWhileSet(uint32_t Address, uint32_t Mask) {
@@ -33,16 +30,16 @@ void WaitWhileSet(uint32_t Address, uint32_t Mask) {
   }
 }
 
-void ResetTargetNormally(void) {
-  PrintProgress("Reset target...");
+void ResetTarget(void) {
+  PrintText("Reset target...");
   QUOBEARM_SetResetType(QUOBEARM_RESET_NORMAL);
   QUOBEARM_SetResetDelay(0);
   QUOBEARM_Reset();
   PrintLine("O.K.");
 }
 
-void ResetTargetWithoutDelay(void) {
-  PrintProgress("Reset target...");
+void ResetTargetKeepingType(void) {
+  PrintText("Reset target...");
   QUOBEARM_SetResetDelay(0);
   QUOBEARM_Reset();
   PrintLine("O.K.");

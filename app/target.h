@@ -8,24 +8,29 @@
 
 #include <stdint.h>
 
-// Reads one word. 0 or more: *pValue is the word. Negative: the read failed, and *pValue is 0, so
-// that no decision hangs on what happened to be in memory.
+// Reads. Each takes what the library delivered, whatever its result: a read that is reported as
+// failed may still have delivered words. A word that was not delivered counts as stated.
+
+// The result of the read; negative: it failed. *pValue is the word; 0 if it was not delivered.
 int32_t ReadWord(uint32_t Address, uint32_t* pValue);
 
-// The same where the routine does not look at the result: the word, or 0 when the read failed.
+// The word; Undelivered if it was not delivered.
+uint32_t ReadWordOr(uint32_t Address, uint32_t Undelivered);
+
+// The word; 0 if it was not delivered.
 uint32_t ReadWordOrZero(uint32_t Address);
 
-// Reads NumWords words; all are 0 when the read failed.
+// NumWords words; 0 for each that was not delivered.
 void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords);
 
-// Reads the word until none of the bits in Mask is set. No time-out, on purpose: a device that
-// stays busy keeps the tool polling. A read that fails counts as not busy.
+// Reads the word until none of the bits in Mask is set. A word that was not delivered ends the wait.
+// No time-out: required, a device that stays busy keeps the tool polling.
 void WaitWhileSet(uint32_t Address, uint32_t Mask);
 
-// Says "Reset target...", then chooses the reset without delay, makes it and says "O.K.".
-// ResetTargetNormally also chooses the probe's normal reset type; the other form leaves the type as
-// it is.
-void ResetTargetNormally(void);
-void ResetTargetWithoutDelay(void);
+// Prints "Reset target...", resets the target with a reset delay of 0, prints "O.K.".
+// ResetTarget first selects the probe's normal reset type; ResetTargetKeepingType leaves the type
+// as it is.
+void ResetTarget(void);
+void ResetTargetKeepingType(void);
 
 #endif

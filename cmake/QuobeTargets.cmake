@@ -7,8 +7,8 @@
 
 set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 
-# Headers are named from the root of the project, in quotes. It is searched for these only, so that
-# <sys/file.h> is the system's.
+# Headers are named from the root of the project, in quotes. The root is searched for these only: a
+# name in angle brackets is always the system's.
 add_library(quobe_headers INTERFACE)
 target_compile_options(quobe_headers INTERFACE "-iquote${CMAKE_SOURCE_DIR}")
 

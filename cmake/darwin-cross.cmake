@@ -24,9 +24,11 @@ find_program(linker ld64.lld-${llvm} REQUIRED)
 set(CMAKE_OSX_SYSROOT "${QUOBE_DARWIN_SDK}")
 # For what is no product; QuobeTargets.cmake says what the product asks for.
 set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0)
-# The SDK has no C++ library: nothing that is built for macOS here may use one.
+# The SDK has no C++ library: nothing that is built for macOS here may use one. The linker signs arm64
+# code ad hoc by itself; it is asked to, so that x86-64 code is signed too.
 foreach(kind EXE SHARED MODULE)
-  set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld --ld-path=${linker} -nostdlib++")
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT
+    "-fuse-ld=lld --ld-path=${linker} -nostdlib++ -Wl,-adhoc_codesign")
 endforeach()
 
 # Nothing of this machine is to be found for the other one, programs excepted.

@@ -40,10 +40,10 @@ int main(int NumArgs, char** pasArgs) {
                                                  (uint32_t)atoi(pasArgs[3]), IsAborted);
   switch (hSocket) {
     case -1:
-      return Fail("no socket to be had");
-    case -2:
+      return Fail("no socket available");
+    case SYS_TCP_ERR_TIMEOUT:
       return Fail("timed out");
-    case -3:
+    case SYS_TCP_ERR_ABORTED:
       return Fail("interrupted");
     default:
       break;

@@ -1,7 +1,7 @@
 // The registry store as a whole: a root's file and a sequence of commands, against the model of it.
 #include "fuzz/fuzz_input.h"
-#include "tests/sys/registry_duel.h"
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/registry_duel.h"
+#include "tests/sys/support/temp_dir.h"
 
 // Its length in one byte, at most Limit - 1, then the text. It may hold zeros.
 static std::string TakeBytes(FUZZ_INPUT* pInput, uint32_t Limit) {

@@ -1,7 +1,7 @@
 // The XML loader over any text: against the model of it, and against what it writes itself.
 #include "fuzz/fuzz_input.h"
 #include "sys/xml.h"
-#include "tests/sys/registry_model.h"
+#include "tests/sys/support/registry_model.h"
 
 // The document's text. The input is far too short for one that could not be written.
 static std::string Store(const XmlDocument* pDoc) {

@@ -178,11 +178,14 @@ struct FAMILY {
   LEVEL_CODE LevelCode     = LEVEL_BYTE;
 };
 
+inline constexpr uint32_t SIZE_IN_KB = ~0u;
+
 struct DEVICE {
   const char*                  sName     = nullptr;
   const char*                  sText     = nullptr;
   const FAMILY*                pFamily   = nullptr;
   uint32_t                     IdCode    = 0;  // DEV_ID 11:0; REV_ID 31:16 as seen on one part
+  uint32_t                     SizeCode  = SIZE_IN_KB;  // what the size register holds
   std::span<const OPTION_WORD> Options   = {};
   MEMORY                       Memory[6] = {};  // main flash first; unused rows have no bytes
 };

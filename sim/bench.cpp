@@ -18,7 +18,7 @@
 namespace sim {
 
 static const uint32_t    DEFAULT_SERIAL_NO = 1;
-static const char* const DEFAULT_DEVICE    = "STM32F103";
+static const char* const DEFAULT_DEVICE    = "STM32F407";
 
 // -- Faults --------------------------------------------------------------------------------------
 

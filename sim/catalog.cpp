@@ -10,7 +10,8 @@ namespace sim {
 std::span<const DEVICE_ROW* const> AllDevices() {
   static const std::vector<const DEVICE_ROW*> Devices = [] {
     std::vector<const DEVICE_ROW*> Rows;
-    for (const std::span<const DEVICE_ROW>& Table : {DevicesF1(), DevicesF4(), DevicesH7()}) {
+    for (const std::span<const DEVICE_ROW>& Table :
+         {DevicesF1(), DevicesF4(), DevicesH7(), DevicesL0(), DevicesL4()}) {
       for (const DEVICE_ROW& Row : Table) {
         Rows.push_back(&Row);
       }

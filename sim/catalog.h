@@ -46,6 +46,8 @@ constexpr auto DeviceRows() {
 std::span<const DEVICE_ROW> DevicesF1();  // F0, F1, F3
 std::span<const DEVICE_ROW> DevicesF4();  // F2, F4, F7
 std::span<const DEVICE_ROW> DevicesH7();
+std::span<const DEVICE_ROW> DevicesL0();  // L0, L1
+std::span<const DEVICE_ROW> DevicesL4();
 
 // All of them in the order of the menu; the search ignores case and the leading "STM32". nullptr when
 // there is no such device.

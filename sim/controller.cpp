@@ -135,7 +135,7 @@ std::string Controller::RunningText() const {
 bool Controller::RunsInPlace() const {
   return std::all_of(phases_.begin(), phases_.end(), [this](const PHASE& Phase) {
     const Memory* pMemory = AllMemories().At(Phase.Argument);
-    return Phase.Kind != WORD_PROGRAM || IndexOfWord(Phase.Argument) >= 0 ||
+    return Phase.Kind != WORD_PROGRAM || IsProgrammedInPlace(Phase.Argument) ||
            (pMemory != nullptr &&
             (pMemory->Row().Kind == MAIN_FLASH || pMemory->Row().Kind == EEPROM));
   });

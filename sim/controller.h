@@ -179,6 +179,8 @@ class Controller {
   virtual void FinishPhase(const PHASE& Phase) = 0;
   // The phase ended before its time, after so many thousandths of it.
   virtual void CutPhase(const PHASE& Phase, uint32_t DonePerMille) = 0;
+  // Option words may be programmed where they are read, or through registers only.
+  virtual bool IsProgrammedInPlace(uint32_t Address) const { return IndexOfWord(Address) >= 0; }
   // What can be asked for when a device is created, and the protection that was asked for; the
   // request has been checked.
   virtual CAPABILITIES Can() const                                                  = 0;
@@ -202,6 +204,7 @@ class Controller {
 
   // An option word is stored; its complement, where the hardware keeps one apart, follows.
   void Store(int Index, uint32_t Value);
+  // The same in two parts, as an operation that was cut short leaves it; of IN_NEXT_WORD only.
   void Store(int Index, uint32_t Value, uint32_t Complement);
   // A value gets the complement that this word has.
   uint32_t WithComplement(int Index, uint32_t Value) const;

@@ -308,7 +308,10 @@ bool Device::ReadWord(uint32_t Address, uint32_t Size, uint32_t* pWord) {
               : system_[Address];
       return true;
     case SIZE_REGISTER:
-      *pWord = Merge(0xFFFFFFFF, SizeAt, 2, row_->pFacts->Memory[0].Bytes / silicon::KB);
+      *pWord = Merge(0xFFFFFFFF, SizeAt, 2,
+                     row_->pFacts->SizeCode == silicon::SIZE_IN_KB
+                         ? row_->pFacts->Memory[0].Bytes / silicon::KB
+                         : row_->pFacts->SizeCode);
       return true;
     default:
       *pWord = 0;

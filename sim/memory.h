@@ -34,7 +34,7 @@ class Memory {
   uint32_t& WordAt(uint32_t Address) { return words_[(Address - row_->Base) / 4]; }
   uint32_t  WordAt(uint32_t Address) const { return words_[(Address - row_->Base) / 4]; }
 
-  bool IsErasedAt(uint32_t Address) { return WordAt(Address) == row_->Erased; }
+  bool IsErasedAt(uint32_t Address) const { return WordAt(Address) == row_->Erased; }
 
   void Erase() { EraseRange(row_->Base, row_->Bytes); }
   void EraseRange(uint32_t Address, uint32_t Bytes);

@@ -120,6 +120,10 @@ bool ParseRequest(const std::string& sText, CREATE_REQUEST* pRequest, std::strin
   return true;
 }
 
+bool SECTORS::Has(uint32_t Sector) const {
+  return All || std::find(List.begin(), List.end(), Sector) != List.end();
+}
+
 uint32_t SECTORS::Mask(uint32_t NumSectors) const {
   if (All) {
     return NumSectors >= 32 ? ~0u : (1u << NumSectors) - 1;
@@ -129,10 +133,6 @@ uint32_t SECTORS::Mask(uint32_t NumSectors) const {
     Bits |= 1u << Sector;
   }
   return Bits;
-}
-
-bool SECTORS::Has(uint32_t Sector) const {
-  return All || std::find(List.begin(), List.end(), Sector) != List.end();
 }
 
 bool AreaInBank(const SECTORS& Sectors, uint32_t FirstOfBank, uint32_t NumInBank,

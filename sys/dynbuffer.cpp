@@ -5,9 +5,6 @@
 #include "sys/memory.h"
 #include "util/format.h"
 
-static const int32_t ERR_MEMORY        = -2;
-static const int32_t ERR_OUT_OF_BOUNDS = -3;
-
 static void Report(const DYNBUFFER* pBuffer, const char* sFormat, uint32_t Value) {
   if (pBuffer->pfError != NULL) {
     char acMessage[256];
@@ -36,7 +33,7 @@ int32_t DynBufferCreate(DYNBUFFER* pBuffer, void (*pfError)(const char* sMessage
   pBuffer->pfError = pfError;
   uint8_t* pData   = AllocStorage(pBuffer, InitialSize);
   if (pData == NULL) {
-    return ERR_MEMORY;
+    return DYNBUFFER_ERR_MEMORY;
   }
   pBuffer->pData        = pData;
   pBuffer->MaxSize      = MaxSize;
@@ -64,7 +61,7 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index) {
            "Debugger accesses memory in dynamic buffer at offset 0x%.8X which is out of array "
            "bounds.",
            Index);
-    return ERR_OUT_OF_BOUNDS;
+    return DYNBUFFER_ERR_RANGE;
   }
   uint32_t NewSize = Index + 1;
   if (NewSize < 2 * OldSize) {
@@ -75,7 +72,7 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index) {
   }
   uint8_t* pData = AllocStorage(pBuffer, NewSize);
   if (pData == NULL) {
-    return ERR_MEMORY;
+    return DYNBUFFER_ERR_MEMORY;
   }
   if (OldSize > 0) {
     memcpy(pData, pBuffer->pData, OldSize);

@@ -14,6 +14,12 @@
 
 #include <stdint.h>
 
+// Results other than 0.
+enum {
+  DYNBUFFER_ERR_MEMORY = -2,  // no memory
+  DYNBUFFER_ERR_RANGE  = -3   // an index at MaxSize or beyond
+};
+
 struct DYNBUFFER {
   uint8_t* pData;         // NULL while nothing is allocated
   uint32_t MaxSize;       // no index may reach this
@@ -27,7 +33,7 @@ struct DYNBUFFER {
 // Sets the record up with InitialSize bytes allocated and nothing written. What the record held
 // before is not looked at. InitialSize should not exceed MaxSize: indices below it are open.
 //
-// Returns 0, or -2 when there is no memory: pfError, if set, was called with "Cannot allocate %d
+// Returns 0, or DYNBUFFER_ERR_MEMORY: pfError, if set, was called with "Cannot allocate %d
 // bytes of memory for dynamic buffer", and of the record only pfError is set.
 int32_t DynBufferCreate(DYNBUFFER* pBuffer, void (*pfError)(const char* sMessage), uint32_t MaxSize,
                         uint32_t InitialSize, int32_t FillByte);
@@ -37,7 +43,7 @@ int32_t DynBufferFree(DYNBUFFER* pBuffer);
 
 // Makes the byte at Index addressable at pData[Index], moving the storage when it must grow.
 //
-// Returns 0; -2 when there is no memory; -3 when Index is at MaxSize or beyond. Before -2 and -3
+// Returns 0, DYNBUFFER_ERR_MEMORY or DYNBUFFER_ERR_RANGE. Before an error is returned
 // pfError, if set, is called with the message of DynBufferCreate or with "Debugger accesses memory
 // in dynamic buffer at offset 0x%.8X which is out of array bounds."; the record is as before.
 int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index);
@@ -45,18 +51,19 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index);
 // Copies NumBytes bytes to Offset, growing the storage when needed.
 // pBytes must not point into this buffer: growing frees the old storage.
 //
-// Returns 0, -2 or -3 as DynBufferEnsure of the last byte does; after -2 and -3 the record and its
-// bytes are as before. Bytes that would reach beyond index 0xFFFFFFFF, where the 32 bits wrap,
-// count as ending there: -3.
+// Returns the result of DynBufferEnsure for the last byte; after an error the record and its bytes
+// are as before. Bytes that would reach beyond index 0xFFFFFFFF, where the 32 bits wrap, count as
+// ending there: DYNBUFFER_ERR_RANGE.
 //
 // NumBytes 0 copies nothing, but otherwise acts as a write that ends before Offset: that byte is
 // made addressable and counts as in use. At Offset 0 it would be index 0xFFFFFFFF: writing nothing
-// there gives -3, on purpose.
+// there gives DYNBUFFER_ERR_RANGE, on purpose.
 int32_t DynBufferWriteAt(DYNBUFFER* pBuffer, uint32_t Offset, const void* pBytes,
                          uint32_t NumBytes);
 
 // DynBufferWriteAt behind the bytes in use: at HighestIndex + 1 once Written is set, else at 0.
-// Appending nothing to an empty buffer therefore gives -3, behind other bytes it gives 0.
+// Appending nothing to an empty buffer therefore gives DYNBUFFER_ERR_RANGE, behind other bytes it
+// gives 0.
 int32_t DynBufferAppend(DYNBUFFER* pBuffer, const void* pBytes, uint32_t NumBytes);
 
 #endif

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "sys/file.h"
+#include "sys/files.h"
 #include "util/format.h"
 
 static const uint32_t LONG_PATH_SIZE = 1024;  // Darwin's PATH_MAX

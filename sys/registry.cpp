@@ -1,177 +1,14 @@
 #include "sys/registry.h"
 
-#include <stdio.h>
 #include <string.h>
 
-#include "sys/file.h"
 #include "sys/memory.h"
-#include "sys/path.h"
+#include "sys/registry_store.h"
 #include "sys/xml_node.h"
+#include "util/arith.h"
 #include "util/format.h"
 #include "util/scan.h"
 #include "util/string.h"
-
-// ---- Roots and their files ----------------------------------------------------------------------
-
-struct RegistryRootSlot {
-  XmlDocument* pDoc;         // NULL while not loaded
-  char*        pSnapshot;    // the text right after loading, not terminated; NULL without one
-  uint32_t     SnapshotLen;  // in bytes
-};
-
-static const uintptr_t FIRST_ROOT = 0x80000000;
-static const uintptr_t LAST_ROOT  = 0x80000006;
-static const uint32_t  NUM_SLOTS  = 3;
-
-static RegistryRootSlot  aSlot[NUM_SLOTS];
-static const char* const FileNames[NUM_SLOTS] = {
-    "OSTREL_REG_HKEY_CLASSES_ROOT.xml",
-    "OSTREL_REG_HKEY_CURRENT_USER.xml",
-    "OSTREL_REG_HKEY_LOCAL_MACHINE.xml",
-};
-
-static const char EmptyStore[] = "<Registry>\r\n</Registry>";
-
-// Another process may hold a file for a moment.
-static const uint32_t OPEN_RETRIES  = 3;
-static const uint32_t OPEN_DELAY_MS = 5;
-
-static int IsRoot(const RegistryKeyHandle* hKey) {
-  return (uintptr_t)hKey >= FIRST_ROOT && (uintptr_t)hKey <= LAST_ROOT;
-}
-
-// Stores the path of a root's file in a buffer of SYS_PATH_SIZE bytes. The directory is made when
-// it is missing. 0, or -1 when that fails or the path does not fit.
-static int32_t BuildFilePath(uint32_t Slot, char* pPath) {
-  if (SYS_PATH_GetAppSupportDir(pPath, SYS_PATH_SIZE) != 0) {
-    return -1;
-  }
-  UTIL_AddTrailingSlash(pPath, SYS_PATH_SIZE);
-  if (strlen(pPath) + strlen(FileNames[Slot]) >= SYS_PATH_SIZE) {
-    return -1;
-  }
-  UTIL_AppendString(pPath, FileNames[Slot], SYS_PATH_SIZE);
-  UTIL_ConvertBackslashes(pPath);
-  return 0;
-}
-
-static int32_t OpenFile(const char* sPath, uint32_t Mode) {
-  return SYS_FILE_OpenRegular(sPath, Mode, OPEN_RETRIES, OPEN_DELAY_MS);
-}
-
-// Makes sPath a valid empty store after it could not be loaded. Only a text that was read and found
-// wrong is given up: a file that could not be read this time may hold good values.
-static int32_t MakeValidStore(const char* sPath, int32_t LoadError) {
-  uint32_t Mode = SYS_FILE_READ | SYS_FILE_WRITE | SYS_FILE_CREATE;
-  if (LoadError != SYS_XML_ERR_FILE && LoadError != SYS_XML_ERR_MEMORY) {
-    Mode |= SYS_FILE_TRUNCATE;
-  }
-  const int32_t hFile = OpenFile(sPath, Mode);
-  if (hFile < 0) {
-    return -1;
-  }
-  if (SYS_FILE_Seek(hFile, 0, SEEK_END) == 0) {
-    SYS_FILE_Write(hFile, EmptyStore, (uint32_t)strlen(EmptyStore));  // loading it tells the rest
-  }
-  SYS_FILE_Close(hFile);
-  return 0;
-}
-
-// The document's text in a buffer that the caller frees, its length in *pLength. NULL without
-// memory and when the text is too long to be written.
-static char* AllocText(const XmlDocument* pDoc, uint32_t* pLength) {
-  char*         pText  = (char*)SYS_MEM_Alloc(SYS_XML_MAX_TEXT);
-  const int32_t Length = SYS_XML_StoreDoc(pDoc, pText, SYS_XML_MAX_TEXT);
-  if (Length < 0) {
-    SYS_MEM_Free(pText);
-    return NULL;
-  }
-  *pLength = (uint32_t)Length;
-  return pText;
-}
-
-// Without a snapshot the root counts as changed.
-static void TakeSnapshot(RegistryRootSlot* pSlot) {
-  char* pText = AllocText(pSlot->pDoc, &pSlot->SnapshotLen);
-  if (pText != NULL) {
-    pSlot->pSnapshot = (char*)SYS_MEM_Alloc(pSlot->SnapshotLen);
-    if (pSlot->pSnapshot != NULL) {
-      memcpy(pSlot->pSnapshot, pText, pSlot->SnapshotLen);
-    }
-    SYS_MEM_Free(pText);
-  }
-}
-
-static int32_t LoadRoot(RegistryRootSlot* pSlot, const char* sPath) {
-  int32_t Error;
-  pSlot->pDoc = SYS_XML_LoadDoc(sPath, &Error);
-  if (pSlot->pDoc == NULL && MakeValidStore(sPath, Error) == 0) {
-    pSlot->pDoc = SYS_XML_LoadDoc(sPath, NULL);
-  }
-  if (pSlot->pDoc == NULL) {
-    return -1;
-  }
-  TakeSnapshot(pSlot);
-  return 0;
-}
-
-// Stores what hKey stands for, loading its root when it is one. 0, or -1 for a NULL key and a root
-// that cannot be loaded.
-static int32_t ResolveKey(const RegistryKeyHandle* hKey, RegistryKeyHandle* pKey) {
-  if (hKey == NULL) {
-    return -1;
-  }
-  if (!IsRoot(hKey)) {
-    *pKey = *hKey;
-    return 0;
-  }
-  char           acPath[SYS_PATH_SIZE];
-  const uint32_t Slot = (uint32_t)((uintptr_t)hKey - FIRST_ROOT);
-  if (Slot >= NUM_SLOTS || BuildFilePath(Slot, acPath) != 0) {
-    return -1;
-  }
-  if (aSlot[Slot].pDoc == NULL && LoadRoot(&aSlot[Slot], acPath) != 0) {
-    return -1;
-  }
-  pKey->pDoc     = aSlot[Slot].pDoc;
-  pKey->pElement = SYS_XML_GetRoot(aSlot[Slot].pDoc);
-  return 0;
-}
-
-static int IsUnchanged(const RegistryRootSlot* pSlot, const char* pText, uint32_t Length) {
-  return pSlot->pSnapshot != NULL && pSlot->SnapshotLen == Length &&
-         memcmp(pSlot->pSnapshot, pText, Length) == 0;
-}
-
-static void WriteRoot(uint32_t Slot, const char* pText, uint32_t Length) {
-  char acPath[SYS_PATH_SIZE];
-  if (BuildFilePath(Slot, acPath) != 0) {
-    return;
-  }
-  const int32_t hFile = OpenFile(acPath, SYS_FILE_WRITE | SYS_FILE_CREATE | SYS_FILE_TRUNCATE);
-  if (hFile >= 0) {
-    SYS_FILE_Write(hFile, pText, Length);
-    SYS_FILE_Close(hFile);
-  }
-}
-
-void SYS_REG_Flush(void) {
-  for (uint32_t Slot = 0; Slot < NUM_SLOTS; Slot++) {
-    RegistryRootSlot* pSlot = &aSlot[Slot];
-    if (pSlot->pDoc == NULL) {
-      continue;
-    }
-    uint32_t Length;
-    char*    pText = AllocText(pSlot->pDoc, &Length);
-    if (pText != NULL && !IsUnchanged(pSlot, pText, Length)) {
-      WriteRoot(Slot, pText, Length);
-    }
-    SYS_MEM_Free(pText);
-    SYS_XML_FreeDoc(pSlot->pDoc);
-    SYS_MEM_Free(pSlot->pSnapshot);
-    memset(pSlot, 0, sizeof(*pSlot));
-  }
-}
 
 // ---- Keys ---------------------------------------------------------------------------------------
 
@@ -218,7 +55,8 @@ static int32_t CheckPath(const XmlElement* pElement, const char* sPath) {
 
 RegistryKeyHandle* SYS_REG_OpenKey(RegistryKeyHandle* hKey, const char* sPath) {
   RegistryKeyHandle Key;
-  if (sPath == NULL || ResolveKey(hKey, &Key) != 0 || CheckPath(Key.pElement, sPath) != 0) {
+  if (sPath == NULL || SYS_REGSTORE_Resolve(hKey, &Key) != 0 ||
+      CheckPath(Key.pElement, sPath) != 0) {
     return NULL;
   }
   RegistryKeyHandle* pHandle = (RegistryKeyHandle*)SYS_MEM_Alloc(sizeof(RegistryKeyHandle));
@@ -242,17 +80,43 @@ RegistryKeyHandle* SYS_REG_OpenKey(RegistryKeyHandle* hKey, const char* sPath) {
 }
 
 void SYS_REG_CloseKey(RegistryKeyHandle* hKey) {
-  if (!IsRoot(hKey)) {
+  if (!SYS_REGSTORE_IsRoot(hKey)) {
     SYS_MEM_Free(hKey);
   }
 }
 
 // ---- Values -------------------------------------------------------------------------------------
 
+// What the names of a value's further attributes are made of.
+static const char     TypeSuffix[]   = "_OSTRELRegType";
+static const char     StringSuffix[] = "_OSTRELRegMltStr";
+static const uint32_t ATTR_NAME_SIZE = NAME_SIZE + 32;  // the longer suffix and an index
+
+static const uint32_t STRINGS_IN_BLOCK = 4096;
+
+namespace {
+
 struct TYPE_ROW {
   uint32_t    Type;
   const char* sName;
 };
+
+// A value that an operation is about.
+struct VALUE {
+  RegistryKeyHandle Key;
+  char              acName[NAME_SIZE];
+  char              acTypeName[ATTR_NAME_SIZE];  // of the attribute that holds the type
+};
+
+// The strings of a list from its second one on. Looking for each by its name would take the square
+// of their number; here all attributes are passed once for each block of strings.
+struct STRINGS {
+  const VALUE*  pValue;
+  uint32_t      First;                     // index of apAttr[0], 0 while nothing was looked for
+  XmlAttribute* apAttr[STRINGS_IN_BLOCK];  // undefined while nothing was looked for
+};
+
+}  // namespace
 
 static const TYPE_ROW aType[] = {
     {SYS_REG_TYPE_SZ, "SYS_REG_TYPE_SZ"},
@@ -261,18 +125,6 @@ static const TYPE_ROW aType[] = {
     {SYS_REG_TYPE_BINARY, "SYS_REG_TYPE_BINARY"},
     {SYS_REG_TYPE_DWORD, "SYS_REG_TYPE_DWORD"},
     {SYS_REG_TYPE_QWORD, "SYS_REG_TYPE_QWORD"},
-};
-
-// What the names of a value's further attributes are made of.
-static const char     TypeSuffix[]   = "_OSTRELRegType";
-static const char     StringSuffix[] = "_OSTRELRegMltStr";
-static const uint32_t ATTR_NAME_SIZE = NAME_SIZE + 32;  // the longer suffix and an index
-
-// A value that an operation is about.
-struct VALUE {
-  RegistryKeyHandle Key;
-  char              acName[NAME_SIZE];
-  char              acTypeName[ATTR_NAME_SIZE];  // of the attribute that holds the type
 };
 
 // One token of a value's name, appended to the Length characters in a buffer of NAME_SIZE bytes.
@@ -314,7 +166,7 @@ static const int32_t GO_ON = -1;
 
 // What all operations on values begin with. GO_ON, or the operation's result.
 static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, VALUE* pValue) {
-  if (sName == NULL || sName[0] == 0 || ResolveKey(hKey, &pValue->Key) != 0) {
+  if (sName == NULL || sName[0] == 0 || SYS_REGSTORE_Resolve(hKey, &pValue->Key) != 0) {
     return SYS_REG_FAILED;
   }
   const int32_t Length = ReadName(sName, pValue->acName);
@@ -355,16 +207,6 @@ static uint32_t GetStringIndex(const VALUE* pValue, const XmlAttribute* pAttr) {
   return Index;
 }
 
-// The strings of a list from its second one on. Looking for each by its name would take the square
-// of their number; here all attributes are passed once for each block of strings.
-static const uint32_t STRINGS_IN_BLOCK = 4096;
-
-struct STRINGS {
-  const VALUE*  pValue;
-  uint32_t      First;                     // index of apAttr[0], 0 while nothing was looked for
-  XmlAttribute* apAttr[STRINGS_IN_BLOCK];  // undefined while nothing was looked for
-};
-
 static void StartStrings(STRINGS* pStrings, const VALUE* pValue) {
   pStrings->pValue = pValue;
   pStrings->First  = 0;
@@ -392,40 +234,42 @@ static int32_t SetAttr(const VALUE* pValue, const char* sAttrName, const char* s
   return SYS_XML_SetAttr(pValue->Key.pDoc, pValue->Key.pElement, sAttrName, sText);
 }
 
+// NULL for a number that names no type.
 static const char* GetTypeName(uint32_t Type) {
-  const TYPE_ROW* pRow = aType;
-  while (pRow->Type != Type) {
-    pRow++;
+  for (const TYPE_ROW& Row : aType) {
+    if (Row.Type == Type) {
+      return Row.sName;
+    }
   }
-  return pRow->sName;
+  return NULL;
 }
 
-// Stores text and type. Type is one of aType.
-static uint32_t SetText(const VALUE* pValue, uint32_t Type, const char* sText) {
+static uint32_t SetText(const VALUE* pValue, const char* sTypeName, const char* sText) {
   if (SetAttr(pValue, pValue->acName, sText) != 0 ||
-      SetAttr(pValue, pValue->acTypeName, GetTypeName(Type)) != 0) {
+      SetAttr(pValue, pValue->acTypeName, sTypeName) != 0) {
     return SYS_REG_FAILED;
   }
   return SYS_REG_OK;
 }
 
-static uint32_t SetNumber(const VALUE* pValue, uint32_t Type, const void* pData, uint32_t Size) {
-  char           acText[20];
-  uint64_t       Number   = 0;
-  const uint32_t MaxBytes = Type == SYS_REG_TYPE_DWORD ? 4 : 8;
+// The first min(Size, NumBytes) bytes of pData over a zero.
+static uint32_t SetNumber(const VALUE* pValue, const char* sTypeName, uint32_t NumBytes,
+                          const void* pData, uint32_t Size) {
+  char     acText[20];
+  uint64_t Number = 0;
   if (Size > 0 && pData == NULL) {
     return SYS_REG_FAILED;
   }
   if (Size > 0) {
-    memcpy(&Number, pData, Size < MaxBytes ? Size : MaxBytes);
+    memcpy(&Number, pData, UTIL_MinU32(Size, NumBytes));
   }
-  if (Type == SYS_REG_TYPE_DWORD) {
+  if (NumBytes == sizeof(uint32_t)) {
     UTIL_snprintf(acText, (int32_t)sizeof(acText), "0x%.8X", (uint32_t)Number);
   } else {
     UTIL_snprintf(acText, (int32_t)sizeof(acText), "0x%.8X%.8X", (uint32_t)(Number >> 32),
                   (uint32_t)Number);
   }
-  return SetText(pValue, Type, acText);
+  return SetText(pValue, sTypeName, acText);
 }
 
 // Non-zero when a list of strings ends exactly at Size. Nothing behind Size is read.
@@ -444,7 +288,8 @@ static int IsEntryOf(const VALUE* pValue, const XmlAttribute* pAttr) {
                              GetStringIndex(pValue, pAttr) != 0);
 }
 
-static uint32_t SetList(const VALUE* pValue, const char* pData, uint32_t Size) {
+static uint32_t SetList(const VALUE* pValue, const char* sTypeName, const char* pData,
+                        uint32_t Size) {
   char acName[ATTR_NAME_SIZE];
   if (pData == NULL || !IsList(pData, Size)) {
     return SYS_REG_FAILED;
@@ -474,7 +319,7 @@ static uint32_t SetList(const VALUE* pValue, const char* pData, uint32_t Size) {
     FormatStringName(pValue, Index++, acName);
     s += strlen(s) + 1;
   } while (*s != 0);
-  return SetText(pValue, SYS_REG_TYPE_MULTI_SZ, pData);
+  return SetText(pValue, sTypeName, pData);
 }
 
 uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t Type,
@@ -484,19 +329,21 @@ uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t T
   if (Result != GO_ON) {
     return (uint32_t)Result;
   }
-  if (!SYS_XML_IsAttrName(Value.acName)) {
+  const char* sTypeName = GetTypeName(Type);
+  if (sTypeName == NULL || !SYS_XML_IsAttrName(Value.acName)) {
     return SYS_REG_FAILED;
   }
   switch (Type) {
     case SYS_REG_TYPE_SZ:
-      return SetText(&Value, Type, (const char*)pData);
+      return SetText(&Value, sTypeName, (const char*)pData);
     case SYS_REG_TYPE_DWORD:
+      return SetNumber(&Value, sTypeName, sizeof(uint32_t), pData, Size);
     case SYS_REG_TYPE_QWORD:
-      return SetNumber(&Value, Type, pData, Size);
+      return SetNumber(&Value, sTypeName, sizeof(uint64_t), pData, Size);
     case SYS_REG_TYPE_MULTI_SZ:
-      return SetList(&Value, (const char*)pData, Size);
+      return SetList(&Value, sTypeName, (const char*)pData, Size);
     default:
-      return SYS_REG_FAILED;
+      return SYS_REG_FAILED;  // the other two types can be read only
   }
 }
 
@@ -536,10 +383,6 @@ static uint32_t QueryNumber(const XmlAttribute* pAttr, uint32_t NumBytes, void* 
   return SYS_REG_OK;
 }
 
-static uint32_t Min(uint32_t A, uint32_t B) {
-  return A < B ? A : B;
-}
-
 // Two counts run side by side. Remaining is what the reported size is made of: it leaves out the
 // terminators, as callers of the format expect. Pos is where bytes really go, so that none of them
 // lies behind the buffer. Pos never exceeds the capacity.
@@ -552,11 +395,11 @@ static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* 
   STRINGS        Strings;
   StartStrings(&Strings, pValue);
   for (uint32_t Index = 1; pAttr != NULL; Index++) {
-    const uint32_t Room   = Min(Remaining, Capacity - Pos);
+    const uint32_t Room   = UTIL_MinU32(Remaining, Capacity - Pos);
     const uint32_t Length = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData + Pos, Room);
-    Remaining -= Min(Length, Remaining);
+    Remaining -= UTIL_MinU32(Length, Remaining);
     if (Remaining > 0) {
-      Pos += Min(Length + 1, Room);
+      Pos += UTIL_MinU32(Length + 1, Room);
     }
     Total += Length;
     pAttr = FindString(&Strings, Index);

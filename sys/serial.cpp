@@ -6,12 +6,11 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include "sys/memory.h"
 #include "sys/serial_settings.h"
-#include "sys/sockets.h"
+#include "sys/wait_ready.h"
 #include "util/format.h"
 #include "util/string.h"
 
@@ -96,7 +95,7 @@ SYS_SERIAL_PORT* SYS_SERIAL_Open(const char* sName, uint32_t BaudRate) {
   if (hPort < 0) {
     return NULL;
   }
-  if (hPort >= FD_SETSIZE) {
+  if (!SYS_WAIT_IsSelectable(hPort)) {
     close(hPort);
     return NULL;
   }
@@ -127,7 +126,7 @@ int32_t SYS_SERIAL_GetDescriptor(const SYS_SERIAL_PORT* pPort) {
 
 int32_t SYS_SERIAL_Read(SYS_SERIAL_PORT* pPort, void* pBuffer, uint32_t NumBytes,
                         uint32_t Timeout) {
-  const int32_t NumReady = SYS_SOCKET_WaitReadable(pPort->hPort, Timeout);
+  const int32_t NumReady = SYS_WAIT_Readable(pPort->hPort, SYS_WAIT_SplitMs(Timeout));
   if (NumReady < 1) {
     return NumReady;
   }

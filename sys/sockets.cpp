@@ -7,16 +7,34 @@
 #include <stddef.h>
 #include <string.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include "sys/clock.h"
+#include "sys/wait_ready.h"
 
 static const uint32_t CONNECT_POLL_US  = 10000;  // one wait for a pending connect
 static const uint32_t ERROR_PAUSE_MS   = 10;     // after a wait that failed
 static const uint64_t RETRY_SPACING_US = 9001;   // from one refused attempt to the next, about
+
+namespace {
+
+// Where SYS_TCP_ConnectTimeout stands with one connect(). A refused attempt is followed by the next.
+enum ATTEMPT_STATE {
+  ATTEMPT_DUE,
+  ATTEMPT_PENDING,
+  ATTEMPT_REFUSED,
+  ATTEMPT_CONNECTED,
+  ATTEMPT_IMPOSSIBLE  // no socket
+};
+
+struct ATTEMPT {
+  ATTEMPT_STATE State;
+  int32_t       hSocket;  // open while PENDING, REFUSED and CONNECTED
+  uint64_t      Start;    // by SYS_TIME_GetUs
+};
+
+}  // namespace
 
 static int SetFlag(int hSocket, int Level, int Name, int Value) {
   return setsockopt(hSocket, Level, Name, &Value, sizeof(Value));
@@ -24,13 +42,6 @@ static int SetFlag(int hSocket, int Level, int Name, int Value) {
 
 static int SetIoctl(int hSocket, unsigned long Request, int Value) {
   return ioctl(hSocket, Request, &Value);
-}
-
-static struct timeval SplitMs(uint32_t Milliseconds) {
-  struct timeval Time;
-  Time.tv_sec  = Milliseconds / 1000;
-  Time.tv_usec = (suseconds_t)(Milliseconds % 1000 * 1000);
-  return Time;
 }
 
 static struct sockaddr_in MakeAddrIPv4(uint32_t Addr, uint16_t Port) {
@@ -47,24 +58,6 @@ static struct sockaddr_in6 MakeAddrIPv6(const uint8_t* pAddr, uint16_t Port) {
   SockAddr.sin6_port           = htons(Port);
   memcpy(&SockAddr.sin6_addr, pAddr, sizeof(SockAddr.sin6_addr));
   return SockAddr;
-}
-
-// Whether a set of select() has a bit for it; setting one beyond would write behind the set.
-static int IsSelectable(int hSocket) {
-  return hSocket >= 0 && hSocket < FD_SETSIZE;
-}
-
-// The result of select() for the one socket; -1 with EBADF for what it does not know.
-static int32_t WaitReady(int hSocket, int ForWriting, struct timeval Timeout) {
-  if (!IsSelectable(hSocket)) {
-    errno = EBADF;
-    return -1;
-  }
-  fd_set Set;
-  FD_ZERO(&Set);
-  FD_SET(hSocket, &Set);
-  return ForWriting ? select(hSocket + 1, NULL, &Set, NULL, &Timeout)
-                    : select(hSocket + 1, &Set, NULL, NULL, &Timeout);
 }
 
 // Passes hSocket on, which may be -1.
@@ -143,7 +136,7 @@ int32_t SYS_TCP_Accept(int32_t hSocket) {
 int32_t SYS_TCP_AcceptTimeout(int32_t hSocket, uint32_t Timeout) {
   const int32_t NumReady = SYS_SOCKET_WaitReadable(hSocket, Timeout);
   if (NumReady == 0) {
-    return -2;
+    return SYS_TCP_ERR_TIMEOUT;
   }
   return NumReady < 0 ? -1 : SYS_TCP_Accept(hSocket);
 }
@@ -158,21 +151,6 @@ int32_t SYS_SOCKET_ConnectIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t P
   return connect(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr));
 }
 
-// A non-blocking socket whose connection is under way, or -1.
-static int32_t StartConnect(uint32_t Addr, uint16_t Port) {
-  const int32_t hSocket = SYS_TCP_CreateIPv4();
-  if (hSocket >= 0 && !IsSelectable(hSocket)) {
-    close(hSocket);
-    errno = EMFILE;
-    return -1;
-  }
-  if (hSocket >= 0) {
-    SYS_SOCKET_SetNonBlocking(hSocket);
-    SYS_SOCKET_ConnectIPv4(hSocket, Addr, Port);  // pending or failed: the first wait tells
-  }
-  return hSocket;
-}
-
 // TCP connects a socket to itself when nobody listens at the peer's port and the system picks just
 // that one for this end. Trying often enough meets it.
 static int IsConnectedToItself(int hSocket) {
@@ -185,56 +163,93 @@ static int IsConnectedToItself(int hSocket) {
   return ntohl(Own.sin_addr.s_addr) == PeerAddr && ntohs(Own.sin_port) == PeerPort;
 }
 
+// Ends the attempt as refused, and waits so long that the next one follows about 10 ms after it.
+static void EndRefused(ATTEMPT* pAttempt) {
+  SYS_SOCKET_SetLinger(pAttempt->hSocket,
+                       0);  // connected to itself it would keep the port for minutes
+  close(pAttempt->hSocket);
+  pAttempt->State        = ATTEMPT_DUE;
+  const uint64_t Elapsed = SYS_TIME_GetUsSince(pAttempt->Start);
+  if (Elapsed < RETRY_SPACING_US) {
+    SYS_Sleep((uint32_t)((RETRY_SPACING_US - Elapsed) / 1000));
+  }
+}
+
+// Makes a non-blocking socket and starts to connect it.
+static void StartAttempt(ATTEMPT* pAttempt, uint32_t Addr, uint16_t Port) {
+  pAttempt->Start   = SYS_TIME_GetUs();
+  pAttempt->hSocket = SYS_TCP_CreateIPv4();
+  if (pAttempt->hSocket < 0) {
+    pAttempt->State = ATTEMPT_IMPOSSIBLE;
+    return;
+  }
+  if (!SYS_WAIT_IsSelectable(pAttempt->hSocket)) {
+    close(pAttempt->hSocket);
+    errno           = EMFILE;
+    pAttempt->State = ATTEMPT_IMPOSSIBLE;
+    return;
+  }
+  SYS_SOCKET_SetNonBlocking(pAttempt->hSocket);
+  // Any other error is a failure now. Darwin never reports such a socket writable, so waiting for it
+  // would use up the whole time-out.
+  const int32_t Result   = SYS_SOCKET_ConnectIPv4(pAttempt->hSocket, Addr, Port);
+  const int     IsFailed = Result != 0 && errno != EINPROGRESS && errno != EINTR;
+  pAttempt->State        = IsFailed ? ATTEMPT_REFUSED : ATTEMPT_PENDING;
+}
+
+// Waits a moment for the attempt's end.
+static void PollAttempt(ATTEMPT* pAttempt) {
+  const int32_t hSocket  = pAttempt->hSocket;
+  const int32_t NumReady = SYS_WAIT_Writable(hSocket, timeval{0, CONNECT_POLL_US});
+  if (NumReady < 0 && errno != EINTR) {
+    SYS_Sleep(ERROR_PAUSE_MS);  // did not wait: without this the loop would spin
+  }
+  if (NumReady <= 0) {
+    return;
+  }
+  // Connected or refused; a send of nothing tells which.
+  SYS_SOCKET_SetBlocking(hSocket);
+  const int IsConnected = send(hSocket, "", 0, 0) == 0 && !IsConnectedToItself(hSocket);
+  pAttempt->State       = IsConnected ? ATTEMPT_CONNECTED : ATTEMPT_REFUSED;
+}
+
 int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
                                int32_t (*pfIsAborted)(void)) {
-  const uint64_t Start        = SYS_TIME_GetMs();
-  uint64_t       AttemptStart = 0;
-  int32_t        hSocket      = -1;  // -1: an attempt is due
-
-  for (;;) {
-    if (hSocket < 0) {
-      AttemptStart = SYS_TIME_GetUs();
-      hSocket      = StartConnect(Addr, Port);
-      if (hSocket < 0) {
-        return -1;
-      }
+  const uint64_t Start   = SYS_TIME_GetMs();
+  ATTEMPT        Attempt = {};
+  int32_t        Result  = 0;
+  while (Result == 0) {
+    if (Attempt.State == ATTEMPT_DUE) {
+      StartAttempt(&Attempt, Addr, Port);
     }
-    const int32_t NumReady = WaitReady(hSocket, 1, timeval{0, CONNECT_POLL_US});
-    if (NumReady < 0 && errno != EINTR) {
-      SYS_Sleep(ERROR_PAUSE_MS);  // did not wait: without this the loop would spin
-    } else if (NumReady > 0) {
-      // Connected or refused; a send of nothing tells which.
-      SYS_SOCKET_SetBlocking(hSocket);
-      if (send(hSocket, "", 0, 0) == 0 && !IsConnectedToItself(hSocket)) {
-        return hSocket;
-      }
-      SYS_SOCKET_SetLinger(hSocket, 0);  // connected to itself it would keep the port for minutes
-      close(hSocket);
-      hSocket                = -1;
-      const uint64_t Elapsed = SYS_TIME_GetUsSince(AttemptStart);
-      if (Elapsed < RETRY_SPACING_US) {
-        SYS_Sleep((uint32_t)((RETRY_SPACING_US - Elapsed) / 1000));
-      }
+    if (Attempt.State == ATTEMPT_IMPOSSIBLE) {
+      return -1;
     }
-    int32_t Result = 0;
+    if (Attempt.State == ATTEMPT_PENDING) {
+      PollAttempt(&Attempt);
+    }
+    if (Attempt.State == ATTEMPT_CONNECTED) {
+      return Attempt.hSocket;
+    }
+    if (Attempt.State == ATTEMPT_REFUSED) {
+      EndRefused(&Attempt);
+    }
     if (pfIsAborted != NULL && pfIsAborted() != 0) {
-      Result = -3;
+      Result = SYS_TCP_ERR_ABORTED;
     } else if (SYS_TIME_GetMs() - Start > Timeout) {
-      Result = -2;
-    }
-    if (Result != 0) {
-      if (hSocket >= 0) {
-        close(hSocket);
-      }
-      return Result;
+      Result = SYS_TCP_ERR_TIMEOUT;
     }
   }
+  if (Attempt.State == ATTEMPT_PENDING) {
+    close(Attempt.hSocket);
+  }
+  return Result;
 }
 
 int32_t SYS_SOCKET_Send(int32_t hSocket, const void* pData, uint32_t NumBytes) {
   const ssize_t NumSent = send(hSocket, pData, NumBytes, 0);
   if (NumSent < 0) {
-    return errno == EAGAIN ? -2 : -1;
+    return errno == EAGAIN ? SYS_SOCKET_ERR_WOULD_BLOCK : SYS_SOCKET_ERR_OTHER;
   }
   return (int32_t)NumSent;
 }
@@ -246,15 +261,15 @@ int32_t SYS_SOCKET_Receive(int32_t hSocket, void* pBuffer, uint32_t NumBytes) {
   }
   switch (errno) {
     case EAGAIN:
-      return -2;
+      return SYS_SOCKET_ERR_WOULD_BLOCK;
     case ETIMEDOUT:
-      return -3;
+      return SYS_SOCKET_ERR_TIMED_OUT;
     case ENETRESET:
-      return -4;
+      return SYS_SOCKET_ERR_NET_RESET;
     case EINTR:
-      return -5;
+      return SYS_SOCKET_ERR_INTERRUPTED;
     default:
-      return -1;
+      return SYS_SOCKET_ERR_OTHER;
   }
 }
 
@@ -278,11 +293,11 @@ int32_t SYS_SOCKET_IsDataPending(int32_t hSocket) {
 }
 
 int32_t SYS_SOCKET_WaitReadable(int32_t hSocket, uint32_t Timeout) {
-  return WaitReady(hSocket, 0, SplitMs(Timeout));
+  return SYS_WAIT_Readable(hSocket, SYS_WAIT_SplitMs(Timeout));
 }
 
 int32_t SYS_SOCKET_WaitWritable(int32_t hSocket, uint32_t Timeout) {
-  return WaitReady(hSocket, 1, SplitMs(Timeout));
+  return SYS_WAIT_Writable(hSocket, SYS_WAIT_SplitMs(Timeout));
 }
 
 int32_t SYS_SOCKET_AllowBroadcast(int32_t hSocket) {
@@ -307,7 +322,7 @@ int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket) {
 
 static int32_t SetLingerOption(int hSocket, int OnOff, uint32_t Seconds) {
   const struct linger Linger = {OnOff, (int)Seconds};
-  setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Linger, sizeof(Linger));
+  setsockopt(hSocket, SOL_SOCKET, SO_LINGER_SEC, &Linger, sizeof(Linger));
   return 0;
 }
 
@@ -324,8 +339,8 @@ int32_t SYS_SOCKET_SetNoLinger(int32_t hSocket) {
 }
 
 int32_t SYS_SOCKET_SetTimeouts(int32_t hSocket, uint32_t SendTimeout, uint32_t ReceiveTimeout) {
-  const struct timeval Send    = SplitMs(SendTimeout);
-  const struct timeval Receive = SplitMs(ReceiveTimeout);
+  const struct timeval Send    = SYS_WAIT_SplitMs(SendTimeout);
+  const struct timeval Receive = SYS_WAIT_SplitMs(ReceiveTimeout);
   setsockopt(hSocket, SOL_SOCKET, SO_SNDTIMEO, &Send, sizeof(Send));
   return setsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &Receive, sizeof(Receive));
 }

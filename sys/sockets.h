@@ -24,6 +24,18 @@
 
 #include <stdint.h>
 
+// What a send or a receive returns instead of a number of bytes.
+enum {
+  SYS_SOCKET_ERR_OTHER       = -1,
+  SYS_SOCKET_ERR_WOULD_BLOCK = -2,  // not now: non-blocking, or the socket's own time-out ran out
+  SYS_SOCKET_ERR_TIMED_OUT   = -3,  // the connection timed out
+  SYS_SOCKET_ERR_NET_RESET   = -4,  // the network reset it
+  SYS_SOCKET_ERR_INTERRUPTED = -5   // by a signal
+};
+
+// What an accept or a connect with a time-out returns instead of a descriptor, beside -1.
+enum { SYS_TCP_ERR_TIMEOUT = -2, SYS_TCP_ERR_ABORTED = -3 };
+
 // ---- Making and closing -------------------------------------------------------------------------
 
 // The descriptor, or -1. DualStack not 0: the socket also reaches IPv4 peers, under mapped
@@ -49,7 +61,8 @@ void SYS_SOCKET_Shutdown(int32_t hSocket, int32_t How);
 int32_t SYS_TCP_ListenIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port, int32_t Backlog);
 int32_t SYS_TCP_ListenIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t Port, int32_t Backlog);
 
-// Waits for a connection. Returns its descriptor or -1, and with a time-out -2 when none came in.
+// Waits for a connection. Returns its descriptor or -1, and with a time-out SYS_TCP_ERR_TIMEOUT when
+// none came in.
 // A connection may be over before it is taken: the accept then fails (ECONNABORTED: accept again)
 // or waits for the next one, with a time-out too, unless hSocket is non-blocking. What a
 // non-blocking socket accepts is non-blocking as well on some systems, macOS among them.
@@ -67,7 +80,7 @@ int32_t SYS_SOCKET_ConnectIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t P
 // pfIsAborted (may be NULL) is called about every 10 ms, from this thread; not 0 ends the attempt.
 //
 // Returns the connected, blocking socket; -1 when no socket can be made (or none that select()
-// knows); -2 after the time-out; -3 when aborted. No socket stays open but the one returned.
+// knows); SYS_TCP_ERR_TIMEOUT; SYS_TCP_ERR_ABORTED. No socket stays open but the one returned.
 // At least one attempt is made, also with a time-out of 0. A socket that TCP connects to itself, as
 // may happen with a port of this machine where nobody listens, counts as refused.
 int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
@@ -75,13 +88,13 @@ int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
 
 // ---- Transfer -----------------------------------------------------------------------------------
 
-// One send(): the number of bytes taken, which may be less than asked for; -2 when the socket can
-// take none now (non-blocking, or its send time-out ran out: EAGAIN); -1 for any other error.
+// One send(): the number of bytes taken, which may be less than asked for;
+// SYS_SOCKET_ERR_WOULD_BLOCK when the socket can take none now (EAGAIN); SYS_SOCKET_ERR_OTHER.
 int32_t SYS_SOCKET_Send(int32_t hSocket, const void* pData, uint32_t NumBytes);
 
-// One recv(): the number of bytes received; 0 when the peer will send no more; -2 when there is
-// nothing now (EAGAIN), -3 when the connection timed out (ETIMEDOUT), -4 when the network reset it
-// (ENETRESET), -5 when a signal interrupted (EINTR), -1 for any other error.
+// One recv(): the number of bytes received; 0 when the peer will send no more;
+// SYS_SOCKET_ERR_WOULD_BLOCK when there is nothing now (EAGAIN), _TIMED_OUT (ETIMEDOUT), _NET_RESET
+// (ENETRESET), _INTERRUPTED (EINTR), _OTHER for any other error.
 int32_t SYS_SOCKET_Receive(int32_t hSocket, void* pBuffer, uint32_t NumBytes);
 
 // Receives until NumBytes bytes are there and returns NumBytes. -1 as soon as the peer ends or
@@ -106,8 +119,7 @@ int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket);
 
 // How long closing waits for unsent data, in whole seconds: milliseconds rounded to the nearest,
 // but at least 1 unless 0. With 0 closing drops the data and resets the connection. Both return 0
-// always. The option is SO_LINGER, in seconds by POSIX; Darwin's header, as it is included by
-// default, says that it counts in ticks there. What a given time becomes only a Mac can show.
+// always. macOS keeps the time in 16 bits of 10 ms each: give at most 327 seconds.
 int32_t SYS_SOCKET_SetLinger(int32_t hSocket, uint32_t Milliseconds);
 int32_t SYS_SOCKET_SetNoLinger(int32_t hSocket);
 

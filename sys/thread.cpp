@@ -11,11 +11,15 @@
 static const uint32_t STILL_RUNNING = 259;
 static const long     POLL_NS       = 1000000;  // between two tries to lock with a limit
 
+namespace {
+
 // What the trampoline of SYS_THREAD_StartCall hands to the new thread, which frees it.
 struct CALL {
   void (*pfRoutine)(void*);
   void* pArg;
 };
+
+}  // namespace
 
 static SYS_MUTEX aMutexes[SYS_MUTEX_SLOTS];
 static SYS_EVENT aEvents[SYS_EVENT_SLOTS];

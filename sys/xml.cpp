@@ -201,7 +201,7 @@ XmlElement* SYS_XML_AppendSibling(XmlDocument* pDoc, XmlElement* pElement, const
 
 int32_t SYS_XML_CopyElementName(const XmlElement* pElement, char* pBuffer, uint32_t BufferSize) {
   if (pElement == NULL) {
-    return -1;
+    return SYS_XML_ERR_ARGUMENT;
   }
   UTIL_CopyString(pBuffer, pElement->sName, BufferSize);
   return pElement->NameLen;
@@ -226,7 +226,7 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
   const uint32_t NameLen  = TextLength(sName);
   const uint32_t ValueLen = TextLength(sValue);
   if (pDoc == NULL || pElement == NULL || NameLen == 0) {
-    return -1;
+    return SYS_XML_ERR_ARGUMENT;
   }
   if (sValue == NULL) {
     sValue = "";
@@ -238,7 +238,7 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
       pLast = pLast->pNext;
     }
     pAttr = SYS_XML_AddAttr(pDoc, pElement, pLast, sName, NameLen, sValue, ValueLen);
-    return pAttr == NULL ? SYS_XML_ERR_MEMORY : 0;
+    return pAttr == NULL ? SYS_XML_ERR_MEMORY : SYS_XML_OK;
   }
   if (ValueLen < pAttr->ValueRoom) {
     memmove(pAttr->sValue, sValue, ValueLen);  // may be part of itself
@@ -252,7 +252,7 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
     pAttr->ValueRoom = GetTextRoom(ValueLen);
   }
   pAttr->ValueLen = ValueLen;
-  return 0;
+  return SYS_XML_OK;
 }
 
 void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr) {
@@ -268,19 +268,19 @@ void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr) {
 
 int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName) {
   if (pElement == NULL) {
-    return -1;
+    return SYS_XML_ERR_ARGUMENT;
   }
   XmlAttribute* pAttr = SYS_XML_FindAttr(pElement, sName);
   if (pAttr == NULL) {
-    return 1;
+    return SYS_XML_NOT_FOUND;
   }
   SYS_XML_UnlinkAttr(pElement, pAttr);
-  return 0;
+  return SYS_XML_OK;
 }
 
 int32_t SYS_XML_CopyAttrValue(const XmlAttribute* pAttr, char* pBuffer, uint32_t BufferSize) {
   if (pAttr == NULL) {
-    return -1;
+    return SYS_XML_ERR_ARGUMENT;
   }
   UTIL_CopyString(pBuffer, pAttr->sValue, BufferSize);
   return (int32_t)pAttr->ValueLen;

@@ -47,12 +47,18 @@ struct XmlDocument {
   XmlArena*   pArena;
 };
 
-// Why a text or a file could not be loaded.
+// Results. Each function says which of them it gives; the texts of what cannot be loaded give those
+// of the second group.
 enum {
+  SYS_XML_OK           = 0,
+  SYS_XML_NOT_FOUND    = 1,   // nothing of that name
+  SYS_XML_ERR_ARGUMENT = -1,  // a NULL pointer, a NULL or empty name
+  SYS_XML_ERR_TOO_LONG = -2,  // the text does not fit
+  SYS_XML_ERR_MEMORY   = -5,  // no memory
+
   SYS_XML_ERR_TEXT    = -1,  // text between elements
   SYS_XML_ERR_TAG     = -2,  // a tag without a name, or with something odd in it
   SYS_XML_ERR_ATTR    = -3,  // an attribute without name, "=", opening or closing quote
-  SYS_XML_ERR_MEMORY  = -5,  // no memory
   SYS_XML_ERR_END_TAG = -7,  // an end tag that does not end the open element
   SYS_XML_ERR_DEPTH   = -8,  // elements nested too deep
   SYS_XML_ERR_NO_ROOT = -9,  // nothing wrong, but no element either; an empty file gives this
@@ -94,10 +100,10 @@ XmlDocument* SYS_XML_LoadDoc(const char* sPath, int32_t* pError);
 // Elements may be nested deeper here than the loader reads them back.
 //
 // Returns the number of bytes stored, at most BufferSize, or
-//   -1  pBuffer or pDoc is NULL
-//   -2  the text is longer than BufferSize or than SYS_XML_MAX_TEXT; pBuffer holds the beginning,
-//       as many bytes as the lower of the two says
-//   -5  no memory; pBuffer is as before
+//   SYS_XML_ERR_ARGUMENT  pBuffer or pDoc is NULL
+//   SYS_XML_ERR_TOO_LONG  the text is longer than BufferSize or than SYS_XML_MAX_TEXT; pBuffer holds
+//                         the beginning, as many bytes as the lower of the two says
+//   SYS_XML_ERR_MEMORY    no memory; pBuffer is as before
 int32_t SYS_XML_StoreDoc(const XmlDocument* pDoc, char* pBuffer, uint32_t BufferSize);
 
 // Frees the document with all that is in it; does nothing for NULL.
@@ -134,7 +140,8 @@ XmlElement* SYS_XML_FindOrAddChild(XmlDocument* pDoc, XmlElement* pElement, cons
 XmlElement* SYS_XML_AppendSibling(XmlDocument* pDoc, XmlElement* pElement, const char* sName);
 
 // Copies at most BufferSize - 1 characters of the name and a terminator; nothing for a pBuffer of
-// NULL or a BufferSize of 0. Returns the length of the whole name, -1 for a NULL element.
+// NULL or a BufferSize of 0. Returns the length of the whole name, SYS_XML_ERR_ARGUMENT for a NULL
+// element.
 int32_t SYS_XML_CopyElementName(const XmlElement* pElement, char* pBuffer, uint32_t BufferSize);
 
 // ---- Attributes ---------------------------------------------------------------------------------
@@ -145,13 +152,14 @@ XmlAttribute* SYS_XML_FindAttr(const XmlElement* pElement, const char* sName);
 // Gives the first attribute of that name the value, or adds one as the last. A NULL value is the
 // empty string; sValue may be the attribute's own text. A value takes memory only when it is longer
 // than any that the attribute had before; its former place is then lost until SYS_XML_FreeDoc.
-// Returns 0; -1 for a NULL document or element, NULL or empty name; -5 when there is no memory: the
-// element is then as before.
+// Returns SYS_XML_OK; SYS_XML_ERR_ARGUMENT for a NULL document or element, NULL or empty name;
+// SYS_XML_ERR_MEMORY: the element is then as before.
 int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sName,
                         const char* sValue);
 
 // Unlinks the first attribute of that name.
-// Returns 0; 1 when there is none, or for a NULL name; -1 for a NULL element.
+// Returns SYS_XML_OK; SYS_XML_NOT_FOUND when there is none, or for a NULL name; SYS_XML_ERR_ARGUMENT
+// for a NULL element.
 int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName);
 
 // Unlinks this attribute, which must be one of pElement's. Its own pPrev and pNext stay as they
@@ -159,7 +167,8 @@ int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName);
 void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr);
 
 // Copies at most BufferSize - 1 characters of the value and a terminator; nothing for a pBuffer of
-// NULL or a BufferSize of 0. Returns the length of the whole value, -1 for a NULL attribute.
+// NULL or a BufferSize of 0. Returns the length of the whole value, SYS_XML_ERR_ARGUMENT for a NULL
+// attribute.
 int32_t SYS_XML_CopyAttrValue(const XmlAttribute* pAttr, char* pBuffer, uint32_t BufferSize);
 
 // ---- Names --------------------------------------------------------------------------------------

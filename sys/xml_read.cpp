@@ -3,15 +3,19 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "sys/file.h"
+#include "sys/files.h"
 #include "sys/memory.h"
 #include "sys/xml.h"
 #include "sys/xml_node.h"
+
+namespace {
 
 struct READER {
   const char*  s;  // what comes next
   XmlDocument* pDoc;
 };
+
+}  // namespace
 
 // Sixteen times what the writer gives out. A document takes a multiple of its text in memory.
 static const int64_t MAX_FILE_SIZE = 16 * 1024 * 1024;

@@ -5,15 +5,16 @@
 #include "sys/dynbuffer.h"
 #include "sys/xml.h"
 
+namespace {
+
 struct WRITER {
   DYNBUFFER Buffer;
   int32_t   Error;  // the first one; nothing is written behind it
 };
 
-static const uint32_t INITIAL_SIZE         = 4096;
-static const int32_t  DYNBUFFER_OUT_OF_MEM = -2;
-static const int32_t  ERR_ARGUMENT         = -1;
-static const int32_t  ERR_TOO_LONG         = -2;
+}  // namespace
+
+static const uint32_t INITIAL_SIZE = 4096;
 
 static uint32_t NumBytesInUse(const DYNBUFFER* pBuffer) {
   return pBuffer->Written != 0 ? pBuffer->HighestIndex + 1 : 0;
@@ -25,10 +26,10 @@ static void Write(WRITER* pWriter, const char* pText, uint32_t NumBytes) {
   }
   const uint32_t Room = SYS_XML_MAX_TEXT - NumBytesInUse(&pWriter->Buffer);
   if (NumBytes > Room) {
-    pWriter->Error = ERR_TOO_LONG;
+    pWriter->Error = SYS_XML_ERR_TOO_LONG;
     NumBytes       = Room;
   }
-  if (DynBufferAppend(&pWriter->Buffer, pText, NumBytes) == DYNBUFFER_OUT_OF_MEM) {
+  if (DynBufferAppend(&pWriter->Buffer, pText, NumBytes) == DYNBUFFER_ERR_MEMORY) {
     pWriter->Error = SYS_XML_ERR_MEMORY;
   }
 }
@@ -74,7 +75,7 @@ static void WriteElements(WRITER* pWriter, const XmlElement* pElement, uint32_t 
 int32_t SYS_XML_StoreDoc(const XmlDocument* pDoc, char* pBuffer, uint32_t BufferSize) {
   WRITER Writer;
   if (pDoc == NULL || pBuffer == NULL) {
-    return ERR_ARGUMENT;
+    return SYS_XML_ERR_ARGUMENT;
   }
   Writer.Error = 0;
   if (DynBufferCreate(&Writer.Buffer, NULL, SYS_XML_MAX_TEXT, INITIAL_SIZE, 0) != 0) {
@@ -86,7 +87,7 @@ int32_t SYS_XML_StoreDoc(const XmlDocument* pDoc, char* pBuffer, uint32_t Buffer
     const uint32_t NumBytes = NumBytesInUse(&Writer.Buffer);
     memcpy(pBuffer, Writer.Buffer.pData, NumBytes < BufferSize ? NumBytes : BufferSize);
     if (Result == 0) {
-      Result = NumBytes <= BufferSize ? (int32_t)NumBytes : ERR_TOO_LONG;
+      Result = NumBytes <= BufferSize ? (int32_t)NumBytes : SYS_XML_ERR_TOO_LONG;
     }
   }
   DynBufferFree(&Writer.Buffer);

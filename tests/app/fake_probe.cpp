@@ -14,8 +14,10 @@ FAKE_PROBE FakeProbe;
 static std::map<uint32_t, int> NumReadsAt;
 
 void FAKE_PROBE_Begin(uint64_t StartMs) {
-  FakeProbe        = FAKE_PROBE();
-  FakeProbe.TimeUs = StartMs * 1000;
+  FakeProbe           = FAKE_PROBE();
+  FakeProbe.TimeUs    = StartMs * 1000;
+  FakeProbe.TickNumer = 1;
+  FakeProbe.TickDenom = 1;
   NumReadsAt.clear();
   TimeOrigin = 0;
 }
@@ -27,7 +29,13 @@ static int32_t Called(const std::string& Call) {
 
 // These definitions stand before the system's own in this program.
 extern "C" uint64_t mach_absolute_time(void) {
-  return FakeProbe.TimeUs * 1000;
+  const auto Ns = static_cast<unsigned __int128>(FakeProbe.TimeUs) * 1000;
+  return static_cast<uint64_t>(Ns * FakeProbe.TickDenom / FakeProbe.TickNumer);
+}
+
+extern "C" int mach_timebase_info(mach_timebase_info_data_t* pInfo) {
+  *pInfo = {FakeProbe.TickNumer, FakeProbe.TickDenom};
+  return 0;
 }
 
 extern "C" int usleep(useconds_t Microseconds) {
@@ -39,10 +47,15 @@ extern "C" int usleep(useconds_t Microseconds) {
 int32_t QUOBEARM_ReadMemU32(uint32_t Address, uint32_t NumItems, uint32_t* pData, uint8_t*) {
   FakeProbe.NumReads++;
   FakeProbe.TimeUs += FakeProbe.TimePerReadUs;
+  Called("Read");
+  if (FakeProbe.Fails && FakeProbe.Fails(Address, NumReadsAt[Address])) {
+    NumReadsAt[Address]++;
+    return -1;
+  }
   for (uint32_t i = 0; i < NumItems; i++) {
     pData[i] = FakeProbe.Read(Address + 4 * i, NumReadsAt[Address + 4 * i]++);
   }
-  return Called("Read");
+  return 0;
 }
 
 int32_t QUOBEARM_WriteU32(uint32_t, uint32_t) {

@@ -41,6 +41,38 @@ TEST(AppClock, CountsOnWhenTheMillisecondsWrapAt32Bits) {
   EXPECT_EQ(2u, GetTimeMs());
 }
 
+// On arm64 Macs a tick is 125/3 ns.
+TEST(AppClock, TicksThatAreNotNanosecondsAreConverted) {
+  FAKE_PROBE_Begin(123456789);
+  FakeProbe.TickNumer = 125;
+  FakeProbe.TickDenom = 3;
+  EXPECT_EQ(0u, GetTimeMs());
+  EXPECT_EQ(123456789u, TimeOrigin);
+  FakeProbe.TimeUs += 25000 * 1000;
+  EXPECT_EQ(25000u, GetTimeMs());
+}
+
+// Ten years of ticks of 30 ns: times the numerator they exceed 64 bits.
+TEST(AppClock, ConversionDoesNotOverflow) {
+  const uint64_t TenYearsMs = 1000ull * 60 * 60 * 24 * 365 * 10;
+  FAKE_PROBE_Begin(TenYearsMs);
+  FakeProbe.TickNumer = 1000000000;
+  FakeProbe.TickDenom = 33333335;
+  GetTimeMs();
+  EXPECT_NEAR(static_cast<uint32_t>(TenYearsMs), TimeOrigin, 1);
+}
+
+TEST(AppResetF4, GivesUpAfter25SecondsWhateverATickIs) {
+  FAKE_PROBE_Begin(1000);
+  FakeProbe.TickNumer     = 125;
+  FakeProbe.TickDenom     = 3;
+  FakeProbe.Read          = [](uint32_t, int) -> uint32_t { return 0x0FFF55EC; };
+  FakeProbe.Fails         = [](uint32_t Address, int) { return Address == 0x40023C0C; };
+  FakeProbe.TimePerReadUs = 1000000;
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  EXPECT_EQ(2 + 25, FakeProbe.NumReads);
+}
+
 // A device that never gets ready.
 static uint32_t AlwaysBusyF4(uint32_t Address, int) {
   return Address == 0x40023C0C ? 0x10000 : 0x0FFF55EC;
@@ -61,6 +93,38 @@ TEST(AppResetF4, GivesUpWhenTheDeviceWasBusyFor25Seconds) {
   EXPECT_EQ(2, FakeProbe.NumResets);
   EXPECT_EQ("Reset", FakeProbe.Last);
   EXPECT_EQ(0u, FakeProbe.SleptUs);  // there is no pause between the reads
+}
+
+TEST(AppResetF4, GivesUpWhenTheStatusWasNotDeliveredFor25Seconds) {
+  FAKE_PROBE_Begin(1000);
+  FakeProbe.Read          = [](uint32_t, int) -> uint32_t { return 0; };
+  FakeProbe.Fails         = [](uint32_t Address, int) { return Address == 0x40023C0C; };
+  FakeProbe.TimePerReadUs = 1000000;
+  EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+  EXPECT_EQ(
+      "Reset target...O.K.\n"
+      "Reset option bytes (may take app. 20 seconds)..."
+      "Timeout while waiting for device to be unsecured.\n",
+      Output);
+  EXPECT_EQ(2 + 25, FakeProbe.NumReads);
+  EXPECT_EQ(2, FakeProbe.NumResets);
+}
+
+// A status that fails once, at any poll of an erase that takes ten.
+TEST(AppResetF4, OneFailedPollDoesNotEndTheWait) {
+  for (int Failed = 0; Failed < 10; Failed++) {
+    FAKE_PROBE_Begin(1000);
+    FakeProbe.Read = [](uint32_t Address, int NumReads) -> uint32_t {
+      return Address != 0x40023C0C ? 0x0FFFAAEC : NumReads < 9 ? 0x10000 : 0;
+    };
+    FakeProbe.Fails = [=](uint32_t Address, int NumReads) {
+      return Address == 0x40023C0C && NumReads == Failed;
+    };
+    FakeProbe.TimePerReadUs = 1000000;
+    EXPECT_EQ(0, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
+    // Identity, options, the polls, the options read back.
+    EXPECT_EQ(2 + (Failed == 9 ? 11 : 10) + 1, FakeProbe.NumReads) << Failed;
+  }
 }
 
 TEST(AppResetF4, ReadyAtTheLastMomentIsReady) {

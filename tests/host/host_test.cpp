@@ -12,6 +12,7 @@
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/sysctl.h>
 #include <sys/wait.h>
@@ -72,6 +73,57 @@ TEST(HostSocket, NoSigPipeTakesAnIntOfASocket) {
   EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_NOSIGPIPE, &One, sizeof(One)));
   EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_KEEPALIVE, &One, sizeof(One)));
   close(hSocket);
+}
+
+static int GetLingerTime(int hSocket, int Name) {
+  struct linger Linger = {0, -1};
+  socklen_t     Length = sizeof(Linger);
+  EXPECT_EQ(0, getsockopt(hSocket, SOL_SOCKET, Name, &Linger, &Length));
+  return Linger.l_linger;
+}
+
+TEST(HostSocket, LingerCountsInTicksOrInSecondsByItsName) {
+  const int           hSocket = socket(AF_INET, SOCK_STREAM, 0);
+  const struct linger Ticks   = {1, 201};
+  const struct linger Seconds = {1, 7};
+  EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Ticks, sizeof(Ticks)));
+  EXPECT_EQ(3, GetLingerTime(hSocket, SO_LINGER_SEC)) << "a part of a second is a whole one";
+  EXPECT_EQ(300, GetLingerTime(hSocket, SO_LINGER));
+  EXPECT_EQ(0, setsockopt(hSocket, SOL_SOCKET, SO_LINGER_SEC, &Seconds, sizeof(Seconds)));
+  EXPECT_EQ(7, GetLingerTime(hSocket, SO_LINGER_SEC));
+  EXPECT_EQ(-1, setsockopt(hSocket, SOL_SOCKET, SO_LINGER, &Ticks, sizeof(int)));
+  close(hSocket);
+}
+
+static int SelectWritable(int hSocket) {
+  fd_set Set;
+  FD_ZERO(&Set);
+  FD_SET(hSocket, &Set);
+  struct timeval Time = {0, 1000};
+  return select(hSocket + 1, nullptr, &Set, nullptr, &Time);
+}
+
+// Nobody connects to 224.0.0.1: the call fails before anything is sent.
+TEST(HostSocket, AStreamSocketWhoseConnectFailedAtOnceIsNotReportedWritable) {
+  struct sockaddr_in Addr = {};
+  Addr.sin_family         = AF_INET;
+  Addr.sin_port           = htons(5000);
+  Addr.sin_addr.s_addr    = htonl(0xE0000001);
+  const int hStream       = socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_EQ(1, SelectWritable(hStream));
+  EXPECT_EQ(-1, connect(hStream, (const struct sockaddr*)&Addr, sizeof(Addr)));
+  EXPECT_EQ(0, SelectWritable(hStream));
+  close(hStream);
+  const int hNext = socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_EQ(hStream, hNext);
+  EXPECT_EQ(1, SelectWritable(hNext)) << "another socket with the same descriptor";
+  close(hNext);
+
+  const int hDatagram = socket(AF_INET, SOCK_DGRAM, 0);
+  Addr.sin_family     = AF_UNIX;
+  EXPECT_EQ(-1, connect(hDatagram, (const struct sockaddr*)&Addr, sizeof(Addr)));
+  EXPECT_EQ(1, SelectWritable(hDatagram)) << "has no connection to fail";
+  close(hDatagram);
 }
 
 // ---- Lines --------------------------------------------------------------------------------------

@@ -9,7 +9,8 @@ The same promises hold for each FILE, ELF or Mach-O:
   - it does not depend on the probe library, which is only opened at run time
   - Mach-O: each export is a place of its own in the code; it depends on the four libraries below
     and no other, looks for none in folders of its own, is position independent, binds names to
-    libraries, and asks for no other system than MINIMUM_OS says
+    libraries, asks for no other system than MINIMUM_OS says, and carries an ad-hoc signature that
+    fits each page of the file: the kernel ends a program at the first page that does not fit
 
 With --product each FILE is what users get: it has a slice for every processor of MINIMUM_OS, and
 each slice imports exactly what the list IMPORTS says, from the library that it says. What a call of
@@ -21,7 +22,9 @@ status 1 when something is not as it should be, each such thing told in a line.
 
 import argparse
 import collections
+import hashlib
 import re
+import struct
 import sys
 
 import lief
@@ -37,6 +40,11 @@ MINIMUM_OS = {"X86_64": "macOS 10.13", "ARM64": "macOS 11.0"}
 NEWER_THAN_MINIMUM = {"___darwin_check_fd_set_overflow"}
 # The linker's label for the file header. Apple's linker exports it whatever the list says.
 HEADER_LABEL = "__mh_execute_header"
+# Of a signature, as Darwin's <kern/cs_blobs.h> has them.
+EMBEDDED_SIGNATURE = 0xfade0cc0
+CODE_DIRECTORY_SLOT = 0
+SIGNED_AD_HOC = 0x2
+SHA256 = 2
 
 faults = 0
 
@@ -157,7 +165,31 @@ def check_exports(where, binary, wanted):
     return len(names)
 
 
-def check_slice(where, binary, wanted, imports):
+def check_signature(where, binary, data):
+    """The code directory of the signature: made ad hoc, over the whole slice, each page as hashed."""
+    signature = binary.code_signature
+    blob = data[signature.data_offset:signature.data_offset + signature.data_size]
+    magic, _, count = struct.unpack_from(">3I", blob)
+    slots = dict(struct.unpack_from(">2I", blob, 12 + 8 * i) for i in range(count))
+    if magic != EMBEDDED_SIGNATURE or CODE_DIRECTORY_SLOT not in slots:
+        fault(where, "the code signature has no code directory")
+        return
+    start = slots[CODE_DIRECTORY_SLOT]
+    (_, _, _, flags, hash_offset, _, _, num_pages, code_limit, hash_size, hash_type, _,
+     page_shift) = struct.unpack_from(">9I4B", blob, start)
+    if not flags & SIGNED_AD_HOC or hash_type != SHA256:
+        fault(where, f"the code signature has flags {flags:#x} and hash type {hash_type}")
+    page_size = 1 << page_shift
+    if code_limit != signature.data_offset or num_pages != -(-code_limit // page_size):
+        fault(where, "the code signature is not of the whole file")
+    for page in range(num_pages):
+        at = start + hash_offset + page * hash_size
+        code = data[page * page_size:min((page + 1) * page_size, code_limit)]
+        if hashlib.sha256(code).digest() != blob[at:at + hash_size]:
+            fault(where, f"page {page} is not as it was when it was signed")
+
+
+def check_slice(where, binary, data, wanted, imports):
     cpu = binary.header.cpu_type.name
     num_exports = check_exports(where, binary, wanted)
 
@@ -180,8 +212,9 @@ def check_slice(where, binary, wanted, imports):
     for flag in ("PIE", "TWOLEVEL", "NOUNDEFS"):
         if flag not in flags:
             fault(where, f"header flag {flag} is not set")
-    # arm64 systems start nothing that is unsigned.
-    if cpu == "ARM64" and not binary.has_code_signature:
+    if binary.has_code_signature:
+        check_signature(where, binary, data)
+    else:
         fault(where, "carries no code signature")
     print(f"{where}: {num_exports} exports, {len(libraries)} libraries, {minimum} up")
     if imports is not None:
@@ -194,8 +227,10 @@ def check_macho(path, wanted, imports):
     found = [binary.header.cpu_type.name for binary in file]
     if (len(found) > 1 or imports is not None) and sorted(found) != sorted(MINIMUM_OS):
         fault(path, f"has the slices {', '.join(found)}, wanted are {', '.join(MINIMUM_OS)}")
+    with open(path, "rb") as bytes_of_file:
+        data = bytes_of_file.read()
     for cpu, binary in zip(found, file):
-        check_slice(f"{path} ({cpu})", binary, wanted, imports)
+        check_slice(f"{path} ({cpu})", binary, data[binary.fat_offset:], wanted, imports)
 
 
 def main():

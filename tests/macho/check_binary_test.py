@@ -38,6 +38,14 @@ def spoil_text(old, new):
     return change
 
 
+def spoil_code_directory(field, value):
+    """Stores a number in the signature of the x86-64 slice; fields are big-endian, of 4 bytes."""
+    def change(data, binary, start):
+        at = data.index(b"\xfa\xde\x0c\x02", start + binary.code_signature.data_offset) + 4 * field
+        data[at:at + 4] = value.to_bytes(4, "big")
+    return change
+
+
 def command(kind):
     return lambda binary: next(c for c in binary.commands if c.command.name == kind).command_offset
 
@@ -86,6 +94,14 @@ SPOILT = [
     ("an import that only newer systems have", spoil_text(
         b"\x41___darwin_check_fd_set_overflow\0", b"\x40___darwin_check_fd_set_overflow\0"),
      ["does not start without ___darwin_check_fd_set_overflow"]),
+    ("code that was changed after it was signed",
+     spoil_text(b"OSTREL Quobe Unlock", b"OSTREL Quobe UnlocK"),
+     ["is not as it was when it was signed"]),
+    ("a signature with a maker", spoil_code_directory(3, 0), ["the code signature has flags 0x0"]),
+    ("a signature of the first pages only", spoil_code_directory(8, 0x2000),
+     ["the code signature is not of the whole file"]),
+    ("a signature of nothing", spoil_text(b"\xfa\xde\x0c\xc0", b"\xfa\xde\x0c\xc1"),
+     ["the code signature has no code directory"]),
 ]
 
 # The same for what is packed or signed: the slice is taken apart and put together again.
@@ -98,6 +114,8 @@ SPOILT_SLICES = [
     ("a function under two names", "X86_64", give_two_names, "exports one place under two names"),
     ("an export that is data", "X86_64", export_data,
      "exports _QUOBEARM_Open, which is not in the code"),
+    ("no signature", "X86_64", lambda binary: binary.remove_signature(),
+     "carries no code signature"),
     ("no signature", "ARM64", lambda binary: binary.remove_signature(),
      "carries no code signature"),
 ]

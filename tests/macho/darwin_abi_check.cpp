@@ -1,11 +1,12 @@
 // Compiled for Darwin, with the system's own headers, and never run: that it compiles shows that
 // the shims translate from and to what is really there.
 
-#include "tests/macho/darwin_abi.h"
+#include "machorun/darwin_abi.h"
 
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -87,6 +88,9 @@ SAME_PLACE(darwin::CleanupHandler, pArgument, struct __darwin_pthread_handler_re
 SAME_PLACE(darwin::CleanupHandler, pNext, struct __darwin_pthread_handler_rec, __next);
 SAME_SIZE(darwin::Thread, struct _opaque_pthread_t);
 SAME_PLACE(darwin::Thread, pNewestHandler, struct _opaque_pthread_t, __cleanup_stack);
+
+// Locales
+SAME(darwin::CATEGORY_CTYPE, LC_CTYPE);
 
 // Sockets
 SAME(darwin::FAMILY_UNSPEC, AF_UNSPEC);
@@ -255,5 +259,5 @@ SAME(darwin::DL_GLOBAL, RTLD_GLOBAL);
 
 // Error codes
 #define NUMBER(Name, Value) static_assert(Name == Value, #Name);
-#include "tests/macho/darwin_errno.inc"
+#include "machorun/darwin_errno.inc"
 #undef NUMBER

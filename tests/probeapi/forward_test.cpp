@@ -27,6 +27,14 @@ int64_t     QUOBE_GetSpeed(void);
 void        QUOBE_Step(void);
 }
 
+// AddressSanitizer asks this as a process ends, before it looks for leaks. 630 children end in the
+// product, and looking takes longer than all else in them: they go without.
+static bool    IsLeakCheckOff;
+extern "C" int __lsan_is_turned_off(void);
+extern "C" int __lsan_is_turned_off(void) {
+  return IsLeakCheckOff;
+}
+
 static const char* const Names[] = {
 #define FORWARD(Name) #Name,
 #include "probeapi/names.inc"
@@ -208,6 +216,7 @@ TEST(Forward, EachEntryAsksForItsOwnName) {
     ASSERT_EQ(0, pipe(Ends));
     const pid_t Child = fork();
     if (Child == 0) {
+      IsLeakCheckOff = true;
       dup2(Ends[1], 1);
       reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, Name.c_str()))();
       _exit(0);  // the library has it

@@ -52,6 +52,7 @@ class Player {
   std::string          Extent(uint32_t Address, uint32_t Bytes);
   std::optional<PLACE> Find(const std::string& sName) const;
   void                 Pass(uint64_t Us) { device_->AdvanceTo(device_->NowUs() + Us); }
+  std::string          FromFile(const std::string& sKey, const std::string& sValue);
   void                 SaveAndLoad();
 
   const STEPS_WORDS&           words_;
@@ -122,6 +123,13 @@ void Player::SaveAndLoad() {
   EXPECT_TRUE(device_->LoadFrom(File, &sError)) << sError;
 }
 
+std::string Player::FromFile(const std::string& sKey, const std::string& sValue) {
+  sim::KeyFile File;
+  std::string  sError;
+  File.Add(sKey, sValue);
+  return device_->LoadFrom(File, &sError) ? "" : sError;
+}
+
 std::string Player::Order(const std::string& sName, const std::string& sValue) {
   const std::vector<std::string> Parts = sim::Split(sValue, '=');
   if (sName == "finish") {
@@ -147,6 +155,8 @@ std::string Player::Order(const std::string& sName, const std::string& sValue) {
                                                   : strtoull(sValue.c_str(), nullptr, 10));
   } else if (sName == "variant") {
     return device_->SetVariant(Parts[0], Hex(Parts[1])) ? "" : "no such variant";
+  } else if (sName == "file") {
+    return FromFile(Parts[0], Parts[1]);
   } else if (sName == "register") {
     return Register(Parts[0], Parts[1]);
   } else if (sName == "memory") {
@@ -184,6 +194,10 @@ std::string Player::Ask(const std::string& sName, const std::string& sExpected) 
     if (sName == Each.Row().sName) {
       return Compare(ContentOf(Each), sExpected);
     }
+  }
+  if (sName == "in-use") {
+    return Compare(std::to_string(device_->Memories().Find(sim::MAIN_FLASH)->BytesInUse()),
+                   sExpected);
   }
   if (sName == "level") {
     return Compare(std::to_string(Flash.Level()), sExpected);

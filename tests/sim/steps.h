@@ -14,10 +14,12 @@
 //   level?0 stored?0 OPTION_DATA:00FF00FF             the level in force and the stored one; the
 //                 stored word is that
 //   flash?erased flash?kept flash?partly              any memory by its name
+//   in-use?2048           so many bytes of the flash are not erased
 //   put:OPTION_DATA=FF0012                            a stored word that no program could have left
 //   powered?1 stalled?20000 resets?1 halted?1 error?OPTERR remark?none   error and remark may be "none"; a
 //                 remark that exists is "some"
 //   variant:NAME=1 hold:forever voltage:3300 save     save: the device is saved, and loaded anew
+//   file:KEY=VALUE        a line of the device's file
 //   register:CR=80/1437   its value now, and the bits that take a write; it keeps the last one written
 //   memory:20000000=2000  so many bytes are there, and nothing before or after them
 //

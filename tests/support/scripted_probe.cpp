@@ -14,16 +14,19 @@
 //   read ADDRESS V...         successive one-word reads answer V..., the last one for ever
 //   block ADDRESS V...        one read of as many words; the next read of the block takes the next
 //                             such line, the last one for ever
-//   read-fails ADDRESS RESULT the next read fails with RESULT and leaves rubbish in the buffer
-//   fail-later ADDRESS N RESULT  so does the read behind N good ones
+//   read-fails ADDRESS RESULT V...     the next read fails with RESULT and delivers V...; without V
+//                             it writes nothing into the caller's buffer
+//   fail-later ADDRESS N RESULT V...   the same for the read after N good ones
 //   open-error TEXT           QUOBEARM_Open returns TEXT
 //   select-ip N               what QUOBEARM_SelectIP returns
 //   is-open-extra N           bits added to what QUOBEARM_IsOpen returns
 //   speed N                   what QUOBEARM_GetSpeed returns
 //   voltage N                 millivolts; without it 3300
 //   status-bytes N            how many bytes QUOBEARM_GetHWStatus fills behind the voltage
-//   read-nothing ADDRESS      the next read says it worked and writes nothing
+//   read-nothing ADDRESS      the next read reports success and writes nothing
 //   no-status                 QUOBEARM_GetHWStatus writes nothing
+//   keep-file 1               QUOBEARM_Open opens the file "kept" beside the script and leaves it open;
+//                             QUOBEARM_Close writes "noise\n" to standard error and "end\n" to it
 //   hold CALL NAME            the first CALL waits until a file NAME lies beside the script
 
 #include <ctype.h>
@@ -48,10 +51,15 @@
 
 namespace {
 
+struct Failure {
+  int32_t               Result;
+  std::vector<uint32_t> Delivered;
+};
+
 struct Script {
   std::map<uint32_t, std::deque<uint32_t>>              Reads;
   std::map<uint32_t, std::deque<std::vector<uint32_t>>> Blocks;
-  std::map<uint32_t, std::deque<int32_t>>               ReadFailures;
+  std::map<uint32_t, std::deque<Failure>>               ReadFailures;
   std::map<uint32_t, uint32_t>                          GoodReadsBefore;  // the failures start
   std::map<std::string, std::string>                    Holds;
   std::string                                           OpenError;
@@ -61,11 +69,13 @@ struct Script {
   uint32_t                                              Voltage        = 3300;
   uint32_t                                              StatusBytes    = 0;
   bool                                                  NoStatus       = false;
+  bool                                                  KeepFile       = false;
 };
 
 bool   IsOpen;
 Script TheScript;
 bool   Loaded;
+int    KeptFile = -1;
 
 void AddNumbers(std::istringstream& Line, std::vector<uint32_t>& Out) {
   std::string Word;
@@ -122,12 +132,14 @@ Script& GetScript() {
     } else if (Directive == "block") {
       TheScript.Blocks[Numbers[0]].push_back(Rest);
     } else if (Directive == "read-fails") {
-      TheScript.ReadFailures[Numbers[0]].push_back(static_cast<int32_t>(Rest.at(0)));
+      TheScript.ReadFailures[Numbers[0]].push_back(
+          {static_cast<int32_t>(Rest.at(0)), {Rest.begin() + 1, Rest.end()}});
     } else if (Directive == "fail-later") {
       TheScript.GoodReadsBefore[Numbers[0]] = Rest.at(0);
-      TheScript.ReadFailures[Numbers[0]].push_back(static_cast<int32_t>(Rest.at(1)));
+      TheScript.ReadFailures[Numbers[0]].push_back(
+          {static_cast<int32_t>(Rest.at(1)), {Rest.begin() + 2, Rest.end()}});
     } else if (Directive == "read-nothing") {
-      TheScript.ReadFailures[Numbers[0]].push_back(0);
+      TheScript.ReadFailures[Numbers[0]].push_back({0, {}});
     } else if (Directive == "select-ip") {
       TheScript.SelectIpResult = Numbers[0];
     } else if (Directive == "is-open-extra") {
@@ -136,6 +148,8 @@ Script& GetScript() {
       TheScript.Speed = Numbers[0];
     } else if (Directive == "voltage") {
       TheScript.Voltage = Numbers[0];
+    } else if (Directive == "keep-file") {
+      TheScript.KeepFile = Numbers[0] != 0;
     } else if (Directive == "status-bytes") {
       TheScript.StatusBytes = Numbers[0];
     } else {
@@ -144,6 +158,12 @@ Script& GetScript() {
     }
   }
   return TheScript;
+}
+
+// A file beside the script.
+std::string PathBeside(const std::string& Name) {
+  const std::string Script = getenv("QUOBE_PROBE_SCRIPT");
+  return Script.substr(0, Script.rfind('/') + 1) + Name;
 }
 
 void Log(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
@@ -173,8 +193,7 @@ void Log(const char* sFormat, ...) {
   }
   const auto Hold = S.Holds.find(std::string(acCall, strcspn(acCall, "(")));
   if (Hold != S.Holds.end()) {
-    const std::string ScriptPath = getenv("QUOBE_PROBE_SCRIPT");
-    const std::string Go         = ScriptPath.substr(0, ScriptPath.rfind('/') + 1) + Hold->second;
+    const std::string Go = PathBeside(Hold->second);
     while (access(Go.c_str(), F_OK) != 0) {
       usleep(1000);
     }
@@ -214,12 +233,22 @@ PROBE_CALL const char* QUOBEARM_Open(void) {
     return GetScript().OpenError.c_str();
   }
   IsOpen = true;
+  if (GetScript().KeepFile) {
+    KeptFile = open(PathBeside("kept").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (KeptFile <= STDERR_FILENO) {
+      Log("UNEXPECTED: the library's file has descriptor %d", KeptFile);
+    }
+  }
   return nullptr;
 }
 
 PROBE_CALL void QUOBEARM_Close(void) {
   Log("Close()");
   IsOpen = false;
+  if (KeptFile >= 0 &&
+      (write(STDERR_FILENO, "noise\n", 6) != 6 || write(KeptFile, "end\n", 4) != 4)) {
+    Log("UNEXPECTED: cannot write");
+  }
 }
 
 PROBE_CALL int32_t QUOBEARM_ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
@@ -291,17 +320,17 @@ PROBE_CALL int32_t QUOBEARM_ReadMemU32(uint32_t Address, uint32_t NumItems, uint
                                        uint8_t* pStatus) {
   Script& S = GetScript();
   Log("Read(0x%08X, %u%s)", Address, NumItems, pStatus == nullptr ? "" : ", status");
-  auto      Failure   = S.ReadFailures.find(Address);
-  uint32_t& GoodReads = S.GoodReadsBefore[Address];
+  std::deque<Failure>& Failures  = S.ReadFailures[Address];
+  uint32_t&            GoodReads = S.GoodReadsBefore[Address];
   if (GoodReads > 0) {
     GoodReads--;
-  } else if (Failure != S.ReadFailures.end() && !Failure->second.empty()) {
-    const int32_t Result = Failure->second.front();
-    Failure->second.pop_front();
-    if (Result < 0) {
-      memset(pData, 0xA5, NumItems * sizeof(*pData));
+  } else if (!Failures.empty()) {
+    const Failure Now = Failures.front();
+    Failures.pop_front();
+    for (uint32_t i = 0; i < NumItems && i < Now.Delivered.size(); i++) {
+      pData[i] = Now.Delivered[i];
     }
-    return Result;
+    return Now.Result;
   }
   if (NumItems == 1 && S.Reads.count(Address) != 0) {
     pData[0] = Next(S.Reads[Address]);

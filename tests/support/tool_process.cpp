@@ -4,9 +4,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#if __has_include(<sys/clonefile.h>)
+#include <sys/clonefile.h>
+#endif
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -15,6 +19,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -30,10 +35,11 @@ void Check(bool Ok, const char* sWhat) {
   }
 }
 
-int NowMs() {
+// 64 bits: the machine may have been up for longer than 24 days.
+int64_t NowMs() {
   struct timespec Now;
   clock_gettime(CLOCK_MONOTONIC, &Now);
-  return static_cast<int>(Now.tv_sec * 1000 + Now.tv_nsec / 1000000);
+  return static_cast<int64_t>(Now.tv_sec) * 1000 + Now.tv_nsec / 1000000;
 }
 
 std::string ReadFile(const std::string& Path) {
@@ -58,13 +64,15 @@ void MakeFolders(const std::string& Path) {
   }
 }
 
-// A link where the file system allows one: the executable is only read.
+// A copy, not a hard link: from macOS 12 on the loader names a program that has several paths by any
+// of them, and the tool looks for its library beside that one.
 void PlaceFile(const std::string& From, const std::string& To) {
-  if (link(From.c_str(), To.c_str()) == 0) {
+#if __has_include(<sys/clonefile.h>)
+  if (clonefile(From.c_str(), To.c_str(), 0) == 0) {  // shares the blocks, on APFS
     return;
   }
-  WriteFile(To, ReadFile(From));
-  Check(chmod(To.c_str(), 0700) == 0, To.c_str());
+#endif
+  std::filesystem::copy_file(From, To);
 }
 
 std::string ValueOr(const char* sName, const char* sDefault) {
@@ -72,18 +80,27 @@ std::string ValueOr(const char* sName, const char* sDefault) {
   return sValue != nullptr && sValue[0] != 0 ? sValue : sDefault;
 }
 
-// A folder of one run, removed with everything in it.
-class Stage {
- public:
-  explicit Stage(const ToolRun& Run) {
-    // The tool would go on to look there, find the real library and erase the device on the bench.
-    for (const char* sInstalled : {"/Applications/OSTREL/Quobe/libquobearm.dylib",
-                                   "/Applications/OSTREL/Quobe/libquobearm.5.dylib"}) {
-      if (access(sInstalled, F_OK) == 0) {
+// The tool would look there too, find the real library and erase the device on the bench. Another
+// test may have put one there for a moment.
+void CheckNoRealLibrary() {
+  const int64_t Deadline = NowMs() + 5000;
+  for (const char* sInstalled : {"/Applications/OSTREL/Quobe/libquobearm.dylib",
+                                 "/Applications/OSTREL/Quobe/libquobearm.5.dylib"}) {
+    while (access(sInstalled, F_OK) == 0) {
+      if (NowMs() >= Deadline) {
         throw std::runtime_error(std::string("will not run the tool where the real library is: ") +
                                  sInstalled);
       }
+      usleep(10 * 1000);
     }
+  }
+}
+
+// A folder of one run, removed with everything in it.
+class Stage {
+ public:
+  explicit Stage(const ToolRun& Run) : Closed(Run.Closed) {
+    CheckNoRealLibrary();
     std::string Template = ValueOr("TMPDIR", "/tmp") + "/quobe-test-XXXXXX";
     Check(mkdtemp(Template.data()) != nullptr, "mkdtemp");
     Folder                = Template;
@@ -124,6 +141,9 @@ class Stage {
 
   // In the child: replaces the process.
   [[noreturn]] void Exec() const {
+    for (const int Descriptor : Closed) {
+      close(Descriptor);
+    }
     for (const std::string& Entry : Env) {
       putenv(const_cast<char*>(Entry.c_str()));
     }
@@ -156,13 +176,25 @@ class Stage {
       pResult->Transcript += "<" + pResult->Calls.back() + ">";
     }
     pResult->Transcript += pResult->Output.substr(Shown);
-    pResult->ToolPath = Tool;
+    pResult->ToolPath    = Tool;
+    pResult->LibraryFile = ReadFile(Folder + "/kept");
   }
+
+  // The call is logged before it is held.
+  void WaitForCall(const std::string& Call, int64_t Deadline) const {
+    while (NowMs() < Deadline &&
+           ReadFile(Folder + "/log").find(" " + Call + "(") == std::string::npos) {
+      usleep(1000);
+    }
+  }
+
+  // Lets the held call go on.
+  void LetGo() const { WriteFile(Folder + "/go", ""); }
 
   // The runner lets time pass without waiting and tells how much. A run that took too long by that
   // clock counts as killed.
-  void SetElapsed(int RealMs, int LimitMs, ToolResult* pResult) const {
-    pResult->ElapsedMs = RealMs + atoi(ReadFile(Folder + "/clock").c_str());
+  void SetElapsed(int64_t RealMs, int LimitMs, ToolResult* pResult) const {
+    pResult->ElapsedMs = static_cast<int>(RealMs) + atoi(ReadFile(Folder + "/clock").c_str());
     if (pResult->ElapsedMs > LimitMs) {
       pResult->TimedOut = true;
       pResult->Status   = -1;
@@ -179,10 +211,11 @@ class Stage {
     }
   }
   std::vector<std::string> Argv, Env;
+  std::vector<int>         Closed;
 };
 
 // Waits for the child; kills it at the deadline.
-void Reap(pid_t Child, int DeadlineMs, ToolResult* pResult) {
+void Reap(pid_t Child, int64_t DeadlineMs, ToolResult* pResult) {
   int Status = 0;
   for (;;) {
     const pid_t Done = waitpid(Child, &Status, WNOHANG);
@@ -240,35 +273,68 @@ pid_t Start(const Stage& S, int In, int Out, int Error) {
   return Child;
 }
 
+// A child with standard input from a pipe, standard output and error to files.
+class Redirected {
+ public:
+  Redirected(const Stage& TheStage, const ToolRun& Run) : S(TheStage) {
+    const int Out   = OpenForOutput(S.Folder + "/out");
+    const int Error = OpenForOutput(S.Folder + "/error");
+    WriteAll(Error, Run.ErrorFileBegin);
+    lseek(Error, 0, SEEK_SET);  // so that a read finds it
+    WriteAll(In.WriteEnd, Run.Input);
+    Child = Start(S, In.ReadEnd, Out, Error);
+    close(In.ReadEnd);
+    close(Out);
+    close(Error);
+  }
+  Redirected(const Redirected&)            = delete;
+  Redirected& operator=(const Redirected&) = delete;
+
+  void Type(const std::string& Key) const { WriteAll(In.WriteEnd, Key); }
+  void EndInput() const { close(In.WriteEnd); }
+  void Kill() const { kill(Child, SIGKILL); }
+
+  // Waits until Text has been printed and a quarter of a second more. True when it still runs then.
+  bool StillRunsAfter(const std::string& Text, int64_t Deadline) const {
+    while (NowMs() < Deadline && ReadFile(S.Folder + "/out").find(Text) == std::string::npos) {
+      usleep(1000);
+    }
+    usleep(250 * 1000);
+    siginfo_t Info = {};
+    Check(waitid(P_PID, static_cast<id_t>(Child), &Info, WEXITED | WNOHANG | WNOWAIT) == 0,
+          "waitid");
+    return Info.si_pid == 0;
+  }
+
+  void Finish(int64_t Deadline, ToolResult* pResult) const {
+    Reap(Child, Deadline, pResult);
+    pResult->Output = ReadFile(S.Folder + "/out");
+    pResult->Error  = ReadFile(S.Folder + "/error");
+    S.ReadLog(pResult);
+  }
+
+ private:
+  const Stage& S;
+  Pipe         In;
+  pid_t        Child;
+};
+
 }  // namespace
 
 ToolResult RunTool(const ToolRun& Run) {
-  ToolResult  Result;
-  const Stage S(Run);
-  const int   Begin = NowMs();
-  Pipe        In;
-  const int   Out   = OpenForOutput(S.Folder + "/out");
-  const int   Error = OpenForOutput(S.Folder + "/error");
-  WriteAll(In.WriteEnd, Run.Input);
-  const pid_t Child = Start(S, In.ReadEnd, Out, Error);
-  close(In.ReadEnd);
-  close(In.WriteEnd);
-  Reap(Child, Begin + Run.TimeLimitMs, &Result);
+  ToolResult       Result;
+  const Stage      S(Run);
+  const int64_t    Begin = NowMs();
+  const Redirected Tool(S, Run);
+  Tool.EndInput();
+  Tool.Finish(Begin + Run.TimeLimitMs, &Result);
   S.SetElapsed(NowMs() - Begin, Run.TimeLimitMs, &Result);
-  close(Out);
-  close(Error);
-  Result.Output = ReadFile(S.Folder + "/out");
-  Result.Error  = ReadFile(S.Folder + "/error");
-  S.ReadLog(&Result);
   return Result;
 }
 
-ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd) {
-  ToolResult  Result;
-  const Stage S(Run);
-  const int   Begin    = NowMs();
-  const int   Deadline = Begin + Run.TimeLimitMs;
-  const int   Master   = posix_openpt(O_RDWR | O_NOCTTY);
+// Starts the tool in a session of its own on a new terminal. Stores the terminal's other end.
+static pid_t StartOnTerminal(const Stage& S, int* pMaster) {
+  const int Master = posix_openpt(O_RDWR | O_NOCTTY);
   Check(Master >= 0 && grantpt(Master) == 0 && unlockpt(Master) == 0, "posix_openpt");
   const std::string Terminal = ptsname(Master);
   const pid_t       Child    = fork();
@@ -284,17 +350,29 @@ ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd) {
     dup2(Slave, 0);
     dup2(Slave, 1);
     dup2(Slave, 2);
+    close(Slave);
     close(Master);
     S.Exec();
   }
-  bool Typed = false;
+  *pMaster = Master;
+  return Child;
+}
+
+ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd) {
+  ToolResult    Result;
+  const Stage   S(Run);
+  const int64_t Begin    = NowMs();
+  const int64_t Deadline = Begin + Run.TimeLimitMs;
+  int           Master;
+  const pid_t   Child = StartOnTerminal(S, &Master);
+  bool          Typed = false;
   for (;;) {
     struct pollfd Poll = {Master, POLLIN, 0};
-    const int     Left = Deadline - NowMs();
+    const int64_t Left = Deadline - NowMs();
     if (Left <= 0) {
       break;
     }
-    if (poll(&Poll, 1, std::min(Left, 50)) == 1) {
+    if (poll(&Poll, 1, static_cast<int>(std::min<int64_t>(Left, 50))) == 1) {
       char          acBytes[4096];
       const ssize_t Length = read(Master, acBytes, sizeof(acBytes));
       if (Length <= 0) {
@@ -317,45 +395,66 @@ ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd) {
   return Result;
 }
 
+ToolResult RunToolAndCloseTerminal(const ToolRun& Run, const std::string& Call) {
+  ToolRun Held = Run;
+  Held.Script += "\nhold " + Call + " go\n";
+  ToolResult    Result;
+  const Stage   S(Held);
+  const int64_t Deadline = NowMs() + Run.TimeLimitMs;
+  int           Master;
+  const pid_t   Child = StartOnTerminal(S, &Master);
+  S.WaitForCall(Call, Deadline);
+  close(Master);
+  S.LetGo();
+  Reap(Child, Deadline, &Result);
+  S.ReadLog(&Result);
+  Result.Transcript.clear();
+  return Result;
+}
+
 std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult,
-                                 bool ReaderLeaves) {
+                                 Event Meanwhile) {
   ToolRun Held = Run;
   Held.Script += "\nhold " + Call + " go\n";  // in the run's folder
 
-  const Stage       S(Held);
-  const std::string Go    = S.Folder + "/go";
-  const int         Begin = NowMs();
-  Pipe              In, Out;
-  const int         Error = OpenForOutput(S.Folder + "/error");
+  const Stage   S(Held);
+  const int64_t Deadline = NowMs() + Run.TimeLimitMs;
+  Pipe          In, Out;
+  const int     Error = OpenForOutput(S.Folder + "/error");
   WriteAll(In.WriteEnd, Run.Input);
   const pid_t Child = Start(S, In.ReadEnd, Out.WriteEnd, Error);
   close(In.ReadEnd);
   close(In.WriteEnd);
   close(Out.WriteEnd);
 
-  // The call is logged before it is held.
-  std::string Log;
-  while (NowMs() < Begin + Run.TimeLimitMs) {
-    Log = ReadFile(S.Folder + "/log");
-    if (Log.find(" " + Call + "(") != std::string::npos) {
-      break;
-    }
-    usleep(1000);
-  }
+  S.WaitForCall(Call, Deadline);
   std::string Seen;
   int         Waiting = 0;
   Check(ioctl(Out.ReadEnd, FIONREAD, &Waiting) == 0, "FIONREAD");
   Seen.resize(static_cast<size_t>(Waiting));
   Check(read(Out.ReadEnd, Seen.data(), Seen.size()) == Waiting, "read");
 
-  if (ReaderLeaves) {
-    close(Out.ReadEnd);
+  switch (Meanwhile) {
+    case Event::None:
+      break;
+    case Event::ReaderLeaves:
+      close(Out.ReadEnd);
+      break;
+    case Event::HangUp:
+      kill(Child, SIGHUP);
+      break;
+    case Event::Interrupt:
+      kill(Child, SIGINT);
+      break;
+    case Event::Terminate:
+      kill(Child, SIGTERM);
+      break;
   }
-  WriteFile(Go, "");
+  S.LetGo();
   // What is left fits into the pipe, so the tool can end before it is read.
-  Reap(Child, Begin + Run.TimeLimitMs, pResult);
+  Reap(Child, Deadline, pResult);
   std::string Rest;
-  if (!ReaderLeaves) {
+  if (Meanwhile != Event::ReaderLeaves) {
     char    acBytes[4096];
     ssize_t Length;
     while ((Length = read(Out.ReadEnd, acBytes, sizeof(acBytes))) > 0) {
@@ -373,32 +472,27 @@ std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, To
 
 bool RunToolUntilItWaits(const ToolRun& Run, const std::string& Text, const std::string& Key,
                          ToolResult* pResult) {
-  const Stage S(Run);
-  const int   Begin    = NowMs();
-  const int   Deadline = Begin + Run.TimeLimitMs;
-  Pipe        In;
-  const int   Out   = OpenForOutput(S.Folder + "/out");
-  const int   Error = OpenForOutput(S.Folder + "/error");
-  WriteAll(In.WriteEnd, Run.Input);
-  const pid_t Child = Start(S, In.ReadEnd, Out, Error);
-  close(In.ReadEnd);
-  while (NowMs() < Deadline && ReadFile(S.Folder + "/out").find(Text) == std::string::npos) {
-    usleep(1000);
+  const Stage      S(Run);
+  const int64_t    Deadline = NowMs() + Run.TimeLimitMs;
+  const Redirected Tool(S, Run);
+  const bool       Waits = Tool.StillRunsAfter(Text, Deadline);
+  if (Waits) {
+    Tool.Type(Key);
   }
-  usleep(250 * 1000);
-  int        Status  = 0;
-  const bool Waiting = waitpid(Child, &Status, WNOHANG) == 0;
-  if (Waiting) {
-    WriteAll(In.WriteEnd, Key);
-    Reap(Child, Deadline, pResult);
-  }
-  close(In.WriteEnd);
-  close(Out);
-  close(Error);
-  pResult->Output = ReadFile(S.Folder + "/out");
-  pResult->Error  = ReadFile(S.Folder + "/error");
-  S.ReadLog(pResult);
-  return Waiting;
+  Tool.Finish(Deadline, pResult);
+  Tool.EndInput();
+  return Waits;
+}
+
+bool RunsOnAtEndOfInput(const ToolRun& Run, const std::string& Text, ToolResult* pResult) {
+  const Stage      S(Run);
+  const int64_t    Deadline = NowMs() + Run.TimeLimitMs;
+  const Redirected Tool(S, Run);
+  Tool.EndInput();
+  const bool RunsOn = Tool.StillRunsAfter(Text, Deadline);
+  Tool.Kill();
+  Tool.Finish(Deadline, pResult);
+  return RunsOn;
 }
 
 std::string WithoutBuildTime(const std::string& Text) {

@@ -5,7 +5,7 @@
 // choose another one:
 //   QUOBE_TEST_TOOL    path of the executable
 //   QUOBE_TEST_RUNNER  a program that runs it, called with the executable's path in front of the
-//                      arguments: tests/macho/machorun, whose MACHORUN_ variables are set as needed
+//                      arguments: machorun, whose MACHORUN_ variables are set as needed
 
 #ifndef TESTS_SUPPORT_TOOL_PROCESS_H
 #define TESTS_SUPPORT_TOOL_PROCESS_H
@@ -30,6 +30,8 @@ struct ToolRun {
   std::string              ToolFolder  = ".";  // of the executable, below the run's folder
   std::string              ProgramName;        // argv[0]; empty: the executable's path
   std::vector<std::string> Environment;        // NAME=VALUE, added
+  std::vector<int>         Closed;             // of descriptors 0, 1 and 2, when the tool starts
+  std::string              ErrorFileBegin;     // what is in standard error's file at the start
   int                      TimeLimitMs = 30000;
 };
 
@@ -44,6 +46,7 @@ struct ToolResult {
   std::string              Transcript;     // Output with each call as <call> where it was made
   std::string              ToolPath;       // of the executable that ran
   int                      ElapsedMs = 0;  // simulated time of the runner included
+  std::string              LibraryFile;    // what is in the file of the script's keep-file
 };
 
 // Runs the tool with standard input from a pipe and standard output to a file.
@@ -54,18 +57,33 @@ ToolResult RunTool(const ToolRun& Run);
 // empty.
 ToolResult RunToolOnTerminal(const ToolRun& Run, const std::string& PromptEnd);
 
+enum class Event {
+  None,
+  ReaderLeaves,  // the pipe that standard output goes to is closed
+  HangUp,        // SIGHUP
+  Interrupt,     // SIGINT
+  Terminate,     // SIGTERM
+};
+
 // Runs the tool with standard output to a pipe while the probe holds its first call of Call (for
-// example "Reset"). Returns what could be read from the pipe while it was held; the run is then let
-// go on and its result stored. With ReaderLeaves the pipe is closed first, as by a reader that has
-// seen enough.
+// example "Reset"). Returns what could be read from the pipe while it was held. Then Meanwhile
+// happens, the run goes on and its result is stored.
 std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult,
-                                 bool ReaderLeaves = false);
+                                 Event Meanwhile = Event::None);
+
+// Runs the tool on a terminal that is closed while the probe holds its first call of Call. Stores no
+// output.
+ToolResult RunToolAndCloseTerminal(const ToolRun& Run, const std::string& Call);
 
 // Runs the tool with standard input open and empty until Text has been printed, lets it wait there
 // for a quarter of a second, then types Key. True when it was still waiting then; its result is
 // stored.
 bool RunToolUntilItWaits(const ToolRun& Run, const std::string& Text, const std::string& Key,
                          ToolResult* pResult);
+
+// Runs the tool with standard input at its end until Text has been printed, and for a quarter of a
+// second more. True when it was still running then. It is killed; what it did is stored.
+bool RunsOnAtEndOfInput(const ToolRun& Run, const std::string& Text, ToolResult* pResult);
 
 // The banner with the build date and time replaced by "<built>", so that outputs compare.
 std::string WithoutBuildTime(const std::string& Text);

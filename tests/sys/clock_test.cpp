@@ -7,7 +7,7 @@
 
 #include <thread>
 
-#include "tests/sys/faults.h"
+#include "tests/sys/support/faults.h"
 
 // The machine's clocks are the test's for as long as one of these lives.
 class FAKE_CLOCK {

@@ -6,7 +6,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "tests/sys/pty.h"
+#include "tests/sys/support/pty.h"
 
 // The first call changes standard input for the whole process, so each test is a process: it runs
 // in a child with standard input replaced. The child's exit status counts what went wrong.

@@ -54,7 +54,7 @@ TEST_F(SysDynBuffer, FreeClearsTheWholeRecordAndMayBeRepeated) {
 
 TEST_F(SysDynBuffer, AppendingNothingToAnEmptyBufferIsOutOfBounds) {
   Create(100, 10, 0);
-  EXPECT_EQ(-3, DynBufferAppend(&m_Buffer, "", 0));
+  EXPECT_EQ(DYNBUFFER_ERR_RANGE, DynBufferAppend(&m_Buffer, "", 0));
   ASSERT_EQ(1u, Messages.size());
   EXPECT_EQ(LAST_INDEX_MESSAGE, Messages[0]);
   EXPECT_EQ(0u, m_Buffer.Written);
@@ -85,10 +85,10 @@ TEST_F(SysDynBuffer, AGrowingStreamDoublesUpToTheMaximum) {
   EXPECT_EQ((std::vector<uint32_t>{0x1000, 0x2000, 0x4000, 0x8000, 0x10000, 0x20000, 0x40000,
                                    0x80000, 0x100000}),
             Sizes);
-  EXPECT_EQ(-3, DynBufferAppend(&m_Buffer, sPiece.data(), 1000));
+  EXPECT_EQ(DYNBUFFER_ERR_RANGE, DynBufferAppend(&m_Buffer, sPiece.data(), 1000));
   EXPECT_EQ(NumBytes - 1, m_Buffer.HighestIndex);
   EXPECT_EQ(0, DynBufferAppend(&m_Buffer, sPiece.data(), 0x100000 - NumBytes));
-  EXPECT_EQ(-3, DynBufferAppend(&m_Buffer, sPiece.data(), 1));
+  EXPECT_EQ(DYNBUFFER_ERR_RANGE, DynBufferAppend(&m_Buffer, sPiece.data(), 1));
   EXPECT_EQ(
       "Debugger accesses memory in dynamic buffer at offset 0x00100000 which is out of array "
       "bounds.",
@@ -151,8 +151,8 @@ TEST_F(SysDynBuffer, AFailedWriteLeavesRecordAndBytes) {
   Create(10, 4, 0x22);
   ASSERT_EQ(0, DynBufferAppend(&m_Buffer, "abcd", 4));
   const DYNBUFFER Before = m_Buffer;
-  EXPECT_EQ(-3, DynBufferWriteAt(&m_Buffer, 2, "123456789", 9));
-  EXPECT_EQ(-3, DynBufferEnsure(&m_Buffer, 10));
+  EXPECT_EQ(DYNBUFFER_ERR_RANGE, DynBufferWriteAt(&m_Buffer, 2, "123456789", 9));
+  EXPECT_EQ(DYNBUFFER_ERR_RANGE, DynBufferEnsure(&m_Buffer, 10));
   EXPECT_EQ(0, memcmp(&Before, &m_Buffer, sizeof(Before)));
   EXPECT_EQ(0, memcmp("abcd", m_Buffer.pData, 4));
 }
@@ -166,7 +166,7 @@ TEST_F(SysDynBuffer, ALengthThatWrapsAroundIsOutOfBounds) {
   Create(100, 10, 0x22);
   for (const auto& Row : Rows) {
     Messages.clear();
-    EXPECT_EQ(-3, DynBufferWriteAt(&m_Buffer, Row.Offset, "abc", Row.NumBytes));
+    EXPECT_EQ(DYNBUFFER_ERR_RANGE, DynBufferWriteAt(&m_Buffer, Row.Offset, "abc", Row.NumBytes));
     ASSERT_EQ(1u, Messages.size());
     EXPECT_EQ(LAST_INDEX_MESSAGE, Messages[0]);
     EXPECT_EQ(0u, m_Buffer.Written);
@@ -177,7 +177,7 @@ TEST_F(SysDynBuffer, ALengthThatWrapsAroundIsOutOfBounds) {
 
 TEST_F(SysDynBuffer, WithoutACallbackFailuresAreSilent) {
   ASSERT_EQ(0, DynBufferCreate(&m_Buffer, nullptr, 10, 4, 0));
-  EXPECT_EQ(-3, DynBufferEnsure(&m_Buffer, 10));
+  EXPECT_EQ(DYNBUFFER_ERR_RANGE, DynBufferEnsure(&m_Buffer, 10));
   EXPECT_TRUE(Messages.empty());
 }
 

@@ -6,12 +6,14 @@
 #include <stdio.h>
 #include <sys/wait.h>
 
+#include <chrono>
+#include <fstream>
 #include <string>
 #include <vector>
 
-#include "tests/sys/loopback.h"
-#include "tests/sys/pty.h"
-#include "tests/sys/refusing_port.h"
+#include "tests/sys/support/loopback.h"
+#include "tests/sys/support/pty.h"
+#include "tests/sys/support/refusing_port.h"
 
 // A program running with its standard output and error in a pipe.
 class PROGRAM {
@@ -19,8 +21,8 @@ class PROGRAM {
   explicit PROGRAM(std::vector<std::string> Args) {
     int aPipe[2];
     EXPECT_EQ(0, pipe(aPipe));
-    _Pid = fork();
-    if (_Pid == 0) {
+    m_Pid = fork();
+    if (m_Pid == 0) {
       dup2(aPipe[1], 1);
       dup2(aPipe[1], 2);
       close(aPipe[0]);
@@ -34,13 +36,13 @@ class PROGRAM {
       _exit(127);
     }
     close(aPipe[1]);
-    _pOutput = fdopen(aPipe[0], "r");
+    m_pOutput = fdopen(aPipe[0], "r");
   }
   ~PROGRAM() {
-    fclose(_pOutput);
-    if (_Pid > 0) {
-      kill(_Pid, SIGKILL);
-      waitpid(_Pid, nullptr, 0);
+    fclose(m_pOutput);
+    if (m_Pid > 0) {
+      kill(m_Pid, SIGKILL);
+      waitpid(m_Pid, nullptr, 0);
     }
   }
   PROGRAM(const PROGRAM&)            = delete;
@@ -49,19 +51,35 @@ class PROGRAM {
   // The next line it prints, or what there is when it ends.
   std::string ReadLine() {
     char acLine[256] = "";
-    return fgets(acLine, sizeof(acLine), _pOutput) != nullptr ? acLine : "";
+    return fgets(acLine, sizeof(acLine), m_pOutput) != nullptr ? acLine : "";
   }
-  void Interrupt() const { kill(_Pid, SIGINT); }
+  // Before that the signal would end it without a word.
+  void WaitUntilItCatches(int Signal) const {
+    const std::string sPath = "/proc/" + std::to_string(m_Pid) + "/status";
+    const auto        Start = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - Start < std::chrono::seconds(20)) {
+      std::ifstream Status(sPath);
+      for (std::string sLine; std::getline(Status, sLine);) {
+        if (sLine.rfind("SigCgt:", 0) == 0 &&
+            (std::stoull(sLine.substr(7), nullptr, 16) >> (Signal - 1) & 1) != 0) {
+          return;
+        }
+      }
+      usleep(1000);
+    }
+    ADD_FAILURE() << "the program does not catch signal " << Signal;
+  }
+  void Interrupt() const { kill(m_Pid, SIGINT); }
   int  WaitForExit() {
      int Status = -1;
-     waitpid(_Pid, &Status, 0);
-     _Pid = -1;
+     waitpid(m_Pid, &Status, 0);
+     m_Pid = -1;
      return WIFEXITED(Status) ? WEXITSTATUS(Status) : -1;
   }
 
  private:
-  pid_t _Pid;
-  FILE* _pOutput;
+  pid_t m_Pid;
+  FILE* m_pOutput;
 };
 
 static std::string PortFrom(const std::string& sLine) {
@@ -114,7 +132,7 @@ TEST(ExampleTcpEcho, ClientGivesUpOnAServerThatIsNotThere) {
 TEST(ExampleTcpEcho, InterruptEndsTheWaitForAServer) {
   const REFUSING_PORT Refusing;
   PROGRAM Client({TCP_ECHO_CLIENT, "127.0.0.1", std::to_string(Refusing.Port), "60000", "anyone?"});
-  usleep(300000);
+  Client.WaitUntilItCatches(SIGINT);
   Client.Interrupt();
   EXPECT_EQ("tcp_echo_client: interrupted\n", Client.ReadLine());
   EXPECT_EQ(1, Client.WaitForExit());

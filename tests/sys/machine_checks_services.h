@@ -31,8 +31,8 @@
 #include "sys/serial.h"
 #include "sys/sockets.h"
 #include "sys/thread.h"
-#include "tests/sys/loopback.h"
-#include "tests/sys/pty.h"
+#include "tests/sys/support/loopback.h"
+#include "tests/sys/support/pty.h"
 
 static int NumServiceFailures;
 

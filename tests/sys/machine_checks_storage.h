@@ -17,7 +17,7 @@
 #include <unistd.h>
 
 #include "sys/dynbuffer.h"
-#include "sys/file.h"
+#include "sys/files.h"
 #include "sys/memory.h"
 #include "sys/path.h"
 #include "sys/registry.h"
@@ -296,6 +296,7 @@ static int CheckStorage(void) {
   CheckDynBuffer();
   CheckXml();
   CheckRegistry();
+  rmdir(StoragePath(".OSTREL"));  // made when the executable's own directory is not writable
   CHECK_STORAGE(rmdir(acStorageDir) == 0);
   return NumStorageFailures;
 }

@@ -13,9 +13,9 @@
 #include <sstream>
 #include <string>
 
-#include "tests/sys/closed_stdin.h"
-#include "tests/sys/faults.h"
-#include "tests/sys/measure.h"
+#include "tests/sys/support/closed_stdin.h"
+#include "tests/sys/support/faults.h"
+#include "tests/sys/support/measure.h"
 
 TEST(SysProcessors, AreThoseInUse) {
   EXPECT_EQ(sysconf(_SC_NPROCESSORS_ONLN), SYS_GetNumProcessors());
@@ -150,15 +150,15 @@ TEST(SysRandom, OnlyAFailedOpenAndAFailedCloseAreToldAndNoDescriptorStays) {
 class SysStartProgram : public testing::Test {
  protected:
   void SetUp() override {
-    snprintf(_acReport, sizeof(_acReport), "%s", "/tmp/quobe_report_XXXXXX");
-    const int hFile = mkstemp(_acReport);
+    snprintf(m_acReport, sizeof(m_acReport), "%s", "/tmp/quobe_report_XXXXXX");
+    const int hFile = mkstemp(m_acReport);
     ASSERT_GE(hFile, 0);
     close(hFile);
-    setenv("QUOBE_REPORT", _acReport, 1);
+    setenv("QUOBE_REPORT", m_acReport, 1);
   }
   void TearDown() override {
     unsetenv("QUOBE_REPORT");
-    unlink(_acReport);
+    unlink(m_acReport);
   }
   // What the program wrote, once it ended.
   std::string WaitForReport() {
@@ -166,16 +166,16 @@ class SysStartProgram : public testing::Test {
     EXPECT_GT(wait(&Status), 0);
     EXPECT_EQ(0, Status);
     std::stringstream Text;
-    Text << std::ifstream(_acReport).rdbuf();
+    Text << std::ifstream(m_acReport).rdbuf();
     return Text.str();
   }
 
-  char _acReport[64];
+  char m_acReport[64];
 };
 
 TEST_F(SysStartProgram, GivesItItsPathTheEnvironmentAndNoDescriptor) {
-  const int hLeak = fcntl(0, F_DUPFD, 400);  // inherited, if it were not for the flag
-  ASSERT_GE(hLeak, 400);
+  const int hLeak = fcntl(0, F_DUPFD, 40);  // inherited, if it were not for the flag
+  ASSERT_GE(hLeak, 40);
   int aPipe[2];
   ASSERT_EQ(0, pipe(aPipe));
   EXPECT_EQ(0, SYS_StartProgram(FD_REPORT));
@@ -187,7 +187,7 @@ TEST_F(SysStartProgram, GivesItItsPathTheEnvironmentAndNoDescriptor) {
 
 // One path, however it is written: no shell comes between.
 TEST_F(SysStartProgram, PathIsTakenAsItIs) {
-  const std::string sPath = std::string(_acReport) + " a\tb\n%s %n;exit 3|'\"$HOME*\\ \xC3\xBC";
+  const std::string sPath = std::string(m_acReport) + " a\tb\n%s %n;exit 3|'\"$HOME*\\ \xC3\xBC";
   ASSERT_EQ(0, symlink(FD_REPORT, sPath.c_str()));
   EXPECT_EQ(0, SYS_StartProgram(sPath.c_str()));
   EXPECT_EQ("1\n" + sPath + "\n", WaitForReport());

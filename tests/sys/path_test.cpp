@@ -1,5 +1,6 @@
 #include "sys/path.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <libproc.h>
 #include <string.h>
@@ -7,7 +8,7 @@
 
 #include <string>
 
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/temp_dir.h"
 
 static bool IsDirectory(const std::string& sPath) {
   struct stat Status;
@@ -130,8 +131,14 @@ TEST_F(SysPath, MakeDirRefusesLinkTargetsThatComeTo1024Characters) {
   ASSERT_EQ(0, symlink(sTarget.c_str(), m_Dir.Path("relative").c_str()));
   EXPECT_EQ(-1, MakeDir("relative"));
   EXPECT_FALSE(IsDirectory(m_Dir.Path("b")));
-  ASSERT_EQ(0, symlink(std::string(1024, '/').c_str(), m_Dir.Path("absolute").c_str()));
-  EXPECT_EQ(-1, MakeDir("absolute"));
+  ASSERT_EQ(0, symlink(std::string(1023, '/').c_str(), m_Dir.Path("longest").c_str()));
+  EXPECT_EQ(0, MakeDir("longest"));
+  // macOS makes no link with a longer target.
+  if (symlink(std::string(1024, '/').c_str(), m_Dir.Path("absolute").c_str()) == 0) {
+    EXPECT_EQ(-1, MakeDir("absolute"));
+  } else {
+    EXPECT_EQ(ENAMETOOLONG, errno);
+  }
 }
 
 TEST_F(SysPath, MakeDirFailsWithoutPermission) {
@@ -232,7 +239,11 @@ TEST_F(SysPathHome, DataDirIsTheOneOfTheExecutable) {
   char acExecutable[4096];
   ASSERT_GT(proc_pidpath(getpid(), acExecutable, sizeof(acExecutable)), 0);
   const std::string sExecutable = acExecutable;
-  EXPECT_EQ(sExecutable.substr(0, sExecutable.rfind('/') + 1), acPath);
+  const std::string sDir        = sExecutable.substr(0, sExecutable.rfind('/') + 1);
+  if (access(sDir.c_str(), W_OK) != 0) {
+    GTEST_SKIP() << "SKIPPED, this user may not write to " << sDir;
+  }
+  EXPECT_EQ(sDir, acPath);
   for (const auto& Entry : std::filesystem::directory_iterator(acPath)) {
     EXPECT_NE(0u, Entry.path().filename().string().rfind("OSTREL", 0)) << Entry.path();
   }

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/temp_dir.h"
 
 // Standard output of the example with that HOME, "none" to run without one; its exit status too.
 static std::string RunExample(const std::string& sHome, int* pStatus) {

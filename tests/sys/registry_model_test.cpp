@@ -6,8 +6,8 @@
 #include <random>
 #include <string>
 
-#include "tests/sys/registry_duel.h"
-#include "tests/sys/temp_dir.h"
+#include "tests/sys/support/registry_duel.h"
+#include "tests/sys/support/temp_dir.h"
 
 class SysRegistryModel : public testing::Test {
  protected:

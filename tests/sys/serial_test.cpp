@@ -9,11 +9,11 @@
 
 #include <string>
 
-#include "tests/sys/closed_stdin.h"
-#include "tests/sys/faults.h"
-#include "tests/sys/high_descriptors.h"
-#include "tests/sys/measure.h"
-#include "tests/sys/pty.h"
+#include "tests/sys/support/closed_stdin.h"
+#include "tests/sys/support/faults.h"
+#include "tests/sys/support/high_descriptors.h"
+#include "tests/sys/support/measure.h"
+#include "tests/sys/support/pty.h"
 
 unsigned GetLineSpeed(int hLine);
 
@@ -185,28 +185,28 @@ TEST(SysSerialEnumerate, NamesFoundCanBeOpened) {
 class SysSerialPort : public testing::Test {
  protected:
   void SetUp() override {
-    PTY_Open(&_Pty);
-    ASSERT_GE(_Pty.hKeep, 0) << "no pseudo-terminal to be had";
+    PTY_Open(&m_Pty);
+    ASSERT_GE(m_Pty.hKeep, 0) << "no pseudo-terminal to be had";
   }
   void TearDown() override {
-    if (_pPort != nullptr) {
-      SYS_SERIAL_Close(_pPort);
+    if (m_pPort != nullptr) {
+      SYS_SERIAL_Close(m_pPort);
     }
-    PTY_Close(&_Pty);
+    PTY_Close(&m_Pty);
   }
   void Open(uint32_t BaudRate = 115200) {
-    _pPort = SYS_SERIAL_Open(_Pty.acName, BaudRate);
-    ASSERT_NE(nullptr, _pPort);
+    m_pPort = SYS_SERIAL_Open(m_Pty.acName, BaudRate);
+    ASSERT_NE(nullptr, m_pPort);
   }
   struct termios GetLine() {
     struct termios Line;
-    EXPECT_EQ(0, tcgetattr(_Pty.hKeep, &Line));
+    EXPECT_EQ(0, tcgetattr(m_Pty.hKeep, &Line));
     return Line;
   }
-  void SetLine(const struct termios& Line) { EXPECT_EQ(0, tcsetattr(_Pty.hKeep, TCSANOW, &Line)); }
+  void SetLine(const struct termios& Line) { EXPECT_EQ(0, tcsetattr(m_Pty.hKeep, TCSANOW, &Line)); }
 
-  PTY              _Pty;
-  SYS_SERIAL_PORT* _pPort = nullptr;
+  PTY              m_Pty;
+  SYS_SERIAL_PORT* m_pPort = nullptr;
 };
 
 static const tcflag_t InputCleared =
@@ -269,7 +269,7 @@ TEST_F(SysSerialPort, AsksFor8BitsAndAReceiverAtOnce) {
 TEST_F(SysSerialPort, TakesTheLineForItselfAndClosesOnExec) {
   Open();
   EXPECT_EQ(O_RDWR | O_NOCTTY | O_CLOEXEC, LastOpenFlags);
-  const int hPort       = SYS_SERIAL_GetDescriptor(_pPort);
+  const int hPort       = SYS_SERIAL_GetDescriptor(m_pPort);
   int       IsExclusive = 0;
   EXPECT_EQ(0, ioctl(hPort, TIOCGEXCL, &IsExclusive));
   EXPECT_EQ(1, IsExclusive);
@@ -279,19 +279,19 @@ TEST_F(SysSerialPort, TakesTheLineForItselfAndClosesOnExec) {
 
 TEST_F(SysSerialPort, SpeedIsAnyRateAndCanBeChanged) {
   Open(250000);
-  EXPECT_EQ(250000u, GetLineSpeed(_Pty.hKeep));
-  const int hPort = SYS_SERIAL_GetDescriptor(_pPort);
+  EXPECT_EQ(250000u, GetLineSpeed(m_Pty.hKeep));
+  const int hPort = SYS_SERIAL_GetDescriptor(m_pPort);
   EXPECT_EQ(0, SYS_SERIAL_SetSpeed(hPort, 9600));
-  EXPECT_EQ(9600u, GetLineSpeed(_Pty.hKeep));
+  EXPECT_EQ(9600u, GetLineSpeed(m_Pty.hKeep));
   EXPECT_EQ(-1, SYS_SERIAL_SetSpeed(hPort, 0));
-  EXPECT_EQ(9600u, GetLineSpeed(_Pty.hKeep));
+  EXPECT_EQ(9600u, GetLineSpeed(m_Pty.hKeep));
   EXPECT_EQ(-1, SYS_SERIAL_SetSpeed(-1, 9600));
 }
 
 TEST_F(SysSerialPort, UnsupportedRateIsToldAndLeavesNoDescriptor) {
   const int NumBefore = CountDescriptors();
   testing::internal::CaptureStdout();
-  SYS_SERIAL_PORT* pPort = SYS_SERIAL_Open(_Pty.acName, 0);
+  SYS_SERIAL_PORT* pPort = SYS_SERIAL_Open(m_Pty.acName, 0);
   EXPECT_EQ("ERROR while writing port settings.\n", testing::internal::GetCapturedStdout());
   EXPECT_EQ(nullptr, pPort);
   EXPECT_EQ(NumBefore, CountDescriptors());
@@ -313,13 +313,13 @@ TEST(SysSerialOpen, MissingDeviceIsNullWithoutAWord) {
 
 // The longest name there can be, and the same with one character more: its cut form is that line.
 TEST_F(SysSerialPort, NamesOf122CharactersOpenAndLongerOnesNeverAnother) {
-  const std::string sName  = _Pty.acName;
+  const std::string sName  = m_Pty.acName;
   std::string       sSpace = "./";
   sSpace += std::string(122 - sSpace.size() - sName.size(), '/');
   const std::string sLongest = sSpace + sName;
   ASSERT_EQ(122u, sLongest.size());
-  _pPort = SYS_SERIAL_Open(sLongest.c_str(), 115200);
-  EXPECT_NE(nullptr, _pPort);
+  m_pPort = SYS_SERIAL_Open(sLongest.c_str(), 115200);
+  EXPECT_NE(nullptr, m_pPort);
   SYS_SERIAL_PORT* pOther;
   uint32_t         NumOpened;
   testing::internal::CaptureStdout();
@@ -345,7 +345,7 @@ TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedWithoutAWord) {
     const int NumBefore = CountDescriptors();
     {
       const CALL_COUNTER Opened("open");
-      pPort     = AreThere ? SYS_SERIAL_Open(_Pty.acName, 115200) : nullptr;
+      pPort     = AreThere ? SYS_SERIAL_Open(m_Pty.acName, 115200) : nullptr;
       NumOpened = Opened.GetNumCalls();
     }
     NumLeft = CountDescriptors() - NumBefore;
@@ -362,12 +362,12 @@ TEST_F(SysSerialPort, DescriptorThatReadsCannotWaitForIsRefusedWithoutAWord) {
 TEST_F(SysSerialPort, DescriptorZeroIsOneLikeAnyOther) {
   const CLOSED_STDIN Stdin;
   Open();
-  EXPECT_EQ(0, SYS_SERIAL_GetDescriptor(_pPort));
+  EXPECT_EQ(0, SYS_SERIAL_GetDescriptor(m_pPort));
   char c = 0;
-  ASSERT_EQ(1, write(_Pty.hMaster, "x", 1));
-  EXPECT_EQ(1, SYS_SERIAL_Read(_pPort, &c, 1, 10000));
-  SYS_SERIAL_Close(_pPort);
-  _pPort = nullptr;
+  ASSERT_EQ(1, write(m_Pty.hMaster, "x", 1));
+  EXPECT_EQ(1, SYS_SERIAL_Read(m_pPort, &c, 1, 10000));
+  SYS_SERIAL_Close(m_pPort);
+  m_pPort = nullptr;
 }
 
 TEST_F(SysSerialPort, SettingsTheLineDoesNotTakeAreOverlooked) {
@@ -375,7 +375,7 @@ TEST_F(SysSerialPort, SettingsTheLineDoesNotTakeAreOverlooked) {
   {
     const FAULT Exclusive("HOST_ioctl", ENOTTY);
     const FAULT Attributes("tcsetattr", EINVAL);
-    pPort = SYS_SERIAL_Open(_Pty.acName, 115200);
+    pPort = SYS_SERIAL_Open(m_Pty.acName, 115200);
   }
   EXPECT_NE(nullptr, pPort);
   SYS_SERIAL_Close(pPort);
@@ -387,7 +387,7 @@ TEST_F(SysSerialPort, NoMemoryIsNullWithoutAWordAndLeavesNoDescriptor) {
   SYS_SERIAL_PORT* pPort;
   {
     const FAULT Fault("malloc", ENOMEM);
-    pPort = SYS_SERIAL_Open(_Pty.acName, 115200);
+    pPort = SYS_SERIAL_Open(m_Pty.acName, 115200);
   }
   EXPECT_EQ("", testing::internal::GetCapturedStdout());
   EXPECT_EQ(nullptr, pPort);
@@ -400,14 +400,14 @@ TEST_F(SysSerialPort, OpeningDropsWhatIsPendingInBothDirections) {
   struct termios Line = GetLine();
   cfmakeraw(&Line);
   SetLine(Line);
-  ASSERT_EQ(3, write(_Pty.hMaster, "old", 3));
+  ASSERT_EQ(3, write(m_Pty.hMaster, "old", 3));
   LastFlush = -1;
   Open();
   EXPECT_EQ(TCIOFLUSH, LastFlush);
   char acBuffer[8];
-  EXPECT_EQ(0, SYS_SERIAL_Read(_pPort, acBuffer, sizeof(acBuffer), 50));
-  EXPECT_EQ(3, SYS_SERIAL_Write(_pPort, "new", 3));
-  ASSERT_EQ(3, read(_Pty.hMaster, acBuffer, sizeof(acBuffer)));
+  EXPECT_EQ(0, SYS_SERIAL_Read(m_pPort, acBuffer, sizeof(acBuffer), 50));
+  EXPECT_EQ(3, SYS_SERIAL_Write(m_pPort, "new", 3));
+  ASSERT_EQ(3, read(m_Pty.hMaster, acBuffer, sizeof(acBuffer)));
   EXPECT_EQ(0, memcmp("new", acBuffer, 3));
 }
 
@@ -415,8 +415,8 @@ TEST_F(SysSerialPort, ClosingGivesTheDescriptorBack) {
   const int NumBefore = CountDescriptors();
   Open();
   EXPECT_EQ(NumBefore + 1, CountDescriptors());
-  SYS_SERIAL_Close(_pPort);
-  _pPort = nullptr;
+  SYS_SERIAL_Close(m_pPort);
+  m_pPort = nullptr;
   EXPECT_EQ(NumBefore, CountDescriptors());
 }
 
@@ -428,13 +428,13 @@ TEST_F(SysSerialPort, AllByteValuesPassUnchangedInBothDirections) {
   for (int i = 0; i < 256; i++) {
     aSent[i] = (uint8_t)i;
   }
-  ASSERT_EQ(256, write(_Pty.hMaster, aSent, 256));
+  ASSERT_EQ(256, write(m_Pty.hMaster, aSent, 256));
   uint8_t aReceived[257];
   int32_t NumReceived = 0;
   aReceived[256]      = 0xAA;
   while (NumReceived < 256) {
     const int32_t NumRead =
-        SYS_SERIAL_Read(_pPort, aReceived + NumReceived, (uint32_t)(256 - NumReceived), 10000);
+        SYS_SERIAL_Read(m_pPort, aReceived + NumReceived, (uint32_t)(256 - NumReceived), 10000);
     ASSERT_GT(NumRead, 0);
     NumReceived += NumRead;
   }
@@ -445,12 +445,12 @@ TEST_F(SysSerialPort, AllByteValuesPassUnchangedInBothDirections) {
   struct termios Line = GetLine();
   Line.c_oflag        = 0;
   SetLine(Line);
-  ASSERT_EQ(256, SYS_SERIAL_Write(_pPort, aSent, 256));
+  ASSERT_EQ(256, SYS_SERIAL_Write(m_pPort, aSent, 256));
   ssize_t NumOut = 0;
   while (NumOut < 256) {
-    struct pollfd Poll = {_Pty.hMaster, POLLIN, 0};
+    struct pollfd Poll = {m_Pty.hMaster, POLLIN, 0};
     ASSERT_EQ(1, poll(&Poll, 1, 10000));
-    const ssize_t NumRead = read(_Pty.hMaster, aReceived + NumOut, (size_t)(256 - NumOut));
+    const ssize_t NumRead = read(m_Pty.hMaster, aReceived + NumOut, (size_t)(256 - NumOut));
     ASSERT_GT(NumRead, 0);
     NumOut += NumRead;
   }
@@ -461,11 +461,11 @@ TEST_F(SysSerialPort, ReadWithTimeOutZeroPolls) {
   Open();
   char          c     = 0;
   const int64_t Start = GetMs();
-  EXPECT_EQ(0, SYS_SERIAL_Read(_pPort, &c, 1, 0));
+  EXPECT_EQ(0, SYS_SERIAL_Read(m_pPort, &c, 1, 0));
   EXPECT_LT(GetMs() - Start, 2000);
-  ASSERT_EQ(1, write(_Pty.hMaster, "x", 1));
+  ASSERT_EQ(1, write(m_Pty.hMaster, "x", 1));
   for (int i = 0; i < 1000; i++) {  // a byte takes a moment from one end to the other
-    if (SYS_SERIAL_Read(_pPort, &c, 1, 0) == 1) {
+    if (SYS_SERIAL_Read(m_pPort, &c, 1, 0) == 1) {
       break;
     }
     usleep(1000);
@@ -477,11 +477,22 @@ TEST_F(SysSerialPort, ReadWaitsForItsTimeOutAndTakesNoMoreThanAskedFor) {
   Open();
   char          acBuffer[8] = "#######";
   const int64_t Start       = GetMs();
-  EXPECT_EQ(0, SYS_SERIAL_Read(_pPort, acBuffer, 8, 150));
+  EXPECT_EQ(0, SYS_SERIAL_Read(m_pPort, acBuffer, 8, 150));
   EXPECT_GE(GetMs() - Start, 149);
-  ASSERT_EQ(5, write(_Pty.hMaster, "abcde", 5));
-  EXPECT_EQ(3, SYS_SERIAL_Read(_pPort, acBuffer, 3, 10000));
+  ASSERT_EQ(5, write(m_Pty.hMaster, "abcde", 5));
+  EXPECT_EQ(3, SYS_SERIAL_Read(m_pPort, acBuffer, 3, 10000));
   EXPECT_STREQ("abc####", acBuffer);
+}
+
+TEST_F(SysSerialPort, ReadWaitsForItsTimeOutAndNoLonger) {
+  Open();
+  const FAULT TimeIsUp("select", 0, 0, 3);
+  for (const uint32_t Timeout : {0u, 50u, 12345u}) {
+    char c;
+    LastSelectTime = {-1, -1};
+    EXPECT_EQ(0, SYS_SERIAL_Read(m_pPort, &c, 1, Timeout));
+    EXPECT_EQ(Timeout, (uint32_t)(LastSelectTime.tv_sec * 1000 + LastSelectTime.tv_usec / 1000));
+  }
 }
 
 TEST_F(SysSerialPort, ErrorsOfWaitingAndReadingAreMinus1) {
@@ -490,31 +501,46 @@ TEST_F(SysSerialPort, ErrorsOfWaitingAndReadingAreMinus1) {
   int32_t Result;
   {
     const FAULT Fault("select", EINTR);
-    Result = SYS_SERIAL_Read(_pPort, &c, 1, 1000);
+    Result = SYS_SERIAL_Read(m_pPort, &c, 1, 1000);
   }
   EXPECT_EQ(-1, Result);
-  ASSERT_EQ(1, write(_Pty.hMaster, "x", 1));
+  ASSERT_EQ(1, write(m_Pty.hMaster, "x", 1));
   {
     const FAULT Fault("read", EIO);
-    Result = SYS_SERIAL_Read(_pPort, &c, 1, 10000);
+    Result = SYS_SERIAL_Read(m_pPort, &c, 1, 10000);
   }
   EXPECT_EQ(-1, Result);
 }
 
-// What tells a device that is gone from a time-out: nothing, and at once.
+// What tells a device that is gone from a silent one: 0 or -1 well before the time-out. A USB device
+// that is pulled out gives an error (ENXIO), a line that is hung up gives nothing.
+TEST_F(SysSerialPort, ReadingFromADeviceThatIsPulledOutIsMinus1) {
+  Open();
+  ASSERT_EQ(1, write(m_Pty.hMaster, "x", 1));
+  char          c;
+  const int64_t Start = GetMs();
+  int32_t       Result;
+  {
+    const FAULT PulledOut("read", ENXIO);
+    Result = SYS_SERIAL_Read(m_pPort, &c, 1, 20000);
+  }
+  EXPECT_EQ(-1, Result);
+  EXPECT_LT(GetMs() - Start, 10000);
+}
+
 TEST_F(SysSerialPort, ReadingFromALineThatIsGoneDoesNotWait) {
   Open();
-  close(_Pty.hMaster);
-  _Pty.hMaster        = -1;
+  close(m_Pty.hMaster);
+  m_Pty.hMaster       = -1;
   char          c     = 0;
   const int64_t Start = GetMs();
-  EXPECT_LE(SYS_SERIAL_Read(_pPort, &c, 1, 20000), 0);
+  EXPECT_LE(SYS_SERIAL_Read(m_pPort, &c, 1, 20000), 0);
   EXPECT_LT(GetMs() - Start, 10000);
 }
 
 TEST_F(SysSerialPort, WritingToALineThatIsGoneIsMinus1) {
   Open();
-  close(_Pty.hMaster);
-  _Pty.hMaster = -1;
-  EXPECT_EQ(-1, SYS_SERIAL_Write(_pPort, "x", 1));
+  close(m_Pty.hMaster);
+  m_Pty.hMaster = -1;
+  EXPECT_EQ(-1, SYS_SERIAL_Write(m_pPort, "x", 1));
 }

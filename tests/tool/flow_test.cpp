@@ -276,17 +276,6 @@ TEST(Flow, ProgressTextIsSeenThroughAPipeWhileTheResetIsMade) {
   EXPECT_EQ(0, Result.Status);
 }
 
-TEST(Flow, ReaderThatLeavesDoesNotStopAReset) {
-  ToolRun Run;
-  Run.Args   = {"-SetDeviceFamily", "11", "-Exit", "1"};
-  Run.Script = ScriptL1;
-  ToolResult Result;
-  RunToolAndLookAtPipe(Run, "Reset", &Result, true);
-  EXPECT_EQ("Close()", Result.Calls.back());
-  EXPECT_EQ(0, Result.Signal);
-  EXPECT_EQ(0, Result.Status);
-}
-
 TEST(Flow, ConnectTextIsSeenThroughAPipeWhileTheProbeIsOpened) {
   ToolRun Run;
   Run.Args   = {"-SetDeviceFamily", "11", "-Exit", "1"};

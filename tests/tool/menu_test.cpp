@@ -79,6 +79,50 @@ TEST(Menu, EntryThatDoesNotStartWithADigitIsRefused) {
   }
 }
 
+// Entries that hold a family's number and bytes from 0x80 on.
+static const char* const MistypedEntries[] = {
+    "\u00E97",      // e with acute accent, 7
+    "\u00A07",      // no-break space, 7
+    "\uFF112",      // full-width 1, 2
+    "\U0001F6007",  // four bytes, 7
+};
+
+// The user's locale does not matter; each of these is one that a system or a script sets.
+static const char* const Locales[] = {"LC_ALL=C", "LC_ALL=C.UTF-8"};
+
+TEST(Menu, EntryWithACharacterBeyondAsciiIsRefusedInAnyLocale) {
+  for (const char* sLocale : Locales) {
+    for (const char* sEntry : MistypedEntries) {
+      ToolRun Run;
+      Run.Input               = std::string(sEntry) + "\n";
+      Run.Script              = "open-error stop here\n";
+      Run.Environment         = {sLocale};
+      const ToolResult Result = RunTool(Run);
+      EXPECT_EQ("ERROR: Expected a dec value\n<IsOpen()>Press any key to exit.\n",
+                AfterMenu(Result))
+          << sLocale << " " << sEntry;
+      EXPECT_EQ(255, Result.Status);
+    }
+  }
+}
+
+TEST(Menu, CharacterBeyondAsciiAfterTheDigitsIsIgnored) {
+  for (const char* sLocale : Locales) {
+    ToolRun Run;
+    Run.Input               = "1\u00E92\n";
+    Run.Script              = "voltage 0\n";
+    Run.Environment         = {sLocale};
+    const ToolResult Result = RunTool(Run);
+    EXPECT_EQ("ExecCommand(device = Cortex-M3, null, 0)", Result.Calls.at(1)) << sLocale;
+  }
+}
+
+// The line editor drops what is no UTF-8: a limit of the menu, not a promise of the tool.
+TEST(Menu, BytesThatAreNoUtf8AreDropped) {
+  EXPECT_EQ("ExecCommand(device = Cortex-M7, null, 0)", DeviceCommandFor("\xE9"
+                                                                         "7\n"));
+}
+
 TEST(Menu, ZeroLeavesWithoutConnecting) {
   const ToolResult Result = Enter("0\n");
   EXPECT_EQ("<IsOpen()>Press any key to exit.\n", AfterMenu(Result));
@@ -91,12 +135,19 @@ TEST(Menu, OnlyTheFirst127CharactersOfAnEntryCount) {
 }
 
 TEST(Menu, EndOfInputIsReadAgainForEver) {
+  ToolResult Result;
+  EXPECT_TRUE(RunsOnAtEndOfInput(ToolRun(), "  [12] STM32L4x6xx\n", &Result));
+  EXPECT_TRUE(Result.Calls.empty());
+  EXPECT_EQ("", Result.Error);
+}
+
+// Standard error may be a file or a terminal that can be read too.
+TEST(Menu, ClosedInputIsNotReadFromStandardError) {
   ToolRun Run;
-  Run.Input               = "";
-  Run.TimeLimitMs         = 500;
-  const ToolResult Result = RunTool(Run);
-  EXPECT_TRUE(Result.TimedOut);
-  EXPECT_NE(std::string::npos, Result.Output.find("  [12] STM32L4x6xx\n"));
+  Run.Closed         = {0};
+  Run.ErrorFileBegin = "0\n";
+  ToolResult Result;
+  EXPECT_TRUE(RunsOnAtEndOfInput(Run, "  [12] STM32L4x6xx\n", &Result));
   EXPECT_TRUE(Result.Calls.empty());
 }
 
@@ -148,4 +199,19 @@ TEST(MenuOnATerminal, EntryCanBeEdited) {
   Run.Environment         = {"TERM=vt100"};
   const ToolResult Result = RunToolOnTerminal(Run, PromptText);
   EXPECT_EQ(0, Result.Status) << Result.Output;
+}
+
+TEST(MenuOnATerminal, EntryWithACharacterBeyondAsciiIsRefusedInAnyLocale) {
+  for (const char* sLocale : Locales) {
+    for (const char* sEntry : MistypedEntries) {
+      ToolRun Run;
+      Run.Input               = std::string(sEntry) + "\n\n";
+      Run.Environment         = {"TERM=vt100", sLocale};
+      const ToolResult Result = RunToolOnTerminal(Run, PromptText);
+      EXPECT_NE(std::string::npos, Result.Output.find("ERROR: Expected a dec value\n"))
+          << sLocale << " " << Result.Output;
+      EXPECT_EQ(std::vector<std::string>{"IsOpen()"}, Result.Calls);
+      EXPECT_EQ(255, Result.Status);
+    }
+  }
 }

@@ -163,6 +163,36 @@ TEST(ResetH7, BusyBankIsPolledAgain) {
   EXPECT_EQ(0, Result.Status);
 }
 
+// Each read of the status begins with zero, so one that delivers nothing ends the wait.
+TEST(ResetH7, StatusThatIsNotDeliveredCountsAsReady) {
+  const ToolResult Result =
+      RunReset(MENU_H7,
+               "read 0x52002018 0\nread 0x52002118 0\n"
+               "read 0x5200201C 0x1416AAF0 0x1416AAF1 0x1416AAF0\nfail-later 0x5200201C 2 -1\n"
+               "read 0x5200211C 0x1416AAF0\n"
+               "read 0x52002028 0xFF\nread 0x52002128 0xFF\nread 0x52002030 0x800000FF\n"
+               "read 0x52002130 0x800000FF\nread 0x52002038 0xFF\nread 0x52002138 0xFF\n"
+               "read 0x52002040 0x1FF00800\nread 0x52002140 0x1FF00800\n");
+  EXPECT_NE(std::string::npos,
+            Result.Transcript.find("<WriteU32(0x52002018, 0x00000002)><Read(0x5200201C, 1)>"
+                                   "<Read(0x5200201C, 1)><WriteU32(0x52002018, 0x00000003)>"));
+  EXPECT_EQ(0, Result.Status);
+}
+
+TEST(ResetH7, WordsAreTakenAsDeliveredWhateverTheResult) {
+  // The first read of each register fails and delivers; Bank 1 then goes on as if it had not.
+  ExpectReset(MENU_H7,
+              "read-fails 0x52002018 -1 1\nread 0x52002018 0 1 0\n"
+              "read-fails 0x5200201C -1 0x25DB552A\nread 0x5200201C 0x25DB552A 0x1416AAF0\n"
+              "read-fails 0x52002038 -1 0x000000F0\nread 0x52002038 0x000000FF\n"
+              "read-fails 0x52002028 -1 0x000000FF\nread-fails 0x52002030 -1 0x800000FF\n"
+              "read-fails 0x52002040 -1 0x1FF00800\n" +
+                  Bank(2),
+              Begin + PassOne(1) + PassOne(2) + PassTwo(1) + PassTwo(2) + Done + Verify(1) +
+                  Verify(2) + "O.K.\n",
+              0);
+}
+
 TEST(ResetH7, BusyForTwentySecondsEndsWithoutAMessageOrAReset) {
   if (getenv("QUOBE_SLOW_TESTS") == nullptr) {
     GTEST_SKIP() << "waits 20 s; runs under script/test --slow";

@@ -96,7 +96,28 @@ TEST(ResetL4, BusyIsPolledUntilItClears) {
                                    "<Read(0x40022014, 1)><WriteU32(0x40022014, 0xC8000000)>"));
 }
 
-TEST(ResetL4, FailedFirstReadGoesStraightToFactory) {
+TEST(ResetL4, WordsAreTakenAsDeliveredWhateverTheResult) {
+  ExpectReset(MENU_L4,
+              "read 0x40022010 0\nread-fails 0x40022014 -1 0xC0000000\n"
+              "read 0x40022014 0xC0000000\n"
+              "read-fails 0x40022020 -1 0xFFEFF8AA\nread-fails 0x40022020 -1 0xFFEFF8AA\n",
+              std::string(Begin) + Unlock + "<WriteU32(0x40022020, 0xFFEFF800)>" + Launch +
+                  FactoryOptr() + Areas + Launch + Done,
+              0);
+}
+
+TEST(ResetL4, StatusThatIsNotDeliveredCountsAsReady) {
+  const ToolResult Result =
+      RunReset(MENU_L4,
+               "read 0x40022010 0x10000 0\nfail-later 0x40022010 1 -1\n"
+               "read 0x40022014 0xC0000000\nread 0x40022020 0xFFEFF800 0xFFEFF8AA\n");
+  EXPECT_NE(std::string::npos,
+            Result.Transcript.find("<WriteU32(0x40022014, 0xC0020000)><Read(0x40022010, 1)>"
+                                   "<Read(0x40022010, 1)><Read(0x40022014, 1)>"));
+  EXPECT_EQ(0, Result.Status);
+}
+
+TEST(ResetL4, FirstWordThatIsNotDeliveredGoesStraightToFactory) {
   const ToolResult Result = RunReset(
       MENU_L4, std::string(Ready) + "read-fails 0x40022020 -1\nread 0x40022020 0xFFEFF8AA\n");
   EXPECT_EQ(0u, ResetPart(Result).find(std::string(Begin) + FactoryOptr()));

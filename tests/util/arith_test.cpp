@@ -50,6 +50,13 @@ TEST(UtilRanges, RangesThatWrapHoldNothing) {
   }
 }
 
+TEST(UtilRanges, RangeThatWrapsSharesNoAddressWithOneThatReachesAllOthers) {
+  // The wrapping range would hold the last four addresses and the first six.
+  EXPECT_EQ(0, UTIL_DoRangesOverlap(UINT64_MAX - 3, 10, 0, UINT64_MAX));
+  EXPECT_EQ(0, UTIL_DoRangesOverlap(0, UINT64_MAX, UINT64_MAX - 3, 10));
+  EXPECT_EQ(1, UTIL_DoRangesOverlap(UINT64_MAX - 3, 4, 0, UINT64_MAX));
+}
+
 TEST(UtilGetGCD, AgreesWithTheStandardLibrary) {
   std::mt19937_64 Random(2);
   for (int i = 0; i < NUM_RANDOM; i++) {
@@ -349,6 +356,24 @@ TEST(UtilFindQuartiles, ResolutionThatCannotBeReachedUsesUpTheLevels) {
     EXPECT_EQ(-1, Found.Result);
     EXPECT_EQ(UNTOUCHED, Found.a[0]);
   }
+}
+
+TEST(UtilFindQuartiles, RankThatIsMissedIsReportedThoughTheNextOneIsFound) {
+  // At this width a double's digits do not separate the second rank's sample from the edge of its
+  // range: the levels are used up before it is found.
+  const std::vector<uint64_t> Samples = {0,
+                                         42524257,
+                                         16947946117720651356u,
+                                         3,
+                                         7862924661418696319u,
+                                         14234189785799205981u,
+                                         10168767670632392180u,
+                                         UINT64_MAX};
+  const QUARTILES             Found   = FindQuartiles(Samples, 0, UINT64_MAX, 1, 1);
+  EXPECT_EQ(-1, Found.Result);
+  EXPECT_LE(Distance(3, Found.a[0]), 1u);
+  EXPECT_EQ(UNTOUCHED, Found.a[1]);
+  EXPECT_LE(Distance(14234189785799205981u, Found.a[2]), 1u);
 }
 
 TEST(UtilFindQuartiles, ImpossibleRangesFail) {

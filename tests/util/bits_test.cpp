@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/util/guarded.h"
 #include "tests/util/vector_report.h"
 #include "tests/util/vectors_bits.h"
 
@@ -120,16 +121,18 @@ TEST(UtilReadBits, WidthAboveSixteenGivesZero) {
   EXPECT_EQ(0u, UTIL_ReadBits(ab, 0, 0xFFFFFFFF));
 }
 
-TEST(UtilReadBits, ReadsNoByteBehindTheField) {
-  // A heap block of just the size, so that AddressSanitizer sees one byte too many.
+TEST(UtilReadBits, ReadsNoByteAfterTheField) {
+  GUARDED Memory;
   for (uint32_t Shift = 0; Shift < 8; Shift++) {
-    std::vector<uint8_t> Field((Shift + 16 + 7) / 8, 0xFF);
-    EXPECT_EQ(0xFFFFu, UTIL_ReadBits(Field.data(), Shift, 16));
-    std::vector<uint8_t> Field32(Shift == 0 ? 4 : 5, 0xFF);
-    EXPECT_EQ(0xFFFFFFFFu, UTIL_ReadBits32(Field32.data(), Shift));
-    UTIL_WriteBits32(Field32.data(), Shift, 0);
-    EXPECT_EQ(0u, UTIL_ReadBits32(Field32.data(), Shift));
-    EXPECT_EQ(0u, UTIL_ReadBits(Field.data(), 8 * (uint32_t)Field.size() + Shift, 0));
+    for (uint32_t NumBits = 0; NumBits <= 16; NumBits++) {
+      const uint32_t NumBytes = NumBits == 0 ? 0 : (Shift + NumBits + 7) / 8;
+      uint8_t*       p        = Memory.Last(NumBytes);
+      memset(p, 0xFF, NumBytes);
+      EXPECT_EQ((1u << NumBits) - 1, UTIL_ReadBits(p, Shift, NumBits)) << Shift << " " << NumBits;
+    }
+    uint8_t* p = Memory.Last(Shift == 0 ? 4 : 5);
+    UTIL_WriteBits32(p, Shift, 0xFFFFFFFF);
+    EXPECT_EQ(0xFFFFFFFFu, UTIL_ReadBits32(p, Shift));
     EXPECT_EQ(0u, UTIL_ReadBits(nullptr, Shift, 0));
   }
 }

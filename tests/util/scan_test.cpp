@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/util/guarded.h"
 #include "tests/util/vector_report.h"
 #include "tests/util/vectors_scan.h"
 
@@ -194,6 +195,16 @@ TEST(UtilTrim, AndConvertBackslashesChangeTheTextInPlace) {
 
 TEST(UtilAddTrailingSlash, AppendsOneWhereItFits) {
   EXPECT_LT(7, VECTORS_RunAddTrailingSlash(ReportRow));
+}
+
+TEST(UtilAddTrailingSlash, LooksNoFurtherThanTheBufferForTheEndOfThePath) {
+  GUARDED Memory;
+  for (uint32_t Size = 0; Size <= 40; Size++) {
+    char* sPath = (char*)Memory.Last(Size);
+    memset(sPath, 'a', Size);
+    UTIL_AddTrailingSlash(sPath, Size);
+    EXPECT_EQ(std::string(Size, 'a'), std::string(sPath, Size)) << Size;
+  }
 }
 
 // Models over random inputs

@@ -1,19 +1,19 @@
 // Makes SYS ask the system for things, so that macho_test can read in the runner's trace with which
 // of Darwin's flags and numbers it does. What comes of it is not looked at here.
 //
-//   sys_calls files|regular|console|serial|ports|services|sockets
+//   sys_calls files|regular|console|serial|ports|services|sockets|connect
 
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
 #include "sys/console.h"
-#include "sys/file.h"
+#include "sys/files.h"
 #include "sys/misc.h"
 #include "sys/serial.h"
 #include "sys/sockets.h"
 #include "sys/thread.h"
-#include "tests/sys/pty.h"
+#include "tests/sys/support/pty.h"
 
 // Makes files in the current folder.
 static void CallFiles(void) {
@@ -102,13 +102,22 @@ static void CallSockets(void) {
   SYS_NET_ResolveIPv6("127.0.0.1", 1, aAddress);
 }
 
+static int32_t IsThirdAttempt(void) {
+  static int NumAttempts;
+  return ++NumAttempts == 3;
+}
+
+static void CallConnect(void) {
+  SYS_TCP_ConnectTimeout(0xE0000001, 5000, 60000, IsThirdAttempt);  // 224.0.0.1
+}
+
 static const struct {
   const char* sName;
   void (*pfCall)(void);
 } Areas[] = {
     {"files", CallFiles},     {"regular", CallRegular}, {"console", CallConsole},
     {"serial", CallSerial},   {"ports", CallPorts},     {"services", CallServices},
-    {"sockets", CallSockets},
+    {"sockets", CallSockets}, {"connect", CallConnect},
 };
 
 int main(int NumArgs, char** pasArgs) {

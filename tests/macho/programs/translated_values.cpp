@@ -12,7 +12,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "tests/sys/pty.h"
+#include "tests/sys/support/pty.h"
 
 static int NumFailed;
 

@@ -22,7 +22,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "tests/sys/pty.h"
+#include "tests/sys/support/pty.h"
 
 static void SetLine(uint64_t MoreControl, speed_t MoreSpeed) {
   PTY            Pty;

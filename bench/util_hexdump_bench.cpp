@@ -1,0 +1,96 @@
+// The hex dump, 16 bytes a line with addresses, beside a loop that takes each byte's digits from a
+// table and stores four characters at once.
+
+#include <string.h>
+
+#include <random>
+#include <vector>
+
+#include "bench/support/peer_bench.h"
+#include "util/value_text.h"
+
+namespace {
+
+struct TABLE {
+  char a[256][4];
+};
+
+constexpr TABLE BuildTable() {
+  constexpr char acDigit[] = "0123456789ABCDEF";
+  TABLE          Table     = {};
+  for (int i = 0; i < 256; i++) {
+    Table.a[i][0] = acDigit[i >> 4];
+    Table.a[i][1] = acDigit[i & 15];
+    Table.a[i][2] = ' ';
+  }
+  return Table;
+}
+
+constexpr TABLE Table = BuildTable();
+
+const uint32_t LINE = 16;
+
+char* StoreAddr(char* p, uint32_t Addr) {
+  memcpy(p, "0x", 2);
+  memcpy(p + 2, Table.a[Addr >> 24], 2);
+  memcpy(p + 4, Table.a[(Addr >> 16) & 0xFF], 2);
+  memcpy(p + 6, Table.a[(Addr >> 8) & 0xFF], 2);
+  memcpy(p + 8, Table.a[Addr & 0xFF], 2);
+  memcpy(p + 10, ": ", 2);
+  return p + 12;
+}
+
+// The text has room for everything, so nothing is tested on the way.
+__attribute__((noinline)) uint32_t DumpByTable(char* pText, const uint8_t* pData, uint32_t NumBytes,
+                                               uint32_t Addr) {
+  char* p = pText;
+  for (uint32_t i = 0; i < NumBytes; i += LINE) {
+    p = StoreAddr(p, Addr + i);
+    for (uint32_t k = 0; k < LINE; k++) {
+      memcpy(p, Table.a[pData[i + k]], 4);
+      p += 3;
+    }
+    memcpy(p, "\r\n", 2);
+    p += 2;
+  }
+  *p++ = 0;
+  return (uint32_t)(p - pText);
+}
+
+std::vector<char> Text((1 << 20) * 4);
+uint32_t          Len;
+
+std::string TheText() {
+  return std::string(Text.data(), Len);
+}
+
+void AddRow(const char* sRow, double Goal, uint32_t NumBytes) {
+  std::mt19937         Random(1);
+  std::vector<uint8_t> Data(NumBytes);
+  for (uint8_t& b : Data) {
+    b = (uint8_t)Random();
+  }
+  BENCH_Row(sRow, Goal);
+  BENCH_Add(
+      "ours",
+      [Data, NumBytes] {
+        Len = UTIL_HexDump(Text.data(), (uint32_t)Text.size(), Data.data(), NumBytes, 1, 0x20000000,
+                           LINE);
+      },
+      TheText);
+  BENCH_Add(
+      "table, 4-byte stores",
+      [Data, NumBytes] { Len = DumpByTable(Text.data(), Data.data(), NumBytes, 0x20000000); },
+      TheText);
+}
+
+}  // namespace
+
+int main(int NumArgs, char** pasArgs) {
+  BENCH_Job("hexdump", "Hex dump, 16 bytes a line with addresses");
+  AddRow("64 B", 0.45, 64);
+  AddRow("4 KiB", 0.45, 4 << 10);
+  AddRow("64 KiB", 0.45, 64 << 10);
+  AddRow("1 MiB", 0.45, 1 << 20);
+  return BENCH_Main(NumArgs, pasArgs);
+}

@@ -1,0 +1,47 @@
+// errno: Darwin's numbers in a variable of its own.
+//
+// Calls that are bound to this system's functions set this system's errno. The program reads its
+// errno through ___error(), and that is where a number that has come in is translated and moved
+// over; zero stands for nothing new.
+
+#include <errno.h>
+#include <string.h>
+
+#include "machorun/shim.h"
+
+int ToDarwinErrno(int HostErrno) {
+  switch (HostErrno) {
+#define NUMBER(Name, Value) \
+  case Name:                \
+    return Value;
+#include "machorun/darwin_errno.inc"
+#undef NUMBER
+    default:
+      if (HostErrno > 34) {
+        Unknown("error code %d (%s)", HostErrno, strerror(HostErrno));
+      }
+      return HostErrno;
+  }
+}
+
+namespace {
+
+thread_local int DarwinErrno;
+
+int* Error() {
+  if (errno != 0) {
+    DarwinErrno = ToDarwinErrno(errno);
+    errno       = 0;
+  }
+  return &DarwinErrno;
+}
+
+const Shim Table[] = {
+    Bound("___error", &Error),
+};
+
+}  // namespace
+
+std::span<const Shim> ErrnoShims() {
+  return Table;
+}

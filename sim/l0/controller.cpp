@@ -1,0 +1,226 @@
+#include "sim/l0/l0.h"
+
+namespace sim::l0 {
+
+ControllerL0::ControllerL0(Surroundings& Around, const L0_DEVICE& Row)
+    : Controller(Around, *Row.pFacts, Row.pFamily->Base, Row.pFamily->Registers, Locks),
+      family_(*Row.pFamily) {
+  State("load_errors", &loadErrors_);
+}
+
+// -- Power and reset -----------------------------------------------------------------------------
+
+void ControllerL0::OnPowerOn() {
+  ResetRegisters();
+  Load();
+}
+
+// What is loaded stays in force over a reset that does not load.
+void ControllerL0::OnSystemReset() {
+  std::vector<uint32_t> InForce;
+  for (int i = 0; i < NumWords(); i++) {
+    InForce.push_back(Loaded(i));
+  }
+  ResetRegisters();
+  if (launched_) {
+    launched_ = false;
+    Load();
+    return;
+  }
+  for (int i = 0; i < NumWords(); i++) {
+    ShowLoaded(i, InForce[static_cast<size_t>(i)]);
+  }
+  SetFlags(loadErrors_);
+}
+
+// -- Registers -----------------------------------------------------------------------------------
+
+// Flash, EEPROM and option words share what is busy.
+bool ControllerL0::MustWait(const ACCESS& Access) const {
+  return Access.Area == OPTION_AREA ||
+         (Access.Area == MEMORY_AREA && Access.pMemory->Row().Kind != SRAM && Level() == 0);
+}
+
+bool ControllerL0::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pValue) {
+  *pValue = registers_[Offset];
+  if (Offset == SR && Busy()) {
+    *pValue = (*pValue | SR_BSY) & ~(SR_ENDHV | SR_READY);
+  }
+  return true;
+}
+
+// Each category has some of the flags: those that can be cleared.
+void ControllerL0::SetFlags(uint32_t Flags) {
+  registers_[SR] |= Flags & registers_.RowAt(family_.Base + SR)->ClearByOne;
+}
+
+bool ControllerL0::WriteRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t Value) {
+  if (const int Lock = LockAt(Offset); Lock >= 0) {
+    const bool Good = WriteKey(Lock, Value);
+    FollowPelock();
+    return Good;
+  }
+  if (Offset == PECR) {
+    return WriteControl(Value);
+  }
+  registers_.Write(Offset, Value);
+  return true;
+}
+
+bool ControllerL0::WriteControl(uint32_t Value) {
+  if (!IsOpen(FLASH_LOCK) || (Busy() && !family_.PecrWhileBusy)) {
+    return true;
+  }
+  const bool Launches = (Value & PECR_OBL_LAUNCH) != 0 && IsOpen(OPTION_LOCK);
+  registers_.Write(PECR, Value);
+  for (const int Lock : {FLASH_LOCK, PROGRAM_LOCK, OPTION_LOCK}) {
+    if ((Value & this->Lock(Lock).Row().ClosedBit) != 0) {
+      CloseLock(Lock);
+    }
+  }
+  FollowPelock();
+  if (Launches) {
+    launched_ = true;
+    around_.ResetFromWithin("OBL_LAUNCH");
+    return !Is(OBL_TRANSFER_FAILS);
+  }
+  return true;
+}
+
+// PELOCK, however it came to be set, sets the other locks and clears what was asked for.
+void ControllerL0::FollowPelock() {
+  if (!IsOpen(FLASH_LOCK)) {
+    CloseLock(PROGRAM_LOCK);
+    CloseLock(OPTION_LOCK);
+    registers_[PECR] &= ~(PECR_PROG | PECR_DATA | PECR_FTDW | PECR_ERASE);
+  }
+}
+
+// -- Memories ------------------------------------------------------------------------------------
+
+bool ControllerL0::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) {
+  if (Source.Row().Kind == SRAM) {
+    return true;
+  }
+  if (Level() != 0) {
+    return false;
+  }
+  if (Source.Row().Kind == MAIN_FLASH && IsPcropLoaded() && IsProtected(Address)) {
+    SetFlags(SR_RDERR);
+    *pValue = 0;
+    return !family_.PcropReadsFault;
+  }
+  return true;
+}
+
+bool ControllerL0::WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) {
+  if (Level() != 0) {
+    return false;
+  }
+  if (Target.Row().Kind == MAIN_FLASH) {
+    WriteFlash(Address, Size, Value);
+  } else {
+    WriteEeprom(Address, Size, Value);
+  }
+  return true;
+}
+
+void ControllerL0::WriteFlash(uint32_t Address, uint32_t Size, uint32_t Value) {
+  if (!IsOpen(PROGRAM_LOCK) || IsProtected(Address)) {
+    SetFlags(SR_WRPERR);
+  } else if (Size != 4) {
+    SetFlags(SR_SIZERR);
+  } else if ((~registers_[PECR] & (PECR_ERASE | PECR_PROG)) == 0) {  // whatever is written
+    Start({{PAGE_ERASE, Us(WORD_PHASE), Address & ~(family_.PageBytes - 1)}});
+  } else if (WordAt(Address) != 0) {
+    SetFlags(family_.NotZeroError);
+  } else {
+    Start({{WORD_PROGRAM, Us(WORD_PHASE), Address, Value}});
+  }
+}
+
+void ControllerL0::WriteEeprom(uint32_t Address, uint32_t Size, uint32_t Value) {
+  if (!IsOpen(FLASH_LOCK)) {
+    SetFlags(SR_WRPERR);
+  } else if ((~registers_[PECR] & (PECR_ERASE | PECR_DATA)) == 0) {
+    Start({{WORD_PROGRAM, Us(WORD_PHASE), Address & ~3u, 0}});
+  } else {
+    Start({ProgramPhase(Address, Merge(WordAt(Address), Address, Size, Value))});
+  }
+}
+
+// -- Operations ----------------------------------------------------------------------------------
+
+uint32_t ControllerL0::WordAt(uint32_t Address) const {
+  const int Index = IndexOfWord(Address);
+  return Index >= 0 ? Stored(Index) : AllMemories().At(Address)->WordAt(Address);
+}
+
+void ControllerL0::SetWord(uint32_t Address, uint32_t Value) {
+  const int Index = IndexOfWord(Address);
+  if (Index >= 0) {
+    Store(Index, Value);
+  } else {
+    AllMemories().At(Address)->WordAt(Address) = Value;
+  }
+}
+
+// Erase and program, in option words and EEPROM. The erase is left out where there is nothing to
+// erase, unless FTDW asks for it. ERASE in option words is an erase alone.
+PHASE ControllerL0::ProgramPhase(uint32_t Address, uint32_t Value) const {
+  const bool IsOption = IndexOfWord(Address) >= 0;
+  const bool Both     = WordAt(Address) != 0 || (registers_[PECR] & PECR_FTDW) != 0 ||
+                    (IsOption && Is(L0_L1_ALWAYS_ERASE_OPTIONS));
+  const bool Erases = IsOption && (registers_[PECR] & PECR_ERASE) != 0;
+  return {WORD_PROGRAM, (Both && !Erases ? 2 : 1) * Us(WORD_PHASE), Address, Value};
+}
+
+void ControllerL0::FinishPhase(const PHASE& Phase) {
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+      AllMemories().Erase(MAIN_FLASH);
+      AllMemories().Erase(EEPROM);
+      for (int i = WORD_USER; i < NumWords() && family_.EraseTakesOptions; i++) {
+        Store(i, 0);
+      }
+      break;
+    case PAGE_ERASE:
+      MainFlash().EraseRange(Phase.Argument, family_.PageBytes);
+      break;
+    default:
+      SetWord(Phase.Argument, Phase.Value);
+      break;
+  }
+  SetFlags(SR_EOP);
+}
+
+void ControllerL0::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+      for (Memory& Each : AllMemories()) {
+        if (Each.Row().Kind != SRAM) {
+          Each.EraseUntil(Each.Row().Base, Each.Row().Bytes, DonePerMille);
+        }
+      }
+      break;
+    case PAGE_ERASE:
+      MainFlash().EraseUntil(Phase.Argument, family_.PageBytes, DonePerMille);
+      break;
+    default:
+      CutWord(Phase, DonePerMille);
+      break;
+  }
+}
+
+// A word whose erase comes first, to half of the time, loses every other bit. Programming begins
+// with the lower half: an option word that was cut short there is left without its complement.
+void ControllerL0::CutWord(const PHASE& Phase, uint32_t DonePerMille) {
+  const bool Erases = Phase.DurationUs > WORD_PHASE.LongestUs;
+  if (Erases && DonePerMille < 500) {
+    SetWord(Phase.Argument, HalfErased(WordAt(Phase.Argument), 0));
+  } else {
+    SetWord(Phase.Argument, Phase.Value & 0xFFFF);
+  }
+}
+
+}  // namespace sim::l0

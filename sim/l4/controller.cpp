@@ -1,0 +1,165 @@
+#include "sim/l4/l4.h"
+
+namespace sim::l4 {
+
+static const char* const apLoaded[MAX_WORDS] = {"loaded_0", "loaded_1", "loaded_2",
+                                                "loaded_3", "loaded_4", "loaded_5",
+                                                "loaded_6", "loaded_7", "loaded_8"};
+
+ControllerL4::ControllerL4(Surroundings& Around, const L4_DEVICE& Row)
+    : Controller(Around, *Row.pFacts, BASE, Row.pFamily->Registers, Locks), family_(*Row.pFamily) {
+  State("first_half", &firstHalf_);
+  State("first_half_value", &firstHalfValue_);
+  State("bad_load", &badLoad_);
+  for (int i = 0; i < NumWords(); i++) {
+    State(apLoaded[i], &loaded_[i]);
+  }
+}
+
+// -- Power and reset -----------------------------------------------------------------------------
+
+void ControllerL4::OnPowerOn() {
+  launched_ = true;
+  OnSystemReset();
+}
+
+// What is in force stays so over a reset that does not load; what was written and not programmed is
+// lost.
+void ControllerL4::OnSystemReset() {
+  firstHalf_ = 0;
+  ResetRegisters();
+  if (launched_) {
+    launched_ = false;
+    Load();
+  }
+  ShowOptions();
+}
+
+// -- Registers -----------------------------------------------------------------------------------
+
+bool ControllerL4::MustWait(const ACCESS& Access) const {
+  return (Access.Area == OPTION_AREA && !Access.IsWrite) || Controller::MustWait(Access);
+}
+
+bool ControllerL4::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pValue) {
+  *pValue = registers_[Offset] | (Offset == SR && Busy() ? SR_BSY : 0);
+  return true;
+}
+
+bool ControllerL4::WriteRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t Value) {
+  if (const int Lock = LockAt(Offset); Lock >= 0) {
+    const bool Good = WriteKey(Lock, Value);
+    FollowLock();
+    return Good;
+  }
+  if (Offset == CR) {
+    return WriteControl(Value);
+  }
+  if (Offset < OPTR) {
+    registers_.Write(Offset, Value);
+  } else if (IsOpen(OPTION_LOCK) && !Busy()) {
+    WriteOption(Offset, Value);
+  }
+  return true;
+}
+
+void ControllerL4::WriteOption(uint32_t Offset, uint32_t Value) {
+  static const uint32_t SPARE_BIT = 1u << 20;
+  registers_.Write(Offset, Value);
+  if (Offset == OPTR && family_.pSpareBit != nullptr && Is(*family_.pSpareBit)) {
+    registers_[OPTR] = (registers_[OPTR] & ~SPARE_BIT) | (Value & SPARE_BIT);
+  }
+}
+
+// LOCK, however it came to be set, sets OPTLOCK.
+void ControllerL4::FollowLock() {
+  if (!IsOpen(FLASH_LOCK)) {
+    CloseLock(OPTION_LOCK);
+  }
+}
+
+// OPERR is set on request only.
+void ControllerL4::Fail(uint32_t Error) {
+  registers_[SR] |= Error | ((registers_[CR] & CR_ERRIE) != 0 ? SR_OPERR : 0);
+}
+
+// Nothing starts while an error flag is set.
+bool ControllerL4::HasPendingError() {
+  if ((registers_[SR] & SR_ERRORS) == 0) {
+    return false;
+  }
+  Fail(SR_PGSERR);
+  around_.Event("not started: an error flag is set");
+  return true;
+}
+
+bool ControllerL4::WriteControl(uint32_t Value) {
+  if (!IsOpen(FLASH_LOCK)) {
+    return true;
+  }
+  if (Busy()) {
+    if ((Value & (CR_STRT | CR_OPTSTRT)) != 0) {
+      Fail(SR_PGSERR);
+    }
+    return true;
+  }
+  const bool OptionsOpen = IsOpen(OPTION_LOCK);
+  registers_.Write(CR, Value);
+  if ((Value & CR_LOCK) != 0) {
+    CloseLock(FLASH_LOCK);
+  }
+  if ((Value & (CR_LOCK | CR_OPTLOCK)) != 0) {
+    CloseLock(OPTION_LOCK);
+  }
+  if ((Value & CR_PG) == 0) {
+    firstHalf_ = 0;
+  }
+  if ((Value & CR_OBL_LAUNCH) != 0 && OptionsOpen) {
+    launched_ = true;
+    around_.ResetFromWithin("OBL_LAUNCH");
+    return !Is(OBL_TRANSFER_FAILS);
+  }
+  if ((Value & CR_OPTSTRT) != 0 && OptionsOpen) {
+    StartOptions();
+  } else if ((Value & CR_STRT) != 0) {
+    StartErase();
+  }
+  return true;
+}
+
+// -- Operations ----------------------------------------------------------------------------------
+
+void ControllerL4::FinishPhase(const PHASE& Phase) {
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+    case PAGE_ERASE:
+      Erase(Phase, 1000);
+      break;
+    case OPTION_PROGRAM:
+      ProgramOptions();
+      registers_[CR] &= ~CR_OPTSTRT;
+      break;
+    default:
+      ProgramDoubleWord(Phase.Argument, Phase.Value, true);
+      break;
+  }
+  registers_[CR] &= ~CR_STRT;
+  registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;  // on request only
+}
+
+void ControllerL4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+  switch (Phase.Kind) {
+    case MASS_ERASE:
+    case PAGE_ERASE:
+      Erase(Phase, DonePerMille);
+      break;
+    case OPTION_PROGRAM:
+      CutOptions(DonePerMille);
+      break;
+    default:
+      ProgramDoubleWord(Phase.Argument, Phase.Value, false);
+      break;
+  }
+}
+
+}  // namespace sim::l4

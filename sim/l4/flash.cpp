@@ -1,0 +1,166 @@
+#include <algorithm>
+
+#include "sim/l4/l4.h"
+
+namespace sim::l4 {
+
+// -- Pages and what protects them ----------------------------------------------------------------
+
+uint32_t ControllerL4::PagesPerBank() const {
+  return MainFlash().Row().Bytes / family_.NumBanks / PAGE_BYTES;
+}
+
+uint32_t ControllerL4::PageAt(uint32_t Address) const {
+  return (Address - MainFlash().Row().Base) / PAGE_BYTES;
+}
+
+bool ControllerL4::IsWriteProtected(uint32_t Page) const {
+  const int First = static_cast<int>(Page / PagesPerBank()) * BANK_WORDS;
+  for (const int Index : {First + WORD_WRP_A, First + WORD_WRP_B}) {
+    const silicon::FIELDS& Fields = Word(Index).Fields;
+    const AREA Area = {Fields.aField[0].Get(loaded_[Index]), Fields.aField[1].Get(loaded_[Index])};
+    if (Area.Has(Page % PagesPerBank())) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool ControllerL4::IsPcrop(uint32_t Address) const {
+  const uint32_t Page = PageAt(Address);
+  const uint32_t Unit = (Page % PagesPerBank() * PAGE_BYTES + Address % PAGE_BYTES) / PCROP_UNIT;
+  return LoadedPcrop(Page / PagesPerBank()).Has(Unit);
+}
+
+// Whether any part of the page is execute-only.
+bool ControllerL4::HoldsPcrop(uint32_t Page) const {
+  const AREA     Area  = LoadedPcrop(Page / PagesPerBank());
+  const uint32_t First = Page % PagesPerBank() * (PAGE_BYTES / PCROP_UNIT);
+  return !Area.IsEmpty() && Area.First < First + PAGE_BYTES / PCROP_UNIT && Area.Last >= First;
+}
+
+// Unprotecting goes page by page around what is execute-only.
+bool ControllerL4::SparesPcrop() const {
+  return (loaded_[WORD_PCROP_END] & PCROP_RDP) == 0;
+}
+
+// -- Reading and programming ---------------------------------------------------------------------
+
+bool ControllerL4::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) {
+  if (Source.Row().Kind == SRAM) {
+    return true;
+  }
+  if (Level() != 0) {
+    return false;
+  }
+  if (Source.Row().Kind == MAIN_FLASH && IsPcrop(Address)) {
+    registers_[SR] |= SR_RDERR;
+    *pValue = 0;
+  }
+  return true;
+}
+
+// Flash takes double words: a first write to the lower half waits for the one to the upper half.
+bool ControllerL4::WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) {
+  if (Level() != 0) {
+    return false;
+  }
+  const uint32_t Error = ProgramError(Target, Address, Size, Value);
+  if (Error != 0) {
+    Fail(Error);
+  } else if (firstHalf_ == 0) {
+    firstHalf_      = Address;
+    firstHalfValue_ = Value;
+    return true;
+  } else {
+    Start({{WORD_PROGRAM, Us(PROGRAM), firstHalf_, Value}});
+  }
+  firstHalf_ = 0;
+  return true;
+}
+
+uint32_t ControllerL4::ProgramError(const Memory& Target, uint32_t Address, uint32_t Size,
+                                    uint32_t Value) const {
+  // A lower half is one at a multiple of 8; an edited file may name another place.
+  const uint32_t Wanted = firstHalf_ == 0 ? Address & ~7u : firstHalf_ | 4;
+  if ((registers_[CR] & (CR_PG | CR_LOCK)) != CR_PG || (registers_[SR] & SR_ERRORS) != 0) {
+    return SR_PGSERR;
+  }
+  if (Size != 4) {
+    return SR_SIZERR;
+  }
+  if (Address != Wanted) {
+    return SR_PGAERR;
+  }
+  if (IsPcrop(Address) || IsWriteProtected(PageAt(Address))) {
+    return SR_WRPERR;
+  }
+  const bool IsErased =
+      firstHalf_ == 0 || (Target.IsErasedAt(firstHalf_) && Target.IsErasedAt(Address));
+  return IsErased || (firstHalfValue_ | Value) == 0 ? 0 : SR_PROGERR;
+}
+
+// One that is cut short has come to its lower half.
+void ControllerL4::ProgramDoubleWord(uint32_t Address, uint32_t High, bool ToTheEnd) {
+  Memory& Flash = MainFlash();
+  if (Flash.Contains(Address + 4)) {
+    Flash.WordAt(Address)     = firstHalfValue_;
+    Flash.WordAt(Address + 4) = ToTheEnd ? High : Flash.WordAt(Address + 4);
+  }
+}
+
+// -- Erasing -------------------------------------------------------------------------------------
+
+ControllerL4::PAGES ControllerL4::PagesOf(const PHASE& Phase) const {
+  const uint32_t NumPages = family_.NumBanks * PagesPerBank();
+  if (Phase.Kind == PAGE_ERASE) {
+    return {Phase.Argument, std::min(Phase.Argument + 1, NumPages)};
+  }
+  return {Phase.Argument == BANK2 ? PagesPerBank() : 0,
+          Phase.Argument == BANK1 ? PagesPerBank() : NumPages};
+}
+
+void ControllerL4::StartErase() {
+  const uint32_t Control = registers_[CR];
+  const bool     Bank1 = (Control & CR_MER1) != 0, Bank2 = (Control & CR_MER2) != 0;
+  PHASE          Phase = {MASS_ERASE, Us(ERASE), Bank1 && Bank2 ? BOTH : Bank1 ? BANK1 : BANK2};
+  if (HasPendingError()) {
+    return;
+  }
+  if (!Bank1 && !Bank2) {
+    if ((Control & CR_PER) == 0) {
+      return;
+    }
+    Phase.Kind = PAGE_ERASE;
+    Phase.Argument =
+        (Control >> 3 & 0xFF) % PagesPerBank() + ((Control & CR_BKER) != 0 ? PagesPerBank() : 0);
+  }
+  const PAGES Pages = PagesOf(Phase);
+  for (uint32_t Page = Pages.First; Page < Pages.End; Page++) {
+    if (Level() != 0 || IsWriteProtected(Page) || HoldsPcrop(Page)) {
+      Fail(SR_WRPERR);
+      return;
+    }
+  }
+  registers_[CR] |= CR_STRT;
+  Start({Phase});
+}
+
+// So many thousandths of the phase: page after page.
+void ControllerL4::Erase(const PHASE& Phase, uint32_t DonePerMille) {
+  const bool     Unprotects = Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT;
+  const PAGES    Pages      = PagesOf(Phase);
+  const uint32_t End        = (Pages.End - Pages.First) * DonePerMille;  // in thousandths of pages
+  for (uint32_t Page = Pages.First; Page < Pages.End; Page++) {
+    const uint32_t Before = (Page - Pages.First) * 1000;
+    if (Before < End && !(Unprotects && SparesPcrop() && HoldsPcrop(Page))) {
+      MainFlash().EraseUntil(MainFlash().Row().Base + Page * PAGE_BYTES, PAGE_BYTES,
+                             std::min(End - Before, 1000u));
+    }
+  }
+  if (Unprotects && DonePerMille == 1000) {
+    AllMemories().Erase(BACKUP);
+  }
+}
+
+}  // namespace sim::l4

@@ -1,0 +1,66 @@
+// tests/sys/support/registry_duel.h
+//
+// The registry store and the model of it side by side: each command goes to both, and what differs
+// is told in words.
+
+#ifndef TESTS_SYS_SUPPORT_REGISTRY_DUEL_H
+#define TESTS_SYS_SUPPORT_REGISTRY_DUEL_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sys/registry.h"
+#include "tests/sys/support/registry_model.h"
+
+// Keys are numbers: 0x80000000 and above is a root, anything else one of the keys that are open,
+// counted round; the first root when none is. Each command returns the difference between the two,
+// empty when they agree.
+class RegistryDuel {
+ public:
+  // Sets HOME to sHome, in which the files are.
+  explicit RegistryDuel(const std::string& sHome);
+  ~RegistryDuel() { Flush(); }
+  RegistryDuel(const RegistryDuel&)            = delete;
+  RegistryDuel& operator=(const RegistryDuel&) = delete;
+
+  std::string OpenKey(uint32_t Key, const std::string& sPath);
+  void        CloseKey(uint32_t Key);
+  std::string SetValue(uint32_t Key, const std::string& sName, uint32_t Type,
+                       const std::string& sData);
+  // Capacity: of the caller's buffer; without one only the type is asked for.
+  std::string QueryValue(uint32_t Key, const std::string& sName, std::optional<uint32_t> Capacity);
+  std::string DeleteValue(uint32_t Key, const std::string& sName);
+  void        Flush();  // closes all keys
+
+  // Whether each file holds what it should, and was written since the last time only if it should
+  // have been. Cheap enough for every command: what nobody has written is not read again.
+  std::string CompareFiles();
+
+  // What happens to a root's file (0 to 2) from outside; no text removes it.
+  void EditFile(uint32_t Root, const std::optional<std::string>& sText);
+  // Sets or unsets HOME.
+  void SetHome(bool IsSet);
+  bool HasHome() const { return m_Model.m_HasHome; }
+
+ private:
+  struct KEY {
+    RegistryKeyHandle* hKey;
+    MODEL_KEY          Key;
+  };
+  // What was last seen of a file. Its time is then set back, so that the next write shows.
+  struct SEEN {
+    std::optional<std::string> Text;  // none: missing
+    uint32_t                   NumWrites = 0;
+  };
+  KEY         Find(uint32_t Key) const;
+  std::string Path(uint32_t Root) const;
+  std::string CompareFile(uint32_t Root);
+
+  std::string      m_sHome;
+  RegistryModel    m_Model;
+  std::vector<KEY> m_Open;
+  SEEN             m_Seen[3];
+};
+
+#endif

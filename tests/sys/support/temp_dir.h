@@ -1,0 +1,103 @@
+// tests/sys/support/temp_dir.h
+//
+// A directory of the test's own, and files in it as strings.
+
+#ifndef TESTS_SYS_SUPPORT_TEMP_DIR_H
+#define TESTS_SYS_SUPPORT_TEMP_DIR_H
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+// Made when constructed, removed with all that is in it when destroyed. In memory where that can be
+// had: the tests make files by the ten thousand.
+class TempDir {
+ public:
+  TempDir() {
+    std::string sPath = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+    sPath += "/quobe_sys_XXXXXX";
+    if (mkdtemp(sPath.data()) == nullptr) {
+      abort();
+    }
+    m_sPath = sPath;
+  }
+  ~TempDir() {
+    std::error_code Ignored;
+    std::filesystem::remove_all(m_sPath, Ignored);
+  }
+  TempDir(const TempDir&)            = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  // The path of sName in the directory; the directory itself for none.
+  std::string Path(const std::string& sName = "") const {
+    return sName.empty() ? m_sPath : m_sPath + "/" + sName;
+  }
+
+ private:
+  std::string m_sPath;
+};
+
+inline std::string ReadFile(const std::string& sPath) {
+  std::ifstream     File(sPath, std::ios::binary);
+  std::stringstream Text;
+  Text << File.rdbuf();
+  return Text.str();
+}
+
+// A test that cannot write its file ends here, before it mistakes the old contents for the new.
+inline void WriteFile(const std::string& sPath, const std::string& sText) {
+  std::ofstream File(sPath, std::ios::binary | std::ios::trunc);
+  File << sText;
+  File.close();
+  if (!File) {
+    perror(sPath.c_str());
+    abort();
+  }
+}
+
+// The permission bits of a file or a directory; 0 when there is none.
+inline uint32_t PermissionsOf(const std::string& sPath) {
+  struct stat Status;
+  return stat(sPath.c_str(), &Status) == 0 ? (uint32_t)Status.st_mode & 07777u : 0;
+}
+
+// The process's umask as long as it lives.
+class Umask {
+ public:
+  explicit Umask(mode_t Mask) : m_Before(umask(Mask)) {}
+  ~Umask() { umask(m_Before); }
+  Umask(const Umask&)            = delete;
+  Umask& operator=(const Umask&) = delete;
+
+ private:
+  mode_t m_Before;
+};
+
+// Runs as another user as long as it lives when the tests run as root, whom no permission stops.
+class Unprivileged {
+ public:
+  Unprivileged() : m_IsRoot(geteuid() == 0) {
+    if (m_IsRoot && seteuid(65534) != 0) {
+      abort();
+    }
+  }
+  ~Unprivileged() {
+    if (m_IsRoot && seteuid(0) != 0) {
+      abort();
+    }
+  }
+  Unprivileged(const Unprivileged&)            = delete;
+  Unprivileged& operator=(const Unprivileged&) = delete;
+
+ private:
+  bool m_IsRoot;
+};
+
+#endif
