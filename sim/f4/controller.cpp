@@ -110,18 +110,6 @@ void ControllerF4::SetError(uint32_t Flags) {
 
 void ControllerF4::FinishPhase(const PHASE& Phase) {
   switch (Phase.Kind) {
-    case MASS_ERASE:
-      EraseSectors(Phase.Argument, 1000);
-      if (Phase.Argument == UNPROTECT) {
-        AllMemories().Erase(BACKUP);
-      }
-      break;
-    case PAGE_ERASE:
-      MainFlash().EraseUntil(Phase.Argument, SectorAt(Phase.Argument).Bytes, 1000);
-      break;
-    case OPTION_ERASE:
-      EraseOptions();
-      return;  // programming follows
     case OPTION_PROGRAM:
       StoreWords(toProgram_);
       ShowStored();
@@ -132,10 +120,16 @@ void ControllerF4::FinishPhase(const PHASE& Phase) {
       MainFlash().WordAt(Phase.Argument) &= Phase.Value;
       break;
     default:
+      CutPhase(Phase, 1000);
       break;
   }
-  registers_[CR] &= ~CR_STRT;
-  registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;
+  if (Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT) {
+    AllMemories().Erase(BACKUP);
+  }
+  if (Phase.Kind != OPTION_ERASE) {  // which programming follows
+    registers_[CR] &= ~CR_STRT;
+    registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;
+  }
 }
 
 // Flash is erased before the options are touched. From then to the end of the change these are lost,

@@ -23,8 +23,8 @@ bool ControllerH7::StartsWatchdog(WATCHDOG Which) const {
 }
 
 uint32_t ControllerH7::BrownOutMv() const {
-  static const uint32_t aMillivolts[] = {POWER_ON_MV, 2100, 2400, 2700};
-  return aMillivolts[OPTSR_BOR_LEV.Get(Stored(WORD_OPTSR))];
+  static const uint32_t aMillivolts[] = {POWER_ON_MV, 2100, 2400, 2700};  // by BOR_LEV
+  return aMillivolts[Stored(WORD_OPTSR) >> 2 & 3];
 }
 
 std::string ControllerH7::LoadError() const {

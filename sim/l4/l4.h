@@ -102,6 +102,7 @@ class ControllerL4 : public Controller {
   void         OnSystemReset() override;
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
+  bool         IsProgrammedInPlace(uint32_t /*Address*/) const override { return false; }
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 
