@@ -20,46 +20,37 @@ inline constexpr uint32_t OPTCR = 0x40023C14, OPTCR1 = 0x40023C18, OPTCR2 = 0x40
 
 // -- Families ------------------------------------------------------------------------------------
 
-inline constexpr FAMILY FamilyF2  = {.sName         = "STM32F2",
-                                     .MenuRow       = 3,
-                                     .Core          = CORTEX_M3,
-                                     .Dpidr         = 0x2BA01477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FFF7A22,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF4  = {.sName         = "STM32F4",
-                                     .MenuRow       = 5,
-                                     .Core          = CORTEX_M4,
-                                     .Dpidr         = 0x2BA01477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FFF7A22,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF72 = {.sName         = "STM32F72",
-                                     .MenuRow       = 6,
-                                     .Core          = CORTEX_M7,
-                                     .Dpidr         = 0x5BA02477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FF07A22,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF74 = {.sName         = "STM32F74",
-                                     .MenuRow       = 7,
-                                     .Core          = CORTEX_M7,
-                                     .Dpidr         = 0x5BA02477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FF0F442,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF76 = {.sName         = "STM32F76",
-                                     .MenuRow       = 8,
-                                     .Core          = CORTEX_M7,
-                                     .Dpidr         = 0x5BA02477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FF0F442,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
+namespace f4 {
+
+// What all have in common.
+constexpr FAMILY Family(FAMILY Row) {
+  Row.IdCode        = 0xE0042000;
+  Row.LevelRegister = OPTCR;
+  Row.LevelField    = Bits("RDP", 15, 8, LEVEL);
+  return Row;
+}
+
+}  // namespace f4
+
+// clang-format off
+
+inline constexpr FAMILY FamilyF2 = f4::Family({
+    .sName = "STM32F2", .MenuRow = 3, .Core = CORTEX_M3, .Dpidr = 0x2BA01477,
+    .FlashSize = 0x1FFF7A22});
+inline constexpr FAMILY FamilyF4 = f4::Family({
+    .sName = "STM32F4", .MenuRow = 5, .Core = CORTEX_M4, .Dpidr = 0x2BA01477,
+    .FlashSize = 0x1FFF7A22});
+inline constexpr FAMILY FamilyF72 = f4::Family({
+    .sName = "STM32F72", .MenuRow = 6, .Core = CORTEX_M7, .Dpidr = 0x5BA02477,
+    .FlashSize = 0x1FF07A22});
+inline constexpr FAMILY FamilyF74 = f4::Family({
+    .sName = "STM32F74", .MenuRow = 7, .Core = CORTEX_M7, .Dpidr = 0x5BA02477,
+    .FlashSize = 0x1FF0F442});
+inline constexpr FAMILY FamilyF76 = f4::Family({
+    .sName = "STM32F76", .MenuRow = 8, .Core = CORTEX_M7, .Dpidr = 0x5BA02477,
+    .FlashSize = 0x1FF0F442});
+
+// clang-format on
 
 // -- Option words --------------------------------------------------------------------------------
 
