@@ -84,6 +84,15 @@ struct FIELDS {
   }
 };
 
+// All fields of both, which have to fit.
+constexpr FIELDS operator+(FIELDS First, const FIELDS& Second) {
+  size_t i = static_cast<size_t>(First.end() - First.begin());
+  for (const FIELD& Field : Second) {
+    First.aField[i++] = Field;
+  }
+  return First;
+}
+
 // -- Option words --------------------------------------------------------------------------------
 
 // What a device stores beside a value, to find out whether it was programmed to its end.

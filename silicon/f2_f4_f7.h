@@ -1,8 +1,8 @@
 // silicon/f2_f4_f7.h
 //
 // STM32F2, F4 and F7. Option bytes are loaded at reset into FLASH_OPTCR and, where they exist,
-// FLASH_OPTCR1 and FLASH_OPTCR2, and are written there. Memory shows each half-word of a register in
-// a double word of its own. Reference manuals RM0033 (F2), RM0090, RM0368, RM0383, RM0386, RM0390,
+// FLASH_OPTCR1 and FLASH_OPTCR2, and are written there. Memory shows each half-word of a register
+// in a double word of its own. Reference manuals RM0033 (F2), RM0090, RM0368, RM0383, RM0386, RM0390,
 // RM0401, RM0402 and RM0430 (F4), RM0385, RM0410 and RM0431 (F7).
 
 #ifndef SILICON_F2_F4_F7_H
@@ -20,46 +20,37 @@ inline constexpr uint32_t OPTCR = 0x40023C14, OPTCR1 = 0x40023C18, OPTCR2 = 0x40
 
 // -- Families ------------------------------------------------------------------------------------
 
-inline constexpr FAMILY FamilyF2  = {.sName         = "STM32F2",
-                                     .MenuRow       = 3,
-                                     .Core          = CORTEX_M3,
-                                     .Dpidr         = 0x2BA01477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FFF7A22,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF4  = {.sName         = "STM32F4",
-                                     .MenuRow       = 5,
-                                     .Core          = CORTEX_M4,
-                                     .Dpidr         = 0x2BA01477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FFF7A22,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF72 = {.sName         = "STM32F72",
-                                     .MenuRow       = 6,
-                                     .Core          = CORTEX_M7,
-                                     .Dpidr         = 0x5BA02477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FF07A22,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF74 = {.sName         = "STM32F74",
-                                     .MenuRow       = 7,
-                                     .Core          = CORTEX_M7,
-                                     .Dpidr         = 0x5BA02477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FF0F442,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
-inline constexpr FAMILY FamilyF76 = {.sName         = "STM32F76",
-                                     .MenuRow       = 8,
-                                     .Core          = CORTEX_M7,
-                                     .Dpidr         = 0x5BA02477,
-                                     .IdCode        = 0xE0042000,
-                                     .FlashSize     = 0x1FF0F442,
-                                     .LevelRegister = f4::OPTCR,
-                                     .LevelField    = Bits("RDP", 15, 8, LEVEL)};
+namespace f4 {
+
+// What all have in common.
+constexpr FAMILY Family(FAMILY Row) {
+  Row.IdCode        = 0xE0042000;
+  Row.LevelRegister = OPTCR;
+  Row.LevelField    = Bits("RDP", 15, 8, LEVEL);
+  return Row;
+}
+
+}  // namespace f4
+
+// clang-format off
+
+inline constexpr FAMILY FamilyF2 = f4::Family({
+    .sName = "STM32F2", .MenuRow = 3, .Core = CORTEX_M3, .Dpidr = 0x2BA01477,
+    .FlashSize = 0x1FFF7A22});
+inline constexpr FAMILY FamilyF4 = f4::Family({
+    .sName = "STM32F4", .MenuRow = 5, .Core = CORTEX_M4, .Dpidr = 0x2BA01477,
+    .FlashSize = 0x1FFF7A22});
+inline constexpr FAMILY FamilyF72 = f4::Family({
+    .sName = "STM32F72", .MenuRow = 6, .Core = CORTEX_M7, .Dpidr = 0x5BA02477,
+    .FlashSize = 0x1FF07A22});
+inline constexpr FAMILY FamilyF74 = f4::Family({
+    .sName = "STM32F74", .MenuRow = 7, .Core = CORTEX_M7, .Dpidr = 0x5BA02477,
+    .FlashSize = 0x1FF0F442});
+inline constexpr FAMILY FamilyF76 = f4::Family({
+    .sName = "STM32F76", .MenuRow = 8, .Core = CORTEX_M7, .Dpidr = 0x5BA02477,
+    .FlashSize = 0x1FF0F442});
+
+// clang-format on
 
 // -- Option words --------------------------------------------------------------------------------
 

@@ -7,6 +7,8 @@
 #ifndef SILICON_H7_H
 #define SILICON_H7_H
 
+#include <array>
+
 #include "silicon/device.h"
 
 namespace silicon {
@@ -39,81 +41,60 @@ constexpr OPTION_WORD Word(const char* sName, uint32_t Current, uint32_t Factory
   return {.sName = sName, .Factory = Factory, .Loaded = {{.Register = Current}}, .Fields = Fields};
 }
 
-// Bits that are no fields read as delivered.
-inline constexpr FIELDS Optsr743 = {
-    Bits("BOR_LEV", 3, 2),   Bit("IWDG1_SW", 4),          Bit("nRST_STOP_D1", 6),
-    Bit("nRST_STBY_D1", 7),  Bits("RDP", 15, 8, LEVEL),   Bit("FZ_IWDG_STOP", 17),
-    Bit("FZ_IWDG_SDBY", 18), Bits("ST_RAM_SIZE", 20, 19), Bit("SECURITY", 21, SECURE),
-    Bit("IO_HSLV", 29),      Bit("SWAP_BANK_OPT", 31)};
-inline constexpr FIELDS Optsr745 = {
-    Bits("BOR_LEV", 3, 2),       Bit("IWDG1_SW", 4),      Bit("IWDG2_SW", 5),
-    Bit("nRST_STOP_D1", 6),      Bit("nRST_STBY_D1", 7),  Bits("RDP", 15, 8, LEVEL),
-    Bit("FZ_IWDG_STOP", 17),     Bit("FZ_IWDG_SDBY", 18), Bits("ST_RAM_SIZE", 20, 19),
-    Bit("SECURITY", 21, SECURE), Bit("BCM4", 22),         Bit("BCM7", 23),
-    Bit("nRST_STOP_D2", 24),     Bit("nRST_STBY_D2", 25), Bit("IO_HSLV", 29),
-    Bit("SWAP_BANK_OPT", 31)};
-// One bank, or a second one that is not announced: nothing to swap.
+// Bits that are no fields read as delivered. H723 has one bank and H750 one that is announced, so
+// there is nothing to swap.
 inline constexpr FIELDS OptsrOneBank = {Bits("BOR_LEV", 3, 2),       Bit("IWDG1_SW", 4),
                                         Bit("nRST_STOP_D1", 6),      Bit("nRST_STBY_D1", 7),
                                         Bits("RDP", 15, 8, LEVEL),   Bit("FZ_IWDG_STOP", 17),
                                         Bit("FZ_IWDG_SDBY", 18),     Bits("ST_RAM_SIZE", 20, 19),
                                         Bit("SECURITY", 21, SECURE), Bit("IO_HSLV", 29)};
+inline constexpr FIELDS Optsr743     = OptsrOneBank + FIELDS{Bit("SWAP_BANK_OPT", 31)};
+inline constexpr FIELDS Optsr745     = {
+        Bits("BOR_LEV", 3, 2),       Bit("IWDG1_SW", 4),      Bit("IWDG2_SW", 5),
+        Bit("nRST_STOP_D1", 6),      Bit("nRST_STBY_D1", 7),  Bits("RDP", 15, 8, LEVEL),
+        Bit("FZ_IWDG_STOP", 17),     Bit("FZ_IWDG_SDBY", 18), Bits("ST_RAM_SIZE", 20, 19),
+        Bit("SECURITY", 21, SECURE), Bit("BCM4", 22),         Bit("BCM7", 23),
+        Bit("nRST_STOP_D2", 24),     Bit("nRST_STBY_D2", 25), Bit("IO_HSLV", 29),
+        Bit("SWAP_BANK_OPT", 31)};
 
 // An area is START to END in units of 256 bytes; none where START is above END.
-inline constexpr FIELDS Prar  = {Bits("PROT_AREA_START", 11, 0, PCROP),
-                                 Bits("PROT_AREA_END", 27, 16, PCROP), Bit("DMEP", 31, PCROP)};
-inline constexpr FIELDS Scar  = {Bits("SEC_AREA_START", 11, 0, SECURE),
-                                 Bits("SEC_AREA_END", 27, 16, SECURE), Bit("DMES", 31, SECURE)};
-inline constexpr FIELDS Wpsn  = {Bits("WRPSn", 7, 0, WRP)};
-inline constexpr FIELDS Boot  = {Bits("BOOT_ADD0", 15, 0, BOOT), Bits("BOOT_ADD1", 31, 16, BOOT)};
-inline constexpr FIELDS Boot4 = {Bits("BOOT_CM4_ADD0", 15, 0, BOOT),
-                                 Bits("BOOT_CM4_ADD1", 31, 16, BOOT)};
+inline constexpr FIELDS Prar   = {Bits("PROT_AREA_START", 11, 0, PCROP),
+                                  Bits("PROT_AREA_END", 27, 16, PCROP), Bit("DMEP", 31, PCROP)};
+inline constexpr FIELDS Scar   = {Bits("SEC_AREA_START", 11, 0, SECURE),
+                                  Bits("SEC_AREA_END", 27, 16, SECURE), Bit("DMES", 31, SECURE)};
+inline constexpr FIELDS Wpsn   = {Bits("WRPSn", 7, 0, WRP)};
+inline constexpr FIELDS Boot   = {Bits("BOOT_ADD0", 15, 0, BOOT), Bits("BOOT_ADD1", 31, 16, BOOT)};
+inline constexpr FIELDS Boot4  = {Bits("BOOT_CM4_ADD0", 15, 0, BOOT),
+                                  Bits("BOOT_CM4_ADD1", 31, 16, BOOT)};
+inline constexpr FIELDS Optsr2 = {Bits("TCM_AXI_SHARED", 1, 0), Bit("CPUFREQ_BOOST", 2)};
 
-constexpr OPTION_WORD PrarOf(const char* sName, uint32_t Bank) {
-  return Word(sName, PRAR_CUR + Bank, 0x000000FF, Prar);
-}
-constexpr OPTION_WORD ScarOf(const char* sName, uint32_t Bank, uint32_t Factory) {
-  return Word(sName, SCAR_CUR + Bank, Factory, Scar);
-}
-constexpr OPTION_WORD WpsnOf(const char* sName, uint32_t Bank) {
-  return Word(sName, WPSN_CUR + Bank, 0x000000FF, Wpsn);
-}
-inline constexpr OPTION_WORD BootWord = Word("BOOT", BOOT_CUR, 0x1FF00800, Boot);
+using TWO_BANKS = std::array<OPTION_WORD, 8>;
 
-// H743 as it is found. Computed from the manual, OPTSR is 0x1406AAF0 and SCAR 0x000000FF.
-inline constexpr OPTION_WORD Options743[] = {Word("OPTSR", OPTSR_CUR, 0x1416AAF0, Optsr743),
-                                             PrarOf("PRAR1", 0),
-                                             ScarOf("SCAR1", 0, 0x800000FF),
-                                             WpsnOf("WPSN1", 0),
-                                             PrarOf("PRAR2", BANK2),
-                                             ScarOf("SCAR2", BANK2, 0x800000FF),
-                                             WpsnOf("WPSN2", BANK2),
-                                             BootWord};
-inline constexpr OPTION_WORD Options750[] = {Word("OPTSR", OPTSR_CUR, 0x1416AAF0, OptsrOneBank),
-                                             PrarOf("PRAR1", 0),
-                                             ScarOf("SCAR1", 0, 0x800000FF),
-                                             WpsnOf("WPSN1", 0),
-                                             PrarOf("PRAR2", BANK2),
-                                             ScarOf("SCAR2", BANK2, 0x800000FF),
-                                             WpsnOf("WPSN2", BANK2),
-                                             BootWord};
-inline constexpr OPTION_WORD Options745[] = {Word("OPTSR", OPTSR_CUR, 0x17C6AAF0, Optsr745),
-                                             PrarOf("PRAR1", 0),
-                                             ScarOf("SCAR1", 0, 0x000000FF),
-                                             WpsnOf("WPSN1", 0),
-                                             PrarOf("PRAR2", BANK2),
-                                             ScarOf("SCAR2", BANK2, 0x000000FF),
-                                             WpsnOf("WPSN2", BANK2),
-                                             BootWord,
-                                             Word("BOOT4", BOOT4_CUR, 0x10000810, Boot4)};
-inline constexpr OPTION_WORD Options723[] = {
-    Word("OPTSR", OPTSR_CUR, 0x179EAAF0, OptsrOneBank),
-    PrarOf("PRAR1", 0),
-    ScarOf("SCAR1", 0, 0x800000FF),
-    WpsnOf("WPSN1", 0),
-    BootWord,
-    Word("OPTSR2", OPTSR2_CUR, 0x00000000,
-         {Bits("TCM_AXI_SHARED", 1, 0), Bit("CPUFREQ_BOOST", 2)})};
+constexpr TWO_BANKS TwoBanks(uint32_t OptsrFactory, const FIELDS& Optsr, uint32_t ScarFactory) {
+  return {Word("OPTSR", OPTSR_CUR, OptsrFactory, Optsr),
+          Word("PRAR1", PRAR_CUR, 0x000000FF, Prar),
+          Word("SCAR1", SCAR_CUR, ScarFactory, Scar),
+          Word("WPSN1", WPSN_CUR, 0x000000FF, Wpsn),
+          Word("PRAR2", PRAR_CUR + BANK2, 0x000000FF, Prar),
+          Word("SCAR2", SCAR_CUR + BANK2, ScarFactory, Scar),
+          Word("WPSN2", WPSN_CUR + BANK2, 0x000000FF, Wpsn),
+          Word("BOOT", BOOT_CUR, 0x1FF00800, Boot)};
+}
+
+// Of H743 and H750 the words that are found; as printed, OPTSR is 0x1406AAF0 and SCAR 0x000000FF.
+inline constexpr TWO_BANKS   Options743   = TwoBanks(0x1416AAF0, Optsr743, 0x800000FF);
+inline constexpr TWO_BANKS   Options750   = TwoBanks(0x1416AAF0, OptsrOneBank, 0x800000FF);
+inline constexpr TWO_BANKS   BothCores    = TwoBanks(0x17C6AAF0, Optsr745, 0x000000FF);
+inline constexpr OPTION_WORD Options745[] = {
+    BothCores[0], BothCores[1], BothCores[2],
+    BothCores[3], BothCores[4], BothCores[5],
+    BothCores[6], BothCores[7], Word("BOOT4", BOOT4_CUR, 0x10000810, Boot4)};
+inline constexpr OPTION_WORD Options723[] = {Word("OPTSR", OPTSR_CUR, 0x179EAAF0, OptsrOneBank),
+                                             Word("PRAR1", PRAR_CUR, 0x000000FF, Prar),
+                                             Word("SCAR1", SCAR_CUR, 0x800000FF, Scar),
+                                             Word("WPSN1", WPSN_CUR, 0x000000FF, Wpsn),
+                                             Word("BOOT", BOOT_CUR, 0x1FF00800, Boot),
+                                             Word("OPTSR2", OPTSR2_CUR, 0x00000000, Optsr2)};
 
 // Wiped together with the flash when protection is lifted.
 inline constexpr MEMORY BackupSram  = Backup("backup_sram", 0x38800000, 4 * KB);

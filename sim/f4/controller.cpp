@@ -8,17 +8,9 @@ static std::vector<SECTOR> SectorsOf(const BANKS& Banks, const silicon::MEMORY& 
   for (uint32_t Bank = 0; Bank < Banks.NumBanks && Banks.SmallBytes != 0; Bank++) {
     uint32_t Offset = 0;
     for (uint32_t i = 0; Offset < BankBytes; i++) {
-      Sectors.push_back({.Number  = 12 * Bank + i,
-                         .Code    = 16 * Bank + i,
-                         .Bank    = Bank,
-                         .Address = Flash.Base + Bank * BankBytes + Offset,
-                         .Bytes   = Banks.SmallBytes * (i < 4    ? 1
-                                                        : i == 4 ? 4
-                                                                 : 8),
-                         .Size    = i < 4    ? SMALL
-                                    : i == 4 ? MIDDLE
-                                             : LARGE});
-      Offset += Sectors.back().Bytes;
+      const uint32_t Bytes = Banks.SmallBytes * (i < 4 ? 1 : i == 4 ? 4 : 8);
+      Sectors.push_back({Bank, i, Flash.Base + Bank * BankBytes + Offset, Bytes});
+      Offset += Bytes;
     }
   }
   return Sectors;
@@ -45,7 +37,7 @@ void ControllerF4::OnSystemReset() {
 
 // -- Bus -----------------------------------------------------------------------------------------
 
-// Options are in both banks; so are those of which nothing is known.
+// Both banks hold options.
 bool ControllerF4::RunsIn(uint32_t Bank) const {
   const PHASE& Phase = *Running();
   switch (Phase.Kind) {
@@ -86,15 +78,14 @@ bool ControllerF4::WriteRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t Va
     case ACR:
     case SR:
       registers_.Write(Offset, Value);
-      break;
+      return true;
     case CR:
       WriteControl(Value);
-      break;
+      return true;
     default:
       WriteOption(Offset, Value);
-      break;
+      return true;
   }
-  return true;
 }
 
 void ControllerF4::WriteControl(uint32_t Value) {
@@ -119,37 +110,29 @@ void ControllerF4::SetError(uint32_t Flags) {
 
 void ControllerF4::FinishPhase(const PHASE& Phase) {
   switch (Phase.Kind) {
-    case MASS_ERASE:
-      EraseSectors(Phase.Argument, 1000);
-      if (Phase.Argument == UNPROTECT) {
-        AllMemories().Erase(BACKUP);
-      }
-      break;
-    case PAGE_ERASE:
-      MainFlash().EraseRange(Phase.Argument, SectorAt(Phase.Argument).Bytes);
-      break;
-    case OPTION_ERASE:
-      EraseOptions();
-      return;  // programming follows
     case OPTION_PROGRAM:
-      for (int i = 0; i < NumWords(); i++) {
-        Store(i, toProgram_[static_cast<size_t>(i)]);
-      }
-      LoadProtection();
+      StoreWords(toProgram_);
       ShowStored();
+      LoadProtection();
       registers_[OPTCR] &= ~OPTCR_OPTSTRT;
       break;
-    default:
+    case WORD_PROGRAM:
       MainFlash().WordAt(Phase.Argument) &= Phase.Value;
       break;
+    default:
+      CutPhase(Phase, 1000);
+      break;
   }
-  registers_[CR] &= ~CR_STRT;
-  if ((registers_[CR] & CR_EOPIE) != 0) {
-    registers_[SR] |= SR_EOP;
+  if (Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT) {
+    AllMemories().Erase(BACKUP);
+  }
+  if (Phase.Kind != OPTION_ERASE) {  // which programming follows
+    registers_[CR] &= ~CR_STRT;
+    registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;
   }
 }
 
-// Flash is erased before the options are touched; these are lost from then to the end of the change,
+// Flash is erased before the options are touched. From then to the end of the change these are lost,
 // which leaves the device at level 1.
 void ControllerF4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
   switch (Phase.Kind) {
@@ -163,9 +146,11 @@ void ControllerF4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
     case OPTION_PROGRAM:
       EraseOptions();
       break;
-    default:
+    case WORD_PROGRAM:
       // Every other bit of what was to be cleared.
       MainFlash().WordAt(Phase.Argument) &= Phase.Value | 0xAAAAAAAA;
+      break;
+    default:
       break;
   }
 }

@@ -1,5 +1,5 @@
 #include "silicon/f2_f4_f7.h"
-
+#include "sim/dbgmcu.h"
 #include "sim/f4/f4.h"
 
 namespace sim {
@@ -9,94 +9,61 @@ namespace f4 {
 using silicon::Bit;
 using silicon::Bits;
 
+// clang-format off
+
 // -- Open questions ------------------------------------------------------------------------------
 
-const VARIANT_ROW F4_LEVEL_AT_ONCE         = {.sName   = "f4_level_at_once",
-                                              .Default = true,
-                                              .sText   = "F2/F4/F7 protect as of the last reset only"};
-const VARIANT_ROW F4_OPTKEY_BUS_ERROR      = {.sName   = "f4_optkey_bus_error",
-                                              .Default = false,
-                                              .sText   = "a wrong key in OPTKEYR is a failed transfer"};
-const VARIANT_ROW F4_DB1M_FREE_WITH_SPRMOD = {.sName   = "f4_db1m_free_with_sprmod",
-                                              .Default = true,
-                                              .sText   = "DB1M cannot change while SPRMOD is set"};
+const VARIANT_ROW F4_LEVEL_AT_ONCE = {
+    .sName = "f4_level_at_once", .Default = true,
+    .sText = "F2, F4 and F7 protect as of the last reset"};
+const VARIANT_ROW F4_OPTKEY_BUS_ERROR = {
+    .sName = "f4_optkey_bus_error", .Default = false,
+    .sText = "a wrong key in FLASH_OPTKEYR is a failed transfer"};
+const VARIANT_ROW F4_DB1M_FREE_WITH_SPRMOD = {
+    .sName = "f4_db1m_free_with_sprmod", .Default = true,
+    .sText = "DB1M cannot change while SPRMOD is set"};
 
 static constexpr const VARIANT_ROW* apVariants[]       = {&F4_LEVEL_AT_ONCE, &F4_OPTKEY_BUS_ERROR};
 static constexpr const VARIANT_ROW* apVariantsOfDb1m[] = {&F4_LEVEL_AT_ONCE, &F4_OPTKEY_BUS_ERROR,
                                                           &F4_DB1M_FREE_WITH_SPRMOD};
 
-// -- Registers -----------------------------------------------------------------------------------
+// -- Flash controller ----------------------------------------------------------------------------
 
-static constexpr REGISTER Acr     = {.sName    = "FLASH_ACR",
-                                     .Address  = BASE + ACR,
-                                     .Writable = 0x00001F0F,
-                                     .Fields = {Bits("LATENCY", 3, 0), Bit("PRFTEN", 8), Bit("ICEN", 9),
-                                                Bit("DCEN", 10), Bit("ICRST", 11), Bit("DCRST", 12)}};
+static constexpr REGISTER Acr = {
+    .sName = "FLASH_ACR", .Address = BASE + ACR, .Writable = 0x00001F0F,
+    .Fields = {Bits("LATENCY", 3, 0), Bit("PRFTEN", 8), Bit("ICEN", 9), Bit("DCEN", 10),
+               Bit("ICRST", 11), Bit("DCRST", 12)}};
 static constexpr REGISTER Keyr    = {.sName = "FLASH_KEYR", .Address = BASE + KEYR};
 static constexpr REGISTER Optkeyr = {.sName = "FLASH_OPTKEYR", .Address = BASE + OPTKEYR};
-
-// RDERR comes with PCROP.
-static constexpr uint32_t SR_ERRORS =
-    SR_EOP | SR_OPERR | SR_WRPERR | SR_PGAERR | SR_PGPERR | SR_PGSERR;
 static constexpr REGISTER Sr = {
-    .sName      = "FLASH_SR",
-    .Address    = BASE + SR,
-    .ClearByOne = SR_ERRORS,
-    .Fields = {Bit("EOP", 0), Bit("OPERR", 1), Bit("WRPERR", 4), Bit("PGAERR", 5), Bit("PGPERR", 6),
-               Bit("PGSERR", 7), Bit("BSY", 16)}};
-static constexpr REGISTER SrOfPcrop = {
-    .sName      = "FLASH_SR",
-    .Address    = BASE + SR,
-    .ClearByOne = SR_ERRORS | SR_RDERR,
-    .Fields = {Bit("EOP", 0), Bit("OPERR", 1), Bit("WRPERR", 4), Bit("PGAERR", 5), Bit("PGPERR", 6),
-               Bit("PGSERR", 7), Bit("RDERR", 8), Bit("BSY", 16)}};
-// The same register with another name for one bit.
-static constexpr REGISTER Renamed(REGISTER Row, uint8_t Low, const char* sName) {
-  for (silicon::FIELD& Field : Row.Fields.aField) {
-    Field.sName = Field.Low == Low && Field.sName != nullptr ? sName : Field.sName;
-  }
-  return Row;
-}
-
-static constexpr REGISTER SrOfF72 = Renamed(SrOfPcrop, 7, "ERSERR");
-
+    .sName = "FLASH_SR", .Address = BASE + SR, .ClearByOne = 0x000001F3,
+    .Fields = {Bit("EOP", 0), Bit("OPERR", 1), Bit("WRPERR", 4), Bit("PGAERR", 5),
+               Bit("PGPERR", 6), Bit("PGSERR", 7), Bit("RDERR", 8), Bit("BSY", 16)}};
+static constexpr REGISTER SrOfF72 = {
+    .sName = "FLASH_SR", .Address = BASE + SR, .ClearByOne = 0x000001F3,
+    .Fields = {Bit("EOP", 0), Bit("OPERR", 1), Bit("WRPERR", 4), Bit("PGAERR", 5),
+               Bit("PGPERR", 6), Bit("ERSERR", 7), Bit("RDERR", 8), Bit("BSY", 16)}};
 // Where there can be two banks SNB has one bit more, and the second bank has its own erase bit.
-static constexpr REGISTER Cr = {
-    .sName    = "FLASH_CR",
-    .Address  = BASE + CR,
-    .Reset    = CR_LOCK,
-    .Writable = 0x0300037F,
-    .SetOnly  = CR_STRT | CR_LOCK,
-    .Fields   = {Bit("PG", 0), Bit("SER", 1), Bit("MER", 2), Bits("SNB", 6, 3), Bits("PSIZE", 9, 8),
-                 Bit("STRT", 16), Bit("EOPIE", 24), Bit("ERRIE", 25), Bit("LOCK", 31)}};
-static constexpr REGISTER CrOfTwoBanks = {
-    .sName    = "FLASH_CR",
-    .Address  = BASE + CR,
-    .Reset    = CR_LOCK,
-    .Writable = 0x030083FF,
-    .SetOnly  = CR_STRT | CR_LOCK,
-    .Fields   = {Bit("PG", 0), Bit("SER", 1), Bit("MER", 2), Bits("SNB", 7, 3), Bits("PSIZE", 9, 8),
-                 Bit("MER1", 15), Bit("STRT", 16), Bit("EOPIE", 24), Bit("ERRIE", 25),
-                 Bit("LOCK", 31)}};
-
-static constexpr REGISTER CrOfF76 = Renamed(CrOfTwoBanks, 15, "MER2");
+static constexpr REGISTER CrWith(uint32_t Writable, const char* sEraseOfBank2) {
+  return {.sName = "FLASH_CR", .Address = BASE + CR, .Reset = CR_LOCK, .Writable = Writable,
+          .SetOnly = CR_STRT | CR_LOCK,
+          .Fields = {Bit("PG", 0), Bit("SER", 1), Bit("MER", 2), Bits("SNB", 7, 3),
+                     Bits("PSIZE", 9, 8), Bit(sEraseOfBank2, 15), Bit("STRT", 16),
+                     Bit("EOPIE", 24), Bit("ERRIE", 25), Bit("LOCK", 31)}};
+}
+static constexpr REGISTER Cr           = CrWith(0x0300037F, "MER1");
+static constexpr REGISTER CrOfTwoBanks = CrWith(0x030083FF, "MER1");
+static constexpr REGISTER CrOfF76      = CrWith(0x030083FF, "MER2");
 
 // OPTCR to OPTCR2 have the fields of the option words, OPTCR also its lock and start bits.
-static constexpr REGISTER OptionRegister(const silicon::OPTION_WORD& Word, uint32_t Offset) {
-  REGISTER Row = {.sName    = Offset == OPTCR    ? "FLASH_OPTCR"
-                              : Offset == OPTCR1 ? "FLASH_OPTCR1"
-                                                 : "FLASH_OPTCR2",
-                  .Address  = BASE + Offset,
-                  .Writable = Word.Fields.Mask(),
-                  .Fields   = Word.Fields};
-  if (Offset == OPTCR) {
-    Row.Reset   = OPTCR_OPTLOCK;
+static constexpr REGISTER OptionRegister(const silicon::OPTION_WORD& Word, size_t Index) {
+  constexpr const char* asNames[] = {"FLASH_OPTCR", "FLASH_OPTCR1", "FLASH_OPTCR2"};
+  REGISTER Row = {.sName = asNames[Index], .Address = Word.Loaded[0].Register,
+                  .Writable = Word.Fields.Mask(), .Fields = Word.Fields};
+  if (Index == WORD_OPTCR) {
+    Row.Reset = OPTCR_OPTLOCK;
     Row.SetOnly = OPTCR_OPTLOCK | OPTCR_OPTSTRT;
-    Row.Fields  = {Bit("OPTLOCK", 0), Bit("OPTSTRT", 1)};
-    size_t i    = 2;
-    for (const silicon::FIELD& Field : Word.Fields) {
-      Row.Fields.aField[i++] = Field;
-    }
+    Row.Fields = silicon::FIELDS{Bit("OPTLOCK", 0), Bit("OPTSTRT", 1)} + Word.Fields;
   }
   return Row;
 }
@@ -106,120 +73,76 @@ static constexpr auto aRegisters = [] {
   std::array<REGISTER, 5 + Facts.Options.size()> Rows = {Acr, Keyr, Optkeyr, *Family.pSr,
                                                          *Family.pCr};
   for (size_t i = 0; i < Facts.Options.size(); i++) {
-    Rows[5 + i] = OptionRegister(Facts.Options[i], OPTCR + 4 * static_cast<uint32_t>(i));
+    Rows[5 + i] = OptionRegister(Facts.Options[i], i);
   }
   return Rows;
 }();
 
-template <const silicon::DEVICE& Facts, const F4_FAMILY& Family>
-static constexpr F4_DEVICE Device = {
-    .pFacts = &Facts, .pFamily = &Family, .Registers = aRegisters<Facts, Family>};
-
 static constexpr LOCK_ROW aLocks[] = {
-    {.sState    = "keys",
-     .Register  = KEYR,
-     .First     = {0x45670123, "KEY1"},
-     .Second    = {0xCDEF89AB, "KEY2"},
-     .Control   = CR,
-     .ClosedBit = CR_LOCK},
-    {.sState    = "option_keys",
-     .Register  = OPTKEYR,
-     .First     = {0x08192A3B, "OPTKEY1"},
-     .Second    = {0x4C5D6E7F, "OPTKEY2"},
-     .Control   = OPTCR,
-     .ClosedBit = OPTCR_OPTLOCK},
+    {.sState = "keys", .Register = KEYR, .First = {0x45670123, "KEY1"},
+     .Second = {0xCDEF89AB, "KEY2"}, .Control = CR, .ClosedBit = CR_LOCK},
+    {.sState = "option_keys", .Register = OPTKEYR, .First = {0x08192A3B, "OPTKEY1"},
+     .Second = {0x4C5D6E7F, "OPTKEY2"}, .Control = OPTCR, .ClosedBit = OPTCR_OPTLOCK},
 };
-
 constinit const std::span<const LOCK_ROW> Locks = aLocks;
 
 // -- Around it -----------------------------------------------------------------------------------
 
 static constexpr REGISTER aSystem[] = {
-    {.sName   = "DBGMCU_IDCODE",
-     .Address = 0xE0042000,
-     .Fields  = {Bits("DEV_ID", 11, 0), Bits("REV_ID", 31, 16)}},
-    {.sName    = "DBGMCU_CR",
-     .Address  = 0xE0042004,
-     .Writable = 0x000000E7,
-     .Fields   = {Bit("DBG_SLEEP", 0), Bit("DBG_STOP", 1), Bit("DBG_STANDBY", 2)}},
-    {.sName    = "DBGMCU_APB1_FZ",
-     .Address  = 0xE0042008,
-     .Writable = 0x06E01DFF,
-     .Fields   = {Bit("DBG_WWDG_STOP", 11), Bit("DBG_IWDG_STOP", 12)}},
+    IdCodeAt(0xE0042000),
+    {.sName = "DBGMCU_CR", .Address = 0xE0042004, .Writable = 0x000000E7,
+     .Fields = {Bit("DBG_SLEEP", 0), Bit("DBG_STOP", 1), Bit("DBG_STANDBY", 2)}},
+    FreezeAt("DBGMCU_APB1_FZ", 0xE0042008, 0x06E01DFF),
     {.sName = "DBGMCU_APB2_FZ", .Address = 0xE004200C, .Writable = 0x00070003},
-    {.sName    = "RCC_CR",
-     .Address  = 0x40023800,
-     .Reset    = 0x00000083,
-     .Writable = 0x050D00F9,
-     .Fields   = {Bit("HSION", 0), Bit("HSIRDY", 1), Bits("HSITRIM", 7, 3), Bits("HSICAL", 15, 8),
-                  Bit("HSEON", 16), Bit("PLLON", 24)}},
+    {.sName = "RCC_CR", .Address = 0x40023800, .Reset = 0x00000083, .Writable = 0x050D00F9,
+     .Fields = {Bit("HSION", 0), Bit("HSIRDY", 1), Bits("HSITRIM", 7, 3), Bits("HSICAL", 15, 8),
+                Bit("HSEON", 16), Bit("PLLON", 24)}},
 };
 
 // 4096 steps of 4 / 32 kHz; 262144 cycles of HSI.
 static constexpr WATCHDOG_ROW Iwdg = {.ResetUs = 512000, .Freeze = 0xE0042008, .Bit = 12};
 static constexpr WATCHDOG_ROW Wwdg = {.ResetUs = 16384, .Freeze = 0xE0042008, .Bit = 11};
 
-static constexpr SYSTEM_BLOCK System   = {.Registers  = aSystem,
-                                          .DebugFirst = 0xE0042000,
-                                          .DebugLast  = 0xE00420FF,
-                                          .RccCr      = 0x40023800,
-                                          .Watchdogs  = {Iwdg}};
-static constexpr SYSTEM_BLOCK SystemF7 = {.Registers  = aSystem,
-                                          .DebugFirst = 0xE0042000,
-                                          .DebugLast  = 0xE00420FF,
-                                          .RccCr      = 0x40023800,
-                                          .Watchdogs  = {Iwdg, Wwdg}};
+static constexpr SYSTEM_BLOCK System = {
+    .Registers = aSystem, .DebugFirst = 0xE0042000, .DebugLast = 0xE00420FF, .RccCr = 0x40023800,
+    .Watchdogs = {Iwdg}};
+static constexpr SYSTEM_BLOCK SystemF7 = {
+    .Registers = aSystem, .DebugFirst = 0xE0042000, .DebugLast = 0xE00420FF, .RccCr = 0x40023800,
+    .Watchdogs = {Iwdg, Wwdg}};
 
 // -- Families ------------------------------------------------------------------------------------
 
 static const uint32_t KB = silicon::KB;
 
-static constexpr F4_FAMILY F2F4         = {.pSystem  = &System,
-                                           .Variants = apVariants,
-                                           .pSr      = &Sr,
-                                           .pCr      = &Cr,
-                                           .Banks    = {.SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F4OfPcrop    = {.pSystem  = &System,
-                                           .Variants = apVariants,
-                                           .pSr      = &SrOfPcrop,
-                                           .pCr      = &Cr,
-                                           .Pcrop    = BY_SPRMOD,
-                                           .Banks    = {.SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F4OfTwoBanks = {.pSystem  = &System,
-                                           .Variants = apVariants,
-                                           .pSr      = &SrOfPcrop,
-                                           .pCr      = &CrOfTwoBanks,
-                                           .Pcrop    = BY_SPRMOD,
-                                           .Banks    = {.NumBanks = 2, .SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F4OfDb1m     = {.pSystem    = &System,
-                                           .Variants   = apVariantsOfDb1m,
-                                           .pSr        = &SrOfPcrop,
-                                           .pCr        = &CrOfTwoBanks,
-                                           .Pcrop      = BY_SPRMOD,
-                                           .Banks      = {.SmallBytes = 16 * KB},
-                                           .SplitMask  = OPTCR_DB1M,
-                                           .SplitValue = OPTCR_DB1M,
-                                           .Split      = {.NumBanks = 2, .SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F72          = {.pSystem  = &SystemF7,
-                                           .Variants = apVariants,
-                                           .pSr      = &SrOfF72,
-                                           .pCr      = &Cr,
-                                           .Pcrop    = BY_OPTCR2,
-                                           .Banks    = {.SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F74          = {.pSystem  = &SystemF7,
-                                           .Variants = apVariants,
-                                           .pSr      = &Sr,
-                                           .pCr      = &Cr,
-                                           .Banks    = {.SmallBytes = 32 * KB}};
-static constexpr F4_FAMILY F76          = {
-             .pSystem    = &SystemF7,
-             .Variants   = apVariants,
-             .pSr        = &Sr,
-             .pCr        = &CrOfF76,
-             .Banks      = {.SmallBytes = 32 * KB},
-             .SplitMask  = OPTCR_nDBANK,
-             .SplitValue = 0,
-             .Split      = {.NumBanks = 2, .SmallBytes = 16 * KB, .SectorsPerBit = 2}};
+static constexpr F4_FAMILY F2F4 = {
+    .pSystem = &System, .Variants = apVariants, .pSr = &Sr, .pCr = &Cr,
+    .Banks = {.SmallBytes = 16 * KB}};
+static constexpr F4_FAMILY F4OfPcrop = {
+    .pSystem = &System, .Variants = apVariants, .pSr = &Sr, .pCr = &Cr, .Pcrop = BY_SPRMOD,
+    .Banks = {.SmallBytes = 16 * KB}};
+static constexpr F4_FAMILY F4OfTwoBanks = {
+    .pSystem = &System, .Variants = apVariants, .pSr = &Sr, .pCr = &CrOfTwoBanks,
+    .Pcrop = BY_SPRMOD, .Banks = {.NumBanks = 2, .SmallBytes = 16 * KB}};
+static constexpr F4_FAMILY F4OfDb1m = {
+    .pSystem = &System, .Variants = apVariantsOfDb1m, .pSr = &Sr, .pCr = &CrOfTwoBanks,
+    .Pcrop = BY_SPRMOD, .Banks = {.SmallBytes = 16 * KB}, .SplitMask = OPTCR_DB1M,
+    .SplitValue = OPTCR_DB1M, .Split = {.NumBanks = 2, .SmallBytes = 16 * KB}};
+static constexpr F4_FAMILY F72 = {
+    .pSystem = &SystemF7, .Variants = apVariants, .pSr = &SrOfF72, .pCr = &Cr, .Pcrop = BY_OPTCR2,
+    .Banks = {.SmallBytes = 16 * KB}};
+static constexpr F4_FAMILY F74 = {
+    .pSystem = &SystemF7, .Variants = apVariants, .pSr = &Sr, .pCr = &Cr,
+    .Banks = {.SmallBytes = 32 * KB}};
+static constexpr F4_FAMILY F76 = {
+    .pSystem = &SystemF7, .Variants = apVariants, .pSr = &Sr, .pCr = &CrOfF76,
+    .Banks = {.SmallBytes = 32 * KB}, .SplitMask = OPTCR_nDBANK, .SplitValue = 0,
+    .Split = {.NumBanks = 2, .SmallBytes = 16 * KB, .SectorsPerBit = 2}};
+
+// -- Devices -------------------------------------------------------------------------------------
+
+template <const silicon::DEVICE& Facts, const F4_FAMILY& Family>
+static constexpr F4_DEVICE Device = {
+    .pFacts = &Facts, .pFamily = &Family, .Registers = aRegisters<Facts, Family>};
 
 static const F4_DEVICE aDevices[] = {
     Device<silicon::STM32F207, F2F4>,      Device<silicon::STM32F401xC, F4OfPcrop>,
@@ -231,6 +154,8 @@ static const F4_DEVICE aDevices[] = {
     Device<silicon::STM32F723, F72>,       Device<silicon::STM32F746, F74>,
     Device<silicon::STM32F767, F76>,
 };
+
+// clang-format on
 
 }  // namespace f4
 

@@ -22,18 +22,15 @@ inline constexpr uint32_t ACR = 0x00, KEYR = 0x04, OPTKEYR = 0x08, SR = 0x0C, CR
                           OPTCR = 0x14, OPTCR1 = 0x18, OPTCR2 = 0x1C;
 
 inline constexpr uint32_t SR_EOP = 1u << 0, SR_OPERR = 1u << 1, SR_WRPERR = 1u << 4,
-                          SR_PGAERR = 1u << 5, SR_PGPERR = 1u << 6, SR_PGSERR = 1u << 7,
-                          SR_RDERR = 1u << 8, SR_BSY = 1u << 16;
+                          SR_PGPERR = 1u << 6, SR_PGSERR = 1u << 7, SR_RDERR = 1u << 8,
+                          SR_BSY = 1u << 16;
 inline constexpr uint32_t CR_PG = 1u << 0, CR_SER = 1u << 1, CR_MER = 1u << 2, CR_MER1 = 1u << 15,
                           CR_STRT = 1u << 16, CR_EOPIE = 1u << 24, CR_ERRIE = 1u << 25,
-                          CR_LOCK        = 1u << 31;
-inline constexpr silicon::FIELD CR_SNB   = silicon::Bits("SNB", 7, 3),
-                                CR_PSIZE = silicon::Bits("PSIZE", 9, 8);
-inline constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTRT = 1u << 1, OPTCR_DB1M = 1u << 30,
-                          OPTCR_nDBANK = 1u << 29, OPTCR_SPRMOD = 1u << 31;
-inline constexpr silicon::FIELD OPTCR_BOR_LEV = silicon::Bits("BOR_LEV", 3, 2);
-// What starts a watchdog when it is 0. Only F7 has the second; there the first is called IWDG_SW.
-inline constexpr uint32_t OPTCR_WDG_SW = 1u << 5, OPTCR_WWDG_SW = 1u << 4;
+                          CR_LOCK = 1u << 31;
+// WDG_SW is called IWDG_SW on F7, which alone has WWDG_SW.
+inline constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTRT = 1u << 1, OPTCR_WWDG_SW = 1u << 4,
+                          OPTCR_WDG_SW = 1u << 5, OPTCR_nDBANK = 1u << 29, OPTCR_DB1M = 1u << 30,
+                          OPTCR_SPRMOD = 1u << 31;
 inline constexpr uint32_t OPTCR2_PCROP = 0xFF, OPTCR2_PCROP_RDP = 1u << 31;
 
 enum { FLASH_LOCK, OPTION_LOCK };
@@ -83,15 +80,11 @@ extern const VARIANT_ROW F4_LEVEL_AT_ONCE, F4_OPTKEY_BUS_ERROR, F4_DB1M_FREE_WIT
 
 // -- The controller ------------------------------------------------------------------------------
 
-enum SECTOR_SIZE { SMALL, MIDDLE, LARGE };
-
 struct SECTOR {
-  uint32_t    Number  = 0;  // those of a second bank start at 12, however many the first one has
-  uint32_t    Code    = 0;  // in SNB; those of a second bank start at 16
-  uint32_t    Bank    = 0;
-  uint32_t    Address = 0;
-  uint32_t    Bytes   = 0;
-  SECTOR_SIZE Size    = SMALL;
+  uint32_t Bank, InBank, Address, Bytes;
+
+  uint32_t Number() const { return 12 * Bank + InBank; }  // however many the first bank has
+  uint32_t Code() const { return 16 * Bank + InBank; }    // in SNB
 };
 
 class ControllerF4 : public Controller {
@@ -108,7 +101,7 @@ class ControllerF4 : public Controller {
   bool        InOptionArea(uint32_t Address) const override;
   bool        ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
   bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
-  uint32_t    Loaded(int Index) const override;
+  uint32_t    Loaded(int Index) const override { return loaded_[static_cast<size_t>(Index)]; }
   int         Level() const override;
   bool        StartsWatchdog(WATCHDOG Which) const override;
   uint32_t    BrownOutMv() const override;
@@ -135,16 +128,17 @@ class ControllerF4 : public Controller {
   void SetError(uint32_t Flags);
 
   // options.cpp
+  WORDS       StoredWords() const;
+  void        StoreWords(const WORDS& Words);
+  void        ShowStored();
+  void        LoadProtection();
   void        WriteOption(uint32_t Offset, uint32_t Value);
   void        StartOptions();
   const char* BrokenRule(bool Unprotects) const;
-  void        ShowStored();
   void        EraseOptions();
-  WORDS       StoredWords() const;
-  void        LoadProtection();
-  uint32_t    WrpBits(const WORDS& Words) const;
-  void        PutWrpBits(WORDS* pWords, uint32_t Bits) const;
+  uint32_t    WrpMask(size_t Index) const;
   uint32_t    NumWrpBits() const;
+  uint32_t    WrpBits(const WORDS& Words) const;
   bool        IsSprmod(const WORDS& Words) const;
   uint32_t    ExecuteOnlyBits() const;
   uint32_t    ProtectedBits() const;
@@ -153,9 +147,10 @@ class ControllerF4 : public Controller {
   bool                       StartErase();
   uint64_t                   MassEraseUs() const;
   void                       EraseSectors(uint32_t What, uint32_t DonePerMille);
-  const std::vector<SECTOR>& Sectors() const;
-  const SECTOR&              SectorAt(uint32_t Address) const;
   bool                       IsSplit() const;
+  const std::vector<SECTOR>& Sectors() const { return IsSplit() ? splitSectors_ : sectors_; }
+  uint32_t                   NumBanks() const { return Sectors().back().Bank + 1; }
+  const SECTOR&              SectorAt(uint32_t Address) const;
   bool                       IsIn(uint32_t Bits, const SECTOR& Sector) const;
 
   const F4_FAMILY&    family_;

@@ -8,10 +8,6 @@ namespace sim::f4 {
 static const TIME OPTION_ERASE_TIME   = {.TypicalUs = 250000, .LongestUs = 500000};
 static const TIME OPTION_PROGRAM_TIME = {.TypicalUs = 150000, .LongestUs = 300000};
 
-static uint32_t OptionRegister(int Index) {
-  return OPTCR + 4 * static_cast<uint32_t>(Index);
-}
-
 // -- In force ------------------------------------------------------------------------------------
 
 WORDS ControllerF4::StoredWords() const {
@@ -20,6 +16,19 @@ WORDS ControllerF4::StoredWords() const {
     Words[static_cast<size_t>(i)] = Stored(i);
   }
   return Words;
+}
+
+void ControllerF4::StoreWords(const WORDS& Words) {
+  for (int i = 0; i < NumWords(); i++) {
+    Store(i, Words[static_cast<size_t>(i)]);
+  }
+}
+
+// The registers follow the stored options; lock and start bit are none of these.
+void ControllerF4::ShowStored() {
+  for (int i = 0; i < NumWords(); i++) {
+    ShowLoaded(i, Stored(i));
+  }
 }
 
 // Level, write protection and PCROP are in force once a change has ended; all else waits for reset.
@@ -33,66 +42,37 @@ void ControllerF4::LoadProtection() {
   }
 }
 
-uint32_t ControllerF4::Loaded(int Index) const {
-  return loaded_[static_cast<size_t>(Index)];
-}
-
 int ControllerF4::Level() const {
   return LevelOfByte(facts_.pFamily->LevelField.Get(loaded_[WORD_OPTCR]));
 }
 
-// Where the second bit is another option there is no window watchdog to start either.
+// Where WWDG_SW is another option there is no window watchdog to start either.
 bool ControllerF4::StartsWatchdog(WATCHDOG Which) const {
   return (loaded_[WORD_OPTCR] & (Which == INDEPENDENT ? OPTCR_WDG_SW : OPTCR_WWDG_SW)) == 0;
 }
 
 uint32_t ControllerF4::BrownOutMv() const {
-  static const uint32_t aMillivolts[] = {2700, 2400, 2100, POWER_ON_MV};
-  return aMillivolts[OPTCR_BOR_LEV.Get(loaded_[WORD_OPTCR])];
+  static const uint32_t aMillivolts[] = {2700, 2400, 2100, POWER_ON_MV};  // by BOR_LEV
+  return aMillivolts[loaded_[WORD_OPTCR] >> 2 & 3];
 }
 
 std::string ControllerF4::Remarks() const {
-  return StoredLevel() != Level() ? "the stored protection level is in force after the next reset"
-                                  : "";
+  return StoredLevel() == Level() ? ""
+                                  : "the stored protection level is in force after the next reset";
 }
 
-// The registers follow the stored options; lock and start bit are none of these.
-void ControllerF4::ShowStored() {
-  for (int i = 0; i < NumWords(); i++) {
-    ShowLoaded(i, Stored(i));
-  }
-}
+// -- Protection bits: those of OPTCR, and after them those of a second bank in OPTCR1 ------------
 
-// -- Protection bits: those of OPTCR, and above them those of a second bank in OPTCR1 --------------
+uint32_t ControllerF4::WrpMask(size_t Index) const {
+  return Index < facts_.Options.size() ? facts_.Options[Index].Fields.Mask(silicon::WRP) : 0;
+}
 
 uint32_t ControllerF4::NumWrpBits() const {
-  return static_cast<uint32_t>(std::popcount(WrpBits({~0u, ~0u, ~0u})));
+  return static_cast<uint32_t>(std::popcount(WrpMask(0)) + std::popcount(WrpMask(1)));
 }
 
 uint32_t ControllerF4::WrpBits(const WORDS& Words) const {
-  uint32_t Bits  = 0;
-  uint32_t Shift = 0;
-  for (int i = 0; i < NumWords(); i++) {
-    for (const silicon::FIELD& Field : Word(i).Fields) {
-      if (Field.Kind == silicon::WRP) {
-        Bits |= Field.Get(Words[static_cast<size_t>(i)]) << Shift;
-        Shift += Field.Width();
-      }
-    }
-  }
-  return Bits;
-}
-
-void ControllerF4::PutWrpBits(WORDS* pWords, uint32_t Bits) const {
-  for (int i = 0; i < NumWords(); i++) {
-    for (const silicon::FIELD& Field : Word(i).Fields) {
-      if (Field.Kind == silicon::WRP) {
-        uint32_t& Each = (*pWords)[static_cast<size_t>(i)];
-        Each           = Field.Put(Each, Bits);
-        Bits >>= Field.Width();
-      }
-    }
-  }
+  return (Words[0] & WrpMask(0)) >> 16 | (Words[1] & WrpMask(1)) >> 4;
 }
 
 bool ControllerF4::IsSprmod(const WORDS& Words) const {
@@ -109,16 +89,15 @@ uint32_t ControllerF4::ProtectedBits() const {
   return ExecuteOnlyBits() | (IsSprmod(loaded_) ? 0 : ~WrpBits(loaded_));
 }
 
-// -- Option bytes in memory, for reading only ------------------------------------------------------
+// -- Option bytes in memory, for reading only ----------------------------------------------------
 
 bool ControllerF4::InOptionArea(uint32_t Address) const {
   return std::any_of(facts_.Options.begin(), facts_.Options.end(), [Address](const auto& Each) {
-    return (Address & ~7u) == Each.Stored ||
-           (Each.StoredUpper != 0 && (Address & ~7u) == Each.StoredUpper);
+    return (Address & ~7u) == Each.Stored || (Address & ~7u) == Each.StoredUpper;
   });
 }
 
-// A half-word has a double word of its own; a word that is in one piece has it, too. Bits that hold
+// A half-word has a double word of its own, and so has a word that is in one piece. Bits that hold
 // no option read as ones, as they do in an erased word.
 bool ControllerF4::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
   *pWord = 0xFFFFFFFF;
@@ -134,16 +113,16 @@ bool ControllerF4::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
 }
 
 bool ControllerF4::WriteOptionArea(uint32_t /*Address*/, uint32_t /*Size*/, uint32_t /*Value*/) {
-  if (Level() == 0 && (registers_[CR] & CR_LOCK) == 0) {
+  if (Level() == 0 && IsOpen(FLASH_LOCK)) {
     SetError(SR_WRPERR);
   }
   return Level() == 0;
 }
 
-// -- Changes ---------------------------------------------------------------------------------------
+// -- Changes -------------------------------------------------------------------------------------
 
 void ControllerF4::WriteOption(uint32_t Offset, uint32_t Value) {
-  if ((registers_[OPTCR] & OPTCR_OPTLOCK) != 0) {
+  if (!IsOpen(OPTION_LOCK)) {
     return;
   }
   registers_.Write(Offset, Value);
@@ -156,8 +135,8 @@ void ControllerF4::WriteOption(uint32_t Offset, uint32_t Value) {
 }
 
 void ControllerF4::StartOptions() {
-  for (int i = 0; i < NumWords(); i++) {
-    toProgram_[static_cast<size_t>(i)] = registers_[OptionRegister(i)];
+  for (uint32_t i = 0; i < facts_.Options.size(); i++) {
+    toProgram_[i] = registers_[OPTCR + 4 * i];
   }
   toProgram_[WORD_OPTCR] &= ~(OPTCR_OPTLOCK | OPTCR_OPTSTRT);
   const uint32_t Rdp        = facts_.pFamily->LevelField.Get(toProgram_[WORD_OPTCR]);
@@ -170,9 +149,9 @@ void ControllerF4::StartOptions() {
   }
   if (family_.Pcrop == BY_OPTCR2) {
     // These bits can be set and not cleared, except by unprotecting with PCROP_RDP.
-    const bool Wipes = Unprotects && (Stored(WORD_OPTCR2) & OPTCR2_PCROP_RDP) != 0;
-    toProgram_[WORD_OPTCR2] =
-        Wipes ? Word(WORD_OPTCR2).Factory : toProgram_[WORD_OPTCR2] | Stored(WORD_OPTCR2);
+    const uint32_t Old      = Stored(WORD_OPTCR2);
+    const bool     Wipes    = Unprotects && (Old & OPTCR2_PCROP_RDP) != 0;
+    toProgram_[WORD_OPTCR2] = Wipes ? Word(WORD_OPTCR2).Factory : toProgram_[WORD_OPTCR2] | Old;
   }
   std::vector<PHASE> Phases;
   if (Unprotects) {
@@ -183,19 +162,17 @@ void ControllerF4::StartOptions() {
   Start(Phases);
 }
 
-// nullptr when the change is allowed. SPRMOD going to 0, or a sector leaving PCROP while SPRMOD
-// stays, cancels the whole change.
+// nullptr when the change is allowed; otherwise none of it is done.
 const char* ControllerF4::BrokenRule(bool Unprotects) const {
-  const WORDS Old = StoredWords();
+  const WORDS    Old     = StoredWords();
+  const uint32_t Changed = Old[WORD_OPTCR] ^ toProgram_[WORD_OPTCR];
   if (!IsSprmod(Old) || Unprotects) {
     return nullptr;
   }
   if (!IsSprmod(toProgram_) || (WrpBits(Old) & ~WrpBits(toProgram_)) != 0) {
     return "PCROP can be lifted from level 1 to level 0 only";
   }
-  const uint32_t Changed = Old[WORD_OPTCR] ^ toProgram_[WORD_OPTCR];
-  if (family_.SplitMask == OPTCR_DB1M && (Changed & OPTCR_DB1M) != 0 &&
-      !Is(F4_DB1M_FREE_WITH_SPRMOD)) {
+  if ((Changed & family_.SplitMask) != 0 && !Is(F4_DB1M_FREE_WITH_SPRMOD)) {
     return "DB1M stays while SPRMOD does";
   }
   return nullptr;
@@ -207,31 +184,30 @@ void ControllerF4::EraseOptions() {
   }
 }
 
-// -- A new device ----------------------------------------------------------------------------------
+// -- A new device --------------------------------------------------------------------------------
 
 CAPABILITIES ControllerF4::Can() const {
-  const PCROP_KIND Pcrop = family_.Pcrop;
   return {.NumWrp      = NumWrpBits(),
-          .NumPcrop    = Pcrop == NO_PCROP ? 0 : NumWrpBits(),
-          .OneOrOther  = Pcrop == BY_SPRMOD,
-          .HasPcropRdp = Pcrop == BY_OPTCR2,
+          .NumPcrop    = family_.Pcrop == NO_PCROP ? 0 : NumWrpBits(),
+          .OneOrOther  = family_.Pcrop == BY_SPRMOD,
+          .HasPcropRdp = family_.Pcrop == BY_OPTCR2,
           .UserWord    = WORD_OPTCR,
           .UserMask    = Word(WORD_OPTCR).Fields.Mask(silicon::USER)};
 }
 
 // A bit that is 0 protects its sector; one that is 1 makes it execute-only where SPRMOD is 1.
 bool ControllerF4::Protect(const CREATE_REQUEST& Request, std::string* /*psError*/) {
-  const uint32_t Exec  = Request.Pcrop.Mask(NumWrpBits());
-  const bool     BySpr = family_.Pcrop == BY_SPRMOD && !Request.Pcrop.IsEmpty();
-  WORDS          Words = StoredWords();
-  PutWrpBits(&Words, BySpr ? Exec : ~Request.Wrp.Mask(NumWrpBits()));
-  Words[WORD_OPTCR] |= BySpr ? OPTCR_SPRMOD : 0;
+  const uint32_t Exec     = Request.Pcrop.Mask(NumWrpBits());
+  const bool     BySprmod = family_.Pcrop == BY_SPRMOD && !Request.Pcrop.IsEmpty();
+  const uint32_t Bits     = BySprmod ? Exec : ~Request.Wrp.Mask(NumWrpBits());
+  WORDS          Words    = StoredWords();
+  Words[0]                = (Words[0] & ~WrpMask(0)) | (Bits << 16 & WrpMask(0));
+  Words[1]                = (Words[1] & ~WrpMask(1)) | (Bits << 4 & WrpMask(1));
+  Words[WORD_OPTCR] |= BySprmod ? OPTCR_SPRMOD : 0;
   if (family_.Pcrop == BY_OPTCR2) {
     Words[WORD_OPTCR2] = Exec | (Request.PcropRdp.value_or(1) != 0 ? OPTCR2_PCROP_RDP : 0);
   }
-  for (int i = 0; i < NumWords(); i++) {
-    Store(i, Words[static_cast<size_t>(i)]);
-  }
+  StoreWords(Words);
   return true;
 }
 

@@ -44,7 +44,7 @@ void ControllerH7::Reset() {
 
 // -- Bus -----------------------------------------------------------------------------------------
 
-// Where the value of a register is kept. KEYR, CR, SR, CCR and PRAR to WPSN are each bank's own, and
+// Where the value of a register is kept. KEYR, CR, SR, CCR and PRAR to WPSN are each bank's own and
 // change places with the banks; of the others the second view is another address.
 uint32_t ControllerH7::Home(uint32_t Offset) const {
   const uint32_t Kind = Offset % VIEW2;
@@ -154,7 +154,7 @@ void ControllerH7::WriteControl(uint32_t Bank, uint32_t Value) {
   }
 }
 
-// -- The place of the second view on devices that have none ----------------------------------------
+// -- The place of the second view on devices that have none --------------------------------------
 
 bool ControllerH7::InOptionArea(uint32_t Address) const {
   return family_.NumBanks == 1 && Address - (BASE + VIEW2) < VIEW2;
@@ -172,25 +172,13 @@ bool ControllerH7::WriteOptionArea(uint32_t /*Address*/, uint32_t /*Size*/, uint
 // -- Operations ----------------------------------------------------------------------------------
 
 void ControllerH7::FinishPhase(const PHASE& Phase) {
-  switch (Phase.Kind) {
-    case MASS_ERASE:
-      EraseBanks(Phase.Argument, 1000);
-      if (Phase.Argument == UNPROTECT) {
-        AllMemories().Erase(BACKUP);
-      }
-      break;
-    case PAGE_ERASE:
-      EraseRange(Phase.Argument, SECTOR_BYTES, 1000);
-      break;
-    case WORD_PROGRAM:
-      ProgramBuffer(Phase.Argument, FLASH_WORD);
-      break;
-    default:
-      for (int i = 0; i < NumWords(); i++) {
-        Store(i, Prg(i));
-        ShowLoaded(i, Stored(i));
-      }
-      break;
+  for (int i = 0; i < NumWords() && Phase.Kind == OPTION_PROGRAM; i++) {
+    Store(i, Prg(i));
+    ShowLoaded(i, Stored(i));
+  }
+  CutPhase(Phase, 1000);
+  if (Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT) {
+    AllMemories().Erase(BACKUP);
   }
   for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
     uint32_t& Control = registers_[OfBank(CR, Bank)];
@@ -201,7 +189,7 @@ void ControllerH7::FinishPhase(const PHASE& Phase) {
   }
 }
 
-// The old option values are kept.
+// A change of options that is cut keeps the old values.
 void ControllerH7::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
   switch (Phase.Kind) {
     case MASS_ERASE:

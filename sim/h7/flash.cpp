@@ -20,7 +20,7 @@ const TIME& ControllerH7::ByPsize(const TIME (&aTimes)[4], uint32_t Bank) const 
   return aTimes[registers_[OfBank(CR, Bank)] >> 4 & 3];
 }
 
-// -- Protection ------------------------------------------------------------------------------------
+// -- Protection ----------------------------------------------------------------------------------
 
 bool ControllerH7::InArea(int Word, uint32_t Address) const {
   const uint32_t Unit = (Address - FLASH_BASE) % BANK_BYTES / AREA_UNIT;
@@ -60,7 +60,7 @@ bool ControllerH7::IsBeyond(const Memory& Source) const {
   return &Source != &MainFlash() && IsChosen(family_.pFlashEndsAsStated);
 }
 
-// -- Programming -----------------------------------------------------------------------------------
+// -- Programming ---------------------------------------------------------------------------------
 
 // PGSERR and INCERR have to be cleared before anything can start.
 bool ControllerH7::IsBlocked(uint32_t Bank) const {
@@ -127,20 +127,19 @@ void ControllerH7::ProgramBuffer(uint32_t Address, uint32_t NumBytes) {
   EmptyBuffer();
 }
 
-// -- Erasing ---------------------------------------------------------------------------------------
+// -- Erasing -------------------------------------------------------------------------------------
 
 void ControllerH7::StartErase(uint32_t Bank) {
   const uint32_t Control = registers_[OfBank(CR, Bank)];
+  const uint32_t Sector  = FLASH_BASE + Bank * BANK_BYTES + (Control >> 8 & 7) * SECTOR_BYTES;
   if (IsBlocked(Bank)) {
     return;
   }
   if ((Control & CR_BER) != 0) {
     StartBankErase(1u << Bank);
   } else if ((Control & CR_SER) != 0) {
-    const uint32_t Sector  = Control >> 8 & 7;
-    const uint32_t Address = FLASH_BASE + Bank * BANK_BYTES + Sector * SECTOR_BYTES;
-    StartUnlessProtected(1u << Bank, Address, SECTOR_BYTES,
-                         {PAGE_ERASE, Us(ByPsize(aSectorErase, Bank)), Address});
+    StartUnlessProtected(1u << Bank, Sector, SECTOR_BYTES,
+                         {PAGE_ERASE, Us(ByPsize(aSectorErase, Bank)), Sector});
   }
 }
 
@@ -150,8 +149,8 @@ uint64_t ControllerH7::MassEraseUs(uint32_t Bank) const {
 
 void ControllerH7::StartBankErase(uint32_t Banks) {
   const uint32_t First = Banks == BANK2 ? 1 : 0;
-  StartUnlessProtected(Banks, FLASH_BASE + First * BANK_BYTES,
-                       Banks == (BANK1 | BANK2) ? 2 * BANK_BYTES : BANK_BYTES,
+  const uint32_t Bytes = Banks == (BANK1 | BANK2) ? 2 * BANK_BYTES : BANK_BYTES;
+  StartUnlessProtected(Banks, FLASH_BASE + First * BANK_BYTES, Bytes,
                        {MASS_ERASE, MassEraseUs(First), Banks});
 }
 
@@ -173,7 +172,7 @@ void ControllerH7::StartUnlessProtected(uint32_t Banks, uint32_t Address, uint32
   }
 }
 
-// A range that ends with the memory, or before it; as far as so many thousandths.
+// As far as so many thousandths, in the memory that begins there or before.
 void ControllerH7::EraseRange(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille) {
   if (Memory* pFlash = AllMemories().At(Address); pFlash != nullptr) {
     pFlash->EraseUntil(Address, Bytes, DonePerMille);
@@ -183,14 +182,12 @@ void ControllerH7::EraseRange(uint32_t Address, uint32_t Bytes, uint32_t DonePer
 // Each bank as far as so many thousandths. Neither write protection nor the areas that are wiped
 // stop unprotecting.
 void ControllerH7::EraseBanks(uint32_t What, uint32_t DonePerMille) {
-  const uint32_t Done = BANK_BYTES / 1000 * DonePerMille;
+  const uint32_t Done = BANK_BYTES / 8 * DonePerMille / 125;
   for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
-    for (uint32_t Offset = 0; Offset < BANK_BYTES; Offset += AREA_UNIT) {
+    for (uint32_t Offset = 0; Offset < Done; Offset += AREA_UNIT) {
       const uint32_t Address = FLASH_BASE + Bank * BANK_BYTES + Offset;
-      const bool     Taken   = What == UNPROTECT ? !IsSpared(Address) : (What >> Bank & 1) != 0;
-      if (Taken && (Offset <= Done || DonePerMille == 1000)) {
-        EraseRange(Address, AREA_UNIT,
-                   Offset + AREA_UNIT <= Done || DonePerMille == 1000 ? 1000 : 0);
+      if (What == UNPROTECT ? !IsSpared(Address) : (What >> Bank & 1) != 0) {
+        EraseRange(Address, AREA_UNIT, std::min(1000u, (Done - Offset) * 1000 / AREA_UNIT));
       }
     }
   }

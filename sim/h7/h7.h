@@ -28,10 +28,9 @@ inline constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTART = 1u << 1, OPT
                           OPTCR_SWAP_BANK = 1u << 31;
 inline constexpr uint32_t OPTSR_OPT_BUSY = 1u << 0, OPTSR_IWDG1_SW = 1u << 4,
                           OPTSR_SECURITY = 1u << 21, OPTSR_OPTCHANGEERR = 1u << 30,
-                          OPTSR_SWAP_BANK_OPT           = 1u << 31;
-inline constexpr silicon::FIELD OPTSR_BOR_LEV           = silicon::Bits("BOR_LEV", 3, 2);
-inline constexpr uint32_t       OPTCCR_CLR_OPTCHANGEERR = 1u << 30;
-inline constexpr uint32_t       AREA_WIPE = 1u << 31;  // DMEP, DMES: unprotecting wipes the area
+                          OPTSR_SWAP_BANK_OPT     = 1u << 31;
+inline constexpr uint32_t OPTCCR_CLR_OPTCHANGEERR = 1u << 30;
+inline constexpr uint32_t AREA_WIPE = 1u << 31;  // DMEP, DMES: unprotecting wipes the area
 inline constexpr uint32_t SR_BSY = 1u << 0, SR_WBNE = 1u << 1, SR_QW = 1u << 2, SR_EOP = 1u << 16,
                           SR_WRPERR = 1u << 17, SR_PGSERR = 1u << 18, SR_STRBERR = 1u << 19,
                           SR_INCERR = 1u << 21, SR_RDPERR = 1u << 23, SR_RDSERR = 1u << 24;
@@ -43,10 +42,10 @@ enum { BANK1_LOCK, OPTION_LOCK, BANK2_LOCK };
 // Option words; those of the second bank come WORDS_PER_BANK after those of the first.
 enum { WORD_OPTSR, WORD_PRAR, WORD_SCAR, WORD_WPSN, WORDS_PER_BANK = 3 };
 
-inline constexpr uint32_t FLASH_BASE = 0x08000000, BANK_BYTES = 1024 * silicon::KB;
-inline constexpr uint32_t SECTOR_BYTES = 128 * silicon::KB, SECTORS_PER_BANK = 8;
-inline constexpr uint32_t AREA_UNIT  = 256;  // bytes
-inline constexpr uint32_t FLASH_WORD = 32;   // bytes that are programmed together
+inline constexpr uint32_t FLASH_BASE = 0x08000000, BANK_BYTES = 1024 * silicon::KB,
+                          SECTOR_BYTES = 128 * silicon::KB, SECTORS_PER_BANK = 8,
+                          AREA_UNIT = 256,  // bytes
+    FLASH_WORD                      = 32;   // bytes that are programmed together
 
 // -- Rows ----------------------------------------------------------------------------------------
 

@@ -1,12 +1,10 @@
-#include <bit>
-
 #include "sim/h7/h7.h"
 
 namespace sim::h7 {
 
 static const TIME CHANGE_TIME = {.TypicalUs = 300000, .LongestUs = 600000};
 
-// -- In force --------------------------------------------------------------------------------------
+// -- In force ------------------------------------------------------------------------------------
 
 // All that is stored, but for the banks, which change places at reset.
 uint32_t ControllerH7::Loaded(int Index) const {
@@ -25,8 +23,8 @@ bool ControllerH7::StartsWatchdog(WATCHDOG Which) const {
 }
 
 uint32_t ControllerH7::BrownOutMv() const {
-  static const uint32_t aMillivolts[] = {POWER_ON_MV, 2100, 2400, 2700};
-  return aMillivolts[OPTSR_BOR_LEV.Get(Stored(WORD_OPTSR))];
+  static const uint32_t aMillivolts[] = {POWER_ON_MV, 2100, 2400, 2700};  // by BOR_LEV
+  return aMillivolts[Stored(WORD_OPTSR) >> 2 & 3];
 }
 
 std::string ControllerH7::LoadError() const {
@@ -37,7 +35,7 @@ std::string ControllerH7::Remarks() const {
   return changeError_ != 0 ? "OPTCHANGEERR is set: a change was refused" : "";
 }
 
-// -- Changes ---------------------------------------------------------------------------------------
+// -- Changes -------------------------------------------------------------------------------------
 
 uint32_t ControllerH7::PrgRegister(int Index) const {
   return Word(Index).Loaded[0].Register + 4 - BASE;
@@ -127,7 +125,7 @@ const char* ControllerH7::BrokenRule(uint32_t Bank) const {
   return nullptr;
 }
 
-// -- A new device ----------------------------------------------------------------------------------
+// -- A new device --------------------------------------------------------------------------------
 
 uint32_t ControllerH7::Delivered(int Index) const {
   const bool Otherwise = IsChosen(family_.pOtherDelivery);
@@ -147,35 +145,27 @@ CAPABILITIES ControllerH7::Can() const {
           .UserMask    = Optsr.Mask() & ~Optsr.Mask(silicon::LEVEL)};
 }
 
-// Sectors in one piece as an area word; false when they are not. None leaves the word alone.
-static bool AreaOf(uint32_t Sectors, uint32_t* pArea) {
-  if (Sectors == 0) {
-    return true;
-  }
-  const uint32_t First = static_cast<uint32_t>(std::countr_zero(Sectors));
-  const uint32_t Last  = static_cast<uint32_t>(std::bit_width(Sectors)) - 1;
+static uint32_t AreaWord(const SECTOR_AREA& Sectors) {
   const uint32_t Units = SECTOR_BYTES / AREA_UNIT;
-  *pArea               = First * Units | ((Last + 1) * Units - 1) << 16;
-  return Last - First + 1 == static_cast<uint32_t>(std::popcount(Sectors));
+  return Sectors.First * Units | ((Sectors.Last + 1) * Units - 1) << 16;
 }
 
 // A bit that is 0 protects its sector. The secure area is the first sector.
 bool ControllerH7::Protect(const CREATE_REQUEST& Request, std::string* psError) {
-  const uint32_t Wrp   = Request.Wrp.Mask(Can().NumWrp);
-  const uint32_t Pcrop = Request.Pcrop.Mask(Can().NumPcrop);
   for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
-    uint32_t Area = Stored(OfBank(WORD_PRAR, Bank));
-    if (!AreaOf(Pcrop >> 8 * Bank & 0xFF, &Area)) {
-      *psError = "the sectors of a bank must be one area";
+    const uint32_t First = Bank * SECTORS_PER_BANK;
+    const uint32_t Wrp   = Request.Wrp.Mask(Can().NumWrp) >> First;
+    const int      Prar  = OfBank(WORD_PRAR, Bank);
+    SECTOR_AREA    Pcrop;
+    if (!AreaInBank(Request.Pcrop, First, SECTORS_PER_BANK, &Pcrop, psError)) {
       return false;
     }
-    Store(OfBank(WORD_PRAR, Bank), Area | (Request.PcropRdp.value_or(0) != 0 ? AREA_WIPE : 0));
-    Store(OfBank(WORD_WPSN, Bank), ~(Wrp >> 8 * Bank) & 0xFF);
+    Store(Prar, (Pcrop.IsEmpty() ? Stored(Prar) : AreaWord(Pcrop)) |
+                    (Request.PcropRdp.value_or(0) != 0 ? AREA_WIPE : 0));
+    Store(OfBank(WORD_WPSN, Bank), ~Wrp & 0xFF);
   }
   if (Request.Secure) {
-    uint32_t Area = 0;
-    AreaOf(1, &Area);
-    Store(WORD_SCAR, Area | AREA_WIPE);
+    Store(WORD_SCAR, AreaWord({.First = 0, .Last = 0}) | AREA_WIPE);
     Store(WORD_OPTSR, Stored(WORD_OPTSR) | OPTSR_SECURITY);
   }
   return true;

@@ -437,6 +437,9 @@ static const STEPS_CASE aCuts[] = {
      "@8006000?BABEFEFA @8006080?12345678 @8008000?12345678"},
     {"AWordHasLostSomeOfItsBits", "F407", "empty",
      "unlock-flash CR=201 @8000000=0 reset @8000000?AAAAAAAA"},
+    {"UnprotectingF723SparesPcropSectors", "F723", "--rdp 1 --pcrop 0 --pcrop-rdp 0",
+     "unlock OPTCR=C0FFAAFE wait:1000ms reset level?1 in-use?475136 put:OPTCR=C0FFAAFC reset "
+     "@8000000?0 @8004000?FFFFFFFF @800FFFC?FFFFFFFF @8010080?12345678"},
     {"BackupSramIsKeptWhenUnprotectingIsCut", "F407", "--rdp 1",
      "unlock OPTCR=0FFFAAEE wait:15999ms reset level?1 backup_sram?kept"},
 };
@@ -465,40 +468,18 @@ static const STEPS_CASE aWatchdog[] = {
 };
 PLAY_CASES(SimF4Watchdog, aWatchdog, Words);
 
-TEST(SimF4, BorLevSetsTheVoltageOfTheBrownOutReset) {
-  const uint32_t aMillivolts[] = {2700, 2400, 2100, 1700};
-  for (const char* sName : {"F207", "F411", "F429", "F746"}) {
-    for (uint32_t Lev = 0; Lev < 4; Lev++) {
-      sim::Device         Device(*sim::FindDevice(sName));
-      sim::CREATE_REQUEST Request;
-      std::string         sError;
-      Request.Options = {{"BOR_LEV", Lev}};
-      ASSERT_TRUE(sim::Prepare(&Device, Request, &sError)) << sError;
-      Device.SetVoltage(3300);
-      Device.SetVoltage(aMillivolts[Lev]);
-      EXPECT_TRUE(Device.IsPowered()) << sName << Lev;
-      Device.SetVoltage(aMillivolts[Lev] - 1);
-      EXPECT_FALSE(Device.IsPowered()) << sName << Lev;
-    }
-  }
-}
-
-TEST(SimF4, WhatAPcropSectorOfF723HasIsSparedWhenTheEraseIsCutShort) {
-  sim::Device         Device(*sim::FindDevice("F723"));
-  sim::CREATE_REQUEST Request;
-  std::string         sError;
-  ASSERT_TRUE(sim::ParseRequest("--rdp 1 --pcrop 0 --pcrop-rdp 0 --flash full", &Request, &sError));
-  ASSERT_TRUE(sim::Prepare(&Device, Request, &sError)) << sError;
-  Device.PowerOn();
-  EXPECT_TRUE(Device.Write(0x40023C08, 4, 0x08192A3B) && Device.Write(0x40023C08, 4, 0x4C5D6E7F));
-  EXPECT_TRUE(Device.Write(0x40023C14, 4, 0xC0FFAAFE));
-  Device.AdvanceTo(Device.NowUs() + 1000000);
-  Device.SystemReset(true, "test");
-  const sim::Memory& Flash = *Device.Memories().Find(sim::MAIN_FLASH);
-  EXPECT_EQ(0xBF00BF00u, Flash.WordAt(0x08003FFC));
-  EXPECT_EQ(0xFFFFFFFFu, Flash.WordAt(0x08004000));
-  EXPECT_EQ(1, Device.Flash().Level());
-}
+// Below these voltages the device resets itself.
+static const STEPS_CASE aSupply[] = {
+    {"BorLev0", ALL, "--option BOR_LEV=0",
+     "voltage:2700 powered?1 voltage:2699 powered?0 voltage:3300 powered?1"},
+    {"BorLev1", ALL, "--option BOR_LEV=1",
+     "voltage:2400 powered?1 voltage:2399 powered?0 voltage:3300 powered?1"},
+    {"BorLev2", ALL, "--option BOR_LEV=2",
+     "voltage:2100 powered?1 voltage:2099 powered?0 voltage:3300 powered?1"},
+    {"BorLev3", ALL, "--option BOR_LEV=3",
+     "voltage:1700 powered?1 voltage:1699 powered?0 voltage:3300 powered?1"},
+};
+PLAY_CASES(SimF4Supply, aSupply, Words);
 
 // -- Verdicts and requests -----------------------------------------------------------------------
 

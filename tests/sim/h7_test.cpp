@@ -468,7 +468,7 @@ TEST(SimH7, ProgrammingTakesItsTimeByPsize) {
   }
 }
 
-// -- Operations that do not end, watchdog, supply, state ------------------------------------------
+// -- Operations that do not end, watchdog, supply, state -----------------------------------------
 
 static const STEPS_CASE aCuts[] = {
     {"ABankEraseHasDoneItsPart", "H743", "",
@@ -501,23 +501,18 @@ static const STEPS_CASE aCuts[] = {
 };
 PLAY_CASES(SimH7Cuts, aCuts, Words);
 
-TEST(SimH7, BorLevSetsTheVoltageOfTheBrownOutReset) {
-  const uint32_t aMillivolts[] = {1700, 2100, 2400, 2700};
-  for (const char* sName : {"H743", "H723"}) {
-    for (uint32_t Lev = 0; Lev < 4; Lev++) {
-      sim::Device         Device(*sim::FindDevice(sName));
-      sim::CREATE_REQUEST Request;
-      std::string         sError;
-      Request.Options = {{"BOR_LEV", Lev}};
-      ASSERT_TRUE(sim::Prepare(&Device, Request, &sError)) << sError;
-      Device.SetVoltage(3300);
-      Device.SetVoltage(aMillivolts[Lev]);
-      EXPECT_TRUE(Device.IsPowered()) << sName << Lev;
-      Device.SetVoltage(aMillivolts[Lev] - 1);
-      EXPECT_FALSE(Device.IsPowered()) << sName << Lev;
-    }
-  }
-}
+// Below these voltages the device resets itself.
+static const STEPS_CASE aSupply[] = {
+    {"BorLev0", ALL, "--option BOR_LEV=0",
+     "voltage:1700 powered?1 voltage:1699 powered?0 voltage:3300 powered?1"},
+    {"BorLev1", ALL, "--option BOR_LEV=1",
+     "voltage:2100 powered?1 voltage:2099 powered?0 voltage:3300 powered?1"},
+    {"BorLev2", ALL, "--option BOR_LEV=2",
+     "voltage:2400 powered?1 voltage:2399 powered?0 voltage:3300 powered?1"},
+    {"BorLev3", ALL, "--option BOR_LEV=3",
+     "voltage:2700 powered?1 voltage:2699 powered?0 voltage:3300 powered?1"},
+};
+PLAY_CASES(SimH7Supply, aSupply, Words);
 
 static std::vector<std::string> Differences(const char* sName, uint32_t Optsr) {
   sim::Device         Device(*sim::FindDevice(sName));
