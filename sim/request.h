@@ -35,6 +35,7 @@ struct SECTOR_AREA {
   uint32_t Last  = 0;
 
   bool IsEmpty() const { return First > Last; }
+  bool Has(uint32_t Sector) const { return Sector >= First && Sector <= Last; }
 };
 bool AreaInBank(const SECTORS& Sectors, uint32_t FirstOfBank, uint32_t NumInBank,
                 SECTOR_AREA* pArea, std::string* psError);
