@@ -40,9 +40,9 @@ void PrintFamilyDescription(void) {
 
 // Reads a line; NULL at the end of input.
 //
-// For a terminal type that it does not know the line editor writes a complaint to standard error and
-// then works. The user can do nothing about it, and scripts treat any text on standard error as a
-// failure. So standard error is /dev/null while the editor runs.
+// For a terminal type that it does not know the line editor writes a complaint to standard error
+// and then works. The user can do nothing about it, and scripts treat any text on standard error as
+// a failure. So standard error is /dev/null while the editor runs.
 static char* ReadEntry(void) {
   const int SavedError = dup(STDERR_FILENO);
   const int Null       = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -69,9 +69,9 @@ int32_t SelectFamily(const FAMILY_ROW** ppRow) {
     PrintFormat("  [%d] %s\n", (int)i, FamilyTable[i].Name);
   }
 
-  // Without UTF-8 the line editor drops every byte from 0x80 on: of a mistyped "é7" only the number
-  // of a family would be left. With it the bytes arrive and the entry is refused. Bytes that are not
-  // UTF-8 are still dropped.
+  // Without UTF-8 the line editor drops every byte from 0x80 on, and a mistyped "é7" would choose
+  // family 7. With it the bytes arrive and the entry is refused. Bytes that are not UTF-8 are still
+  // dropped.
   UseUtf8();
 
   // Required: the end of input is no answer, so a script without one waits here.

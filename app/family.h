@@ -1,15 +1,15 @@
 // app/family.h
 //
-// The device families: the name that the user sees, the core name that is sent to the probe, and the
-// id that chooses the reset routine. And the menu to choose one.
+// The device families: the name that the user sees, the core name that is sent to the probe, and
+// the id that chooses the reset routine. And the menu to choose one.
 
 #ifndef APP_FAMILY_H
 #define APP_FAMILY_H
 
 #include <stdint.h>
 
-// FAMILY_ROW.Id. It chooses the reset routine; it is not the menu number. Rows that are reset in the
-// same way share an id.
+// FAMILY_ROW.Id. It chooses the reset routine; it is not the menu number. Rows that are reset in
+// the same way share an id.
 enum {
   FAMILY_NONE    = -1,
   FAMILY_F0      = 0,
@@ -56,12 +56,12 @@ const ROW* FindFamilyRow(const ROW (&aRows)[NumRows], int32_t FamilyId) {
 // Prints what the tool does to a device. No line end: the menu that follows begins with one.
 void PrintFamilyDescription(void);
 
-// Prints the menu and reads one entry with the line editor. There is one attempt: after a wrong entry
-// the menu is not shown again. At the end of input it keeps reading; only an entry ends it. The entry
-// is read as UTF-8; bytes that are not UTF-8 are dropped by the line editor.
+// Prints the menu and reads one entry with the line editor. There is one attempt: after a wrong
+// entry the menu is not shown again. At the end of input it keeps reading; only an entry ends it.
+// The entry is read as UTF-8; bytes that are not UTF-8 are dropped by the line editor.
 //
-// 1: *ppRow is the chosen row. 0: "Exit" was chosen. -1: the entry is not a number, or no row has that
-// number; the message has been printed.
+// 1: *ppRow is the chosen row. 0: "Exit" was chosen. -1: the entry is not a number, or no row has
+// that number; the message has been printed.
 int32_t SelectFamily(const FAMILY_ROW** ppRow);
 
 #endif

@@ -21,8 +21,8 @@ static const uint32_t   SPEED_MASK            = 0xFFFF;  // of QUOBEARM_GetSpeed
 
 static UNLOCK_SETTINGS Settings;
 
-// The probe command that names the device. When it has been sent, the buffer receives the error texts
-// of further commands.
+// The probe command that names the device. When it has been sent, the buffer receives the error
+// texts of further commands.
 static char DeviceCommand[DEVICE_COMMAND_SIZE];
 
 static void PrintBanner(void) {
@@ -160,8 +160,8 @@ static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   return FindFamilyRow(ResetTable, pRow->Id)->pfReset(pRow->Id);
 }
 
-// Every run comes here, even one that never used the probe. The question whether a connection is open
-// then loads the probe library, and without the library the process ends here with exit status 1.
+// Every run comes here, even one that never used the probe. QUOBEARM_IsOpen() then loads the probe
+// library; without the library the process ends here with exit status 1.
 static void Close(void) {
   if ((uint8_t)QUOBEARM_IsOpen() == 0) {
     return;

@@ -7,7 +7,7 @@
 #include "app/text.h"
 #include "util/string.h"
 
-// The messages name two options in lower case, "-speed" and "-exit". Required: scripts compare them.
+// Required: two of the messages name their option in lower case, "-speed" and "-exit".
 
 // For options that take any decimal number. 0: *pValue is set. -1: not a number; sError is printed.
 static int32_t ParseDecOrPrint(const char* sValue, uint32_t* pValue, const char* sError) {

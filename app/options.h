@@ -28,8 +28,8 @@ void SetDefaultSettings(UNLOCK_SETTINGS* pSettings);
 // looks like. If an option is given twice, the last value counts. An argument that is not an option
 // is skipped without a message.
 //
-// 0: done. -1: a value is missing or was refused. The message has been printed, later arguments were
-// not read, and the settings of earlier options stay.
+// 0: done. -1: a value is missing or was refused. The message has been printed, later arguments
+// were not read, and the settings of earlier options stay.
 int32_t ParseCommandLine(UNLOCK_SETTINGS* pSettings, int NumArgs, const char* const* pasArgs);
 
 #endif

@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 void OpenStandardDescriptors(void) {
-  // open() returns the lowest free number, so the closed descriptors come first and in order. The one
-  // beyond them is not needed.
+  // open() returns the lowest free number, so the closed descriptors come first and in order. The
+  // one beyond them is not needed.
   int Descriptor;
   do {
     Descriptor = open("/dev/null", O_RDWR);

@@ -77,11 +77,11 @@ static void StartProgramming(uint32_t OptCr) {
 // 0: the device is ready. -1: it was busy for too long; that has been printed and the device reset.
 static int32_t WaitUntilReady(void) {
   const uint32_t Deadline = GetTimeMs() + TIMEOUT_MS;
-  // A status that was not delivered counts as busy: an erase takes many seconds, and one failed poll
-  // must not lead to a reset in the middle of it.
+  // A status that was not delivered counts as busy: an erase takes many seconds, and one failed
+  // poll must not lead to a reset in the middle of it.
   while (ReadWordOr(FLASH_SR, SR_BSY) & SR_BSY) {
-    // No pause between the reads; each takes about a millisecond. The comparison is signed: it holds
-    // for the 24 days after the clock's first use.
+    // No pause between the reads; each takes about a millisecond. The comparison is signed: it
+    // holds for the 24 days after the clock's first use.
     if ((int32_t)Deadline <= (int32_t)GetTimeMs()) {
       PrintLine("Timeout while waiting for device to be unsecured.");
       QUOBEARM_Reset();

@@ -68,8 +68,8 @@ static void UnlockBank(const BANK_REGS* pBank) {
   }
 }
 
-// 0: the bank is ready. -1: it was busy for about 20 s. The value is checked after the pause and only
-// in the first 100 polls; required: the 101st read is made and not used.
+// 0: the bank is ready. -1: it was busy for about 20 s. The value is checked after the pause and
+// only in the first 100 polls; required: the 101st read is made and not used.
 static int32_t WaitUntilReady(const BANK_REGS* pBank) {
   for (int NumPolls = 0;; NumPolls++) {
     const uint32_t Status = ReadWordOrZero(pBank->OPTSR_CUR);

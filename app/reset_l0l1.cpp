@@ -10,8 +10,8 @@
 #include "app/target.h"
 #include "probeapi/quobearm.h"
 
-// This is the address on L1. On L0 the register is elsewhere, so the write freezes nothing there; it
-// is required all the same.
+// This is the address on L1. On L0 the register is elsewhere, so the write freezes nothing there;
+// it is required all the same.
 static constexpr uint32_t DBGMCU_APB1_FZ = 0xE0042008;
 static constexpr uint32_t OPTION_WORDS   = 0x1FF80000;
 

@@ -1,7 +1,7 @@
 // app/target.h
 //
-// The steps that the reset routines share. Everything that differs between families (registers, keys,
-// values, order) is in the routine itself.
+// The steps that the reset routines share. Everything that differs between families (registers,
+// keys, values, order) is in the routine itself.
 
 #ifndef APP_TARGET_H
 #define APP_TARGET_H
@@ -23,8 +23,8 @@ uint32_t ReadWordOrZero(uint32_t Address);
 // NumWords words; 0 for each that was not delivered.
 void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords);
 
-// Reads the word until none of the bits in Mask is set. A word that was not delivered ends the wait.
-// There is no time-out: required, a device that stays busy keeps the tool polling.
+// Reads the word until none of the bits in Mask is set. A word that was not delivered ends the
+// wait. There is no time-out: required, a device that stays busy keeps the tool polling.
 void WaitWhileSet(uint32_t Address, uint32_t Mask);
 
 // Prints "Reset target...", resets the target with a reset delay of 0, prints "O.K.".

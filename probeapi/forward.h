@@ -4,9 +4,8 @@
 // function that they want (quobearm.h declares the tool's) and call it.
 //
 //   names.inc            the one list of names
-//   forward_table.cpp    a slot per name: the function's address in the library, NULL until resolved
-//   forward_stubs.S      an exported entry per name: jumps to the address in the slot; if the slot is
-//                        empty, has it resolved first
+//   forward_table.cpp    a slot per name: its address in the library, NULL until resolved
+//   forward_stubs.S      an exported entry per name: fills an empty slot, then jumps to its address
 //   forward_resolve.cpp  resolves one name
 //
 // An entry does not know its function's signature. It changes no argument, in a register or on the

@@ -97,8 +97,8 @@
   pushq %r10                    // -72  slot
   pushq %r11                    // -80  name
 
-  // Save the vector registers at the full width of this processor and system: the resolver calls the
-  // dynamic loader, which may use any of them. %ebx = the components saved; 0 = FXSAVE was used.
+  // Save the vector registers at the full width of this processor and system: the resolver calls
+  // the dynamic loader, which may use any of them. %ebx = the components saved; 0 = by FXSAVE.
   movl  $1, %eax
   xorl  %ecx, %ecx
   cpuid

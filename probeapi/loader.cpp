@@ -21,8 +21,9 @@ void* APILOADER_hLib;
 
 void APILOADER_Anchor(void) {}
 
-// Non-zero when the library is open: by this candidate, or because another thread has opened it since
-// the search began. RTLD_LAZY: functions that the library itself lacks matter only when it calls them.
+// Non-zero when the library is open: by this candidate, or because another thread has opened it
+// since the search began. RTLD_LAZY: functions that the library itself lacks matter only when it
+// calls them.
 static int TryCandidate(const char* sPath) {
   if (APILOADER_hLib == NULL) {
     APILOADER_hLib = dlopen(sPath, RTLD_LAZY);
@@ -30,16 +31,16 @@ static int TryCandidate(const char* sPath) {
   return APILOADER_hLib != NULL;
 }
 
-// A candidate that does not fit: cut, it would name another file; skipped, the search would go on to
-// places that the user did not mean. So the process ends.
+// A candidate that does not fit: cut, it would name another file; skipped, the search would go on
+// to places that the user did not mean. So the process ends.
 static void CheckCandidateFits(int Length) {
   if (Length < 0 || (size_t)Length >= PATH_SIZE) {
     abort();
   }
 }
 
-// Ends the path after its last separator. Required: position 0 is not examined, so "/x" stays whole,
-// as does a path without a separator.
+// Ends the path after its last separator. Required: position 0 is not examined, so "/x" stays
+// whole, as does a path without a separator.
 static void KeepDirectory(char* sPath) {
   for (size_t i = strlen(sPath); i > 1; i--) {
     if (sPath[i - 1] == '/' || sPath[i - 1] == '\\') {

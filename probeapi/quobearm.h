@@ -49,7 +49,7 @@ int32_t QUOBEARM_EMU_SelectByUSBSN(uint32_t SerialNo);
 // NULL on success, else a text with the reason; the library owns it.
 const char* QUOBEARM_Open(void);
 
-// Closes the connection, and switches the target's supply off if "DisablePowerSupplyOnClose" was sent.
+// Closes the connection. If "DisablePowerSupplyOnClose" was sent, switches the target's supply off.
 void QUOBEARM_Close(void);
 
 // Sends a text command. pError (may be NULL, then BufferSize is 0) receives an error text of at

@@ -49,7 +49,7 @@ void FAKE_PROBE_Log(const char* sFormat, ...) {
   FakeProbe.Last = std::string(acCall, strcspn(acCall, "("));
 }
 
-// These definitions come before the system's own in this program.
+// The linker takes these definitions instead of the system's.
 extern "C" uint64_t mach_absolute_time(void) {
   const auto Ns = static_cast<unsigned __int128>(FakeProbe.TimeUs) * 1000;
   return static_cast<uint64_t>(Ns * FakeProbe.TickDenom / FakeProbe.TickNumer);

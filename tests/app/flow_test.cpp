@@ -1,5 +1,5 @@
-// The flow in one process, with a clock of its own: how long it pauses and where; and its banner,
-// compiled at a time that the test chooses.
+// The flow in this process, with simulated time: how long it pauses and where. And its banner,
+// compiled with a date and time that the test chooses.
 
 #include "app/flow.h"
 
@@ -14,7 +14,7 @@
 
 #include "tests/app/fake_probe.h"
 
-// GCC's preprocessor takes this from the command line only.
+// GCC takes this only from the command line (CMakeLists.txt).
 #ifdef __clang__
 #pragma clang diagnostic ignored "-Wbuiltin-macro-redefined"
 #endif
@@ -45,7 +45,7 @@ extern "C" int add_history(const char* sLine) {
 static const char BannerText[] =
     "OSTREL Quobe Unlock tool for STM32 devices\nCompiled Feb  9 2031 01:02:03\n\n";
 
-static std::string Shown;  // by the last run, after the banner, with all calls and sleeps
+static std::string Shown;  // by the last run, after the banner; with all calls and sleeps
 
 static int32_t RunFlow(std::vector<const char*> Args) {
   Args.insert(Args.begin(), "quobe-unlock");

@@ -1,4 +1,4 @@
-// What the menu hands to the line editor. Its two functions are defined here.
+// What the menu passes to the line editor. The editor's two functions are defined here.
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

@@ -68,10 +68,10 @@ TEST(AppOptions, AddressSelectsEthernetAndIsCutAt127Characters) {
   EXPECT_EQ(0, Parse(&Settings, {"-ip", Long.c_str()}));
   EXPECT_EQ(std::string(127, 'x'), Settings.IPAddr);
   EXPECT_EQ(2u, Settings.HostIF);
-  EXPECT_EQ(0u, Settings.SerialNo);  // the field behind the text
+  EXPECT_EQ(0u, Settings.SerialNo);  // the field after the text
 }
 
-TEST(AppOptions, LaterOfAddressAndSerialNumberDecidesTheInterface) {
+TEST(AppOptions, LastOfAddressAndSerialNumberDecidesTheInterface) {
   UNLOCK_SETTINGS Settings;
   EXPECT_EQ(0, Parse(&Settings, {"-SelectEmuBySN", "123", "-IP", "a"}));
   EXPECT_EQ(2u, Settings.HostIF);
@@ -99,7 +99,7 @@ TEST(AppOptions, FamilyByNameInAnyCaseOrByNumber) {
   }
 }
 
-TEST(AppOptions, WhatIsNoFamilyIsRefused) {
+TEST(AppOptions, AnythingThatIsNotAFamilyIsRefused) {
   UNLOCK_SETTINGS Settings;
   for (const char* sValue : {"13", "0", "Exit", "exit", "STM32", "", "4294967295"}) {
     std::string Output;

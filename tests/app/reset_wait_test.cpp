@@ -1,4 +1,4 @@
-// The waits of the reset routines, on a clock that moves only when a routine waits or reads.
+// The waits of the reset routines, in simulated time: it passes only when a routine waits or reads.
 
 #include <gtest/gtest.h>
 
@@ -52,7 +52,7 @@ TEST(AppClock, TicksThatAreNotNanosecondsAreConverted) {
   EXPECT_EQ(25000u, GetTimeMs());
 }
 
-// Ten years of ticks of 30 ns: times the numerator they exceed 64 bits.
+// Ten years in ticks of 30 ns: multiplied by the numerator they exceed 64 bits.
 TEST(AppClock, ConversionDoesNotOverflow) {
   const uint64_t TenYearsMs = 1000ull * 60 * 60 * 24 * 365 * 10;
   FAKE_PROBE_Begin(TenYearsMs);
@@ -73,7 +73,7 @@ TEST(AppResetF4, GivesUpAfter25SecondsWhateverATickIs) {
   EXPECT_EQ(2 + 25, FakeProbe.NumReads);
 }
 
-// A device that never gets ready.
+// A device that stays busy.
 static uint32_t AlwaysBusyF4(uint32_t Address, int) {
   return Address == 0x40023C0C ? 0x10000 : 0x0FFF55EC;
 }
@@ -110,7 +110,7 @@ TEST(AppResetF4, GivesUpWhenTheStatusWasNotDeliveredFor25Seconds) {
   EXPECT_EQ(2, FakeProbe.NumResets);
 }
 
-// A status that fails once, at any poll of an erase that takes ten.
+// An erase that takes ten polls; each of them fails once.
 TEST(AppResetF4, OneFailedPollDoesNotEndTheWait) {
   for (int Failed = 0; Failed < 10; Failed++) {
     FAKE_PROBE_Begin(1000);
@@ -139,7 +139,7 @@ TEST(AppResetF4, ReadyAtTheLastMomentIsReady) {
   EXPECT_EQ(0, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
 }
 
-TEST(AppResetF4, PcropStageGivesUpTooAndLeavesTheSecondStageAlone) {
+TEST(AppResetF4, TimeoutOfThePcropStageEndsTheRunWithoutTheSecondStage) {
   FAKE_PROBE_Begin(1000);
   FakeProbe.TimePerReadUs = 1000000;
   FakeProbe.Read          = [](uint32_t Address, int) -> uint32_t {
@@ -150,7 +150,7 @@ TEST(AppResetF4, PcropStageGivesUpTooAndLeavesTheSecondStageAlone) {
   EXPECT_EQ(2, FakeProbe.NumResets);
 }
 
-TEST(AppResetF4, TimeoutIsToldBeforeTheTargetIsReset) {
+TEST(AppResetF4, TimeoutIsReportedBeforeTheTargetIsReset) {
   FAKE_PROBE_Begin(1000);
   FakeProbe.Read          = AlwaysBusyF4;
   FakeProbe.TimePerReadUs = 1000000;
@@ -169,11 +169,11 @@ TEST(AppResetF4, DeadlineIsComparedAsASignedNumber) {
   FAKE_PROBE_Begin(1000);
   GetTimeMs();
   FakeProbe.TimeUs +=
-      (0x7FFFFFF0ull - 3000) * 1000;  // the deadline lies beyond the largest signed number
+      (0x7FFFFFF0ull - 3000) * 1000;  // the deadline is beyond the largest signed number
   FakeProbe.Read          = AlwaysBusyF4;
   FakeProbe.TimePerReadUs = 1000000;
   EXPECT_EQ(-1, RunRoutine([] { return ResetOptionBytesF2F4F7(FAMILY_F4); }));
-  EXPECT_EQ(2 + 1, FakeProbe.NumReads);  // it counts as long past
+  EXPECT_EQ(2 + 1, FakeProbe.NumReads);  // it counts as passed
 }
 
 TEST(AppResetF4, DeadlineHoldsWhenTheClockWrapsMeanwhile) {
@@ -184,7 +184,7 @@ TEST(AppResetF4, DeadlineHoldsWhenTheClockWrapsMeanwhile) {
   EXPECT_EQ(2 + 25, FakeProbe.NumReads);
 }
 
-TEST(AppResetH7, GivesUpAfter101ReadsAndTwentySecondsWithoutAWord) {
+TEST(AppResetH7, GivesUpAfter101ReadsAndTwentySecondsWithoutAMessage) {
   FAKE_PROBE_Begin(0);
   int NumStatusReads = 0;
   FakeProbe.Read     = [&](uint32_t Address, int) -> uint32_t {
@@ -198,7 +198,7 @@ TEST(AppResetH7, GivesUpAfter101ReadsAndTwentySecondsWithoutAWord) {
   EXPECT_EQ(1, FakeProbe.NumResets);
 }
 
-TEST(AppResetH7, HundredthReadStillCountsAndThe101stDoesNot) {
+TEST(AppResetH7, HundredthReadCountsAndThe101stDoesNot) {
   for (const int ReadyAt : {100, 101}) {
     FAKE_PROBE_Begin(0);
     FakeProbe.Read = [&](uint32_t Address, int NumReads) -> uint32_t {
@@ -226,7 +226,7 @@ TEST(AppResetH7, HundredthReadStillCountsAndThe101stDoesNot) {
   }
 }
 
-// Registers of an H7 at factory values whose wait never ends in the given bank and pass.
+// An H7 at factory values that stays busy in the given bank and pass.
 static int32_t RunH7BusyIn(uint32_t StatusRegister, int Pass, int* pNumResets) {
   FAKE_PROBE_Begin(0);
   FakeProbe.Read = [=](uint32_t Address, int NumReads) -> uint32_t {
@@ -251,7 +251,7 @@ TEST(AppResetH7, GivesUpInEitherPassOfEitherBank) {
   }
 }
 
-TEST(AppResetL4, ReloadHas200MillisecondsBeforeTheResetIsAnnounced) {
+TEST(AppResetL4, EachLaunchTakesOnePollAnd200MillisecondsUntilItsReset) {
   FAKE_PROBE_Begin(0);
   FakeProbe.Read = [](uint32_t Address, int) -> uint32_t {
     return Address == 0x40022020 ? 0xFFEFF8AA : 0;

@@ -7,12 +7,12 @@ TEST(AppCompareNoCase, FoldsOnlyAsciiLetters) {
   EXPECT_TRUE(CompareNoCase("", ""));
   EXPECT_TRUE(CompareNoCase("AZ", "az"));
   EXPECT_TRUE(CompareNoCase("az", "AZ"));
-  EXPECT_FALSE(CompareNoCase("[", "{"));  // one bit apart like 'A' and 'a'
+  EXPECT_FALSE(CompareNoCase("[", "{"));  // they differ in the same bit as 'A' and 'a'
   EXPECT_FALSE(CompareNoCase("@", "`"));
   EXPECT_FALSE(CompareNoCase("\xC4", "\xE4"));  // A umlaut in Latin-1
 }
 
-TEST(AppCompareNoCase, PrefixIsNoMatch) {
+TEST(AppCompareNoCase, PrefixIsNotAMatch) {
   EXPECT_FALSE(CompareNoCase("-Speed", "-Speedy"));
   EXPECT_FALSE(CompareNoCase("-Speedy", "-Speed"));
   EXPECT_FALSE(CompareNoCase("", "x"));
@@ -34,7 +34,7 @@ TEST(AppParseDec, StopsAtTheFirstNonDigit) {
   EXPECT_EQ(0u, Value);
 }
 
-TEST(AppParseDec, WithoutADigitFailsAndLeavesTheValue) {
+TEST(AppParseDec, TextWithoutADigitFailsAndLeavesTheValue) {
   uint32_t Value = 77;
   for (const char* sText : {"", " ", "-5", "+5", "x1", "/", ":"}) {
     EXPECT_EQ(-1, ParseDec(sText, &Value)) << sText;

@@ -1,5 +1,5 @@
-// A probe library with functions of many shapes, under names of the probe API. The names are taken
-// only for their place in the export list; the arguments are the test's own.
+// A probe library with functions of many signatures. They have names of the probe API because only
+// these are exported; their arguments are the test's.
 
 #include "tests/probeapi/forward_shapes.h"
 
@@ -80,8 +80,8 @@ __asm__(".text\n"
         "  movzbl %al, %eax\n"
         "  retq\n");
 
-// Opening the library uses the vector registers, as a dynamic loader may: none of the first
-// caller's arguments survives in them by luck.
+// Overwrites the vector registers while the library is opened, as a dynamic loader may. Otherwise
+// the first caller's arguments could survive in them by luck.
 __attribute__((constructor, target("avx"))) static void UseVectorRegisters(void) {
   if (HAVE_WIDE_CODE) {
     __asm__ volatile("vzeroall" ::: "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7");
@@ -89,7 +89,7 @@ __attribute__((constructor, target("avx"))) static void UseVectorRegisters(void)
 }
 #endif
 
-// Closing it is seen.
+// Shows that the library is closed.
 __attribute__((destructor)) static void SayClosed(void) {
   static const char Text[] = "library closed\n";
   if (write(1, Text, sizeof(Text) - 1) < 0) {

@@ -1,21 +1,21 @@
-// Argument and result types that the forwarding tests send through, shared by the caller and the
-// probe library.
+// The argument and result types of the forwarding tests, for the caller and for the probe library.
 
 #ifndef TESTS_PROBEAPI_FORWARD_SHAPES_H
 #define TESTS_PROBEAPI_FORWARD_SHAPES_H
 
 #include <stdint.h>
 
-struct LARGE_STRUCT {  // in memory both ways
+struct LARGE_STRUCT {  // passed and returned in memory
   int64_t Values[5];
 };
 
-struct MIXED_STRUCT {  // one register of each kind
+struct MIXED_STRUCT {  // in one register of each kind
   double  Real;
   int64_t Whole;
 };
 
-// The widest vector that goes in one register where AVX is; functions that take it carry WIDE_CODE.
+// The widest vector that fits into one register of AVX (WIDE) and of AVX-512 (WIDEST). Functions
+// that take it need the attribute WIDE_CODE or WIDEST_CODE.
 #if defined(__x86_64__)
 typedef double WIDE_VECTOR __attribute__((vector_size(32)));
 #define WIDE_CODE __attribute__((target("avx")))

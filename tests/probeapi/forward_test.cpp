@@ -1,5 +1,5 @@
 // The forwarding functions, called from this executable and from a module outside it. Each test
-// runs in a process of its own, so that every first call really resolves.
+// runs in its own process, so every first call resolves.
 
 #include "probeapi/forward.h"
 
@@ -28,8 +28,8 @@ int64_t     QUOBE_GetSpeed(void);
 void        QUOBE_Step(void);
 }
 
-// AddressSanitizer asks this as a process ends, before it looks for leaks. 630 children end in the
-// product, and looking takes longer than all else in them: they go without.
+// AddressSanitizer calls this when a process ends, before it searches for leaks. The search takes
+// longer than the rest of a child, and one test starts 630 of them.
 static bool    IsLeakCheckOff;
 extern "C" int __lsan_is_turned_off(void);
 extern "C" int __lsan_is_turned_off(void) {
@@ -146,7 +146,7 @@ TEST(Forward, FunctionIsResolvedOnce) {
   void* const pFirst = FORWARD_Slot_QUOBE_IsOpen;
   EXPECT_EQ(2, QUOBE_IsOpen());
   EXPECT_EQ(pFirst, FORWARD_Slot_QUOBE_IsOpen);
-  // With the slot set nobody asks the library again: another function in it is called as it stands.
+  // A slot that is set is used as it is, here with another function in it.
   FORWARD_Slot_QUOBE_Open = reinterpret_cast<void*>(+[]() -> const char* { return "mine"; });
   EXPECT_STREQ("mine", QUOBE_Open());
 }
@@ -160,7 +160,7 @@ TEST(Forward, SymbolWhoseValueIsNullReturnsZeroAndStaysUnresolved) {
   }
 }
 
-TEST(Forward, MissingFunctionClosesTheLibraryAndIsNamedWithTheLoadersReason) {
+TEST(Forward, MissingFunctionClosesTheLibraryAndIsPrintedWithTheReason) {
   EXPECT_EXIT(
       {
         dup2(2, 1);
@@ -177,9 +177,8 @@ TEST(Forward, AllSlotsAreEmptyBeforeTheFirstCall) {
   }
 }
 
-// Every entry must lead to its own slot and ask for its own name: each is called with a function
-// put in its slot, and the names asked for are seen in the message of a library that has none of
-// them.
+// Every entry must use its own slot and resolve its own name. Each is called with a function in its
+// slot; and each name that the library lacks must be in the message of the failed call.
 static size_t LastCalled;
 
 template <size_t Index>
@@ -206,7 +205,7 @@ TEST(Forward, EachEntryJumpsThroughItsOwnSlot) {
   ExpectOwnSlots(std::make_index_sequence<FORWARD_NUM_FUNCTIONS>());
 }
 
-// Asks the library itself; a symbol whose value is null counts.
+// The names that the library has, one whose value is null included.
 static std::set<std::string> NamesInLibrary() {
   void* const           hLibrary = dlopen(FORWARD_LIBRARY, RTLD_LAZY);
   std::set<std::string> Found;

@@ -1,5 +1,5 @@
-// Where the loader looks and in which order. The loader is compiled into this test with its calls
-// to the system led to stand-ins, which answer for modules and files that nobody has at hand.
+// Where the loader looks, and in which order. The loader is compiled into this test with stand-ins
+// for its system calls; they report whatever modules and files a test needs.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -12,17 +12,17 @@
 #include <string>
 #include <vector>
 
-void SetHandle();  // what a load by somebody else does
+void SetHandle();  // as if another thread had loaded the library
 
 namespace {
 
 struct {
   bool                     HasModule;
-  std::string              Module;  // what dladdr tells
+  std::string              Module;  // what dladdr reports
   bool                     NullModule;
-  bool                     OpenedMeanwhile;  // by another thread, while dladdr is asked
+  bool                     OpenedMeanwhile;  // by another thread, during dladdr
   int                      PidPathResult;
-  std::string              Executable;  // what proc_pidpath tells
+  std::string              Executable;  // what proc_pidpath reports
   std::string              Present;     // the one file that can be opened
   std::vector<std::string> Tried;
   std::vector<int>         Modes;
@@ -41,7 +41,8 @@ int FakeDladdr(const void*, Dl_info* pInfo) {
 int FakeProcPidPath(int Pid, void* pBuffer, uint32_t BufferSize) {
   EXPECT_EQ(getpid(), Pid);
   EXPECT_EQ(4096u, BufferSize);
-  memset(pBuffer, 'x', BufferSize);  // all of it is ours to write, and a failure may leave rubbish
+  memset(pBuffer, 'x',
+         BufferSize);  // it may write the whole buffer, and leave rubbish when it fails
   if (World.Executable.size() < BufferSize) {
     memcpy(pBuffer, World.Executable.c_str(), World.Executable.size() + 1);
   }
@@ -81,7 +82,7 @@ class Loader : public testing::Test {
     World.PidPathResult = 1;
     APILOADER_hLib      = nullptr;
   }
-  // A failed search's candidates.
+  // The candidates of a search that fails.
   static std::vector<std::string> Candidates() {
     testing::internal::CaptureStdout();
     EXPECT_EQ(1, APILOADER_Load(0));
@@ -148,7 +149,7 @@ TEST_F(Loader, ModuleWithoutAPathIsSkipped) {
   EXPECT_EQ("/e/bin/libquobearm.dylib", Candidates().at(0));
 }
 
-TEST_F(Loader, LibraryThatWasOpenedMeanwhileIsTaken) {
+TEST_F(Loader, LibraryOpenedByAnotherThreadMeanwhileIsTaken) {
   World.OpenedMeanwhile = true;
   EXPECT_EQ(0, APILOADER_Load(0));
   EXPECT_TRUE(World.Tried.empty());
@@ -173,7 +174,7 @@ TEST_F(Loader, UnknownOrEmptyExecutablePathIsSkipped) {
   EXPECT_EQ(Rest, Candidates());
 }
 
-TEST_F(Loader, SeparatorInFirstPlaceIsNotSeen) {
+TEST_F(Loader, SeparatorAtPositionZeroIsNotExamined) {
   World.Module     = "/x";
   World.Executable = "tool";
   EXPECT_EQ((std::vector<std::string>{"/xlibquobearm.dylib", "/x../../../libquobearm.dylib",
@@ -194,7 +195,7 @@ TEST_F(Loader, TrailingSeparatorIsKept) {
   EXPECT_EQ("/m/bin/libquobearm.dylib", Candidates().at(0));
 }
 
-// A path of the given length whose directory is short.
+// A path of the given length in a short directory.
 static std::string PathOfLength(size_t Length) {
   return "/d/" + std::string(Length - 3, 'n');
 }
@@ -215,7 +216,7 @@ TEST_F(Loader, PathOf511CharactersIsUsedAndOf512Skipped) {
   EXPECT_EQ(4u, Candidates().size());
 }
 
-// A path whose directory, separator counted, has the given length.
+// A path whose directory has the given length, its last separator included.
 static std::string PathWithDirectory(size_t Length) {
   return "/" + std::string(Length - 2, 'd') + "/t";
 }
@@ -233,15 +234,15 @@ TEST_F(Loader, CandidateOf512CharactersEndsTheProcess) {
   EXPECT_EXIT(APILOADER_Load(0), testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST_F(Loader, LongDirectoryIsGoodForTheFirstCandidate) {
+TEST_F(Loader, LongDirectoryWorksForTheFirstCandidate) {
   World.Module  = PathWithDirectory(494);
   World.Present = World.Module.substr(0, 494) + "libquobearm.dylib";
   EXPECT_EQ(0, APILOADER_Load(0));
   EXPECT_EQ(511u, World.Tried.at(0).size());
 }
 
-TEST_F(Loader, ExitingFormSaysOneLineAndEndsWithStatusOne) {
-  // The line goes to standard output; here it is led to where the test can read it.
+TEST_F(Loader, ExitingFormPrintsOneLineAndEndsWithStatusOne) {
+  // EXPECT_EXIT reads standard error, so standard output goes there too.
   EXPECT_EXIT(
       {
         dup2(2, 1);
@@ -250,7 +251,7 @@ TEST_F(Loader, ExitingFormSaysOneLineAndEndsWithStatusOne) {
       testing::ExitedWithCode(1), "^Could not open Quobe shared library\\. Exiting now\\.\n$");
 }
 
-TEST_F(Loader, TryLoadTellsSuccessAndFailure) {
+TEST_F(Loader, TryLoadReturnsZeroOrMinusOne) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(-1, APILOADER_TryLoad());
   EXPECT_EQ("Could not open Quobe shared library.\n", testing::internal::GetCapturedStdout());

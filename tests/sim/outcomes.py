@@ -114,7 +114,7 @@ class Stage:
         shown = self.ask_bench("show", "--expect-factory")
         _, _, differences = shown.partition("Not at factory state:\n")
         with open(self.trace) as file:
-            seconds = float(file.read().splitlines()[-1].split()[0])
+            seconds = float(file.read().splitlines()[-1].split("#")[0])
         return (status, lines[-1], [text.strip() for text in differences.splitlines()]), seconds
 
     def fields(self, block):

@@ -1,4 +1,4 @@
-// A part of the system for one process alone: its own network, its own mounts.
+// Gives a process its own network or its own mounts.
 
 #ifndef TESTS_SUPPORT_OWN_NAMESPACE_H
 #define TESTS_SUPPORT_OWN_NAMESPACE_H
@@ -7,7 +7,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
-// Kinds: CLONE_NEWNET, CLONE_NEWNS. The process is root in there. False when it may not have that.
+// Kinds: CLONE_NEWNET, CLONE_NEWNS. The process is root in the new namespace. False if the system
+// does not allow it.
 inline bool EnterOwnNamespace(int Kinds) {
   const uid_t Uid = getuid();
   const gid_t Gid = getgid();
@@ -17,7 +18,7 @@ inline bool EnterOwnNamespace(int Kinds) {
   if (unshare(CLONE_NEWUSER | Kinds) != 0) {
     return false;
   }
-  // Who is root in there.
+  // Map this user to root.
   char acUidMap[32];
   char acGidMap[32];
   snprintf(acUidMap, sizeof(acUidMap), "0 %u 1", Uid);

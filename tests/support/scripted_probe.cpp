@@ -3,13 +3,13 @@
 //   QUOBE_PROBE_SCRIPT  the script, one directive per line (see Directives below); unset: defaults
 //   QUOBE_PROBE_LOG     the log: per call one line "<bytes of standard output so far> <ms> <call>"
 //
-// Standard output counts only where it is a regular file; with the count a test can see which text
-// stood there before a call was made.
+// The count works only if standard output is a regular file. It shows which text was printed before
+// a call was made.
 //
-// Nothing is made up: a read at an address that the script does not list is logged as UNEXPECTED
-// and ends the process with status 97, so that a wrong address cannot look like a quiet device.
+// A read at an address that the script does not list is logged as UNEXPECTED and ends the process
+// with status 97, so that a wrong address cannot look like a device that is ready.
 //
-// Directives; numbers decimal or 0x..., N*COUNT stands for COUNT times N:
+// Directives. Numbers are decimal or 0x...; N*COUNT stands for COUNT times N.
 //
 //   read ADDRESS V...         successive one-word reads answer V..., the last one for ever
 //   block ADDRESS V...        one read of as many words; the next read of the block takes the next
@@ -22,12 +22,12 @@
 //   is-open-extra N           bits added to what QUOBEARM_IsOpen returns
 //   speed N                   what QUOBEARM_GetSpeed returns
 //   voltage N                 millivolts; without it 3300
-//   status-bytes N            how many bytes QUOBEARM_GetHWStatus fills behind the voltage
+//   status-bytes N            how many bytes QUOBEARM_GetHWStatus fills after the voltage
 //   read-nothing ADDRESS      the next read reports success and writes nothing
 //   no-status                 QUOBEARM_GetHWStatus writes nothing
-//   keep-file 1               QUOBEARM_Open opens the file "kept" beside the script and leaves it open;
-//                             QUOBEARM_Close writes "noise\n" to standard error and "end\n" to it
-//   hold CALL NAME            the first CALL waits until a file NAME lies beside the script
+//   keep-file 1               QUOBEARM_Open opens the file "kept" beside the script; QUOBEARM_Close
+//                             writes "end\n" to it and "noise\n" to standard error
+//   hold CALL NAME            the first CALL waits until a file NAME is beside the script
 
 #include <ctype.h>
 #include <fcntl.h>
@@ -224,7 +224,7 @@ PROBE_CALL uint32_t QUOBEARM_SelectIP(const char* sHost, int32_t Port) {
 
 PROBE_CALL int32_t QUOBEARM_EMU_SelectByUSBSN(uint32_t SerialNo) {
   Log("EMU_SelectByUSBSN(%u)", SerialNo);
-  return -1;  // nobody looks at it
+  return -1;  // must be ignored
 }
 
 PROBE_CALL const char* QUOBEARM_Open(void) {
@@ -252,13 +252,13 @@ PROBE_CALL void QUOBEARM_Close(void) {
 }
 
 PROBE_CALL int32_t QUOBEARM_ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
-  // The error text goes into the buffer that the first command was in.
+  // The tool has one buffer: for the first command, then for the error texts of the others.
   static const char* const pFirstCommand = sCommand;
   Log("ExecCommand(%s, %s, %d)", sCommand,
       pError == nullptr ? "null" : (pError == pFirstCommand ? "buffer" : "OTHER BUFFER"),
       BufferSize);
   if (pError != nullptr) {
-    memset(pError, '!', static_cast<size_t>(BufferSize));  // all of it is ours to write
+    memset(pError, '!', static_cast<size_t>(BufferSize));  // the library may write all of it
     pError[BufferSize - 1] = 0;
   }
   return -1;
@@ -275,7 +275,7 @@ PROBE_CALL void QUOBEARM_SetSpeed(uint32_t SpeedkHz) {
   Log("SetSpeed(%u)", SpeedkHz);
 }
 
-// Leaves rubbish where the caller's next records will lie.
+// Leaves rubbish on the stack, where the caller's next record will be.
 __attribute__((noinline)) static void DirtyStack(void) {
   volatile uint8_t abRubbish[8192];
   for (volatile uint8_t& Byte : abRubbish) {

@@ -64,8 +64,8 @@ void MakeFolders(const std::string& Path) {
   }
 }
 
-// A copy, not a hard link: from macOS 12 on the loader names a program that has several paths by any
-// of them, and the tool looks for its library beside that one.
+// A copy, not a hard link: from macOS 12 on the loader names a program that has several paths by
+// any of them, and the tool looks for its library beside that one.
 void PlaceFile(const std::string& From, const std::string& To) {
 #if __has_include(<sys/clonefile.h>)
   if (clonefile(From.c_str(), To.c_str(), 0) == 0) {  // shares the blocks, on APFS
@@ -80,8 +80,8 @@ std::string ValueOr(const char* sName, const char* sDefault) {
   return sValue != nullptr && sValue[0] != 0 ? sValue : sDefault;
 }
 
-// The tool would look there too, find the real library and erase the device on the bench. Another
-// test may have put one there for a moment.
+// The tool would look there too, open the real library and erase the device on the bench.
+// Another test may have put one there for a moment; this waits until it is gone.
 void CheckNoRealLibrary() {
   const int64_t Deadline = NowMs() + 5000;
   for (const char* sInstalled : {"/Applications/OSTREL/Quobe/libquobearm.dylib",
@@ -191,8 +191,8 @@ class Stage {
   // Lets the held call go on.
   void LetGo() const { WriteFile(Folder + "/go", ""); }
 
-  // The runner lets time pass without waiting and tells how much. A run that took too long by that
-  // clock counts as killed.
+  // The runner does not wait; it moves a clock and reports by how much. A run that took too long by
+  // that clock counts as killed.
   void SetElapsed(int64_t RealMs, int LimitMs, ToolResult* pResult) const {
     pResult->ElapsedMs = static_cast<int>(RealMs) + atoi(ReadFile(Folder + "/clock").c_str());
     if (pResult->ElapsedMs > LimitMs) {
@@ -257,7 +257,7 @@ struct Pipe {
 };
 
 void WriteAll(int File, const std::string& Text) {
-  // Small enough for the pipe, so this never blocks.
+  // A pipe has room for more than this, so it does not block.
   Check(write(File, Text.data(), Text.size()) == static_cast<ssize_t>(Text.size()), "write");
 }
 
@@ -332,7 +332,7 @@ ToolResult RunTool(const ToolRun& Run) {
   return Result;
 }
 
-// Starts the tool in a session of its own on a new terminal. Stores the terminal's other end.
+// Starts the tool in its own session on a new terminal. Stores the other end of the terminal.
 static pid_t StartOnTerminal(const Stage& S, int* pMaster) {
   const int Master = posix_openpt(O_RDWR | O_NOCTTY);
   Check(Master >= 0 && grantpt(Master) == 0 && unlockpt(Master) == 0, "posix_openpt");
@@ -342,7 +342,7 @@ static pid_t StartOnTerminal(const Stage& S, int* pMaster) {
   if (Child == 0) {
     setsid();
     const int Slave = open(Terminal.c_str(), O_RDWR);
-#ifdef TIOCSCTTY  // where opening alone does not make it the controlling terminal
+#ifdef TIOCSCTTY  // on systems where open() does not make it the controlling terminal
     ioctl(Slave, TIOCSCTTY, 0);
 #endif
     const struct winsize Size = {25, 200, 0, 0};
@@ -451,7 +451,7 @@ std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, To
       break;
   }
   S.LetGo();
-  // What is left fits into the pipe, so the tool can end before it is read.
+  // The pipe holds the rest of the output, so the tool can end before it is read.
   Reap(Child, Deadline, pResult);
   std::string Rest;
   if (Meanwhile != Event::ReaderLeaves) {

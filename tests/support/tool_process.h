@@ -1,10 +1,10 @@
-// The tool as a process: the real executable in a folder of its own, a probe library beside it,
-// real standard input, a time limit.
+// The tool as a process: the real executable in a new folder, a probe library beside it, real
+// standard input, a time limit.
 //
 // The executable under test is the one of this build. Two environment variables of the test run
 // choose another one:
 //   QUOBE_TEST_TOOL    path of the executable
-//   QUOBE_TEST_RUNNER  a program that runs it, called with the executable's path in front of the
+//   QUOBE_TEST_RUNNER  a program that runs it, called with the executable's path before the
 //                      arguments: machorun, whose MACHORUN_ variables are set as needed
 
 #ifndef TESTS_SUPPORT_TOOL_PROCESS_H
@@ -18,11 +18,11 @@
 enum class Probe {
   Scripted,        // tests/support/scripted_probe.cpp
   LacksTifSelect,  // the same without QUOBEARM_TIF_Select
-  None,            // no library anywhere near
+  None,            // no library in any of the places
 };
 
 struct ToolRun {
-  std::vector<std::string> Args;    // behind the program name
+  std::vector<std::string> Args;    // after the program name
   std::string              Input;   // all of standard input; then it ends
   std::string              Script;  // for the scripted probe
   Probe                    ProbeKind   = Probe::Scripted;
@@ -36,16 +36,16 @@ struct ToolRun {
 };
 
 struct ToolResult {
-  bool                     TimedOut = false;  // and then it was killed
+  bool                     TimedOut = false;  // and was killed
   int                      Status   = -1;     // exit status; -1 when a signal ended it
   int                      Signal   = 0;
   std::string              Output;         // standard output
   std::string              Error;          // standard error
   std::vector<std::string> Calls;          // of the probe library, in order
-  std::vector<long long>   CallTimesMs;    // when, on a clock of its own
+  std::vector<long long>   CallTimesMs;    // when each was made, by a monotonic clock
   std::string              Transcript;     // Output with each call as <call> where it was made
   std::string              ToolPath;       // of the executable that ran
-  int                      ElapsedMs = 0;  // simulated time of the runner included
+  int                      ElapsedMs = 0;  // the runner's simulated time included
   std::string              LibraryFile;    // what is in the file of the script's keep-file
 };
 
@@ -71,8 +71,8 @@ enum class Event {
 std::string RunToolAndLookAtPipe(const ToolRun& Run, const std::string& Call, ToolResult* pResult,
                                  Event Meanwhile = Event::None);
 
-// Runs the tool on a terminal that is closed while the probe holds its first call of Call. Stores no
-// output.
+// Runs the tool on a terminal that is closed while the probe holds its first call of Call. Stores
+// no output.
 ToolResult RunToolAndCloseTerminal(const ToolRun& Run, const std::string& Call);
 
 // Runs the tool with standard input open and empty until Text has been printed, lets it wait there
@@ -85,10 +85,10 @@ bool RunToolUntilItWaits(const ToolRun& Run, const std::string& Text, const std:
 // second more. True when it was still running then. It is killed; what it did is stored.
 bool RunsOnAtEndOfInput(const ToolRun& Run, const std::string& Text, ToolResult* pResult);
 
-// The banner with the build date and time replaced by "<built>", so that outputs compare.
+// The text with the build date and time of its banner replaced by "<built>", to compare two runs.
 std::string WithoutBuildTime(const std::string& Text);
 
-// The text from the end of the banner on.
+// The text after the banner; "NO BANNER: " and the whole text if it does not begin with one.
 std::string AfterBanner(const std::string& Text);
 
 #endif

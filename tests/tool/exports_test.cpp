@@ -14,9 +14,9 @@ static const char* const Names[] = {
 #undef FORWARD
 };
 
-// Defined dynamic symbols, as the system's own tool lists them.
+// The defined dynamic symbols, as nm lists them.
 static std::set<std::string> ExportedSymbols() {
-#if defined(__APPLE__)  // the same question, asked in the other format's words
+#if defined(__APPLE__)  // nm's options differ
   const std::string Command = "nm -gjU '" QUOBE_TOOL_PATH "'";
   const char*       sPrefix = "_";
 #else
@@ -34,7 +34,7 @@ static std::set<std::string> ExportedSymbols() {
   if (pOutput != nullptr) {
     pclose(pOutput);
   }
-  // The linker's label for the file header. Apple's exports it whatever the list says.
+  // The linker's label for the file header. Apple's linker always exports it.
   Symbols.erase("_mh_execute_header");
   return Symbols;
 }
@@ -58,8 +58,8 @@ TEST(Exports, ListHas337And294NamesOf19With64) {
   EXPECT_EQ(19, Num64);
 }
 
-// The list is what everything else is made from, so it is compared with a number that is not: FNV-1a
-// of the sorted names, a line feed after each.
+// Everything else is made from the list, so a misspelt name would agree with itself. This number is
+// typed: FNV-1a of the sorted names, a line feed after each.
 TEST(Exports, NoNameOfTheListIsMisspelt) {
   uint64_t Hash = 0xCBF29CE484222325;
   for (const std::string& Name : std::set<std::string>(std::begin(Names), std::end(Names))) {

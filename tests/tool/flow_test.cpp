@@ -38,7 +38,7 @@ static ToolResult RunL1(const std::vector<std::string>& MoreArgs,
   return RunTool(Run);
 }
 
-TEST(Flow, BannerTellsTheBuildTimeAndEndsWithAnEmptyLine) {
+TEST(Flow, BannerShowsTheBuildTimeAndEndsWithAnEmptyLine) {
   ToolRun Run;
   Run.Input               = "0\n";
   const ToolResult Result = RunTool(Run);
@@ -46,7 +46,7 @@ TEST(Flow, BannerTellsTheBuildTimeAndEndsWithAnEmptyLine) {
                     .find("OSTREL Quobe Unlock tool for STM32 devices\nCompiled <built>\n\nThis "));
 }
 
-TEST(Flow, NoArgumentsShowDescriptionAndMenuAndParseNothing) {
+TEST(Flow, WithoutArgumentsDescriptionAndMenuAreShownAndNothingIsParsed) {
   ToolRun Run;
   Run.Input               = "0\n";
   const ToolResult Result = RunTool(Run);
@@ -56,7 +56,7 @@ TEST(Flow, NoArgumentsShowDescriptionAndMenuAndParseNothing) {
   EXPECT_EQ(0, Result.Status);
 }
 
-TEST(Flow, OnlyUnknownArgumentsEndInTheMenu) {
+TEST(Flow, UnknownArgumentsAloneLeadToTheMenu) {
   ToolRun Run;
   Run.Args                = {"-Speedy", "4", "", "exit"};
   Run.Input               = "0\n";
@@ -74,7 +74,7 @@ TEST(Flow, ExitFromTheMenuAsksOnlyWhetherAConnectionIsOpen) {
   EXPECT_EQ(std::vector<std::string>{"IsOpen()"}, Result.Calls);
 }
 
-TEST(Flow, WholeRunMakesEachProbeCallBehindTheTextThatAnnouncesIt) {
+TEST(Flow, EachProbeCallOfARunComesAfterTheTextThatAnnouncesIt) {
   const ToolResult  Result = RunL1({});
   const std::string Begin =
       "Parsing command line...O.K.\n"
@@ -138,7 +138,7 @@ TEST(Flow, FamilyFromTheCommandLineShowsItsNameAndNoMenu) {
       AfterBanner(Result.Output));
 }
 
-TEST(Flow, TextOfAFailedOpenCompletesTheConnectLineAndNothingIsClosed) {
+TEST(Flow, TextOfAFailedOpenEndsTheConnectLineAndNothingIsClosed) {
   ToolRun Run;
   Run.Args                = {"-SetDeviceFamily", "11", "-SetPowerTarget", "1", "-Exit", "1"};
   Run.Script              = "open-error Cannot connect to Quobe.\n";
@@ -196,7 +196,7 @@ TEST(Flow, OnlyTheLowByteOfAByteResultCounts) {
   EXPECT_EQ("IsOpen()", Result.Calls.back());
 }
 
-TEST(Flow, PoweredTargetGetsTimeBeforeItIsUsedAndIsSwitchedOffOnClose) {
+TEST(Flow, SupplyIsSwitchedOnBeforeTheTargetIsUsedAndOffOnClose) {
   const ToolResult Result = RunL1({"-SetPowerTarget", "2"});
   EXPECT_NE(std::string::npos, Result.Transcript.find("<ExecCommand(device = Cortex-M3, null, 0)>"
                                                       "Powering target via Quobe.\n"
@@ -215,7 +215,7 @@ TEST(Flow, SupplyHas200MillisecondsToSettle) {
   EXPECT_GE(Result.CallTimesMs.at(3) - Result.CallTimesMs.at(2), 199);
 }
 
-TEST(Flow, PowerIsSwitchedOffOnCloseAlsoWhenTheResetFails) {
+TEST(Flow, SupplyIsSwitchedOffOnCloseEvenIfTheResetFails) {
   ToolRun Run;
   Run.Args                 = {"-SetDeviceFamily", "2", "-SetPowerTarget", "1", "-Exit", "1"};
   Run.Script               = "read 0x40021000 3\nread 0x4002200C 0\nblock 0x1FFFF800 1 2 3 4\n";
@@ -247,12 +247,12 @@ TEST(Flow, Voltage500IsEnough) {
   EXPECT_EQ(0, Result.Status);
 }
 
-TEST(Flow, VoltageIsTakenAs16BitsWithoutASign) {
+TEST(Flow, VoltageIsAnUnsigned16BitNumber) {
   EXPECT_NE(std::string::npos,
             RunL1({}, "voltage 65535\n").Output.find("VTarget = 65.535V\nReset target..."));
 }
 
-TEST(Flow, StatusThatIsNotFilledMeansNoVoltage) {
+TEST(Flow, StatusThatIsNotFilledCountsAsNoVoltage) {
   const ToolResult Result = RunL1({}, "no-status\n");
   EXPECT_NE(std::string::npos, Result.Output.find("VTarget = 0.000V\nTarget voltage too low\n"));
   EXPECT_EQ(255, Result.Status);

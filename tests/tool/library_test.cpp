@@ -1,4 +1,4 @@
-// Where the tool finds the probe library, and what it says when it cannot.
+// Where the tool finds the probe library, and what it prints when it does not.
 
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ TEST(Library, IsNotFoundTwoFoldersAboveTheExecutable) {
   EXPECT_EQ(1, RunTool(Run).Status);
 }
 
-TEST(Library, MissingLibraryIsOneLineAndStatusOneAlsoOnAnUsageError) {
+TEST(Library, MissingLibraryEndsEveryRunWithOneLineAndStatusOne) {
   ToolRun Run              = ExitFromMenu();
   Run.ProbeKind            = Probe::None;
   const ToolResult  Result = RunTool(Run);
@@ -54,7 +54,7 @@ TEST(Library, MissingLibraryIsOneLineAndStatusOneAlsoOnAnUsageError) {
   EXPECT_EQ(1, Reset.Status);
 }
 
-TEST(Library, MissingFunctionEndsTheRunWhenItIsNeededAndNamesIt) {
+TEST(Library, MissingFunctionEndsTheRunWhenItIsNeededAndIsNamed) {
   ToolRun Run;
   Run.Args                 = {"-Exit", "1", "-SetDeviceFamily", "11"};
   Run.ProbeKind            = Probe::LacksTifSelect;
@@ -70,7 +70,7 @@ TEST(Library, MissingFunctionEndsTheRunWhenItIsNeededAndNamesIt) {
   ASSERT_GT(Shown.size(), Begin.size() + End.size()) << Shown;
   EXPECT_EQ(Begin, Shown.substr(0, Begin.size()));
   EXPECT_EQ(End, Shown.substr(Shown.size() - End.size()));
-  // Between the brackets: the dynamic loader's own words, whole.
+  // In the brackets is the dynamic loader's text, complete.
   const std::string Reason = Shown.substr(Begin.size(), Shown.size() - Begin.size() - End.size());
   EXPECT_NE(std::string::npos, Reason.find("QUOBEARM_TIF_Select")) << Reason;
   EXPECT_EQ(std::string::npos, Reason.find('\n'));
@@ -78,7 +78,7 @@ TEST(Library, MissingFunctionEndsTheRunWhenItIsNeededAndNamesIt) {
   EXPECT_EQ(1, Result.Status);
 }
 
-TEST(Library, WithoutANeededFunctionARunThatDoesNotNeedItWorks) {
+TEST(Library, MissingFunctionDoesNotMatterToARunThatDoesNotCallIt) {
   ToolRun Run   = ExitFromMenu();
   Run.ProbeKind = Probe::LacksTifSelect;
   EXPECT_TRUE(FoundLibrary(RunTool(Run)));

@@ -1,5 +1,5 @@
-// The family menu: through a pipe, and at a terminal as a person sees it. The menu goes on reading
-// at the end of input, so each test types a whole line.
+// The family menu, through a pipe and at a terminal. At the end of input the menu keeps reading, so
+// each test types a whole line.
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 static const char PromptText[] = "Please select the correct device family: ";
 
-// Types the entry; the connection then fails, which shows the family chosen.
+// Types the entry. The connection then fails, so the run ends there.
 static ToolResult Enter(const std::string& Entry) {
   ToolRun Run;
   Run.Input  = Entry;
@@ -15,7 +15,7 @@ static ToolResult Enter(const std::string& Entry) {
   return RunTool(Run);
 }
 
-// What follows the menu.
+// The transcript after the menu.
 static std::string AfterMenu(const ToolResult& Result) {
   const std::string LastRow = "  [12] STM32L4x6xx\n";
   const size_t      At      = Result.Transcript.find(LastRow);
@@ -23,7 +23,7 @@ static std::string AfterMenu(const ToolResult& Result) {
                                  : Result.Transcript.substr(At + LastRow.size());
 }
 
-// The library is told the device only once it is open.
+// The command with the core's name; it is sent once the probe is open.
 static std::string DeviceCommandFor(const std::string& Entry) {
   ToolRun Run;
   Run.Input               = Entry;
@@ -32,7 +32,7 @@ static std::string DeviceCommandFor(const std::string& Entry) {
   return Result.Calls.at(1);
 }
 
-TEST(Menu, EachNumberTellsTheProbeItsCore) {
+TEST(Menu, EachNumberSendsItsCoreToTheProbe) {
   static const char* const Cores[] = {"Cortex-M3", "Cortex-M3", "Cortex-M3", "Cortex-M4",
                                       "Cortex-M4", "Cortex-M7", "Cortex-M7", "Cortex-M7",
                                       "Cortex-M7", "Cortex-M0", "Cortex-M3", "Cortex-M4"};
@@ -52,7 +52,7 @@ TEST(Menu, ChoiceIsNotRepeatedAndTheConnectionFollows) {
             AfterMenu(Enter("12\n")));
 }
 
-TEST(Menu, ThirteenIsNoFamily) {
+TEST(Menu, ThirteenIsRefused) {
   const ToolResult Result = Enter("13\n");
   EXPECT_EQ("ERROR: Invalid device family selected.\n<IsOpen()>Press any key to exit.\n",
             AfterMenu(Result));
@@ -65,7 +65,7 @@ TEST(Menu, NumberWrapsAt32Bits) {
             AfterMenu(Enter("4294967295\n")));
 }
 
-TEST(Menu, TextBehindTheDigitsIsIgnored) {
+TEST(Menu, TextAfterTheDigitsIsIgnored) {
   EXPECT_EQ("ExecCommand(device = Cortex-M3, null, 0)", DeviceCommandFor("1x\n"));
 }
 
@@ -87,7 +87,7 @@ static const char* const MistypedEntries[] = {
     "\U0001F6007",  // four bytes, 7
 };
 
-// The user's locale does not matter; each of these is one that a system or a script sets.
+// The user's locale must not matter. Systems and scripts set these two.
 static const char* const Locales[] = {"LC_ALL=C", "LC_ALL=C.UTF-8"};
 
 TEST(Menu, EntryWithACharacterBeyondAsciiIsRefusedInAnyLocale) {
@@ -117,8 +117,8 @@ TEST(Menu, CharacterBeyondAsciiAfterTheDigitsIsIgnored) {
   }
 }
 
-// The line editor drops what is no UTF-8: a limit of the menu, not a promise of the tool.
-TEST(Menu, BytesThatAreNoUtf8AreDropped) {
+// The line editor drops bytes that are not UTF-8. This is a limit of the menu.
+TEST(Menu, BytesThatAreNotUtf8AreDropped) {
   EXPECT_EQ("ExecCommand(device = Cortex-M7, null, 0)", DeviceCommandFor("\xE9"
                                                                          "7\n"));
 }
@@ -141,7 +141,7 @@ TEST(Menu, EndOfInputIsReadAgainForEver) {
   EXPECT_EQ("", Result.Error);
 }
 
-// Standard error may be a file or a terminal that can be read too.
+// Standard error may be open for reading as well: a terminal always is.
 TEST(Menu, ClosedInputIsNotReadFromStandardError) {
   ToolRun Run;
   Run.Closed         = {0};
@@ -151,7 +151,7 @@ TEST(Menu, ClosedInputIsNotReadFromStandardError) {
   EXPECT_TRUE(Result.Calls.empty());
 }
 
-TEST(Menu, KeyWaitReadsTheCharacterBehindTheEntry) {
+TEST(Menu, KeyWaitReadsTheCharacterAfterTheEntry) {
   ToolRun Run;
   Run.Input = "0\n";
   ToolResult Result;
@@ -160,7 +160,7 @@ TEST(Menu, KeyWaitReadsTheCharacterBehindTheEntry) {
   EXPECT_FALSE(Result.TimedOut);
 }
 
-TEST(Menu, UnknownTerminalTypeIsNoReasonToWriteOnStandardError) {
+TEST(Menu, UnknownTerminalTypeWritesNothingToStandardError) {
   ToolRun Run;
   Run.Input               = "0\n";
   Run.Environment         = {"TERM=no-such-terminal"};
@@ -169,7 +169,7 @@ TEST(Menu, UnknownTerminalTypeIsNoReasonToWriteOnStandardError) {
   EXPECT_EQ(0, Result.Status);
 }
 
-TEST(MenuOnATerminal, PromptStandsBehindTheRowsAndTheEntryIsTaken) {
+TEST(MenuOnATerminal, PromptComesAfterTheRowsAndTheEntryIsRead) {
   ToolRun Run;
   Run.Input               = "0\n\n";
   Run.Environment         = {"TERM=vt100"};
@@ -195,7 +195,7 @@ TEST(MenuOnATerminal, WrongEntryEndsWithItsMessage) {
 
 TEST(MenuOnATerminal, EntryCanBeEdited) {
   ToolRun Run;
-  Run.Input               = "13\b\b0\n\n";  // backspaces: the line editor is at work
+  Run.Input               = "13\b\b0\n\n";  // the line editor handles backspace
   Run.Environment         = {"TERM=vt100"};
   const ToolResult Result = RunToolOnTerminal(Run, PromptText);
   EXPECT_EQ(0, Result.Status) << Result.Output;

@@ -1,4 +1,4 @@
-// The command line as a process sees it; the values themselves are told in tests/app.
+// The command line of the process; tests/app checks the values one by one.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,8 @@ static ToolResult RunWith(const std::vector<std::string>& Args) {
   return RunTool(Run);
 }
 
-// A refused command line says so on the line that was begun, waits 3 s and asks only IsOpen.
+// A refused command line ends the line "Parsing command line..." with its message, waits 3 s, and
+// makes one call: IsOpen.
 static void ExpectRefused(const std::vector<std::string>& Args, const std::string& Message,
                           bool WaitsForKey = true) {
   const ToolResult Result = RunWith(Args);
@@ -22,7 +23,7 @@ static void ExpectRefused(const std::vector<std::string>& Args, const std::strin
   EXPECT_EQ(255, Result.Status);
 }
 
-TEST(Options, ValueMissingAtTheEndIsToldWithTheTablesSpelling) {
+TEST(Options, MissingValueIsReportedWithTheTablesSpelling) {
   ExpectRefused({"-sPEED"}, "Missing command line parameter after command -Speed.");
 }
 
@@ -45,15 +46,15 @@ TEST(Options, RefusedPowerTarget) {
   ExpectRefused({"-SetPowerTarget", "-1"}, "ERROR while parsing value for -SetPowerTarget.");
 }
 
-TEST(Options, RefusedFamilyThirteen) {
+TEST(Options, FamilyThirteenIsRefused) {
   ExpectRefused({"-SetDeviceFamily", "13"}, "ERROR while parsing value for -SetDeviceFamily.");
 }
 
-TEST(Options, RefusedFamilyZero) {
+TEST(Options, FamilyZeroIsRefused) {
   ExpectRefused({"-SetDeviceFamily", "0"}, "ERROR while parsing value for -SetDeviceFamily.");
 }
 
-TEST(Options, RefusedFamilyExit) {
+TEST(Options, FamilyExitIsRefused) {
   ExpectRefused({"-SetDeviceFamily", "Exit"}, "ERROR while parsing value for -SetDeviceFamily.");
 }
 
@@ -61,7 +62,7 @@ TEST(Options, RefusedExitValue) {
   ExpectRefused({"-Exit", ""}, "ERROR while parsing value for -exit.");
 }
 
-TEST(Options, EarlierExitOptionHoldsWhenALaterOptionIsRefused) {
+TEST(Options, EarlierExitOptionCountsWhenALaterOptionIsRefused) {
   ExpectRefused({"-Exit", "1", "-Speed", "fast", "-SetPowerTarget"},
                 "ERROR while parsing value for -speed.", false);
 }
@@ -76,7 +77,7 @@ TEST(Options, LastOfAddressAndSerialNumberDecides) {
   EXPECT_EQ("EMU_SelectByUSBSN(123)", Usb.Calls.at(0));
 }
 
-TEST(Options, OptionTakesTheNextArgumentWhateverItIs) {
+TEST(Options, OptionTakesTheNextArgumentWhateverItLooksLike) {
   const ToolResult Result = RunWith({"-Exit", "1", "-SetDeviceFamily", "11", "-IP", "-Speed"});
   EXPECT_EQ("SelectIP(-Speed, 0)", Result.Calls.at(0));
 }

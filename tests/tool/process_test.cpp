@@ -15,7 +15,7 @@ static ToolRun RunL1() {
   return Run;
 }
 
-// What the tool prints about RunL1(), from the end of the banner on.
+// What the tool prints in such a run, after the banner.
 static const char OutputL1[] =
     "Parsing command line...O.K.\n"
     "Select device family: STM32L1xxxx\n"
@@ -118,7 +118,7 @@ TEST(Process, InterruptAndTerminationEndARunAtOnce) {
 
 TEST(Process, TerminalThatIsClosedDoesNotStopAReset) {
   ToolRun Run             = RunL1();
-  Run.Args                = {"-SetDeviceFamily", "11"};  // with the key wait, which must end too
+  Run.Args                = {"-SetDeviceFamily", "11"};  // with the key wait: it must end too
   const ToolResult Result = RunToolAndCloseTerminal(Run, "Reset");
   EXPECT_EQ("Close()", Result.Calls.back());
   EXPECT_EQ(0, Result.Signal);

@@ -28,7 +28,7 @@ TEST(ResetF1, WritesRdpA5AndVerifiesTheBlock) {
               0);
 }
 
-TEST(ResetF0, WritesRdpAAAndGetsNoReload) {
+TEST(ResetF0, WritesRdpAAAndIsNotReloaded) {
   ExpectReset(MENU_F0,
               std::string(HsiReady) + ReadyOnce +
                   "block 0x1FFFF800 0xFFFF55AA 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n",
@@ -73,7 +73,7 @@ TEST(ResetF1, AnyDifferingByteFailsTheVerification) {
   }
 }
 
-TEST(ResetF1, HsiIsStartedWithItsTrimAndWaitedForWhenItIsOff) {
+TEST(ResetF1, HsiThatIsOffIsStartedWithItsTrimAndWaitedFor) {
   const ToolResult Result = RunReset(
       MENU_F1, std::string("read 0x40021000 0x01000000 0x01000081 0x01000081 0x01000083\n") +
                    ReadyOnce + "block 0x1FFFF800 0xFFFF5AA5 0xFFFFFFFF 0xFFFFFFFF 0xFFFFFFFF\n");

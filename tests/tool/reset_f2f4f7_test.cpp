@@ -1,5 +1,5 @@
-// STM32F2, F4 and F7. The 25 s time-outs are told in tests/app with a clock of their own; here the
-// real wait is made once, under script/test --slow.
+// STM32F2, F4 and F7. tests/app checks the time-outs of 25 s in simulated time; here the tool
+// really waits once, under script/test --slow.
 
 #include <stdlib.h>
 
@@ -55,7 +55,7 @@ TEST(ResetF4, DualBankGetsOptcr1First) {
   }
 }
 
-TEST(ResetF4, PcropIsLiftedByWayOfLevelOne) {
+TEST(ResetF4, PcropIsClearedThroughLevelOne) {
   ExpectReset(MENU_F4,
               "read 0x40023C0C 0x10000 0 0x10000 0x10000 0\n"
               "read 0xE0042000 0x20016419\nread 0x40023C14 0x8FFFAAED 0x0FFFAAEC\n",
@@ -69,7 +69,7 @@ TEST(ResetF4, PcropIsLiftedByWayOfLevelOne) {
               0);
 }
 
-TEST(ResetF4, PcropStageIsLeftOutWithoutSprmodOrAtLevelOneOrOnOneBank) {
+TEST(ResetF4, PcropStageNeedsSprmodLevelZeroAndTwoBanks) {
   struct {
     const char* sDevId;
     const char* sOptCr;
@@ -94,7 +94,7 @@ TEST(ResetF4, Optcr1IsNeverWrittenOnOneBank) {
   EXPECT_EQ(std::string::npos, Result.Transcript.find("WriteU32(0x40023C18"));
 }
 
-TEST(ResetF7, PcropStageAsksTheDeviceNotTheFamilyChosen) {
+TEST(ResetF7, PcropStageDependsOnTheDeviceNotOnTheChosenFamily) {
   const ToolResult Result =
       RunReset(MENU_F76, std::string(Ready) +
                              "read 0xE0042000 0x20016419\nread 0x40023C14 0x8FFFAAED 0xFFFFAAFC\n");
@@ -129,7 +129,7 @@ TEST(ResetF7, LargePartsGetTheirValues) {
               0);
 }
 
-TEST(ResetF4, OpenOptionLockGetsNoKeys) {
+TEST(ResetF4, KeysAreNotWrittenWhenTheOptionsAreUnlocked) {
   const ToolResult Result =
       RunReset(MENU_F4, std::string(Ready) +
                             "read 0xE0042000 0x10076413\nread 0x40023C14 0x0FFF55EC 0x0FFFAAEC\n");
@@ -189,7 +189,7 @@ TEST(ResetF4, ReadThatWritesNothingCountsAsZero) {
   EXPECT_EQ(0, Result.Status);
 }
 
-TEST(ResetF4, ReadBackAboveLevelZeroIsToldInWordsOnly) {
+TEST(ResetF4, ReadBackAboveLevelZeroIsReportedInWordsOnly) {
   ExpectReset(MENU_F4,
               std::string(Ready) +
                   "read 0xE0042000 0x10076413\nread 0x40023C14 0x0FFF55ED "

@@ -1,4 +1,4 @@
-// STM32H7. The 20 s wait is told in tests/app with a clock of its own; here the real wait is made
+// STM32H7. tests/app checks the time-out of 20 s in simulated time; here the tool really waits
 // once, under script/test --slow.
 
 #include <stdlib.h>
@@ -12,7 +12,7 @@ static const char Begin[] =
     "Reset target...<SetResetType(0)><SetResetDelay(0)><Reset()>O.K.\n"
     "Reset option bytes to factory settings...\n";
 
-// Registers of a bank differ in one digit.
+// Replaces the "b" in each address: the addresses of the two banks differ in that digit.
 static std::string ForBank(int Bank, const char* sText) {
   std::string Text = sText;
   for (size_t At; (At = Text.find("52002b")) != std::string::npos;) {
@@ -51,7 +51,7 @@ static std::string Verify(int Bank) {
                  "<Read(0x52002b38, 1)><Read(0x52002b40, 1)>");
 }
 
-// A bank that is locked, unlocks, was write-protected and then reads back Sr, Pr, Sc, Wp, Boot.
+// The script for a bank that is locked, unlocks, was write-protected and then reads back as given.
 static std::string Bank(int Number, const std::string& Scar = "0x800000FF",
                         const std::string& Boot = "0x1FF00800") {
   return ForBank(Number, ("read 0x52002b18 1 0 1 0\n"
@@ -70,7 +70,7 @@ TEST(ResetH7, TwoPassesOverBothBanksAndTenReadBacks) {
               0);
 }
 
-TEST(ResetH7, BankTwoScarWithoutDmesFailsAlthoughBankOneMatched) {
+TEST(ResetH7, BankTwoScarWithoutDmesFailsEvenIfBankOneMatches) {
   ExpectReset(MENU_H7, Bank(1) + Bank(2, "0x000000FF"),
               Begin + PassOne(1) + PassOne(2) + PassTwo(1) + PassTwo(2) + Done + Verify(1) +
                   "<Read(0x5200211C, 1)><Read(0x52002128, 1)><Read(0x52002130, 1)>"
@@ -117,7 +117,7 @@ TEST(ResetH7, FirstDifferenceEndsTheReadBack) {
   EXPECT_EQ(255, Result.Status);
 }
 
-TEST(ResetH7, OpenBankGetsNoKeys) {
+TEST(ResetH7, KeysAreNotWrittenToAnUnlockedBank) {
   const ToolResult Result =
       RunReset(MENU_H7,
                "read 0x52002018 0\nread 0x52002118 1\n"
@@ -131,7 +131,7 @@ TEST(ResetH7, OpenBankGetsNoKeys) {
 }
 
 TEST(ResetH7, LockIsSetWithTheControlValueReadBeforeTheStart) {
-  // Bits above the lock in FLASH_OPTCR are kept; what the wait reads is not used.
+  // The upper bits of FLASH_OPTCR are kept; the value that the wait reads is not used.
   const ToolResult Result =
       RunReset(MENU_H7,
                "read 0x52002018 0x40000000\nread 0x52002118 0x40000000\n"
@@ -142,7 +142,7 @@ TEST(ResetH7, LockIsSetWithTheControlValueReadBeforeTheStart) {
   EXPECT_NE(std::string::npos,
             Result.Transcript.find("<WriteU32(0x52002018, 0x40000002)><Read(0x5200201C, 1)>"
                                    "<WriteU32(0x52002018, 0x40000003)>"));
-  // The second pass starts again and locks nothing.
+  // The second pass does not lock.
   EXPECT_NE(std::string::npos,
             Result.Transcript.find("<WriteU32(0x52002018, 0x40000002)><Read(0x5200201C, 1)>"
                                    "<Read(0x52002118, 1)><WriteU32(0x52002120"));
@@ -180,7 +180,7 @@ TEST(ResetH7, StatusThatIsNotDeliveredCountsAsReady) {
 }
 
 TEST(ResetH7, WordsAreTakenAsDeliveredWhateverTheResult) {
-  // The first read of each register fails and delivers; Bank 1 then goes on as if it had not.
+  // The first read of each register of bank 1 fails and delivers; later ones succeed.
   ExpectReset(MENU_H7,
               "read-fails 0x52002018 -1 1\nread 0x52002018 0 1 0\n"
               "read-fails 0x5200201C -1 0x25DB552A\nread 0x5200201C 0x25DB552A 0x1416AAF0\n"

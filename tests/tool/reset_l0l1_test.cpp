@@ -54,7 +54,7 @@ static const char GoodL0[] =
 static const char BadFifthL0[] =
     "block 0x1FF80000 0xFF5500AA 0x7F8F8070 0xFFFF0000 0xFFFF0000 0xFFFF0001\n";
 
-TEST(ResetL0, GoodFirstAttemptLocksAndSaysResetOnce) {
+TEST(ResetL0, GoodFirstAttemptLocksAndPrintsResetOnce) {
   ExpectReset(MENU_L0, std::string(ReadyL0) + GoodL0,
               FreezeWatchdogs + AttemptL0() + Write(L0.Pecr, "0x00000007") + "O.K.\n", 0);
 }
@@ -67,7 +67,7 @@ TEST(ResetL0, FifthWordThatDiffersMakesASecondAttempt) {
               0);
 }
 
-TEST(ResetL0, TwoFailuresAreToldInWordsOnly) {
+TEST(ResetL0, TwoFailuresAreReportedInWordsOnly) {
   ExpectReset(MENU_L0, std::string(ReadyL0) + BadFifthL0,
               FreezeWatchdogs + AttemptL0() +
                   "Resetting option bytes failed first try, attempting 2nd try.\n" + AttemptL0() +
@@ -127,7 +127,7 @@ TEST(ResetL1, GoodReadBackLocksPecrWithSeven) {
       AttemptL1() + Write(L1.Pecr, "0x00000007") + "O.K.\n", 0);
 }
 
-TEST(ResetL1, AnyOtherReadBackLeavesPecrAloneAndEndsWithStatusZero) {
+TEST(ResetL1, AnyOtherReadBackDoesNotWritePecrAndEndsWithStatusZero) {
   const char* const Good[4] = {"0xFF5500AA", "0xFF870078", "0xFFFF0000", "0xFFFF0000"};
   for (int i = 0; i < 4; i++) {
     std::string Block = "block 0x1FF80000";

@@ -50,12 +50,12 @@ TEST(ResetL4, LowByte55IsProgrammedStraightToFactory) {
               std::string(Begin) + FactoryOptr() + Areas + Launch + Done, 0);
 }
 
-TEST(ResetL4, ReadBackThatDiffersLeavesTheProtectionAreasAlone) {
+TEST(ResetL4, ReadBackThatDiffersEndsTheRunBeforeTheProtectionAreas) {
   ExpectReset(MENU_L4, std::string(Ready) + "read 0x40022020 0xFFEFF800 0xFFEFF8AB\n",
               std::string(Begin) + FactoryOptr() + "Could not reset OPTR...\n", 255);
 }
 
-TEST(ResetL4, AnyOfTheTestedBitsLeadsThroughLevelOne) {
+TEST(ResetL4, EachOfTheTestedBitsLeadsThroughLevelOne) {
   for (const char* sRdp : {"0xFFEFF802", "0xFFEFF808", "0xFFEFF820", "0xFFEFF880"}) {
     const ToolResult Result =
         RunReset(MENU_L4, std::string(Ready) + "read 0x40022020 " + sRdp + " 0xFFEFF8AA\n");

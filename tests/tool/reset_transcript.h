@@ -1,5 +1,5 @@
-// A reset through the real executable: what was printed and done from the voltage line on, up to
-// the question whether a connection is open.
+// A reset by the real executable: what it printed and called after the voltage line, up to the call
+// that asks whether a connection is open.
 
 #ifndef TESTS_TOOL_RESET_TRANSCRIPT_H
 #define TESTS_TOOL_RESET_TRANSCRIPT_H
