@@ -182,7 +182,7 @@ PROBE_SETTINGS Bench::LoadProbe(const std::string& sName) const {
   for (const KEY_LINE& Line : File.Lines()) {
     if (Good && !SetProbeSetting(&Probe, Line.sKey, Line.sValue, &sError)) {
       Good   = false;
-      sError = File.Place(Line) + sError;
+      sError.insert(0, File.Place(Line));
     }
   }
   if (Good && sPath != Path(Probe.SerialNo, "probe")) {
