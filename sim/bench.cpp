@@ -181,7 +181,7 @@ PROBE_SETTINGS Bench::LoadProbe(const std::string& sName) const {
   bool              Good  = File.Load(sPath, &sError);
   for (const KEY_LINE& Line : File.Lines()) {
     if (Good && !SetProbeSetting(&Probe, Line.sKey, Line.sValue, &sError)) {
-      Good   = false;
+      Good = false;
       sError.insert(0, File.Place(Line));
     }
   }
