@@ -60,7 +60,8 @@ void Add(const char* sName, const std::vector<PAIR>& aMade, FUNC Func) {
       sName,
       [aMade, Func] {
         for (int i = 0; i < NUM_PAIRS; i++) {
-          aResult[i] = Func(aMade[(size_t)i].acA + i % 16, aMade[(size_t)i].acB + i * 3 % 16);
+          aResult[i] =
+              (int64_t)Func(aMade[(size_t)i].acA + i % 16, aMade[(size_t)i].acB + i * 3 % 16);
         }
       },
       Results);

@@ -42,8 +42,9 @@ __attribute__((target("avx2"))) void SwapAVX2(void* pDest, const void* pSource, 
   const __m256i  Index    = _mm256_load_si256((const __m256i*)acIndex);
   const uint32_t NumBytes = NumItems * UNIT;
   for (uint32_t i = 0; i < NumBytes; i += 32) {
-    const __m256i v = _mm256_loadu_si256((const __m256i*)((const uint8_t*)pSource + i));
-    _mm256_storeu_si256((__m256i*)((uint8_t*)pDest + i), _mm256_shuffle_epi8(v, Index));
+    const __m256i v =
+        _mm256_loadu_si256((const __m256i*)(const void*)((const uint8_t*)pSource + i));
+    _mm256_storeu_si256((__m256i*)(void*)((uint8_t*)pDest + i), _mm256_shuffle_epi8(v, Index));
   }
 }
 #endif

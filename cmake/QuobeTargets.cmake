@@ -1,4 +1,4 @@
-# How every target of the project is compiled, in one place.
+# How every target of the project is compiled.
 #
 #   quobe_product_library(name sources...)  a static library of product code: no exceptions, no RTTI,
 #                                           nothing exported unless the source says so
@@ -8,8 +8,8 @@
 
 set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 
-# Headers are named from the root of the project, in quotes. The root is searched for these only: a
-# name in angle brackets is always the system's.
+# Headers are included by their path from the root of the project, in quotes. A name in angle brackets
+# is not searched for there: it is always the system's.
 add_library(quobe_headers INTERFACE)
 target_compile_options(quobe_headers INTERFACE "-iquote${CMAKE_SOURCE_DIR}")
 
@@ -23,7 +23,7 @@ if(QUOBE_SANITIZE)
     -fsanitize=${QUOBE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(quobe_options INTERFACE -fsanitize=${QUOBE_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # GCC's flow warnings lose track in instrumented code and report what is not there.
+    # GCC's flow warnings have false positives in instrumented code.
     target_compile_options(quobe_options INTERFACE
       $<$<COMPILE_LANGUAGE:C,CXX>:-Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-array-bounds>)
   endif()
@@ -33,9 +33,9 @@ add_library(quobe_product_options INTERFACE)
 target_link_libraries(quobe_product_options INTERFACE quobe_options)
 target_compile_options(quobe_product_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
-# The oldest macOS that the product runs on. For arm64 the compiler makes 11.0 of it, the first there
-# is. Tests are built for the system at hand, as the libraries are that they use, so who links the
-# product says it again (an option to link with would come along with each library).
+# The oldest macOS that the product runs on. For arm64 the compiler raises it to 11.0, the first one.
+# Tests are built for the system at hand, as their libraries are. So each product executable repeats
+# this option when it is linked: as a property of the libraries it would reach the tests too.
 set(QUOBE_OLDEST_MACOS -mmacosx-version-min=10.13)
 if(APPLE)
   target_compile_options(quobe_product_options INTERFACE ${QUOBE_OLDEST_MACOS})
@@ -65,7 +65,7 @@ function(quobe_program_options target)
   target_link_libraries(${target} PRIVATE quobe_options)
 endfunction()
 
-# Both linkers' list formats are derived from the one list of names at configure time.
+# Writes the list in the format of the system's linker when the build is configured.
 function(quobe_export_list target names_inc)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${names_inc}")
   file(STRINGS "${names_inc}" lines REGEX "^FORWARD\\(")

@@ -22,16 +22,16 @@ endforeach()
 find_program(linker ld64.lld-${llvm} REQUIRED)
 
 set(CMAKE_OSX_SYSROOT "${QUOBE_DARWIN_SDK}")
-# For what is no product; QuobeTargets.cmake says what the product asks for.
+# For everything except the product, which has its own (QuobeTargets.cmake).
 set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0)
-# The SDK has no C++ library: nothing that is built for macOS here may use one. The linker signs arm64
-# code ad hoc by itself; it is asked to, so that x86-64 code is signed too.
+# The SDK has no C++ library, so nothing linked here may use one. The linker signs arm64 code ad hoc
+# by itself, and x86-64 code on request.
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT
     "-fuse-ld=lld --ld-path=${linker} -nostdlib++ -Wl,-adhoc_codesign")
 endforeach()
 
-# Nothing of this machine is to be found for the other one, programs excepted.
+# Find programs on this machine, and nothing else.
 set(CMAKE_FIND_ROOT_PATH "${QUOBE_DARWIN_SDK}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

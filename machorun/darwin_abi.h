@@ -1,9 +1,9 @@
 // machorun/darwin_abi.h
 //
-// Records and constants of Darwin on x86-64 where they differ from Linux's and a shim translates
-// them. What has the same layout or value on both systems is not listed.
+// Records and constants of Darwin on x86-64 that differ from Linux's and that a shim translates.
 //
-// darwin_abi_check.cpp is compiled for Darwin and compares every line with the system's headers.
+// tests/macho/darwin_abi_check.cpp is compiled for Darwin and compares every line with the system's
+// headers.
 
 #ifndef MACHORUN_DARWIN_ABI_H
 #define MACHORUN_DARWIN_ABI_H
@@ -66,7 +66,7 @@ struct Stat {
 
 struct Timeval {
   int64_t Seconds;
-  int32_t Microseconds;  // and four bytes that mean nothing
+  int32_t Microseconds;  // followed by four bytes of padding
 };
 
 // -- Locales -------------------------------------------------------------------------------------
@@ -75,7 +75,7 @@ enum : int32_t { CATEGORY_CTYPE = 2 };
 
 // -- Threads -------------------------------------------------------------------------------------
 
-// The first word of an object that only its static initialiser has written.
+// The first word of a statically initialised object.
 enum : uint64_t {
   SIGNATURE_MUTEX           = 0x32AAABA7,
   SIGNATURE_MUTEX_RECURSIVE = 0x32AAABA2,
@@ -96,7 +96,7 @@ struct ThreadObject {
   void*    pHost;
 };
 
-// What a thread's id points at. The macros of <pthread.h> themselves keep the list of the cleanup
+// What a thread's id points to. The macros of <pthread.h> themselves keep the list of the cleanup
 // handlers in it, newest first; the rest is the system's.
 struct CleanupHandler {
   void (*pfRoutine)(void*);
@@ -280,9 +280,9 @@ enum : int32_t {
   SET_DRAIN = 1,
   SET_FLUSH = 2,
 
-  CHAR_VDSUSP  = 11,  // this one and the next are not known here
+  CHAR_VDSUSP  = 11,  // Linux lacks this one and the next
   CHAR_VSTATUS = 18,
-  CHAR_NONE    = 0xFF,  // no such character; 0 here
+  CHAR_NONE    = 0xFF,  // no such character; 0 on Linux
 
   FLUSH_IN   = 1,
   FLUSH_OUT  = 2,

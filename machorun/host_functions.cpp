@@ -1,5 +1,5 @@
 // Functions whose arguments, records, constants and results are the same on both systems for every
-// use that compiles on both. Whoever adds one has compared the two manuals.
+// use that compiles on both. Compare the two manuals before adding one.
 
 #include <stdint.h>
 #include <stdio.h>
@@ -12,7 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
-// After the others: it declares its functions with C linkage and without their types.
+// Included last: it declares its functions with C linkage and without their types.
 #include <editline/readline.h>
 
 #include "machorun/shim.h"
@@ -21,13 +21,13 @@ extern "C" [[noreturn]] void __stack_chk_fail(void);
 
 namespace {
 
-// Standard streams are pointers in the C library's data there.
+// On Darwin the standard streams are pointers in the C library's data.
 FILE* StandardInput  = stdin;
 FILE* StandardOutput = stdout;
 
 uint64_t StackGuard = 0xA5C3960F00D1E7B2;
 
-// Lists of pointers to bind at the first call are bound at once here, so nobody comes by.
+// The program would call this to bind a pointer at its first use. The loader has bound all of them.
 [[noreturn]] void StubBinder() {
   Unknown("dyld_stub_binder was called");
 }
@@ -79,7 +79,7 @@ const Shim Table[] = {
     SAME(setvbuf),
     {"___stdinp", &StandardInput},
     {"___stdoutp", &StandardOutput},
-    // descriptors and files; a path is a path
+    // descriptors and files
     SAME(read),
     SAME(write),
     SAME(ftruncate),
@@ -99,7 +99,7 @@ const Shim Table[] = {
     SAME(ptsname),
     // identity
     SAME(getpid),
-    // calendar; a timeval's padding is harmless where it is only written
+    // calendar; the padding of a timeval does not matter where it is only written
     SAME(time),
     SAME(tzset),
     SAME(localtime_r),
@@ -111,7 +111,7 @@ const Shim Table[] = {
     // line editor
     SAME(readline),
     SAME(add_history),
-    // the compiler's own
+    // called by compiled code
     {"___stack_chk_guard", &StackGuard},
     SAME(__stack_chk_fail),
     Bound("dyld_stub_binder", &StubBinder),

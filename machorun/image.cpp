@@ -18,7 +18,7 @@ constexpr uint32_t TYPE_EXECUTE    = 2;
 constexpr uint32_t TYPE_DYLIB      = 6;
 
 enum : uint32_t {
-  COMMAND_REQUIRED       = 0x80000000,  // a loader that does not know the command must give up
+  COMMAND_REQUIRED       = 0x80000000,  // set: a loader that lacks the command must stop
   COMMAND_SYMTAB         = 0x2,
   COMMAND_LOAD_DYLIB     = 0xC,
   COMMAND_SEGMENT        = 0x19,
@@ -89,7 +89,7 @@ std::vector<std::unique_ptr<Image>> Images;
   throw std::runtime_error(sWhat);
 }
 
-// The bytes of the x86-64 slice, and reads from it that stay inside.
+// The bytes of the x86-64 slice. A read beyond its end is refused.
 class File {
  public:
   explicit File(const std::string& sPath) {
@@ -170,7 +170,7 @@ struct Rebase {
   uint64_t Offset;
 };
 
-// A stream of the byte codes in which the linker writes down fixups.
+// Reads the byte codes in which the linker lists the fixups.
 class Codes {
  public:
   Codes(const File& Source, uint64_t Offset, uint64_t Size)
@@ -282,7 +282,7 @@ std::vector<Rebase> ReadRebases(Codes Code) {
 
 constexpr uint8_t NAME_MAY_BE_ABSENT = 1;
 
-// Adds Next as often as it is to be bound, each pointer Skip bytes after the one before.
+// Adds Count bindings like *pNext, with a gap of Skip bytes between their pointers.
 void AddBindings(uint64_t Count, uint64_t Skip, int64_t Library,
                  const std::vector<std::string>& Libraries, Binding* pNext,
                  std::vector<Binding>* pBindings) {
@@ -307,7 +307,7 @@ std::vector<Binding> ReadBindings(Codes Code, const std::vector<std::string>& Li
     const uint8_t Op    = Code.Byte();
     const uint8_t Value = Op & 0x0F;
     switch (Op & 0xF0) {
-      case 0x00:  // done; in the lazy list only with this one
+      case 0x00:  // done; the lazy list has one after each name
         break;
       case 0x10:
         Library = Value;
@@ -315,7 +315,7 @@ std::vector<Binding> ReadBindings(Codes Code, const std::vector<std::string>& Li
       case 0x20:
         Library = static_cast<int64_t>(Code.Unsigned());
         break;
-      case 0x30:  // this image, the main one, any: 0, -1, -2
+      case 0x30:  // 0: this image, -1: the main program, -2: any image
         Library = Value == 0 ? 0 : static_cast<int8_t>(Value | 0xF0);
         break;
       case 0x40:
@@ -358,7 +358,7 @@ std::vector<Binding> ReadBindings(Codes Code, const std::vector<std::string>& Li
   return Bindings;
 }
 
-// What the load commands say, before anything is mapped.
+// What the load commands say. Read before anything is mapped.
 struct Layout {
   std::vector<Segment>     Segments;
   std::vector<Section>     Sections;
@@ -427,7 +427,7 @@ Layout ReadLayout(const File& Source) {
   Result.Bindings = ReadBindings(Codes(Source, Info.BindOffset, Info.BindSize), Result.Libraries);
   for (auto& Lazy :
        ReadBindings(Codes(Source, Info.LazyBindOffset, Info.LazyBindSize), Result.Libraries)) {
-    Lazy.Wanted.MayBeAbsent = true;  // there it is looked for when it is called
+    Lazy.Wanted.MayBeAbsent = true;  // Darwin looks for it at the first call only
     Result.Bindings.push_back(Lazy);
   }
   // Weak bindings join equal definitions of several images; with one image there is nothing to
@@ -516,14 +516,14 @@ void FindInitialisers(const Layout& Plan, Image* pImage) {
   }
 }
 
-// As the segments ask for it: code cannot be written, data cannot be run.
+// Protects each segment as it asks: code cannot be written, data cannot be run.
 void Protect(const Layout& Plan, const Image& Target) {
   constexpr uint32_t READ_ONLY_AFTER_FIXUPS = 0x10;
   for (const Segment& Part : Plan.Segments) {
     if (Part.Protection == 0 && Part.FileSize == 0) {
       continue;
     }
-    // Read, write and execute have the same bits on both systems.
+    // The bits for read, write and execute are the same on both systems.
     int Protection = 0;
     Protection |= (Part.Protection & 1) != 0 ? PROT_READ : 0;
     Protection |= (Part.Protection & 2) != 0 ? PROT_WRITE : 0;

@@ -1,6 +1,6 @@
 // Runs an x86-64 Mach-O executable on Linux.
 //
-//   machorun FILE [argument...]   run it; its exit status is ours
+//   machorun FILE [argument...]   run it and end with its exit status
 //   machorun --imports FILE       print what each import is bound to; status 1 if one is refused
 //
 // Standard streams are the program's own. Status 126 with a message on standard error: the file
@@ -8,13 +8,13 @@
 // translated.
 //
 // Environment, for tests:
-//   MACHORUN_TRACE          file that gets a line per observed call: dlopen and its kin, usleep, open,
+//   MACHORUN_TRACE          file for a line about each observed call: dynamic loader, usleep, open,
 //                           terminal settings, IOKit
 //   MACHORUN_CLOCK_STEP_US, MACHORUN_CLOCK_FILE  simulated time, see shim_time.cpp
 //   MACHORUN_TIMEBASE       length of a tick, see shim_time.cpp
-//   MACHORUN_DLADDR         what dladdr() tells, see shim_dl.cpp
-//   MACHORUN_PIDPATH        what proc_pidpath() tells, see shim_process.cpp
-//   MACHORUN_TERMINAL_FLAGS what tcgetattr() tells, see shim_terminal.cpp
+//   MACHORUN_DLADDR         the path that dladdr() returns, see shim_dl.cpp
+//   MACHORUN_PIDPATH        the path that proc_pidpath() returns, see shim_process.cpp
+//   MACHORUN_TERMINAL_FLAGS the flags that tcgetattr() returns, see shim_terminal.cpp
 //   MACHORUN_WITHOUT        name of a function that an older system lacks
 //   HOST_CALLOUT_DEVICES    serial ports, see shim_iokit.cpp
 //
@@ -93,7 +93,7 @@ int PrintImports(const std::string& sPath) {
   return Status;
 }
 
-// Says where the program crashed, then lets the signal end the process.
+// Prints where the program crashed, then lets the signal end the process.
 void OnCrash(int Signal, siginfo_t* pInfo, void* pContext) {
   const auto* p     = static_cast<const ucontext_t*>(pContext);
   const auto  Where = reinterpret_cast<const void*>(p->uc_mcontext.gregs[REG_RIP]);
@@ -192,7 +192,7 @@ void Trace(const char* sFormat, ...) {
     Length = static_cast<int>(sizeof(acLine)) - 2;
   }
   acLine[Length] = '\n';
-  // Opened anew for each line: the program is not to find a descriptor more than it opened.
+  // Opened for each line: the program must not see a descriptor that it did not open.
   const int Descriptor = open(sPath, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   if (Descriptor < 0 || write(Descriptor, acLine, static_cast<size_t>(Length) + 1) < 0) {
     Unknown("MACHORUN_TRACE: cannot write");

@@ -1,7 +1,7 @@
 // machorun/runner.h
 //
-// The one piece of the runner that its shims call back: a Mach-O library that the program opens is
-// bound in the same manner as the program.
+// The part of the runner that its shims call: a Mach-O library that the program opens is bound as
+// the program was.
 
 #ifndef MACHORUN_RUNNER_H
 #define MACHORUN_RUNNER_H

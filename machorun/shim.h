@@ -2,10 +2,10 @@
 //
 // What the Mach-O program's imports are bound to.
 //
-// Each shim_*.cpp covers one area: functions that take Darwin's arguments, call this system's and
-// hand back Darwin's results. host_functions.cpp lists what is the same on both systems and is
-// bound directly. A name that is in none of them is refused: this system's function of that name
-// may well take other constants or write a record of another size.
+// Each shim_*.cpp covers one area: functions that take Darwin's arguments, call this system's
+// functions and return Darwin's results. host_functions.cpp lists functions that are the same on
+// both systems and are bound directly. Any other name is refused: this system's function of that
+// name may take other constants or write a record of another size.
 //
 // The same holds for values. A flag or request that a shim does not translate ends the run with a
 // message (Unknown); nothing is passed on as it is.
@@ -19,7 +19,7 @@
 #include <string>
 
 struct Shim {
-  const char* sName;  // as the file has it: with the underscore in front
+  const char* sName;  // as in the file: with the underscore in front
   void*       pAddress;
 };
 
@@ -45,10 +45,10 @@ std::span<const Shim> TimeShims();
 // Ends the run: the program asked for something that is not translated here. Exit status 126.
 [[noreturn]] void Unknown(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
 
-// Adds a line to the file that MACHORUN_TRACE names; nothing without it. errno stays.
+// Adds a line to the file that MACHORUN_TRACE names, if it is set. Keeps errno.
 void Trace(const char* sFormat, ...) __attribute__((format(printf, 1, 2)));
 
-// The program's own file, links followed.
+// The path of the program's file, with links followed.
 const std::string& ProgramRealPath();
 
 int ToDarwinErrno(int HostErrno);
@@ -62,7 +62,7 @@ uint64_t FlagsToHost(uint64_t Flags, std::span<const FlagPair> Table, const char
 // Host flags that are in no row are dropped.
 uint64_t FlagsToDarwin(uint64_t Flags, std::span<const FlagPair> Table);
 
-// Drops what is remembered of a socket; its number may come again.
+// Forgets a socket that was closed; its number may be used again.
 void ForgetSocket(int Descriptor);
 
 #endif

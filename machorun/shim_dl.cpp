@@ -1,7 +1,7 @@
 // The dynamic loader: libraries of this system, and Mach-O libraries through image.h.
 //
-// MACHORUN_DLADDR replaces the path that dladdr() tells for an address of the program: the text as
-// it is, also an empty one; "!fail" makes the call fail, "!null" leaves the path null.
+// MACHORUN_DLADDR replaces the path that dladdr() returns for an address of the program. It may be
+// empty. "!fail" makes the call fail, "!null" leaves the path null.
 
 #include <dlfcn.h>
 #include <stdint.h>
@@ -52,7 +52,7 @@ int ModeToHost(int Mode) {
     default:
       Unknown("dlopen mode 0x%x", static_cast<unsigned>(Mode));
   }
-  // Names are global there unless the caller says otherwise.
+  // Darwin makes the library's names global unless the caller says otherwise.
   return (Mode & darwin::DL_LOCAL) != 0 ? Result : Result | RTLD_GLOBAL;
 }
 
@@ -123,7 +123,7 @@ int Close(Library* pLibrary) {
     dlclose(pLibrary->pHost);
   }
   delete pLibrary;
-  sErrorText.assign(sErrorText.size(), '#');  // its texts do not outlive the next call
+  sErrorText.assign(sErrorText.size(), '#');  // a text is valid up to the next call only
   return 0;
 }
 

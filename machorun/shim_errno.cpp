@@ -1,8 +1,8 @@
 // errno: Darwin's numbers in a variable of its own.
 //
-// Calls that are bound to this system's functions set this system's errno. The program reads its
-// errno through ___error(), and that is where a number that has come in is translated and moved
-// over; zero stands for nothing new.
+// Functions of this system set this system's errno. The program reads its own errno through
+// ___error(). That call moves a number that has come in to the program's errno, translated; this
+// system's errno is then 0, which means that nothing new has come in.
 
 #include <errno.h>
 #include <string.h>

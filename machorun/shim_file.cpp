@@ -28,10 +28,10 @@ constexpr FlagPair OpenFlags[] = {
     {darwin::FLAG_CLOEXEC, O_CLOEXEC},
 };
 
-// The optional argument comes in the same register whether it is declared or not.
+// Variadic on Darwin. The third argument is in the same register for both kinds of function.
 int Open(const char* sPath, uint32_t Flags, uint32_t Mode) {
   if ((Flags & O_ACCMODE) == O_ACCMODE) {
-    Unknown("open flags 0x%x, for writing only and for both", Flags);  // opens something here
+    Unknown("open flags 0x%x, for writing only and for both", Flags);  // Linux would open it
   }
   const auto HostFlags  = static_cast<int>(FlagsToHost(Flags, OpenFlags, "open flags"));
   const int  Descriptor = open(sPath, HostFlags, Mode & 07777);
@@ -43,7 +43,7 @@ int Open(const char* sPath, uint32_t Flags, uint32_t Mode) {
   return Descriptor;
 }
 
-// The two further origins, for holes in a file, have each other's numbers there.
+// SEEK_HOLE and SEEK_DATA have each other's numbers on Darwin, so they are not passed on.
 off_t Seek(int Descriptor, off_t Offset, int Origin) {
   if (Origin > SEEK_END) {
     Unknown("lseek origin %d", Origin);
@@ -152,7 +152,7 @@ constexpr FlagPair SyncFlags[] = {
 int Sync(void* pStart, size_t Length, int Flags) {
   Trace("msync(length %zu, 0x%x)", Length, static_cast<unsigned>(Flags));
   const uint64_t HostFlags = FlagsToHost(static_cast<uint32_t>(Flags), SyncFlags, "msync flags");
-  // Neither flag means "wait for it" there.
+  // On Darwin, neither flag means "wait for it".
   return msync(
       pStart, Length,
       static_cast<int>((HostFlags & (MS_ASYNC | MS_SYNC)) == 0 ? HostFlags | MS_SYNC : HostFlags));

@@ -1,10 +1,11 @@
-// CoreFoundation and IOKit, as far as the product goes: serial ports and the idle-sleep assertion.
+// The parts of CoreFoundation and IOKit that the product uses: serial ports and the idle-sleep
+// assertion.
 //
-// HOST_CALLOUT_DEVICES lists what the registry holds, as for the stand-in of host/: call-out paths
-// with ':' between them; an empty one is a service without that property. Unset: no serial port.
+// HOST_CALLOUT_DEVICES lists the serial ports, as for the stand-in of host/: call-out paths with
+// ':' between them; an empty one is a service without that property. Unset: no serial port.
 //
-// Every object counts its references. One that is used after its release ends the run, and what is
-// still held at the end of the process is traced.
+// Every object counts its references. Using one after its last release ends the run. Those still
+// held at the end of the process are traced.
 
 #include <stdint.h>
 #include <stdlib.h>
@@ -20,7 +21,7 @@
 
 namespace {
 
-// What the compiler lays down for a constant string.
+// The record that the compiler makes for a constant string.
 struct ConstantString {
   const void* pClass;
   uint64_t    Flags;
@@ -115,7 +116,7 @@ const void* ServiceMatching(const char* sClass) {
 
 int GetMatchingServices(uint32_t MasterPort, const void* pMatching, uint32_t* pIterator) {
   const auto Wanted = Find(pMatching, Object::Kind::Dictionary).Entries;
-  Release(pMatching);  // the call takes the reference over
+  Release(pMatching);  // the call consumes the reference
   for (const auto& Entry : Wanted) {
     Trace("IOServiceGetMatchingServices: %s = %s", Entry.first.c_str(), Entry.second.c_str());
   }
@@ -132,7 +133,7 @@ int GetMatchingServices(uint32_t MasterPort, const void* pMatching, uint32_t* pI
       Found.insert(Found.begin(), Service{sPort});  // handed out from the back
     }
   }
-  // No match is no error there: an empty iterator or none at all.
+  // On Darwin, no match is not an error: the iterator is empty or null.
   *pIterator = Found.empty() ? 0 : NextPort++;
   if (*pIterator != 0) {
     Iterators[*pIterator] = Found;

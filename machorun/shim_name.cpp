@@ -48,7 +48,7 @@ int CodeToDarwin(int Host) {
   Unknown("name look-up code %d", Host);
 }
 
-// The program's copy of a socket address; null for a family that it has no record for.
+// A copy of a socket address in Darwin's form; null for a family without one.
 void* CopyAddress(const sockaddr* pHost) {
   if (pHost == nullptr || (pHost->sa_family != AF_INET && pHost->sa_family != AF_INET6)) {
     return nullptr;

@@ -1,7 +1,8 @@
-// Processes: who we are, locale, signals, starting programs, system values, the system log.
+// Processes: own path, locale, signals, starting programs, system values, the system log.
 //
-// MACHORUN_PIDPATH replaces the path that proc_pidpath() tells for this process; "!fail" makes the
-// call fail. Without it the path has its links followed, as there; dladdr()'s has not.
+// MACHORUN_PIDPATH replaces the path that proc_pidpath() returns for this process; "!fail" makes
+// the call fail. Without it the path is that of the file with links followed, as on Darwin;
+// dladdr() returns the path as given.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -58,7 +59,7 @@ struct SignalPair {
   int Darwin, Host;
 };
 
-// 1 to 15 are the same but for 7, 10 and 12.
+// Signals 1 to 15 are the same on both systems, except 7, 10 and 12.
 constexpr SignalPair Signals[] = {
     {darwin::SIGNAL_BUS, SIGBUS},   {darwin::SIGNAL_SYS, SIGSYS},   {darwin::SIGNAL_CHLD, SIGCHLD},
     {darwin::SIGNAL_USR1, SIGUSR1}, {darwin::SIGNAL_USR2, SIGUSR2},
@@ -89,7 +90,7 @@ int SignalToDarwin(int Signal) {
                    "a child that ended by this system's signal");
 }
 
-// A handler gets the number that it was set for; the numbers that differ are not handled here.
+// A handler is called with this system's number, so it can be set only where the numbers agree.
 using Handler = void (*)(int);
 Handler SetHandler(int Signal, Handler pfHandler) {
   const int HostSignal = SignalToHost(Signal);
@@ -101,7 +102,7 @@ Handler SetHandler(int Signal, Handler pfHandler) {
   return signal(HostSignal, pfHandler);
 }
 
-// How a child ended is written down in the same manner, but with this system's signal numbers.
+// The status of a child has the same layout, but with this system's signal numbers.
 int WaitFor(int Pid, int* pStatus, int Options) {
   if ((Options & ~WNOHANG) != 0) {
     Unknown("waitpid option 0x%x", static_cast<unsigned>(Options));
@@ -113,7 +114,7 @@ int WaitFor(int Pid, int* pStatus, int Options) {
   return Result;
 }
 
-// The attribute object is a pointer there.
+// On Darwin the attribute object is a pointer.
 struct SpawnAttributes {
   int16_t Flags;
 };
@@ -123,7 +124,7 @@ int SpawnAttrInit(SpawnAttributes** ppAttributes) {
   return 0;
 }
 
-// One that is not initialised, or was destroyed, is a null pointer to all of these.
+// An attribute object that is not initialised, or was destroyed, is a null pointer.
 int SpawnAttrDestroy(SpawnAttributes** ppAttributes) {
   if (*ppAttributes == nullptr) {
     return EINVAL;
@@ -155,7 +156,8 @@ int Spawn(pid_t* pPid, const char* sPath, const void* pActions,
   posix_spawn_file_actions_t Actions;
   posix_spawn_file_actions_init(&Actions);
   if ((Flags & darwin::SPAWN_CLOEXEC_DEFAULT) != 0) {
-    // None is inherited but those that the actions name, which are none: 0, 1 and 2 go too.
+    // Only descriptors that the actions name are inherited, and no action is supported here: 0, 1
+    // and 2 are closed too.
     posix_spawn_file_actions_addclosefrom_np(&Actions, STDIN_FILENO);
   }
   pid_t     Pid    = 0;

@@ -42,7 +42,7 @@ int FamilyToDarwin(int Family) {
   }
 }
 
-// The length byte is not looked at: the call's own length counts.
+// The address's own length byte is ignored; the length given to the call counts.
 socklen_t AddressToHost(const void* pAddress, uint32_t Length, HostAddress* pHost) {
   memset(pHost, 0, sizeof(*pHost));
   const auto* pV4 = static_cast<const darwin::SockaddrIn*>(pAddress);
@@ -93,7 +93,7 @@ uint32_t AddressToDarwin(const sockaddr* pHost, void* pAddress, uint32_t Room) {
 
 namespace {
 
-// -- Sockets that must not raise SIGPIPE -----------------------------------------------------------
+// -- Sockets that must not raise SIGPIPE ---------------------------------------------------------
 
 std::mutex    QuietLock;
 std::set<int> QuietSockets;
@@ -112,9 +112,9 @@ void SetQuiet(int Socket, bool Quiet) {
   }
 }
 
-// -- Sockets whose connect() failed at once ---------------------------------------------------------
+// -- Sockets whose connect() failed at once -------------------------------------------------------
 
-// There such a socket is never reported writable, here it is.
+// Darwin never reports such a socket writable; Linux does.
 std::set<int> FailedSockets;  // guarded by QuietLock
 
 void SetFailed(int Socket, bool Failed) {
@@ -204,7 +204,7 @@ int SetOption(int Socket, int Level, int Name, const void* pValue, uint32_t Size
     return 0;
   }
   if (Row.What == Value::LingerTicks) {
-    // Whole seconds here: a part of one becomes one, as 0 would mean a reset.
+    // This system counts whole seconds. A part of one is rounded up: 0 would mean a reset.
     const bool IsPart = aNumbers[1] % TICKS_PER_SECOND != 0;
     aNumbers[1]       = aNumbers[1] / TICKS_PER_SECOND + (IsPart ? 1 : 0);
   }
@@ -233,11 +233,11 @@ int GetOption(int Socket, int Level, int Name, void* pValue, uint32_t* pSize) {
     return -1;
   }
   if (Row.What == Value::Flag && aNumbers[0] != 0 && Level == darwin::LEVEL_SOCKET) {
-    aNumbers[0] = Name;  // flags are told as the bit that they are there, not as 1
+    aNumbers[0] = Name;  // Darwin returns a flag as its bit, not as 1
   } else if (Row.What == Value::LingerTicks) {
     aNumbers[1] *= TICKS_PER_SECOND;
   } else if (Row.What == Value::BufferSize) {
-    aNumbers[0] /= 2;  // this system sets and tells twice the size asked for
+    aNumbers[0] /= 2;  // this system doubles the size asked for
   } else if (Row.What == Value::Error) {
     aNumbers[0] = aNumbers[0] == 0 ? 0 : ToDarwinErrno(aNumbers[0]);
   }
@@ -250,7 +250,7 @@ int GetOption(int Socket, int Level, int Name, void* pValue, uint32_t* pSize) {
 
 int Create(int Family, int Type, int Protocol) {
   Trace("socket(%d, %d, %d)", Family, Type, Protocol);
-  if (Type < SOCK_STREAM || Type > SOCK_RAW) {  // 1 to 3; flags can be in it here, but not there
+  if (Type < SOCK_STREAM || Type > SOCK_RAW) {  // 1 to 3; on Linux it may also contain flags
     Unknown("socket type 0x%x", static_cast<unsigned>(Type));
   }
   return socket(FamilyToHost(Family), Type, Protocol);
@@ -283,7 +283,7 @@ int Accept(int Socket, void* pAddress, uint32_t* pLength) {
     if (pAddress != nullptr) {
       *pLength = AddressToDarwin(&Host.Any, pAddress, *pLength);
     }
-    // A socket takes "non-blocking" over from the one that listens, which it does not here.
+    // On Darwin an accepted socket inherits "non-blocking" from the listening one.
     const int Flags = fcntl(Socket, F_GETFL);
     if ((Flags & O_NONBLOCK) != 0) {
       fcntl(Accepted, F_SETFL, fcntl(Accepted, F_GETFL) | O_NONBLOCK);
@@ -333,7 +333,7 @@ ssize_t Receive(int Socket, void* pData, size_t Length, int Flags) {
       static_cast<int>(FlagsToHost(static_cast<uint32_t>(Flags), MessageFlags, "message flags")));
 }
 
-// A set of descriptors is the same field of bits. The time is not touched there; it is here.
+// The sets have the same layout. Darwin leaves the time unchanged; Linux does not.
 int Select(int Num, fd_set* pRead, fd_set* pWrite, fd_set* pError, const darwin::Timeval* pTime) {
   if (pWrite != nullptr) {
     DropFailed(pWrite);
@@ -342,14 +342,14 @@ int Select(int Num, fd_set* pRead, fd_set* pWrite, fd_set* pError, const darwin:
     return select(Num, pRead, pWrite, pError, nullptr);
   }
   if (pTime->Seconds < 0 || pTime->Microseconds < 0 || pTime->Microseconds >= 1000000) {
-    errno = EINVAL;  // here the seconds would take up the rest
+    errno = EINVAL;  // Linux would carry the rest over to the seconds
     return -1;
   }
   struct timeval Host = {pTime->Seconds, pTime->Microseconds};
   return select(Num, pRead, pWrite, pError, &Host);
 }
 
-// Asked by FD_SET and its kin in newer headers: is the descriptor within the set.
+// Called by FD_SET, FD_CLR and FD_ISSET of newer headers: 1 when the descriptor is within the set.
 int CheckSetOverflow(int Descriptor, const void*, int) {
   return Descriptor >= 0 && Descriptor < 1024 ? 1 : 0;
 }

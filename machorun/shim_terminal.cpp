@@ -1,10 +1,10 @@
 // Terminals: the settings record bit by bit, and the requests of ioctl().
 //
-// A flag that this system does not have is kept here per terminal, so that the program reads back
-// what it has set. What is set is traced in Darwin's values.
+// A flag that this system lacks is kept here for each terminal, so that the program reads back what
+// it has set. Settings are traced in Darwin's values.
 //
-// MACHORUN_TERMINAL_FLAGS makes tcgetattr() tell this number (0x...) as each of the four flag
-// words: all ones and all zeros together show what the program clears, sets and leaves.
+// MACHORUN_TERMINAL_FLAGS (0x...) is what tcgetattr() returns in each of the four flag words: a run
+// with all ones and one with all zeros show what the program clears, sets and leaves.
 
 #include <errno.h>
 #include <stdlib.h>
@@ -107,7 +107,7 @@ tcflag_t ToHost(uint64_t Flags, std::span<const FlagPair> Table) {
   return static_cast<tcflag_t>(FlagsToHost(Flags & Known(Table), Table, ""));
 }
 
-// The two that are numbers and no characters.
+// The two that are numbers, not characters.
 bool IsCount(int HostIndex) {
   return HostIndex == VMIN || HostIndex == VTIME;
 }
@@ -204,8 +204,8 @@ int Flush(int Descriptor, int Queue) {
   }
 }
 
-// The driver of a USB serial port refuses a rate that it cannot make; here those that this system
-// has no number for are refused.
+// The driver of a USB serial port refuses a rate that it cannot make. Here the refused rates are
+// those that this system has no number for.
 int SetSpeed(int Descriptor, uint32_t Rate) {
   struct termios Host;
   if (tcgetattr(Descriptor, &Host) != 0) {

@@ -1,6 +1,6 @@
-// Threads. A pthread object of the program holds a signature and a pointer to this system's object;
-// one that only a static initialiser has written gets its object at the first use. An object that
-// was never initialised, or was destroyed, is told by its signature: EINVAL, as there.
+// Threads. A pthread object of the program holds a signature and a pointer to this system's object.
+// A statically initialised one gets its object at its first use. The signature also shows an object
+// that was never initialised, or was destroyed: EINVAL, as on Darwin.
 //
 // A thread's id is the address of a record, into which the program's own code writes its cleanup
 // handlers. Handlers are called when a wait for a condition is cancelled. A thread that is
@@ -26,7 +26,7 @@ int Result(int HostErrno) {
   return HostErrno == 0 ? 0 : ToDarwinErrno(HostErrno);
 }
 
-// Several threads may come to a statically initialised object at once.
+// Several threads may use a statically initialised object for the first time at once.
 template <class T, class Init>
 T* Live(darwin::ThreadObject* pObject, Init Initialise) {
   const std::lock_guard<std::mutex> Guard(CreationLock);
@@ -144,11 +144,12 @@ struct Thread {
   pthread_t      Host   = 0;
 };
 
-// All that have an id and have not ended. Some may end while the process does, so this stays.
+// All threads that have an id and have not ended. Never freed: threads may end while the process
+// does.
 std::mutex         RunningLock;
 std::set<Thread*>& Running = *new std::set<Thread*>;
 
-// The calling thread's record; one that this shim has not started gets its record when it asks.
+// The calling thread's record. A thread that was not started here gets one at its first call.
 class Identity {
  public:
   Thread* Get() {
@@ -220,14 +221,14 @@ int OnCond(darwin::ThreadObject* pCond) {
   return pHost == nullptr ? EINVAL : Result(pfCall(pHost));
 }
 
-// Cancelling unwinds the thread's calls, and ends it at once where it comes to the program's own,
-// of which this system has no description. Their frames, and the handlers in them, are still there
-// while it passes through here.
+// Cancelling unwinds the thread's frames. It stops at the program's own frames, which this system
+// cannot unwind, and ends the thread there. While it passes through here those frames still exist,
+// and so do the handlers in them.
 template <class Wait>
 int CancellableWait(Wait DoWait) {
   try {
     return Result(DoWait());
-  } catch (...) {  // nothing else is thrown there
+  } catch (...) {  // only cancelling is thrown here
     CallCleanupHandlers();
     throw;
   }
@@ -300,7 +301,7 @@ int Create(darwin::Thread** ppThread, darwin::ThreadObject* pAttributes, void* (
   auto* pNew   = new Thread;
   auto* pFirst = new Start{pNew, pfRoutine, pArgument};
   *ppThread    = &pNew->Record;
-  // Held until the host's id is known: the new thread may be cancelled, and may end, at any time.
+  // Locked until the host's id is known: the new thread may be cancelled or end at any time.
   const std::lock_guard<std::mutex> Guard(RunningLock);
   const int HostErrno = pthread_create(&pNew->Host, pHost, &RunThread, pFirst);
   if (HostErrno != 0) {

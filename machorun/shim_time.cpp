@@ -1,13 +1,13 @@
 // Sleeping and clocks.
 //
-// With MACHORUN_CLOCK_STEP_US set, time is simulated: a sleep returns at once and moves the clock
-// on by its length, each reading moves it on by that many microseconds. Time-outs of the program
-// then pass without waiting, and a loop that only reads the clock still ends. Only sleeps and
-// mach_absolute_time() live in simulated time; the calendar does not. At the end of the process the
-// milliseconds that have so passed are written to the file that MACHORUN_CLOCK_FILE names.
+// With MACHORUN_CLOCK_STEP_US set, time is simulated: a sleep returns at once and advances the
+// clock by its length; each reading advances it by that many microseconds. Time-outs of the program
+// then pass without waiting, and a loop that only reads the clock still ends. Sleeps and
+// mach_absolute_time() use simulated time, the calendar does not. At the end of the process the
+// simulated milliseconds are written to the file that MACHORUN_CLOCK_FILE names.
 //
-// MACHORUN_TIMEBASE=125/3 makes a tick of mach_absolute_time() as long as on a Mac with an arm64
-// processor, 125/3 ns; it is 1 ns without.
+// MACHORUN_TIMEBASE is the length of a tick of mach_absolute_time() in ns, 1 without it. On a Mac
+// with an arm64 processor it is 125/3.
 //
 // A library of this system that the program opens reads the same time: clock_gettime() is defined
 // here and exported, so that its calls come here too.
@@ -40,7 +40,7 @@ void WriteClockFile() {
   }
 }
 
-// 0 where time is real.
+// 0 when time is real.
 uint64_t StepNs() {
   static const uint64_t Step = [] {
     const char*    sStep = getenv("MACHORUN_CLOCK_STEP_US");

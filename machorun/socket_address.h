@@ -1,6 +1,6 @@
 // machorun/socket_address.h
 //
-// Socket addresses between the two systems, for the shims of sockets and of names.
+// Translates socket addresses between the two systems, for the shims of sockets and of names.
 
 #ifndef MACHORUN_SOCKET_ADDRESS_H
 #define MACHORUN_SOCKET_ADDRESS_H
@@ -19,8 +19,8 @@ union HostAddress {
 int FamilyToHost(int Family);
 int FamilyToDarwin(int Family);
 
-// Returns the length of the result. To Darwin at most Room bytes are written, and the whole length
-// is told all the same, as the system calls do.
+// Returns the length of the result. To Darwin at most Room bytes are written; the result is the
+// whole length all the same, as with the system calls.
 socklen_t AddressToHost(const void* pAddress, uint32_t Length, HostAddress* pHost);
 uint32_t  AddressToDarwin(const sockaddr* pHost, void* pAddress, uint32_t Room);
 

@@ -104,15 +104,19 @@
   cpuid
   testl $CPUID1_ECX_OSXSAVE, %ecx
   je    2f
+  // First which components, then the size: Darwin enables more for a thread that begins to use them,
+  // which a signal handler may do in between. The size is then larger than needed, never smaller.
+  xorl  %ecx, %ecx
+  xgetbv
+  andl  $XSAVE_VECTORS, %eax
+  movl  %eax, %r8d
   movl  $0xD, %eax
   xorl  %ecx, %ecx
   cpuid                         // %ebx = bytes for all components that the system has enabled
   subq  %rbx, %rsp
   andq  $-64, %rsp
-  xorl  %ecx, %ecx
-  xgetbv
-  andl  $XSAVE_VECTORS, %eax
-  movl  %eax, %ebx
+  movl  %r8d, %ebx
+  movl  %r8d, %eax
   xorl  %edx, %edx
   movq  %rdx, 512(%rsp)         // the header must be zero before XSAVE
   movq  %rdx, 520(%rsp)

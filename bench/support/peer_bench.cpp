@@ -21,8 +21,8 @@ namespace {
 
 // Under callgrind each contender runs so many times. One that takes longer than this for a single
 // run is left out: for long jobs the time says more.
-const int64_t NUM_COUNTED_RUNS = 20;
-const clock_t MAX_COUNTED_TIME = CLOCKS_PER_SEC / 20;
+[[maybe_unused]] const int64_t NUM_COUNTED_RUNS = 20;
+[[maybe_unused]] const clock_t MAX_COUNTED_TIME = CLOCKS_PER_SEC / 20;
 
 struct CONTENDER {
   std::string         Name;  // of a row of growth: the size

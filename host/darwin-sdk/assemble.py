@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Puts together what clang takes for a macOS SDK, on a machine that has none.
+"""Builds a folder that clang accepts as a macOS SDK, on a machine without one.
 
     assemble.py WHEEL FOLDER
 
-WHEEL is the ziglang package: it carries the C headers of Darwin and the link stub of libSystem.
-What it lacks comes from beside this script, and is our own: include/ declares the few functions
-of libedit, CoreFoundation and IOKit that the product calls, stubs/ lists them for the linker. A
-function that is missing from there does not compile or does not link; add it to both.
+WHEEL is the ziglang package: it contains the C headers of Darwin and the link stub of libSystem. The
+rest is our own and beside this script: include/ declares the few functions of libedit,
+CoreFoundation and IOKit that the product calls, stubs/ lists them for the linker. A function that is
+missing there does not compile or does not link; add it to both.
 
-FOLDER is then laid out as an SDK is, so the build needs no special case: -isysroot FOLDER. Only the
-headers of the C++ library stand apart, in FOLDER/c++, where the product does not find them: the
-tests are compiled with them, to see that a Mac would, and are not linked.
+FOLDER has the layout of an SDK, so -isysroot FOLDER is enough. The headers of the C++ library are
+apart, in FOLDER/c++, where the product does not find them: the tests are compiled with them, to see
+that a Mac would, and are not linked.
 """
 
 import pathlib
@@ -47,7 +47,7 @@ def main():
             unpack(package, prefix, sdk / "c++")
         (lib / "libSystem.tbd").write_bytes(package.read(LIBC + "darwin/libSystem.tbd"))
 
-    # Ours fill gaps and hide nothing: a header that the package has as well is a mistake here.
+    # Our headers must not hide one of the package.
     for header in (HERE / "include").rglob("*.h"):
         if (include / header.relative_to(HERE / "include")).exists():
             sys.exit(f"assemble: {header} is in the package too; remove ours")

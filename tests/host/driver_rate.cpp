@@ -8,7 +8,7 @@
 extern "C" int __real_ioctl(int hFile, unsigned long Request, ...);
 extern "C" int __wrap_ioctl(int hFile, unsigned long Request, ...);
 
-// What a line says its rate is, in place of what it was set to; 0 for what it says itself.
+// The rate that a line reports; 0 for its own.
 unsigned DriversRate;
 
 extern "C" int __wrap_ioctl(int hFile, unsigned long Request, ...) {

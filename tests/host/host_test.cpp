@@ -214,7 +214,7 @@ TEST(HostSpawn, UnknownFlagIsRefused) {
   posix_spawnattr_destroy(&Attr);
 }
 
-TEST(HostSysctl, KnowsOneNameAndSetsNothing) {
+TEST(HostSysctl, AnswersOneNameAndSetsNothing) {
   int32_t Count = 0;
   size_t  Size  = sizeof(Count);
   EXPECT_EQ(0, sysctlbyname("hw.logicalcpu", &Count, &Size, nullptr, 0));
@@ -332,7 +332,7 @@ static bool MakeMachine() {
   return true;
 }
 
-// Exit status 77: this process may not do that.
+// Exit status 77: the process lacks the permission.
 static void FindPortsOfAMachine() {
   unsetenv("HOST_CALLOUT_DEVICES");
   if (!MakeMachine()) {

@@ -3,21 +3,21 @@
 
     check_binary.py [--product IMPORTS] NAMES_INC FILE...
 
-The same promises hold for each FILE, ELF or Mach-O:
+For each FILE, ELF or Mach-O:
 
-  - it exports exactly the functions of NAMES_INC, so the lists of all systems are one list
-  - it does not depend on the probe library, which is only opened at run time
-  - Mach-O: each export is a place of its own in the code; it depends on the four libraries below
-    and no other, looks for none in folders of its own, is position independent, binds names to
-    libraries, asks for no other system than MINIMUM_OS says, and carries an ad-hoc signature that
-    fits each page of the file: the kernel ends a program at the first page that does not fit
+  - it exports exactly the functions of NAMES_INC
+  - it does not depend on the probe library, which is opened at run time only
+  - Mach-O: each export is an address of its own in the code; it depends on the four libraries below
+    and no other, has no search path for libraries, is position independent, binds names to
+    libraries, requires the system of MINIMUM_OS, and has an ad-hoc signature that fits each page of
+    the file: the kernel ends a program at a page that does not fit
 
 With --product each FILE is what users get: it has a slice for every processor of MINIMUM_OS, and
-each slice imports exactly what the list IMPORTS says, from the library that it says. What a call of
-the product adds to that list is then seen by whoever reads the change.
+each slice imports exactly the names in the list IMPORTS, each from its library. A change that adds a
+call to the system then shows in that list.
 
-Prints one line per file and slice; with --product a table of the imports by library as well. Exit
-status 1 when something is not as it should be, each such thing told in a line.
+Prints one line for each file and slice; with --product also a table of the imports by library. Prints
+one line for each fault; the exit status is then 1.
 """
 
 import argparse
@@ -36,11 +36,11 @@ LIBRARIES = {
     "/System/Library/Frameworks/IOKit.framework/Versions/A/IOKit",
 }
 MINIMUM_OS = {"X86_64": "macOS 10.13", "ARM64": "macOS 11.0"}
-# Called where the system has them, so they must not be needed to start. FD_SET asks for this one.
+# Called only where the system has them, so the program must start without them. FD_SET calls this one.
 NEWER_THAN_MINIMUM = {"___darwin_check_fd_set_overflow"}
-# The linker's label for the file header. Apple's linker exports it whatever the list says.
+# The linker's label for the file header. Apple's linker always exports it.
 HEADER_LABEL = "__mh_execute_header"
-# Of a signature, as Darwin's <kern/cs_blobs.h> has them.
+# Constants of a signature, from Darwin's <kern/cs_blobs.h>.
 EMBEDDED_SIGNATURE = 0xfade0cc0
 CODE_DIRECTORY_SLOT = 0
 SIGNED_AD_HOC = 0x2
@@ -119,7 +119,7 @@ def found_imports(where, binary):
             fault(where, f"binds {name} to no library")
             continue
         found.add((binding.library.name.rsplit("/", 1)[-1], name))
-        # A function that the oldest system lacks would keep it from starting the program.
+        # The oldest system does not start a program that needs a function it lacks.
         if name in NEWER_THAN_MINIMUM and not binding.weak_import:
             fault(where, f"does not start without {name}, which older systems lack")
     return found
@@ -152,7 +152,7 @@ def print_imports(where, binary):
 
 def check_exports(where, binary, wanted):
     exports = [e for e in macho_exports(binary) if e.symbol.name != HEADER_LABEL]
-    # C names carry an underscore here.
+    # C names begin with an underscore here.
     names = {e.symbol.name.removeprefix("_") for e in exports}
     expect_same_names(where, names, wanted)
     code = binary.get_section("__text")

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Shows that check_binary.py finds each kind of fault: files that are good are spoilt in one place.
+"""Shows that check_binary.py finds each kind of fault: it is given good files with one fault each.
 
     check_binary_test.py NAMES_INC IMPORTS UNIVERSAL ELF
 
@@ -72,7 +72,7 @@ def export_data(binary):
         binary.get_section("__data").virtual_address - binary.imagebase)
 
 
-# What is wrong then, how the file is changed, words of the message.
+# What is wrong, how the file is changed, words of the message.
 SPOILT = [
     ("the probe library as a dependency",
      spoil_text(b"/usr/lib/libedit.3.dylib", b"@rpath/libquobearm.dylib"),
@@ -104,7 +104,7 @@ SPOILT = [
      ["the code signature has no code directory"]),
 ]
 
-# The same for what is packed or signed: the slice is taken apart and put together again.
+# The same for packed data: the slice is parsed, changed and written again.
 SPOILT_SLICES = [
     ("an export less", "X86_64", lambda binary: binary.unexport("_QUOBEARM_Open"),
      "does not export QUOBEARM_Open"),

@@ -1,6 +1,6 @@
-// Checks of UTIL and SYS that need the C library and nothing else, so that they can be built for
-// macOS on Linux, where there is no GoogleTest for it; machorun runs them. The tests of UTIL and
-// SYS take in the same checks.
+// Checks of UTIL and SYS that need only the C library, so that they can be built for macOS on Linux
+// and run by machorun: no GoogleTest for macOS exists there. The tests of UTIL and SYS include the
+// same checks.
 //
 // Prints what fails and a line at the end. Exit status 0 when nothing failed.
 

@@ -1,5 +1,5 @@
-// Compiled for Darwin, with the system's own headers, and never run: that it compiles shows that
-// the shims translate from and to what is really there.
+// Compiled for Darwin with the system's own headers, and never run. It compiles only if every
+// record and constant of the shims is as in those headers.
 
 #include "machorun/darwin_abi.h"
 

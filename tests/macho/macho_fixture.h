@@ -2,7 +2,8 @@
 //
 // Runs a Mach-O file in the runner and collects what it printed and what it asked the system for.
 //
-// Not registered with ctest: script/macos builds the Mach-O files first and then runs macho_test with
+// Not registered with ctest: script/macos builds the Mach-O files first and then runs macho_test
+// with
 //   QUOBE_TEST_MACHO    folder of the x86-64 files
 //   QUOBE_TEST_TOOL     the universal executable
 //   QUOBE_TEST_RUNNER   machorun
@@ -71,10 +72,10 @@ class MachO : public ::testing::Test {
     EXPECT_EQ(0, system(Command.c_str()));
   }
 
-  // Arguments are words without quotes in them.
+  // Arguments must not contain quotes.
   Outcome Run(const std::string& File, const std::vector<std::string>& Environment = {},
               const std::string& Arguments = "") const {
-    // The braces keep the shell's own word about a child that a signal ended.
+    // The braces keep the shell's message about a child that a signal ended out of the output.
     std::string Command =
         "cd '" + Folder + "' && rm -f trace && { echo 0 | env MACHORUN_TRACE=trace";
     for (const std::string& Entry : Environment) {

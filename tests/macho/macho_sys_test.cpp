@@ -37,7 +37,7 @@ TEST_F(MachOSysCalls, OpenModesBecomeOpenFlags) {
 }
 
 // O_NONBLOCK 0x4: a pipe without a partner is not waited for. O_TRUNC is left to ftruncate().
-TEST_F(MachOSysCalls, WhatMayBeAPipeIsOpenedWithoutWaiting) {
+TEST_F(MachOSysCalls, FilesThatMayBePipesAreOpenedWithoutWaiting) {
   EXPECT_EQ((Lines{"open(regular, 0x1000205, 0644) = open", "open(regular, 0x1000006) = open",
                    "open(regular, 0x1000004) = open"}),
             Calls("regular", "open"));
@@ -153,8 +153,8 @@ TEST_F(MachOSysCalls, SocketsHaveTheirFamilyTypeAndStandardOptions) {
             Calls("sockets", "(set)?sock"));
 }
 
-// 224.0.0.1 is no peer's address: connect() fails at once, and each time the abort callback is asked
-// a new attempt has been made.
+// 224.0.0.1 cannot be a peer: connect() fails at once. Each call of the abort callback follows a
+// new attempt.
 TEST_F(MachOSysCalls, AConnectThatFailsAtOnceIsFollowedByTheNextAttempt) {
   EXPECT_EQ((Lines{"socket(2, 1, 0)", "socket(2, 1, 0)", "socket(2, 1, 0)"}),
             Calls("connect", "socket"));
@@ -166,7 +166,7 @@ TEST_F(MachOSysCalls, MappedAddressesAreAskedFor) {
             Calls("sockets", "getaddrinfo"));
 }
 
-// macOS 10.13 to 10.15 lack this one, which FD_SET asks for. Nothing else may be missing.
+// FD_SET calls this function, which macOS 10.13 to 10.15 lack. Nothing else may be missing.
 TEST_F(MachOSysCalls, ProgramsStartAndSelectWithoutWhatOlderSystemsLack) {
   const std::string Checks = Need("QUOBE_TEST_MACHO") + "/tests/macho/machine_checks";
   const Outcome     Older =
@@ -175,8 +175,8 @@ TEST_F(MachOSysCalls, ProgramsStartAndSelectWithoutWhatOlderSystemsLack) {
   EXPECT_EQ(126, Run(Checks, {"MACHORUN_WITHOUT=___stack_chk_guard"}).Status);
 }
 
-// A tick of mach_absolute_time() is 125/3 ns where the processor is an arm64 one. Only real time
-// tells: a time that is 40 times too short or too long fails the checks.
+// A tick of mach_absolute_time() is 125/3 ns on arm64. This needs real time: one that is 40 times
+// too short or too long fails the checks.
 TEST_F(MachOSysCalls, TimeIsMeasuredByTheLengthOfATick) {
   const Outcome Result = Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/machine_checks",
                              {"MACHORUN_TIMEBASE=125/3", "MACHORUN_CLOCK_STEP_US=0"});

@@ -1,5 +1,5 @@
-// The macOS executable in the runner: what only shows there. That it behaves as the Linux
-// executable does is shown by running tests/tool a second time.
+// The macOS executable in the runner: what can be seen only there. script/macos also runs
+// tests/tool with it, which shows that it behaves as the Linux executable does.
 
 #include "tests/macho/macho_fixture.h"
 
@@ -48,7 +48,7 @@ TEST_F(MachO, ExecutablePathIsAskedForWith4096Bytes) {
             LinesWith(RunTool({}).Trace, "proc_pidpath"));
 }
 
-TEST_F(MachO, ModulePathWithoutADirectoryStaysInFrontOfTheFileName) {
+TEST_F(MachO, FileNameIsAppendedToAModulePathWithoutADirectory) {
   for (const std::string Path : {"/x", "tool"}) {
     const Outcome Result = RunTool({"MACHORUN_DLADDR=" + Path, "MACHORUN_PIDPATH=!fail"});
     EXPECT_EQ((std::vector<std::string>{
@@ -125,7 +125,7 @@ TEST_F(MachO, CandidateOf512CharactersEndsTheProcessAndIsNotOpenedCut) {
   EXPECT_EQ(STATUS_ABORTED, NoneFits.Status);
 }
 
-TEST_F(MachO, LibraryIsALibraryOfThatSystem) {
+TEST_F(MachO, AProbeLibraryInMachOFormIsOpened) {
   const std::string Library = Need("QUOBE_TEST_MACHO") + "/tests/macho/libquobearm.dylib";
   ASSERT_EQ(0, symlink(Library.c_str(), (Folder + "/libquobearm.dylib").c_str()));
   const Outcome Result = RunTool({"MACHORUN_DLADDR=" + Folder + "/tool", "MACHORUN_PIDPATH=!fail"});
@@ -145,6 +145,21 @@ TEST_F(MachO, PendingErrorIsDroppedBeforeAFunctionIsLookedUp) {
       (std::vector<std::string>{"dlerror() = text", "dlsym(QUOBEARM_IsOpen)", "dlerror() = null"}),
       LinesWith(Result.Trace, "dl(error|sym)"));
   EXPECT_EQ(0, Result.Status);
+}
+
+// Darwin enables vector components for a thread when it first uses them, which a signal handler may do
+// between the two questions: the size must be the later answer.
+TEST_F(MachO, VectorRegistersAreSizedAfterTheirComponentsAreKnown) {
+  const std::string AskComponents("\x0f\x01\xd0", 3);                        // xgetbv
+  const std::string AskSize("\xb8\x0d\x00\x00\x00\x31\xc9\x0f\xa2", 9);  // cpuid, leaf 0xD, subleaf 0
+  const std::string Code       = ReadFile(Need("QUOBE_TEST_MACHO") + "/quobe-unlock");
+  const size_t      Components = Code.find(AskComponents);
+  const size_t      Size       = Code.find(AskSize);
+  ASSERT_NE(std::string::npos, Components);
+  ASSERT_NE(std::string::npos, Size);
+  EXPECT_LT(Components, Size);
+  EXPECT_EQ(std::string::npos, Code.find(AskComponents, Components + 1));
+  EXPECT_EQ(std::string::npos, Code.find(AskSize, Size + 1));
 }
 
 // -- The simulated probe --------------------------------------------------------------------------
@@ -221,7 +236,7 @@ TEST_F(MachO, SimulatedDevicesEndUpAsWithTheLinuxExecutable) {
   EXPECT_GT(NumDevices, 0);
 }
 
-// The pauses of a run, each as often as it is made in a row told once.
+// The pauses of a run; equal ones in a row count as one.
 std::vector<std::string> PausesWith(const std::string& Folder, const char* sDevice) {
   const std::string Trace = Folder + "/pauses";
   setenv("RELEASE", Need("QUOBE_TEST_RELEASE").c_str(), 1);
@@ -252,7 +267,7 @@ TEST_F(MachO, PausesWithAnL4AreThoseOfItsPollsAndReloads) {
       PausesWith(Folder, "STM32L476"));
 }
 
-// The supply's and the polls' are the same.
+// The pauses for the supply and between polls are equal.
 TEST_F(MachO, PausesWithAnH7AreOf200Milliseconds) {
   EXPECT_EQ((std::vector<std::string>{"usleep(200000)"}), PausesWith(Folder, "STM32H743"));
 }
@@ -264,7 +279,7 @@ TEST_F(MachO, PauseAfterAWrongCommandLineIsOf3Seconds) {
 
 // -- The runner itself ---------------------------------------------------------------------------
 
-TEST_F(MachO, RunnerRefusesAnImportThatIsInNoListByName) {
+TEST_F(MachO, RunnerNamesTheImportThatItRefuses) {
   const Outcome Result = Run(Need("QUOBE_TEST_MACHO") + "/tests/macho/unvetted_import");
   EXPECT_EQ(126, Result.Status);
   EXPECT_NE(std::string::npos, Result.Output.find("_getrlimit"));
@@ -336,7 +351,7 @@ TEST_F(MachO, RunnerRefusesAFileThatIsCutShort) {
   }
 }
 
-TEST_F(MachO, RunnerRefusesWhatIsNoMachOFile) {
+TEST_F(MachO, RunnerRefusesAFileThatIsNotMachO) {
   EXPECT_EQ(126, Run("/bin/true").Status);
   EXPECT_EQ(126, Run("/nonexistent").Status);
 }

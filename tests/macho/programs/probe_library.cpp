@@ -1,5 +1,5 @@
-// A probe library that is a Mach-O library: what the tool's own loader is given on a Mac. Just the
-// calls of a run that leaves by the menu.
+// A probe library in Mach-O form, as the tool opens it on a Mac. It has only the functions of a run
+// that ends in the menu.
 
 #include <stdint.h>
 #include <stdio.h>

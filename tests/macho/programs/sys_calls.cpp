@@ -1,5 +1,5 @@
-// Makes SYS ask the system for things, so that macho_test can read in the runner's trace with which
-// of Darwin's flags and numbers it does. What comes of it is not looked at here.
+// Calls SYS, so that macho_test can read in the runner's trace which of Darwin's flags and numbers
+// it passes to the system. Results are not checked here.
 //
 //   sys_calls files|regular|console|serial|ports|services|sockets|connect
 
@@ -46,7 +46,7 @@ static void CallConsole(void) {
   dup2(Pty.hKeep, STDIN_FILENO);
   const int32_t NumBefore = SYS_CONSOLE_IsKeyPressed();
   write(Pty.hMaster, "ab", 2);
-  SYS_SOCKET_WaitReadable(STDIN_FILENO, 10000);  // a terminal hands bytes on in its own time
+  SYS_SOCKET_WaitReadable(STDIN_FILENO, 10000);  // a terminal delivers bytes with a delay
   printf("%d keys, then %d\n", (int)NumBefore, (int)SYS_CONSOLE_IsKeyPressed());
   PTY_Close(&Pty);
 }
@@ -61,7 +61,7 @@ static void CallSerial(void) {
   PTY_Close(&Pty);
 }
 
-// Room for two; what is behind them must stay.
+// Room for two; what follows them must not change.
 static void CallPorts(void) {
   SYS_SERIAL_NAME aNames[3];
   memset(aNames, '#', sizeof(aNames));

@@ -1,5 +1,5 @@
-// What the runner translates and the product does not use: read back, it has to be what was set,
-// and what macOS makes of it. Prints each failure; exit status 0 when there was none.
+// Values that the runner translates and the product does not use: each is read back and must be
+// what macOS would return. Prints each failure; exit status 0 when there was none.
 
 #include <pthread.h>
 #include <signal.h>
@@ -45,7 +45,7 @@ static void CheckLinger(void) {
   CHECK(close(hSocket) == 0);
 }
 
-// "No such character" is 255; 0 is a character like any other but for the counts.
+// "No such character" is 255. 0 is an ordinary character, except for the two counts.
 static void CheckControlChars(void) {
   PTY            Pty;
   struct termios Line;
@@ -63,7 +63,7 @@ static void CheckControlChars(void) {
   CHECK(Line.c_cc[VINTR] == _POSIX_VDISABLE);
   CHECK(Line.c_cc[VMIN] == 0);
   CHECK(Line.c_cc[VTIME] == 0xFF);
-  // The line takes what would have been the character as data, and 0 too.
+  // Both the former character and 0 are data for the line.
   Line.c_lflag &= ~(tcflag_t)(ICANON | ECHO);
   Line.c_cc[VMIN]  = 2;
   Line.c_cc[VTIME] = 0;
@@ -75,7 +75,7 @@ static void CheckControlChars(void) {
   PTY_Close(&Pty);
 }
 
-// How a child ended is told in this system's numbers.
+// The status of a child uses this system's signal numbers.
 static void CheckSignal(const char* sName, int Signal) {
   char              acCommand[32];
   char              acShell[] = "/bin/sh", acOption[] = "-c";
@@ -114,7 +114,7 @@ static void CheckIds(void) {
   for (int i = 0; i < 10000 && pthread_cancel(Id) == 0; i++) {
     Pause();
   }
-  CHECK(pthread_cancel(Id) != 0);  // nobody any more
+  CHECK(pthread_cancel(Id) != 0);  // it has ended
 }
 
 int main(void) {

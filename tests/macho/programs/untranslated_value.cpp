@@ -2,7 +2,7 @@
 //
 //   untranslated_value NAME
 //
-// Prints "started" first, and "went on" when it was not stopped.
+// Prints "started" first, and "went on" if the runner did not stop it.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -158,7 +158,7 @@ static void* ReadWithHandler(void* pArg) {
   return NULL;
 }
 
-// A thread that is cancelled in a call where nobody would call its handlers.
+// A thread that is cancelled in a call that would not run its handlers.
 static void CancelledElsewhere(void) {
   static PTY     Pty;
   pthread_t      Id;
