@@ -31,6 +31,8 @@ static const int      ACCESS_DEADLINE_MS = 8000;
 static const int      PORT_DEADLINE_MS   = 4000;
 static const int      HALT_TIMEOUT_MS    = 200;
 static const int      PIN_LOW_MS         = 20;
+static const int      CORE_ATTEMPTS      = 3;
+static const int      RESET_ATTEMPTS     = 2;
 static const uint32_t WORDS_AT_ONCE      = 64;
 
 static TARGET_RESULT ResultOf(SERVER_RESULT Result) {
@@ -104,15 +106,30 @@ bool TARGET_IsPowered(ADAPTER* pAdapter) {
 
 // -- Reset ---------------------------------------------------------------------------------------
 
+// Writes a register of the core. Unlike an access to the chip it may be made again when it failed: one
+// error on the wires shall leave no core halted and no trap set.
+static TARGET_RESULT WriteCore(ADAPTER* pAdapter, uint32_t Register, uint32_t Value) {
+  TARGET_RESULT Result = TARGET_FAILED;
+  for (int i = 0; i < CORE_ATTEMPTS && Result == TARGET_FAILED; i++) {
+    Result = TARGET_Write(pAdapter, Register, 32, Value);
+  }
+  return Result;
+}
+
+// Waits until the core has stopped, and a reset has been seen if one is expected: S_RESET_ST tells of
+// it until it is read. Somebody else's server may read it before us.
 static TARGET_RESULT WaitForHalt(ADAPTER* pAdapter) {
-  const int64_t EndMs  = TEXT_NowMs() + HALT_TIMEOUT_MS;
-  uint32_t      Status = 0;
-  TARGET_RESULT Result = TARGET_OK;
+  const int64_t EndMs    = TEXT_NowMs() + HALT_TIMEOUT_MS;
+  bool          WasReset = !pAdapter->Server.IsChild;
   do {
-    // Right behind a reset a read may fail.
-    Result = TARGET_Read(pAdapter, DHCSR, 1, &Status);
-    if (Result == TARGET_GONE || (Result == TARGET_OK && (Status & S_HALT) != 0)) {
-      return Result;
+    uint32_t Status = 0;
+    // A read may fail while the chip is in reset.
+    if (TARGET_Read(pAdapter, DHCSR, 1, &Status) == TARGET_GONE) {
+      return TARGET_GONE;
+    }
+    WasReset = WasReset || (Status & S_RESET_ST) != 0;
+    if (WasReset && (Status & S_HALT) != 0) {
+      return TARGET_OK;
     }
   } while (TEXT_NowMs() < EndMs);
   return TARGET_FAILED;
@@ -126,27 +143,39 @@ static TARGET_RESULT SetPin(ADAPTER* pAdapter, const char* sState) {
 
 // The trap for the reset: the core stops at its first instruction.
 static TARGET_RESULT SetTrap(ADAPTER* pAdapter, uint32_t Control) {
-  const TARGET_RESULT Result = TARGET_Write(pAdapter, DHCSR, 32, DHCSR_DBGKEY | Control);
-  return Result == TARGET_OK ? TARGET_Write(pAdapter, DEMCR, 32, TRCENA | VC_CORERESET) : Result;
+  const TARGET_RESULT Result = WriteCore(pAdapter, DHCSR, DHCSR_DBGKEY | Control);
+  return Result == TARGET_OK ? WriteCore(pAdapter, DEMCR, TRCENA | VC_CORERESET) : Result;
 }
 
-TARGET_RESULT TARGET_Reset(ADAPTER* pAdapter, bool ByPin, uint32_t Delayms) {
-  TARGET_RESULT Result = SetTrap(pAdapter, ByPin ? C_DEBUGEN : C_DEBUGEN | C_HALT);
+static TARGET_RESULT ResetByPin(ADAPTER* pAdapter) {
+  TARGET_RESULT Result = SetTrap(pAdapter, C_DEBUGEN);
   if (Result != TARGET_OK) {
     return Result;
   }
-  if (ByPin) {
-    Result = SetPin(pAdapter, "assert");
-    usleep(PIN_LOW_MS * 1000);
-    const TARGET_RESULT Released = SetPin(pAdapter, "deassert");
-    Result                       = Result == TARGET_OK ? Released : Result;
-  } else {
-    // The chip may be in reset before it can acknowledge this, so the result says nothing.
-    Result = TARGET_Write(pAdapter, AIRCR, 32, AIRCR_VECTKEY | SYSRESETREQ);
-    Result = Result == TARGET_FAILED ? TARGET_OK : Result;
+  Result = SetPin(pAdapter, "assert");
+  usleep(PIN_LOW_MS * 1000);
+  const TARGET_RESULT Released = SetPin(pAdapter, "deassert");
+  Result                       = Result == TARGET_OK ? Released : Result;
+  return Result == TARGET_OK ? WaitForHalt(pAdapter) : Result;
+}
+
+static TARGET_RESULT ResetByCore(ADAPTER* pAdapter) {
+  uint32_t      Status = 0;
+  TARGET_RESULT Result = SetTrap(pAdapter, C_DEBUGEN | C_HALT);
+  if (Result != TARGET_OK) {
+    return Result;
   }
-  if (Result == TARGET_OK) {
-    Result = WaitForHalt(pAdapter);
+  // Forgets the resets before this one.
+  TARGET_Read(pAdapter, DHCSR, 1, &Status);
+  // The chip may be in reset before it can acknowledge this, so its failure says nothing.
+  Result = TARGET_Write(pAdapter, AIRCR, 32, AIRCR_VECTKEY | SYSRESETREQ);
+  return Result == TARGET_GONE ? Result : WaitForHalt(pAdapter);
+}
+
+TARGET_RESULT TARGET_Reset(ADAPTER* pAdapter, bool ByPin, uint32_t Delayms) {
+  TARGET_RESULT Result = TARGET_FAILED;
+  for (int i = 0; i < RESET_ATTEMPTS && Result == TARGET_FAILED; i++) {
+    Result = ByPin ? ResetByPin(pAdapter) : ResetByCore(pAdapter);
   }
   if (Delayms > 0) {
     usleep(Delayms * 1000);
@@ -155,8 +184,8 @@ TARGET_RESULT TARGET_Reset(ADAPTER* pAdapter, bool ByPin, uint32_t Delayms) {
 }
 
 void TARGET_Resume(ADAPTER* pAdapter) {
-  if (TARGET_Write(pAdapter, DEMCR, 32, 0) != TARGET_GONE) {
-    TARGET_Write(pAdapter, DHCSR, 32, DHCSR_DBGKEY);
+  if (WriteCore(pAdapter, DEMCR, 0) != TARGET_GONE) {
+    WriteCore(pAdapter, DHCSR, DHCSR_DBGKEY);
   }
 }
 
@@ -244,6 +273,9 @@ bool TARGET_Attach(ADAPTER* pAdapter, const CONFIG* pConfig, TARGET_FACTS* pFact
   } else if (UnderReset) {
     Good = LeaveReset(pAdapter) == TARGET_OK;
     TEXT_Format(pError, ErrorSize, "%s", Good ? "" : IsHeldInReset(pAdapter) ? sHeld : sNoHalt);
+    if (!Good) {
+      TARGET_Resume(pAdapter);
+    }
   } else {
     Good = !IsHeldInReset(pAdapter);
     TEXT_Format(pError, ErrorSize, "%s", Good ? "" : sHeld);

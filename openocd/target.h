@@ -34,10 +34,12 @@ struct TARGET_FACTS {
 bool TARGET_Attach(ADAPTER* pAdapter, const CONFIG* pConfig, TARGET_FACTS* pFacts, char* pError,
                    size_t ErrorSize);
 
-// Lets the core run, without any trap for the next reset.
+// Lets the core run, without any trap for the next reset. Made again when it fails, as all accesses to
+// the core are.
 void TARGET_Resume(ADAPTER* pAdapter);
 
-// Resets the chip and stops its core before the first instruction. Delayms passes after it.
+// Resets the chip and stops its core before the first instruction; once more if no reset was seen.
+// Delayms passes after it.
 TARGET_RESULT TARGET_Reset(ADAPTER* pAdapter, bool ByPin, uint32_t Delayms);
 
 // Reads Count words by one 32-bit access each. pData is left alone on failure.

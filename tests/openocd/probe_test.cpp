@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <string.h>
 
+#include <algorithm>
+
 // Both headers declare the operations: a difference between the library and the tool does not compile.
 #include "openocd/quobearm.h"
 #include "probeapi/quobearm.h"
@@ -536,12 +538,14 @@ TEST_F(OpenocdProbe, a_write_that_fails_is_told_and_the_connection_goes_on) {
 // -- Reset ---------------------------------------------------------------------------------------
 
 TEST_F(OpenocdProbe, a_reset_by_the_core_halts_it_and_waits_for_that) {
-  Connect("read_memory 3 error {}\nread_memory 4 result 0x02010003\n");
+  // Of the looks after the reset the first fails and the second finds the core still running.
+  Connect("read_memory 4 error {}\nread_memory 5 result 0x02010003\n");
   EXPECT_EQ(0, SetResetType(0));
   SetResetDelay(0);
   EXPECT_EQ(0, Reset());
   EXPECT_EQ((Lines{"stm32.mem write_memory 0xE000EDF0 32 {0xA05F0003}",
                    "stm32.mem write_memory 0xE000EDFC 32 {0x1000001}",
+                   "stm32.mem read_memory 0xE000EDF0 32 1",
                    "stm32.mem write_memory 0xE000ED0C 32 {0x5FA0004}",
                    "stm32.mem read_memory 0xE000EDF0 32 1", "stm32.mem read_memory 0xE000EDF0 32 1",
                    "stm32.mem read_memory 0xE000EDF0 32 1"}),
@@ -561,13 +565,33 @@ TEST_F(OpenocdProbe, a_reset_by_the_pin_pulls_it_and_lets_go) {
             NewRequests());
 }
 
-TEST_F(OpenocdProbe, a_reset_that_does_not_halt_gives_up_after_200_ms) {
+TEST_F(OpenocdProbe, a_reset_that_is_not_seen_is_made_once_more) {
+  Connect("0xE000ED0C 1 error {}\n");
+  EXPECT_EQ(0, Reset());
+  const Lines All = NewRequests();
+  EXPECT_EQ(2,
+            std::count(All.begin(), All.end(), "stm32.mem write_memory 0xE000ED0C 32 {0x5FA0004}"));
+}
+
+TEST_F(OpenocdProbe, a_reset_that_does_not_halt_gives_up_after_200_ms_twice) {
   Connect("0xE000EDF0 0 result 0x10003\n");
   StartClock();
   EXPECT_GT(0, Reset());
-  EXPECT_GE(ElapsedMs(), 200);
-  EXPECT_LT(ElapsedMs(), 1000);
+  EXPECT_GE(ElapsedMs(), 400);
+  EXPECT_LT(ElapsedMs(), 2000);
   EXPECT_EQ(1u, IsOpen());
+}
+
+TEST_F(OpenocdProbe, what_holds_the_core_is_written_again_when_that_failed) {
+  Connect("0xE000EDFC 1 error {}\n0xE000EDFC 3 error {}\n0xE000EDFC 4 error {}\n");
+  EXPECT_EQ(0, Reset());
+  NewRequests();
+  Close();
+  EXPECT_EQ((Lines{"stm32.mem write_memory 0xE000EDFC 32 {0x0}",
+                   "stm32.mem write_memory 0xE000EDFC 32 {0x0}",
+                   "stm32.mem write_memory 0xE000EDFC 32 {0x0}",
+                   "stm32.mem write_memory 0xE000EDF0 32 {0xA05F0000}"}),
+            NewRequests());
 }
 
 TEST_F(OpenocdProbe, the_delay_passes_after_the_reset) {

@@ -89,11 +89,25 @@ void Write(const std::string& sText) {
   }
 }
 
+// The core: stopped, and whether it was reset since the last look.
+const uint32_t AIRCR = 0xE000ED0C, DHCSR = 0xE000EDF0;
+const uint32_t S_RESET_ST = 1u << 25, STOPPED = 0x00030003;
+bool           WasReset = false;
+
+uint32_t ReadWord(uint32_t Address) {
+  if (Address != DHCSR) {
+    return Memory[Address];
+  }
+  const uint32_t Status = STOPPED | (WasReset ? S_RESET_ST : 0);
+  WasReset              = false;
+  return Status;
+}
+
 std::string ReadMemory(uint32_t Address, uint32_t Count) {
   std::string sWords;
   for (uint32_t i = 0; i < Count; i++) {
     char acWord[16];
-    snprintf(acWord, sizeof(acWord), "%s0x%x", i == 0 ? "" : " ", Memory[Address + 4 * i]);
+    snprintf(acWord, sizeof(acWord), "%s0x%x", i == 0 ? "" : " ", ReadWord(Address + 4 * i));
     sWords += acWord;
   }
   return Count == 1 ? sWords : "{" + sWords + "}";
@@ -112,6 +126,11 @@ std::string ResultOf(const std::string& sCommand) {
   if (sWrite != nullptr &&
       sscanf(sWrite, "write_memory %x %u {%x}", &Address, &Bits, &Value) == 3) {
     Memory[Address] = Value;
+    WasReset        = WasReset || Address == AIRCR;
+    return "{}";
+  }
+  if (sCommand == "adapter deassert srst") {
+    WasReset = true;
     return "{}";
   }
   if (sCommand == "version") {
@@ -252,8 +271,6 @@ int main(int NumArgs, char** pasArgs) {
   signal(SIGPIPE, SIG_IGN);
   setvbuf(stderr, nullptr, _IOLBF, 0);
   LoadRules(LogStart(NumArgs, pasArgs));
-  // As a core that has been reset and caught: S_HALT, and no reset under way.
-  Memory[0xE000EDF0] = 0x00030003;
   Memory[0xE000ED00] = 0x410FC241;
   while (read(STDIN_FILENO, &c, 1) == 1) {
     if (c == '\x1A') {
