@@ -247,4 +247,5 @@ def main():
     return 1 if failed or not blocks else 0
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())
