@@ -171,7 +171,7 @@ int CHILD_Start(CHILD* pChild, const char* sProgram) {
 void CHILD_End(CHILD* pChild, int GraceMs, bool (*pfDrain)(void* pContext), void* pContext) {
   const int64_t EndMs = TEXT_NowMs() + GraceMs;
   close(pChild->Socket);
-  bool    LogIsOpen = GraceMs > 0 && pChild->Log >= 0;
+  bool    LogIsOpen = GraceMs > 0;
   int64_t LeftMs    = GraceMs;
   while (LogIsOpen && LeftMs > 0) {
     pollfd Log = {pChild->Log, POLLIN, 0};
@@ -187,9 +187,7 @@ void CHILD_End(CHILD* pChild, int GraceMs, bool (*pfDrain)(void* pContext), void
     signal(SIGPIPE, pfOld);
   }
   close(pChild->Life);
-  if (pChild->Log >= 0) {
-    close(pChild->Log);
-  }
+  close(pChild->Log);
   while (waitpid(pChild->Guard, NULL, 0) < 0 && errno == EINTR) {
   }
 }

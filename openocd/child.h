@@ -15,7 +15,7 @@
 
 struct CHILD {
   int   Socket;  // OpenOCD's standard input and output; non-blocking
-  int   Log;     // its standard error, to be read from; non-blocking; -1 at its end
+  int   Log;     // its standard error, to be read from; non-blocking
   int   Life;    // the guard ends OpenOCD when this is closed
   pid_t Guard;
 };

@@ -15,9 +15,11 @@
 #include "openocd/answer.h"
 #include "openocd/text.h"
 
-static const size_t MAX_LOG_BYTES      = 16 << 20;
-static const size_t LOG_BYTES_AT_ONCE  = 64 << 10;  // then it is the answer's turn
-static const int    CONNECT_TIMEOUT_MS = 5000;
+static const size_t   MAX_LOG_BYTES      = 16 << 20;
+static const size_t   LOG_BYTES_AT_ONCE  = 64 << 10;  // then it is the answer's turn
+static const int      LOG_PERIOD_MS      = 20;
+static const uint32_t LOG_REQUESTS       = 256;  // after so many their lines are read in any case
+static const int      CONNECT_TIMEOUT_MS = 5000;
 
 // -- Log -----------------------------------------------------------------------------------------
 
@@ -178,7 +180,7 @@ bool SERVER_IsAlive(SERVER* pServer) {
 
 static SERVER_RESULT Give(SERVER* pServer, const char* sReason) {
   TEXT_Format(pServer->acReason, sizeof(pServer->acReason), "%s", sReason);
-  // What it last said may be the reason.
+  // What it said last may be the reason.
   if (pServer->IsChild) {
     DrainLog(pServer);
   }
@@ -196,19 +198,18 @@ static ssize_t WriteQuietly(int Socket, const char* pBytes, size_t Length) {
   return Written;
 }
 
-// Waits until the socket is ready, and meanwhile reads the log. False when the time is over.
+// Waits until the socket is ready, for a moment at a time. The log is read in between and not waited
+// for: OpenOCD writes a line with every answer, and waking up for both would cost as much again. False
+// when the time is over.
 static bool Wait(SERVER* pServer, short Events, int64_t EndMs) {
-  const int64_t LeftMs   = EndMs - TEXT_NowMs();
-  pollfd        aFiles[] = {{pServer->Child.Socket, Events, 0}, {pServer->Child.Log, POLLIN, 0}};
+  const int64_t LeftMs = EndMs - TEXT_NowMs();
+  pollfd        Socket = {pServer->Child.Socket, Events, 0};
   if (LeftMs <= 0) {
     return false;
   }
-  // A log at its end stays ready for reading: it is left alone then.
-  const nfds_t NumFiles = pServer->IsChild && pServer->Child.Log >= 0 ? 2 : 1;
-  const int    Ready    = poll(aFiles, NumFiles, static_cast<int>(LeftMs));
-  if (Ready > 0 && NumFiles == 2 && aFiles[1].revents != 0 && !DrainLog(pServer)) {
-    close(pServer->Child.Log);
-    pServer->Child.Log = -1;
+  if (poll(&Socket, 1, LeftMs < LOG_PERIOD_MS ? static_cast<int>(LeftMs) : LOG_PERIOD_MS) == 0 &&
+      pServer->IsChild) {
+    DrainLog(pServer);
   }
   return true;
 }
@@ -300,7 +301,7 @@ SERVER_RESULT SERVER_Request(SERVER* pServer, int DeadlineMs, char* pAnswer, siz
     pAnswer[0] = '\0';
     return Give(pServer, sReason);
   }
-  if (Code != 0 && pServer->IsChild) {
+  if (pServer->IsChild && (Code != 0 || pServer->Number % LOG_REQUESTS == 0)) {
     DrainLog(pServer);
   }
   return Code == 0 ? SERVER_OK : SERVER_REFUSED;
