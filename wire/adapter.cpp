@@ -47,9 +47,10 @@ static const uint8_t REQUEST_RDBUFF  = REQUEST_READ | 0xC;
 static const uint8_t ACK_PROTOCOL    = 1u << 3;
 static const uint8_t ACK_MISMATCH    = 1u << 4;
 static const uint8_t PIN_SWCLK = 1u << 0, PIN_SWDIO = 1u << 1, PIN_TDO = 1u << 3,
-                     PIN_NRESET       = 1u << 7;
-static const uint32_t LINE_RESET_BITS = 50;
-static const uint64_t LATE_STEP_US    = 100;
+                     PIN_NRESET         = 1u << 7;
+static const uint32_t LINE_RESET_BITS   = 50;
+static const uint64_t BITS_PER_TRANSFER = 46;  // request, acknowledge, data, parity and turns
+static const uint64_t LATE_STEP_US      = 100;
 
 bool ParseAdapterFault(const std::string& sText, ADAPTER_FAULT* pFault) {
   static const struct {
@@ -171,6 +172,11 @@ int Adapter::Sequence(READER* pReader, uint8_t* pAnswer) {
   return 2;
 }
 
+bool Adapter::SetClock(uint32_t Hz) {
+  clockHz_ = Hz != 0 ? Hz : clockHz_;
+  return Hz != 0;
+}
+
 uint8_t Adapter::Connect(uint8_t Wanted) {
   connected_ = Wanted == 0 || Wanted == PORT_SWD;
   return connected_ ? PORT_SWD : 0;
@@ -183,6 +189,15 @@ void Adapter::Disconnect() {
 }
 
 int Adapter::Execute(const uint8_t* pRequest, uint8_t* pAnswer) {
+  bits_            = 0;
+  const int Length = Command(pRequest, pAnswer);
+  if (setup_.TakesTime && bits_ != 0) {
+    SleepUs(bits_ * 1000000 / clockHz_);
+  }
+  return unplugged_ ? -1 : silent_ ? 0 : Length;
+}
+
+int Adapter::Command(const uint8_t* pRequest, uint8_t* pAnswer) {
   READER Reader = {pRequest + 1, pRequest + REPORT_SIZE};
   memset(pAnswer, 0, REPORT_SIZE);
   pAnswer[0] = pRequest[0];
@@ -230,7 +245,7 @@ int Adapter::Execute(const uint8_t* pRequest, uint8_t* pAnswer) {
       Length = Pins(&Reader, pAnswer);
       break;
     case DAP_SWJ_CLOCK:
-      pAnswer[1] = Reader.U32() != 0 ? STATUS_OK : STATUS_ERROR;
+      pAnswer[1] = SetClock(Reader.U32()) ? STATUS_OK : STATUS_ERROR;
       break;
     case DAP_SWJ_SEQUENCE:
       Length = Sequence(&Reader, pAnswer);
@@ -240,7 +255,7 @@ int Adapter::Execute(const uint8_t* pRequest, uint8_t* pAnswer) {
       Length     = 1;
       break;
   }
-  return unplugged_ ? -1 : silent_ ? 0 : Length;
+  return Length;
 }
 
 // -- Transfers -----------------------------------------------------------------------------------
@@ -263,6 +278,7 @@ uint8_t Adapter::Raw(uint8_t Request, uint32_t* pData) {
   uint32_t       Attempts = waitRetries_ + 1u;
   for (;;) {
     uint8_t Ack = ACK_WAIT;
+    bits_ += BITS_PER_TRANSFER;
     if (waitsLeft_ != 0 && !Always) {
       waitsLeft_--;
     } else {

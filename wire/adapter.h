@@ -41,8 +41,9 @@ struct ADAPTER_FAULT {
 bool ParseAdapterFault(const std::string& sText, ADAPTER_FAULT* pFault);
 
 struct ADAPTER {
-  std::string sSerial;
-  bool        WaitsOnWire = false;  // a bus that stalls shows as WAIT, else as a late answer
+  std::string                sSerial;
+  bool                       TakesTime   = false;  // as long as the bits need at the clock set
+  bool                       WaitsOnWire = false;  // a bus that stalls: WAIT, else a late answer
   std::vector<ADAPTER_FAULT> Faults;
 };
 
@@ -50,7 +51,7 @@ class Adapter {
  public:
   Adapter(ADAPTER Setup, DebugPort& Port) : setup_(std::move(Setup)), port_(Port) {}
 
-  // Carries out one report. Returns the length of the answer, which has room for REPORT_SIZE bytes
+  // Carries out one report, and takes its time for that. Returns the length of the answer, which has room for REPORT_SIZE bytes
   // and is filled up with zeros; 0 when there is no answer, -1 when the adapter is unplugged.
   int Execute(const uint8_t* pRequest, uint8_t* pAnswer);
 
@@ -63,7 +64,9 @@ class Adapter {
   struct READER;
   struct LIST;
 
+  int                  Command(const uint8_t* pRequest, uint8_t* pAnswer);
   int                  Info(uint8_t What, uint8_t* pAnswer);
+  bool                 SetClock(uint32_t Hz);
   uint8_t              Connect(uint8_t Wanted);
   int                  Transfer(READER* pReader, uint8_t* pAnswer);
   int                  TransferBlock(READER* pReader, uint8_t* pAnswer);
@@ -81,6 +84,8 @@ class Adapter {
   DebugPort& port_;
   uint64_t   numTransfers_ = 0;
   uint64_t   waitsLeft_    = 0;
+  uint64_t   bits_         = 0;  // on the wires, of the report that is being carried out
+  uint32_t   clockHz_      = 1000000;
   bool       connected_    = false;
   bool       unplugged_    = false;
   bool       silent_       = false;

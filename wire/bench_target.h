@@ -32,6 +32,9 @@ class BenchTarget : public Target {
   bool                       Open(uint32_t SerialNo, std::string* psError);
   const sim::PROBE_SETTINGS& Settings() const { return probe_; }
 
+  // Whether the bench's own times are counted and not waited.
+  bool IsFast() const { return clock_.IsFast(); }
+
   // The probe's supply; the board may have one of its own.
   void SwitchSupply(bool On);
 

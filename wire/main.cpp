@@ -106,6 +106,10 @@ static void CatchSignals() {
 int main(int NumArgs, char** pasArgs) {
   ARGUMENTS   Arguments;
   std::string sError;
+  if (NumArgs == 2 && strcmp(pasArgs[1], "--help") == 0) {
+    fputs(USAGE, stdout);
+    return EXIT_ENDED;
+  }
   if (!ParseArguments(NumArgs, pasArgs, &Arguments)) {
     fputs(USAGE, stderr);
     return EXIT_USAGE;
@@ -118,7 +122,8 @@ int main(int NumArgs, char** pasArgs) {
   if (Arguments.Adapter.sSerial.empty()) {
     Arguments.Adapter.sSerial = std::to_string(Target.Settings().SerialNo);
   }
-  const int Listener = wire::Listen(&Arguments.Port);
+  Arguments.Adapter.TakesTime = !Target.IsFast();
+  const int Listener          = wire::Listen(&Arguments.Port);
   if (Listener < 0) {
     perror("quobe-wire: socket");
     return EXIT_BENCH;

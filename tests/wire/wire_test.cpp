@@ -272,7 +272,7 @@ TEST_F(WireAdapter, an_address_that_is_no_multiple_of_the_size_fails) {
 
 class WireThatWaits : public WireAdapter {
  protected:
-  WireThatWaits() : WireAdapter({"x", true, {}}) {}
+  WireThatWaits() : WireAdapter({"x", false, true, {}}) {}
 };
 
 TEST_F(WireThatWaits, a_bus_that_stalls_is_answered_with_wait_until_it_is_over) {
