@@ -3,10 +3,12 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
 #include "bench/support/peer_bench.h"
+#include "util/cpu.h"
 #include "util/value_text.h"
 
 namespace {
@@ -40,18 +42,23 @@ char* StoreAddr(char* p, uint32_t Addr) {
   return p + 12;
 }
 
-// The text has room for everything, so nothing is tested on the way.
-__attribute__((noinline)) uint32_t DumpByTable(char* pText, const uint8_t* pData, uint32_t NumBytes,
-                                               uint32_t Addr) {
+// The same arguments as ours, but the text has room for everything: nothing is tested on the way.
+__attribute__((noipa)) uint32_t DumpByTable(char* pText, const uint8_t* pData, uint32_t NumBytes,
+                                            int ShowAddr, uint32_t Addr, uint32_t BytesPerLine) {
   char* p = pText;
-  for (uint32_t i = 0; i < NumBytes; i += LINE) {
-    p = StoreAddr(p, Addr + i);
-    for (uint32_t k = 0; k < LINE; k++) {
-      memcpy(p, Table.a[pData[i + k]], 4);
+  for (uint32_t i = 0; i < NumBytes; i += BytesPerLine) {
+    if (ShowAddr) {
+      p = StoreAddr(p, Addr + i);
+    }
+    const uint32_t End = std::min(i + BytesPerLine, NumBytes);
+    for (uint32_t k = i; k < End; k++) {
+      memcpy(p, Table.a[pData[k]], 4);
       p += 3;
     }
-    memcpy(p, "\r\n", 2);
-    p += 2;
+    if (End == i + BytesPerLine) {
+      memcpy(p, "\r\n", 2);
+      p += 2;
+    }
   }
   *p++ = 0;
   return (uint32_t)(p - pText);
@@ -64,7 +71,7 @@ std::string TheText() {
   return std::string(Text.data(), Len);
 }
 
-void AddRow(const char* sRow, double Goal, uint32_t NumBytes) {
+void AddRow(const char* sRow, double Goal, uint32_t NumBytes, CPU_LEVEL Level) {
   std::mt19937         Random(1);
   std::vector<uint8_t> Data(NumBytes);
   for (uint8_t& b : Data) {
@@ -73,24 +80,32 @@ void AddRow(const char* sRow, double Goal, uint32_t NumBytes) {
   BENCH_Row(sRow, Goal);
   BENCH_Add(
       "ours",
-      [Data, NumBytes] {
+      [Data, NumBytes, Level] {
+        CPU_ChosenLevel = Level;
         Len = UTIL_HexDump(Text.data(), (uint32_t)Text.size(), Data.data(), NumBytes, 1, 0x20000000,
                            LINE);
       },
       TheText);
   BENCH_Add(
       "table, 4-byte stores",
-      [Data, NumBytes] { Len = DumpByTable(Text.data(), Data.data(), NumBytes, 0x20000000); },
+      [Data, NumBytes] {
+        Len = DumpByTable(Text.data(), Data.data(), NumBytes, 1, 0x20000000, LINE);
+      },
       TheText);
 }
 
 }  // namespace
 
 int main(int NumArgs, char** pasArgs) {
+  const CPU_LEVEL Best = CPU_Limit(CPU_AVX2);
   BENCH_Job("hexdump", "Hex dump, 16 bytes a line with addresses");
-  AddRow("64 B", 0.45, 64);
-  AddRow("4 KiB", 0.45, 4 << 10);
-  AddRow("64 KiB", 0.45, 64 << 10);
-  AddRow("1 MiB", 0.45, 1 << 20);
+  AddRow("64 B", 0.45, 64, Best);
+  AddRow("4 KiB", 0.45, 4 << 10, Best);
+  AddRow("64 KiB", 0.45, 64 << 10, Best);
+  AddRow("1 MiB", 0.45, 1 << 20, Best);
+  AddRow("64 B, baseline", 1.0, 64, CPU_PLAIN);
+  AddRow("4 KiB, baseline", 1.0, 4 << 10, CPU_PLAIN);
+  AddRow("64 KiB, baseline", 1.0, 64 << 10, CPU_PLAIN);
+  AddRow("1 MiB, baseline", 1.0, 1 << 20, CPU_PLAIN);
   return BENCH_Main(NumArgs, pasArgs);
 }

@@ -107,6 +107,10 @@ CPU_TARGET_AVX2 static inline WIDE WIDE_Load(const void* p) {
   return Block;
 }
 
+CPU_TARGET_AVX2 static inline void WIDE_Store(void* p, WIDE Block) {
+  memcpy(p, &Block, sizeof(Block));
+}
+
 // One bit for each byte.
 CPU_TARGET_AVX2 static inline uint32_t WIDE_Mask(WIDE IsTrue) {
   return (uint32_t)_mm256_movemask_epi8((__m256i)IsTrue);

@@ -3,13 +3,8 @@
 #include <stddef.h>
 #include <string.h>
 
-// UTIL_BASELINE_ONLY leaves out the loops for wider instructions: the tests build that too.
-#if defined(__x86_64__) && !defined(UTIL_BASELINE_ONLY)
-#define HAS_WIDE_LOOPS 1
-#include <cpuid.h>
-#else
-#define HAS_WIDE_LOOPS 0
-#endif
+#include "util/block.h"
+#include "util/cpu.h"
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the host's order is taken as LE");
 
@@ -149,73 +144,78 @@ uint64_t UTIL_SwapU64(uint64_t Value) {
   return Swap(Value);
 }
 
-// Array swaps. One plain loop is compiled for the baseline and, on x86-64, once more for AVX2,
-// whose byte shuffle makes a swap one instruction for 32 bytes. Every ARM64 processor has such a
-// shuffle.
+// Array swaps
 
 template <typename UNIT>
 FORCE_INLINE void SwapLoop(uint8_t* pDest, const uint8_t* pSource, size_t NumItems) {
-  for (size_t i = 0; i < NumItems; i++) {  // coverage: narrow in util_byteorder_baseline_test
+  for (size_t i = 0; i < NumItems; i++) {
     Store(pDest + i * sizeof(UNIT), Swap(Load<UNIT>(pSource + i * sizeof(UNIT))));
   }
 }
 
-// In place the compiler must see that there is only one array: it otherwise guards against an
-// overlap and takes its slow loop for it.
 template <typename UNIT>
-FORCE_INLINE void SwapApartOrInPlace(uint8_t* pDest, const uint8_t* pSource, size_t NumItems) {
-  if (pDest == pSource) {  // coverage: narrow in util_byteorder_baseline_test
+static void SwapPlain(uint8_t* pDest, const uint8_t* pSource, size_t NumItems) {
+  // In place the compiler must see that there is only one array: it otherwise guards against an
+  // overlap and takes its slow loop.
+  if (pDest == pSource) {
     SwapLoop<UNIT>(pDest, pDest, NumItems);
   } else {
     SwapLoop<UNIT>(pDest, pSource, NumItems);
   }
 }
 
-#if HAS_WIDE_LOOPS
+#if CPU_HAS_WIDE
 
-template <typename UNIT>
-__attribute__((target("avx2"))) static void SwapWide(uint8_t* pDest, const uint8_t* pSource,
-                                                     size_t NumItems) {
-  SwapApartOrInPlace<UNIT>(pDest, pSource, NumItems);
-}
-
-// AVX2 in the processor, and its registers saved by the system.
-static int32_t AskForAVX2() {
-  const uint32_t XCR0_SSE_AVX = 0x6;
-  uint32_t       a, b, c, d, Saved, High;
-  __cpuid(1, a, b, c, d);
-  if ((c & bit_OSXSAVE) == 0) {  // coverage: only an emulated processor is that old
-    return 0;                    // coverage: see above
+// Swaps whole blocks, four at a time. Returns the number of bytes swapped. The four are loaded before
+// the first one is stored, which is right in place too.
+CPU_TARGET_AVX2 static size_t SwapBlocks(uint8_t* pDest, const uint8_t* pSource, size_t NumBytes,
+                                         uint32_t UnitSize) {
+  // Where each byte of a block of 16 comes from.
+  alignas(16) uint8_t acFrom[16];
+  for (uint32_t i = 0; i < 16; i++) {
+    acFrom[i] = (uint8_t)(i ^ (UnitSize - 1));
   }
-  __asm__("xgetbv" : "=a"(Saved), "=d"(High) : "c"(0));
-  return (Saved & XCR0_SSE_AVX) == XCR0_SSE_AVX &&        // coverage: see above
-         __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 &&  // coverage: see above
-         (b & bit_AVX2) != 0;                             // coverage: see above
-}
-
-// Asked once: under a virtual machine each question costs thousands of cycles. Two threads that ask
-// at the same time get the same answer.
-static int32_t HasAVX2() {
-  static int32_t Answer = -1;
-  int32_t        Known  = __atomic_load_n(&Answer, __ATOMIC_RELAXED);
-  if (Known < 0) {
-    Known = AskForAVX2();
-    __atomic_store_n(&Answer, Known, __ATOMIC_RELAXED);
+  const __m256i From = _mm256_broadcastsi128_si256(_mm_load_si128((const __m128i*)acFrom));
+  size_t        i    = 0;
+  for (; i + 4 * WIDE_BYTES <= NumBytes; i += 4 * WIDE_BYTES) {
+    const WIDE Block0 = WIDE_Load(pSource + i);
+    const WIDE Block1 = WIDE_Load(pSource + i + 32);
+    const WIDE Block2 = WIDE_Load(pSource + i + 64);
+    const WIDE Block3 = WIDE_Load(pSource + i + 96);
+    WIDE_Store(pDest + i, (WIDE)_mm256_shuffle_epi8((__m256i)Block0, From));
+    WIDE_Store(pDest + i + 32, (WIDE)_mm256_shuffle_epi8((__m256i)Block1, From));
+    WIDE_Store(pDest + i + 64, (WIDE)_mm256_shuffle_epi8((__m256i)Block2, From));
+    WIDE_Store(pDest + i + 96, (WIDE)_mm256_shuffle_epi8((__m256i)Block3, From));
   }
-  return Known;
+  for (; i + WIDE_BYTES <= NumBytes; i += WIDE_BYTES) {
+    const WIDE Block = WIDE_Load(pSource + i);
+    WIDE_Store(pDest + i, (WIDE)_mm256_shuffle_epi8((__m256i)Block, From));
+  }
+  return i;
 }
 
 #endif
 
 template <typename UNIT>
-static void SwapArray(void* pDest, const void* pSource, size_t NumItems) {
-#if HAS_WIDE_LOOPS
-  if (HasAVX2()) {  // coverage: depends on the processor
-    SwapWide<UNIT>((uint8_t*)pDest, (const uint8_t*)pSource, NumItems);
-    return;
+FORCE_INLINE void SwapArray(void* pDest, const void* pSource, size_t NumItems) {
+  uint8_t*       pd = (uint8_t*)pDest;
+  const uint8_t* ps = (const uint8_t*)pSource;
+#if CPU_HAS_WIDE
+  if (NumItems * sizeof(UNIT) >= 8 * WIDE_BYTES && CPU_HasAVX2()) {
+    // Stores that lie across two lines of the cache take twice the time: first up to a whole block.
+    const size_t NumFirst = (0 - (uintptr_t)pd) % WIDE_BYTES / sizeof(UNIT);
+    SwapPlain<UNIT>(pd, ps, NumFirst);
+    const size_t NumBytes = NumFirst * sizeof(UNIT);
+    const size_t NumDone =
+        NumFirst + SwapBlocks(pd + NumBytes, ps + NumBytes, (NumItems - NumFirst) * sizeof(UNIT),
+                              sizeof(UNIT)) /
+                       sizeof(UNIT);
+    pd += NumDone * sizeof(UNIT);
+    ps += NumDone * sizeof(UNIT);
+    NumItems -= NumDone;
   }
 #endif
-  SwapApartOrInPlace<UNIT>((uint8_t*)pDest, (const uint8_t*)pSource, NumItems);
+  SwapPlain<UNIT>(pd, ps, NumItems);
 }
 
 void UTIL_SwapArrayU16(void* pDest, const void* pSource, uint32_t NumItems) {

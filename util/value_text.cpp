@@ -5,15 +5,20 @@
 #include <string.h>
 
 #include "util/arith.h"
+#include "util/block.h"
+#include "util/cpu.h"
+#include "util/digits.h"
 #include "util/format.h"
 #include "util/string.h"
+
+namespace {
 
 struct SIZE_UNIT {
   uint32_t    Shift;
   const char* sName;
 };
 
-static const SIZE_UNIT aSizeUnit[] = {{30, "GB"}, {20, "MB"}, {10, "KB"}};
+const SIZE_UNIT aSizeUnit[] = {{30, "GB"}, {20, "MB"}, {10, "KB"}};
 
 // What a byte looks like in a dump: two digits, a blank, and a fourth character that nobody sees,
 // as four are copied at once.
@@ -21,11 +26,11 @@ struct DUMP_TABLE {
   char a[256][4];
 };
 
-static const uint32_t DUMP_BYTE_LEN = 3;   // two digits, blank
-static const uint32_t DUMP_ADDR_LEN = 12;  // 0x, eight digits, colon, blank
-static const uint32_t DUMP_EOL_LEN  = 2;
+const uint32_t DUMP_BYTE_LEN = 3;   // two digits, blank
+const uint32_t DUMP_ADDR_LEN = 12;  // 0x, eight digits, colon, blank
+const uint32_t DUMP_EOL_LEN  = 2;
 
-static constexpr DUMP_TABLE BuildDumpTable() {
+constexpr DUMP_TABLE BuildDumpTable() {
   constexpr char acDigit[] = "0123456789ABCDEF";
   DUMP_TABLE     Table     = {};
   for (int i = 0; i < 256; i++) {
@@ -36,7 +41,9 @@ static constexpr DUMP_TABLE BuildDumpTable() {
   return Table;
 }
 
-static constexpr DUMP_TABLE DumpTable = BuildDumpTable();
+constexpr DUMP_TABLE DumpTable = BuildDumpTable();
+
+}  // namespace
 
 // The engine takes signed sizes, and some snprintf refuse larger ones.
 static int32_t SignedSize(uint32_t BufferSize) {
@@ -162,30 +169,141 @@ int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits) 
   return 0;
 }
 
-// One load and one store for each byte. A loop that computes the digits is faster where the
-// compiler finds the shuffles for groups of three, and twice as slow where it does not.
-static char* StoreDumpBytes(char* p, const uint8_t* pData, uint32_t NumBytes) {
-  if (NumBytes == 0) {
-    return p;
+// How far a dump has come.
+struct DUMP {
+  char*          p;
+  const char*    pEnd;
+  const uint8_t* pData;
+  int64_t        FullLineLen;
+  uint32_t       NumBytes;
+  uint32_t       BytesPerLine;
+  uint32_t       Addr;
+  int32_t        ShowAddr;
+};
+
+// Stores the bytes and, except in blocks of 16, one character more: one load and one store for each
+// byte, of which the next byte covers the fourth character.
+static inline char* StoreDumpBytes(char* p, const uint8_t* pData, uint32_t NumBytes) {
+  for (; NumBytes >= 4; NumBytes -= 4) {
+    memcpy(p, DumpTable.a[pData[0]], sizeof(DumpTable.a[0]));
+    memcpy(p + 3, DumpTable.a[pData[1]], sizeof(DumpTable.a[0]));
+    memcpy(p + 6, DumpTable.a[pData[2]], sizeof(DumpTable.a[0]));
+    memcpy(p + 9, DumpTable.a[pData[3]], sizeof(DumpTable.a[0]));
+    p += 4 * DUMP_BYTE_LEN;
+    pData += 4;
   }
-  const uint8_t* pLast = pData + NumBytes - 1;
-  while (pData < pLast) {
-    memcpy(p, DumpTable.a[*pData++], sizeof(DumpTable.a[0]));  // the next byte covers the fourth
+  for (; NumBytes > 0; NumBytes--) {
+    memcpy(p, DumpTable.a[*pData++], sizeof(DumpTable.a[0]));
     p += DUMP_BYTE_LEN;
   }
-  memcpy(p, DumpTable.a[*pLast], DUMP_BYTE_LEN);
-  return p + DUMP_BYTE_LEN;
+  return p;
 }
 
-static char* StoreDumpAddr(char* p, uint32_t Addr) {
-  *p++ = '0';
-  *p++ = 'x';
-  for (int32_t Shift = 24; Shift >= 0; Shift -= 8) {
-    memcpy(p, DumpTable.a[(Addr >> Shift) & 0xFF], 2);
-    p += 2;
+static inline char* StoreDumpAddr(char* p, uint32_t Addr) {
+  memcpy(p, "0x", 2);
+  DIGITS_StoreHex(p + 2, Addr, 8, 0);
+  memcpy(p + 10, ": ", 2);
+  return p + DUMP_ADDR_LEN;
+}
+
+#if CPU_HAS_WIDE
+
+// The digits of 16 values below 16.
+CPU_TARGET_AVX2 static inline __m128i HexDigits(__m128i Values) {
+  const __m128i Digits =
+      _mm_setr_epi8('0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'A', 'B', 'C', 'D', 'E', 'F');
+  return _mm_shuffle_epi8(Digits, Values);
+}
+
+// Stores 16 bytes as 48 characters.
+CPU_TARGET_AVX2 static inline void StoreDump16(char* p, __m128i Bytes) {
+  const char    NONE = (char)0x80;  // becomes 0, and then a blank: it is less than any digit
+  const __m128i First =
+      _mm_setr_epi8(0, 1, NONE, 2, 3, NONE, 4, 5, NONE, 6, 7, NONE, 8, 9, NONE, 10);
+  const __m128i Middle =
+      _mm_setr_epi8(1, NONE, 2, 3, NONE, 4, 5, NONE, 6, 7, NONE, 8, 9, NONE, 10, 11);
+  const __m128i Last =
+      _mm_setr_epi8(NONE, 6, 7, NONE, 8, 9, NONE, 10, 11, NONE, 12, 13, NONE, 14, 15, NONE);
+  const __m128i Blanks = _mm_set1_epi8(' ');
+  const __m128i Low4   = _mm_set1_epi8(0x0F);
+  const __m128i High   = HexDigits(_mm_and_si128(_mm_srli_epi16(Bytes, 4), Low4));
+  const __m128i Low    = HexDigits(_mm_and_si128(Bytes, Low4));
+  const __m128i Half0  = _mm_unpacklo_epi8(High, Low);       // of bytes 0 to 7
+  const __m128i Half1  = _mm_unpackhi_epi8(High, Low);       // of bytes 8 to 15
+  const __m128i Both   = _mm_alignr_epi8(Half1, Half0, 10);  // of bytes 5 to 12
+  __m128i*      pOut   = (__m128i*)p;
+  _mm_storeu_si128(pOut, _mm_max_epu8(_mm_shuffle_epi8(Half0, First), Blanks));
+  _mm_storeu_si128(pOut + 1, _mm_max_epu8(_mm_shuffle_epi8(Both, Middle), Blanks));
+  _mm_storeu_si128(pOut + 2, _mm_max_epu8(_mm_shuffle_epi8(Half1, Last), Blanks));
+}
+
+CPU_TARGET_AVX2 static inline char* StoreDumpAddrWide(char* p, uint32_t Addr) {
+  const __m128i Low4  = _mm_set1_epi8(0x0F);
+  const __m128i Bytes = _mm_cvtsi32_si128((int32_t)__builtin_bswap32(Addr));
+  const __m128i High  = HexDigits(_mm_and_si128(_mm_srli_epi16(Bytes, 4), Low4));
+  const __m128i Low   = HexDigits(_mm_and_si128(Bytes, Low4));
+  memcpy(p, "0x", 2);
+  _mm_storel_epi64((__m128i*)(p + 2), _mm_unpacklo_epi8(High, Low));
+  memcpy(p + 10, ": ", 2);
+  return p + DUMP_ADDR_LEN;
+}
+
+CPU_TARGET_AVX2 static inline char* StoreDumpBytesWide(char* p, const uint8_t* pData,
+                                                       uint32_t NumBytes) {
+  for (; NumBytes >= 16; NumBytes -= 16) {
+    StoreDump16(p, _mm_loadu_si128((const __m128i*)pData));
+    p += 16 * DUMP_BYTE_LEN;
+    pData += 16;
   }
-  *p++ = ':';
-  *p++ = ' ';
+  return __builtin_expect(NumBytes > 0, 0) ? StoreDumpBytes(p, pData, NumBytes) : p;
+}
+
+#endif
+
+// Dumps full lines while each is sure to fit. One loop, compiled for each choice of instructions.
+#define DEFINE_DUMP_LINES(Name, TARGET, StoreAddr, StoreBytes)                   \
+  TARGET static void Name(DUMP* pDump) {                                         \
+    const DUMP     Dump     = *pDump;                                            \
+    const uint8_t* pData    = Dump.pData;                                        \
+    char*          p        = Dump.p;                                            \
+    uint32_t       NumBytes = Dump.NumBytes;                                     \
+    uint32_t       Addr     = Dump.Addr;                                         \
+    while (NumBytes >= Dump.BytesPerLine && Dump.pEnd - p >= Dump.FullLineLen) { \
+      p = Dump.ShowAddr ? StoreAddr(p, Addr) : p;                                \
+      p = StoreBytes(p, pData, Dump.BytesPerLine);                               \
+      memcpy(p, "\r\n", DUMP_EOL_LEN);                                           \
+      p += DUMP_EOL_LEN;                                                         \
+      pData += Dump.BytesPerLine;                                                \
+      NumBytes -= Dump.BytesPerLine;                                             \
+      Addr += Dump.BytesPerLine;                                                 \
+    }                                                                            \
+    pDump->p        = p;                                                         \
+    pDump->pData    = pData;                                                     \
+    pDump->NumBytes = NumBytes;                                                  \
+    pDump->Addr     = Addr;                                                      \
+  }
+
+DEFINE_DUMP_LINES(DumpLines, , StoreDumpAddr, StoreDumpBytes)
+#if CPU_HAS_WIDE
+DEFINE_DUMP_LINES(DumpLinesWide, CPU_TARGET_AVX2, StoreDumpAddrWide, StoreDumpBytesWide)
+#endif
+
+// Dumps what remains: a partial line, or as much of a full one as fits. Returns the end.
+static char* DumpRest(const DUMP* pDump) {
+  char* p = pDump->p;
+  if (pDump->ShowAddr) {
+    if (pDump->pEnd - p < DUMP_ADDR_LEN) {
+      return p;
+    }
+    p = StoreDumpAddr(p, pDump->Addr);
+  }
+  const uint32_t LineLen = UTIL_MinU32(pDump->NumBytes, pDump->BytesPerLine);
+  const uint32_t NumFit  = UTIL_MinU32(LineLen, (uint32_t)(pDump->pEnd - p) / DUMP_BYTE_LEN);
+  if (NumFit > 0) {
+    p = StoreDumpBytes(p, pDump->pData, NumFit - 1);
+    memcpy(p, DumpTable.a[pDump->pData[NumFit - 1]], DUMP_BYTE_LEN);
+    p += DUMP_BYTE_LEN;
+  }
   return p;
 }
 
@@ -197,34 +315,18 @@ uint32_t UTIL_HexDump(char* pBuffer, uint32_t BufferSize, const void* pData, uin
   if (BytesPerLine == 0) {
     BytesPerLine = NumBytes;
   }
-  const uint8_t* pb   = (const uint8_t*)pData;
-  char*          p    = pBuffer;
-  const char*    pEnd = pBuffer + BufferSize;
-  while (NumBytes > 0) {
-    if (ShowAddr) {
-      if (pEnd - p < DUMP_ADDR_LEN) {
-        break;
-      }
-      p = StoreDumpAddr(p, (uint32_t)Addr);
-    }
-    const uint32_t LineLen = UTIL_MinU32(NumBytes, BytesPerLine);
-    const uint32_t NumFit  = UTIL_MinU32(LineLen, (uint32_t)(pEnd - p) / DUMP_BYTE_LEN);
-    p                      = StoreDumpBytes(p, pb, NumFit);
-    if (NumFit < LineLen) {
-      break;
-    }
-    if (LineLen == BytesPerLine) {
-      if (pEnd - p < DUMP_EOL_LEN) {
-        break;
-      }
-      *p++ = '\r';
-      *p++ = '\n';
-    }
-    pb += LineLen;
-    NumBytes -= LineLen;
-    Addr += BytesPerLine;
+  const uint32_t AddrLen     = ShowAddr ? DUMP_ADDR_LEN : 0;
+  const int64_t  FullLineLen = AddrLen + (int64_t)BytesPerLine * DUMP_BYTE_LEN + DUMP_EOL_LEN;
+  DUMP           Dump        = {pBuffer,  pBuffer + BufferSize, (const uint8_t*)pData, FullLineLen,
+                                NumBytes, BytesPerLine,         (uint32_t)Addr,        ShowAddr};
+#if CPU_HAS_WIDE
+  if (CPU_HasAVX2()) {
+    DumpLinesWide(&Dump);
   }
-  if (p < pEnd) {
+#endif
+  DumpLines(&Dump);
+  char* p = Dump.NumBytes > 0 ? DumpRest(&Dump) : Dump.p;
+  if (p < Dump.pEnd) {
     *p++ = 0;
   }
   return (uint32_t)(p - pBuffer);

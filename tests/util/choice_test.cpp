@@ -2,7 +2,9 @@
 // with a version of their own against plain models, at every length and alignment, in memory that
 // ends or begins at a page nobody may touch.
 
+#include <ctype.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
@@ -209,6 +211,130 @@ TEST_P(UtilChoice, FormatsReadAndWriteNoByteTooManyAtTheEndOfAPage) {
       for (size_t i = Expected.size() + 1; i < (size_t)Size; i++) {
         ASSERT_EQ('#', sDest[i]) << "behind the terminator: " << Len << " " << Size;
       }
+    }
+  }
+}
+
+// The number at the beginning of the text, digit by digit, and where its digits end.
+static uint64_t NumberByModel(const char* s, uint32_t Base, const char** psEnd) {
+  static const std::string Digits = "0123456789abcdef";
+  uint64_t                 Value  = 0;
+  for (; *s != 0; s++) {
+    const size_t Digit = Digits.find((char)tolower(*s));
+    if (Digit >= Base) {
+      break;
+    }
+    Value = Value * Base + Digit;
+  }
+  *psEnd = s;
+  return Value;
+}
+
+TEST_P(UtilChoice, NumbersOfEveryLengthAreReadAtTheEndOfAPageAndAcrossIt) {
+  std::mt19937      Random(8);
+  std::vector<char> aPages(3 * 4096);
+  char*             pPage = aPages.data() + (4096 - (uintptr_t)aPages.data() % 4096);
+  for (int i = 0; i < 40000; i++) {
+    const bool  IsHex = Random() % 2 != 0;
+    std::string Text  = IsHex ? "0x" : "";
+    for (uint32_t k = 1 + (uint32_t)Random() % 26; k > 0; k--) {
+      Text += "0123456789abcdefABCDEF"[Random() % (IsHex ? 22 : 10)];
+    }
+    // Often one character after the digits, of any kind
+    Text += std::string(Random() % 3, (char)(1 + Random() % 255));
+    const char* s =
+        Random() % 2 != 0 ? Memory.Text(Text) : strcpy(pPage + 4096 - Random() % 30, Text.c_str());
+    const char*    sEnd = nullptr;
+    const char*    p    = s;
+    const char*    sDig = s + (IsHex ? 2 : 0);
+    int64_t        Value;
+    const uint64_t Expected = NumberByModel(sDig, IsHex ? 16 : 10, &sEnd);
+    if (!IsHex && Text.size() > 1 && Text[0] == '0' && (Text[1] == 'x' || Text[1] == 'X')) {
+      continue;  // a prefix by chance
+    }
+    ASSERT_EQ(0, UTIL_ParseInt(&p, &Value, 0)) << Text;
+    ASSERT_EQ((int64_t)Expected, Value) << Text;
+    ASSERT_EQ(sEnd, p) << Text;
+  }
+}
+
+TEST_P(UtilChoice, ArraySwapsAreRightAtEveryLengthAndAlignmentAndTouchNothingElse) {
+  static void (*const apf[])(void*, const void*, uint32_t) = {UTIL_SwapArrayU16, UTIL_SwapArrayU32,
+                                                              UTIL_SwapArrayU64};
+  std::mt19937         Random(9);
+  std::vector<uint8_t> aSource(1200), aDest(1200), aExpected(1200);
+  for (uint8_t& b : aSource) {
+    b = (uint8_t)Random();
+  }
+  for (uint32_t Width = 0; Width < 3; Width++) {
+    const uint32_t UnitSize = 2u << Width;
+    for (uint32_t NumItems = 0; NumItems <= 1000 / UnitSize; NumItems++) {
+      const uint32_t From = (uint32_t)Random() % 64;
+      const uint32_t To   = (uint32_t)Random() % 64;
+      std::fill(aExpected.begin(), aExpected.end(), (uint8_t)0xEE);
+      for (uint32_t i = 0; i < NumItems * UnitSize; i++) {
+        aExpected[To + i] = aSource[From + (i ^ (UnitSize - 1))];
+      }
+      std::fill(aDest.begin(), aDest.end(), (uint8_t)0xEE);
+      apf[Width](&aDest[To], &aSource[From], NumItems);
+      ASSERT_EQ(aExpected, aDest) << UnitSize << " " << NumItems << " " << From << " " << To;
+      std::fill(aDest.begin(), aDest.end(), (uint8_t)0xEE);
+      std::copy_n(&aSource[From], NumItems * UnitSize, &aDest[To]);
+      apf[Width](&aDest[To], &aDest[To], NumItems);
+      ASSERT_EQ(aExpected, aDest) << "in place " << UnitSize << " " << NumItems << " " << To;
+    }
+  }
+}
+
+static std::string DumpedByModel(const std::string& Data, bool ShowAddr, uint64_t Addr,
+                                 uint32_t BytesPerLine, std::vector<size_t>* pEnds) {
+  std::string Text;
+  char        ac[16];
+  for (size_t i = 0; i < Data.size(); i++) {
+    if (ShowAddr && i % BytesPerLine == 0) {
+      snprintf(ac, sizeof(ac), "0x%08X: ", (unsigned)(Addr + i));
+      Text += ac;
+      pEnds->push_back(Text.size());
+    }
+    snprintf(ac, sizeof(ac), "%02X ", (unsigned)(uint8_t)Data[i]);
+    Text += ac;
+    pEnds->push_back(Text.size());
+    if ((i + 1) % BytesPerLine == 0) {
+      Text += "\r\n";
+      pEnds->push_back(Text.size());
+    }
+  }
+  return Text;
+}
+
+TEST_P(UtilChoice, HexDumpIsCutAfterTheLastWholePieceInABufferOfEverySize) {
+  std::mt19937 Random(10);
+  for (int Round = 0; Round < 60; Round++) {
+    std::string    Data((size_t)(1 + Random() % 70), 0);
+    const uint64_t Addr = Random() * (uint64_t)1000003;
+    const uint32_t BytesPerLine =
+        Round % 2 == 0 ? 16 * (1 + (uint32_t)Random() % 3) : 1 + (uint32_t)Random() % 40;
+    const bool ShowAddr = Random() % 2 != 0;
+    for (char& c : Data) {
+      c = (char)Random();
+    }
+    memcpy(Memory.Last(Data.size()), Data.data(), Data.size());
+    std::vector<size_t> aEnd = {0};
+    const std::string   Full = DumpedByModel(Data, ShowAddr, Addr, BytesPerLine, &aEnd);
+    for (uint32_t Size = 0; Size <= Full.size() + 2; Size++) {
+      char* sDest = (char*)Other.Last(Size);
+      memset(sDest, '#', Size);
+      size_t Len = 0;
+      for (const size_t End : aEnd) {
+        Len = End <= Size ? End : Len;
+      }
+      std::string Expected = Full.substr(0, Len) + std::string(Size - Len, '#');
+      if (Len < Size) {
+        Expected[Len++] = 0;
+      }
+      ASSERT_EQ(Len, UTIL_HexDump(sDest, Size, Memory.Last(Data.size()), (uint32_t)Data.size(),
+                                  ShowAddr, Addr, BytesPerLine));
+      ASSERT_EQ(Expected, std::string(sDest, Size)) << Size << " " << BytesPerLine;
     }
   }
 }
