@@ -65,7 +65,7 @@ enum {
 // hKey is a root or an open key.
 //
 // Components of sPath are separated by backslashes. An empty component ends the path, so "" and
-// "\\x" are hKey itself. In a component white space (SPACE, TAB, LF, CR) is dropped; a leading "-"
+// "\x" are hKey itself. In a component white space (SPACE, TAB, LF, CR) is dropped; a leading "-"
 // and every character other than ASCII letters, digits, "!", "-" and "_" become "_", a double quote
 // too.
 //
@@ -93,9 +93,9 @@ void SYS_REG_CloseKey(RegistryKeyHandle* hKey);
 //   SYS_REG_TYPE_DWORD     the first min(Size, 4) bytes of pData, in host byte order, over a zero
 //   SYS_REG_TYPE_QWORD     the first min(Size, 8) bytes in the same way: 4 bytes are the low half
 //   SYS_REG_TYPE_MULTI_SZ  zero-terminated strings, followed by an empty one; Size is the exact
-//                          number of bytes with all terminators ("a", "bc": 6). The first string may
-//                          be empty. All former entries of the list are removed first, also those
-//                          after a gap; an index of ten digits or more is not an entry.
+//                          number of bytes with all terminators ("a", "bc": 6). The first string
+//                          may be empty. All former entries of the list are removed first, also
+//                          those after a gap; an index of ten digits or more is not an entry.
 //
 // Returns SYS_REG_OK, or SYS_REG_FAILED with nothing changed: NULL hKey, a root that cannot be
 // loaded, a name with characters other than ASCII letters, digits, "!", "-" and "_" (it could not
@@ -116,13 +116,14 @@ uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t T
 //
 //   SYS_REG_TYPE_SZ, _EXPAND_SZ  at most *pSize - 1 characters and a terminator. The size is the
 //                                length without the terminator. SYS_REG_MORE_DATA when *pSize is
-//                                below that. If they are equal the result is SYS_REG_OK although the
-//                                last character is lost: callers rely on that.
+//                                below that. If they are equal the result is SYS_REG_OK although
+//                                the last character is lost: callers rely on that.
 //   SYS_REG_TYPE_DWORD, _QWORD   4 or 8 bytes in host byte order; pData need not be aligned. If
 //                                *pSize is smaller, it is unchanged and the result is
-//                                SYS_REG_MORE_DATA. A text that is not a hexadecimal number gives 0.
-//   SYS_REG_TYPE_MULTI_SZ        the strings, each cut to what is left of *pSize and terminated, and
-//                                an empty string if there is room. The size is the sum of the
+//                                SYS_REG_MORE_DATA. A text that is not a hexadecimal number gives
+//                                0.
+//   SYS_REG_TYPE_MULTI_SZ        the strings, each cut to what is left of *pSize and terminated,
+//                                and an empty string if there is room. The size is the sum of the
 //                                strings' lengths, plus 1 if *pSize exceeds that sum. It does not
 //                                include their terminators; callers rely on that. Twice the size
 //                                plus 2 is enough for the whole list. SYS_REG_MORE_DATA when *pSize
