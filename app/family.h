@@ -1,7 +1,7 @@
 // app/family.h
 //
 // The device families: the name that the user sees, the core name that is sent to the probe, and
-// the id that chooses the reset routine. And the menu to choose one.
+// the id that chooses the reset routine. The menu to choose one is in menu.h.
 
 #ifndef APP_FAMILY_H
 #define APP_FAMILY_H
@@ -53,15 +53,8 @@ const ROW* FindFamilyRow(const ROW (&aRows)[NumRows], int32_t FamilyId) {
   return &aRows[i];
 }
 
-// Prints what the tool does to a device. No line end: the menu that follows begins with one.
-void PrintFamilyDescription(void);
-
-// Prints the menu and reads one entry with the line editor. There is one attempt: after a wrong
-// entry the menu is not shown again. At the end of input it keeps reading; only an entry ends it.
-// The entry is read as UTF-8; bytes that are not UTF-8 are dropped by the line editor.
-//
-// 1: *ppRow is the chosen row. 0: "Exit" was chosen. -1: the entry is not a number, or no row has
-// that number; the message has been printed.
-int32_t SelectFamily(const FAMILY_ROW** ppRow);
+// The family that a user names, by its name or by its number; NULL if there is none such. Row 0,
+// "Exit", is not a family: neither its name nor its number is taken.
+const FAMILY_ROW* FindFamily(const char* sText);
 
 #endif

@@ -1,29 +1,19 @@
 #include "app/flow.h"
 
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
+#include "app/connect.h"
 #include "app/family.h"
+#include "app/menu.h"
 #include "app/options.h"
 #include "app/print.h"
-#include "app/process.h"
 #include "app/reset.h"
 #include "app/settings.h"
-#include "probeapi/quobearm.h"
-#include "util/format.h"
 
-static const uint32_t   DEVICE_COMMAND_SIZE   = 4000;
-static const useconds_t ERROR_PAUSE_US        = 3000 * 1000;  // to read the message
-static const useconds_t POWER_ON_US           = 200 * 1000;   // for the supply to settle
-static const uint32_t   MIN_TARGET_VOLTAGE_MV = 500;
-static const uint32_t   SPEED_MASK            = 0xFFFF;  // of QUOBEARM_GetSpeed()
+static const useconds_t ERROR_PAUSE_US = 3000 * 1000;  // to read the message
 
 static UNLOCK_SETTINGS Settings;
-
-// The probe command that names the device. When it has been sent, the buffer receives the error
-// texts of further commands.
-static char DeviceCommand[DEVICE_COMMAND_SIZE];
 
 static void PrintBanner(void) {
   // When this file was compiled.
@@ -52,24 +42,13 @@ static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMIL
 }
 
 static int32_t Connect(void) {
-  if (Settings.HostIF == HOST_IF_ETHERNET) {
-    PrintText("Connecting to Quobe via ethernet...");
-    // A byte: the rest of the result may be rubbish (quobearm.h).
-    if ((uint8_t)QUOBEARM_SelectIP(Settings.IPAddr, 0) != 0) {
-      PrintLine("failed.");
-      return -1;
-    }
-  } else {
-    PrintText("Connecting to Quobe via USB...");
-    // The result is ignored: a serial number that does not exist makes the open fail.
-    if (Settings.SerialNo != 0) {
-      QUOBEARM_EMU_SelectByUSBSN(Settings.SerialNo);
-    }
+  PrintText(Settings.HostIF == HOST_IF_ETHERNET ? "Connecting to Quobe via ethernet..."
+                                                : "Connecting to Quobe via USB...");
+  if (SelectProbe(&Settings) < 0) {
+    PrintLine("failed.");
+    return -1;
   }
-  // From here on the run could be between an erase and the programming that follows it: losing the
-  // terminal or the reader of the output must not end it there.
-  IgnoreLostTerminal();
-  const char* sError = QUOBEARM_Open();
+  const char* sError = OpenProbe();
   if (sError != NULL) {  // an empty text is a failure too
     PrintLine(sError);
     return -1;
@@ -80,24 +59,17 @@ static int32_t Connect(void) {
 
 // Sends the device command to the probe, supplies the target if asked to, and brings up SWD.
 // 0: the target can be reset. -1: its voltage is too low; that has been printed.
-static int32_t PrepareTarget(void) {
-  QUOBEARM_ExecCommand(DeviceCommand, NULL, 0);
+static int32_t PrepareTarget(const char* sCore) {
+  SendDevice(sCore);
   if (Settings.PowerTarget != 0) {
     PrintLine("Powering target via Quobe.");
-    QUOBEARM_ExecCommand("SupplyPower = 1", DeviceCommand, DEVICE_COMMAND_SIZE);
-    usleep(POWER_ON_US);
+    SupplyTarget();
   }
 
   PrintLine("Using SWD as target interface.");
-  QUOBEARM_TIF_Select(QUOBEARM_TIF_SWD);
-  QUOBEARM_SetSpeed(Settings.Speed);
-  PrintFormat("Target interface speed: %d kHz.\n", (int)(QUOBEARM_GetSpeed() & SPEED_MASK));
+  PrintFormat("Target interface speed: %d kHz.\n", (int)SelectSwd(Settings.Speed));
 
-  // Zeroed first: a probe that fills in nothing then reads as 0 V.
-  HWSTATUS Status;
-  memset(&Status, 0, sizeof(Status));
-  QUOBEARM_GetHWStatus(&Status);
-  const uint32_t Voltage = Status.VTarget;
+  const uint32_t Voltage = TargetVoltage();
   PrintFormat("VTarget = %d.%.3dV\n", (int)(Voltage / 1000), (int)(Voltage % 1000));
   if (Voltage < MIN_TARGET_VOLTAGE_MV) {
     PrintLine("Target voltage too low");
@@ -153,31 +125,19 @@ static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   if (Choice <= 0) {
     return Choice;
   }
-  UTIL_snprintf(DeviceCommand, DEVICE_COMMAND_SIZE, "device = %s", pRow->Core);
-  if (Connect() < 0 || PrepareTarget() < 0) {
+  if (Connect() < 0 || PrepareTarget(pRow->Core) < 0) {
     return -1;
   }
   return FindFamilyRow(ResetTable, pRow->Id)->pfReset(pRow->Id);
 }
 
-// Every run comes here, even one that never used the probe. QUOBEARM_IsOpen() then loads the probe
-// library; without the library the process ends here with exit status 1.
-static void Close(void) {
-  if ((uint8_t)QUOBEARM_IsOpen() == 0) {
-    return;
-  }
-  if (Settings.PowerTarget != 0) {
-    QUOBEARM_ExecCommand("DisablePowerSupplyOnClose", DeviceCommand, DEVICE_COMMAND_SIZE);
-  }
-  QUOBEARM_Close();
-}
-
 int32_t RunUnlock(int NumArgs, const char* const* pasArgs) {
-  memset(DeviceCommand, 0, sizeof(DeviceCommand));
   PrintBanner();
   SetDefaultSettings(&Settings);
   const int32_t Result = Unlock(NumArgs, pasArgs);
-  Close();
+  // Every run comes here, even one that never used the probe. This then loads the probe library;
+  // without the library the process ends here with exit status 1.
+  CloseProbe(&Settings);
   if (Settings.NoExitWait == 0) {
     PrintLine("Press any key to exit.");
     getchar();

@@ -20,10 +20,6 @@ struct OPTION_ROW {
 // The last row holds two NULLs.
 extern const OPTION_ROW OptionTable[];
 
-// Zeroes the record and sets the defaults: USB, any probe, 1000 kHz, ask for the family, wait for a
-// key at the end.
-void SetDefaultSettings(UNLOCK_SETTINGS* pSettings);
-
 // Walks the arguments from index 1. Each option takes the next argument as its value, whatever that
 // looks like. If an option is given twice, the last value counts. An argument that is not an option
 // is skipped without a message.

@@ -1,6 +1,6 @@
 // app/settings.h
 //
-// The settings of one run. The command line sets them (options.h), the flow reads them (flow.h).
+// The settings of one run, and how each is read from the text that a user gave.
 
 #ifndef APP_SETTINGS_H
 #define APP_SETTINGS_H
@@ -24,5 +24,16 @@ struct UNLOCK_SETTINGS {
   uint32_t FamilyIndex;           // row of the family table; 0 = ask
   uint32_t NoExitWait;            // non-zero = end without waiting for a key
 };
+
+// Zeroes the record and sets the defaults: USB, any probe, 1000 kHz, ask for the family, wait for a
+// key at the end.
+void SetDefaultSettings(UNLOCK_SETTINGS* pSettings);
+
+// Each reads one value. 0: set. -1: refused; the settings are unchanged. Nothing is printed.
+int32_t TakeIP(UNLOCK_SETTINGS* pSettings, const char* sValue);        // never refused; may be cut
+int32_t TakeSerialNo(UNLOCK_SETTINGS* pSettings, const char* sValue);  // decimal
+int32_t TakeSpeed(UNLOCK_SETTINGS* pSettings, const char* sValue);  // decimal, "auto", "adaptive"
+int32_t TakePowerTarget(UNLOCK_SETTINGS* pSettings, const char* sValue);  // decimal
+int32_t TakeFamily(UNLOCK_SETTINGS* pSettings, const char* sValue);       // a name or a number
 
 #endif

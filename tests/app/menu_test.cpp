@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "app/family.h"
+#include "app/menu.h"
 
 static std::vector<const char*> Lines;  // nullptr: end of input
 static std::vector<std::string> Prompts;
