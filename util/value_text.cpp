@@ -200,9 +200,11 @@ static inline char* StoreDumpBytes(char* p, const uint8_t* pData, uint32_t NumBy
 }
 
 static inline char* StoreDumpAddr(char* p, uint32_t Addr) {
-  memcpy(p, "0x", 2);
+  p[0] = '0';
+  p[1] = 'x';
   DIGITS_StoreHex(p + 2, Addr, 8, 0);
-  memcpy(p + 10, ": ", 2);
+  p[10] = ':';
+  p[11] = ' ';
   return p + DUMP_ADDR_LEN;
 }
 
@@ -242,9 +244,11 @@ CPU_TARGET_AVX2 static inline char* StoreDumpAddrWide(char* p, uint32_t Addr) {
   const __m128i Bytes = _mm_cvtsi32_si128((int32_t)__builtin_bswap32(Addr));
   const __m128i High  = HexDigits(_mm_and_si128(_mm_srli_epi16(Bytes, 4), Low4));
   const __m128i Low   = HexDigits(_mm_and_si128(Bytes, Low4));
-  memcpy(p, "0x", 2);
+  p[0] = '0';
+  p[1] = 'x';
   _mm_storel_epi64((__m128i*)(p + 2), _mm_unpacklo_epi8(High, Low));
-  memcpy(p + 10, ": ", 2);
+  p[10] = ':';
+  p[11] = ' ';
   return p + DUMP_ADDR_LEN;
 }
 

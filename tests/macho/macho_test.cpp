@@ -150,8 +150,9 @@ TEST_F(MachO, PendingErrorIsDroppedBeforeAFunctionIsLookedUp) {
 // Darwin enables vector components for a thread when it first uses them, which a signal handler may do
 // between the two questions: the size must be the later answer.
 TEST_F(MachO, VectorRegistersAreSizedAfterTheirComponentsAreKnown) {
-  const std::string AskComponents("\x0f\x01\xd0", 3);                        // xgetbv
-  const std::string AskSize("\xb8\x0d\x00\x00\x00\x31\xc9\x0f\xa2", 9);  // cpuid, leaf 0xD, subleaf 0
+  const std::string AskComponents("\x0f\x01\xd0", 3);  // xgetbv
+  const std::string AskSize("\xb8\x0d\x00\x00\x00\x31\xc9\x0f\xa2",
+                            9);  // cpuid, leaf 0xD, subleaf 0
   const std::string Code       = ReadFile(Need("QUOBE_TEST_MACHO") + "/quobe-unlock");
   const size_t      Components = Code.find(AskComponents);
   const size_t      Size       = Code.find(AskSize);
