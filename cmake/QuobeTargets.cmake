@@ -1,7 +1,8 @@
 # How every target of the project is compiled.
 #
 #   quobe_product_library(name sources...)  a static library of product code: no exceptions, no RTTI,
-#                                           nothing exported unless the source says so
+#                                           nothing exported unless the source says so. Other projects
+#                                           link it as quobe::<name without quobe_>.
 #   quobe_program_options(target)           the same warnings for everything else (sim, tests, bench)
 #   quobe_export_list(target names.inc)     link an executable so that it exports exactly those names
 #   quobe_tool_beside(library)              put a copy of the tool into the probe library's folder
@@ -11,13 +12,14 @@ set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 # Headers are included by their path from the root of the project, in quotes. A name in angle brackets
 # is not searched for there: it is always the system's.
 add_library(quobe_headers INTERFACE)
-target_compile_options(quobe_headers INTERFACE "-iquote${CMAKE_SOURCE_DIR}")
+target_compile_options(quobe_headers INTERFACE "-iquote${PROJECT_SOURCE_DIR}")
 
 add_library(quobe_options INTERFACE)
 target_link_libraries(quobe_options INTERFACE quobe_headers)
 target_compile_features(quobe_options INTERFACE cxx_std_20)
 target_compile_options(quobe_options INTERFACE
-  $<$<COMPILE_LANGUAGE:C,CXX>:-Wall -Wextra -Wconversion -Wshadow -Wundef -Wcast-align -Wformat=2 -Werror>)
+  $<$<COMPILE_LANGUAGE:C,CXX>:-Wall -Wextra -Wconversion -Wshadow -Wundef -Wcast-align -Wformat=2>
+  $<$<AND:$<BOOL:${QUOBE_WERROR}>,$<COMPILE_LANGUAGE:C,CXX>>:-Werror>)
 if(QUOBE_SANITIZE)
   target_compile_options(quobe_options INTERFACE
     -fsanitize=${QUOBE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -53,6 +55,8 @@ find_package(Threads REQUIRED)
 
 function(quobe_product_library name)
   add_library(${name} STATIC ${ARGN})
+  string(REGEX REPLACE "^quobe_" "quobe::" alias ${name})
+  add_library(${alias} ALIAS ${name})
   target_link_libraries(${name} PRIVATE quobe_product_options PUBLIC quobe_headers quobe_platform)
   target_compile_features(${name} PUBLIC cxx_std_20)
   set_target_properties(${name} PROPERTIES
