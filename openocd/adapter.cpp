@@ -190,10 +190,15 @@ __attribute__((format(printf, 2, 3))) static TROUBLE Configure(const ATTEMPT* pA
   }
 }
 
+// What the core is owed if the tool is killed: DEMCR and DHCSR as TARGET_Resume() leaves them.
+static const char sLetGo[] =
+    "catch {stm32.mem write_memory 0xE000EDFC 32 {0x0}}; "
+    "catch {stm32.mem write_memory 0xE000EDF0 32 {0xA05F0000}}";
+
 static TROUBLE StartProgram(const ATTEMPT* pAttempt) {
   ADAPTER* pAdapter = pAttempt->pAdapter;
   char     acAnswer[SERVER_MAX_ANSWER];
-  if (!SERVER_Start(&pAdapter->Server, pAttempt->sProgram, pAttempt->pConfig->acLog)) {
+  if (!SERVER_Start(&pAdapter->Server, pAttempt->sProgram, pAttempt->pConfig->acLog, sLetGo)) {
     TEXT_Format(pAttempt->pError, pAttempt->ErrorSize, "%s", pAdapter->Server.acReason);
     return OTHER_TROUBLE;
   }

@@ -16,7 +16,8 @@
 static const int  GUARD_GRACE_MS = 1000;  // for OpenOCD after this process has died
 static const int  GUARD_STEP_US  = 10000;
 static const int  MAX_INHERITED  = 256;  // files that a parent may have left open
-static const char KILL_NOW       = 'k';
+static const char KILL_NOW       = 'k';  // the tool's words to the guard
+static const char LEAVE          = 'l';
 
 // -- Where it is ---------------------------------------------------------------------------------
 
@@ -81,29 +82,63 @@ static void Reap(pid_t Child, int GraceMs) {
   waitpid(Child, NULL, 0);
 }
 
-// Runs in a fork of the tool: only calls that are safe there, and none of the tool's files kept open.
-[[noreturn]] static void RunGuard(const char* sProgram, int Socket, int Log, int Life) {
-  setsid();
-  signal(SIGCHLD, SIG_DFL);
-  const pid_t Child = fork();
-  if (Child == 0) {
-    RunProgram(sProgram, Socket, Log);
-  }
+// The files between the tool, the guard and OpenOCD.
+enum { OUR_SOCKET, ITS_SOCKET, OUR_LOG, ITS_LOG, ITS_LIFE, OUR_LIFE, NUM_FILES };
+
+static void CloseAllBut(int Socket, int Life) {
   const int Null = open("/dev/null", O_RDWR);
   for (int File = 0; File < MAX_INHERITED; File++) {
     if (File <= STDERR_FILENO) {
       dup2(Null, File);
-    } else if (File != Life) {
+    } else if (File != Socket && File != Life) {
       close(File);
     }
   }
-  char    Byte    = 0;
-  ssize_t NumRead = 0;
-  do {
-    NumRead = read(Life, &Byte, 1);
-  } while (NumRead < 0 && errno == EINTR);
+}
+
+// Waits for a word of the tool or for its death, after which it makes the last request in its place.
+// Returns how long OpenOCD has to end by itself.
+static int WaitForEnd(int Socket, int Life, const char* sLastRequest) {
+  char    Byte     = 0;
+  bool    HasLeft  = false;
+  ssize_t NumBytes = -1;
+  while (NumBytes != 0) {
+    NumBytes = read(Life, &Byte, 1);
+    if (NumBytes == 1 && Byte == KILL_NOW) {
+      return 0;
+    }
+    if (NumBytes == 1) {
+      HasLeft = true;
+      close(Socket);
+    } else if (NumBytes < 0 && errno != EINTR) {
+      break;
+    }
+  }
+  if (!HasLeft) {
+    const ssize_t Ignored = write(Socket, sLastRequest, strlen(sLastRequest));
+    (void)Ignored;
+    // The answer still finds a reader, so that OpenOCD ends for one reason only.
+    shutdown(Socket, SHUT_WR);
+  }
+  return GUARD_GRACE_MS;
+}
+
+// Runs in a fork of the tool: only calls that are safe there, and none of the tool's files kept open.
+[[noreturn]] static void RunGuard(const char* sProgram, const char* sLastRequest,
+                                  const int* pFiles) {
+  setsid();
+  signal(SIGCHLD, SIG_DFL);
+  const pid_t Child = fork();
+  if (Child == 0) {
+    RunProgram(sProgram, pFiles[ITS_SOCKET], pFiles[ITS_LOG]);
+  }
+  // Kept open by the guard itself, however high its number, this one would never show the tool's end.
+  close(pFiles[OUR_LIFE]);
+  CloseAllBut(pFiles[OUR_SOCKET], pFiles[ITS_LIFE]);
+  signal(SIGPIPE, SIG_IGN);
+  const int GraceMs = WaitForEnd(pFiles[OUR_SOCKET], pFiles[ITS_LIFE], sLastRequest);
   if (Child > 0) {
-    Reap(Child, NumRead == 1 && Byte == KILL_NOW ? 0 : GUARD_GRACE_MS);
+    Reap(Child, GraceMs);
   }
   _exit(0);
 }
@@ -136,8 +171,7 @@ static bool OpenFiles(int* pSockets, int* pLog, int* pLife) {
   return Good;
 }
 
-int CHILD_Start(CHILD* pChild, const char* sProgram) {
-  enum { OUR_SOCKET, ITS_SOCKET, OUR_LOG, ITS_LOG, ITS_LIFE, OUR_LIFE, NUM_FILES };
+int CHILD_Start(CHILD* pChild, const char* sProgram, const char* sLastRequest) {
   int aFiles[NUM_FILES] = {-1, -1, -1, -1, -1, -1};
   if (!OpenFiles(&aFiles[OUR_SOCKET], &aFiles[OUR_LOG], &aFiles[ITS_LIFE])) {
     CloseAll(aFiles, NUM_FILES);
@@ -145,7 +179,7 @@ int CHILD_Start(CHILD* pChild, const char* sProgram) {
   }
   pChild->Guard = fork();
   if (pChild->Guard == 0) {
-    RunGuard(sProgram, aFiles[ITS_SOCKET], aFiles[ITS_LOG], aFiles[ITS_LIFE]);
+    RunGuard(sProgram, sLastRequest, aFiles);
   }
   const int Error = errno;
   close(aFiles[ITS_SOCKET]);
@@ -168,8 +202,17 @@ int CHILD_Start(CHILD* pChild, const char* sProgram) {
 
 // -- End -----------------------------------------------------------------------------------------
 
+// The guard may be gone, and SIGPIPE must not end the tool.
+static void TellGuard(const CHILD* pChild, char Word) {
+  void (*pfOld)(int)    = signal(SIGPIPE, SIG_IGN);
+  const ssize_t Ignored = write(pChild->Life, &Word, 1);
+  (void)Ignored;
+  signal(SIGPIPE, pfOld);
+}
+
 void CHILD_End(CHILD* pChild, int GraceMs, bool (*pfDrain)(void* pContext), void* pContext) {
   const int64_t EndMs = TEXT_NowMs() + GraceMs;
+  TellGuard(pChild, LEAVE);
   close(pChild->Socket);
   bool    LogIsOpen = GraceMs > 0;
   int64_t LeftMs    = GraceMs;
@@ -180,11 +223,7 @@ void CHILD_End(CHILD* pChild, int GraceMs, bool (*pfDrain)(void* pContext), void
     LeftMs    = EndMs - TEXT_NowMs();
   }
   if (LogIsOpen || GraceMs == 0) {
-    // The guard may be gone, and SIGPIPE must not end the tool: see WriteQuietly().
-    void (*pfOld)(int)    = signal(SIGPIPE, SIG_IGN);
-    const ssize_t Ignored = write(pChild->Life, &KILL_NOW, 1);
-    (void)Ignored;
-    signal(SIGPIPE, pfOld);
+    TellGuard(pChild, KILL_NOW);
   }
   close(pChild->Life);
   close(pChild->Log);

@@ -1,8 +1,8 @@
 // openocd/child.h
 //
 // OpenOCD as a process: where it is, how it is started and how it is ended. It never outlives this
-// process, however that one ends: between the two stands a guard, a fork of this process that waits
-// for it and ends OpenOCD then. Both are in a session of their own, so that a Ctrl-C at the terminal
+// process, however that one ends. A guard, a fork of this process, waits for that; it then makes a last
+// request and ends OpenOCD. Guard and OpenOCD are in their own session, so that Ctrl-C at the terminal
 // reaches this process alone.
 //
 // One thread at a time.
@@ -24,9 +24,10 @@ struct CHILD {
 // the two where Homebrew installs. False when no program is there.
 bool CHILD_Find(const char* sConfigured, char* pPath, size_t Size);
 
-// Starts the program with arguments that make it wait for requests on its standard input.
+// Starts the program with arguments that make it wait for requests on its standard input. The guard
+// sends sLastRequest, byte for byte, if this process ends without CHILD_End.
 // 0, or -1 with errno.
-int CHILD_Start(CHILD* pChild, const char* sProgram);
+int CHILD_Start(CHILD* pChild, const char* sProgram, const char* sLastRequest);
 
 // Ends OpenOCD, which has GraceMs to end by itself after its standard input is closed, waits until it
 // is gone and closes all three files. pfDrain is called meanwhile so that OpenOCD never waits for

@@ -78,7 +78,9 @@ static void Begin(SERVER* pServer) {
   *pServer = SERVER{};
 }
 
-bool SERVER_Start(SERVER* pServer, const char* sProgram, const char* sLog) {
+bool SERVER_Start(SERVER* pServer, const char* sProgram, const char* sLog,
+                  const char* sLastCommand) {
+  char acLastRequest[SERVER_MAX_REQUEST];
   Begin(pServer);
   if (*sLog != '\0') {
     pServer->pLog = fopen(sLog, "a");
@@ -87,8 +89,10 @@ bool SERVER_Start(SERVER* pServer, const char* sProgram, const char* sLog) {
       return false;
     }
   }
+  // This process may end in the middle of a request: the first byte ends what was sent of it.
+  TEXT_Format(acLastRequest, sizeof(acLastRequest), "%c%s%c", ANSWER_END, sLastCommand, ANSWER_END);
   pServer->IsChild = true;
-  if (CHILD_Start(&pServer->Child, sProgram) != 0) {
+  if (CHILD_Start(&pServer->Child, sProgram, acLastRequest) != 0) {
     TEXT_Format(pServer->acReason, sizeof(pServer->acReason), "%s cannot be started: %s", sProgram,
                 strerror(errno));
     SERVER_End(pServer, 0);

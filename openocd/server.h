@@ -39,9 +39,12 @@ struct SERVER {
   size_t   NumTried;  // of these bytes, those that were looked at as the end of the answer
 };
 
-// Starts sProgram; sLog may be empty. False when that is not possible, with the reason in acReason.
-// A program that cannot be run, or ends at once, shows at the first request.
-bool SERVER_Start(SERVER* pServer, const char* sProgram, const char* sLog);
+// Starts sProgram; sLog may be empty. sLastCommand is the Tcl command that is carried out if this
+// process ends before SERVER_End.
+// False when that is not possible, with the reason in acReason. A program that cannot be run, or ends
+// at once, shows at the first request.
+bool SERVER_Start(SERVER* pServer, const char* sProgram, const char* sLog,
+                  const char* sLastCommand);
 
 // Connects to a running server's Tcl port.
 bool SERVER_Connect(SERVER* pServer, const char* sHost, uint32_t Port);

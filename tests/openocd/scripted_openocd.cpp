@@ -274,7 +274,9 @@ int main(int NumArgs, char** pasArgs) {
   Memory[0xE000ED00] = 0x410FC241;
   while (read(STDIN_FILENO, &c, 1) == 1) {
     if (c == '\x1A') {
-      Serve(sRequest);
+      if (!sRequest.empty()) {
+        Serve(sRequest);
+      }
       sRequest.clear();
     } else {
       sRequest += c;

@@ -8,6 +8,9 @@
 
 namespace {
 
+// In the form in which the scripted program takes requests.
+const char sLast[] = "list q0 [catch {the last one} e] $e";
+
 class OpenocdServer : public Scripted {
  protected:
   ~OpenocdServer() override {
@@ -17,7 +20,7 @@ class OpenocdServer : public Scripted {
 
   void Start(const std::string& sRules, const std::string& sLog = "") {
     Rules(sRules);
-    ASSERT_TRUE(SERVER_Start(&Server_, SCRIPTED_OPENOCD, sLog.c_str())) << Server_.acReason;
+    ASSERT_TRUE(SERVER_Start(&Server_, SCRIPTED_OPENOCD, sLog.c_str(), sLast)) << Server_.acReason;
   }
 
   SERVER_RESULT Ask(const char* sCommand, int DeadlineMs = 5000) {
@@ -111,7 +114,7 @@ TEST_F(OpenocdServer, a_program_that_ends_between_requests_is_noticed) {
 
 TEST_F(OpenocdServer, a_program_that_cannot_be_run_is_noticed_at_the_first_request) {
   WriteFile("text", "#!/nonexistent/interpreter\n");
-  ASSERT_TRUE(SERVER_Start(&Server_, Path("text").c_str(), ""));
+  ASSERT_TRUE(SERVER_Start(&Server_, Path("text").c_str(), "", sLast));
   EXPECT_EQ(SERVER_GONE, Ask("version"));
   EXPECT_STREQ("OpenOCD has ended", Server_.acReason);
 }
@@ -187,7 +190,7 @@ TEST_F(OpenocdServer, the_log_is_kept_and_added_to) {
 }
 
 TEST_F(OpenocdServer, a_log_that_cannot_be_written_is_told) {
-  EXPECT_FALSE(SERVER_Start(&Server_, SCRIPTED_OPENOCD, "/nonexistent/log"));
+  EXPECT_FALSE(SERVER_Start(&Server_, SCRIPTED_OPENOCD, "/nonexistent/log", sLast));
   EXPECT_STREQ("/nonexistent/log: No such file or directory", Server_.acReason);
 }
 
@@ -198,6 +201,7 @@ TEST_F(OpenocdServer, an_end_with_grace_lets_the_program_end_by_itself) {
   SERVER_End(&Server_, 5000);
   EXPECT_LT(ElapsedMs(), 1000);
   ExpectNothingLeft();
+  EXPECT_EQ(std::vector<std::string>{"version"}, Requests());
   SERVER_End(&Server_, 5000);
 }
 
@@ -230,7 +234,7 @@ TEST_F(OpenocdServer, it_works_for_a_tool_that_was_started_without_standard_file
   close(STDOUT_FILENO);
   close(STDERR_FILENO);
   Rules("");
-  const bool Started = SERVER_Start(&Server_, SCRIPTED_OPENOCD, "");
+  const bool Started = SERVER_Start(&Server_, SCRIPTED_OPENOCD, "", sLast);
   const bool Good    = Ask("version") == SERVER_OK;
   SERVER_End(&Server_, 1000);
   dup2(hIn, STDIN_FILENO);
@@ -243,8 +247,7 @@ TEST_F(OpenocdServer, it_works_for_a_tool_that_was_started_without_standard_file
   EXPECT_TRUE(Good);
 }
 
-// Starts the program from a process of its own, which then ends as given. Returns the program.
-TEST_F(OpenocdServer, nothing_is_left_when_this_process_is_killed) {
+TEST_F(OpenocdServer, a_killed_process_has_its_last_command_carried_out_and_leaves_nothing) {
   for (const char* sRules : {"", "version 1 deaf\n"}) {
     std::filesystem::remove(Path("requests"));
     const pid_t Parent = fork();
@@ -268,6 +271,7 @@ TEST_F(OpenocdServer, nothing_is_left_when_this_process_is_killed) {
       usleep(1000);
     }
     EXPECT_LT(ElapsedMs(), 2500);
+    EXPECT_EQ(*sRules == '\0' ? "the last one" : "version", Requests().back());
   }
 }
 

@@ -275,14 +275,18 @@ class Ending(Case):
             output, status = self.stage.run([served.adapter], *F4)
         self.assertEqual((FREED, 0), (output, status))
 
-    def test_an_interrupted_tool_leaves_no_process(self):
+    def test_a_tool_that_is_killed_or_interrupted_lets_the_core_run(self):
         self.stage.env["QUOBE_BENCH_TIME"] = "real"
-        with self.stage.wire() as served:
-            tool = self.stage.start([served.adapter], *F4)
-            self.wait_for(lambda: self.trace_holds("FLASH_SR = 0x00010000"))
-            tool.send_signal(signal.SIGINT)
-            tool.communicate()
-            self.assertEqual([], wire.wait_until_gone(self.stage, 2))
+        for number in (signal.SIGKILL, signal.SIGINT):
+            self.stage.bench("create", "STM32F407", "--rdp", "1", "--flash", "full")
+            with self.stage.wire() as served:
+                tool = self.stage.start([served.adapter], *F4)
+                self.wait_for(lambda: self.trace_holds("FLASH_SR = 0x00010000"))
+                os.remove(self.stage.trace)
+                tool.send_signal(number)
+                tool.communicate()
+                self.assertEqual([], wire.wait_until_gone(self.stage, 2))
+                self.assertEqual("the core is free", served.last_words())
 
     def test_the_log_of_a_lost_adapter_is_bounded(self):
         log = os.path.join(self.folder, "log")

@@ -64,6 +64,11 @@ class Wire:
         self.process.stdout.close()
         return status
 
+    def last_words(self):
+        """Ends it; gives what it says of the core."""
+        self.process.terminate()
+        return self.process.communicate(timeout=10)[0].strip().partition(", ")[2]
+
     def __enter__(self):
         return self
 
