@@ -17,7 +17,7 @@ static const uint32_t AUTO_SPEED_KHZ = 4000;
 static const uint64_t HOST_US        = 250;  // one request to the probe and its answer
 static const uint32_t BITS_PER_WORD  = 140;  // address, data and status on the wire
 static const uint64_t RESET_US       = 10000;
-static const uint64_t FAST_POLLS     = 3;    // operations for which a fast device stays busy
+static const uint64_t FAST_POLLS     = 3;    // repeated reads that see a fast device busy
 static const uint32_t PATIENT_POLLS  = 500;  // after so many polls in vain, leave the CPU to others
 static const uint64_t PATIENT_SLEEP_US = 1000;
 
@@ -358,25 +358,26 @@ uint64_t Probe::TransferUs(uint32_t NumWords) const {
   return HOST_US + static_cast<uint64_t>(NumWords) * BITS_PER_WORD * 1000 / kHz;
 }
 
-// Also lets a device in fast time get on: a tenth of a second or half a minute, it is ready after
-// a few polls.
-bool Probe::ReachesTarget() {
+// A caller that waits reads the same word again. That lets a device in fast time get on: a tenth of a
+// second or half a minute, it is ready after a few polls. No other access does: a caller that forgets
+// to wait finds the device as busy as in real time.
+bool Probe::ReachesTarget(uint32_t PolledAddress) {
+  const bool IsPoll = PolledAddress != NOT_POLLED && PolledAddress == polled_;
+  polled_           = PolledAddress;
   if (!open_ || lost_ || !swd_) {
     return false;
   }
-  Controller& Flash = device_->Flash();
-  if (clock_.IsFast() && Flash.Busy()) {
-    if (Flash.PhaseUs() != FOREVER) {
-      clock_.Spend(Flash.PhaseUs() / FAST_POLLS + 1);
-      device_->AdvanceTo(clock_.NowUs());
-    }
+  const Controller& Flash = device_->Flash();
+  if (IsPoll && clock_.IsFast() && Flash.Busy() && Flash.PhaseUs() != FOREVER) {
+    clock_.Spend(Flash.PhaseUs() / FAST_POLLS + 1);
+    device_->AdvanceTo(clock_.NowUs());
   }
   return device_->DebugPortAnswers();
 }
 
 int32_t Probe::ReadMemory(uint32_t Address, uint32_t NumItems, uint32_t* pData, uint8_t* pStatus) {
   Begin();
-  const bool Reaches = ReachesTarget() && !Hits(READ_FAILS);
+  const bool Reaches = ReachesTarget(Address) && !Hits(READ_FAILS);
   clock_.Spend(TransferUs(NumItems));
   bool        Good = Reaches;
   std::string sText;
@@ -407,7 +408,7 @@ int32_t Probe::ReadMemory(uint32_t Address, uint32_t NumItems, uint32_t* pData, 
 int32_t Probe::WriteMemory(uint32_t Address, uint32_t Size, uint32_t Data) {
   Begin();
   const bool Dropped = Hits(WRITE_DROPPED);
-  const bool Reaches = ReachesTarget() && !Dropped;
+  const bool Reaches = ReachesTarget(NOT_POLLED) && !Dropped;
   clock_.Spend(TransferUs(1));
   // Named before it is done: a write that resets the device would find other names gone.
   const std::string sAccess =

@@ -43,6 +43,8 @@ class Probe {
  private:
   enum SELECTION { ANY, BY_SERIAL, BY_IP };
 
+  static constexpr uint32_t NOT_POLLED = 1;  // no address of a word
+
   void        Begin();
   void        End(const std::string& sText);
   bool        Hits(FAULT_KIND Kind) const;
@@ -53,7 +55,7 @@ class Probe {
   void        FollowVoltage();
   bool        Save(LASTING Lasting = UNTIL_EXIT);
   void        Disconnect();
-  bool        ReachesTarget();
+  bool        ReachesTarget(uint32_t PolledAddress);
   uint64_t    TransferUs(uint32_t NumWords) const;
   std::string RunCommand(const std::string& sCommand);
 
@@ -80,6 +82,7 @@ class Probe {
   uint32_t                dipVoltage_     = 0;
   uint32_t                dipUntil_       = 0;  // operation number, 0 when there is no dip
   uint32_t                busyPolls_      = 0;
+  uint32_t                polled_         = NOT_POLLED;  // what was read last
   int                     lock_           = -1;
 };
 

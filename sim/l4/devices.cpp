@@ -94,8 +94,8 @@ const VARIANT_ROW L43_OPTR_BIT_20_STORED = {
     .sName = "l43_optr_bit_20_stored", .Default = false,
     .sText = "FLASH_OPTR bit 20 of single-bank L4 keeps what is written, instead of reading 1"};
 const VARIANT_ROW L4_MISMATCH_BY_WORD = {
-    .sName = "l4_mismatch_by_word", .Default = false,
-    .sText = "L4 forces only the option word whose complement is wrong, not all of them"};
+    .sName = "l4_mismatch_by_word", .Default = true,
+    .sText = "one wrong complement makes L4 force all option words, not its own only"};
 
 static constexpr const VARIANT_ROW* apVariants[]    = {&OBL_TRANSFER_FAILS, &L4_MISMATCH_BY_WORD};
 static constexpr const VARIANT_ROW* apVariantsL43[] = {&OBL_TRANSFER_FAILS, &L4_MISMATCH_BY_WORD,

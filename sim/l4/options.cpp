@@ -18,7 +18,7 @@ bool ControllerL4::AllMatch() const {
 // Forced where a complement is wrong: user options all ones but the brown-out level, level 1, all of
 // the flash PCROP, no write protection.
 uint32_t ControllerL4::Effective(int Index) const {
-  if (AllMatch() || (Is(L4_MISMATCH_BY_WORD) && Matches(Index))) {
+  if (Is(L4_MISMATCH_BY_WORD) ? Matches(Index) : AllMatch()) {
     return Stored(Index);
   }
   const silicon::OPTION_WORD& Own = Word(Index);

@@ -331,6 +331,8 @@ TEST_F(SimBench, EditedFilesGiveAReasonAndAreNotTouched) {
       {"register.FLASH_NOTHING = 1", "means nothing"},
       {"register.FLASH_CR = ", "means nothing"},
       {"state.nothing = 1", "means nothing"},
+      {"state.level = 1", "means nothing"},  // the level follows from the options
+      {"state.keys = 4", "means nothing"},
       {"variant.nothing = 1", "means nothing"},
       {"memory.flash.0x08000000 = XYZ", "means nothing"},
       {"memory.flash.0x08000000 =", "means nothing"},

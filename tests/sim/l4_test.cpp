@@ -137,18 +137,22 @@ static const STEPS_CASE aOptions[] = {
     {"OptrBit20OfASingleBankIsStoredWhereThatVariantIsChosen", "L433",
      "--variant l43_optr_bit_20_stored=1",
      "optr:FFEFF8AA OPTR?FFEFF8AA OPTR:FFEFF8AA optr:FFFFF8AA OPTR?FFFFF8AA"},
-    {"AMismatchForcesTheDefaults", DUAL, "--mismatch rdp",
+    {"AMismatchForcesItsOwnWord", DUAL, "--wrp all --mismatch PCROP2ER",
+     "level?0 SR?8000 OPTR?FFEFF8AA PCROP1SR?FFFFFFFF PCROP2SR?FFFFFFFF PCROP2ER?FFFFFFFF "
+     "WRP2AR?FFFFFF00"},
+    {"AMismatchOfTheLevelForcesItAndTheUserOptions", DUAL, "--wrp 3 --mismatch rdp",
+     "SR?8000 level?1 stored?1 error?OPTVERR OPTR?FFFFF8FF WRP1AR?FF03FF03 PCROP1SR?FFFFFFFF"},
+    {"AMismatchOfAnAreaEndForcesIt", "L433", "--mismatch PCROP1SR --mismatch WRP1AR",
+     "SR?8000 level?0 PCROP1SR?FFFF8000 PCROP1ER?FFF8000 WRP1AR?FF80FFFF"},
+    {"AMismatchForcesAllWordsWhereThatVariantIsChosen", DUAL,
+     "--mismatch rdp --variant l4_mismatch_by_word=0",
      "SR?8000 level?1 stored?1 error?OPTVERR OPTR?FFFFF8FF PCROP1SR?FFFF0000 "
      "PCROP1ER?FFFFFFF WRP1AR?FF00FFFF WRP1BR?FF00FFFF PCROP2SR?FFFF0000 PCROP2ER?FFFFFFFF "
      "WRP2AR?FF00FFFF WRP2BR?FF00FFFF"},
-    {"AMismatchForcesTheDefaultsOfOneBank", "L433", "--wrp all --mismatch WRP1BR",
+    {"AMismatchForcesAllWordsOfOneBankWhereThatVariantIsChosen", "L433",
+     "--wrp all --mismatch WRP1BR --variant l4_mismatch_by_word=0",
      "SR?8000 level?1 OPTR?FFFFF8FF PCROP1SR?FFFF8000 PCROP1ER?FFFFFFF WRP1AR?FF80FFFF"},
-    {"OnlyTheWordIsForcedWhereThatVariantIsChosen", DUAL,
-     "--wrp all --mismatch PCROP2ER --variant l4_mismatch_by_word=1",
-     "level?0 SR?8000 OPTR?FFEFF8AA PCROP1SR?FFFFFFFF PCROP2SR?FFFFFFFF PCROP2ER?FFFFFFFF "
-     "WRP2AR?FFFFFF00"},
-    {"AMismatchIsReportedAtEveryResetUntilTheNextGoodLoad", ALL,
-     "--mismatch WRP1AR --variant l4_mismatch_by_word=1",
+    {"AMismatchIsReportedAtEveryResetUntilTheNextGoodLoad", ALL, "--mismatch WRP1AR",
      "SR?8000 SR=8000 SR?0 reset SR?8000 unlock start SR?8080 SR=C1FB start finish reset SR?8000 "
      "remark?none error?OPTVERR unlock launch SR?0 error?none"},
 };
