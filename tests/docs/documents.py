@@ -1,0 +1,148 @@
+#!/usr/bin/env python3
+"""Runs what the documents show, and compares them with what they say.
+
+usage: documents.py BUILD commands PAGE...   every block "console": output as shown, one shell a page
+       documents.py BUILD success            README's table "Success by family", on simulated devices
+       documents.py BUILD messages           every message of the tool has its row in README
+
+Prints each difference; exit status 1 when there is one.
+"""
+
+import difflib
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+README = (ROOT / "README.md").read_text()
+BANNER_DATE = re.compile(r"^Compiled \w{3} [ \d]\d \d{4} \d\d:\d\d:\d\d$", re.MULTILINE)
+
+# A device for each row of the menu, as its maker would call the family's usual part.
+DEVICES = ["STM32F051", "STM32F103", "STM32F207", "STM32F303", "STM32F407", "STM32F723",
+           "STM32F746", "STM32F767", "STM32H743", "STM32L053", "STM32L152", "STM32L476"]
+
+
+def shell(build, script, bench, seconds=60):
+    env = dict(os.environ, QUOBE_BENCH=f"{bench}/bench", QUOBE_BENCH_TIME="fast")
+    done = subprocess.run(["bash", "-c", script.replace("build/release", build)], cwd=ROOT, env=env,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, timeout=seconds, check=False)
+    return done.stdout, done.returncode
+
+
+def plain(text):
+    return BANNER_DATE.sub("Compiled DATE", text)
+
+
+def check_commands(build, pages):
+    wrong, ran = [], 0
+    for page in pages:
+        blocks = re.findall(r"^```console\n(.*?)^```$", (ROOT / page).read_text(), re.M | re.S)
+        if not blocks:
+            wrong.append(f"{page}: no block \"console\"")
+        with tempfile.TemporaryDirectory() as bench:
+            for block in blocks:
+                for part in re.split(r"^\$ ", block, flags=re.MULTILINE)[1:]:
+                    command, expected = part.split("\n", 1)
+                    output, _ = shell(build, command, bench)
+                    ran += 1
+                    if plain(output) != plain(expected):
+                        diff = difflib.unified_diff(plain(expected).splitlines(),
+                                                    plain(output).splitlines(),
+                                                    page, "now", lineterm="")
+                        wrong.append(f"{page}: $ {command}\n" + "\n".join(diff))
+    print(f"{ran} commands")
+    return wrong
+
+
+def rows_of_table(heading):
+    section = README.split(f"\n## {heading}\n")[1].split("\n## ")[0]
+    rows = [[cell.strip() for cell in line.strip("|").split(" | ")]
+            for line in section.splitlines() if line.startswith("|")]
+    return rows
+
+
+def times_of_families():
+    rows = re.findall(r"^\| (STM32\w+) \|.*\| ([\d.]+ s) \|$",
+                      (ROOT / "docs/families.md").read_text(), re.MULTILINE)
+    return dict(rows)
+
+
+def check_success(build):
+    wrong = []
+    rows = [row for row in rows_of_table("Success by family") if len(row) == 7 and row[0].isdigit()]
+    if [row[0] for row in rows] != [str(i) for i in range(1, 13)]:
+        return ["README: the table of families has not the rows 1 to 12"]
+    times = times_of_families()
+    for row, device in zip(rows, DEVICES):
+        number, family, last, _, seconds, cycle, _ = row
+        with tempfile.TemporaryDirectory() as bench:
+            shell(build, f"build/release/sim/quobe-bench create {device} --rdp 1 --wrp all", bench)
+            output, status = shell(
+                build, f"build/release/sim/quobe-unlock -Exit 1 -SetDeviceFamily {number}", bench)
+            _, differs = shell(build, "build/release/sim/quobe-bench show --expect-factory", bench)
+            shell(build, "build/release/sim/quobe-bench power-cycle", bench)
+            _, later = shell(build, "build/release/sim/quobe-bench show --expect-factory", bench)
+        lines = output.splitlines()
+        found = {
+            "family": [line for line in lines if line.startswith("Select ")]
+            == [f"Select device family: {family}"],
+            "last line": f"`{lines[-1]}`" == last,
+            "status": status == 0,
+            "time": times.get(device) == seconds,
+            "power cycle": ("**needed**" in cycle) == (differs != 0),
+            "at factory state in the end": later == 0,
+        }
+        wrong += [f"README, row {number}, {device}: {what}" for what, good in found.items()
+                  if not good]
+    return wrong
+
+
+# What a run prints that is no failure.
+PROGRESS = {
+    "OSTREL Quobe Unlock tool for STM32 devices", "Compiled ", "Parsing command line...", "O.K.",
+    "Select device family: ", "Powering target via Quobe.", "Using SWD as target interface.",
+    "Target interface speed: ", "VTarget = ", "Press any key to exit.", "Options:",
+    "Please select the correct device family: ", "Reset target...",
+    "Reset option bytes to factory settings...", "Reset option bytes (may take app. 20 seconds)...",
+    "Option bytes reset to factory settings.", "Resetting FLASH_OPTR...",
+    "Resetting Write protection (WRP) and PCROP...", "Connecting to Quobe via USB...",
+    "Connecting to Quobe via ethernet...", "failed.",
+}
+
+
+def check_messages(_):
+    texts = set()
+    for path in [*sorted(ROOT.glob("app/*.cpp")), *sorted(ROOT.glob("probeapi/*.cpp"))]:
+        for call in re.findall(r"\b(?:PrintText|PrintLine|PrintFormat|OrPrint|puts|printf)\(([^;]*)\);",
+                               path.read_text()):
+            for literal in re.findall(r'"((?:[^"\\]|\\.)*)"', call):
+                texts.update(part for part in literal.split("\\n") if re.match(r"[A-Z]", part))
+    texts = {text for text in texts if len(text) > 3}
+    known = {text for text in texts for progress in PROGRESS if text.startswith(progress)}
+    introduction = {text for text in texts if text.startswith("This program is designed")}
+    failures = texts - known - introduction - {"ERROR: %s"}  # its text is a literal of its own
+    table = README.split("\n## If it fails\n")[1].split("\n### ")[0]
+    table = re.sub(r"\b(NAME|OPTION)\b", "%s", table).replace("(...)", "(%s)")
+    wrong = []
+    if len(failures) < 12:
+        wrong.append(f"only {len(failures)} messages were found in the sources")
+    for text in sorted(failures):
+        wanted = re.sub(r"-(SelectEmuBySN|speed|SetPowerTarget|SetDeviceFamily|exit)\b", "%s", text)
+        if f"`{wanted}`" not in table and f"`{'ERROR: ' + wanted}`" not in table:
+            wrong.append(f"README explains no message `{text}`")
+    return wrong
+
+
+def main():
+    build, what, pages = sys.argv[1], sys.argv[2], sys.argv[3:]
+    wrong = (check_commands(build, pages) if what == "commands"
+             else {"success": check_success, "messages": check_messages}[what](build))
+    print("\n".join(wrong) or "as the documents say")
+    return 1 if wrong else 0
+
+
+sys.exit(main())
