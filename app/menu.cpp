@@ -29,7 +29,9 @@ void PrintFamilyDescription(void) {
 // and then works. The user can do nothing about it, and scripts treat any text on standard error as
 // a failure. So standard error is /dev/null while the editor runs.
 static char* ReadEntry(void) {
-  const int SavedError = dup(STDERR_FILENO);
+  // Above the standard descriptors: with standard input closed the copy would otherwise become it,
+  // and the editor would read the answer from standard error.
+  const int SavedError = fcntl(STDERR_FILENO, F_DUPFD, STDERR_FILENO + 1);
   const int Null       = open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (SavedError >= 0 && Null >= 0) {
     dup2(Null, STDERR_FILENO);

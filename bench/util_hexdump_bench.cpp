@@ -43,8 +43,8 @@ char* StoreAddr(char* p, uint32_t Addr) {
 }
 
 // The same arguments as ours, but the text has room for everything: nothing is tested on the way.
-__attribute__((noipa)) uint32_t DumpByTable(char* pText, const uint8_t* pData, uint32_t NumBytes,
-                                            int ShowAddr, uint32_t Addr, uint32_t BytesPerLine) {
+uint32_t DumpByTable(char* pText, const uint8_t* pData, uint32_t NumBytes, int ShowAddr,
+                     uint32_t Addr, uint32_t BytesPerLine) {
   char* p = pText;
   for (uint32_t i = 0; i < NumBytes; i += BytesPerLine) {
     if (ShowAddr) {
@@ -63,6 +63,9 @@ __attribute__((noipa)) uint32_t DumpByTable(char* pText, const uint8_t* pData, u
   *p++ = 0;
   return (uint32_t)(p - pText);
 }
+
+// The compiler cannot adapt it to the arguments of its one call, as it cannot adapt ours either.
+auto* volatile pfDumpByTable = DumpByTable;
 
 std::vector<char> Text((1 << 20) * 4);
 uint32_t          Len;
@@ -89,7 +92,7 @@ void AddRow(const char* sRow, double Goal, uint32_t NumBytes, CPU_LEVEL Level) {
   BENCH_Add(
       "table, 4-byte stores",
       [Data, NumBytes] {
-        Len = DumpByTable(Text.data(), Data.data(), NumBytes, 1, 0x20000000, LINE);
+        Len = pfDumpByTable(Text.data(), Data.data(), NumBytes, 1, 0x20000000, LINE);
       },
       TheText);
 }

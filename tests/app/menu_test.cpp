@@ -1,8 +1,11 @@
 // What the menu passes to the line editor. The editor's two functions are defined here.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -12,9 +15,12 @@
 static std::vector<const char*> Lines;  // nullptr: end of input
 static std::vector<std::string> Prompts;
 static std::vector<std::string> History;
+static struct stat              InputOfEditor;  // zeros: the descriptor is closed
 
 extern "C" char* readline(const char* sPrompt) {
   Prompts.push_back(sPrompt);
+  InputOfEditor = {};
+  fstat(STDIN_FILENO, &InputOfEditor);
   const char* sLine = Lines.front();
   Lines.erase(Lines.begin());
   return sLine == nullptr ? nullptr : strdup(sLine);
@@ -55,6 +61,21 @@ TEST(AppMenu, EndOfInputIsAskedAgainWithTheSamePrompt) {
   const FAMILY_ROW* pRow = nullptr;
   EXPECT_EQ(0, Select({nullptr, nullptr, "0"}, &pRow));
   EXPECT_EQ(std::vector<std::string>(3, "Please select the correct device family: "), Prompts);
+}
+
+TEST(AppMenu, StandardErrorDoesNotBecomeTheInputWhenThatIsClosed) {
+  struct stat       Error;
+  const FAMILY_ROW* pRow       = nullptr;
+  const int         SavedInput = fcntl(STDIN_FILENO, F_DUPFD, STDERR_FILENO + 1);
+  ASSERT_EQ(0, fstat(STDERR_FILENO, &Error));
+  Lines = {"7"};
+  testing::internal::CaptureStdout();
+  close(STDIN_FILENO);
+  EXPECT_EQ(1, SelectFamily(&pRow));
+  dup2(SavedInput, STDIN_FILENO);
+  close(SavedInput);
+  testing::internal::GetCapturedStdout();
+  EXPECT_FALSE(InputOfEditor.st_dev == Error.st_dev && InputOfEditor.st_ino == Error.st_ino);
 }
 
 TEST(AppMenu, RowsHoldIdNameAndCore) {
