@@ -4,6 +4,8 @@
 usage: documents.py BUILD commands PAGE...   every block "console": output as shown, one shell a page
        documents.py BUILD success            README's table "Success by family", on simulated devices
        documents.py BUILD messages           every message of the tool has its row in README
+       documents.py BUILD links              every file that a page refers to is there
+       documents.py BUILD example            examples/unlock-line, with four probes
 
 Prints each difference; exit status 1 when there is one.
 """
@@ -27,7 +29,7 @@ DEVICES = ["STM32F051", "STM32F103", "STM32F207", "STM32F303", "STM32F407", "STM
 
 def shell(build, script, bench, seconds=60):
     env = dict(os.environ, QUOBE_BENCH=f"{bench}/bench", QUOBE_BENCH_TIME="fast")
-    done = subprocess.run(["bash", "-c", script.replace("build/release", build)], cwd=ROOT, env=env,
+    done = subprocess.run(["bash", "-c", re.sub(r"(?<![\w/])build/release", build, script)], cwd=ROOT, env=env,
                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, timeout=seconds, check=False)
     return done.stdout, done.returncode
@@ -137,10 +139,44 @@ def check_messages(_):
     return wrong
 
 
+def check_links(_):
+    wrong = []
+    for page in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted(ROOT.glob("docs/*.md"))]:
+        for link in re.findall(r"\]\(([^)#: ]+)[^):]*\)", page.read_text()):
+            if not (page.parent / link).exists():
+                wrong.append(f"{page.name}: no file {link}")
+    return wrong
+
+
+def check_example(build):
+    # Device, family, settings of probe 1003, what is printed, exit status.
+    cases = [
+        ("STM32F407", 5, "vtarget=3300", ["1001 good", "1002 good", "1003 good", "1004 good"], 0),
+        ("STM32F407", 5, "vtarget=0", ["1001 good", "1002 good",
+                                       "1003 BAD, status 255: Target voltage too low", "1004 good"], 1),
+        ("STM32F051", 1, "vtarget=3300", ["1001 good", "1002 good", "1003 good", "1004 good",
+                                          "F0: switch the supply off and on now, the old protection "
+                                          "is in force until then"], 0),
+    ]
+    wrong = []
+    for device, family, setting, lines, status in cases:
+        with tempfile.TemporaryDirectory() as bench:
+            setup = "".join(f"build/release/sim/quobe-bench --probe {i} create {device} --rdp 1 "
+                            f"--wrp all >/dev/null;" for i in range(1001, 1005))
+            shell(build, setup + f"build/release/sim/quobe-bench set --probe 1003 {setting}", bench)
+            output, ended = shell(
+                build, f"cd {bench} && QUOBE_UNLOCK={build}/sim/quobe-unlock "
+                f"{ROOT}/examples/unlock-line {family} 1001 1002 1003 1004", bench)
+        if (sorted(output.splitlines()), ended) != (sorted(lines), status):
+            wrong.append(f"unlock-line {family}, {device}, {setting}: {ended}\n{output}")
+    return wrong
+
+
 def main():
     build, what, pages = sys.argv[1], sys.argv[2], sys.argv[3:]
     wrong = (check_commands(build, pages) if what == "commands"
-             else {"success": check_success, "messages": check_messages}[what](build))
+             else {"success": check_success, "messages": check_messages, "links": check_links,
+                   "example": check_example}[what](build))
     print("\n".join(wrong) or "as the documents say")
     return 1 if wrong else 0
 
