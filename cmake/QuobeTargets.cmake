@@ -12,7 +12,8 @@ set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 # Headers are included by their path from the root of the project, in quotes. A name in angle brackets
 # is not searched for there: it is always the system's.
 add_library(quobe_headers INTERFACE)
-target_compile_options(quobe_headers INTERFACE "-iquote${PROJECT_SOURCE_DIR}")
+target_compile_options(quobe_headers INTERFACE "$<BUILD_INTERFACE:-iquote${PROJECT_SOURCE_DIR}>")
+target_include_directories(quobe_headers INTERFACE "$<INSTALL_INTERFACE:include/quobe>")
 
 add_library(quobe_options INTERFACE)
 target_link_libraries(quobe_options INTERFACE quobe_headers)
@@ -57,7 +58,8 @@ function(quobe_product_library name)
   add_library(${name} STATIC ${ARGN})
   string(REGEX REPLACE "^quobe_" "quobe::" alias ${name})
   add_library(${alias} ALIAS ${name})
-  target_link_libraries(${name} PRIVATE quobe_product_options PUBLIC quobe_headers quobe_platform)
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:quobe_product_options>
+    PUBLIC quobe_headers quobe_platform)
   target_compile_features(${name} PUBLIC cxx_std_20)
   set_target_properties(${name} PROPERTIES
     POSITION_INDEPENDENT_CODE ON

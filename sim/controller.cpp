@@ -161,20 +161,34 @@ bool Controller::WriteKey(int Lock, uint32_t Key) {
     return true;
   }
   const bool Good = Own.WriteKey(Key);
-  ShowLock(Own);
+  ShowLock(Lock);
   return Good;
 }
 
 void Controller::CloseLock(int Lock) {
   locks_[static_cast<size_t>(Lock)].Close();
-  ShowLock(locks_[static_cast<size_t>(Lock)]);
+  ShowLock(Lock);
 }
 
-void Controller::ShowLock(const KeyLock& Lock) {
-  const LOCK_ROW& Row     = Lock.Row();
+void Controller::ShowLock(int Lock) {
+  const KeyLock&  Own     = locks_[static_cast<size_t>(Lock)];
+  const LOCK_ROW& Row     = Own.Row();
   uint32_t&       Control = registers_[Row.Control];
   Control &= ~(Row.ClosedBit | Row.OpenBit);
-  Control |= Lock.IsOpen() ? Row.OpenBit : Row.ClosedBit;
+  Control |= Own.IsOpen() ? Row.OpenBit : Row.ClosedBit;
+  for (int i = 0; i < static_cast<int>(locks_.size()); i++) {
+    const LOCK_ROW& Other = locks_[static_cast<size_t>(i)].Row();
+    if (Other.FollowsIt && Other.Behind == Lock && !Own.IsOpen()) {
+      CloseLock(i);
+    }
+  }
+}
+
+// Loads the options anew, with a reset.
+bool Controller::LaunchOptions() {
+  launched_ = true;
+  around_.ResetFromWithin("OBL_LAUNCH");
+  return !Is(OBL_TRANSFER_FAILS);
 }
 
 // -- Bus -----------------------------------------------------------------------------------------

@@ -202,6 +202,9 @@ class Controller {
   bool     IsOpen(int Lock) const { return locks_[static_cast<size_t>(Lock)].IsOpen(); }
   KeyLock& Lock(int Lock) { return locks_[static_cast<size_t>(Lock)]; }
 
+  // OBL_LAUNCH: a reset with launched_ set, which OnSystemReset clears. Whether it is answered.
+  bool LaunchOptions();
+
   // An option word is stored; its complement, where the hardware keeps one apart, follows.
   void Store(int Index, uint32_t Value);
   // The same in two parts, as an operation that was cut short leaves it; of IN_NEXT_WORD only.
@@ -222,6 +225,7 @@ class Controller {
   Surroundings&          around_;
   const silicon::DEVICE& facts_;
   RegisterFile           registers_;
+  bool                   launched_ = false;  // the next reset loads the options
 
  private:
   struct STATE_ITEM {
@@ -236,7 +240,7 @@ class Controller {
   };
 
   void CutRunning();
-  void ShowLock(const KeyLock& Lock);
+  void ShowLock(int Lock);
   bool LoadRunning(const std::string& sWhat, uint32_t Value);
   bool LoadOption(const std::string& sName, bool IsComplement, uint32_t Value);
   bool SpoilComplement(int Index, uint32_t Bit);

@@ -25,6 +25,7 @@ struct LOCK_ROW {
   uint32_t    ClosedBit     = 0;      // set there while it is closed
   uint32_t    OpenBit       = 0;      // set there while it is open
   int         Behind        = -1;     // keys count only while this other lock is open; -1: always
+  bool        FollowsIt     = false;  // and it closes with that one
   bool        ThirdKeyKills = false;  // a key written to an open lock keeps it closed until reset
 };
 

@@ -1,6 +1,7 @@
 #include "sim/memory.h"
 
 #include <stddef.h>
+#include <string.h>
 
 #include <algorithm>
 
@@ -9,7 +10,8 @@
 namespace sim {
 
 static const size_t WORDS_PER_LINE = 8;
-static const size_t MIN_RUN        = 8;  // shorter repetitions are written out
+static const size_t MIN_RUN        = 8;     // shorter repetitions are written out
+static const size_t BLOCK          = 1024;  // words
 
 static const uint32_t ROW_BYTES = 128;
 
@@ -41,8 +43,12 @@ uint32_t Memory::BytesInUse() const {
   return NumWords * 4;
 }
 
+// Nearly all of a memory repeats, so it is compared in blocks: with itself, one word further on.
 static size_t RunLength(const std::vector<uint32_t>& Words, size_t First) {
   size_t End = First + 1;
+  while (End + BLOCK <= Words.size() && memcmp(&Words[End - 1], &Words[End], 4 * BLOCK) == 0) {
+    End += BLOCK;
+  }
   while (End < Words.size() && Words[End] == Words[First]) {
     End++;
   }

@@ -1,14 +1,22 @@
-#include "sim/probe.h"
+// The simulated probe library: the 16 operations on one bench, one probe per process. Results are those
+// of probeapi/quobearm.h.
+
+#include "probeapi/quobearm.h"
 
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 
+#include "sim/bench.h"
 #include "sim/catalog.h"
+#include "sim/clock.h"
 #include "sim/text.h"
+#include "sim/trace.h"
 
-namespace sim {
+#define EXPORT extern "C" __attribute__((visibility("default")))
+
+using namespace sim;
 
 static const int32_t  INTERFACE_SWD  = 1;
 static const uint32_t SPEED_AUTO     = 0;
@@ -20,133 +28,179 @@ static const uint64_t RESET_US       = 10000;
 static const uint64_t FAST_POLLS     = 3;    // repeated reads that see a fast device busy
 static const uint32_t PATIENT_POLLS  = 500;  // after so many polls in vain, leave the CPU to others
 static const uint64_t PATIENT_SLEEP_US = 1000;
+static const uint32_t NOT_POLLED       = 1;  // no address of a word
+
+enum SELECTION { ANY, BY_SERIAL, BY_IP };
+
+namespace {
+
+// What belongs to one connection. The next one begins anew, interface and speed as well.
+struct CONNECTION {
+  PROBE_SETTINGS          Settings;
+  std::vector<FAULT>      Faults;
+  std::unique_ptr<Device> pDevice;
+  LINK                    Link;
+  std::string             sSaved;  // what is in the device's file
+  bool                    IsOpen         = false;
+  bool                    IsLost         = false;
+  bool                    IsBroken       = false;  // lost, and nothing more is stored
+  bool                    SupplyOffAtEnd = false;
+  bool                    IsSwd          = false;
+  uint32_t                Speed          = 0;
+  int32_t                 ResetDelayMs   = 0;
+  uint32_t                DipVoltage     = 0;
+  uint32_t                DipUntil       = 0;  // operation number, 0 when there is no dip
+  uint32_t                BusyPolls      = 0;
+  uint32_t                Polled         = NOT_POLLED;  // what was read last
+  int                     Lock           = -1;
+};
+
+struct PROBE : CONNECTION {
+  Bench       Where;
+  SELECTION   Selection = ANY;
+  uint32_t    SerialNo  = 0;
+  std::string sIP;
+  Clock       Time{Clock::REAL, WallUs};
+  Trace       Lines;
+  std::string sError;  // of opening; its text
+  uint32_t    Operation = 0;
+};
+
+}  // namespace
+
+// A static, because the operations have no argument that could carry it.
+static PROBE Probe;
 
 // -- Around each operation -----------------------------------------------------------------------
 
-void Probe::Begin() {
-  if (operation_ == 0) {
-    trace_.Open(getenv("QUOBE_BENCH_TRACE"));
+// Asked after each change of the device, before the caller hears that it is done. A change that cannot
+// be kept never happened: the operation fails and the probe answers no more, so nothing builds on it.
+static bool Save(LASTING Lasting = UNTIL_EXIT) {
+  std::string sError;
+  if (!Probe.IsBroken && Probe.pDevice->IsChanged &&
+      !Probe.Where.SaveDevice(Probe.Settings, *Probe.pDevice, Probe.Link, &sError, Lasting,
+                              &Probe.sSaved)) {
+    Probe.Lines.Event(Probe.Time.NowUs(), "state not saved, the connection is lost: " + sError);
+    Probe.sError   = "The state of the device cannot be saved. " + sError;
+    Probe.IsLost   = true;
+    Probe.IsBroken = true;
   }
-  operation_++;
-  clock_.Begin();
-  if (device_ != nullptr && open_) {
-    device_->AdvanceTo(clock_.NowUs());
+  Probe.pDevice->IsChanged = false;
+  return !Probe.IsBroken;
+}
+
+static bool Hits(FAULT_KIND Kind) {
+  return std::any_of(Probe.Faults.begin(), Probe.Faults.end(), [Kind](const FAULT& Fault) {
+    return Fault.Kind == Kind && Fault.Operation == Probe.Operation;
+  });
+}
+
+static uint32_t Voltage() {
+  if (Probe.DipUntil != 0) {
+    return Probe.DipVoltage;
+  }
+  return SupplyOf(Probe.Settings, Probe.Link);
+}
+
+static void FollowVoltage() {
+  Probe.pDevice->SetVoltage(Voltage());
+}
+
+// The faults that come by themselves; those of a read or a write are looked at there.
+static void ApplyFaults() {
+  if (Probe.DipUntil != 0 && Probe.Operation >= Probe.DipUntil) {
+    Probe.DipUntil = 0;
+    FollowVoltage();
+  }
+  for (const FAULT& Fault : Probe.Faults) {
+    if (Fault.Operation != Probe.Operation) {
+      continue;
+    }
+    if (Fault.Kind == LOST && !Probe.IsLost) {
+      Probe.IsLost = true;
+      Probe.Lines.Event(Probe.Time.NowUs(), "fault: the probe no longer answers");
+      Probe.Link               = LINK();  // connection and supply went with the cable
+      Probe.pDevice->IsChanged = true;
+      FollowVoltage();
+    } else if (Fault.Kind == POWER_DIP) {
+      Probe.DipVoltage = static_cast<uint32_t>(Fault.First);
+      Probe.DipUntil = Probe.Operation + static_cast<uint32_t>(std::max<uint64_t>(Fault.Second, 1));
+      Probe.Lines.Event(Probe.Time.NowUs(),
+                        Format("fault: target voltage drops to %u mV", Probe.DipVoltage));
+      FollowVoltage();
+    } else if (Fault.Kind == BUSY) {
+      Probe.Lines.Event(Probe.Time.NowUs(), "fault: the flash controller stays busy");
+      Probe.pDevice->Flash().HoldBusy(Fault.First);
+    }
+  }
+}
+
+static void Begin() {
+  if (Probe.Operation == 0) {
+    Probe.Time = Clock(Clock::REAL, WallUs);
+    Probe.Lines.Open(getenv("QUOBE_BENCH_TRACE"));
+  }
+  Probe.Operation++;
+  Probe.Time.Begin();
+  if (Probe.pDevice != nullptr && Probe.IsOpen) {
+    Probe.pDevice->AdvanceTo(Probe.Time.NowUs());
     ApplyFaults();
     Save();
   }
 }
 
-void Probe::End(const std::string& sText) {
-  if (device_ != nullptr && open_) {
-    clock_.Spend(device_->TakeStalledUs());
+static void End(const std::string& sText) {
+  if (Probe.pDevice != nullptr && Probe.IsOpen) {
+    Probe.Time.Spend(Probe.pDevice->TakeStalledUs());
   }
-  trace_.Operation(clock_.NowUs(), operation_, sText);
-  lost_ = lost_ || (open_ && !trace_.Error().empty());
-  clock_.End();
-}
-
-// Whoever changes the device asks this before saying that it is done. What cannot be kept never
-// happened: the operation fails, and the probe answers no more, so nothing is built on it.
-bool Probe::Save(LASTING Lasting) {
-  std::string sError;
-  if (!broken_ && device_->IsChanged &&
-      !bench_.SaveDevice(probe_, *device_, link_, &sError, Lasting, &sSaved_)) {
-    trace_.Event(clock_.NowUs(), "state not saved, the connection is lost: " + sError);
-    sOpenError_ = "The state of the device cannot be saved. " + sError;
-    lost_       = true;
-    broken_     = true;
-  }
-  device_->IsChanged = false;
-  return !broken_;
-}
-
-bool Probe::Hits(FAULT_KIND Kind) const {
-  return std::any_of(faults_.begin(), faults_.end(), [this, Kind](const FAULT& Fault) {
-    return Fault.Kind == Kind && Fault.Operation == operation_;
-  });
-}
-
-// The faults that come by themselves; those of a read or a write are looked at there.
-void Probe::ApplyFaults() {
-  if (dipUntil_ != 0 && operation_ >= dipUntil_) {
-    dipUntil_ = 0;
-    FollowVoltage();
-  }
-  for (const FAULT& Fault : faults_) {
-    if (Fault.Operation != operation_) {
-      continue;
-    }
-    if (Fault.Kind == LOST && !lost_) {
-      lost_ = true;
-      trace_.Event(clock_.NowUs(), "fault: the probe no longer answers");
-      link_              = LINK();  // connection and supply went with the cable
-      device_->IsChanged = true;
-      FollowVoltage();
-    } else if (Fault.Kind == POWER_DIP) {
-      dipVoltage_ = static_cast<uint32_t>(Fault.First);
-      dipUntil_   = operation_ + static_cast<uint32_t>(std::max<uint64_t>(Fault.Second, 1));
-      trace_.Event(clock_.NowUs(), Format("fault: target voltage drops to %u mV", dipVoltage_));
-      FollowVoltage();
-    } else if (Fault.Kind == BUSY) {
-      trace_.Event(clock_.NowUs(), "fault: the flash controller stays busy");
-      device_->Flash().HoldBusy(Fault.First);
-    }
-  }
-}
-
-uint32_t Probe::Voltage() const {
-  if (dipUntil_ != 0) {
-    return dipVoltage_;
-  }
-  return SupplyOf(probe_, link_);
-}
-
-void Probe::FollowVoltage() {
-  device_->SetVoltage(Voltage());
+  Probe.Lines.Operation(Probe.Time.NowUs(), Probe.Operation, sText);
+  Probe.IsLost = Probe.IsLost || (Probe.IsOpen && !Probe.Lines.Error().empty());
+  Probe.Time.End();
 }
 
 // -- Connection ----------------------------------------------------------------------------------
 
-uint32_t Probe::IsOpen() {
+EXPORT uint32_t QUOBEARM_IsOpen(void) {
   Begin();
-  const bool Open = open_ && !lost_;
+  const bool Open = Probe.IsOpen && !Probe.IsLost;
   End(Format("IsOpen = %d", Open));
   return Open;
 }
 
-uint32_t Probe::SelectIP(const char* sHost, int32_t Port) {
+EXPORT uint32_t QUOBEARM_SelectIP(const char* sHost, int32_t Port) {
   Begin();
   PROBE_SETTINGS Found;
   std::string    sError;
-  sIP_                 = sHost != nullptr ? sHost : "";
-  const bool IsOnBench = bench_.FindByIP(sIP_, &Found, &sError);
+  Probe.sIP            = sHost != nullptr ? sHost : "";
+  const bool IsOnBench = Probe.Where.FindByIP(Probe.sIP, &Found, &sError);
   if (IsOnBench) {
-    selection_ = BY_IP;
+    Probe.Selection = BY_IP;
   }
-  End(Format("SelectIP(\"%s\", %d) = %d", sIP_.c_str(), Port, !IsOnBench));
+  End(Format("SelectIP(\"%s\", %d) = %d", Probe.sIP.c_str(), Port, !IsOnBench));
   return !IsOnBench;
 }
 
-int32_t Probe::SelectByUSBSN(uint32_t SerialNo) {
+EXPORT int32_t QUOBEARM_EMU_SelectByUSBSN(uint32_t SerialNo) {
   Begin();
-  selection_ = BY_SERIAL;
-  serialNo_  = SerialNo;
+  Probe.Selection = BY_SERIAL;
+  Probe.SerialNo  = SerialNo;
   End(Format("EMU_SelectByUSBSN(%u)", SerialNo));
   return 0;
 }
 
 // "" when the chosen probe was found.
-std::string Probe::Find(PROBE_SETTINGS* pProbe) {
+static std::string Find(PROBE_SETTINGS* pProbe) {
   std::string sError;
-  const bool  Found = selection_ == BY_SERIAL ? bench_.FindBySerial(serialNo_, pProbe, &sError)
-                      : selection_ == BY_IP   ? bench_.FindByIP(sIP_, pProbe, &sError)
-                                              : bench_.FindDefault(pProbe, &sError);
+  const bool  Found = Probe.Selection == BY_SERIAL
+                          ? Probe.Where.FindBySerial(Probe.SerialNo, pProbe, &sError)
+                      : Probe.Selection == BY_IP ? Probe.Where.FindByIP(Probe.sIP, pProbe, &sError)
+                                                 : Probe.Where.FindDefault(pProbe, &sError);
   return Found ? "" : sError;
 }
 
-bool Probe::LoadFaults(std::string* psError) {
-  faults_.clear();
-  for (const std::string& sFault : probe_.Faults) {
+static bool LoadFaults(std::string* psError) {
+  Probe.Faults.clear();
+  for (const std::string& sFault : Probe.Settings.Faults) {
     FAULT Fault;
     if (!ParseFault(sFault, &Fault, psError)) {
       return false;
@@ -156,104 +210,93 @@ bool Probe::LoadFaults(std::string* psError) {
       return false;
     }
     if (Fault.Kind == STUCK_BITS) {
-      const int Word = device_->Flash().FindWord(Fault.sText);
+      const int Word = Probe.pDevice->Flash().FindWord(Fault.sText);
       if (Word < 0) {
-        *psError =
-            Format("fault \"%s\": a %s has no such option word", sFault.c_str(), device_->Name());
+        *psError = Format("fault \"%s\": a %s has no such option word", sFault.c_str(),
+                          Probe.pDevice->Name());
         return false;
       }
-      device_->Flash().SetStuckBits(Word, static_cast<uint32_t>(Fault.First),
-                                    static_cast<uint32_t>(Fault.Second));
+      Probe.pDevice->Flash().SetStuckBits(Word, static_cast<uint32_t>(Fault.First),
+                                          static_cast<uint32_t>(Fault.Second));
     }
-    faults_.push_back(Fault);
+    Probe.Faults.push_back(Fault);
   }
   return true;
 }
 
-const char* Probe::Open() {
+static void Disconnect() {
+  Bench::Unlock(Probe.Lock);
+  static_cast<CONNECTION&>(Probe) = CONNECTION();
+  Probe.Lines.SetSerialNo(0);
+}
+
+EXPORT const char* QUOBEARM_Open(void) {
   Begin();
-  if (open_ && !lost_) {
+  if (Probe.IsOpen && !Probe.IsLost) {
     End("Open: is open already");
     return nullptr;
   }
   Disconnect();
-  sOpenError_ = Find(&probe_);
-  if (sOpenError_.empty() && !trace_.Error().empty()) {
-    sOpenError_ = "The trace cannot be written. " + trace_.Error();
+  Probe.sError = Find(&Probe.Settings);
+  if (Probe.sError.empty() && !Probe.Lines.Error().empty()) {
+    Probe.sError = "The trace cannot be written. " + Probe.Lines.Error();
   }
-  if (sOpenError_.empty()) {
-    trace_.SetSerialNo(probe_.SerialNo);
-    lock_ = bench_.Lock(probe_, &sOpenError_);
+  if (Probe.sError.empty()) {
+    Probe.Lines.SetSerialNo(Probe.Settings.SerialNo);
+    Probe.Lock = Probe.Where.Lock(Probe.Settings, &Probe.sError);
   }
-  if (sOpenError_.empty() && bench_.LoadDevice(probe_, &device_, &link_, &sOpenError_) &&
-      LoadFaults(&sOpenError_)) {
-    const char* sTime = getenv("QUOBE_BENCH_TIME");
-    const bool  Fast  = sTime != nullptr ? strcmp(sTime, "fast") == 0 : probe_.IsFast;
-    clock_            = Clock(Fast ? Clock::FAST : Clock::REAL, WallUs);
-    open_             = true;
-    device_->OnEvent  = [this](uint64_t AtUs, const std::string& sText) {
-      trace_.Event(AtUs, sText);
+  if (Probe.sError.empty() &&
+      Probe.Where.LoadDevice(Probe.Settings, &Probe.pDevice, &Probe.Link, &Probe.sError) &&
+      LoadFaults(&Probe.sError)) {
+    const char* sTime      = getenv("QUOBE_BENCH_TIME");
+    const bool  Fast       = sTime != nullptr ? strcmp(sTime, "fast") == 0 : Probe.Settings.IsFast;
+    Probe.Time             = Clock(Fast ? Clock::FAST : Clock::REAL, WallUs);
+    Probe.IsOpen           = true;
+    Probe.pDevice->OnEvent = [](uint64_t AtUs, const std::string& sText) {
+      Probe.Lines.Event(AtUs, sText);
     };
     // What the last program left running has long come to its end.
-    device_->Flash().FinishAll();
-    device_->AdvanceTo(clock_.NowUs());
-    link_.IsOpen = true;
+    Probe.pDevice->Flash().FinishAll();
+    Probe.pDevice->AdvanceTo(Probe.Time.NowUs());
+    Probe.Link.IsOpen = true;
     FollowVoltage();
-    device_->IsChanged = true;
+    Probe.pDevice->IsChanged = true;
     ApplyFaults();
-    open_ = Save();
+    Probe.IsOpen = Save();
   }
-  if (!open_) {
+  if (!Probe.IsOpen) {
     Disconnect();
   }
-  End(open_ ? Format("Open: probe %u, %s", probe_.SerialNo, device_->Name())
-            : "Open: " + sOpenError_);
-  return open_ ? nullptr : sOpenError_.c_str();
+  End(Probe.IsOpen ? Format("Open: probe %u, %s", Probe.Settings.SerialNo, Probe.pDevice->Name())
+                   : "Open: " + Probe.sError);
+  return Probe.IsOpen ? nullptr : Probe.sError.c_str();
 }
 
-void Probe::Close() {
+EXPORT void QUOBEARM_Close(void) {
   Begin();
-  if (open_) {
-    if (supplyOffAtEnd_) {
-      link_.SupplyOn = false;
+  if (Probe.IsOpen) {
+    if (Probe.SupplyOffAtEnd) {
+      Probe.Link.SupplyOn = false;
     }
-    dipUntil_ = 0;
+    Probe.DipUntil = 0;
     FollowVoltage();
-    link_.IsOpen       = false;
-    device_->IsChanged = true;
+    Probe.Link.IsOpen        = false;
+    Probe.pDevice->IsChanged = true;
     Save(FOR_GOOD);
   }
-  End(broken_ ? "Close: failed" : "Close");
+  End(Probe.IsBroken ? "Close: failed" : "Close");
   Disconnect();
-}
-
-// Nothing of a connection is left for the next one: interface and speed are chosen anew.
-void Probe::Disconnect() {
-  open_           = false;
-  lost_           = false;
-  broken_         = false;
-  supplyOffAtEnd_ = false;
-  swd_            = false;
-  speed_          = 0;
-  resetDelayMs_   = 0;
-  dipUntil_       = 0;
-  busyPolls_      = 0;
-  sSaved_.clear();
-  trace_.SetSerialNo(0);
-  device_.reset();
-  Bench::Unlock(lock_);
-  lock_ = -1;
 }
 
 // -- Commands ------------------------------------------------------------------------------------
 
 // "" when the command was carried out, else what was wrong with it.
-std::string Probe::RunCommand(const std::string& sCommand) {
+static std::string RunCommand(const std::string& sCommand) {
   const std::vector<std::string> Parts  = Split(sCommand, '=');
   const bool                     HasOne = Parts.size() == 2;
   const std::string&             sName  = Parts[0];
   const std::string              sValue = HasOne ? Parts[1] : "";
-  if (!open_ || lost_) {
+  if (!Probe.IsOpen || Probe.IsLost) {
     return "Not connected to a probe";
   }
   if (EqualNoCase(sName, "device") && HasOne) {
@@ -265,19 +308,19 @@ std::string Probe::RunCommand(const std::string& sCommand) {
     return Known ? "" : "Unknown device \"" + sValue + "\"";
   }
   if (EqualNoCase(sName, "SupplyPower") && HasOne && (sValue == "0" || sValue == "1")) {
-    link_.SupplyOn     = sValue == "1";
-    device_->IsChanged = true;
+    Probe.Link.SupplyOn      = sValue == "1";
+    Probe.pDevice->IsChanged = true;
     FollowVoltage();
-    return Save() ? "" : sOpenError_;
+    return Save() ? "" : Probe.sError;
   }
   if (EqualNoCase(sName, "DisablePowerSupplyOnClose") && Parts.size() == 1) {
-    supplyOffAtEnd_ = true;
+    Probe.SupplyOffAtEnd = true;
     return "";
   }
   return "Unknown command \"" + sCommand + "\"";
 }
 
-int32_t Probe::ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
+EXPORT int32_t QUOBEARM_ExecCommand(const char* sCommand, char* pError, int32_t BufferSize) {
   Begin();
   const std::string sText  = sCommand != nullptr ? sCommand : "";
   const std::string sError = Hits(WRITE_DROPPED) ? "" : RunCommand(sText);
@@ -286,134 +329,138 @@ int32_t Probe::ExecCommand(const char* sCommand, char* pError, int32_t BufferSiz
     memcpy(pError, sError.data(), NumChars);
     pError[NumChars] = '\0';
   }
-  clock_.Spend(HOST_US);
+  Probe.Time.Spend(HOST_US);
   End("ExecCommand(\"" + sText + "\")" + (sError.empty() ? "" : ": " + sError));
   return sError.empty() ? 0 : -1;
 }
 
 // -- Target interface ----------------------------------------------------------------------------
 
-int32_t Probe::SelectInterface(int32_t Interface) {
+EXPORT int32_t QUOBEARM_TIF_Select(int32_t Interface) {
   Begin();
-  swd_ = Interface == INTERFACE_SWD;
-  End(Format("TIF_Select(%d)%s", Interface, swd_ ? "  SWD" : ": not supported"));
-  return swd_ ? 0 : -1;
+  Probe.IsSwd = Interface == INTERFACE_SWD;
+  End(Format("TIF_Select(%d)%s", Interface, Probe.IsSwd ? "  SWD" : ": not supported"));
+  return Probe.IsSwd ? 0 : -1;
 }
 
-void Probe::SetSpeed(uint32_t SpeedkHz) {
+EXPORT void QUOBEARM_SetSpeed(uint32_t SpeedkHz) {
   Begin();
   const uint32_t Wanted =
       SpeedkHz == SPEED_AUTO || SpeedkHz == SPEED_ADAPTIVE ? AUTO_SPEED_KHZ : SpeedkHz;
-  speed_ = std::min(Wanted, probe_.MaxSpeed);
-  End(Format("SetSpeed(%u)  %u kHz", SpeedkHz, speed_));
+  Probe.Speed = std::min(Wanted, Probe.Settings.MaxSpeed);
+  End(Format("SetSpeed(%u)  %u kHz", SpeedkHz, Probe.Speed));
 }
 
-uint32_t Probe::GetSpeed() {
+EXPORT uint32_t QUOBEARM_GetSpeed(void) {
   Begin();
-  End(Format("GetSpeed = %u", speed_));
-  return speed_;
+  End(Format("GetSpeed = %u", Probe.Speed));
+  return Probe.Speed;
 }
 
-bool Probe::GetVoltage(uint16_t* pMillivolts) {
+// Of the record only the voltage is filled in; the rest is the caller's.
+EXPORT int32_t QUOBEARM_GetHWStatus(HWSTATUS* pStatus) {
   Begin();
-  const bool Good = open_ && !lost_ && !Hits(READ_FAILS);
+  const bool Good = Probe.IsOpen && !Probe.IsLost && !Hits(READ_FAILS);
   if (Good) {
-    *pMillivolts = static_cast<uint16_t>(Voltage());
+    pStatus->VTarget = static_cast<uint16_t>(Voltage());
   }
-  End(Good ? Format("GetHWStatus  VTarget=%u mV", *pMillivolts) : "GetHWStatus: failed");
-  return Good;
+  End(Good ? Format("GetHWStatus  VTarget=%u mV", pStatus->VTarget) : "GetHWStatus: failed");
+  return Good ? 0 : -1;
 }
 
 // -- Target --------------------------------------------------------------------------------------
 
-int32_t Probe::SetResetType(int32_t Type) {
+EXPORT int32_t QUOBEARM_SetResetType(int32_t Type) {
   Begin();
   End(Format("SetResetType(%d)", Type));
   return 0;
 }
 
-void Probe::SetResetDelay(int32_t Delayms) {
+EXPORT void QUOBEARM_SetResetDelay(int32_t Delayms) {
   Begin();
-  resetDelayMs_ = Delayms;
+  Probe.ResetDelayMs = Delayms;
   End(Format("SetResetDelay(%d)", Delayms));
 }
 
-int32_t Probe::Reset() {
+EXPORT int32_t QUOBEARM_Reset(void) {
   Begin();
   // Without the pin the request goes over the debug port, as long as that answers.
-  bool Good = open_ && !lost_ && device_->IsPowered() && !Hits(WRITE_DROPPED) &&
-              (probe_.ResetPin || device_->DebugPortAnswers());
+  bool Good = Probe.IsOpen && !Probe.IsLost && Probe.pDevice->IsPowered() && !Hits(WRITE_DROPPED) &&
+              (Probe.Settings.ResetPin || Probe.pDevice->DebugPortAnswers());
   if (Good) {
-    device_->SystemReset(probe_.ResetHalts, "by the probe");
-    clock_.Spend(RESET_US + 1000 * static_cast<uint64_t>(std::max(resetDelayMs_, 0)));
-    device_->AdvanceTo(clock_.NowUs());
+    Probe.pDevice->SystemReset(Probe.Settings.ResetHalts, "by the probe");
+    Probe.Time.Spend(RESET_US + 1000 * static_cast<uint64_t>(std::max(Probe.ResetDelayMs, 0)));
+    Probe.pDevice->AdvanceTo(Probe.Time.NowUs());
     Good = Save();
   }
   End(Good ? "Reset" : "Reset: failed");
   return Good ? 0 : -1;
 }
 
-uint64_t Probe::TransferUs(uint32_t NumWords) const {
-  const uint32_t kHz = speed_ != 0 ? speed_ : AUTO_SPEED_KHZ;
+static uint64_t TransferUs(uint32_t NumWords) {
+  const uint32_t kHz = Probe.Speed != 0 ? Probe.Speed : AUTO_SPEED_KHZ;
   return HOST_US + static_cast<uint64_t>(NumWords) * BITS_PER_WORD * 1000 / kHz;
 }
 
 // A caller that waits reads the same word again. That lets a device in fast time get on: a tenth of a
 // second or half a minute, it is ready after a few polls. No other access does: a caller that forgets
 // to wait finds the device as busy as in real time.
-bool Probe::ReachesTarget(uint32_t PolledAddress) {
-  const bool IsPoll = PolledAddress != NOT_POLLED && PolledAddress == polled_;
-  polled_           = PolledAddress;
-  if (!open_ || lost_ || !swd_) {
+static bool ReachesTarget(uint32_t PolledAddress) {
+  const bool IsPoll = PolledAddress != NOT_POLLED && PolledAddress == Probe.Polled;
+  Probe.Polled      = PolledAddress;
+  if (!Probe.IsOpen || Probe.IsLost || !Probe.IsSwd) {
     return false;
   }
-  const Controller& Flash = device_->Flash();
-  if (IsPoll && clock_.IsFast() && Flash.Busy() && Flash.PhaseUs() != FOREVER) {
-    clock_.Spend(Flash.PhaseUs() / FAST_POLLS + 1);
-    device_->AdvanceTo(clock_.NowUs());
+  const Controller& Flash = Probe.pDevice->Flash();
+  if (IsPoll && Probe.Time.IsFast() && Flash.Busy() && Flash.PhaseUs() != FOREVER) {
+    Probe.Time.Spend(Flash.PhaseUs() / FAST_POLLS + 1);
+    Probe.pDevice->AdvanceTo(Probe.Time.NowUs());
   }
-  return device_->DebugPortAnswers();
+  return Probe.pDevice->DebugPortAnswers();
 }
 
-int32_t Probe::ReadMemory(uint32_t Address, uint32_t NumItems, uint32_t* pData, uint8_t* pStatus) {
+EXPORT int32_t QUOBEARM_ReadMemU32(uint32_t Address, uint32_t NumItems, uint32_t* pData,
+                                   uint8_t* pStatus) {
   Begin();
   const bool Reaches = ReachesTarget(Address) && !Hits(READ_FAILS);
-  clock_.Spend(TransferUs(NumItems));
+  Probe.Time.Spend(TransferUs(NumItems));
   bool        Good = Reaches;
   std::string sText;
   for (uint32_t i = 0; i < NumItems && Good; i++) {
     uint32_t Value = 0;
-    Good           = device_->Read(Address + 4 * i, 4, &Value);
+    Good           = Probe.pDevice->Read(Address + 4 * i, 4, &Value);
     if (Good) {
       pData[i] = Value;
     }
     if (pStatus != nullptr) {
       pStatus[i] = !Good;
     }
-    if (trace_.IsOn() && Good) {
-      sText += (i == 0 ? "RD  " : "; ") + DescribeAccess(device_.get(), Address + 4 * i, 4, Value);
+    if (Probe.Lines.IsOn() && Good) {
+      sText +=
+          (i == 0 ? "RD  " : "; ") + DescribeAccess(Probe.pDevice.get(), Address + 4 * i, 4, Value);
     }
   }
-  Good       = Good && Save();  // what ran while it waited has come to its end
-  busyPolls_ = device_ != nullptr && device_->Flash().Busy() && device_->IsPowered()
-                   ? busyPolls_ + 1
-                   : (Good ? 0 : busyPolls_ + 1);
-  if (busyPolls_ > PATIENT_POLLS) {
+  Good = Good && Save();  // what ran while it waited has come to its end
+  Probe.BusyPolls =
+      Probe.pDevice != nullptr && Probe.pDevice->Flash().Busy() && Probe.pDevice->IsPowered()
+          ? Probe.BusyPolls + 1
+          : (Good ? 0 : Probe.BusyPolls + 1);
+  if (Probe.BusyPolls > PATIENT_POLLS) {
     SleepUs(PATIENT_SLEEP_US);
   }
-  End(Good ? sText : "RD  " + NameOf(device_.get(), Address) + ": failed");
+  End(Good ? sText : "RD  " + NameOf(Probe.pDevice.get(), Address) + ": failed");
   return Good ? 0 : -1;
 }
 
-int32_t Probe::WriteMemory(uint32_t Address, uint32_t Size, uint32_t Data) {
+static int32_t Write(uint32_t Address, uint32_t Size, uint32_t Data) {
   Begin();
   const bool Dropped = Hits(WRITE_DROPPED);
   const bool Reaches = ReachesTarget(NOT_POLLED) && !Dropped;
-  clock_.Spend(TransferUs(1));
+  Probe.Time.Spend(TransferUs(1));
   // Named before it is done: a write that resets the device would find other names gone.
   const std::string sAccess =
-      trace_.IsOn() ? DescribeAccess(device_.get(), Address, Size, Data) : "";
-  const bool Good = Reaches && device_->Write(Address, Size, Data) && Save();
+      Probe.Lines.IsOn() ? DescribeAccess(Probe.pDevice.get(), Address, Size, Data) : "";
+  const bool Good = Reaches && Probe.pDevice->Write(Address, Size, Data) && Save();
   End((Size == 4   ? "WR  "
        : Size == 2 ? "WR16 "
                    : "WR8 ") +
@@ -424,4 +471,10 @@ int32_t Probe::WriteMemory(uint32_t Address, uint32_t Size, uint32_t Data) {
   return Good ? 0 : -1;
 }
 
-}  // namespace sim
+EXPORT int32_t QUOBEARM_WriteU32(uint32_t Address, uint32_t Data) {
+  return Write(Address, 4, Data);
+}
+
+EXPORT int32_t QUOBEARM_WriteU16(uint32_t Address, uint16_t Data) {
+  return Write(Address, 2, Data);
+}

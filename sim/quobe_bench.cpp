@@ -36,6 +36,7 @@ static const char USAGE[] =
     "  set KEY=VALUE...            probe: ip, default, vtarget, supply, max_speed, reset_halts,\n"
     "                              reset_pin, time (real or fast), fault (or fault=none)\n"
     "  remove                      take probe and device off the bench\n"
+    "  --version                   the version of this program\n"
     "\n"
     "STATE, as delivered where nothing is said:\n"
     "  --rdp 0|1|2|0xNN            read protection level, or the byte itself\n"
@@ -338,6 +339,11 @@ static int Help(const Bench& /*Where*/, const ARGUMENTS& /*Arguments*/) {
   return EXIT_DONE;
 }
 
+static int Version(const Bench& /*Where*/, const ARGUMENTS& /*Arguments*/) {
+  puts("quobe-bench " QUOBE_VERSION);
+  return EXIT_DONE;
+}
+
 struct COMMAND {
   const char* sName;
   int (*pfRun)(const Bench& Where, const ARGUMENTS& Arguments);
@@ -356,6 +362,7 @@ static const COMMAND aCommands[] = {
     {.sName = "remove", .pfRun = Remove, .TakesProbe = true, .TakesMore = false},
     {.sName = "help", .pfRun = Help, .TakesProbe = false, .TakesMore = false},
     {.sName = "--help", .pfRun = Help, .TakesProbe = false, .TakesMore = false},
+    {.sName = "--version", .pfRun = Version, .TakesProbe = false, .TakesMore = false},
 };
 
 static int Run(const COMMAND& Command, const ARGUMENTS& Arguments) {

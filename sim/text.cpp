@@ -3,6 +3,9 @@
 #include <ctype.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <strings.h>
+
+#include <charconv>
 
 namespace sim {
 
@@ -65,34 +68,17 @@ std::vector<std::string> SplitWords(const std::string& sText) {
 }
 
 bool EqualNoCase(const std::string& sA, const std::string& sB) {
-  if (sA.size() != sB.size()) {
-    return false;
-  }
-  for (size_t i = 0; i < sA.size(); i++) {
-    if (tolower(static_cast<unsigned char>(sA[i])) != tolower(static_cast<unsigned char>(sB[i]))) {
-      return false;
-    }
-  }
-  return true;
+  return strcasecmp(sA.c_str(), sB.c_str()) == 0;
 }
 
 bool ParseNumber(const std::string& sText, uint64_t* pValue) {
-  const bool   IsHex = sText.size() > 2 && sText[0] == '0' && (sText[1] == 'x' || sText[1] == 'X');
-  const size_t First = IsHex ? 2 : 0;
-  const size_t MaxDigits = IsHex ? 16 : 18;
-  if (sText.size() <= First || sText.size() - First > MaxDigits) {
+  const bool IsHex =
+      sText.size() > 2 && (sText.compare(0, 2, "0x") == 0 || sText.compare(0, 2, "0X") == 0);
+  const char* sEnd  = sText.data() + sText.size();
+  uint64_t    Value = 0;
+  const auto Result = std::from_chars(sText.data() + (IsHex ? 2 : 0), sEnd, Value, IsHex ? 16 : 10);
+  if (Result.ec != std::errc() || Result.ptr != sEnd) {
     return false;
-  }
-  uint64_t Value = 0;
-  for (size_t i = First; i < sText.size(); i++) {
-    const int c = tolower(static_cast<unsigned char>(sText[i]));
-    if (c >= '0' && c <= '9') {
-      Value = Value * (IsHex ? 16 : 10) + static_cast<uint64_t>(c - '0');
-    } else if (IsHex && c >= 'a' && c <= 'f') {
-      Value = Value * 16 + static_cast<uint64_t>(c - 'a' + 10);
-    } else {
-      return false;
-    }
   }
   *pValue = Value;
   return true;

@@ -133,14 +133,25 @@ int32_t UTIL_GetDaysDiff(uint32_t DateA, uint32_t DateB) {
 
 // Quartiles
 
-static const uint32_t NUM_LEVELS        = 10;
-static const uint32_t NUM_LEVEL_BUCKETS = 800;
+namespace {
 
-static uint32_t aLevelBucket[NUM_LEVEL_BUCKETS];
+const uint32_t NUM_LEVELS        = 10;
+const uint32_t NUM_LEVEL_BUCKETS = 800;
+const uint32_t NUM_RANKS         = 3;
+
+// The counters of the levels, for each rank its own: all ranks are counted in one pass.
+uint32_t aaLevelBucket[NUM_RANKS][NUM_LEVEL_BUCKETS];
 
 struct RANGE {
   uint64_t Low;
   uint64_t High;
+};
+
+struct SAMPLES {
+  const uint64_t* p;
+  uint32_t        NumItems;
+  uint64_t        Smallest;
+  uint64_t        Largest;
 };
 
 // The samples, counted in buckets over a range.
@@ -151,37 +162,76 @@ struct HISTOGRAM {
   double    Width;     // of a bucket
   uint64_t  Step;      // its integer part, at least 1
   uint32_t  NumUnder;  // samples below the range
-  uint64_t  Smallest;
-  uint64_t  Largest;
 };
 
-struct SAMPLES {
-  const uint64_t* p;
-  uint32_t        NumItems;
+// A rank that is sought.
+struct SEEK {
+  HISTOGRAM Hist;
+  uint32_t  Rank;
+  uint64_t* pEstimate;
 };
 
-static void Count(HISTOGRAM* pHist, const SAMPLES* pSamples) {
+}  // namespace
+
+static void StartCount(HISTOGRAM* pHist) {
   pHist->Width = ((double)(pHist->Range.High - pHist->Range.Low) + 1) / (double)pHist->NumBuckets;
   pHist->Step  = pHist->Width < 1 ? 1 : DoubleToU64(pHist->Width);
   pHist->NumUnder = 0;
-  pHist->Smallest = UINT64_MAX;
-  pHist->Largest  = 0;
   memset(pHist->pBuckets, 0, sizeof(pHist->pBuckets[0]) * pHist->NumBuckets);
+}
+
+// Offset: of a sample in the range.
+static inline void CountInBucket(const HISTOGRAM* pHist, uint64_t Offset) {
+  const uint64_t k = DoubleToU64((double)Offset / pHist->Width);
+  pHist->pBuckets[k < pHist->NumBuckets ? k : pHist->NumBuckets - 1]++;
+}
+
+static void CountTop(HISTOGRAM* pHist, SAMPLES* pSamples) {
+  const uint64_t Low      = pHist->Range.Low;
+  const uint64_t Span     = pHist->Range.High - Low;
+  uint32_t       NumUnder = 0;
+  StartCount(pHist);
   for (uint32_t i = 0; i < pSamples->NumItems; i++) {
     const uint64_t Sample = pSamples->p[i];
-    pHist->Smallest       = Sample < pHist->Smallest ? Sample : pHist->Smallest;
-    pHist->Largest        = Sample > pHist->Largest ? Sample : pHist->Largest;
-    if (Sample < pHist->Range.Low) {
-      pHist->NumUnder++;
-    } else if (Sample <= pHist->Range.High) {
-      const uint64_t k = DoubleToU64((double)(Sample - pHist->Range.Low) / pHist->Width);
-      pHist->pBuckets[k < pHist->NumBuckets ? k : pHist->NumBuckets - 1]++;
+    pSamples->Smallest    = Sample < pSamples->Smallest ? Sample : pSamples->Smallest;
+    pSamples->Largest     = Sample > pSamples->Largest ? Sample : pSamples->Largest;
+    NumUnder += Sample < Low;
+    if (Sample - Low <= Span) {  // wraps to more than Span for a sample below the range
+      CountInBucket(pHist, Sample - Low);
     }
+  }
+  pHist->NumUnder = NumUnder;
+}
+
+// Counts for all seeks in one pass. Few samples are in one of the narrow ranges, so nearly all cost
+// two comparisons for each seek.
+template <uint32_t NUM_SEEKS>
+static void CountLevel(SEEK* const* papSeek, const SAMPLES* pSamples) {
+  uint64_t aLow[NUM_SEEKS];
+  uint64_t aSpan[NUM_SEEKS];
+  uint32_t aNumUnder[NUM_SEEKS];
+  for (uint32_t k = 0; k < NUM_SEEKS; k++) {
+    StartCount(&papSeek[k]->Hist);
+    aLow[k]      = papSeek[k]->Hist.Range.Low;
+    aSpan[k]     = papSeek[k]->Hist.Range.High - aLow[k];
+    aNumUnder[k] = 0;
+  }
+  for (uint32_t i = 0; i < pSamples->NumItems; i++) {
+    const uint64_t Sample = pSamples->p[i];
+    for (uint32_t k = 0; k < NUM_SEEKS; k++) {
+      aNumUnder[k] += Sample < aLow[k];
+      if (Sample - aLow[k] <= aSpan[k]) {
+        CountInBucket(&papSeek[k]->Hist, Sample - aLow[k]);
+      }
+    }
+  }
+  for (uint32_t k = 0; k < NUM_SEEKS; k++) {
+    papSeek[k]->Hist.NumUnder = aNumUnder[k];
   }
 }
 
-// The bucket that the sample of this rank lies in, NumBuckets when it lies above all of them. The
-// rank must not lie among the samples under the range.
+// The bucket that the sample of this rank is in, NumBuckets when it is above all of them. The rank
+// must not be among the samples below the range.
 static uint32_t FindBucket(const HISTOGRAM* pHist, uint32_t Rank) {
   uint64_t NumCounted = pHist->NumUnder;
   uint32_t k          = 0;
@@ -195,21 +245,22 @@ static uint32_t FindBucket(const HISTOGRAM* pHist, uint32_t Rank) {
   return k;
 }
 
-// Looks for a rank, 1 to the number of samples. Returns 0 with the estimate, or 1 with the range to
-// look into next.
-static int32_t Narrow(const HISTOGRAM* pHist, uint32_t Rank, uint64_t Resolution,
-                      uint64_t* pEstimate, RANGE* pNext) {
-  if (pHist->NumUnder >= Rank) {
-    *pNext = {pHist->Smallest, pHist->Range.Low};
+// Looks for a rank, 1 to the number of samples. Returns 0 after storing the estimate, or 1 with the range
+// to look into next.
+static int32_t Narrow(const SEEK* pSeek, const SAMPLES* pSamples, uint64_t Resolution,
+                      RANGE* pNext) {
+  const HISTOGRAM* pHist = &pSeek->Hist;
+  if (pHist->NumUnder >= pSeek->Rank) {
+    *pNext = {pSamples->Smallest, pHist->Range.Low};
     return 1;
   }
-  const uint32_t k = FindBucket(pHist, Rank);
+  const uint32_t k = FindBucket(pHist, pSeek->Rank);
   if (k == pHist->NumBuckets) {
-    *pNext = {pHist->Range.High, pHist->Largest};
+    *pNext = {pHist->Range.High, pSamples->Largest};
     return 1;
   }
   if (pHist->Step <= Resolution) {
-    *pEstimate = pHist->Range.Low + DoubleToU64((double)k * pHist->Width + pHist->Width / 2);
+    *pSeek->pEstimate = pHist->Range.Low + DoubleToU64((double)k * pHist->Width + pHist->Width / 2);
     return 0;
   }
   // The edges as the samples were counted, in the fractional width: multiples of the integer step
@@ -221,22 +272,38 @@ static int32_t Narrow(const HISTOGRAM* pHist, uint32_t Rank, uint64_t Resolution
   return 1;
 }
 
-static int32_t FindRank(const HISTOGRAM* pTop, const SAMPLES* pSamples, uint32_t Rank,
-                        uint64_t Resolution, uint64_t* pResult) {
-  HISTOGRAM Hist     = *pTop;
-  uint64_t  Estimate = 0;
-  RANGE     Next     = Hist.Range;
-  for (uint32_t Level = 0; Narrow(&Hist, Rank, Resolution, &Estimate, &Next) != 0; Level++) {
-    if (Level == NUM_LEVELS) {
-      return -1;
+// Follows all ranks down the levels. Returns -1 when the levels are used up before a rank is found;
+// its estimate is then unchanged.
+static int32_t FindRanks(SEEK** papSeek, uint32_t NumSeeks, const SAMPLES* pSamples,
+                         uint64_t Resolution) {
+  int32_t Result = 0;
+  for (uint32_t Level = 0; NumSeeks > 0; Level++) {
+    uint32_t NumLeft = 0;
+    for (uint32_t i = 0; i < NumSeeks; i++) {
+      SEEK* pSeek = papSeek[i];
+      RANGE Next;
+      if (Narrow(pSeek, pSamples, Resolution, &Next) == 0) {
+        continue;
+      }
+      if (Level == NUM_LEVELS) {
+        Result = -1;
+        continue;
+      }
+      pSeek->Hist.Range      = Next;
+      pSeek->Hist.pBuckets   = aaLevelBucket[NumLeft];
+      pSeek->Hist.NumBuckets = NUM_LEVEL_BUCKETS;
+      papSeek[NumLeft++]     = pSeek;
     }
-    Hist.Range      = Next;
-    Hist.pBuckets   = aLevelBucket;
-    Hist.NumBuckets = NUM_LEVEL_BUCKETS;
-    Count(&Hist, pSamples);
+    NumSeeks = NumLeft;
+    if (NumSeeks == 3) {
+      CountLevel<3>(papSeek, pSamples);
+    } else if (NumSeeks == 2) {
+      CountLevel<2>(papSeek, pSamples);
+    } else if (NumSeeks == 1) {
+      CountLevel<1>(papSeek, pSamples);
+    }
   }
-  *pResult = Estimate;
-  return 0;
+  return Result;
 }
 
 int32_t UTIL_FindQuartiles(uint64_t Low, uint64_t High, const uint64_t* pSamples,
@@ -245,18 +312,21 @@ int32_t UTIL_FindQuartiles(uint64_t Low, uint64_t High, const uint64_t* pSamples
   if (NumSamples == 0 || NumBuckets == 0 || High < Low) {
     return -1;
   }
-  const SAMPLES  Samples    = {pSamples, NumSamples};
-  const uint32_t aRank[]    = {NumSamples / 4, NumSamples / 2, NumSamples - NumSamples / 4};
-  uint64_t*      apResult[] = {pQ25, pQ50, pQ75};
-  HISTOGRAM      Top        = {{Low, High}, pBuckets, NumBuckets, 0, 0, 0, 0, 0};
-  int32_t        Result     = 0;
-  Count(&Top, &Samples);
-  for (uint32_t i = 0; i < 3; i++) {
+  SAMPLES Samples = {pSamples, NumSamples, UINT64_MAX, 0};
+
+  const uint32_t aRank[NUM_RANKS] = {NumSamples / 4, NumSamples / 2, NumSamples - NumSamples / 4};
+  uint64_t*      apResult[NUM_RANKS] = {pQ25, pQ50, pQ75};
+  SEEK           aSeek[NUM_RANKS];
+  SEEK*          apSeek[NUM_RANKS];
+  uint32_t       NumSeeks = 0;
+  HISTOGRAM      Top      = {{Low, High}, pBuckets, NumBuckets, 0, 0, 0};
+  CountTop(&Top, &Samples);
+  for (uint32_t i = 0; i < NUM_RANKS; i++) {
     if (apResult[i] != NULL) {
       // Of fewer than four samples the first rank is 0; the smallest sample stands for it.
-      const uint32_t Rank = aRank[i] == 0 ? 1 : aRank[i];
-      Result |= FindRank(&Top, &Samples, Rank, Resolution, apResult[i]);
+      aSeek[i]           = {Top, aRank[i] == 0 ? 1 : aRank[i], apResult[i]};
+      apSeek[NumSeeks++] = &aSeek[i];
     }
   }
-  return Result;
+  return FindRanks(apSeek, NumSeeks, &Samples, Resolution);
 }

@@ -3,17 +3,35 @@
 #include <stddef.h>
 #include <string.h>
 
-static const uint32_t MAX_FIELD_BITS  = 16;
-static const uint32_t NUM_REV_ENTRIES = 65536;
+#include "util/block.h"
 
-// Counts as built when the last entry holds 0xFFFF.
-static uint16_t aBitRev[NUM_REV_ENTRIES];
+static const uint32_t MAX_FIELD_BITS = 16;
 
-uint64_t UTIL_ReadLEB128(const uint8_t** pp) {
-  const uint8_t* p     = *pp;
-  uint64_t       Value = 0;
-  uint32_t       Shift = 0;
-  uint8_t        b;
+uint16_t BITS_aReversed[65536];
+
+// Seven bits of each of eight bytes, the first byte's lowest, side by side; and back. Neighbours go
+// to pairs, pairs to fours, fours to one.
+
+static inline uint64_t JoinSevens(uint64_t x) {
+  x &= 0x7F7F7F7F7F7F7F7F;
+  x = (x & 0x007F007F007F007F) | (x & 0x7F007F007F007F00) >> 1;
+  x = (x & 0x00003FFF00003FFF) | (x & 0x3FFF00003FFF0000) >> 2;
+  return (x & 0x000000000FFFFFFF) | (x & 0x0FFFFFFF00000000) >> 4;
+}
+
+static inline uint64_t SplitSevens(uint64_t x) {
+  x = (x & 0x000000000FFFFFFF) | (x & 0x00FFFFFFF0000000) << 4;
+  x = (x & 0x00003FFF00003FFF) | (x & 0x0FFFC0000FFFC000) << 2;
+  return (x & 0x007F007F007F007F) | (x & 0x3F803F803F803F80) << 1;
+}
+
+static const uint64_t GO_ON = 0x8080808080808080;  // bit 7 of each byte: another one follows
+
+// Byte by byte from any one on: at the end of a page, and from the ninth byte on.
+__attribute__((noinline)) static const uint8_t* ReadByByte(const uint8_t* p, uint32_t Shift,
+                                                           uint64_t* pValue) {
+  uint64_t Value = *pValue;
+  uint8_t  b;
   do {
     b = *p++;
     if (Shift < 64) {
@@ -21,18 +39,51 @@ uint64_t UTIL_ReadLEB128(const uint8_t** pp) {
       Shift += 7;
     }
   } while ((b & 0x80) != 0);
-  *pp = p;
-  return Value;
+  *pValue = Value;
+  return p;
 }
 
-void UTIL_WriteLEB128(uint8_t** pp, uint64_t Value) {
-  uint8_t* p = *pp;
-  while (Value > 0x7F) {
-    *p++ = (uint8_t)(Value | 0x80);
-    Value >>= 7;
+const uint8_t* BITS_ReadLongLEB128(const uint8_t* p, uint64_t* pValue) {
+  *pValue = 0;
+  if (!BLOCK_IsInPage(p, 8)) {
+    return ReadByByte(p, 0, pValue);
   }
-  *p++ = (uint8_t)Value;
-  *pp  = p;
+  const uint64_t x      = BLOCK_LoadTextU64(p);
+  const uint64_t IsLast = ~x & GO_ON;
+  if (IsLast == 0) {
+    *pValue = JoinSevens(x);
+    return ReadByByte(p + 8, 56, pValue);
+  }
+  *pValue = JoinSevens(x & (IsLast ^ (IsLast - 1)));  // up to the first last byte
+  return p + __builtin_ctzll(IsLast) / 8 + 1;
+}
+
+// Copies 2 to 12 bytes without a branch on how many, which cannot be predicted: a copy that a length
+// has no use for goes to a place where nobody looks.
+static inline void CopyFrom2To12(uint8_t* p, const uint8_t* pSource, uint32_t NumBytes) {
+  uint8_t        acUnused[8];
+  uint8_t* const apDest[] = {acUnused, p};
+  uint8_t*       p4       = apDest[NumBytes >= 4];
+  const uint32_t Last4    = NumBytes >= 4 ? NumBytes - 4 : 0;
+  const uint32_t Last2    = NumBytes - 2;
+  memcpy(apDest[NumBytes >= 8], pSource, 8);
+  memcpy(p4, pSource, 4);
+  memcpy(p4 + Last4, pSource + Last4, 4);
+  memcpy(p, pSource, 2);
+  memcpy(p + Last2, pSource + Last2, 2);
+}
+
+uint8_t* BITS_WriteLongLEB128(uint8_t* p, uint64_t Value) {
+  // Bit 7 of all bytes but the last, by the number of bytes
+  static const uint64_t aGoOn[]  = {0,           0,           GO_ON >> 56, GO_ON >> 48,
+                                    GO_ON >> 40, GO_ON >> 32, GO_ON >> 24, GO_ON >> 16,
+                                    GO_ON >> 8,  GO_ON,       GO_ON};
+  const uint32_t        NumBits  = 64 - (uint32_t)__builtin_clzll(Value);
+  const uint32_t        NumBytes = (NumBits * 9 + 64) / 64;  // NumBits / 7, rounded up
+  const uint64_t        aByte[]  = {SplitSevens(Value) | aGoOn[NumBytes],
+                                    (Value >> 56 & 0x7F) | (Value >> 63) * 0x180};
+  CopyFrom2To12(p, (const uint8_t*)aByte, NumBytes);
+  return p + NumBytes;
 }
 
 // The NumBytes bytes at p (at most 8), the first one lowest.
@@ -87,36 +138,79 @@ void UTIL_WriteBitArray(void* pBuffer, const uint32_t* pValues, uint32_t StartBi
   }
 }
 
-// Puts the bits of Value that are set in Mask to p.
-static void Merge(uint8_t* p, uint32_t Mask, uint32_t Value) {
-  *p = (uint8_t)((*p & ~Mask) | (Value & Mask));
+// Runs of bits. FILL is all ones to set, 0 to clear.
+
+template <uint64_t FILL, typename UNIT>
+static inline UNIT Merged(UNIT Value, UNIT Mask) {
+  return (UNIT)(FILL != 0 ? Value | Mask : Value & ~Mask);
 }
 
-// Value: 0xFF to set, 0 to clear.
-static void FillBits(uint8_t* pBitmap, uint32_t FirstBit, uint32_t NumBits, uint8_t Value) {
+// A run in the NumBytes bytes from p on, of which the first Shift and the last Pad bits stay. It takes
+// more than one unit and at most two, which may overlap. Both are loaded before one is stored: a load
+// of what is just being stored has to wait.
+template <uint64_t FILL, typename UNIT>
+static inline void MergeEnds(uint8_t* p, uint64_t NumBytes, uint32_t Shift, uint32_t Pad) {
+  uint8_t* pLast = p + NumBytes - sizeof(UNIT);
+  UNIT     First, Last;
+  memcpy(&First, p, sizeof(UNIT));
+  memcpy(&Last, pLast, sizeof(UNIT));
+  First = Merged<FILL>(First, (UNIT)(UINT64_MAX << Shift));
+  Last  = Merged<FILL>(Last, (UNIT)((UNIT)UINT64_MAX >> Pad));
+  memcpy(p, &First, sizeof(UNIT));
+  memcpy(pLast, &Last, sizeof(UNIT));
+}
+
+// The same for more than eight bytes.
+template <uint64_t FILL>
+__attribute__((noinline)) static void FillLong(uint8_t* p, uint64_t NumBytes, uint32_t Shift,
+                                               uint32_t Pad) {
+  const uint64_t Fill = FILL;
+  MergeEnds<FILL, uint64_t>(p, NumBytes, Shift, Pad);
+  if (NumBytes > 32) {
+    memset(p + 8, (int)(FILL & 0xFF), NumBytes - 16);
+  } else if (NumBytes > 16) {
+    memcpy(p + 8, &Fill, 8);
+    memcpy(p + NumBytes - 16, &Fill, 8);
+  }
+}
+
+template <uint64_t FILL>
+static inline void FillBits(uint8_t* pBitmap, uint32_t FirstBit, uint32_t NumBits) {
   if (pBitmap == NULL || NumBits == 0) {
     return;
   }
-  const uint64_t LastBit   = (uint64_t)FirstBit + NumBits - 1;
-  uint8_t*       pFirst    = pBitmap + FirstBit / 8;
-  uint8_t*       pLast     = pBitmap + LastBit / 8;
-  const uint32_t FirstMask = 0xFFu << (FirstBit % 8);
-  const uint32_t LastMask  = 0xFFu >> (7 - LastBit % 8);
-  if (pFirst == pLast) {
-    Merge(pFirst, FirstMask & LastMask, Value);
+  uint8_t*       p      = pBitmap + FirstBit / 8;
+  const uint32_t Shift  = FirstBit % 8;
+  const uint64_t NumAll = (uint64_t)Shift + NumBits;
+  if (NumAll <= 16) {
+    const uint32_t Mask = ((1u << NumBits) - 1) << Shift;
+    if (NumAll <= 8) {
+      *p = Merged<FILL>(*p, (uint8_t)Mask);
+    } else {
+      uint16_t Both;
+      memcpy(&Both, p, sizeof(Both));
+      Both = Merged<FILL>(Both, (uint16_t)Mask);
+      memcpy(p, &Both, sizeof(Both));
+    }
     return;
   }
-  Merge(pFirst, FirstMask, Value);
-  memset(pFirst + 1, Value, (size_t)(pLast - pFirst - 1));
-  Merge(pLast, LastMask, Value);
+  const uint64_t NumBytes = (NumAll + 7) / 8;
+  const uint32_t Pad      = (0 - (uint32_t)NumAll) % 8;
+  if (NumBytes > 8) {
+    FillLong<FILL>(p, NumBytes, Shift, Pad);
+  } else if (NumBytes > 4) {
+    MergeEnds<FILL, uint32_t>(p, NumBytes, Shift, Pad);
+  } else {
+    MergeEnds<FILL, uint16_t>(p, NumBytes, Shift, Pad);
+  }
 }
 
 void UTIL_SetBits(void* pBitmap, uint32_t FirstBit, uint32_t NumBits) {
-  FillBits((uint8_t*)pBitmap, FirstBit, NumBits, 0xFF);
+  FillBits<UINT64_MAX>((uint8_t*)pBitmap, FirstBit, NumBits);
 }
 
 void UTIL_ClearBits(void* pBitmap, uint32_t FirstBit, uint32_t NumBits) {
-  FillBits((uint8_t*)pBitmap, FirstBit, NumBits, 0);
+  FillBits<0>((uint8_t*)pBitmap, FirstBit, NumBits);
 }
 
 // Sums of 2, 4 and 8 neighbouring bits side by side; the product adds up the four bytes. Not the
@@ -151,32 +245,16 @@ int32_t UTIL_GetLog2(int32_t Value) {
   return Value < 1 ? 31 : UTIL_GetHighestBit32((uint32_t)Value);
 }
 
-// Every entry is written once and with its final value, so that a thread which reads an entry while
-// another one builds the table again cannot see anything else. ThreadSanitizer cannot know that.
-__attribute__((no_sanitize("thread"))) static void BuildBitRev() {
-  for (uint32_t i = 0; i < NUM_REV_ENTRIES - 1; i++) {
-    uint32_t x = i;
-    x          = ((x >> 1) & 0x5555) | ((x & 0x5555) << 1);
-    x          = ((x >> 2) & 0x3333) | ((x & 0x3333) << 2);
-    x          = ((x >> 4) & 0x0F0F) | ((x & 0x0F0F) << 4);
-    aBitRev[i] = (uint16_t)((x >> 8) | (x << 8));
+// Every entry is written once and with its final value, so a thread that reads an entry while another
+// one builds the table again cannot see anything else. ThreadSanitizer cannot know that.
+__attribute__((no_sanitize("thread"))) void BITS_BuildReversed() {
+  for (uint32_t i = 0; i < 0xFFFF; i++) {
+    uint32_t x        = i;
+    x                 = ((x >> 1) & 0x5555) | ((x & 0x5555) << 1);
+    x                 = ((x >> 2) & 0x3333) | ((x & 0x3333) << 2);
+    x                 = ((x >> 4) & 0x0F0F) | ((x & 0x0F0F) << 4);
+    BITS_aReversed[i] = (uint16_t)((x >> 8) | (x << 8));
   }
   // Last, and visible only after all others.
-  __atomic_store_n(&aBitRev[NUM_REV_ENTRIES - 1], (uint16_t)0xFFFF, __ATOMIC_RELEASE);
-}
-
-static inline void NeedBitRev() {
-  if (__atomic_load_n(&aBitRev[NUM_REV_ENTRIES - 1], __ATOMIC_ACQUIRE) != 0xFFFF) {
-    BuildBitRev();
-  }
-}
-
-__attribute__((no_sanitize("thread"))) uint16_t UTIL_GetBitRev16(uint16_t Value) {
-  NeedBitRev();
-  return aBitRev[Value];
-}
-
-__attribute__((no_sanitize("thread"))) uint32_t UTIL_GetBitRev32(uint32_t Value) {
-  NeedBitRev();
-  return ((uint32_t)aBitRev[Value & 0xFFFF] << 16) | aBitRev[Value >> 16];
+  __atomic_store_n(&BITS_aReversed[0xFFFF], (uint16_t)0xFFFF, __ATOMIC_RELEASE);
 }

@@ -98,8 +98,8 @@ constexpr DIGITS_HEX_PAIRS DIGITS_BuildHexPairs() {
 
 inline constexpr DIGITS_HEX_PAIRS DIGITS_HexPairs = DIGITS_BuildHexPairs();
 
-// Writes the lowest NumDigits hexadecimal digits of Value, with leading zeros, from the end. The bit
-// that makes a letter lower case is set in every digit anyway.
+// Writes the lowest NumDigits hexadecimal digits of Value, with leading zeros, from the end. The
+// bit that makes a letter lower case is set in every digit anyway.
 static inline void DIGITS_StoreHex(char* p, uint64_t Value, uint32_t NumDigits, int32_t IsLower) {
   const uint16_t CaseBits = IsLower ? 0x2020 : 0;
   uint16_t       Pair;

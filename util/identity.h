@@ -1,32 +1,36 @@
 // util/identity.h
 //
-// Structures that cross the probe's interface, and texts that say who made this and where it runs.
+// Structures that cross the probe's interface, and constant texts about the system and the maker.
 //
-// Such a structure begins with its own size: unsigned 32 bit, in bytes, itself included. A caller
-// built against an older or newer layout can so still exchange it. All texts are constant. No
-// allocation, no state; any thread may call these.
+// Such a structure begins with its own size: unsigned 32 bit, in bytes, the size field included. So
+// callers that were built against an older or newer layout can still exchange it. No allocation, no
+// state; any thread may call these.
 
 #ifndef UTIL_IDENTITY_H
 #define UTIL_IDENTITY_H
 
 #include <stdint.h>
 
-// Copies the payload of one structure to another one that may have a different size: the bytes that
-// both have; the rest of a larger destination is filled with zeros. The destination's size field
-// stays as it is.
+// Copies a structure that begins with its size to one that may have another size.
 //
-// Nothing is copied, and nobody is told, when the destination's size field is below 4, above 4100
-// or not a multiple of 4. A source size below 4 counts as a payload without end, so that the source
-// must then hold as many bytes as the destination. pDest, pSource and sName, the structure's name,
-// must not be NULL. The two must not overlap; they need no alignment.
+// The bytes after the size field that both structures have are copied; the rest of a larger
+// destination is filled with zeros. The destination's size field does not change.
+//
+// Nothing is copied, and no error is reported, when the destination's size field is below 4, above
+// 4100 or not a multiple of 4. A source size below 4 counts as unlimited: the source must then hold
+// as many bytes as the destination. pDest, pSource and sName, the structure's name, must not be
+// NULL. The structures must not overlap; they need no alignment.
 void UTIL_CopyAPIStruct(void* pDest, const void* pSource, const char* sName);
 
-// The name of an operating system: 0x1000 to 0x1008 for the versions of Windows, 0x2000 for Linux,
-// 0x3000 for macOS; "Unknown" for every other id.
+// Returns the name of an operating system.
+//
+// 0x1000 to 0x1008 are the versions of Windows, 0x2000 is Linux, 0x3000 macOS. The name of any
+// other id is "Unknown".
 const char* UTIL_GetOSName(uint32_t Id);
 
-// Set by the build: QUOBE_IDENTITY_YEAR, QUOBE_IDENTITY_COMPANY and QUOBE_IDENTITY_URL.
-const char* UTIL_GetYear();  // four digits
+// Returns a text set when the build is configured: a year of four digits, the maker's name, the
+// maker's web address (QUOBE_IDENTITY_YEAR, QUOBE_IDENTITY_COMPANY and QUOBE_IDENTITY_URL).
+const char* UTIL_GetYear();
 const char* UTIL_GetCompanyName();
 const char* UTIL_GetCompanyURL();
 

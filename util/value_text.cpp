@@ -233,7 +233,7 @@ CPU_TARGET_AVX2 static inline void StoreDump16(char* p, __m128i Bytes) {
   const __m128i Half0  = _mm_unpacklo_epi8(High, Low);       // of bytes 0 to 7
   const __m128i Half1  = _mm_unpackhi_epi8(High, Low);       // of bytes 8 to 15
   const __m128i Both   = _mm_alignr_epi8(Half1, Half0, 10);  // of bytes 5 to 12
-  __m128i*      pOut   = (__m128i*)p;
+  __m128i*      pOut   = (__m128i*)(void*)p;
   _mm_storeu_si128(pOut, _mm_max_epu8(_mm_shuffle_epi8(Half0, First), Blanks));
   _mm_storeu_si128(pOut + 1, _mm_max_epu8(_mm_shuffle_epi8(Both, Middle), Blanks));
   _mm_storeu_si128(pOut + 2, _mm_max_epu8(_mm_shuffle_epi8(Half1, Last), Blanks));
@@ -246,7 +246,7 @@ CPU_TARGET_AVX2 static inline char* StoreDumpAddrWide(char* p, uint32_t Addr) {
   const __m128i Low   = HexDigits(_mm_and_si128(Bytes, Low4));
   p[0] = '0';
   p[1] = 'x';
-  _mm_storel_epi64((__m128i*)(p + 2), _mm_unpacklo_epi8(High, Low));
+  _mm_storel_epi64((__m128i*)(void*)(p + 2), _mm_unpacklo_epi8(High, Low));
   p[10] = ':';
   p[11] = ' ';
   return p + DUMP_ADDR_LEN;
@@ -255,7 +255,7 @@ CPU_TARGET_AVX2 static inline char* StoreDumpAddrWide(char* p, uint32_t Addr) {
 CPU_TARGET_AVX2 static inline char* StoreDumpBytesWide(char* p, const uint8_t* pData,
                                                        uint32_t NumBytes) {
   for (; NumBytes >= 16; NumBytes -= 16) {
-    StoreDump16(p, _mm_loadu_si128((const __m128i*)pData));
+    StoreDump16(p, _mm_loadu_si128((const __m128i*)(const void*)pData));
     p += 16 * DUMP_BYTE_LEN;
     pData += 16;
   }

@@ -2,10 +2,10 @@
 //
 // Texts for values that people read: sizes, durations, addresses, floats and dumps of memory.
 //
-// A buffer size counts the terminator. A text that does not fit is cut and terminated; nothing is
-// ever written beyond the buffer. Pointers must not be NULL unless stated otherwise. No allocation,
-// no state; any thread may call these. Integers go through the formatting engine, the texts with a
-// fraction through the C library's snprintf, whose decimal point is that of the process's locale.
+// A buffer size includes the terminator. A text that does not fit is cut and terminated; nothing is
+// written beyond the buffer. Pointers must not be NULL unless stated otherwise. No allocation, no
+// state; any thread may call these. A fraction is printed by the C library's snprintf, so its
+// decimal point is that of the process's locale.
 
 #ifndef UTIL_VALUE_TEXT_H
 #define UTIL_VALUE_TEXT_H
@@ -16,53 +16,59 @@
 struct MEMORY_REGION {
   uint32_t NumBlocks;
   uint32_t BlockSize;
-  uint32_t Extra;  // the owner's; takes no part in a total
+  uint32_t Extra;  // for the list's owner; not part of a total
 };
 
-// Size in bytes as text, never rounded: "0 Bytes", "1 Byte", "1.5 KB", "2 KB", "1025 MB", "3 GB".
+// Formats a size in bytes, never rounded: "0 Bytes", "1 Byte", "1.5 KB", "2 KB", "1025 MB", "3 GB".
 //
-// The unit (1024 bytes, its square, its cube) is the largest in which the size is whole or, for
-// positive sizes, a whole number of halves; else bytes. Negative sizes: "-2 KB", "-1536 Bytes".
-// Of a whole number that takes more than 32 bits the low 32 are shown, and a half number above 2^52
-// has the digits that a double holds. The 's' of "Bytes" is left out when it does not fit. Nothing
-// is written when BufferSize is 0.
+// The unit (1024 bytes, its square or its cube) is the largest in which the size is whole or, for
+// positive sizes, a whole number of halves; else bytes. Negative sizes: "-2 KB", "-1536 Bytes". Of
+// a whole number with more than 32 bits the low 32 are shown. A half number above 2^52 has the
+// digits that a double holds. The 's' of "Bytes" is left out when it does not fit. Nothing is
+// written when BufferSize is 0.
 void UTIL_FormatSize(int64_t Size, char* pBuffer, uint32_t BufferSize);
 
-// The sizes of several memories, as in "64 KB + 1.5 MB": one text for each of the NumLists lists of
-// regions, a NULL list counting 0 bytes. "-" when there are no lists.
+// Formats the sizes of several memories, as in "64 KB + 1.5 MB".
 //
-// Returns the sum of all lists in 32 bits; 0 when there are no lists, and also for a BufferSize of
-// 1, which yields the empty text, and of 0, which leaves pBuffer untouched.
+// There is one text for each of the NumLists lists of regions; a NULL list counts as 0 bytes.
+// Without lists the text is "-". Returns the sum of all lists in 32 bits. The result is 0 when
+// there are no lists, and also for a BufferSize of 1, which gives the empty text, and of 0, which
+// leaves pBuffer unchanged.
 uint32_t UTIL_FormatSizeList(const MEMORY_REGION* const* papList, uint32_t NumLists, char* pBuffer,
                              uint32_t BufferSize);
 
-// The following three return the address of the terminator. Like the engine they store it even for
-// a BufferSize of 0: pBuffer must hold at least one byte.
+// The next three return the address of the terminator. They store it even for a BufferSize of 0, so
+// pBuffer must hold at least one byte.
 
-// "1:02:03.004 005": hours, minutes, seconds, milliseconds, a blank, microseconds. Hours of 0 are
-// left out, and then minutes of 0. The hours wrap in 32 bits and are shown as signed.
+// Formats a duration in microseconds, as in "1:02:03.004 005".
+//
+// These are hours, minutes, seconds, milliseconds, a blank and microseconds. Hours of 0 are left
+// out, and then minutes of 0. Hours wrap in 32 bits and are shown as signed.
 char* UTIL_FormatTime(uint64_t Microseconds, char* pBuffer, uint32_t BufferSize);
 
-// "192.168.1.2"; the low byte of Addr comes first.
+// Formats an IPv4 address, as in "192.168.1.2"; the low byte of Addr comes first.
 char* UTIL_FormatIPAddr(uint32_t Addr, char* pBuffer, uint32_t BufferSize);
 
-// "00:1A:2B:3C:4D:5E" from the 6 bytes at pAddr, with Separator between them.
+// Formats a MAC address of 6 bytes with a separator, as in "00:1A:2B:3C:4D:5E".
 char* UTIL_FormatMACAddr(const uint8_t* pAddr, char Separator, char* pBuffer, uint32_t BufferSize);
 
-// The number that an IEEE-754 single has the bits of, with up to six significant digits: "1",
-// "-0.5", "1.4013E-45"; "0.0", "-0.0", "Infinite", "-Infinite", "NaNq" (quiet), "NaNs"
-// (signalling). It never passes through the machine's single type, so the text is the same on every
-// machine. Always returns 0. Nothing is written when BufferSize is 0.
+// Formats the bits of an IEEE-754 single with up to six significant digits, as in "3.14159".
+//
+// Other texts: "1", "-0.5", "1.4013E-45", "0.0", "-0.0", "Infinite", "-Infinite", "NaNq" (quiet)
+// and "NaNs" (signalling). The text is the same on every machine. Always returns 0. Nothing is
+// written when BufferSize is 0.
 int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits);
 
-// Bytes as "00 1A FF ", two digits and a blank each, cut into lines of BytesPerLine bytes. A full
-// line, the last one too, ends in CR LF, a partial last line in its blank. With ShowAddr not 0 each
-// line begins with the low 32 bits of its address, as in "0x20000000: ".
+// Dumps bytes as hexadecimal digits in lines, as in "00 1A FF ".
 //
-// BytesPerLine 0 puts all into one full line. Output stops before the first address, byte or line
-// end that does not fit as a whole. The text is terminated if there is room left for it.
-// Returns the characters written, the terminator included if it was; 0 when NumBytes is 0, and then
-// nothing is written. pBuffer may be NULL when BufferSize is 0.
+// Each byte gives two digits and a blank. A line has BytesPerLine bytes; 0 puts all into one line.
+// A full line, the last one too, ends in CR LF; a partial last line ends in its blank. With
+// ShowAddr not 0 each line begins with the low 32 bits of its address, as in "0x20000000: ".
+//
+// Output stops before the first address, byte or line end that does not fit as a whole. The text is
+// terminated if there is room for it. Returns the characters written, the terminator included if it
+// was. When NumBytes is 0 nothing is written and the result is 0. pBuffer may be NULL when
+// BufferSize is 0.
 uint32_t UTIL_HexDump(char* pBuffer, uint32_t BufferSize, const void* pData, uint32_t NumBytes,
                       int32_t ShowAddr, uint64_t Addr, uint32_t BytesPerLine);
 

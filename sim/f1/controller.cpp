@@ -111,9 +111,7 @@ bool ControllerF1::WriteControl(uint32_t Bank, uint32_t Value) {
     return true;  // nothing starts with the write that locks
   }
   if ((Value & CR_OBL_LAUNCH) != 0 && family_.Loading != LOAD_ON_RESET) {
-    launched_ = true;
-    around_.ResetFromWithin("OBL_LAUNCH");
-    return !Is(OBL_TRANSFER_FAILS);
+    return LaunchOptions();
   }
   if ((Value & CR_STRT) != 0) {
     StartErase(Bank);

@@ -118,7 +118,6 @@ class ControllerF1 : public Controller {
 
   const F1_FAMILY& family_;
   uint32_t         unreadable_ = 0;  // until power-on
-  bool             launched_   = false;
 };
 
 }  // namespace sim::f1

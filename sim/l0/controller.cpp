@@ -79,18 +79,14 @@ bool ControllerL0::WriteControl(uint32_t Value) {
   }
   FollowPelock();
   if (Launches) {
-    launched_ = true;
-    around_.ResetFromWithin("OBL_LAUNCH");
-    return !Is(OBL_TRANSFER_FAILS);
+    return LaunchOptions();
   }
   return true;
 }
 
-// PELOCK, however it came to be set, sets the other locks and clears what was asked for.
+// PELOCK, however it came to be set, clears what was asked for.
 void ControllerL0::FollowPelock() {
   if (!IsOpen(FLASH_LOCK)) {
-    CloseLock(PROGRAM_LOCK);
-    CloseLock(OPTION_LOCK);
     registers_[PECR] &= ~(PECR_PROG | PECR_DATA | PECR_FTDW | PECR_ERASE);
   }
 }

@@ -64,10 +64,10 @@ static constexpr LOCK_ROW aLocks[] = {
      .ThirdKeyKills = true},
     {.sState = "program_keys", .Register = PRGKEYR, .First = {0x8C9DAEBF, "PRGKEY1"},
      .Second = {0x13141516, "PRGKEY2"}, .Control = PECR, .ClosedBit = PECR_PRGLOCK,
-     .Behind = FLASH_LOCK, .ThirdKeyKills = true},
+     .Behind = FLASH_LOCK, .FollowsIt = true, .ThirdKeyKills = true},
     {.sState = "option_keys", .Register = OPTKEYR, .First = {0xFBEAD9C8, "OPTKEY1"},
      .Second = {0x24252627, "OPTKEY2"}, .Control = PECR, .ClosedBit = PECR_OPTLOCK,
-     .Behind = FLASH_LOCK, .ThirdKeyKills = true},
+     .Behind = FLASH_LOCK, .FollowsIt = true, .ThirdKeyKills = true},
 };
 
 // -- Around it -----------------------------------------------------------------------------------

@@ -113,7 +113,6 @@ class ControllerL0 : public Controller {
 
   const L0_FAMILY& family_;
   uint32_t         loadErrors_ = 0;  // flags of SR, set again at each reset until the next load
-  bool             launched_   = false;
 };
 
 }  // namespace sim::l0

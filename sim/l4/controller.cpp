@@ -45,9 +45,7 @@ bool ControllerL4::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pV
 
 bool ControllerL4::WriteRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t Value) {
   if (const int Lock = LockAt(Offset); Lock >= 0) {
-    const bool Good = WriteKey(Lock, Value);
-    FollowLock();
-    return Good;
+    return WriteKey(Lock, Value);
   }
   if (Offset == CR) {
     return WriteControl(Value);
@@ -65,13 +63,6 @@ void ControllerL4::WriteOption(uint32_t Offset, uint32_t Value) {
   registers_.Write(Offset, Value);
   if (Offset == OPTR && family_.pSpareBit != nullptr && Is(*family_.pSpareBit)) {
     registers_[OPTR] = (registers_[OPTR] & ~SPARE_BIT) | (Value & SPARE_BIT);
-  }
-}
-
-// LOCK, however it came to be set, sets OPTLOCK.
-void ControllerL4::FollowLock() {
-  if (!IsOpen(FLASH_LOCK)) {
-    CloseLock(OPTION_LOCK);
   }
 }
 
@@ -105,16 +96,14 @@ bool ControllerL4::WriteControl(uint32_t Value) {
   if ((Value & CR_LOCK) != 0) {
     CloseLock(FLASH_LOCK);
   }
-  if ((Value & (CR_LOCK | CR_OPTLOCK)) != 0) {
+  if ((Value & CR_OPTLOCK) != 0) {
     CloseLock(OPTION_LOCK);
   }
   if ((Value & CR_PG) == 0) {
     firstHalf_ = 0;
   }
   if ((Value & CR_OBL_LAUNCH) != 0 && OptionsOpen) {
-    launched_ = true;
-    around_.ResetFromWithin("OBL_LAUNCH");
-    return !Is(OBL_TRANSFER_FAILS);
+    return LaunchOptions();
   }
   if ((Value & CR_OPTSTRT) != 0 && OptionsOpen) {
     StartOptions();

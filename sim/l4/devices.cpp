@@ -68,7 +68,7 @@ static constexpr LOCK_ROW aLocks[] = {
      .Second = {0xCDEF89AB, "KEY2"}, .Control = CR, .ClosedBit = CR_LOCK, .ThirdKeyKills = true},
     {.sState = "option_keys", .Register = OPTKEYR, .First = {0x08192A3B, "OPTKEY1"},
      .Second = {0x4C5D6E7F, "OPTKEY2"}, .Control = CR, .ClosedBit = CR_OPTLOCK,
-     .Behind = FLASH_LOCK, .ThirdKeyKills = true},
+     .Behind = FLASH_LOCK, .FollowsIt = true, .ThirdKeyKills = true},
 };
 
 // -- Around it -----------------------------------------------------------------------------------

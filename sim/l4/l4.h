@@ -108,7 +108,6 @@ class ControllerL4 : public Controller {
   // controller.cpp
   bool WriteControl(uint32_t Value);
   void WriteOption(uint32_t Offset, uint32_t Value);
-  void FollowLock();
   void Fail(uint32_t Error);
   bool HasPendingError();
 
@@ -150,7 +149,6 @@ class ControllerL4 : public Controller {
   // The address of a lower half that waits for its upper half, 0 when none does; and its content.
   uint32_t firstHalf_      = 0;
   uint32_t firstHalfValue_ = 0;
-  bool     launched_       = false;
 };
 
 }  // namespace sim::l4

@@ -57,6 +57,52 @@ TEST(UtilLEB128, ReadsBackWhatItWroteOverRandomValues) {
   }
 }
 
+// Byte by byte, as the format says.
+static std::vector<uint8_t> WrittenByModel(uint64_t Value) {
+  std::vector<uint8_t> Bytes;
+  for (; Value > 0x7F; Value >>= 7) {
+    Bytes.push_back((uint8_t)(Value | 0x80));
+  }
+  Bytes.push_back((uint8_t)Value);
+  return Bytes;
+}
+
+TEST(UtilLEB128, WritesEveryLengthExactlyAndNoByteMore) {
+  GUARDED         Memory;
+  std::mt19937_64 Random(7);
+  for (int i = 0; i < NUM_RANDOM; i++) {
+    const uint64_t             Value    = i < 64 ? (uint64_t)1 << i : Random() >> (Random() % 64);
+    const std::vector<uint8_t> Expected = WrittenByModel(Value);
+    for (const bool IsAtEnd : {true, false}) {
+      uint8_t* pFirst = IsAtEnd ? Memory.Last(Expected.size()) : Memory.First() + 1;
+      uint8_t* p      = pFirst;
+      pFirst[-1]      = 0xEE;
+      memset(pFirst, 0xEE, Expected.size() + !IsAtEnd);
+      UTIL_WriteLEB128(&p, Value);
+      ASSERT_EQ(pFirst + Expected.size(), p) << Value;
+      ASSERT_EQ(Expected, std::vector<uint8_t>(pFirst, p)) << Value;
+      ASSERT_EQ(0xEE, pFirst[-1]) << Value;
+      ASSERT_TRUE(IsAtEnd || *p == 0xEE) << Value;
+    }
+  }
+}
+
+TEST(UtilLEB128, ReadsNumbersAtTheEndOfAPageAndWithOthersAfterThem) {
+  GUARDED         Memory;
+  std::mt19937_64 Random(8);
+  for (int i = 0; i < NUM_RANDOM; i++) {
+    const uint64_t             Value = Random() >> (Random() % 64);
+    const std::vector<uint8_t> Bytes = WrittenByModel(Value);
+    uint8_t* const             pEnd  = Memory.First() + Memory.Size();
+    uint8_t* const             pCopy = pEnd - Bytes.size() - (size_t)(Random() % 10);
+    memset(pCopy, (int)Random() & 0xFF, (size_t)(pEnd - pCopy));
+    memcpy(pCopy, Bytes.data(), Bytes.size());
+    const uint8_t* p = pCopy;
+    ASSERT_EQ(Value, UTIL_ReadLEB128(&p)) << i;
+    ASSERT_EQ(pCopy + Bytes.size(), p) << i;
+  }
+}
+
 // Fields, against a model that keeps a buffer as a row of single bits
 
 static const uint32_t FIELD_BYTES = 40;
@@ -200,12 +246,25 @@ TEST(UtilSetBits, SetsAndClearsExactlyTheRun) {
   }
 }
 
-TEST(UtilSetBits, TouchesNoByteBehindTheRun) {
-  for (uint32_t NumBits = 1; NumBits <= 300; NumBits++) {
-    std::vector<uint8_t> Bitmap((NumBits + 7) / 8, 0);
-    UTIL_SetBits(Bitmap.data(), 0, NumBits);
-    UTIL_ClearBits(Bitmap.data(), 0, NumBits);
-    ASSERT_EQ(std::vector<uint8_t>((NumBits + 7) / 8, 0), Bitmap);
+TEST(UtilSetBits, TouchesNoByteBesideTheRun) {
+  GUARDED Memory;
+  for (uint32_t NumBits = 1; NumBits <= 600; NumBits++) {
+    const size_t         NumBytes = (NumBits + 7) / 8;
+    const uint32_t       First    = (uint32_t)(8 * NumBytes) - NumBits;
+    std::vector<uint8_t> Expected(NumBytes, 0);
+    for (uint32_t i = 0; i < 8 * NumBytes; i++) {
+      Expected[i / 8] = (uint8_t)(Expected[i / 8] | (i < NumBits || i >= First) << i % 8);
+    }
+    for (uint8_t* p : {Memory.First(), Memory.Last(NumBytes)}) {
+      memset(p, 0, NumBytes);
+      UTIL_SetBits(p, 0, NumBits);
+      UTIL_SetBits(p, First, NumBits);
+      ASSERT_EQ(Expected, std::vector<uint8_t>(p, p + NumBytes)) << NumBits;
+      UTIL_ClearBits(p, First, NumBits);
+      UTIL_ClearBits(p, 0, NumBits);
+      ASSERT_EQ(std::vector<uint8_t>(NumBytes, 0), std::vector<uint8_t>(p, p + NumBytes))
+          << NumBits;
+    }
   }
 }
 

@@ -1,0 +1,109 @@
+# What cmake --install leaves, by component:
+#
+#   tool         the tool for the maker's probe library
+#   adapters     the tool with the probe library over debug adapters
+#   simulator    the tool with the simulated probe, and quobe-bench
+#   companions   programs beside the tool
+#   development  UTIL and SYS: headers, static libraries, CMake and pkg-config files
+#   documents    docs/, the licence, the list of third parties
+#
+# The tool takes the probe library beside its executable. So each probe library has a folder below
+# libexec/quobe with a tool of its own, and bin/ has links only: a probe library of ours in bin/ would be
+# taken for the maker's. libexec/quobe/maker is the place for the maker's, where the system has no other.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# The day of the sources: SOURCE_DATE_EPOCH's, or today.
+string(TIMESTAMP QUOBE_DATE "%Y-%m-%d" UTC)
+
+set(QUOBE_LIBEXEC "${CMAKE_INSTALL_LIBEXECDIR}/quobe")
+set(QUOBE_DOCUMENTS "${CMAKE_INSTALL_DATAROOTDIR}/doc/quobe")
+set(staging "${PROJECT_BINARY_DIR}/install")
+file(MAKE_DIRECTORY "${staging}")
+
+# A link in bin/ to a program in a probe library's folder.
+function(quobe_install_link component link folder program)
+  file(RELATIVE_PATH target "${CMAKE_INSTALL_FULL_BINDIR}"
+    "${CMAKE_INSTALL_FULL_LIBEXECDIR}/quobe/${folder}/${program}")
+  file(CREATE_LINK "${target}" "${staging}/${link}" SYMBOLIC)
+  install(FILES "${staging}/${link}" DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT ${component})
+endfunction()
+
+# quobe-unlock, and quobe-options if it is built, in a probe library's folder.
+function(quobe_install_programs component folder suffix)
+  install(TARGETS quobe-unlock RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
+  quobe_install_link(${component} quobe-unlock${suffix} ${folder} quobe-unlock)
+  if(TARGET quobe-options)
+    if(component STREQUAL "tool")
+      set(component companions)
+    endif()
+    install(TARGETS quobe-options RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
+    quobe_install_link(${component} quobe-options${suffix} ${folder} quobe-options)
+  endif()
+endfunction()
+
+# -- Programs ------------------------------------------------------------------------------------
+
+quobe_install_programs(tool maker "")
+quobe_install_programs(adapters openocd -openocd)
+install(TARGETS quobearm_openocd LIBRARY DESTINATION "${QUOBE_LIBEXEC}/openocd" COMPONENT adapters)
+if(TARGET quobearm)
+  quobe_install_programs(simulator simulator -sim)
+  install(TARGETS quobearm LIBRARY DESTINATION "${QUOBE_LIBEXEC}/simulator" COMPONENT simulator)
+  install(TARGETS quobe-bench RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT simulator)
+endif()
+
+# -- The support library -------------------------------------------------------------------------
+
+set(libraries quobe_headers quobe_platform quobe_util quobe_sys)
+set(private_libraries "")
+if(APPLE)
+  set(private_libraries "-framework CoreFoundation -framework IOKit")
+else()
+  list(APPEND libraries quobe_host)
+  set(private_libraries "-lquobe_host")
+endif()
+foreach(library IN LISTS libraries)
+  string(REPLACE "quobe_" "" name ${library})
+  set_target_properties(${library} PROPERTIES EXPORT_NAME ${name})
+endforeach()
+install(TARGETS ${libraries} EXPORT quobe
+  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
+
+# The headers that a caller includes; the others are between the modules.
+file(GLOB util_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/util/*.h")
+file(GLOB sys_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/sys/*.h")
+foreach(header IN LISTS util_headers sys_headers)
+  if(NOT header MATCHES "^(util/(block|cpu|digits)|sys/(registry_store|serial_settings|wait_ready|xml_node))\\.h$")
+    get_filename_component(folder "${header}" DIRECTORY)
+    install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/quobe/${folder}" COMPONENT development)
+  endif()
+endforeach()
+
+set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/quobe")
+configure_package_config_file(cmake/quobe-config.cmake.in "${staging}/quobe-config.cmake"
+  INSTALL_DESTINATION "${package_folder}" NO_SET_AND_CHECK_MACRO)
+# Before 1.0 a new minor version may change what callers see.
+write_basic_package_version_file("${staging}/quobe-config-version.cmake" COMPATIBILITY SameMinorVersion)
+install(EXPORT quobe NAMESPACE quobe:: FILE quobe-targets.cmake DESTINATION "${package_folder}"
+  COMPONENT development)
+install(FILES "${staging}/quobe-config.cmake" "${staging}/quobe-config-version.cmake"
+  DESTINATION "${package_folder}" COMPONENT development)
+
+# From the folder of the files to the prefix, so that an installation can be moved.
+file(RELATIVE_PATH prefix_from_pc "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" prefix_from_pc "${prefix_from_pc}")
+foreach(name util sys)
+  configure_file(cmake/quobe-${name}.pc.in "${staging}/quobe-${name}.pc" @ONLY)
+  install(FILES "${staging}/quobe-${name}.pc"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+endforeach()
+
+# -- Documents -----------------------------------------------------------------------------------
+
+configure_file(cmake/quobe.spdx.in "${staging}/quobe.spdx" @ONLY)
+install(FILES README.md CHANGELOG.md LICENSE THIRD-PARTY.md "${staging}/quobe.spdx"
+  DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents)
+install(DIRECTORY docs DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents)
+install(DIRECTORY examples DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents
+  PATTERN CMakeLists.txt EXCLUDE)
