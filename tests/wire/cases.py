@@ -184,6 +184,16 @@ class Resetting(Case):
             self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))
         self.assertTrue(self.is_factory())
 
+    def test_a_program_that_uses_the_pins_of_swd_needs_it(self):
+        self.stage.bench("create", "STM32F407", "--rdp", "1", "--flash", "full", "--program",
+                         "takes-swd")
+        with self.stage.wire() as served:
+            self.assertEqual((REFUSED + SILENT, 255), self.stage.run([served.adapter], *F4))
+        self.stage.configure("driver = cmsis-dap\nconnect = under-reset\n")
+        with self.stage.wire() as served:
+            self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))
+        self.assertTrue(self.is_factory())
+
     def test_the_pin_resets(self):
         self.stage.configure("driver = cmsis-dap\nreset = pin\n")
         with self.stage.wire() as served:
