@@ -133,7 +133,7 @@ TEST_F(SimBench, AnImageIsPutIntoTheFlash) {
   ASSERT_EQ(0, mkdir(sDirectory_.c_str(), 0755));
   const std::string sImage = sDirectory_ + "/image.bin";
   std::ofstream(sImage, std::ios::binary) << "\x01\x02\x03\x04\x05";
-  EXPECT_EQ(0, Run("create F103 --flash " + sImage));
+  EXPECT_EQ(0, Run("create F103 --flash '" + sImage + "'"));
   sim::Bench                   Where(sDirectory_);
   sim::PROBE_SETTINGS          Probe;
   std::unique_ptr<sim::Device> pDevice;
@@ -431,7 +431,7 @@ TEST_F(SimBench, WhatCannotBeReadAsAnImageIsNoImage) {
   EXPECT_EQ(0, system(("mkdir -p '" + sDirectory_ + "' && truncate -s 1048577 '" + sDirectory_ +
                        "/large.bin'")
                           .c_str()));
-  EXPECT_EQ(2, Run("create F407 --flash " + sDirectory_ + "/large.bin"));
+  EXPECT_EQ(2, Run("create F407 --flash '" + sDirectory_ + "/large.bin'"));
   EXPECT_TRUE(Says("larger than the flash of 1048576 bytes")) << sOutput_;
 }
 
