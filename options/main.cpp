@@ -20,6 +20,9 @@
 // Without a family the probe is told a core that every device answers to as a bus.
 static const char DEFAULT_CORE[] = "Cortex-M3";
 
+// How the text of a library begins that could not reach the target.
+static const char PORT_IS_SILENT[] = "The debug port does not answer";
+
 static char acError[ERROR_SIZE];
 
 // -- The library ---------------------------------------------------------------------------------
@@ -73,12 +76,12 @@ static int32_t FindLibrary(void) {
 
 // -- The run -------------------------------------------------------------------------------------
 
-// A library's text may have several lines.
+// A library's text may have several lines, and ends as it likes.
 static void TakeLibraryText(const char* sText) {
-  UTIL_snprintf(acError, ERROR_SIZE, "no probe: %s",
-                sText[0] != 0 ? sText : "the probe library gives no reason");
+  UTIL_snprintf(acError, ERROR_SIZE, "the probe was not opened: %s",
+                sText[0] != 0 ? sText : "its library gives no reason");
   size_t Length = strlen(acError);
-  while (Length > 0 && (acError[Length - 1] == '\n' || acError[Length - 1] == '\r')) {
+  while (Length > 0 && strchr("\r\n.", acError[Length - 1]) != NULL) {
     acError[--Length] = 0;
   }
   for (char* p = acError; *p != 0; p++) {
@@ -99,7 +102,9 @@ static EXIT_STATUS Connect(const UNLOCK_SETTINGS* pSettings, REPORT* pReport) {
   const char* sReason = OpenProbe();
   if (sReason != NULL) {
     TakeLibraryText(sReason);
-    return EXIT_NO_TARGET;
+    // The library over OpenOCD reaches for the target when it opens the probe.
+    return strncmp(sReason, PORT_IS_SILENT, strlen(PORT_IS_SILENT)) == 0 ? EXIT_PORT_CLOSED
+                                                                         : EXIT_NO_TARGET;
   }
   SendDevice(pSettings->FamilyIndex != 0 ? FamilyTable[pSettings->FamilyIndex].Core : DEFAULT_CORE);
   if (pSettings->PowerTarget != 0) {

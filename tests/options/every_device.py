@@ -5,8 +5,10 @@ usage: every_device.py BUILD-FOLDER [PART/PARTS]
 
 The states are those of tests/sim/outcomes.txt: every device in each of them. In each state
 
+- quobe-options makes the tool's connection, and then nothing but reads;
 - the device's file is the same before and after quobe-options, with fast time and with real time;
 - fields, level and complements are those that quobe-bench shows;
+- a device as delivered is at its factory values;
 - what quobe-options says a reset will erase and leave is what the tool then erases and leaves.
 
 Ends with 1 when something else is found. PART/PARTS: every so manieth state only.
@@ -25,6 +27,10 @@ sys.path.append(os.path.join(os.path.dirname(HERE), "sim"))
 
 import outcomes  # noqa: E402
 
+# The library's calls in a trace, without those that read; a refused one says so behind them.
+CONNECTION = ["Open", "ExecCommand", "TIF_Select", "SetSpeed", "GetSpeed", "GetHWStatus", "IsOpen",
+              "Close"]
+CALL = re.compile(r"^ *[0-9.]+ *#\d+ +\d+ +(\w+)")
 FIELD = re.compile(r"^  (\w+) +([0-9A-F]+) +factory ([0-9A-F]+)")
 LIMIT_S = 60
 
@@ -38,6 +44,7 @@ class Stage:
         self.bench_folder = os.path.join(folder, "bench")
         self.env = dict(os.environ, QUOBE_BENCH=self.bench_folder, QUOBE_BENCH_TIME="fast")
         self.env.pop("QUOBE_BENCH_TRACE", None)
+        self.trace = os.path.join(folder, "trace")
         self.warp = os.path.join(build, "tests", "sim", "libsim_timewarp.so")
 
     def run(self, program, *words, env=None):
@@ -52,10 +59,17 @@ class Stage:
         return done.stdout
 
     def options(self, *words, time="fast"):
-        """Status and object; the object is None when there is none."""
+        """Status and object; the object is None when there is none. The trace is of this run alone."""
+        if os.path.exists(self.trace):
+            os.remove(self.trace)
         done = self.run("quobe-options", "--json", *words,
-                        env=dict(self.env, QUOBE_BENCH_TIME=time))
+                        env=dict(self.env, QUOBE_BENCH_TIME=time, QUOBE_BENCH_TRACE=self.trace))
         return done.returncode, json.loads(done.stdout) if done.stdout else None
+
+    def calls_but_reads(self):
+        with open(self.trace) as file:
+            calls = [CALL.match(line) for line in file if " -- " not in line]
+        return [call[1] if call else "?" for call in calls if not call or call[1] != "RD"]
 
     def tool(self, row):
         env = dict(self.env)
@@ -130,6 +144,8 @@ def check_reading(stage, block):
                 wrong.append("the program has the pins, and they answer")
             continue
         status, again = stage.options("-SetDeviceFamily", block.row, time=time)
+        if stage.calls_but_reads() != CONNECTION:
+            wrong.append("%s time: calls %s" % (time, stage.calls_but_reads()))
         if status != 0:
             return None, ["%s time: status %d" % (time, status)]
         if stage.device_file() != before:
@@ -141,6 +157,8 @@ def check_reading(stage, block):
         wrong.append("the device's file is another one")
     if seen is None:
         return None, wrong
+    if block.state == ["--rdp", "0"] and seen["as_factory"] is not True:
+        wrong.append("as delivered, and not at factory values")
     names = [seen["device"]["name"], *seen["device"]["alternatives"]]
     if not seen["device"]["known"] or block.device not in names:
         wrong.append("taken for %s" % " or ".join(map(str, names)))

@@ -217,10 +217,15 @@ class Calls(Case):
 
     def test_a_text_of_open_is_one_line(self):
         self.env["QUOBE_OPEN"] = "in use\nby another\n"
-        self.assertEqual((3, "", "quobe-options: no probe: in use by another.\n"), self.run_it())
+        self.assertEqual((3, "", "quobe-options: the probe was not opened: in use by another.\n"), self.run_it())
         self.env["QUOBE_OPEN"] = ""
-        self.assertEqual((3, "", "quobe-options: no probe: the probe library gives no reason.\n"),
+        self.assertEqual((3, "", "quobe-options: the probe was not opened: its library gives no reason.\n"),
                          self.run_it())
+
+    def test_a_library_that_finds_the_port_silent_is_believed(self):
+        self.env["QUOBE_OPEN"] = "The debug port does not answer. Check the wires."
+        self.assertEqual((4, "", "quobe-options: the probe was not opened: The debug port does not "
+                          "answer. Check the wires.\n"), self.run_it())
 
     def test_499_mv_is_no_target_and_500_is_one(self):
         self.write("words", F103)
@@ -307,7 +312,7 @@ class Calls(Case):
     def test_texts_of_the_library_do_no_harm_to_the_json(self):
         self.env["QUOBE_OPEN"] = 'a "b" \\ \t \x01 \u00e9'
         _, seen = self.json()
-        self.assertEqual('no probe: a "b" \\ \t \x01 \u00e9', seen["error"])
+        self.assertEqual('the probe was not opened: a "b" \\ \t \x01 \u00e9', seen["error"])
 
 
 class Shown(Case):
