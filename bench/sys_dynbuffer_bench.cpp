@@ -108,7 +108,7 @@ int main(int NumArgs, char** pasArgs) {
   AddRow("1 to 24 bytes, to 900 KiB", 0.80, MakePieces(921600, 1, 24));
   AddRow("256 bytes, to 900 KiB", 1.2, MakePieces(921600, 256, 256));
   BENCH_Growth("1 to 24 bytes, for each byte", 1.5);
-  for (const size_t NumBytes : {16000, 64000, 256000, 900000}) {
+  for (const size_t NumBytes : {16000u, 64000u, 256000u, 900000u}) {
     const std::vector<std::string_view> Pieces = MakePieces(NumBytes, 1, 24);
     BENCH_AddSize((int64_t)NumBytes, (int64_t)NumBytes, [=] {
       DYNBUFFER Buffer;

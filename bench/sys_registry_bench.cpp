@@ -178,7 +178,7 @@ void RunSqlite(size_t NumValues) {
 
 template <typename RUN>
 void AddSizes(RUN Run) {
-  for (const size_t Size : {1000, 2000, 5000, 10000}) {
+  for (const size_t Size : {1000u, 2000u, 5000u, 10000u}) {
     BENCH_AddSize((int64_t)Size, (int64_t)Size, [=] { Run(Size); });
   }
 }
@@ -197,7 +197,7 @@ void AddGrowth() {
 
   // Loading is a small part of it.
   BENCH_Growth("query, 20 times each: for each query", 1.5);
-  for (const size_t NumValues : {1000, 2000, 5000, 10000}) {
+  for (const size_t NumValues : {1000u, 2000u, 5000u, 10000u}) {
     BENCH_AddSize((int64_t)NumValues, 20 * (int64_t)NumValues, [=] {
       RegistryKeyHandle* hKey = OpenKey();
       for (int Pass = 0; Pass < 20; Pass++) {
@@ -220,7 +220,7 @@ void AddGrowth() {
   });
 
   BENCH_Growth("a list: set over itself, query and delete, for each string", 1.5);
-  for (const size_t NumStrings : {5000, 20000, 80000, 320000}) {
+  for (const size_t NumStrings : {5000u, 20000u, 80000u, 320000u}) {
     const std::string sList = MakeList(NumStrings);
     BENCH_AddSize((int64_t)NumStrings, (int64_t)NumStrings, [=] {
       std::string        sBuffer(sList.size() + 100, 0);

@@ -229,7 +229,7 @@ void AddWrite(const char* sRow, double Goal, const XmlDocument* pDoc, const char
 void AddGrowth() {
   static std::vector<FILE_OF_TEXT*> apFile;  // for the whole run
   BENCH_Growth("load, for each byte of text", 1.5);
-  for (const size_t NumBytes : {16000, 64000, 256000, 900000}) {
+  for (const size_t NumBytes : {16000u, 64000u, 256000u, 900000u}) {
     XmlDocument* pDoc  = MakeDoc(NumBytes);
     auto*        pFile = new FILE_OF_TEXT(Store(pDoc));
     SYS_XML_FreeDoc(pDoc);

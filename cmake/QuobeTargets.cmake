@@ -5,7 +5,7 @@
 #                                           link it as quobe::<name without quobe_>.
 #   quobe_program_options(target)           the same warnings for everything else (sim, tests, bench)
 #   quobe_export_list(target names.inc)     link an executable so that it exports exactly those names
-#   quobe_tool_beside(library)              put a copy of the tool into the probe library's folder
+#   quobe_tool_beside(library)              put the tool and quobe-options into the probe library's folder
 
 set(QUOBE_SANITIZE "" CACHE STRING "Value for -fsanitize=, empty for none")
 
@@ -98,6 +98,6 @@ endfunction()
 function(quobe_tool_beside library)
   add_custom_target(${library}_tool ALL
     COMMAND ${CMAKE_COMMAND} -E copy_if_different
-      $<TARGET_FILE:quobe-unlock> $<TARGET_FILE_DIR:${library}>
-    DEPENDS quobe-unlock ${library})
+      $<TARGET_FILE:quobe-unlock> $<TARGET_FILE:quobe-options> $<TARGET_FILE_DIR:${library}>
+    DEPENDS quobe-unlock quobe-options ${library})
 endfunction()

@@ -69,6 +69,8 @@ struct Timeval {
   int32_t Microseconds;  // followed by four bytes of padding
 };
 
+enum : int32_t { CLOCK_ID_MONOTONIC = 6 };
+
 // -- Locales -------------------------------------------------------------------------------------
 
 enum : int32_t { CATEGORY_CTYPE = 2 };

@@ -36,8 +36,27 @@ int* Error() {
   return &DarwinErrno;
 }
 
+// The text is this system's.
+char* Text(int DarwinError) {
+  for (int Host = 1; Host <= 34; Host++) {
+    if (Host != EAGAIN && Host == DarwinError) {
+      return strerror(Host);
+    }
+  }
+  switch (DarwinError) {
+#define NUMBER(Name, Value) \
+  case Value:               \
+    return strerror(Name);
+#include "machorun/darwin_errno.inc"
+#undef NUMBER
+    default:
+      Unknown("the text of error code %d", DarwinError);
+  }
+}
+
 const Shim Table[] = {
     Bound("___error", &Error),
+    Bound("_strerror", &Text),
 };
 
 }  // namespace

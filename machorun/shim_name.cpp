@@ -48,6 +48,16 @@ int CodeToDarwin(int Host) {
   Unknown("name look-up code %d", Host);
 }
 
+// The text is this system's.
+const char* CodeText(int Darwin) {
+  for (const Code& Row : Codes) {
+    if (Row.Darwin == Darwin) {
+      return gai_strerror(Row.Host);
+    }
+  }
+  Unknown("the text of name look-up code %d", Darwin);
+}
+
 // A copy of a socket address in Darwin's form; null for a family without one.
 void* CopyAddress(const sockaddr* pHost) {
   if (pHost == nullptr || (pHost->sa_family != AF_INET && pHost->sa_family != AF_INET6)) {
@@ -116,6 +126,7 @@ int Name(const void* pAddress, uint32_t Length, char* pHost, uint32_t HostSize, 
 }
 
 const Shim Table[] = {
+    Bound("_gai_strerror", &CodeText),
     Bound("_getaddrinfo", &Lookup),
     Bound("_freeaddrinfo", &FreeLookup),
     Bound("_getnameinfo", &Name),

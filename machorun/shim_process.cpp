@@ -102,6 +102,10 @@ Handler SetHandler(int Signal, Handler pfHandler) {
   return signal(HostSignal, pfHandler);
 }
 
+int Kill(int Pid, int Signal) {
+  return kill(Pid, SignalToHost(Signal));
+}
+
 // The status of a child has the same layout, but with this system's signal numbers.
 int WaitFor(int Pid, int* pStatus, int Options) {
   if ((Options & ~WNOHANG) != 0) {
@@ -200,6 +204,7 @@ const Shim Table[] = {
     {"_environ", &environ},
     Bound("_setlocale", &SetLocale),
     Bound("_signal", &SetHandler),
+    Bound("_kill", &Kill),
     Bound("_waitpid", &WaitFor),
     Bound("_posix_spawnattr_init", &SpawnAttrInit),
     Bound("_posix_spawnattr_destroy", &SpawnAttrDestroy),

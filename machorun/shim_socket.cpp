@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -256,6 +257,13 @@ int Create(int Family, int Type, int Protocol) {
   return socket(FamilyToHost(Family), Type, Protocol);
 }
 
+int CreatePair(int Family, int Type, int Protocol, int* pSockets) {
+  if (Family != AF_UNIX || Type != SOCK_STREAM) {  // these two numbers are the same
+    Unknown("socket pair of family %d and type 0x%x", Family, static_cast<unsigned>(Type));
+  }
+  return socketpair(Family, Type, Protocol, pSockets);
+}
+
 int Bind(int Socket, const void* pAddress, uint32_t Length) {
   HostAddress     Host;
   const socklen_t HostLength = AddressToHost(pAddress, Length, &Host);
@@ -333,6 +341,16 @@ ssize_t Receive(int Socket, void* pData, size_t Length, int Flags) {
       static_cast<int>(FlagsToHost(static_cast<uint32_t>(Flags), MessageFlags, "message flags")));
 }
 
+// The record is the same, and so are the events up to POLLNVAL. The count has 32 bits on Darwin.
+int Poll(pollfd* pFiles, uint32_t Count, int TimeoutMs) {
+  for (uint32_t i = 0; i < Count; i++) {
+    if ((pFiles[i].events & ~(POLLIN | POLLPRI | POLLOUT)) != 0) {
+      Unknown("poll events 0x%x", static_cast<unsigned>(pFiles[i].events));
+    }
+  }
+  return poll(pFiles, Count, TimeoutMs);
+}
+
 // The sets have the same layout. Darwin leaves the time unchanged; Linux does not.
 int Select(int Num, fd_set* pRead, fd_set* pWrite, fd_set* pError, const darwin::Timeval* pTime) {
   if (pWrite != nullptr) {
@@ -356,6 +374,8 @@ int CheckSetOverflow(int Descriptor, const void*, int) {
 
 const Shim Table[] = {
     Bound("_socket", &Create),
+    Bound("_socketpair", &CreatePair),
+    Bound("_poll", &Poll),
     Bound("_bind", &Bind),
     Bound("_connect", &Connect),
     Bound("_accept", &Accept),

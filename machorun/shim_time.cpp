@@ -95,6 +95,16 @@ uint64_t Nanoseconds() {
   return static_cast<uint64_t>(Now.tv_sec) * 1000000000u + static_cast<uint64_t>(Now.tv_nsec);
 }
 
+int GetClock(int Clock, struct timespec* pTime) {
+  if (Clock != darwin::CLOCK_ID_MONOTONIC) {
+    Unknown("clock %d", Clock);
+  }
+  const uint64_t Now = Nanoseconds();
+  pTime->tv_sec      = static_cast<time_t>(Now / 1000000000u);
+  pTime->tv_nsec     = static_cast<long>(Now % 1000000000u);
+  return 0;
+}
+
 uint64_t AbsoluteTime() {
   static const TimebaseInfo Tick = GetTimebase();
   return static_cast<uint64_t>(static_cast<unsigned __int128>(Nanoseconds()) * Tick.Denominator /
@@ -107,9 +117,8 @@ int Timebase(TimebaseInfo* pInfo) {
 }
 
 const Shim Table[] = {
-    Bound("_usleep", &SleepMicroseconds),
-    Bound("_nanosleep", &SleepNanoseconds),
-    Bound("_mach_absolute_time", &AbsoluteTime),
+    Bound("_usleep", &SleepMicroseconds),    Bound("_nanosleep", &SleepNanoseconds),
+    Bound("_clock_gettime", &GetClock),      Bound("_mach_absolute_time", &AbsoluteTime),
     Bound("_mach_timebase_info", &Timebase),
 };
 

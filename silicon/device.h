@@ -14,11 +14,26 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <span>
-
 namespace silicon {
 
 inline constexpr uint32_t KB = 1024;
+
+// An array of rows and its length, for a range-based for. No C++ library: a product that is built for a
+// system without one reads these headers too.
+template <class ROW>
+struct ROWS {
+  const ROW* pFirst = nullptr;
+  size_t     Number = 0;
+
+  constexpr ROWS() = default;
+  template <size_t N>
+  constexpr ROWS(const ROW (&aRows)[N]) : pFirst(aRows), Number(N) {}
+
+  constexpr const ROW* begin() const { return pFirst; }
+  constexpr const ROW* end() const { return pFirst + Number; }
+  constexpr size_t     size() const { return Number; }
+  constexpr const ROW& operator[](size_t i) const { return pFirst[i]; }
+};
 
 // -- Fields of a word or register ----------------------------------------------------------------
 
@@ -30,7 +45,8 @@ enum FIELD_KIND : uint8_t {
   SECURE,  // a secure area or what belongs to it
   BOOT,    // a boot address
   DATA,    // bytes that are the user's own
-  STATUS   // no option: shows a state
+  STATUS,  // no option: shows a state
+  UNSURE   // no option: while it is set, what is in force may not be what is stored
 };
 
 struct FIELD {
@@ -181,13 +197,13 @@ struct FAMILY {
 inline constexpr uint32_t SIZE_IN_KB = ~0u;
 
 struct DEVICE {
-  const char*                  sName     = nullptr;
-  const char*                  sText     = nullptr;
-  const FAMILY*                pFamily   = nullptr;
-  uint32_t                     IdCode    = 0;  // DEV_ID 11:0; REV_ID 31:16 as seen on one part
-  uint32_t                     SizeCode  = SIZE_IN_KB;  // what the size register holds
-  std::span<const OPTION_WORD> Options   = {};
-  MEMORY                       Memory[6] = {};  // main flash first; unused rows have no bytes
+  const char*       sName     = nullptr;
+  const char*       sText     = nullptr;
+  const FAMILY*     pFamily   = nullptr;
+  uint32_t          IdCode    = 0;           // DEV_ID 11:0; REV_ID 31:16 as seen on one part
+  uint32_t          SizeCode  = SIZE_IN_KB;  // what the size register holds
+  ROWS<OPTION_WORD> Options   = {};
+  MEMORY            Memory[6] = {};  // main flash first; unused rows have no bytes
 };
 
 }  // namespace silicon

@@ -7,8 +7,6 @@
 #ifndef SILICON_H7_H
 #define SILICON_H7_H
 
-#include <array>
-
 #include "silicon/device.h"
 
 namespace silicon {
@@ -68,17 +66,17 @@ inline constexpr FIELDS Boot4  = {Bits("BOOT_CM4_ADD0", 15, 0, BOOT),
                                   Bits("BOOT_CM4_ADD1", 31, 16, BOOT)};
 inline constexpr FIELDS Optsr2 = {Bits("TCM_AXI_SHARED", 1, 0), Bit("CPUFREQ_BOOST", 2)};
 
-using TWO_BANKS = std::array<OPTION_WORD, 8>;
+struct TWO_BANKS {
+  OPTION_WORD aWord[8];
+};
 
 constexpr TWO_BANKS TwoBanks(uint32_t OptsrFactory, const FIELDS& Optsr, uint32_t ScarFactory) {
-  return {Word("OPTSR", OPTSR_CUR, OptsrFactory, Optsr),
-          Word("PRAR1", PRAR_CUR, 0x000000FF, Prar),
-          Word("SCAR1", SCAR_CUR, ScarFactory, Scar),
-          Word("WPSN1", WPSN_CUR, 0x000000FF, Wpsn),
-          Word("PRAR2", PRAR_CUR + BANK2, 0x000000FF, Prar),
-          Word("SCAR2", SCAR_CUR + BANK2, ScarFactory, Scar),
-          Word("WPSN2", WPSN_CUR + BANK2, 0x000000FF, Wpsn),
-          Word("BOOT", BOOT_CUR, 0x1FF00800, Boot)};
+  return {{Word("OPTSR", OPTSR_CUR, OptsrFactory, Optsr), Word("PRAR1", PRAR_CUR, 0x000000FF, Prar),
+           Word("SCAR1", SCAR_CUR, ScarFactory, Scar), Word("WPSN1", WPSN_CUR, 0x000000FF, Wpsn),
+           Word("PRAR2", PRAR_CUR + BANK2, 0x000000FF, Prar),
+           Word("SCAR2", SCAR_CUR + BANK2, ScarFactory, Scar),
+           Word("WPSN2", WPSN_CUR + BANK2, 0x000000FF, Wpsn),
+           Word("BOOT", BOOT_CUR, 0x1FF00800, Boot)}};
 }
 
 // Of H743 and H750 the words that are found; as printed, OPTSR is 0x1406AAF0 and SCAR 0x000000FF.
@@ -86,9 +84,9 @@ inline constexpr TWO_BANKS   Options743   = TwoBanks(0x1416AAF0, Optsr743, 0x800
 inline constexpr TWO_BANKS   Options750   = TwoBanks(0x1416AAF0, OptsrOneBank, 0x800000FF);
 inline constexpr TWO_BANKS   BothCores    = TwoBanks(0x17C6AAF0, Optsr745, 0x000000FF);
 inline constexpr OPTION_WORD Options745[] = {
-    BothCores[0], BothCores[1], BothCores[2],
-    BothCores[3], BothCores[4], BothCores[5],
-    BothCores[6], BothCores[7], Word("BOOT4", BOOT4_CUR, 0x10000810, Boot4)};
+    BothCores.aWord[0], BothCores.aWord[1], BothCores.aWord[2],
+    BothCores.aWord[3], BothCores.aWord[4], BothCores.aWord[5],
+    BothCores.aWord[6], BothCores.aWord[7], Word("BOOT4", BOOT4_CUR, 0x10000810, Boot4)};
 inline constexpr OPTION_WORD Options723[] = {Word("OPTSR", OPTSR_CUR, 0x179EAAF0, OptsrOneBank),
                                              Word("PRAR1", PRAR_CUR, 0x000000FF, Prar),
                                              Word("SCAR1", SCAR_CUR, 0x800000FF, Scar),
@@ -120,7 +118,7 @@ inline constexpr DEVICE STM32H723 = {
                h7::AxiSram(320 * KB)}};
 inline constexpr DEVICE STM32H743 = {
     .sName = "STM32H743", .sText = "H7 with two banks, PCROP and secure areas, 2 MB flash",
-    .pFamily = &FamilyH7, .IdCode = 0x20036450, .Options = h7::Options743,
+    .pFamily = &FamilyH7, .IdCode = 0x20036450, .Options = h7::Options743.aWord,
     .Memory = {Flash(2048 * KB), h7::BackupSram, h7::BackupOfRtc, Sram(128 * KB),
                h7::AxiSram(512 * KB)}};
 inline constexpr DEVICE STM32H745 = {
@@ -130,7 +128,7 @@ inline constexpr DEVICE STM32H745 = {
                h7::AxiSram(512 * KB)}};
 inline constexpr DEVICE STM32H750 = {
     .sName = "STM32H750", .sText = "H7 value line, 128 KB flash",
-    .pFamily = &FamilyH7, .IdCode = 0x20036450, .Options = h7::Options750,
+    .pFamily = &FamilyH7, .IdCode = 0x20036450, .Options = h7::Options750.aWord,
     .Memory = {Flash(128 * KB), h7::BackupSram, h7::BackupOfRtc, Sram(128 * KB),
                h7::AxiSram(512 * KB), h7::FlashBeyond}};
 

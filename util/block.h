@@ -76,16 +76,21 @@ static inline uint64_t BLOCK_Mask(BLOCK IsTrue) {
 }
 #endif
 
+// The index of the first byte that a mask has, which must not be 0.
+static inline uint32_t BLOCK_FirstOf(uint64_t Mask) {
+  return (uint32_t)__builtin_ctzll(Mask) / BLOCK_MASK_BITS;
+}
+
 // The index of the first byte for which a comparison is true, BLOCK_BYTES when there is none.
 static inline uint32_t BLOCK_FirstTrue(BLOCK IsTrue) {
   const uint64_t Mask = BLOCK_Mask(IsTrue);
-  return Mask == 0 ? BLOCK_BYTES : (uint32_t)__builtin_ctzll(Mask) / BLOCK_MASK_BITS;
+  return Mask == 0 ? BLOCK_BYTES : BLOCK_FirstOf(Mask);
 }
 
 // The same for the first one that is false.
 static inline uint32_t BLOCK_FirstFalse(BLOCK IsTrue) {
   const uint64_t Mask = BLOCK_Mask(IsTrue) ^ BLOCK_ALL_TRUE;
-  return Mask == 0 ? BLOCK_BYTES : (uint32_t)__builtin_ctzll(Mask) / BLOCK_MASK_BITS;
+  return Mask == 0 ? BLOCK_BYTES : BLOCK_FirstOf(Mask);
 }
 
 #if CPU_HAS_WIDE

@@ -87,47 +87,80 @@ static int32_t CompareByBlock(const char* sA, const char* sB) {
 
 #if CPU_HAS_WIDE
 
-// A constant that the compiler loads, as that costs one instruction. One that it knows the value of
-// it builds in a register, which costs three each time.
+// A constant in a register, loaded from memory: compilers build it with three instructions each time.
 CPU_TARGET_AVX2 static inline WIDE Loaded(const WIDE* pConstant) {
-  __asm__("" : "+r"(pConstant));
-  return *pConstant;
+  WIDE Value;
+  __asm__("vmovdqa %1, %0" : "=x"(Value) : "m"(*pConstant));
+  return Value;
 }
 
-// The same for AVX2.
-CPU_TARGET_AVX2 static int32_t CompareByWide(const char* sA, const char* sB) {
-  typedef int8_t    SIGNED __attribute__((vector_size(32)));
-  static const WIDE aConstant[] = {WIDE{} + CASE_BIT, WIDE{} + LETTER_OFFSET,
-                                   WIDE{} + BELOW_LETTERS};
-  const WIDE        CaseBit     = Loaded(&aConstant[0]);
-  const WIDE        Offset      = Loaded(&aConstant[1]);
-  const SIGNED      Below       = (SIGNED)Loaded(&aConstant[2]);
-  const int64_t     Last        = RoomInPage(sA, sB) - (int32_t)WIDE_BYTES;
-  int64_t           i           = 0;
+static const WIDE CaseBits      = WIDE{} + CASE_BIT;
+static const WIDE LetterOffsets = WIDE{} + LETTER_OFFSET;
+static const WIDE BelowLetters  = WIDE{} + BELOW_LETTERS;
+
+// A bit for each character that differs or ends the text at pA.
+CPU_TARGET_AVX2 static inline uint32_t WideStops(const char* pA, const char* pB) {
+  typedef int8_t SIGNED __attribute__((vector_size(32)));
+  const WIDE     CaseBit  = Loaded(&CaseBits);
+  const WIDE     A        = WIDE_LoadText(pA);
+  const WIDE     Diff     = A ^ WIDE_LoadText(pB);
+  const WIDE     Letter   = (A | CaseBit) + Loaded(&LetterOffsets);
+  const WIDE     IsLetter = (WIDE)((SIGNED)Letter > (SIGNED)Loaded(&BelowLetters));
+  const WIDE     IsSame   = (WIDE)((Diff & ~(IsLetter & CaseBit)) == 0);
+  return WIDE_Mask((WIDE)((A & IsSame) == 0));
+}
+
+static inline int32_t FirstFoldedDiff(const char* sA, const char* sB, uint32_t Stops) {
+  const size_t k = (size_t)__builtin_ctz(Stops);
+  return FoldedDiff(sA[k], sB[k]);
+}
+
+// UTIL_StrCaseCmp for AVX2.
+CPU_TARGET_AVX2 __attribute__((noinline)) static int32_t CompareLongByWide(const char* sA,
+                                                                           const char* sB) {
+  const int64_t Last = RoomInPage(sA, sB) - (int32_t)WIDE_BYTES;
+  int64_t       i    = 0;
   for (; i <= Last; i += WIDE_BYTES) {
-    const WIDE     A        = WIDE_LoadText(sA + i);
-    const WIDE     Diff     = A ^ WIDE_LoadText(sB + i);
-    const WIDE     IsLetter = (WIDE)((SIGNED)((A | CaseBit) + Offset) > Below);
-    const WIDE     IsSame   = (WIDE)((Diff & ~(IsLetter & CaseBit)) == 0);
-    const uint32_t Mask     = WIDE_Mask((WIDE)((A & IsSame) == 0));
-    if (Mask != 0) {
-      const uint32_t k = (uint32_t)__builtin_ctz(Mask);
-      return FoldedDiff(sA[i + k], sB[i + k]);
+    const uint32_t Stops = WideStops(sA + i, sB + i);
+    if (Stops != 0) {
+      return FirstFoldedDiff(sA + i, sB + i, Stops);
     }
   }
   _mm256_zeroupper();  // compilers forget it before a call in place of a return
   return CompareAcrossPage(sA + i, sB + i);
 }
 
+// The same, in a hurry for a short text.
+CPU_TARGET_AVX2 static int32_t CompareByWide(const char* sA, const char* sB) {
+  uint32_t NumSame = 0;
+  if (BLOCK_IsInPage((const void*)((uintptr_t)sA | (uintptr_t)sB), WIDE_BYTES)) {
+    const uint32_t Stops = WideStops(sA, sB);
+    if (Stops != 0) {
+      return FirstFoldedDiff(sA, sB, Stops);
+    }
+    NumSame = WIDE_BYTES;
+  }
+  return CompareLongByWide(sA + NumSame, sB + NumSame);
+}
+
 #endif
 
-int32_t UTIL_StrCaseCmp(const char* sA, const char* sB) {
+__attribute__((noinline)) static int32_t CompareByAny(const char* sA, const char* sB) {
 #if CPU_HAS_WIDE
   if (CPU_HasAVX2()) {
     return CompareByWide(sA, sB);
   }
 #endif
   return CompareByBlock(sA, sB);
+}
+
+int32_t UTIL_StrCaseCmp(const char* sA, const char* sB) {
+#if CPU_HAS_WIDE
+  if (CPU_IsAVX2Chosen()) {
+    return CompareByWide(sA, sB);
+  }
+#endif
+  return CompareByAny(sA, sB);
 }
 
 int32_t UTIL_StrNCaseCmp(const char* sA, const char* sB, uint32_t MaxChars) {
@@ -164,10 +197,10 @@ CPU_TARGET_AVX2 static inline WIDE IsSameWide(const uint8_t* pA, const uint8_t* 
 }
 
 // The same for WIDE_BYTES and more. Four blocks are looked at with one test.
-CPU_TARGET_AVX2 static int64_t FirstDiffByWide(const uint8_t* pA, const uint8_t* pB,
-                                               uint32_t NumBytes) {
-  size_t i = 0;
-  for (; NumBytes - i >= 4 * WIDE_BYTES; i += 4 * WIDE_BYTES) {
+CPU_TARGET_AVX2 static inline int64_t FirstDiffByWide(const uint8_t* pA, const uint8_t* pB,
+                                                      uint32_t NumBytes) {
+  int64_t i = 0;
+  for (; i <= (int64_t)NumBytes - 4 * (int64_t)WIDE_BYTES; i += 4 * WIDE_BYTES) {
     const WIDE IsSame0 = IsSameWide(pA + i, pB + i);
     const WIDE IsSame1 = IsSameWide(pA + i + 32, pB + i + 32);
     const WIDE IsSame2 = IsSameWide(pA + i + 64, pB + i + 64);
@@ -175,22 +208,28 @@ CPU_TARGET_AVX2 static int64_t FirstDiffByWide(const uint8_t* pA, const uint8_t*
     if (WIDE_Mask((IsSame0 & IsSame1) & (IsSame2 & IsSame3)) != UINT32_MAX) {
       const uint64_t First = ~(WIDE_Mask(IsSame0) | (uint64_t)WIDE_Mask(IsSame1) << 32);
       const uint64_t Last  = ~(WIDE_Mask(IsSame2) | (uint64_t)WIDE_Mask(IsSame3) << 32);
-      return (int64_t)i + (First != 0 ? __builtin_ctzll(First) : 64 + __builtin_ctzll(Last));
+      return i + (First != 0 ? __builtin_ctzll(First) : 64 + __builtin_ctzll(Last));
     }
   }
   for (; i < NumBytes; i += WIDE_BYTES) {
-    i                   = i < NumBytes - WIDE_BYTES ? i : NumBytes - WIDE_BYTES;
+    i                   = i < NumBytes - WIDE_BYTES ? i : (int64_t)(NumBytes - WIDE_BYTES);
     const uint32_t Mask = ~WIDE_Mask(IsSameWide(pA + i, pB + i));
     if (Mask != 0) {
-      return (int64_t)i + __builtin_ctz(Mask);
+      return i + __builtin_ctz(Mask);
     }
   }
   return -1;
 }
 
+CPU_TARGET_AVX2 static int32_t FindDiffByWide(const uint8_t* pA, const uint8_t* pB,
+                                              uint32_t NumBytes) {
+  return (int32_t)FirstDiffByWide(pA, pB, NumBytes);
+}
+
 #endif
 
-static inline int64_t FirstDiff(const void* pA, const void* pB, uint32_t NumBytes) {
+__attribute__((noinline)) static int64_t FirstDiff(const void* pA, const void* pB,
+                                                   uint32_t NumBytes) {
   const uint8_t* pbA = (const uint8_t*)pA;
   const uint8_t* pbB = (const uint8_t*)pB;
 #if CPU_HAS_WIDE
@@ -208,6 +247,11 @@ int32_t UTIL_MemCmp(const void* pA, const void* pB, uint32_t NumBytes) {
 }
 
 int32_t UTIL_FindDiff(const void* pA, const void* pB, int32_t NumBytes) {
+#if CPU_HAS_WIDE
+  if (NumBytes >= (int32_t)WIDE_BYTES && CPU_IsAVX2Chosen()) {
+    return FindDiffByWide((const uint8_t*)pA, (const uint8_t*)pB, (uint32_t)NumBytes);
+  }
+#endif
   return NumBytes < 1 ? -1 : (int32_t)FirstDiff(pA, pB, (uint32_t)NumBytes);
 }
 
@@ -265,40 +309,57 @@ static int32_t FindNotEqualByBlock(const uint8_t* p, uint8_t Value, uint32_t Num
 
 #if CPU_HAS_WIDE
 
-// For WIDE_BYTES and more.
+// All ones where four blocks have this value in all their bytes.
+CPU_TARGET_AVX2 static inline WIDE AreFourSame(const uint8_t* p, uint8_t Value) {
+  const WIDE IsSame01 = (WIDE)(WIDE_Load(p) == Value) & (WIDE)(WIDE_Load(p + 32) == Value);
+  const WIDE IsSame23 = (WIDE)(WIDE_Load(p + 64) == Value) & (WIDE)(WIDE_Load(p + 96) == Value);
+  return IsSame01 & IsSame23;
+}
+
+// For WIDE_BYTES and more. Eight blocks are looked at with one test.
 CPU_TARGET_AVX2 static int32_t FindNotEqualByWide(const uint8_t* pFirst, uint8_t Value,
                                                   uint32_t NumBytes) {
-  const uint8_t* pEnd = pFirst + NumBytes;
-  const uint8_t* p    = pFirst;
-  while (pEnd - p >= 4 * WIDE_BYTES) {
-    const WIDE IsSame01 = (WIDE)(WIDE_Load(p) == Value) & (WIDE)(WIDE_Load(p + 32) == Value);
-    const WIDE IsSame23 = (WIDE)(WIDE_Load(p + 64) == Value) & (WIDE)(WIDE_Load(p + 96) == Value);
-    if (WIDE_Mask(IsSame01 & IsSame23) != UINT32_MAX) {
-      break;
-    }
-    p += 4 * WIDE_BYTES;
+  const uint8_t* p = pFirst;
+  while (NumBytes >= 8 * WIDE_BYTES &&
+         WIDE_Mask(AreFourSame(p, Value) & AreFourSame(p + 128, Value)) == UINT32_MAX) {
+    p += 8 * WIDE_BYTES;
+    NumBytes -= 8 * WIDE_BYTES;
   }
-  while (p < pEnd) {
-    p                   = pEnd - p < WIDE_BYTES ? pEnd - WIDE_BYTES : p;
-    const uint32_t Mask = ~WIDE_Mask((WIDE)(WIDE_Load(p) == Value));
+  if (NumBytes >= 4 * WIDE_BYTES && WIDE_Mask(AreFourSame(p, Value)) == UINT32_MAX) {
+    p += 4 * WIDE_BYTES;
+    NumBytes -= 4 * WIDE_BYTES;
+  }
+  while (NumBytes > 0) {
+    const uint32_t NumTaken = UTIL_MinU32(NumBytes, WIDE_BYTES);
+    p += NumTaken;  // a last block may overlap the one before it
+    NumBytes -= NumTaken;
+    const uint32_t Mask = ~WIDE_Mask((WIDE)(WIDE_Load(p - WIDE_BYTES) == Value));
     if (Mask != 0) {
-      p += __builtin_ctz(Mask);
-      return (int32_t)UTIL_MinU32((uint32_t)(p - pFirst), INT32_MAX);
+      const size_t i = (size_t)(p - WIDE_BYTES - pFirst) + (size_t)__builtin_ctz(Mask);
+      return (int32_t)UTIL_MinU32((uint32_t)i, INT32_MAX);
     }
-    p += WIDE_BYTES;
   }
   return -1;
 }
 
 #endif
 
-int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes) {
-  const uint8_t* pb = (const uint8_t*)pBuffer;
+__attribute__((noinline)) static int32_t FindNotEqualByAny(const uint8_t* p, uint8_t Value,
+                                                           uint32_t NumBytes) {
 #if CPU_HAS_WIDE
   if (NumBytes >= WIDE_BYTES && CPU_HasAVX2()) {
-    return FindNotEqualByWide(pb, Value, NumBytes);
+    return FindNotEqualByWide(p, Value, NumBytes);
   }
 #endif
-  return NumBytes >= BLOCK_BYTES ? FindNotEqualByBlock(pb, Value, NumBytes)
-                                 : FindNotEqualByByte(pb, Value, NumBytes);
+  return NumBytes >= BLOCK_BYTES ? FindNotEqualByBlock(p, Value, NumBytes)
+                                 : FindNotEqualByByte(p, Value, NumBytes);
+}
+
+int32_t UTIL_FindNotEqual(const void* pBuffer, uint8_t Value, uint32_t NumBytes) {
+#if CPU_HAS_WIDE
+  if (NumBytes >= WIDE_BYTES && CPU_IsAVX2Chosen()) {
+    return FindNotEqualByWide((const uint8_t*)pBuffer, Value, NumBytes);
+  }
+#endif
+  return FindNotEqualByAny((const uint8_t*)pBuffer, Value, NumBytes);
 }

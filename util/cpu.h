@@ -21,9 +21,15 @@
 
 enum CPU_LEVEL : int32_t { CPU_UNKNOWN = -1, CPU_PLAIN, CPU_AVX2 };
 
-// For CPU_HasAVX2 alone.
+// For the two functions below alone.
 extern __attribute__((visibility("hidden"))) CPU_LEVEL CPU_ChosenLevel;
 CPU_LEVEL                                              CPU_Choose();
+
+// 1 when AVX2 has been chosen. Until there is a choice it is 0: routines that are over in a few cycles
+// ask this first, as it calls nothing, and CPU_HasAVX2() when the answer is 0.
+static inline int32_t CPU_IsAVX2Chosen() {
+  return __atomic_load_n(&CPU_ChosenLevel, __ATOMIC_RELAXED) == CPU_AVX2;
+}
 
 // 1 when the processor has AVX2 and the system saves its registers, and no limit forbids it.
 static inline int32_t CPU_HasAVX2() {

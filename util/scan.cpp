@@ -112,7 +112,7 @@ __attribute__((noinline)) static int32_t FinishAnyHex(const char** ps, int64_t* 
 
 static int32_t FinishDecimal(const char** ps, int64_t* pValue, const char* s, int32_t IsNegative) {
   if (BLOCK_IsInPage(s, 8)) {
-    uint64_t       Value;
+    uint64_t       Value     = 0;
     const uint32_t NumDigits = TakeDecimal(BLOCK_LoadTextU64(s), &Value);
     if (NumDigits > 0 && NumDigits < 8) {
       return Finish(ps, pValue, s + NumDigits, Value, IsNegative);
@@ -123,7 +123,7 @@ static int32_t FinishDecimal(const char** ps, int64_t* pValue, const char* s, in
 
 static int32_t FinishHex(const char** ps, int64_t* pValue, const char* s, int32_t IsNegative) {
   if (BLOCK_IsInPage(s, 8)) {
-    uint64_t       Value;
+    uint64_t       Value     = 0;
     const uint32_t NumDigits = TakeHex(BLOCK_LoadTextU64(s), &Value);
     if (NumDigits > 0 && (uint8_t)s[NumDigits] < '0') {
       return Finish(ps, pValue, s + NumDigits, Value, IsNegative);

@@ -27,15 +27,28 @@ static inline void StoreText(char* pDest, const char* sSource, uint32_t Len) {
   pDest[Len] = 0;
 }
 
-void UTIL_CopyString(char* pDest, const char* sSource, uint32_t BufferSize) {
-  if (pDest == NULL || sSource == NULL || BufferSize == 0) {
-    return;
-  }
+// UTIL_CopyString for a text that is long, near the end of its page, or cut.
+__attribute__((noinline)) static void CopyAnyString(char* pDest, const char* sSource,
+                                                    uint32_t BufferSize) {
   const uint32_t Len = TextLen(sSource, BufferSize - 1);
   pDest[0]           = 0;
   if (Len > 0) {
     StoreText(pDest, sSource, Len);
   }
+}
+
+void UTIL_CopyString(char* pDest, const char* sSource, uint32_t BufferSize) {
+  if (pDest == NULL || sSource == NULL || BufferSize == 0) {
+    return;
+  }
+  if (BLOCK_IsInPage(sSource, BLOCK_BYTES)) {
+    const uint64_t Ends = BLOCK_Mask((BLOCK)(BLOCK_LoadText(sSource) == 0));
+    if (Ends != 0 && BLOCK_FirstOf(Ends) < BufferSize) {
+      BLOCK_CopyUpTo16(pDest, sSource, BLOCK_FirstOf(Ends) + 1);  // with its terminator
+      return;
+    }
+  }
+  CopyAnyString(pDest, sSource, BufferSize);
 }
 
 void UTIL_CopyStringEx(char* pDest, const char* sSource, uint32_t BufferSize, uint32_t Unused) {

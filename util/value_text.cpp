@@ -244,29 +244,36 @@ CPU_TARGET_AVX2 static inline char* StoreDumpAddrWide(char* p, uint32_t Addr) {
   const __m128i Bytes = _mm_cvtsi32_si128((int32_t)__builtin_bswap32(Addr));
   const __m128i High  = HexDigits(_mm_and_si128(_mm_srli_epi16(Bytes, 4), Low4));
   const __m128i Low   = HexDigits(_mm_and_si128(Bytes, Low4));
-  p[0] = '0';
-  p[1] = 'x';
+  p[0]                = '0';
+  p[1]                = 'x';
   _mm_storel_epi64((__m128i*)(void*)(p + 2), _mm_unpacklo_epi8(High, Low));
   p[10] = ':';
   p[11] = ' ';
   return p + DUMP_ADDR_LEN;
 }
 
-CPU_TARGET_AVX2 static inline char* StoreDumpBytesWide(char* p, const uint8_t* pData,
+// For a multiple of 16 bytes.
+CPU_TARGET_AVX2 static inline char* StoreDumpBytesBy16(char* p, const uint8_t* pData,
                                                        uint32_t NumBytes) {
   for (; NumBytes >= 16; NumBytes -= 16) {
     StoreDump16(p, _mm_loadu_si128((const __m128i*)(const void*)pData));
     p += 16 * DUMP_BYTE_LEN;
     pData += 16;
   }
-  return __builtin_expect(NumBytes > 0, 0) ? StoreDumpBytes(p, pData, NumBytes) : p;
+  return p;
+}
+
+CPU_TARGET_AVX2 static inline char* StoreDumpBytesWide(char* p, const uint8_t* pData,
+                                                       uint32_t NumBytes) {
+  p = StoreDumpBytesBy16(p, pData, NumBytes);
+  return StoreDumpBytes(p, pData + NumBytes / 16 * 16, NumBytes % 16);
 }
 
 #endif
 
 // Dumps full lines while each is sure to fit. One loop, compiled for each choice of instructions.
 #define DEFINE_DUMP_LINES(Name, TARGET, StoreAddr, StoreBytes)                   \
-  TARGET static void Name(DUMP* pDump) {                                         \
+  TARGET __attribute__((noinline)) static void Name(DUMP* pDump) {               \
     const DUMP     Dump     = *pDump;                                            \
     const uint8_t* pData    = Dump.pData;                                        \
     char*          p        = Dump.p;                                            \
@@ -290,10 +297,11 @@ CPU_TARGET_AVX2 static inline char* StoreDumpBytesWide(char* p, const uint8_t* p
 DEFINE_DUMP_LINES(DumpLines, , StoreDumpAddr, StoreDumpBytes)
 #if CPU_HAS_WIDE
 DEFINE_DUMP_LINES(DumpLinesWide, CPU_TARGET_AVX2, StoreDumpAddrWide, StoreDumpBytesWide)
+DEFINE_DUMP_LINES(DumpLinesBy16, CPU_TARGET_AVX2, StoreDumpAddrWide, StoreDumpBytesBy16)
 #endif
 
 // Dumps what remains: a partial line, or as much of a full one as fits. Returns the end.
-static char* DumpRest(const DUMP* pDump) {
+__attribute__((noinline)) static char* DumpRest(const DUMP* pDump) {
   char* p = pDump->p;
   if (pDump->ShowAddr) {
     if (pDump->pEnd - p < DUMP_ADDR_LEN) {
@@ -324,11 +332,16 @@ uint32_t UTIL_HexDump(char* pBuffer, uint32_t BufferSize, const void* pData, uin
   DUMP           Dump        = {pBuffer,  pBuffer + BufferSize, (const uint8_t*)pData, FullLineLen,
                                 NumBytes, BytesPerLine,         (uint32_t)Addr,        ShowAddr};
 #if CPU_HAS_WIDE
-  if (CPU_HasAVX2()) {
+  const int32_t IsWide = CPU_HasAVX2();
+  if (IsWide && BytesPerLine % 16 == 0) {
+    DumpLinesBy16(&Dump);
+  } else if (IsWide) {
     DumpLinesWide(&Dump);
-  }
+  } else
 #endif
-  DumpLines(&Dump);
+  {
+    DumpLines(&Dump);
+  }
   char* p = Dump.NumBytes > 0 ? DumpRest(&Dump) : Dump.p;
   if (p < Dump.pEnd) {
     *p++ = 0;

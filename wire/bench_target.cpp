@@ -7,8 +7,9 @@
 
 namespace wire {
 
-static const uint64_t FAST_ACCESSES = 3;  // for so many accesses a fast device stays busy
-static const uint32_t DEV_ID        = 0xFFF;
+static const uint64_t FAST_POLLS = 3;  // repeated reads that see a fast device busy
+static const uint32_t NOT_POLLED = 1;  // no address of a word
+static const uint32_t DEV_ID     = 0xFFF;
 
 // -- What the chips are --------------------------------------------------------------------------
 
@@ -100,14 +101,16 @@ bool BenchTarget::BusAnswers() const {
   return device_->DebugPortAnswers();
 }
 
-// A device in fast time gets on with each access: a tenth of a second or half a minute, it is ready
-// after a few of them.
-void BenchTarget::BeginAccess() {
+// A caller that waits reads the same word again. Only that lets a device in fast time get on, so that a
+// caller that forgets to wait finds it busy.
+void BenchTarget::BeginAccess(uint32_t PolledAddress) {
+  const bool     IsPoll  = PolledAddress != NOT_POLLED && PolledAddress == polled_;
+  const uint64_t PhaseUs = device_->Flash().PhaseUs();
+  polled_                = PolledAddress;
   numAccesses_++;
   clock_.Begin();
-  const uint64_t PhaseUs = device_->Flash().PhaseUs();
-  if (clock_.IsFast() && device_->Flash().Busy() && PhaseUs != sim::FOREVER) {
-    clock_.Spend(PhaseUs / FAST_ACCESSES + 1);
+  if (IsPoll && clock_.IsFast() && device_->Flash().Busy() && PhaseUs != sim::FOREVER) {
+    clock_.Spend(PhaseUs / FAST_POLLS + 1);
   }
   device_->AdvanceTo(clock_.NowUs());
 }
@@ -136,7 +139,7 @@ uint64_t BenchTarget::StallUs() {
 }
 
 bool BenchTarget::Read(uint32_t Address, uint32_t Size, uint32_t* pValue) {
-  BeginAccess();
+  BeginAccess(Address);
   const bool Good = device_->Read(Address, Size, pValue);
   trace_.Operation(clock_.NowUs(), numAccesses_,
                    "RD  " + (Good ? sim::DescribeAccess(device_.get(), Address, Size, *pValue)
@@ -146,7 +149,7 @@ bool BenchTarget::Read(uint32_t Address, uint32_t Size, uint32_t* pValue) {
 }
 
 bool BenchTarget::Write(uint32_t Address, uint32_t Size, uint32_t Value) {
-  BeginAccess();
+  BeginAccess(NOT_POLLED);
   const std::string sAccess = sim::DescribeAccess(device_.get(), Address, Size, Value);
   const bool        Good    = device_->Write(Address, Size, Value);
   trace_.Operation(clock_.NowUs(), numAccesses_,

@@ -54,7 +54,7 @@ class BenchTarget : public Target {
   bool                 IsHalted() const override;
 
  private:
-  void BeginAccess();
+  void BeginAccess(uint32_t PolledAddress);
   void EndAccess();
   void FollowSupply();
 
@@ -70,7 +70,8 @@ class BenchTarget : public Target {
   uint32_t                     numAccesses_ = 0;
   uint32_t                     powerLosses_ = 0;
   uint32_t                     resets_      = 0;
-  uint64_t                     stallUs_     = 0;
+  uint32_t                     polled_  = 0;  // the address of the last access, if it was a read
+  uint64_t                     stallUs_ = 0;
 };
 
 }  // namespace wire

@@ -67,6 +67,7 @@ SAME_PLACE(darwin::Stat, BlockSize, struct stat, st_blksize);
 SAME_SIZE(darwin::Timeval, struct timeval);
 SAME_PLACE(darwin::Timeval, Seconds, struct timeval, tv_sec);
 SAME_PLACE(darwin::Timeval, Microseconds, struct timeval, tv_usec);
+SAME(darwin::CLOCK_ID_MONOTONIC, CLOCK_MONOTONIC);
 
 // Threads
 SAME(darwin::SIGNATURE_MUTEX, _PTHREAD_MUTEX_SIG_init);

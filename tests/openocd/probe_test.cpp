@@ -100,6 +100,29 @@ class OpenocdProbe : public Scripted {
   void* hLibrary_;
 };
 
+TEST_F(OpenocdProbe, the_library_exports_the_16_operations_and_nothing_else) {
+#ifdef __APPLE__
+  const char* sCommand = "nm -gUj '" QUOBE_OPENOCD_LIBRARY "' | sed 's/^_//' | LC_ALL=C sort";
+#else
+  const char* sCommand =
+      "nm -D --defined-only --format=just-symbols '" QUOBE_OPENOCD_LIBRARY "' | LC_ALL=C sort";
+#endif
+  FILE* pNames = popen(sCommand, "r");
+  ASSERT_NE(nullptr, pNames);
+  std::string sNames;
+  char        acLine[256];
+  while (fgets(acLine, sizeof(acLine), pNames) != nullptr) {
+    sNames += acLine;
+  }
+  pclose(pNames);
+  EXPECT_EQ(
+      "QUOBEARM_Close\nQUOBEARM_EMU_SelectByUSBSN\nQUOBEARM_ExecCommand\nQUOBEARM_GetHWStatus\n"
+      "QUOBEARM_GetSpeed\nQUOBEARM_IsOpen\nQUOBEARM_Open\nQUOBEARM_ReadMemU32\nQUOBEARM_Reset\n"
+      "QUOBEARM_SelectIP\nQUOBEARM_SetResetDelay\nQUOBEARM_SetResetType\nQUOBEARM_SetSpeed\n"
+      "QUOBEARM_TIF_Select\nQUOBEARM_WriteU16\nQUOBEARM_WriteU32\n",
+      sNames);
+}
+
 // -- Opening -------------------------------------------------------------------------------------
 
 static const char sTransport[] =

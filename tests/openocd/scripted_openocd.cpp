@@ -12,6 +12,7 @@
 //   raw TEXT       writes the text as it stands; in it \n and \e (the byte that ends an answer)
 //   exit STATUS    ends without an answer          silent         does not answer
 //   deaf           does not answer, nor end when its standard input does
+//   close FILES    the same after closing some of its standard files, such as "01"
 //   cut N          writes N bytes of the answer and nothing more
 //   delay MS       answers late                    pieces MS      answers byte by byte
 //   before TEXT    writes the text before the answer, as raw
@@ -205,7 +206,10 @@ void Answer(const std::string& sNumber, const std::string& sCommand) {
     Write(Unescaped(sArgument));
   } else if (sAction == "exit") {
     exit(Number);
-  } else if (sAction == "deaf") {
+  } else if (sAction == "deaf" || sAction == "close") {
+    for (const char c : sArgument) {
+      close(c - '0');
+    }
     for (;;) {
       Pause(1000);
     }

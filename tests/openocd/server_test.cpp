@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "tests/openocd/scripted.h"
@@ -10,6 +11,9 @@ namespace {
 
 // In the form in which the scripted program takes requests.
 const char sLast[] = "list q0 [catch {the last one} e] $e";
+
+// The same as a request whose answer nobody waits for.
+const char sUnasked[] = "list q9 [catch {last} e] $e\x1A";
 
 class OpenocdServer : public Scripted {
  protected:
@@ -217,6 +221,39 @@ TEST_F(OpenocdServer, a_program_that_does_not_end_is_killed) {
   EXPECT_GE(ElapsedMs(), 299);
   EXPECT_LT(ElapsedMs(), 2000);
   ExpectNothingLeft();
+}
+
+// Of this process and of the children that it has waited for, in milliseconds.
+int64_t CpuMs() {
+  int64_t Us = 0;
+  for (const auto Who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+    rusage Usage = {};
+    getrusage(Who, &Usage);
+    Us += (Usage.ru_utime.tv_sec + Usage.ru_stime.tv_sec) * 1000000 + Usage.ru_utime.tv_usec +
+          Usage.ru_stime.tv_usec;
+  }
+  return Us / 1000;
+}
+
+// An end of file is always ready to be read: whoever waits for it in a loop keeps the processor busy.
+TEST_F(OpenocdServer, waiting_for_a_program_that_has_closed_its_files_takes_no_processor_time) {
+  for (const char* sFiles : {"", "01", "2", "012"}) {
+    SCOPED_TRACE(sFiles);
+    const std::string sRules = std::string("last 1 close ") + sFiles + "\n";
+    const int64_t     Before = CpuMs();
+    Start(sRules);
+    StartClock();
+    EXPECT_EQ(SERVER_GONE, Ask("last", 500));
+    EXPECT_LT(ElapsedMs(), 2000);
+    Start(sRules);
+    EXPECT_EQ(SERVER_OK, Ask("version"));
+    const auto Length = static_cast<ssize_t>(sizeof(sUnasked) - 1);
+    EXPECT_EQ(Length, write(Server_.Child.Socket, sUnasked, sizeof(sUnasked) - 1));
+    SERVER_End(&Server_, 500);
+    EXPECT_LT(ElapsedMs(), 5000);
+    EXPECT_LT(CpuMs() - Before, 150);
+    ExpectNothingLeft();
+  }
 }
 
 TEST_F(OpenocdServer, a_broken_conversation_raises_no_signal) {

@@ -30,7 +30,7 @@ class SimBench : public ::testing::Test {
   void TearDown() override { EXPECT_EQ(0, system(("rm -rf '" + sDirectory_ + "'").c_str())); }
   // Exit status; both outputs together in sOutput_.
   int Run(const std::string& sArguments) {
-    FILE* pPipe = popen((QUOBE_BENCH_TOOL " " + sArguments + " 2>&1").c_str(), "r");
+    FILE* pPipe = popen(("'" QUOBE_BENCH_TOOL "' " + sArguments + " 2>&1").c_str(), "r");
     sOutput_.clear();
     char acLine[512];
     while (fgets(acLine, sizeof(acLine), pPipe) != nullptr) {
@@ -133,7 +133,7 @@ TEST_F(SimBench, AnImageIsPutIntoTheFlash) {
   ASSERT_EQ(0, mkdir(sDirectory_.c_str(), 0755));
   const std::string sImage = sDirectory_ + "/image.bin";
   std::ofstream(sImage, std::ios::binary) << "\x01\x02\x03\x04\x05";
-  EXPECT_EQ(0, Run("create F103 --flash " + sImage));
+  EXPECT_EQ(0, Run("create F103 --flash '" + sImage + "'"));
   sim::Bench                   Where(sDirectory_);
   sim::PROBE_SETTINGS          Probe;
   std::unique_ptr<sim::Device> pDevice;
@@ -431,7 +431,7 @@ TEST_F(SimBench, WhatCannotBeReadAsAnImageIsNoImage) {
   EXPECT_EQ(0, system(("mkdir -p '" + sDirectory_ + "' && truncate -s 1048577 '" + sDirectory_ +
                        "/large.bin'")
                           .c_str()));
-  EXPECT_EQ(2, Run("create F407 --flash " + sDirectory_ + "/large.bin"));
+  EXPECT_EQ(2, Run("create F407 --flash '" + sDirectory_ + "/large.bin'"));
   EXPECT_TRUE(Says("larger than the flash of 1048576 bytes")) << sOutput_;
 }
 
@@ -540,8 +540,8 @@ TEST_F(SimBench, AWriterThatIsKilledLeavesTheOldFileOrTheNewOne) {
 
 TEST_F(SimBench, ProcessesThatWriteAtOnceLoseNothing) {
   EXPECT_EQ(0, Run("create F407"));
-  const std::string sCommand = "for i in 1 2 3 4 5 6 7 8 9 10 11 12; do ( " QUOBE_BENCH_TOOL
-                               " set \"fault=lost $i\" 2>/dev/null && echo done $i ) & done; wait";
+  const std::string sCommand = "for i in 1 2 3 4 5 6 7 8 9 10 11 12; do ( '" QUOBE_BENCH_TOOL
+                               "' set \"fault=lost $i\" 2>/dev/null && echo done $i ) & done; wait";
   FILE* pPipe = popen(sCommand.c_str(), "r");
   ASSERT_NE(nullptr, pPipe);
   size_t NumDone = 0;
@@ -560,7 +560,7 @@ TEST_F(SimBench, ProcessesThatWriteAtOnceLoseNothing) {
 
 TEST_F(SimBench, AnEmptyBenchGetsOneDeviceHoweverManyAskForIt) {
   const std::string sCommand =
-      "for i in 1 2 3 4 5 6; do " QUOBE_BENCH_TOOL " show >/dev/null 2>&1 & done; wait";
+      "for i in 1 2 3 4 5 6; do '" QUOBE_BENCH_TOOL "' show >/dev/null 2>&1 & done; wait";
   EXPECT_EQ(0, system(sCommand.c_str()));
   EXPECT_EQ(0, Run("list"));
   EXPECT_TRUE(Says("STM32F407")) << sOutput_;

@@ -11,7 +11,7 @@
 // Runs the example with that HOME ("none": without HOME) and returns its output and exit status.
 static std::string RunExample(const std::string& sHome, int* pStatus) {
   const std::string sSet  = sHome == "none" ? "env -u HOME " : "HOME='" + sHome + "' ";
-  FILE*             pPipe = popen((sSet + REGISTRY_EXAMPLE + " 2>&1").c_str(), "r");
+  FILE*             pPipe = popen((sSet + "'" REGISTRY_EXAMPLE "' 2>&1").c_str(), "r");
   std::string       sOutput;
   for (int c = fgetc(pPipe); c != EOF; c = fgetc(pPipe)) {
     sOutput += (char)c;

@@ -163,11 +163,13 @@ class Opening(Case):
                              self.stage.run([served.adapter], *F4))
 
     def test_a_puts_in_a_users_file_does_no_harm(self):
-        with open(os.path.join(self.folder, "noisy.cfg"), "w") as file:
+        # Not in TMPDIR: the name of a driver's file cannot contain a blank.
+        with tempfile.NamedTemporaryFile("w", dir="/tmp", suffix=".cfg") as file:
             file.write("puts {hello\nq2 0 {there}}\nadapter driver cmsis-dap\nputs -nonewline more\n")
-        self.stage.configure("driver = %s/noisy.cfg\n" % self.folder)
-        with self.stage.wire() as served:
-            self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))
+            file.flush()
+            self.stage.configure("driver = %s\n" % file.name)
+            with self.stage.wire() as served:
+                self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))
         self.assertTrue(self.is_factory())
 
     def test_a_configuration_error_is_told_with_file_and_line(self):
@@ -179,6 +181,16 @@ class Opening(Case):
 
 class Resetting(Case):
     def test_under_reset_the_core_is_halted_before_its_first_instruction(self):
+        self.stage.configure("driver = cmsis-dap\nconnect = under-reset\n")
+        with self.stage.wire() as served:
+            self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))
+        self.assertTrue(self.is_factory())
+
+    def test_a_program_that_uses_the_pins_of_swd_needs_it(self):
+        self.stage.bench("create", "STM32F407", "--rdp", "1", "--flash", "full", "--program",
+                         "takes-swd")
+        with self.stage.wire() as served:
+            self.assertEqual((REFUSED + SILENT, 255), self.stage.run([served.adapter], *F4))
         self.stage.configure("driver = cmsis-dap\nconnect = under-reset\n")
         with self.stage.wire() as served:
             self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))
