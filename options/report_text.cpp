@@ -242,10 +242,10 @@ static void PutDifferences(const REPORT* pReport) {
   }
   const DIFFERENCES* pDifferences = pReport->pDifferences;
   if (pDifferences->NumDifferences == 0) {
-    printf("\nAs expected by %s.\n", pReport->sExpected);
+    printf("\nAs expected: %s\n", pReport->sExpected);
     return;
   }
-  printf("\nNot as expected by %s:\n", pReport->sExpected);
+  printf("\nNot as expected (%s):\n", pReport->sExpected);
   for (uint32_t i = 0; i < pDifferences->NumDifferences; i++) {
     const DIFFERENCE* p = &pDifferences->aDifference[i];
     printf("  %s%s%s%s%s is %s, not %s\n", p->acWord, p->acName[0] != 0 ? "." : "", p->acName,
