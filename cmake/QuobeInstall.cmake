@@ -107,3 +107,13 @@ install(FILES README.md CHANGELOG.md LICENSE THIRD-PARTY.md "${staging}/quobe.sp
 install(DIRECTORY docs DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents)
 install(DIRECTORY examples DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents
   PATTERN CMakeLists.txt EXCLUDE)
+
+include(cmake/QuobePackage.cmake)
+
+# Everything that an installation needs built.
+add_custom_target(installable DEPENDS quobe-unlock quobearm_openocd quobe_util quobe_sys)
+foreach(target quobearm quobe-bench quobe-options)
+  if(TARGET ${target})
+    add_dependencies(installable ${target})
+  endif()
+endforeach()
