@@ -53,6 +53,46 @@ if(TARGET quobearm)
   install(TARGETS quobe-bench RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT simulator)
 endif()
 
+# -- Man pages and completions -------------------------------------------------------------------
+
+# A man page, named by its command, for some of the commands that it is about.
+function(quobe_install_man component page)
+  configure_file(man/${page}.1.in "${staging}/${page}.1" @ONLY)
+  install(FILES "${staging}/${page}.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT ${component})
+endfunction()
+
+# Where zsh looks: Debian's packages have a folder of their own.
+set(zsh_folder zsh/site-functions)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(zsh_folder zsh/vendor-completions)
+endif()
+# The completions for some commands: a file for bash named after each, as fish has it too. One file serves
+# all commands in bash and zsh; it comes with each component under that one's name.
+function(quobe_install_completions component command)
+  install(FILES completions/quobe-unlock RENAME ${command} COMPONENT ${component}
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions")
+  set(fish quobe-unlock.fish)
+  if(command STREQUAL "quobe-bench")
+    set(fish quobe-bench.fish)
+  endif()
+  install(FILES completions/${fish} RENAME ${command}.fish COMPONENT ${component}
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d")
+  install(FILES completions/_quobe-unlock RENAME _${command} COMPONENT ${component}
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/${zsh_folder}")
+endfunction()
+
+quobe_install_man(tool quobe-unlock)
+quobe_install_completions(tool quobe-unlock)
+quobe_install_man(adapters quobe-unlock-openocd)
+quobe_install_completions(adapters quobe-unlock-openocd)
+if(TARGET quobearm)
+  quobe_install_man(simulator quobe-bench)
+  file(WRITE "${staging}/quobe-unlock-sim.1" ".so man1/quobe-bench.1\n")
+  install(FILES "${staging}/quobe-unlock-sim.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT simulator)
+  quobe_install_completions(simulator quobe-unlock-sim)
+  quobe_install_completions(simulator quobe-bench)
+endif()
+
 # -- The support library -------------------------------------------------------------------------
 
 set(libraries quobe_headers quobe_platform quobe_util quobe_sys)
