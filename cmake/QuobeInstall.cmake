@@ -29,17 +29,20 @@ function(quobe_install_link component link folder program)
   install(FILES "${staging}/${link}" DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT ${component})
 endfunction()
 
-# quobe-unlock, and quobe-options if it is built, in a probe library's folder.
+# quobe-unlock and its companions in a probe library's folder. Beside the maker's library the companions
+# are a component of their own.
 function(quobe_install_programs component folder suffix)
   install(TARGETS quobe-unlock RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
   quobe_install_link(${component} quobe-unlock${suffix} ${folder} quobe-unlock)
-  if(TARGET quobe-options)
-    if(component STREQUAL "tool")
-      set(component companions)
-    endif()
-    install(TARGETS quobe-options RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
-    quobe_install_link(${component} quobe-options${suffix} ${folder} quobe-options)
+  if(component STREQUAL "tool")
+    set(component companions)
   endif()
+  install(TARGETS quobe-options RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
+  quobe_install_link(${component} quobe-options${suffix} ${folder} quobe-options)
+  install(PROGRAMS line/quobe-line DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
+  install(DIRECTORY line/quobe_line DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component}
+    USE_SOURCE_PERMISSIONS PATTERN __pycache__ EXCLUDE)
+  quobe_install_link(${component} quobe-line${suffix} ${folder} quobe-line)
 endfunction()
 
 # -- Programs ------------------------------------------------------------------------------------
@@ -151,8 +154,8 @@ install(DIRECTORY examples DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents
 include(cmake/QuobePackage.cmake)
 
 # Everything that an installation needs built.
-add_custom_target(installable DEPENDS quobe-unlock quobearm_openocd quobe_util quobe_sys)
-foreach(target quobearm quobe-bench quobe-options)
+add_custom_target(installable DEPENDS quobe-unlock quobe-options quobearm_openocd quobe_util quobe_sys)
+foreach(target quobearm quobe-bench)
   if(TARGET ${target})
     add_dependencies(installable ${target})
   endif()

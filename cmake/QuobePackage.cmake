@@ -40,11 +40,12 @@ if(TARGET quobearm)
   quobe_package(simulator quobe-unlock-sim "quobe-unlock on simulated devices"
     "quobe-bench sets up simulated devices, and quobe-unlock-sim resets their option bytes.")
 endif()
-if(TARGET quobe-options)
-  quobe_package(companions quobe-companions "programs beside quobe-unlock"
-    "quobe-options shows the option bytes of an STM32 and what they mean.")
-  set(CPACK_DEBIAN_COMPANIONS_PACKAGE_DEPENDS quobe-unlock)
-endif()
+quobe_package(companions quobe-companions "programs beside quobe-unlock"
+  "quobe-options shows the option bytes of an STM32, and quobe-line returns many units to factory state.")
+set(CPACK_DEBIAN_COMPANIONS_PACKAGE_DEPENDS quobe-unlock)
+foreach(component ADAPTERS SIMULATOR COMPANIONS) # for quobe-line
+  set(CPACK_DEBIAN_${component}_PACKAGE_RECOMMENDS "python3, parallel")
+endforeach()
 quobe_package(development libquobe-dev "UTIL and SYS: headers and static libraries"
   "Formatting, scanning and conversions; files, a registry store in XML, threads, sockets, serial ports.")
 quobe_package(documents quobe-unlock-doc "documents of quobe-unlock and its library"
