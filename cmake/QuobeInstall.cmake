@@ -29,17 +29,20 @@ function(quobe_install_link component link folder program)
   install(FILES "${staging}/${link}" DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT ${component})
 endfunction()
 
-# quobe-unlock, and quobe-options if it is built, in a probe library's folder.
+# quobe-unlock and its companions in a probe library's folder. Beside the maker's library the companions
+# are a component of their own.
 function(quobe_install_programs component folder suffix)
   install(TARGETS quobe-unlock RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
   quobe_install_link(${component} quobe-unlock${suffix} ${folder} quobe-unlock)
-  if(TARGET quobe-options)
-    if(component STREQUAL "tool")
-      set(component companions)
-    endif()
-    install(TARGETS quobe-options RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
-    quobe_install_link(${component} quobe-options${suffix} ${folder} quobe-options)
+  if(component STREQUAL "tool")
+    set(component companions)
   endif()
+  install(TARGETS quobe-options RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
+  quobe_install_link(${component} quobe-options${suffix} ${folder} quobe-options)
+  install(PROGRAMS line/quobe-line DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
+  install(DIRECTORY line/quobe_line DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component}
+    USE_SOURCE_PERMISSIONS PATTERN __pycache__ EXCLUDE)
+  quobe_install_link(${component} quobe-line${suffix} ${folder} quobe-line)
 endfunction()
 
 # -- Programs ------------------------------------------------------------------------------------
@@ -51,6 +54,46 @@ if(TARGET quobearm)
   quobe_install_programs(simulator simulator -sim)
   install(TARGETS quobearm LIBRARY DESTINATION "${QUOBE_LIBEXEC}/simulator" COMPONENT simulator)
   install(TARGETS quobe-bench RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT simulator)
+endif()
+
+# -- Man pages and completions -------------------------------------------------------------------
+
+# A man page, named by its command, for some of the commands that it is about.
+function(quobe_install_man component page)
+  configure_file(man/${page}.1.in "${staging}/${page}.1" @ONLY)
+  install(FILES "${staging}/${page}.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT ${component})
+endfunction()
+
+# Where zsh looks: Debian's packages have a folder of their own.
+set(zsh_folder zsh/site-functions)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(zsh_folder zsh/vendor-completions)
+endif()
+# The completions for some commands: a file for bash named after each, as fish has it too. One file serves
+# all commands in bash and zsh; it comes with each component under that one's name.
+function(quobe_install_completions component command)
+  install(FILES completions/quobe-unlock RENAME ${command} COMPONENT ${component}
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions")
+  set(fish quobe-unlock.fish)
+  if(command STREQUAL "quobe-bench")
+    set(fish quobe-bench.fish)
+  endif()
+  install(FILES completions/${fish} RENAME ${command}.fish COMPONENT ${component}
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d")
+  install(FILES completions/_quobe-unlock RENAME _${command} COMPONENT ${component}
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/${zsh_folder}")
+endfunction()
+
+quobe_install_man(tool quobe-unlock)
+quobe_install_completions(tool quobe-unlock)
+quobe_install_man(adapters quobe-unlock-openocd)
+quobe_install_completions(adapters quobe-unlock-openocd)
+if(TARGET quobearm)
+  quobe_install_man(simulator quobe-bench)
+  file(WRITE "${staging}/quobe-unlock-sim.1" ".so man1/quobe-bench.1\n")
+  install(FILES "${staging}/quobe-unlock-sim.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT simulator)
+  quobe_install_completions(simulator quobe-unlock-sim)
+  quobe_install_completions(simulator quobe-bench)
 endif()
 
 # -- The support library -------------------------------------------------------------------------
@@ -107,3 +150,13 @@ install(FILES README.md CHANGELOG.md LICENSE THIRD-PARTY.md "${staging}/quobe.sp
 install(DIRECTORY docs DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents)
 install(DIRECTORY examples DESTINATION "${QUOBE_DOCUMENTS}" COMPONENT documents
   PATTERN CMakeLists.txt EXCLUDE)
+
+include(cmake/QuobePackage.cmake)
+
+# Everything that an installation needs built.
+add_custom_target(installable DEPENDS quobe-unlock quobe-options quobearm_openocd quobe_util quobe_sys)
+foreach(target quobearm quobe-bench)
+  if(TARGET ${target})
+    add_dependencies(installable ${target})
+  endif()
+endforeach()

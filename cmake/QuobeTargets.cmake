@@ -21,6 +21,9 @@ target_compile_features(quobe_options INTERFACE cxx_std_20)
 target_compile_options(quobe_options INTERFACE
   $<$<COMPILE_LANGUAGE:C,CXX>:-Wall -Wextra -Wconversion -Wshadow -Wundef -Wcast-align -Wformat=2>
   $<$<AND:$<BOOL:${QUOBE_WERROR}>,$<COMPILE_LANGUAGE:C,CXX>>:-Werror>)
+# What users get must not depend on the folder it was built in.
+target_compile_options(quobe_options INTERFACE
+  "$<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 if(QUOBE_SANITIZE)
   target_compile_options(quobe_options INTERFACE
     -fsanitize=${QUOBE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -34,11 +34,13 @@ PROGRAMS = {
 }
 if sys.platform == "darwin":
     PROGRAMS["development"].remove("lib/libquobe_host.a")
-# The companions are beside the tool: what is true of its links is true of theirs.
-if os.path.exists(os.path.join(BUILD, "sim/quobe-options")):
-    PROGRAMS["companions"] += ["bin/quobe-options", "libexec/quobe/maker/quobe-options"]
-    PROGRAMS["adapters"] += ["bin/quobe-options-openocd", "libexec/quobe/openocd/quobe-options"]
-    PROGRAMS["simulator"] += ["bin/quobe-options-sim", "libexec/quobe/simulator/quobe-options"]
+# The companions are beside each tool: what is true of its links is true of theirs.
+LINE = [os.path.join("quobe_line", file) for file in (
+    "__init__.py", "lane", "page.py", "record.py", "rows.py", "run.py", "verdict.py", "work.py")]
+for component, folder, suffix in (("companions", "maker", ""), ("adapters", "openocd", "-openocd"),
+                                  ("simulator", "simulator", "-sim")):
+    PROGRAMS[component] += [f"bin/quobe-options{suffix}", f"bin/quobe-line{suffix}"]
+    PROGRAMS[component] += [f"libexec/quobe/{folder}/{file}" for file in ("quobe-options", "quobe-line", *LINE)]
 
 
 def cache(name):
@@ -146,6 +148,13 @@ class Installed(unittest.TestCase):
         done = self.run_it([self.path("bin/quobe-unlock-openocd"), *RESET])
         self.assertEqual((255, "Connecting to Quobe via USB.../no/such/file: No such file or directory"),
                          (done.returncode, done.stdout.splitlines()[-1]))
+
+    def test_the_companions_use_the_library_beside_them(self):
+        self.lock_device()
+        done = self.run_it([self.path("bin/quobe-options-sim"), "--expect", "factory"])
+        self.assertEqual((1, ""), (done.returncode, done.stderr))
+        done = self.run_it([self.path("bin/quobe-line-sim"), "--help"])
+        self.assertEqual((0, "usage: quobe-line", ""), (done.returncode, done.stdout[:17], done.stderr))
 
     def test_the_version_is_the_projects(self):
         done = self.run_it([self.path("bin/quobe-bench"), "--version"])

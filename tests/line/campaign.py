@@ -34,7 +34,7 @@ DEVICES = [("STM32F051", 1, "needs-power-cycle"), ("STM32F103", 2, "good"), ("ST
 FAULTS = [("lost", "fault=lost {k}", None), ("read", "fault=read-fails {k}", None),
           ("dropped", "fault=write-dropped {k}", None), ("dip", "fault=power-dip {k} 1000 4", None),
           ("busy", "fault=busy {k} 800", None), ("forever", "fault=busy {k} forever", None),
-          ("open", "fault=open-fails no answer", None), ("volts", None, "no-target"),
+          ("open", "fault=open-fails gone", None), ("volts", None, "no-target"),
           ("level2", None, "port-closed"), ("swd", None, None), ("family", None, "wrong-family"),
           ("mismatch", None, None), ("stuck", "stuck", None)]
 LIMIT_S = 6
@@ -49,7 +49,7 @@ class Unit:
         self.settings = "vtarget=3300"
         if number % 10 == 5:
             self.kind, during, wanted = FAULTS[number // 10 % len(FAULTS)]
-            self.during = during and during.format(k=rng.randrange(8, 40))
+            self.during = during and during.format(k=rng.randrange(8, 30))
             self.wanted = wanted
             self.spoil()
 
@@ -103,6 +103,7 @@ class Campaign:
                 file.write('set -e\n"%s" set --probe %s fault=none %s\n"%s" create --probe %s %s %s\n' % (
                     bench, unit.probe, unit.settings, bench, unit.probe, unit.device, unit.state))
             if unit.during:
+                self.stations[""].bench("set", "--probe", "1", unit.during)  # refuses a wrong one
                 with open(self.path("during", unit.name), "w") as file:
                     file.write(unit.during)
         with open(self.path("load"), "w") as file:

@@ -516,8 +516,11 @@ class Ending(OnBench):
         self.assertEqual((0, loaded), (run.status, self.loaded()))
         return run
 
+    def control_c(self):
+        os.killpg(self.process.pid, signal.SIGINT)  # as a terminal does
+
     def test_control_c_lets_started_units_come_to_their_end(self):
-        self.process.send_signal(signal.SIGINT)
+        self.control_c()
         run = self.line.end(self.process)
         self.assertEqual((4, {"u1": "good", "u2": "good", "u3": "not-done"}),
                          (run.status, run.verdicts()))
@@ -526,9 +529,9 @@ class Ending(OnBench):
         self.assert_resumed(["u1", "u2", "u3"], 1)
 
     def test_control_c_twice_ends_them(self):
-        self.process.send_signal(signal.SIGINT)
+        self.control_c()
         time.sleep(0.3)
-        self.process.send_signal(signal.SIGINT)
+        self.control_c()
         run = self.line.end(self.process)
         self.assertEqual((4, {"u1": "good", "u2": "interrupted", "u3": "not-done"}),
                          (run.status, run.verdicts()))
@@ -616,15 +619,26 @@ class Stations(OnBench):
         self.assertTrue(self.station.at_factory(1) and self.stations["north"].at_factory(1))
         self.assertRegex(run.output, r"(?m)^d +not-done .*Connection refused$")
 
-    def test_a_lost_connection_neither_loses_nor_repeats_a_unit(self):
+    def start_in_the_north(self, *rows):
+        """Starts units on a probe of that host, and returns when the tool is at work on the first."""
         north = self.stations["north"]
         north.create(1, "STM32F410", "--rdp", "1", "--flash", "full")
-        process = self.line.start(self.line.units("a,5,1,north", columns="unit,family,probe,host"),
+        process = self.line.start(self.line.units(*rows, columns="unit,family,probe,host"),
                                   "--hosts", self.hosts)
         runs = os.path.join(north.env["HOME"], ".quobe-line", "runs")
         self.wait_for(lambda: os.path.isdir(runs) and any(
             name.endswith(".output") for run in os.listdir(runs)
             for name in os.listdir(os.path.join(runs, run))))
+        return process
+
+    def test_control_c_lets_a_unit_on_another_host_come_to_its_end(self):
+        process = self.start_in_the_north("a,5,1,north", "b,5,1,north")
+        os.killpg(process.pid, signal.SIGINT)
+        run = self.line.end(process)
+        self.assertEqual((4, {"a": "good", "b": "not-done"}), (run.status, run.verdicts()))
+
+    def test_a_lost_connection_neither_loses_nor_repeats_a_unit(self):
+        process = self.start_in_the_north("a,5,1,north")
         # The server's processes for the connection, and not what works on the unit.
         port = str(self.servers["north"].port)
         kill_all(number for number in processes_of(self.station.dir) if b"ssh" in command_of(number) and
