@@ -201,9 +201,11 @@ def write_lanes(log, lanes, hosts):
 def job_text(row, saved, log, lane):
     here = row["host"] == rows.HERE
     known = record.read_attempts(log.units, row["unit"])
-    job = dict(row, run=saved["run"], retries=saved["retries"] or 0, limit_s=saved["time_limit"],
-               load=saved["load"], tools=saved["tools"] if here else "", stop=log.file("stop") if here else "",
-               folder=log.units if here else "", after=known[-1]["attempt"] if known else 0)
+    job = dict({"unit": row["unit"]}, **row)  # what the progress bar shows begins with it
+    job.update(run=saved["run"], retries=saved["retries"] or 0, limit_s=saved["time_limit"],
+               load=saved["load"], tools=saved["tools"] if here else "",
+               folder=log.units if here else "", stop=log.file("stop") if here else "",
+               after=known[-1]["attempt"] if known else 0)
     # For GNU parallel what follows an '@' is the lane.
     return json.dumps(job).replace("@", "\\u0040") + "@" + lane + "\n"
 
@@ -363,6 +365,8 @@ def do_units(log, units, saved, hosts):
         take_line(line.decode(errors="replace"), units, log, progress, words)
     parallel.wait()
     wait_for_workers(log, units)
+    if not seen and not words and not bar and not signals.seen:
+        say(log.read("errors").rstrip())  # GNU parallel could not even begin
     for name in ("lanes", "parallel"):
         record.remove_folder(log.file(name))
     for name in ("logins", "jobs"):
@@ -406,6 +410,9 @@ def main(arguments):
     except Trouble as error:
         print("quobe-line: %s" % error, file=sys.stderr)
         return error.status
+    except KeyboardInterrupt:
+        print("quobe-line: stopped; nothing was started", file=sys.stderr)
+        return UNFINISHED
     except OSError as error:
         print("quobe-line: %s: %s" % (error.filename or options.log, error.strerror), file=sys.stderr)
         return MISSING
