@@ -74,11 +74,8 @@ endif()
 function(quobe_install_completions component command)
   install(FILES completions/quobe-unlock RENAME ${command} COMPONENT ${component}
     DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions")
-  set(fish quobe-unlock.fish)
-  if(command STREQUAL "quobe-bench")
-    set(fish quobe-bench.fish)
-  endif()
-  install(FILES completions/${fish} RENAME ${command}.fish COMPONENT ${component}
+  string(REGEX REPLACE "-(openocd|sim)$" "" fish ${command})
+  install(FILES completions/${fish}.fish RENAME ${command}.fish COMPONENT ${component}
     DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d")
   install(FILES completions/_quobe-unlock RENAME _${command} COMPONENT ${component}
     DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/${zsh_folder}")
@@ -86,6 +83,14 @@ endfunction()
 
 quobe_install_man(tool quobe-unlock)
 quobe_install_completions(tool quobe-unlock)
+foreach(command quobe-options quobe-line)
+  quobe_install_man(companions ${command})
+  quobe_install_completions(companions ${command})
+  quobe_install_completions(adapters ${command}-openocd)
+  if(TARGET quobearm)
+    quobe_install_completions(simulator ${command}-sim)
+  endif()
+endforeach()
 quobe_install_man(adapters quobe-unlock-openocd)
 quobe_install_completions(adapters quobe-unlock-openocd)
 if(TARGET quobearm)

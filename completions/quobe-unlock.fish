@@ -20,8 +20,8 @@ end
 for command in quobe-unlock quobe-unlock-openocd quobe-unlock-sim
   complete -c $command -f
   # script/commands writes: fish quobe-unlock
-  complete -c $command -o IP -r -d 'Use the probe on Ethernet with this address or host name'
-  complete -c $command -o SelectEmuBySN -r -d 'Use the probe on USB with this serial number'
+  complete -c $command -o IP -x -d 'Use the probe on Ethernet with this address or host name'
+  complete -c $command -o SelectEmuBySN -x -d 'Use the probe on USB with this serial number'
   complete -c $command -o Speed -x -a 'auto adaptive' -d 'Interface speed in kHz'
   complete -c $command -o SetPowerTarget -x -a '0 1' -d 'Other than 0: the probe supplies the target until the tool ends'
   complete -c $command -o SetDeviceFamily -x -a '(_quobe_unlock_families)' -d 'The family, by number or by name'

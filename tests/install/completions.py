@@ -6,6 +6,7 @@ The commands are stand-ins that write down their arguments. bash and zsh run on 
 usage: completions.py SOURCES BENCH [unittest arguments]
 """
 
+import glob
 import os
 import pty
 import select
@@ -30,10 +31,14 @@ UNLOCK = [
     ("quobe-unlock-openocd -Exit 1 -Speed ad\t", ["-Exit", "1", "-Speed", "adaptive"]),
     ("quobe-unlock -Sel\t1001", ["-SelectEmuBySN", "1001"]),
     ("quobe-bench cre\tSTM32F20\t--fl\tera\t", ["create", "STM32F207", "--flash", "erased"]),
+    ("quobe-options-sim -SetD\tSTM32F72\t--js\t", ["-SetDeviceFamily", "STM32F72xxx, STM32F73xxx", "--json"]),
+    ("quobe-options --exp\tfac\t", ["--expect", "factory"]),
+    ("quobe-line --rep\tht\t--res\t", ["--report", "html", "--resume"]),
     ("quobe-bench sh\t--exp\t", ["show", "--expect-factory"]),
     ("quobe-bench set max\t4000", ["set", "max_speed=4000"]),
 ]
-NAMES = ["quobe-unlock", "quobe-unlock-sim", "quobe-unlock-openocd", "quobe-bench"]
+NAMES = ["quobe-unlock", "quobe-unlock-sim", "quobe-unlock-openocd", "quobe-bench", "quobe-options",
+         "quobe-options-sim", "quobe-line"]
 
 
 def needs(shell):
@@ -109,7 +114,7 @@ class Completions(unittest.TestCase):
             done = subprocess.run(
                 ["fish", "--no-config", "-c",
                  'for file in $argv[2..]; source $file; end; complete -C $argv[1]', typed,
-                 f"{COMPLETIONS}/quobe-unlock.fish", f"{COMPLETIONS}/quobe-bench.fish"],
+                 *sorted(glob.glob(f"{COMPLETIONS}/*.fish"))],
                 capture_output=True, text=True, timeout=LIMIT_S, check=True, env=self.env)
             self.assertEqual("", done.stderr)
             return [line.split("\t")[0] for line in done.stdout.splitlines()]
@@ -118,6 +123,9 @@ class Completions(unittest.TestCase):
             ("quobe-unlock -SetDeviceFamily STM32F72", ["STM32F72xxx, STM32F73xxx"]),
             ("quobe-unlock-sim -SetDeviceFamily STM32L", ["STM32L0xxxx", "STM32L1xxxx", "STM32L4x6xx"]),
             ("quobe-unlock-openocd -Speed a", ["adaptive", "auto"]),
+            ("quobe-options --expect fac", ["factory"]),
+            ("quobe-options-openocd -SetDeviceFamily STM32H", ["STM32H7xxxx"]),
+            ("quobe-line --re", ["--report", "--resume", "--retries"]),
             ("quobe-bench po", ["power-cycle"]),
             ("quobe-bench create STM32F20", ["STM32F207"]),
             ("quobe-bench create STM32F407 --pro", ["--probe", "--program"]),

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The man pages: they render without a warning and name every option and every message.
 
-usage: manual.py SOURCES BUILD QUOBE-BENCH [unittest arguments]
+usage: manual.py SOURCES BUILD QUOBE-BENCH QUOBE-OPTIONS [unittest arguments]
 """
 
 import glob
@@ -12,9 +12,9 @@ import subprocess
 import sys
 import unittest
 
-SOURCES, BUILD, BENCH = (os.path.abspath(path) for path in sys.argv[1:4])
+SOURCES, BUILD, BENCH, OPTIONS = (os.path.abspath(path) for path in sys.argv[1:5])
 LIMIT_S = 60
-PAGES = ["quobe-bench", "quobe-unlock", "quobe-unlock-openocd"]
+PAGES = ["quobe-bench", "quobe-line", "quobe-options", "quobe-unlock", "quobe-unlock-openocd"]
 
 # Texts of the tool that report progress or success; any other one needs a cause and a remedy.
 PROGRESS = """
@@ -116,6 +116,13 @@ class Manual(unittest.TestCase):
         # Setting names continue on a line of their own.
         self.assertEqual({"help", "--help"}, table - listed)
 
+    def test_the_table_has_the_options_that_the_companions_list(self):
+        for command, name in (([OPTIONS], "quobe-options"),
+                              ([sys.executable, os.path.join(SOURCES, "line/quobe-line")], "quobe-line")):
+            done = subprocess.run([*command, "--help"], capture_output=True, text=True, timeout=LIMIT_S, check=True)
+            listed = set(re.findall(r"(?<![\w-])--?[A-Za-z][\w-]+", done.stdout))
+            self.assertEqual({row[2] for row in rows() if row[0] == name}, listed, name)
+
     def test_every_word_of_the_table_is_accepted_by_quobe_bench(self):
         for row in rows():
             if row[0] == "quobe-bench" and row[1] == "word":
@@ -125,4 +132,4 @@ class Manual(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[4:])
+    unittest.main(argv=sys.argv[:1] + sys.argv[5:])
