@@ -133,6 +133,21 @@ void AddWrites(const char* sRow, double Goal, const VALUES& Values, const char* 
 #endif
 }
 
+void AddGrowth() {
+  static const VALUES Values = MakeValues(64, 1 << 19);
+  BENCH_Growth("read, for each number", 1.5);
+  for (const int64_t Size : BENCH_aSize) {
+    BENCH_AddSize(Size, Size, [Size] {
+      const uint8_t* p   = Values.aByte.data();
+      uint64_t       Sum = 0;
+      for (int64_t i = 0; i < Size; i++) {
+        Sum += UTIL_ReadLEB128(&p);
+      }
+      return Sum;
+    });
+  }
+}
+
 }  // namespace
 
 int main(int NumArgs, char** pasArgs) {
@@ -147,5 +162,6 @@ int main(int NumArgs, char** pasArgs) {
   const char* const sLearnt = "1024 numbers, which the processor has learnt by heart";
   AddReads("read, 1 to 5 bytes, learnt", BENCH_NO_GOAL, MakeValues(32, NUM_LEARNT), sLearnt);
   AddWrites("write, 1 to 5 bytes, learnt", BENCH_NO_GOAL, MakeValues(32, NUM_LEARNT), sLearnt);
+  AddGrowth();
   return BENCH_Main(NumArgs, pasArgs);
 }

@@ -64,6 +64,23 @@ void AddRow(const char* sRow, double Goal, size_t NumSamples, uint64_t Resolutio
       [aSample] { return Nearest(aSample, 0); });
 }
 
+void AddGrowth() {
+  static std::vector<uint64_t> aSample(1 << 19);
+  static std::vector<uint32_t> aBucket(1000);
+  std::mt19937_64              Random(4);
+  for (uint64_t& Sample : aSample) {
+    Sample = Random() % LIMIT;
+  }
+  BENCH_Growth("two levels, for each sample", 1.5);
+  for (const int64_t Size : BENCH_aSize) {
+    BENCH_AddSize(Size, Size, [Size] {
+      return UTIL_FindQuartiles(0, LIMIT - 1, aSample.data(), (uint32_t)Size, aBucket.data(),
+                                (uint32_t)aBucket.size(), 1, &aQuartile[0], &aQuartile[1],
+                                &aQuartile[2]);
+    });
+  }
+}
+
 }  // namespace
 
 int main(int NumArgs, char** pasArgs) {
@@ -73,5 +90,6 @@ int main(int NumArgs, char** pasArgs) {
   AddRow("1000 samples, two levels", BENCH_NO_GOAL, 1000, 2);
   AddRow("100,000 samples, two levels", 0.40, 100000, 2);
   AddRow("1,000,000 samples, two levels", 0.40, 1000000, 2);
+  AddGrowth();
   return BENCH_Main(NumArgs, pasArgs);
 }

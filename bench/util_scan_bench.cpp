@@ -7,6 +7,7 @@
 #include <charconv>
 #include <deque>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "bench/support/peer_bench.h"
@@ -100,6 +101,19 @@ void AddRow(const char* sRow, double Goal, const TEXTS& Made, bool IsHex) {
   }
 }
 
+void AddGrowth() {
+  static std::vector<std::string> aText;
+  static std::vector<char>        Token((1 << 19) + 1);
+  BENCH_Growth("a word, for each character", 1.5);
+  for (const int64_t Size : BENCH_aSize) {
+    aText.emplace_back((size_t)Size, 'a');
+    BENCH_AddSize(Size, Size, [i = aText.size() - 1] {
+      const char* s = aText[i].c_str();
+      return UTIL_ParseToken(&s, Token.data(), (uint32_t)Token.size(), '=');
+    });
+  }
+}
+
 }  // namespace
 
 int main(int NumArgs, char** pasArgs) {
@@ -108,5 +122,6 @@ int main(int NumArgs, char** pasArgs) {
   AddRow("0x and 8 digits", 0.75, MakeHex(), true);
   AddRow("decimal, 18 to 20 digits", 0.75, MakeDecimal(18, 20), false);
   AddRow("decimal, 1 to 3 digits", 1.0, MakeDecimal(1, 3), false);
+  AddGrowth();
   return BENCH_Main(NumArgs, pasArgs);
 }

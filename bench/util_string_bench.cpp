@@ -82,7 +82,11 @@ void AddFirstDifference(uint32_t Len) {
     memcpy(Pair.acB + i * 3 % 16, Pair.acA + i % 16, Len);
     Pair.acB[(size_t)(i * 3 % 16) + Len - 1]++;
   }
-  BENCH_Row("first difference, 256 B", 1.1);
+  BENCH_Row(
+      "first difference, 256 B", 1.1,
+      "memcmp need not find out which byte differs; ours takes 78 instructions, memcmp 76 and "
+      "with instructions newer than AVX2. Tried: four blocks a test (kept), no frame around "
+      "the call (1.28 to 1.15; kept).");
   Add("ours", aMade,
       [Len](const char* a, const char* b) { return UTIL_FindDiff(a, b, (int32_t)Len); });
   Add("memcmp", aMade, [Len](const char* a, const char* b) {
@@ -97,7 +101,10 @@ void AddFillCheck(uint32_t Len) {
   for (PAIR& Pair : aMade) {
     memset(&Pair, 0xFF, sizeof(Pair));
   }
-  BENCH_Row("fill check, 256 B", 0.85);
+  BENCH_Row(
+      "fill check, 256 B", 0.85,
+      "the loads decide: half of them cross a cache line, in the peer too. Tried: eight blocks "
+      "a test and counting down (1.0 to 0.73 .. 0.87; kept).");
   Add("ours", aMade, [Len](const char* a, const char*) { return UTIL_FindNotEqual(a, 0xFF, Len); });
   Add("memcmp with itself", aMade, [Len](const char* a, const char*) {
     return *a == (char)0xFF && memcmp(a, a + 1, Len - 1) == 0 ? -1 : 0;
@@ -141,6 +148,26 @@ void AddLengthAndCopy(size_t Len) {
       Copies);
 }
 
+void AddGrowth() {
+  static const std::vector<char> aByte((1 << 19) + 1, 'a');
+  static const std::vector<char> aUpper((1 << 19) + 1, 'A');
+  BENCH_Growth("case compare, for each byte", 1.5);
+  for (const int64_t Size : BENCH_aSize) {
+    BENCH_AddSize(Size, Size,
+                  [Size] { return UTIL_MemCaseCmp(aByte.data(), aUpper.data(), (uint32_t)Size); });
+  }
+  BENCH_Growth("first difference, for each byte", 1.5);
+  for (const int64_t Size : BENCH_aSize) {
+    BENCH_AddSize(Size, Size,
+                  [Size] { return UTIL_FindDiff(aByte.data(), aByte.data() + 1, (int32_t)Size); });
+  }
+  BENCH_Growth("fill check, for each byte", 1.5);
+  for (const int64_t Size : BENCH_aSize) {
+    BENCH_AddSize(Size, Size,
+                  [Size] { return UTIL_FindNotEqual(aByte.data(), 'a', (uint32_t)Size); });
+  }
+}
+
 void AddReversal(uint32_t NumBytes) {
   static std::vector<char> aByte(NumBytes, 'a');
   aByte[1]          = 'b';
@@ -163,5 +190,6 @@ int main(int NumArgs, char** pasArgs) {
   AddFillCheck(256);
   AddLengthAndCopy(8);
   AddReversal(4096);
+  AddGrowth();
   return BENCH_Main(NumArgs, pasArgs);
 }

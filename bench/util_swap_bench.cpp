@@ -87,6 +87,14 @@ void AddInPlace(const char* sRow, uint32_t NumBytes, uint32_t UnitSize, SWAP_FUN
 #endif
 }
 
+void AddGrowth() {
+  BENCH_Growth("copy, for each byte", 1.5);
+  for (const int64_t Size : BENCH_aSize) {
+    BENCH_AddSize(Size, Size,
+                  [Size] { UTIL_SwapArrayU32(Dest.data(), Source.data(), (uint32_t)(Size / 4)); });
+  }
+}
+
 }  // namespace
 
 #if BENCH_HAS_VOLK
@@ -116,5 +124,6 @@ int main(int NumArgs, char** pasArgs) {
   AddInPlace("in place 1 MiB, 16-bit units", LARGE, 2, UTIL_SwapArrayU16, VOLK_SWAP(16));
   AddInPlace("in place 1 MiB, 32-bit units", LARGE, 4, UTIL_SwapArrayU32, VOLK_SWAP(32));
   AddInPlace("in place 1 MiB, 64-bit units", LARGE, 8, UTIL_SwapArrayU64, VOLK_SWAP(64));
+  AddGrowth();
   return BENCH_Main(NumArgs, pasArgs);
 }

@@ -49,6 +49,10 @@ void BENCH_Mean(const char* sRow, double Goal, const char* sPeer = NULL, const c
 // one unit may rise from the first size to the last. Follow with one BENCH_AddSize for each size.
 void BENCH_Growth(const char* sRow, double MaxGrowth, const char* sNote = "");
 
+// Sizes of a growth in bytes of memory or the like: all of them in the second cache and none in the
+// first, so that what grows is the work.
+static constexpr int64_t BENCH_aSize[] = {1 << 16, 1 << 17, 1 << 18, 1 << 19};
+
 // The loops of a contender: the timed one, and one for a fixed number of runs.
 struct BENCH_LOOPS {
   std::function<void(benchmark::State&)> Timed;
