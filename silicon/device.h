@@ -197,13 +197,13 @@ struct FAMILY {
 inline constexpr uint32_t SIZE_IN_KB = ~0u;
 
 struct DEVICE {
-  const char*       sName     = nullptr;
-  const char*       sText     = nullptr;
-  const FAMILY*     pFamily   = nullptr;
-  uint32_t          IdCode    = 0;           // DEV_ID 11:0; REV_ID 31:16 as seen on one part
-  uint32_t          SizeCode  = SIZE_IN_KB;  // what the size register holds
-  ROWS<OPTION_WORD> Options   = {};
-  MEMORY            Memory[6] = {};  // main flash first; unused rows have no bytes
+  const char*       sName      = nullptr;
+  const char*       sText      = nullptr;
+  const FAMILY*     pFamily    = nullptr;
+  uint32_t          IdCode     = 0;           // DEV_ID 11:0; REV_ID 31:16 as seen on one part
+  uint32_t          SizeCode   = SIZE_IN_KB;  // what the size register holds
+  ROWS<OPTION_WORD> Options    = {};
+  MEMORY            Memory[11] = {};  // main flash first; unused rows have no bytes
 };
 
 }  // namespace silicon

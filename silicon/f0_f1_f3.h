@@ -205,7 +205,7 @@ inline constexpr DEVICE STM32F301 = {
 inline constexpr DEVICE STM32F303 = {
     .sName = "STM32F303", .sText = "F3, F302 and F303xB/xC, 256 KB flash",
     .pFamily = &FamilyF3, .IdCode = 0x10036422, .Options = f1::OptionsF07,
-    .Memory = {Flash(256 * KB), f1::Backup16, Sram(40 * KB)}};
+    .Memory = {Flash(256 * KB), f1::Backup16, Sram(40 * KB), f1::Ccm(8 * KB)}};
 inline constexpr DEVICE STM32F303xE = {
     .sName = "STM32F303xE", .sText = "F3, F302 and F303xD/xE, 512 KB flash",
     .pFamily = &FamilyF3, .IdCode = 0x10016446, .Options = f1::OptionsF07,

@@ -104,6 +104,15 @@ inline constexpr MEMORY FlashBeyond = {"flash_beyond", 0x08020000, (2048 - 128) 
 constexpr MEMORY AxiSram(uint32_t Bytes) {
   return {"axi_sram", 0x24000000, Bytes, SRAM, 0};
 }
+inline constexpr MEMORY Itcm  = {"itcm", 0x00000000, 64 * KB, SRAM, 0};
+inline constexpr MEMORY Sram1 = {"sram1", 0x30000000, 128 * KB, SRAM, 0};
+inline constexpr MEMORY Sram2 = {"sram2", 0x30020000, 128 * KB, SRAM, 0};
+inline constexpr MEMORY Sram3 = {"sram3", 0x30040000, 32 * KB, SRAM, 0};
+inline constexpr MEMORY Sram4 = {"sram4", 0x38000000, 64 * KB, SRAM, 0};
+// Those of H723 are smaller, the second one follows the first at once.
+inline constexpr MEMORY Sram1Of723 = {"sram1", 0x30000000, 16 * KB, SRAM, 0};
+inline constexpr MEMORY Sram2Of723 = {"sram2", 0x30004000, 16 * KB, SRAM, 0};
+inline constexpr MEMORY Sram4Of723 = {"sram4", 0x38000000, 16 * KB, SRAM, 0};
 
 }  // namespace h7
 
@@ -115,22 +124,23 @@ inline constexpr DEVICE STM32H723 = {
     .sName = "STM32H723", .sText = "H7 with one bank, H72x and H73x, 1 MB flash",
     .pFamily = &FamilyH7, .IdCode = 0x10016483, .Options = h7::Options723,
     .Memory = {Flash(1024 * KB), h7::BackupSram, h7::BackupOfRtc, Sram(128 * KB),
-               h7::AxiSram(320 * KB)}};
+               h7::AxiSram(320 * KB), h7::Itcm, h7::Sram1Of723, h7::Sram2Of723, h7::Sram4Of723}};
 inline constexpr DEVICE STM32H743 = {
     .sName = "STM32H743", .sText = "H7 with two banks, PCROP and secure areas, 2 MB flash",
     .pFamily = &FamilyH7, .IdCode = 0x20036450, .Options = h7::Options743.aWord,
     .Memory = {Flash(2048 * KB), h7::BackupSram, h7::BackupOfRtc, Sram(128 * KB),
-               h7::AxiSram(512 * KB)}};
+               h7::AxiSram(512 * KB), h7::Itcm, h7::Sram1, h7::Sram2, h7::Sram3, h7::Sram4}};
 inline constexpr DEVICE STM32H745 = {
     .sName = "STM32H745", .sText = "H7 with two cores and two banks, 2 MB flash",
     .pFamily = &FamilyH7, .IdCode = 0x20036450, .Options = h7::Options745,
     .Memory = {Flash(2048 * KB), h7::BackupSram, h7::BackupOfRtc, Sram(128 * KB),
-               h7::AxiSram(512 * KB)}};
+               h7::AxiSram(512 * KB), h7::Itcm, h7::Sram1, h7::Sram2, h7::Sram3, h7::Sram4}};
 inline constexpr DEVICE STM32H750 = {
     .sName = "STM32H750", .sText = "H7 value line, 128 KB flash",
     .pFamily = &FamilyH7, .IdCode = 0x20036450, .Options = h7::Options750.aWord,
     .Memory = {Flash(128 * KB), h7::BackupSram, h7::BackupOfRtc, Sram(128 * KB),
-               h7::AxiSram(512 * KB), h7::FlashBeyond}};
+               h7::AxiSram(512 * KB), h7::Itcm, h7::Sram1, h7::Sram2, h7::Sram3, h7::Sram4,
+               h7::FlashBeyond}};
 
 // clang-format on
 

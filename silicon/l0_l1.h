@@ -149,6 +149,7 @@ inline constexpr OPTION_WORD Wrp1415 = Wrp("OPTION_WRP1415", 0x84, BASE_L1 + WRP
 inline constexpr OPTION_WORD OptionsL1[]       = {RdpL1, UserL1, Wrp01, Wrp23};
 inline constexpr OPTION_WORD OptionsL1Sprmod[] = {RdpL1Sprmod, UserL1, Wrp01, Wrp23};
 inline constexpr OPTION_WORD OptionsL1Cat3[]   = {RdpL1Sprmod, UserL1, Wrp01, Wrp23, Wrp45, Wrp67};
+inline constexpr OPTION_WORD OptionsL1Cat3A[]  = {RdpL1, UserL1, Wrp01, Wrp23, Wrp45, Wrp67};
 inline constexpr OPTION_WORD OptionsL1Cat4[]   = {RdpL1, UserL1TwoBanks, Wrp01, Wrp23, Wrp45, Wrp67,
                                                   Wrp89, Wrp1011};
 inline constexpr OPTION_WORD OptionsL1Cat5[]   = {RdpL1, UserL1TwoBanks, Wrp01, Wrp23, Wrp45, Wrp67,
@@ -195,6 +196,10 @@ inline constexpr DEVICE STM32L151 = {
     .sName = "STM32L151", .sText = "L1 category 1, L151 and L152xB, 128 KB flash",
     .pFamily = &FamilyL1, .IdCode = 0x10386416, .Options = l0::OptionsL1,
     .Memory = {Flash(128 * KB, 0), l0::Eeprom(4 * KB), Sram(16 * KB)}};
+inline constexpr DEVICE STM32L151xCA = {
+    .sName = "STM32L151xCA", .sText = "L1 category 3 without SPRMOD, L151 and L152xC-A, 256 KB flash",
+    .pFamily = &FamilyL1Large, .IdCode = 0x10186436, .SizeCode = 1, .Options = l0::OptionsL1Cat3A,
+    .Memory = {Flash(256 * KB, 0), l0::Eeprom(8 * KB), Sram(32 * KB)}};
 inline constexpr DEVICE STM32L151xD = {
     .sName = "STM32L151xD", .sText = "L1 category 4 with two banks, L151 and L152xD, 384 KB flash",
     .pFamily = &FamilyL1Large, .IdCode = 0x10186436, .SizeCode = 0, .Options = l0::OptionsL1Cat4,

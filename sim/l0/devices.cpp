@@ -157,6 +157,7 @@ static const L0_DEVICE aDevices[] = {
     {.pFacts = &silicon::STM32L100, .pFamily = &L1Cat1},
     {.pFacts = &silicon::STM32L100xBA, .pFamily = &L1Cat2},
     {.pFacts = &silicon::STM32L151, .pFamily = &L1Cat1},
+    {.pFacts = &silicon::STM32L151xCA, .pFamily = &L1Cat45},
     {.pFacts = &silicon::STM32L151xD, .pFamily = &L1Cat45},
     {.pFacts = &silicon::STM32L152, .pFamily = &L1Cat2},
     {.pFacts = &silicon::STM32L152xC, .pFamily = &L1Cat3},

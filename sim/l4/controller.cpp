@@ -8,6 +8,7 @@ ControllerL4::ControllerL4(Surroundings& Around, const L4_DEVICE& Row)
   State("first_half", &firstHalf_);
   State("first_half_value", &firstHalfValue_);
   State("bad_load", &badLoad_);
+  State("loaded_empty", &loadedEmpty_);
   for (int i = 0; i < NumWords(); i++) {
     State(Word(i).sName, &loaded_[i]);  // as loaded
   }
@@ -39,7 +40,10 @@ bool ControllerL4::MustWait(const ACCESS& Access) const {
 }
 
 bool ControllerL4::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pValue) {
-  *pValue = registers_[Offset] | (Offset == SR && Busy() ? SR_BSY : 0);
+  *pValue = registers_[Offset];
+  if (Offset == SR) {
+    *pValue |= (Busy() ? SR_BSY : 0) | (loadedEmpty_ != 0 ? SR_PEMPTY : 0);
+  }
   return true;
 }
 

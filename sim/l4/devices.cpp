@@ -30,7 +30,7 @@ static constexpr REGISTER aCommon[] = {
     {.sName = "FLASH_SR", .Address = BASE + SR, .ClearByOne = SR_ERRORS | SR_EOP,
      .Fields = {Bit("EOP", 0), Bit("OPERR", 1), Bit("PROGERR", 3), Bit("WRPERR", 4), Bit("PGAERR", 5),
                 Bit("SIZERR", 6), Bit("PGSERR", 7), Bit("MISERR", 8), Bit("FASTERR", 9),
-                Bit("RDERR", 14), Bit("OPTVERR", 15), Bit("BSY", 16)}},
+                Bit("RDERR", 14), Bit("OPTVERR", 15), Bit("BSY", 16), Bit("PEMPTY", 17)}},
     {.sName = "FLASH_CR", .Address = BASE + CR, .Reset = CR_LOCK | CR_OPTLOCK,
      .SetOnly = CR_LOCK | CR_OPTLOCK,
      .Fields = {Bit("PG", 0), Bit("PER", 1), Bit("MER1", 2), Bits("PNB", 10, 3), Bit("BKER", 11),

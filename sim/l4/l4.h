@@ -20,7 +20,7 @@ inline constexpr uint32_t ACR = 0x00, PDKEYR = 0x04, KEYR = 0x08, OPTKEYR = 0x0C
 inline constexpr uint32_t SR_EOP = 1u << 0, SR_OPERR = 1u << 1, SR_PROGERR = 1u << 3,
                           SR_WRPERR = 1u << 4, SR_PGAERR = 1u << 5, SR_SIZERR = 1u << 6,
                           SR_PGSERR = 1u << 7, SR_RDERR = 1u << 14, SR_OPTVERR = 1u << 15,
-                          SR_BSY = 1u << 16, SR_ERRORS = 0xC3FA;
+                          SR_BSY = 1u << 16, SR_PEMPTY = 1u << 17, SR_ERRORS = 0xC3FA;
 inline constexpr uint32_t CR_PG = 1u << 0, CR_PER = 1u << 1, CR_MER1 = 1u << 2, CR_BKER = 1u << 11,
                           CR_MER2 = 1u << 15, CR_STRT = 1u << 16, CR_OPTSTRT = 1u << 17,
                           CR_EOPIE = 1u << 24, CR_ERRIE = 1u << 25, CR_OBL_LAUNCH = 1u << 27,
@@ -146,6 +146,7 @@ class ControllerL4 : public Controller {
   const L4_FAMILY& family_;
   uint32_t         loaded_[MAX_WORDS] = {};
   uint32_t         badLoad_ = 0;  // OPTVERR is set again at each reset until the next load
+  uint32_t loadedEmpty_     = 0;  // PEMPTY: a device with one bank had no program at the last load
   // The address of a lower half that waits for its upper half, 0 when none does; and its content.
   uint32_t firstHalf_      = 0;
   uint32_t firstHalfValue_ = 0;

@@ -39,7 +39,8 @@ void ControllerL4::Load() {
   for (int i = 0; i < NumWords(); i++) {
     loaded_[i] = Effective(i);
   }
-  badLoad_ = !AllMatch();
+  badLoad_     = !AllMatch();
+  loadedEmpty_ = family_.NumBanks == 1 && MainFlash().IsErasedAt(MainFlash().Row().Base);
 }
 
 void ControllerL4::ShowOptions() {

@@ -78,11 +78,12 @@ static const STEPS_CASE aPrinted[] = {
      "KEYR2?0 OPTKEYR?0 unlock OPTCR=FFFFFFEC OPTCR?40000000"},
     {"SizesH743", "H743 H745", "",
      "memory:8000000=200000 memory:20000000=20000 memory:38800000=1000 memory:58004050=80 "
-     "memory:24000000=80000 @1FF1E880.2?800 power @20000000?0 @38800000?12345678"},
+     "memory:24000000=80000 memory:0=10000 memory:30000000=48000 memory:38000000=10000 "
+     "@1FF1E880.2?800 power @20000000?0 @38800000?12345678"},
     {"SizesH750", "H750", "", "memory:8000000=200000 memory:38800000=1000 @1FF1E880.2?80"},
     {"SizesH723", "H723", "",
      "memory:8000000=100000 memory:20000000=20000 memory:38800000=1000 memory:24000000=50000 "
-     "@1FF1E880.2?400"},
+     "memory:0=10000 memory:30000000=8000 memory:38000000=4000 @1FF1E880.2?400"},
     {"H750AnswersForItsFirstSectorOnlyWhereThatVariantIsChosen", "H750",
      "--variant h750_flash_ends_at_128k=1",
      "@801FFFC?12345678 @8020000?! @8100000?! unlock1 CR1=32 @8020000=0! SR1?0"},

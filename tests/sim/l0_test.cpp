@@ -14,7 +14,7 @@ static const STEPS_WORDS Words = {
 };
 
 #define ALL_L0   "L011 L031 L053 L073 "
-#define ALL_L1   "L100 L100xBA L151 L151xD L152 L152xC L152xE "
+#define ALL_L1   "L100 L100xBA L151 L151xCA L151xD L152 L152xC L152xE "
 #define ALL      ALL_L0 ALL_L1
 #define PCROP_L0 "L031 L053 L073 "  // with at least 8 sectors
 #define PCROP_L1 "L152 L152xC "
@@ -31,7 +31,7 @@ static const STEPS_CASE aPrinted[] = {
      "register:ACR=0/1F register:PECR=7/0 register:SR=C/0 register:WRPR1=0/0 register:WRPR2=0/0 "
      "register:WRPR3=0/0 register:WRPR4=0/0 register:DBGMCU_CR=0/E7 "
      "register:DBGMCU_APB1_FZ=0/601C3F"},
-    {"UserOptionsOfL1", "L100 L100xBA L151 L152 L152xC", "", "register:OBR=7800AA/0"},
+    {"UserOptionsOfL1", "L100 L100xBA L151 L151xCA L152 L152xC", "", "register:OBR=7800AA/0"},
     {"UserOptionsOfL1WithTwoBanks", "L151xD L152xE", "", "register:OBR=F800AA/0"},
     {"KeyRegistersReadZero", ALL, "",
      "unlock PDKEYR?0 PEKEYR?0 PRGKEYR?0 OPTKEYR?0 PDKEYR=12345678 PDKEYR?0"},
@@ -69,7 +69,9 @@ static const STEPS_CASE aPrinted[] = {
     {"SizesL152", "L152", "", "memory:8000000=20000 memory:8080000=1000 memory:20000000=4000"},
     {"SizesL152xC", "L152xC", "",
      "memory:8000000=40000 memory:8080000=2000 memory:20000000=8000 @1FF800CC.2?100"},
-    // The size register of this one holds a code.
+    // The size registers of these hold a code.
+    {"SizesL151xCA", "L151xCA", "",
+     "memory:8000000=40000 memory:8080000=2000 memory:20000000=8000 @1FF800CC.2?1"},
     {"SizesL151xD", "L151xD", "",
      "memory:8000000=60000 memory:8080000=3000 memory:20000000=C000 @1FF800CC.2?0"},
     // EEPROM begins where flash ends.
@@ -83,10 +85,10 @@ TEST(SimL0, EachDeviceHasItsIdentityAndKeepsItOverAReset) {
     const char* sName;
     uint32_t    DevId, IdCode;
   } aRows[] = {
-      {"L011", 0x457, 0x40015800},   {"L031", 0x425, 0x40015800},   {"L053", 0x417, 0x40015800},
-      {"L073", 0x447, 0x40015800},   {"L100", 0x416, 0xE0042000},   {"L100xBA", 0x429, 0xE0042000},
-      {"L151", 0x416, 0xE0042000},   {"L151xD", 0x436, 0xE0042000}, {"L152", 0x429, 0xE0042000},
-      {"L152xC", 0x427, 0xE0042000}, {"L152xE", 0x437, 0xE0042000}};
+      {"L011", 0x457, 0x40015800}, {"L031", 0x425, 0x40015800},    {"L053", 0x417, 0x40015800},
+      {"L073", 0x447, 0x40015800}, {"L100", 0x416, 0xE0042000},    {"L100xBA", 0x429, 0xE0042000},
+      {"L151", 0x416, 0xE0042000}, {"L151xCA", 0x436, 0xE0042000}, {"L151xD", 0x436, 0xE0042000},
+      {"L152", 0x429, 0xE0042000}, {"L152xC", 0x427, 0xE0042000},  {"L152xE", 0x437, 0xE0042000}};
   for (const auto& [sName, DevId, IdCode] : aRows) {
     const std::string sSteps =
         sim::Format("@%X?%X/FFF reset @%X?%X/FFF", IdCode, DevId, IdCode, DevId);

@@ -20,7 +20,7 @@ static const STEPS_WORDS Words = {
 
 static const STEPS_CASE aPrinted[] = {
     {"Registers", ALL, "empty",
-     "register:ACR=600/7F07 register:SR=0/0 register:CR=C0000000/0 register:PCROP1SR=FFFFFFFF/0 "
+     "register:ACR=600/7F07 SR?0/1FFFF register:CR=C0000000/0 register:PCROP1SR=FFFFFFFF/0 "
      "register:DBGMCU_CR=0/E7 register:DBGMCU_APB1FZR1=0/82E01C3F"},
     {"LockedOptionRegistersOfTwoBanks", DUAL, "empty",
      "register:OPTR=FFEFF8AA/0 register:PCROP1ER=FFF0000/0 register:WRP1AR=FF00FFFF/0 "
@@ -49,6 +49,10 @@ static const STEPS_CASE aPrinted[] = {
      "@1FFF7800?FFFFF8AA @1FFF7804?755 @1FFF7820?FF80FFFF @1FFF7824?7F0000 @1FFFF808?!"},
     {"WordsInMemoryAreNotWritten", ALL, "",
      "unlock @1FFF7808=0 SR?10 @1FFF7808?FFFFFFFF @1FFF780C?0"},
+    {"OneBankShowsThatItHadNoProgramWhenItLoaded", "L433", "empty",
+     "SR?20000 reset SR?20000 unlock CR=1 @8000000=1 @8000004=2 finish CR=0 SR?20000 launch SR?0 "
+     "save SR?0"},
+    {"TwoBanksDoNotShowIt", DUAL, "empty", "SR?0"},
     {"SizesL433", "L433", "",
      "memory:8000000=40000 memory:10000000=4000 memory:20000000=C000 memory:40002850=80 "
      "@1FFF75E0.2?100"},
@@ -128,8 +132,8 @@ static const STEPS_CASE aOptions[] = {
      "unlock start start finish OPTR=FFEFF8BB start SR?80 OPTR:FFEFF8AA SR=C1FB SR?0 start "
      "SR?10000"},
     {"APendingErrorStopsErasesAndProgramsToo", ALL, "empty --pcrop 2",
-     "@8001000?0 SR?4000 unlock start SR?4080 SR=80 erase:0002 SR?4080 SR=80 CR=1 @8000000=1 "
-     "SR?4080 SR=4080 @8000000=1 @8000004=1 SR?10000"},
+     "@8001000?0 SR?4000/1FFFF unlock start SR?4080/1FFFF SR=80 erase:0002 SR?4080/1FFFF "
+     "SR=80 CR=1 @8000000=1 SR?4080/1FFFF SR=4080 @8000000=1 @8000004=1 SR?10000/1FFFF"},
     {"ReadsOfTheOptionWordsWaitWhileBusy", ALL, "",
      "unlock OPTR=FFFFF8BB start wait:30ms stored?0 @1FFF7800?BB/FF stalled?50000"},
     {"OptrBit20OfASingleBankIsAConstantOne", "L433", "",
@@ -278,30 +282,33 @@ static const STEPS_CASE aFlash[] = {
     {"APageEraseTakesItsLongestTime", ALL, "--variant timing_max=1",
      "unlock erase:0002 wait:24999us SR?10000 wait:1us SR?0"},
     {"FlashTakesDoubleWords", ALL, "empty",
-     "unlock CR=1 @8000008=11111111 SR?0 @8000008?FFFFFFFF @800000C=22222222 SR?10000 wait:81us "
-     "SR?10000 wait:1us SR?0 @8000008?11111111 @800000C?22222222 in-use?8"},
+     "unlock CR=1 @8000008=11111111 SR?0/1FFFF @8000008?FFFFFFFF @800000C=22222222 "
+     "SR?10000/1FFFF wait:81us SR?10000/1FFFF wait:1us SR?0/1FFFF @8000008?11111111 "
+     "@800000C?22222222 in-use?8"},
     {"OnlyZerosAreProgrammedOverIt", ALL, "",
      "unlock CR=1 @8000008=1 @800000C=0 SR?8 @8000008?12345678 SR=8 @8000008=0 @800000C=0 finish "
      "SR?0 @8000008?0 @800000C?0"},
     {"OneHalfInUseIsInTheWay", ALL, "empty",
      "file:memory.flash.0x08000010=00000001 file:memory.flash.0x0800001C=00000001 unlock CR=1 "
-     "@8000010=2 @8000014=2 SR?8 SR=8 @8000018=2 "
-     "@800001C=2 SR?8"},
+     "@8000010=2 @8000014=2 SR?8/1FFFF SR=8 @8000018=2 "
+     "@800001C=2 SR?8/1FFFF"},
     {"BothHalvesBelongTogether", ALL, "empty",
-     "unlock CR=1 @8000004=1 SR?20 SR=20 @8000000=1 @8000000=2 SR?20 SR=20 @8000000=1 @8000008=2 "
-     "SR?20 SR=20 @8000000=1 @800000C=2 SR?20 SR=20 @8000000.1=1 SR?40 SR=40 @8000000.2=1 SR?40 "
-     "flash?erased"},
+     "unlock CR=1 @8000004=1 SR?20/1FFFF SR=20 @8000000=1 @8000000=2 SR?20/1FFFF SR=20 "
+     "@8000000=1 @8000008=2 SR?20/1FFFF SR=20 @8000000=1 @800000C=2 SR?20/1FFFF SR=20 "
+     "@8000000.1=1 SR?40/1FFFF SR=40 @8000000.2=1 SR?40/1FFFF flash?erased"},
     {"AHalfWaitsAsLongAsPgIsSet", ALL, "empty",
      "unlock CR=1 @8000000=1 CR=1 @8000004=2 finish @8000000?1 @8000004?2"},
-    {"ItIsForgottenWithPg", ALL, "empty", "unlock CR=1 @8000000=1 CR=0 CR=1 @8000004=2 SR?20"},
+    {"ItIsForgottenWithPg", ALL, "empty",
+     "unlock CR=1 @8000000=1 CR=0 CR=1 @8000004=2 SR?20/1FFFF"},
     {"ItIsForgottenAtAReset", ALL, "empty",
-     "unlock CR=1 @8000000=1 reset unlock CR=1 @8000004=2 SR?20"},
+     "unlock CR=1 @8000000=1 reset unlock CR=1 @8000004=2 SR?20/1FFFF"},
     {"ProgrammingNeedsLockOpenAndPg", ALL, "empty",
-     "@8000000=1 SR?80 SR=80 unlock @8000000=1 SR?80 SR=80 CR=80000001 @8000000=1 SR?80"},
+     "@8000000=1 SR?80/1FFFF SR=80 unlock @8000000=1 SR?80/1FFFF SR=80 CR=80000001 @8000000=1 "
+     "SR?80/1FFFF"},
     {"AWriteWhileBusyHoldsTheBus", ALL, "empty",
      "unlock CR=20001 @8000000=1 stalled?80000 hold:forever @8000004=1 @8000008=1!"},
     {"ProgrammingTakesItsLongestTime", ALL, "empty --variant timing_max=1",
-     "unlock CR=1 @8000000=1 @8000004=1 wait:90us SR?10000 wait:1us SR?0"},
+     "unlock CR=1 @8000000=1 @8000004=1 wait:90us SR?10000/1FFFF wait:1us SR?0/1FFFF"},
 };
 PLAY_CASES(SimL4Flash, aFlash, Words);
 
