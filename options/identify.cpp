@@ -92,14 +92,16 @@ static void ReadFlashSize(READING* pReading) {
   if (IDENTIFY_ReadWord(Address & ~3u, &Word) < 0) {
     return;
   }
-  const uint32_t Size = Word >> 8 * (Address & 3) & 0xFFFF;
-  for (uint32_t i = 0; i < pReading->NumCandidates; i++) {
+  const uint32_t Size    = Word >> 8 * (Address & 3) & 0xFFFF;
+  bool           HasCode = false;
+  for (uint32_t i = 0; i < pReading->NumCandidates && !pReading->HasFlashKb; i++) {
     const silicon::DEVICE* pDevice = pReading->apCandidates[i];
-    if (pDevice->SizeCode != silicon::SIZE_IN_KB) {
-      pReading->HasFlashKb = pDevice->SizeCode == Size;
-      pReading->FlashKb    = SizeInKb(pDevice);
-      return;
-    }
+    HasCode                        = HasCode || pDevice->SizeCode != silicon::SIZE_IN_KB;
+    pReading->HasFlashKb           = pDevice->SizeCode == Size;
+    pReading->FlashKb              = SizeInKb(pDevice);
+  }
+  if (HasCode) {
+    return;
   }
   // An erased or missing register says nothing.
   pReading->HasFlashKb = Size != 0 && Size != 0xFFFF;

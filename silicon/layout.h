@@ -109,8 +109,8 @@ inline constexpr LAYOUT aLayouts[] = {
     layout::OfH7(STM32H745, 2, h7::BOOT4_CUR), layout::OfH7(STM32H750, 2),
     layout::OfL0(STM32L011), layout::OfL0(STM32L031), layout::OfL0(STM32L053),
     layout::OfL0(STM32L073), layout::OfL0(STM32L100), layout::OfL0(STM32L100xBA),
-    layout::OfL0(STM32L151), layout::OfL0(STM32L151xD), layout::OfL0(STM32L152),
-    layout::OfL0(STM32L152xC), layout::OfL0(STM32L152xE),
+    layout::OfL0(STM32L151), layout::OfL0(STM32L151xCA), layout::OfL0(STM32L151xD),
+    layout::OfL0(STM32L152), layout::OfL0(STM32L152xC), layout::OfL0(STM32L152xE),
     layout::OfL4(STM32L433, 1), layout::OfL4(STM32L476, 2), layout::OfL4(STM32L496, 2),
 };
 
