@@ -13,7 +13,7 @@ static const int INIT_DEADLINE_MS    = 15000;  // an adapter that is silent cost
 static const int END_GRACE_MS        = 1000;
 static const int ALIVE_DEADLINE_MS   = 1000;
 static const uint32_t OPEN_SPEED_KHZ = 1000;
-static const uint32_t MAX_MILLIVOLTS = 6000;  // what is measured beyond is no voltage
+static const uint32_t MAX_MILLIVOLTS = 6000;  // a measured value above it is not a voltage
 
 // What stopped an adapter from being opened, the most telling one last.
 enum TROUBLE { NO_TROUBLE, NOT_FOUND, OTHER_TROUBLE, NO_TARGET, NO_PERMISSION, BUSY };
@@ -399,7 +399,7 @@ bool ADAPTER_Open(ADAPTER* pAdapter, const CONFIG* pConfig, const ADAPTER_CHOICE
 
 // -- While it is open ----------------------------------------------------------------------------
 
-// The first number in a text; false when there is none.
+// The first number in a text; false if it has no number.
 static bool FirstNumber(const char* sText, uint32_t* pValue) {
   char acDigits[16];
   sText += strcspn(sText, "0123456789");

@@ -153,7 +153,7 @@ static int DigitOf(char c) {
   return c >= 'A' && c <= 'F' ? c - 'A' + 10 : 16;
 }
 
-// Returns where the number ends, NULL when there is none or it is too large.
+// Returns where the number ends, NULL if it is missing or too large.
 static const char* ScanNumber(const char* s, uint32_t* pValue) {
   const bool  IsHex = s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
   const int   Base  = IsHex ? 16 : 10;

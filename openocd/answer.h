@@ -12,7 +12,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-// The byte behind each request and each answer.
+// The byte after each request and each answer.
 static const char ANSWER_END = 0x1A;
 
 // Looks for the answer to request Number in a frame of Length bytes, which is what came before

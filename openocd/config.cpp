@@ -76,7 +76,7 @@ static const char* SetSpeed(CONFIG* pConfig, const char* sValue) {
   return NULL;
 }
 
-// A hook stands between braces in a request: one brace too many would end the request early.
+// A hook is put between braces in a request: one brace too many would end the request early.
 static bool IsBalanced(const char* sTcl) {
   int Braces = 0;
   for (; *sTcl != '\0'; sTcl++) {

@@ -13,9 +13,9 @@
 
 static const int32_t  INTERFACE_SWD    = 1;
 static const uint32_t SPEED_AUTO       = 0;
-static const uint32_t SPEED_ADAPTIVE   = 0xFFFF;  // there is no such thing with SWD
+static const uint32_t SPEED_ADAPTIVE   = 0xFFFF;  // SWD has no adaptive clock
 static const uint32_t AUTO_SPEED_KHZ   = 4000;
-static const uint32_t ANSWERING_MV     = 3300;  // what stands for "the chip has power"
+static const uint32_t ANSWERING_MV     = 3300;  // reported for "the chip has power"
 static const int      HOOK_DEADLINE_MS = 10000;
 static const int      END_GRACE_MS     = 1000;
 static const int64_t  SILENT_MS        = 2000;  // a board may restart; longer and it is gone
@@ -104,7 +104,7 @@ static void Configure() {
 }
 
 // The configuration is read before the first operation, since that may already be traced. What is
-// wrong with it is told when the probe is opened.
+// wrong with it is reported when the probe is opened.
 static void Begin() {
   if (!Probe.IsConfigured) {
     Probe.IsConfigured = true;
@@ -168,7 +168,7 @@ static bool OpenAdapter() {
   return true;
 }
 
-// The tool prints the text as it stands.
+// The tool prints the text unchanged.
 static void MakeOneLine(char* sText) {
   for (; *sText != '\0'; sText++) {
     if (static_cast<unsigned char>(*sText) < ' ') {
@@ -246,7 +246,7 @@ static void SwitchSupply(bool On, char* pError, size_t ErrorSize) {
   RunHook(sTcl, sKey, pError, ErrorSize);
 }
 
-// Splits "NAME = VALUE" in place; the value is empty when there is none.
+// Splits "NAME = VALUE" in place; the value is empty without a '='.
 static void SplitCommand(char* sCommand, const char** psName, const char** psValue) {
   char* pEqual = strchr(sCommand, '=');
   *psValue     = "";

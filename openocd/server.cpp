@@ -237,7 +237,7 @@ static const char* Send(SERVER* pServer, const char* pBytes, size_t Length, int6
 }
 
 // Looks for the answer in what was received, and forgets all up to its end. False when more must be
-// received. The byte that ends an answer may stand in a text too, so what comes before it stays.
+// received. The byte that ends an answer may be in a text too, so what comes before it stays.
 static bool TakeAnswer(SERVER* pServer, int* pCode, char* pAnswer, size_t Size) {
   while (pServer->NumTried < pServer->NumReceived) {
     const size_t Length = pServer->NumTried++;

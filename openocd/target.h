@@ -28,7 +28,7 @@ struct TARGET_FACTS {
   uint32_t Cpuid;
 };
 
-// Connects to the chip, halted behind the reset vector if that is configured. May be called again
+// Connects to the chip, halted at its first instruction if that is configured. May be called again
 // after a failure, for example when the chip has been powered since.
 // False on failure, with a text of one line in pError; the reset pin is released then.
 bool TARGET_Attach(ADAPTER* pAdapter, const CONFIG* pConfig, TARGET_FACTS* pFacts, char* pError,

@@ -51,11 +51,12 @@ class Adapter {
  public:
   Adapter(ADAPTER Setup, DebugPort& Port) : setup_(std::move(Setup)), port_(Port) {}
 
-  // Carries out one report, and takes its time for that. Returns the length of the answer, which has room for REPORT_SIZE bytes
-  // and is filled up with zeros; 0 when there is no answer, -1 when the adapter is unplugged.
+  // Carries out one report, and takes its time for that. pAnswer has room for REPORT_SIZE bytes; what
+  // the answer leaves of them is set to 0. Returns the answer's length, 0 without an answer, -1 when the
+  // adapter is unplugged.
   int Execute(const uint8_t* pRequest, uint8_t* pAnswer);
 
-  // The host is gone: the port is disconnected, nRESET released. What is behind it stays.
+  // The host is gone: the port is disconnected, nRESET released. The chip stays as it is.
   void Disconnect();
 
   uint64_t NumTransfers() const { return numTransfers_; }

@@ -35,7 +35,7 @@ class BenchTarget : public Target {
   // Whether the bench's own times are counted and not waited.
   bool IsFast() const { return clock_.IsFast(); }
 
-  // The probe's supply; the board may have one of its own.
+  // The probe's supply; the board may have its own.
   void SwitchSupply(bool On);
 
   const CHIP_IDENTITY& Identity() const override { return identity_; }

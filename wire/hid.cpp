@@ -43,7 +43,7 @@ struct hid_device {
   unsigned char aReport[REPORT_SIZE];
 };
 
-// One allocation for a device of the list: the strings stand behind it.
+// One allocation for a device of the list: the strings follow it.
 struct LISTED {
   hid_device_info Info;
   char            acPath[16];

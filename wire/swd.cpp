@@ -179,7 +179,7 @@ void DebugPort::ApWrite(uint32_t Register, uint32_t Data) {
   }
 }
 
-// A debugger reads TAR to name the access that failed, so it moves behind good ones only.
+// A debugger reads TAR to name the access that failed, so it moves after good ones only.
 void DebugPort::Increment(uint32_t Size) {
   if ((csw_ & CSW_ADDRINC) == CSW_SINGLE && !stickyError_) {
     tar_ = (tar_ & ~TAR_BLOCK) | ((tar_ + Size) & TAR_BLOCK);
