@@ -95,6 +95,8 @@ class Manual(unittest.TestCase):
         missing = [text for text in texts - set(PROGRESS) - set(description)
                    if text.replace("%s", "OPTION") not in page]
         self.assertEqual([], sorted(missing))
+        self.assertIn('"Function not found: " NAME "... Exiting now."', page)
+        self.assertIn('"Function not found: %s (%s). Exiting now.\\n"', read("probeapi/forward_resolve.cpp"))
         self.assertIn("Could not open Quobe shared library. Exiting now.", page)
         self.assertIn('puts("Could not open Quobe shared library. Exiting now.");', read("probeapi/loader.cpp"))
 
