@@ -292,10 +292,10 @@ int32_t READING_Take(uint32_t MenuRow, READING* pReading) {
   }
   if (pReading->pFamily != NULL) {
     pReading->Level = LevelInForce(pReading);
-  }
-  if (pReading->NumCandidates != 0) {
-    ReadWords(pReading);
-    pReading->StoredLevel = StoredLevel(pReading);
+    if (pReading->NumCandidates != 0) {
+      ReadWords(pReading);
+      pReading->StoredLevel = StoredLevel(pReading);
+    }
   }
   ReadFlash(pReading);
   return 0;
