@@ -7,29 +7,38 @@
 
 enum { MAX_DESCRIPTORS = 65536, TICKS_PER_SECOND = 100 };
 
-// One byte per descriptor. Threads that use different sockets touch different bytes; the accesses
-// are atomic for those that share one.
-static uint8_t aNoSigPipe[MAX_DESCRIPTORS];      // 1 while the socket has SO_NOSIGPIPE set
-static uint8_t aConnectFailed[MAX_DESCRIPTORS];  // 1 after a connect() that failed at once
+// What is known of a descriptor, a bit each
+enum {
+  NO_SIGPIPE     = 1,  // SO_NOSIGPIPE is set
+  CONNECT_FAILED = 2,  // a connect() failed at once
+};
+
+// A byte per descriptor. Threads that use different sockets touch different bytes; the accesses are
+// atomic for those that share one. The system gives a page of it memory when a socket is made.
+static uint8_t aMarks[MAX_DESCRIPTORS];
 
 static int IsTracked(int hSocket) {
   return hSocket >= 0 && hSocket < MAX_DESCRIPTORS;
 }
 
-static void SetMark(uint8_t* paMarks, int hSocket, int IsSet) {
-  if (IsTracked(hSocket)) {
-    __atomic_store_n(&paMarks[hSocket], (uint8_t)(IsSet != 0), __ATOMIC_RELAXED);
+static void SetMark(int hSocket, uint8_t Mark, int IsSet) {
+  if (!IsTracked(hSocket)) {
+    return;
+  }
+  if (IsSet) {
+    __atomic_fetch_or(&aMarks[hSocket], Mark, __ATOMIC_RELAXED);
+  } else {
+    __atomic_fetch_and(&aMarks[hSocket], (uint8_t)~Mark, __ATOMIC_RELAXED);
   }
 }
 
-static int HasMark(const uint8_t* paMarks, int hSocket) {
-  return IsTracked(hSocket) && __atomic_load_n(&paMarks[hSocket], __ATOMIC_RELAXED) != 0;
+static int HasMark(int hSocket, uint8_t Mark) {
+  return IsTracked(hSocket) && (__atomic_load_n(&aMarks[hSocket], __ATOMIC_RELAXED) & Mark) != 0;
 }
 
 // The stand-in does not see close(), so a descriptor may still carry the marks of a former socket.
 static int NewSocket(int hSocket) {
-  SetMark(aNoSigPipe, hSocket, 0);
-  SetMark(aConnectFailed, hSocket, 0);
+  SetMark(hSocket, NO_SIGPIPE | CONNECT_FAILED, 0);
   return hSocket;
 }
 
@@ -67,14 +76,14 @@ int HOST_connect(int hSocket, const struct sockaddr* pAddr, socklen_t Length) {
   const int Result = connect(hSocket, pAddr, Length);
   const int Error  = errno;
   const int Failed = Result != 0 && Error != EINPROGRESS && Error != EINTR;
-  SetMark(aConnectFailed, hSocket, Failed && GetType(hSocket) == SOCK_STREAM);
+  SetMark(hSocket, CONNECT_FAILED, Failed && GetType(hSocket) == SOCK_STREAM);
   errno = Error;
   return Result;
 }
 
 int HOST_select(int Num, fd_set* pRead, fd_set* pWrite, fd_set* pError, struct timeval* pTimeout) {
   for (int hSocket = 0; pWrite != NULL && hSocket < Num; hSocket++) {
-    if (HasMark(aConnectFailed, hSocket)) {
+    if (HasMark(hSocket, CONNECT_FAILED)) {
       FD_CLR(hSocket, pWrite);
     }
   }
@@ -112,12 +121,12 @@ int HOST_setsockopt(int hSocket, int Level, int Name, const void* pValue, sockle
     errno = EBADF;
     return -1;
   }
-  SetMark(aNoSigPipe, hSocket, *(const int*)pValue);
+  SetMark(hSocket, NO_SIGPIPE, *(const int*)pValue);
   return 0;
 }
 
 ssize_t HOST_send(int hSocket, const void* pBuffer, size_t NumBytes, int Flags) {
-  if (HasMark(aNoSigPipe, hSocket)) {
+  if (HasMark(hSocket, NO_SIGPIPE)) {
     Flags |= MSG_NOSIGNAL;
   }
   return send(hSocket, pBuffer, NumBytes, Flags);
