@@ -48,7 +48,7 @@ struct PROBE_SETTINGS {
   uint32_t                 VTarget    = 3300;  // from the board's own supply, in mV; 0: it has none
   uint32_t                 Supply     = 3300;  // what the probe gives when asked to, in mV
   uint32_t                 MaxSpeed   = 15000;  // kHz
-  bool                     ResetHalts = true;   // whether the core is halted behind a reset
+  bool                     ResetHalts = true;   // whether the core is halted after a reset
   bool                     ResetPin   = true;   // whether the device's reset pin is connected
   bool                     IsFast     = false;  // see clock.h
   std::vector<std::string> Faults;
@@ -57,7 +57,7 @@ struct PROBE_SETTINGS {
   std::string sError;
 };
 
-// Sets one key of the probe's file ("ip", "vtarget", ...); false when key or value is no good.
+// Sets one key of the probe's file ("ip", "vtarget", ...); false when key or value is invalid.
 bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,
                      std::string* psError);
 
@@ -75,11 +75,11 @@ class Bench {
 
   const std::string& Directory() const { return sDirectory_; }
 
-  // All probes in the order of their serial numbers, also those whose file is no good; none is no
-  // error.
+  // All probes in the order of their serial numbers, also those with an invalid file; no probe is
+  // not an error.
   bool List(std::vector<PROBE_SETTINGS>* pProbes, std::string* psError) const;
   // The default one of these probes (the first if there are several), or else the one with the
-  // lowest serial number; NULL when there is none.
+  // lowest serial number; NULL when there is no probe.
   static const PROBE_SETTINGS* DefaultOf(const std::vector<PROBE_SETTINGS>& Probes);
   // The same of all probes. An empty bench gets one: a probe with an STM32F407 as delivered and a
   // program in its flash.
@@ -98,8 +98,8 @@ class Bench {
   // The files of a probe that this process has locked.
   bool Remove(const PROBE_SETTINGS& Probe, std::string* psError) const;
 
-  // Takes the probe for this process until Unlock or exit. -1 when another has it. Whoever writes a
-  // probe's files holds its lock.
+  // Takes the probe for this process until Unlock or exit. -1 when another has it. A program that
+  // writes a probe's files holds its lock.
   int         Lock(const PROBE_SETTINGS& Probe, std::string* psError) const;
   static void Unlock(int LockFile);
 
@@ -113,7 +113,7 @@ class Bench {
   std::string sDirectory_;
 };
 
-// What a probe gives its device or the device's board has of its own, in mV.
+// The device's supply, from its board or from the probe, in mV.
 uint32_t SupplyOf(const PROBE_SETTINGS& Probe, const LINK& Link);
 
 }  // namespace sim

@@ -1,6 +1,6 @@
 // sim/catalog.h
 //
-// The devices that can be on a bench. Each folder of a controller kind has a table of its own rows,
+// The devices that can be on a bench. Each folder of a controller kind has a table of its rows,
 // each of which names a device of silicon/ and points at its family:
 //
 //   struct F1_DEVICE { const silicon::DEVICE* pFacts; const F1_FAMILY* pFamily; ... };

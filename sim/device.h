@@ -2,7 +2,7 @@
 //
 // One STM32 as a debugger meets it: memories, the registers around the flash controller, reset,
 // power, the core and the watchdogs. The flash controller, which differs most between families, is
-// behind controller.h.
+// in controller.h.
 //
 // Time is in microseconds of the device's own clock and moves only through AdvanceTo, Read and Write.
 // Not thread-safe: one caller at a time.
@@ -102,7 +102,7 @@ class Device : private Surroundings {
   void       SetProgram(PROGRAM Program) { program_ = Program; }
   int        WatchdogResets() const { return watchdogResets_; }
 
-  // -- The debugger's bus. Size is 1, 2 or 4 bytes; an address that is no multiple of it fails.
+  // -- The debugger's bus. Size is 1, 2 or 4 bytes; an address that is not a multiple fails.
   // False: the transfer failed.
   bool DebugPortAnswers() const;
   // How long the bus makes this access wait at least: 0 when it is done at once, FOREVER when it

@@ -1,7 +1,7 @@
 // sim/keyfile.h
 //
-// The bench's files: lines "key = value", in the order in which they were added. A key may stand
-// more than once. Empty lines and lines that begin with '#' are comments and are not kept.
+// The bench's files: lines "key = value", in the order in which they were added. A key may be
+// there more than once. Empty lines and lines that begin with '#' are comments and are not kept.
 
 #ifndef SIM_KEYFILE_H
 #define SIM_KEYFILE_H

@@ -48,7 +48,7 @@ class Memory {
 
   // As lines "memory.NAME.ADDRESS = COUNT x WORD" or "... = WORD WORD ...", erased parts left out.
   void SaveTo(KeyFile* pFile) const;
-  // One such line's part behind "memory.NAME."; false when it is not well formed.
+  // One such line's part after "memory.NAME."; false when it is malformed.
   bool LoadLine(const std::string& sAddress, const std::string& sWords);
 
  private:

@@ -32,7 +32,7 @@ std::string DecodeFields(const silicon::FIELDS& Fields, uint32_t Value);
 // A word after a write of 1, 2 or 4 bytes at the address, which lies in it.
 uint32_t Merge(uint32_t Word, uint32_t Address, uint32_t Size, uint32_t Value);
 
-// The values behind a table. Registers are named by their offset from the block's base, as in a
+// The values of the registers in a table. Registers are named by their offset from the block's base, as in a
 // manual; a block with base 0 names them by address.
 class RegisterFile {
  public:

@@ -24,7 +24,7 @@ std::vector<std::string> SplitWords(const std::string& sText);
 
 bool EqualNoCase(const std::string& sA, const std::string& sB);
 
-// The whole text as a number: decimal, or hexadecimal behind 0x. False when it is anything else,
+// The whole text as a number: decimal, or hexadecimal after 0x. False when it is anything else,
 // or too large; *pValue is left alone then.
 bool ParseNumber(const std::string& sText, uint64_t* pValue);
 bool ParseU32(const std::string& sText, uint32_t* pValue);

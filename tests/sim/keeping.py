@@ -66,7 +66,7 @@ class Keeping(unittest.TestCase):
             return file.read()
 
     def assert_true_verdict(self, output):
-        """Who was told "O.K." in the end has a device at factory state; the files can be read."""
+        """After a last line "O.K." the device is at factory state; the files can be read."""
         status, shown = self.bench("show", "--expect-factory")
         self.assertIn(status, (0, 1), shown)
         if output.endswith("seconds)...O.K.\n"):
@@ -113,7 +113,7 @@ class Keeping(unittest.TestCase):
                 self.assertIn("The state of the device cannot be saved.", output)
                 self.assertIn("1.device: File too large", output)
                 self.assertEqual(255, status, output)
-        self.assertGreater(told, 5)   # and of those some in the midst of it
+        self.assertGreater(told, 5)   # some of them during the reset
         self.assertEqual(0, self.assert_true_verdict(self.reset(limit=1 << 20)[1]))
 
     def test_quobe_bench_says_what_it_could_not_save(self):
