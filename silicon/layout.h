@@ -116,6 +116,9 @@ inline constexpr LAYOUT aLayouts[] = {
 
 // clang-format on
 
+static_assert(sizeof(aLayouts) / sizeof(aLayouts[0]) == sizeof(apDevices) / sizeof(apDevices[0]),
+              "each device has a row");
+
 }  // namespace silicon
 
 #endif
