@@ -24,6 +24,9 @@ namespace {
 [[maybe_unused]] const int64_t NUM_COUNTED_RUNS = 20;
 [[maybe_unused]] const clock_t MAX_COUNTED_TIME = CLOCKS_PER_SEC / 20;
 
+// Growth is seen in fewer repetitions than a ratio.
+const int NUM_GROWTH_REPETITIONS = 9;
+
 struct CONTENDER {
   std::string         Name;  // of a row of growth: the size
   int64_t             NumUnits;
@@ -246,7 +249,10 @@ void Register(REPORTER* pReporter) {
     for (CONTENDER& Contender : Row.aContender) {
       const std::string Name   = Row.Name + " | " + Contender.Name;
       pReporter->aByName[Name] = &Contender;
-      benchmark::RegisterBenchmark(Name.c_str(), Contender.Loops.Timed);
+      auto* pBenchmark         = benchmark::RegisterBenchmark(Name.c_str(), Contender.Loops.Timed);
+      if (Row.IsGrowth) {
+        pBenchmark->Repetitions(NUM_GROWTH_REPETITIONS);
+      }
     }
   }
 }
