@@ -5,7 +5,9 @@
 #include "sys/memory.h"
 #include "util/format.h"
 
-static void Report(const DYNBUFFER* pBuffer, const char* sFormat, uint32_t Value) {
+// Not inline: its buffer would make every append set up a larger stack frame.
+static __attribute__((noinline)) void Report(const DYNBUFFER* pBuffer, const char* sFormat,
+                                             uint32_t Value) {
   if (pBuffer->pfError != NULL) {
     char acMessage[256];
     UTIL_snprintf(acMessage, sizeof(acMessage), sFormat, Value);
@@ -13,13 +15,9 @@ static void Report(const DYNBUFFER* pBuffer, const char* sFormat, uint32_t Value
   }
 }
 
-// The description of SYS_MEM_AllocNamed is for debuggers. pfError is the caller's only report.
-static uint8_t* AllocStorage(const DYNBUFFER* pBuffer, uint32_t Size) {
-  uint8_t* pData = (uint8_t*)SYS_MEM_AllocNamed(Size, "DYNBUFFER: dynamic buffer");
-  if (pData == NULL) {
-    Report(pBuffer, "Cannot allocate %d bytes of memory for dynamic buffer", Size);
-  }
-  return pData;
+// pfError is the caller's only report.
+static void ReportNoMemory(const DYNBUFFER* pBuffer, uint32_t Size) {
+  Report(pBuffer, "Cannot allocate %d bytes of memory for dynamic buffer", Size);
 }
 
 // Fills the bytes from index From to the end of the allocation, if there is a fill byte.
@@ -32,8 +30,10 @@ static void FillFresh(DYNBUFFER* pBuffer, uint32_t From) {
 int32_t DynBufferCreate(DYNBUFFER* pBuffer, void (*pfError)(const char* sMessage), uint32_t MaxSize,
                         uint32_t InitialSize, int32_t FillByte) {
   pBuffer->pfError = pfError;
-  uint8_t* pData   = AllocStorage(pBuffer, InitialSize);
+  // The description is for debuggers.
+  uint8_t* pData = (uint8_t*)SYS_MEM_AllocNamed(InitialSize, "DYNBUFFER: dynamic buffer");
   if (pData == NULL) {
+    ReportNoMemory(pBuffer, InitialSize);
     return DYNBUFFER_ERR_MEMORY;
   }
   pBuffer->pData        = pData;
@@ -72,14 +72,12 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index) {
   if (NewSize > pBuffer->MaxSize) {
     NewSize = pBuffer->MaxSize;
   }
-  uint8_t* pData = AllocStorage(pBuffer, NewSize);
+  // Large blocks are moved by changing the page tables, which copies nothing.
+  uint8_t* pData = (uint8_t*)SYS_MEM_Realloc(pBuffer->pData, NewSize);
   if (pData == NULL) {
+    ReportNoMemory(pBuffer, NewSize);
     return DYNBUFFER_ERR_MEMORY;
   }
-  if (OldSize > 0) {
-    memcpy(pData, pBuffer->pData, OldSize);
-  }
-  SYS_MEM_Free(pBuffer->pData);
   pBuffer->pData     = pData;
   pBuffer->AllocSize = NewSize;
   FillFresh(pBuffer, OldSize);
@@ -105,10 +103,4 @@ int32_t DynBufferWriteAt(DYNBUFFER* pBuffer, uint32_t Offset, const void* pBytes
   }
   pBuffer->Written = 1;
   return 0;
-}
-
-// Nothing written yet is not the same as one byte written: HighestIndex is 0 in both cases.
-int32_t DynBufferAppend(DYNBUFFER* pBuffer, const void* pBytes, uint32_t NumBytes) {
-  return DynBufferWriteAt(pBuffer, pBuffer->Written != 0 ? pBuffer->HighestIndex + 1 : 0, pBytes,
-                          NumBytes);
 }

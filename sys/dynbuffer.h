@@ -14,6 +14,7 @@
 #define SYS_DYNBUFFER_H
 
 #include <stdint.h>
+#include <string.h>
 
 // Results other than 0.
 enum {
@@ -68,6 +69,16 @@ int32_t DynBufferWriteAt(DYNBUFFER* pBuffer, uint32_t Offset, const void* pBytes
 // Copies NumBytes bytes to the end of the bytes in use.
 // This is DynBufferWriteAt at HighestIndex + 1 once Written is set, else at 0. Appending 0 bytes
 // therefore gives DYNBUFFER_ERR_RANGE while nothing is written, and 0 afterwards.
-int32_t DynBufferAppend(DYNBUFFER* pBuffer, const void* pBytes, uint32_t NumBytes);
+inline int32_t DynBufferAppend(DYNBUFFER* pBuffer, const void* pBytes, uint32_t NumBytes) {
+  // Nothing written yet is not the same as one byte written: HighestIndex is 0 in both cases.
+  const uint32_t Offset = pBuffer->Written != 0 ? pBuffer->HighestIndex + 1 : 0;
+  if (NumBytes == 0 || NumBytes > pBuffer->AllocSize - Offset) {
+    return DynBufferWriteAt(pBuffer, Offset, pBytes, NumBytes);
+  }
+  memcpy(pBuffer->pData + Offset, pBytes, NumBytes);
+  pBuffer->HighestIndex = Offset + NumBytes - 1;
+  pBuffer->Written      = 1;
+  return 0;
+}
 
 #endif

@@ -61,7 +61,7 @@ TEST(SysDynBufferFaults, GrowthWithoutMemoryLeavesRecordAndBytes) {
   ASSERT_EQ(0, DynBufferAppend(&Buffer, "abcd", 4));
   const DYNBUFFER Before = Buffer;
   {
-    const FAULT Fault("malloc", ENOMEM);
+    const FAULT Fault("realloc", ENOMEM);
     EXPECT_EQ(DYNBUFFER_ERR_MEMORY, DynBufferAppend(&Buffer, "e", 1));
   }
   EXPECT_EQ("Cannot allocate 8 bytes of memory for dynamic buffer", LastMessage);
@@ -73,15 +73,18 @@ TEST(SysDynBufferFaults, GrowthWithoutMemoryLeavesRecordAndBytes) {
 
 TEST(SysDynBufferFaults, NewBytesAreFilledFromZeroOnAndLeftUndefinedBelow) {
   for (const int32_t Fill : {0, 0x77, 255, -1, -256}) {
-    const char sWant[] = {'x', (char)(Fill < 0 ? 0xEE : Fill), 0};
-    DYNBUFFER  Buffer;
+    const std::string sWant(20, (char)(Fill < 0 ? 0xEE : Fill));
+    DYNBUFFER         Buffer;
     MallocFill = 0xEE;
     ASSERT_EQ(0, DynBufferCreate(&Buffer, nullptr, 100, 4, Fill));
-    EXPECT_EQ(std::string(4, sWant[1]), std::string((const char*)Buffer.pData, 4)) << Fill;
+    MallocFill = -1;
+    EXPECT_EQ(sWant.substr(0, 4), std::string((const char*)Buffer.pData, 4)) << Fill;
     ASSERT_EQ(0, DynBufferAppend(&Buffer, "x", 1));
     ASSERT_EQ(0, DynBufferEnsure(&Buffer, 19));
-    MallocFill = -1;
-    EXPECT_EQ("x" + std::string(19, sWant[1]), std::string((const char*)Buffer.pData, 20)) << Fill;
+    // What realloc() leaves in bytes that are not filled is not known.
+    const size_t NumKnown = Fill < 0 ? 4 : 20;
+    EXPECT_EQ("x" + sWant.substr(1, NumKnown - 1), std::string((const char*)Buffer.pData, NumKnown))
+        << Fill;
     DynBufferFree(&Buffer);
   }
 }
