@@ -57,28 +57,21 @@ static int32_t InitRecursive(pthread_mutex_t* pMutex, pthread_mutexattr_t* pAttr
   return 0;
 }
 
-// A timed lock polls because Darwin has no pthread_mutex_timedlock().
-static int32_t LockMutex(pthread_mutex_t* pMutex, uint32_t Timeout) {
-  if (Timeout == SYS_WAIT_FOREVER) {
-    return pthread_mutex_lock(pMutex) == 0 ? 0 : -1;
-  }
+// A timed lock polls because Darwin has no pthread_mutex_timedlock(). The clock is read only now
+// that the mutex was found locked.
+int32_t SYS_MUTEX_Poll(pthread_mutex_t* pMutex, uint32_t Timeout, int Error) {
   const struct timeval  Deadline = GetDeadline(Timeout);
   const struct timespec Pause    = {0, POLL_NS};
-  for (;;) {
-    // Only EBUSY means that another thread holds the mutex. Any other error will not go away.
-    const int Result = pthread_mutex_trylock(pMutex);
-    if (Result != EBUSY) {
-      return Result == 0 ? 0 : -1;
-    }
+  // Only EBUSY means that another thread holds the mutex, and only a try ends with it. Any other
+  // error will not go away.
+  while (Error == EBUSY) {
     nanosleep(&Pause, NULL);
     if (IsPast(&Deadline)) {
       return SYS_TIMEOUT;
     }
+    Error = pthread_mutex_trylock(pMutex);
   }
-}
-
-static int32_t UnlockMutex(pthread_mutex_t* pMutex) {
-  return pthread_mutex_unlock(pMutex) == 0 ? 0 : 1;
+  return Error == 0 ? 0 : -1;
 }
 
 static int IsMutex(const SYS_MUTEX* pMutex) {
@@ -114,14 +107,6 @@ void SYS_MUTEX_Destroy(SYS_MUTEX** ppMutex) {
   }
 }
 
-int32_t SYS_MUTEX_Lock(SYS_MUTEX* pMutex, uint32_t Timeout) {
-  return IsMutex(pMutex) ? LockMutex(&pMutex->Mutex, Timeout) : -1;
-}
-
-int32_t SYS_MUTEX_Unlock(SYS_MUTEX* pMutex) {
-  return IsMutex(pMutex) ? UnlockMutex(&pMutex->Mutex) : 1;
-}
-
 static int IsLock(const SYS_LOCK* pLock) {
   return pLock != NULL && pLock->IsCreated != 0;
 }
@@ -141,14 +126,6 @@ void SYS_LOCK_Destroy(SYS_LOCK* pLock) {
     pLock->IsCreated = 0;
     pthread_mutex_destroy(&pLock->Mutex);
   }
-}
-
-int32_t SYS_LOCK_Lock(SYS_LOCK* pLock, uint32_t Timeout) {
-  return IsLock(pLock) ? LockMutex(&pLock->Mutex, Timeout) : -1;
-}
-
-int32_t SYS_LOCK_Unlock(SYS_LOCK* pLock) {
-  return IsLock(pLock) ? UnlockMutex(&pLock->Mutex) : 1;
 }
 
 // A failed create returns -1, so -1 is refused like NULL.

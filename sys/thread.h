@@ -17,6 +17,7 @@
 #define SYS_THREAD_H
 
 #include <pthread.h>
+#include <stddef.h>
 #include <stdint.h>
 
 enum {
@@ -40,6 +41,15 @@ struct SYS_MUTEX {
   pthread_mutexattr_t Attr;
 };
 
+// Parts of SYS_MUTEX_Lock and SYS_LOCK_Lock; call those instead.
+// SYS_MUTEX_Poll goes on after a first try that ended with Error.
+int32_t        SYS_MUTEX_Poll(pthread_mutex_t* pMutex, uint32_t Timeout, int Error);
+inline int32_t SYS_MUTEX_LockPosix(pthread_mutex_t* pMutex, uint32_t Timeout) {
+  const int Error =
+      Timeout == SYS_WAIT_FOREVER ? pthread_mutex_lock(pMutex) : pthread_mutex_trylock(pMutex);
+  return Error == 0 ? 0 : SYS_MUTEX_Poll(pMutex, Timeout, Error);
+}
+
 // Creates a mutex.
 // sName may be NULL; of a longer name the first 31 characters are kept. Returns the handle; NULL
 // when all slots are in use or the system cannot create another mutex.
@@ -55,11 +65,15 @@ void SYS_MUTEX_Destroy(SYS_MUTEX** ppMutex);
 // in use.
 // A lock with a time-out polls: it tries once, then every millisecond, so a thread that waits
 // without limit gets the mutex first. A Timeout of 0 gives up after the first pause.
-int32_t SYS_MUTEX_Lock(SYS_MUTEX* pMutex, uint32_t Timeout);
+inline int32_t SYS_MUTEX_Lock(SYS_MUTEX* pMutex, uint32_t Timeout) {
+  return pMutex != NULL && pMutex->InUse != 0 ? SYS_MUTEX_LockPosix(&pMutex->Mutex, Timeout) : -1;
+}
 
 // Unlocks the mutex.
 // Returns 0; 1 when the caller does not own the mutex, or the handle is NULL or not in use.
-int32_t SYS_MUTEX_Unlock(SYS_MUTEX* pMutex);
+inline int32_t SYS_MUTEX_Unlock(SYS_MUTEX* pMutex) {
+  return pMutex != NULL && pMutex->InUse != 0 && pthread_mutex_unlock(&pMutex->Mutex) == 0 ? 0 : 1;
+}
 
 // ---- Locks --------------------------------------------------------------------------------------
 //
@@ -83,8 +97,12 @@ void SYS_LOCK_Destroy(SYS_LOCK* pLock);
 
 // Lock and unlock as SYS_MUTEX_Lock and SYS_MUTEX_Unlock do.
 // A record that is not created is treated as a handle that is not in use.
-int32_t SYS_LOCK_Lock(SYS_LOCK* pLock, uint32_t Timeout);
-int32_t SYS_LOCK_Unlock(SYS_LOCK* pLock);
+inline int32_t SYS_LOCK_Lock(SYS_LOCK* pLock, uint32_t Timeout) {
+  return pLock != NULL && pLock->IsCreated != 0 ? SYS_MUTEX_LockPosix(&pLock->Mutex, Timeout) : -1;
+}
+inline int32_t SYS_LOCK_Unlock(SYS_LOCK* pLock) {
+  return pLock != NULL && pLock->IsCreated != 0 && pthread_mutex_unlock(&pLock->Mutex) == 0 ? 0 : 1;
+}
 
 // ---- Events -------------------------------------------------------------------------------------
 //
