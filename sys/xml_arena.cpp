@@ -6,30 +6,27 @@
 
 static const uint32_t CHUNK_SIZE = 0x400000;
 
+// The first class of a power of 2 has the pieces from 2^FIRST_POWER bytes on.
+static const uint32_t FIRST_POWER = 9;
+static const uint32_t NUM_SMALL   = (1u << FIRST_POWER) / 8;
+
 static XmlArena* CreateChunk(uint32_t Capacity) {
-  if (Capacity > UINT32_MAX - sizeof(XmlArena)) {
+  const uint32_t Overhead = (uint32_t)sizeof(XmlArena) + SYS_XML_CHUNK_SLACK;
+  if (Capacity > UINT32_MAX - Overhead) {
     return NULL;
   }
-  XmlArena* pChunk = (XmlArena*)SYS_MEM_Alloc((uint32_t)sizeof(XmlArena) + Capacity);
+  XmlArena* pChunk = (XmlArena*)SYS_MEM_Alloc(Overhead + Capacity);
   if (pChunk != NULL) {
     pChunk->pData    = (uint8_t*)(pChunk + 1);
     pChunk->pNext    = NULL;
-    pChunk->pOpen    = pChunk;
     pChunk->Used     = 0;
     pChunk->Capacity = Capacity;
   }
   return pChunk;
 }
 
-// The first chunk with any room, or the last one. A document of many small pieces has dozens of
-// full chunks in front of it; walking them for each piece would take most of the time of loading.
-static XmlArena* FindOpenChunk(XmlArena* pArena) {
-  XmlArena* pChunk = pArena->pOpen;
-  while (pChunk->Used == pChunk->Capacity && pChunk->pNext != NULL) {
-    pChunk = pChunk->pNext;
-  }
-  pArena->pOpen = pChunk;
-  return pChunk;
+static uint32_t GetRoom(const XmlArena* pChunk) {
+  return pChunk->Capacity - pChunk->Used;
 }
 
 static void* TakeFromChunk(XmlArena* pChunk, uint32_t NumBytes) {
@@ -38,23 +35,65 @@ static void* TakeFromChunk(XmlArena* pChunk, uint32_t NumBytes) {
   return pMem;
 }
 
+// Adds a chunk at the end of the chain and takes NumBytes bytes from it.
+static void* TakeFromNewChunk(XmlArena* pArena, uint32_t Capacity, uint32_t NumBytes) {
+  XmlArena* pChunk = CreateChunk(Capacity);
+  if (pChunk == NULL) {
+    return NULL;
+  }
+  pArena->pLast->pNext = pChunk;
+  pArena->pLast        = pChunk;
+  return TakeFromChunk(pChunk, NumBytes);
+}
+
+// Returns the class of a piece below CHUNK_SIZE bytes. *pLeast is the smallest piece of that class.
+static uint32_t GetClass(uint32_t NumBytes, uint32_t* pLeast) {
+  if (NumBytes < 8 * NUM_SMALL) {
+    const uint32_t Class = NumBytes / 8;
+    *pLeast              = Class > 0 ? 8 * Class : 1;
+    return Class;
+  }
+  const uint32_t Power = 31 - (uint32_t)__builtin_clz(NumBytes);
+  *pLeast              = 1u << Power;
+  return NUM_SMALL + Power - FIRST_POWER;
+}
+
+// Returns the first chunk with at least NumBytes bytes of room, or NULL. Rooms only shrink, so a
+// class never has to look again at a chunk that has no room for its smallest piece. Without that, a
+// document of many small pieces would walk dozens of nearly full chunks for each of them.
+static XmlArena* FindRoom(XmlArena* pArena, uint32_t NumBytes) {
+  uint32_t       Least;
+  const uint32_t Class  = GetClass(NumBytes, &Least);
+  XmlArena*      pChunk = pArena->apOpen[Class];
+  while (GetRoom(pChunk) < Least && pChunk->pNext != NULL) {
+    pChunk = pChunk->pNext;
+  }
+  pArena->apOpen[Class] = pChunk;
+  // Any other piece of the class may need more.
+  while (pChunk != NULL && GetRoom(pChunk) < NumBytes) {
+    pChunk = pChunk->pNext;
+  }
+  return pChunk;
+}
+
 XmlArena* SYS_XML_CreateArena(void) {
-  return CreateChunk(CHUNK_SIZE);
+  XmlArena* pArena = CreateChunk(CHUNK_SIZE);
+  if (pArena != NULL) {
+    pArena->pLast = pArena;
+    for (XmlArena*& pOpen : pArena->apOpen) {
+      pOpen = pArena;
+    }
+  }
+  return pArena;
 }
 
 void* SYS_XML_AllocFromArena(XmlArena* pArena, uint32_t NumBytes) {
-  XmlArena* pChunk = FindOpenChunk(pArena);
-  for (;;) {
-    if (NumBytes < CHUNK_SIZE && pChunk->Capacity - pChunk->Used >= NumBytes) {
-      return TakeFromChunk(pChunk, NumBytes);
-    }
-    if (pChunk->pNext == NULL) {
-      break;
-    }
-    pChunk = pChunk->pNext;
+  if (NumBytes >= CHUNK_SIZE) {
+    return TakeFromNewChunk(pArena, NumBytes, NumBytes);
   }
-  pChunk->pNext = CreateChunk(NumBytes < CHUNK_SIZE ? CHUNK_SIZE : NumBytes);
-  return pChunk->pNext == NULL ? NULL : TakeFromChunk(pChunk->pNext, NumBytes);
+  XmlArena* pChunk = FindRoom(pArena, NumBytes);
+  return pChunk != NULL ? TakeFromChunk(pChunk, NumBytes)
+                        : TakeFromNewChunk(pArena, CHUNK_SIZE, NumBytes);
 }
 
 void SYS_XML_FreeArena(XmlArena* pArena) {

@@ -11,14 +11,26 @@
 
 #include <stdint.h>
 
+enum {
+  // Bytes after each chunk's data. They are never handed out, so that a text may be copied in
+  // blocks that read a little beyond its piece.
+  SYS_XML_CHUNK_SLACK = 32,
+  // Classes of sizes: below 512 bytes one for each multiple of 8, from there on one for each power
+  // of 2 up to 4 MiB.
+  SYS_XML_NUM_CLASSES = 64 + 13
+};
+
 // One chunk. The arena is the first chunk of a chain. The data follows the record in the same block
 // and is aligned for any record of the XML document.
 struct XmlArena {
   uint8_t*  pData;
   XmlArena* pNext;  // NULL for the last one
-  XmlArena* pOpen;  // in the first chunk: the chunks before this one are full
   uint32_t  Used;
   uint32_t  Capacity;
+
+  // In the first chunk only.
+  XmlArena* pLast;
+  XmlArena* apOpen[SYS_XML_NUM_CLASSES];  // the chunks before it have no room for the class
 };
 
 // Makes an arena of one empty chunk of 0x400000 bytes.

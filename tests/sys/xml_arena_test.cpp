@@ -73,8 +73,26 @@ TEST_F(SysXmlArena, FullChunksAreSkippedAndAnyOtherIsStillFirst) {
   ASSERT_NE(nullptr, pChunk);
   EXPECT_EQ(pChunk->pData, pFourth);
   EXPECT_EQ(pFourth + 1, Take(1));
-  EXPECT_EQ(pChunk, m_pArena->pOpen);  // the chunks before it are not walked again
+  EXPECT_EQ(pChunk, m_pArena->apOpen[0]);  // the chunks before it are not walked again
   EXPECT_EQ(nullptr, pChunk->pNext);
+}
+
+// A walk from the first chunk would end there, and the piece would come from a new chunk.
+TEST_F(SysXmlArena, ChunksWithoutRoomAreNotWalkedAgain) {
+  for (const uint32_t NumBytes : {1u, 7u, 8u, 16u, 64u, 504u, 512u, 1000u, 4096u, 100000u}) {
+    SYS_XML_FreeArena(m_pArena);
+    m_pArena            = SYS_XML_CreateArena();
+    const uint32_t Left = NumBytes < 8 ? 0 : NumBytes < 512 ? NumBytes - 8 : NumBytes / 2 - 1;
+    for (int i = 0; i < 4; i++) {
+      Take(0x400000 - 1 - Left);  // leaves a little, which is used up or too small
+      Take(1);
+    }
+    uint8_t* const  pPiece = static_cast<uint8_t*>(Take(NumBytes));
+    XmlArena* const pNext  = m_pArena->pNext;
+    m_pArena->pNext        = nullptr;
+    EXPECT_EQ(pPiece + NumBytes, Take(NumBytes)) << NumBytes;
+    m_pArena->pNext = pNext;
+  }
 }
 
 TEST_F(SysXmlArena, ASizeThatNoBlockCanHaveGivesNullAndChangesNothing) {
