@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "sys/memory.h"
+#include "sys/registry_list.h"
 #include "sys/registry_store.h"
 #include "sys/xml_node.h"
 #include "util/arith.h"
@@ -12,7 +13,7 @@
 
 // ---- Keys ---------------------------------------------------------------------------------------
 
-static const uint32_t NAME_SIZE = 512;  // of a component or a value's name, terminator counted
+static const uint32_t NAME_SIZE = SYS_REG_NAME_SIZE;  // of a component as of a value's name
 
 // Moves behind the path's next component and its backslash and stores it, in the form of an
 // element's name, in a buffer of NAME_SIZE bytes. 0, or -1 when it is too long.
@@ -87,44 +88,23 @@ void SYS_REG_CloseKey(RegistryKeyHandle* hKey) {
 
 // ---- Values -------------------------------------------------------------------------------------
 
-// What the names of a value's further attributes are made of.
-static const char     TypeSuffix[]   = "_OSTRELRegType";
-static const char     StringSuffix[] = "_OSTRELRegMltStr";
-static const uint32_t ATTR_NAME_SIZE = NAME_SIZE + 32;  // the longer suffix and an index
-
-static const uint32_t STRINGS_IN_BLOCK = 4096;
-
 namespace {
 
 struct TYPE_ROW {
   uint32_t    Type;
+  uint32_t    NameLen;
   const char* sName;
-};
-
-// A value that an operation is about.
-struct VALUE {
-  RegistryKeyHandle Key;
-  char              acName[NAME_SIZE];
-  char              acTypeName[ATTR_NAME_SIZE];  // of the attribute that holds the type
-};
-
-// The strings of a list from its second one on. Looking for each by its name would take the square
-// of their number; here all attributes are passed once for each block of strings.
-struct STRINGS {
-  const VALUE*  pValue;
-  uint32_t      First;                     // index of apAttr[0], 0 while nothing was looked for
-  XmlAttribute* apAttr[STRINGS_IN_BLOCK];  // undefined while nothing was looked for
 };
 
 }  // namespace
 
 static const TYPE_ROW aType[] = {
-    {SYS_REG_TYPE_SZ, "SYS_REG_TYPE_SZ"},
-    {SYS_REG_TYPE_MULTI_SZ, "SYS_REG_TYPE_MULTI_SZ"},
-    {SYS_REG_TYPE_EXPAND_SZ, "SYS_REG_TYPE_EXPAND_SZ"},
-    {SYS_REG_TYPE_BINARY, "SYS_REG_TYPE_BINARY"},
-    {SYS_REG_TYPE_DWORD, "SYS_REG_TYPE_DWORD"},
-    {SYS_REG_TYPE_QWORD, "SYS_REG_TYPE_QWORD"},
+    {SYS_REG_TYPE_SZ, 15, "SYS_REG_TYPE_SZ"},
+    {SYS_REG_TYPE_MULTI_SZ, 21, "SYS_REG_TYPE_MULTI_SZ"},
+    {SYS_REG_TYPE_EXPAND_SZ, 22, "SYS_REG_TYPE_EXPAND_SZ"},
+    {SYS_REG_TYPE_BINARY, 19, "SYS_REG_TYPE_BINARY"},
+    {SYS_REG_TYPE_DWORD, 18, "SYS_REG_TYPE_DWORD"},
+    {SYS_REG_TYPE_QWORD, 18, "SYS_REG_TYPE_QWORD"},
 };
 
 // One token of a value's name, appended to the Length characters in a buffer of NAME_SIZE bytes.
@@ -136,7 +116,7 @@ static int32_t AppendToken(const char** ps, char* pName, uint32_t Length) {
   }
   for (;;) {
     const char c = **ps;
-    if (c == 0 || (IsQuoted ? c == '"' : UTIL_IsWhite((uint8_t)c) != 0)) {
+    if (c == 0 || (IsQuoted ? c == '"' : (uint8_t)c <= ' ' && UTIL_IsWhite((uint8_t)c))) {
       break;
     }
     if (Length == NAME_SIZE - 1) {
@@ -164,8 +144,8 @@ static int32_t ReadName(const char* sName, char* pName) {
 
 static const int32_t GO_ON = -1;
 
-// What all operations on values begin with. GO_ON, or the operation's result.
-static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, VALUE* pValue) {
+// Prepares an operation on a value. Returns GO_ON, or the operation's result.
+static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, REGISTRY_VALUE* pValue) {
   if (sName == NULL || sName[0] == 0 || SYS_REGSTORE_Resolve(hKey, &pValue->Key) != 0) {
     return SYS_REG_FAILED;
   }
@@ -173,68 +153,14 @@ static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, VALUE* pV
   if (Length <= 0) {
     return Length < 0 ? SYS_REG_FAILED : SYS_REG_OK;
   }
-  UTIL_snprintf(pValue->acTypeName, (int32_t)ATTR_NAME_SIZE, "%s%s", pValue->acName, TypeSuffix);
+  pValue->NameLen = (uint32_t)Length;
+  SYS_REGLIST_SetTypeName(pValue);
   return GO_ON;
-}
-
-// Stores the name of the attribute that holds a list's string Index, 1 or more.
-static void FormatStringName(const VALUE* pValue, uint32_t Index, char* pName) {
-  UTIL_snprintf(pName, (int32_t)ATTR_NAME_SIZE, "%s%s%d", pValue->acName, StringSuffix, Index);
-}
-
-// Non-zero for 1, 2, ... as a list's strings are counted. No document holds so many that ten digits
-// are needed, which would wrap around to the index of another string.
-static int IsIndex(const char* s) {
-  const size_t NumDigits = strspn(s, "0123456789");
-  return *s != '0' && NumDigits > 0 && NumDigits < 10 && s[NumDigits] == 0;
-}
-
-// What the attribute's name has behind the value's; NULL when it does not begin with that.
-static const char* GetSuffix(const VALUE* pValue, const XmlAttribute* pAttr) {
-  const size_t NameLen = strlen(pValue->acName);
-  return strncmp(pAttr->sName, pValue->acName, NameLen) == 0 ? pAttr->sName + NameLen : NULL;
-}
-
-// The index of the string of the value's list that the attribute holds, 0 for any other attribute.
-static uint32_t GetStringIndex(const VALUE* pValue, const XmlAttribute* pAttr) {
-  const char*  sSuffix   = GetSuffix(pValue, pAttr);
-  const size_t SuffixLen = sizeof(StringSuffix) - 1;
-  uint32_t     Index     = 0;
-  if (sSuffix != NULL && strncmp(sSuffix, StringSuffix, SuffixLen) == 0 &&
-      IsIndex(sSuffix + SuffixLen)) {
-    UTIL_ParseU32(sSuffix + SuffixLen, &Index);
-  }
-  return Index;
-}
-
-static void StartStrings(STRINGS* pStrings, const VALUE* pValue) {
-  pStrings->pValue = pValue;
-  pStrings->First  = 0;
-}
-
-// Index counts up from 1. NULL when there is no such string.
-static XmlAttribute* FindString(STRINGS* pStrings, uint32_t Index) {
-  if (pStrings->First == 0 || Index - pStrings->First >= STRINGS_IN_BLOCK) {
-    pStrings->First = Index;
-    memset(pStrings->apAttr, 0, sizeof(pStrings->apAttr));
-    XmlAttribute* pAttr = pStrings->pValue->Key.pElement->pFirstAttr;
-    for (; pAttr != NULL; pAttr = pAttr->pNext) {
-      const uint32_t Slot = GetStringIndex(pStrings->pValue, pAttr) - Index;
-      if (Slot < STRINGS_IN_BLOCK && pStrings->apAttr[Slot] == NULL) {
-        pStrings->apAttr[Slot] = pAttr;
-      }
-    }
-  }
-  return pStrings->apAttr[Index - pStrings->First];
 }
 
 // ---- Setting ------------------------------------------------------------------------------------
 
-static int32_t SetAttr(const VALUE* pValue, const char* sAttrName, const char* sText) {
-  return SYS_XML_SetAttr(pValue->Key.pDoc, pValue->Key.pElement, sAttrName, sText);
-}
-
-// NULL for a number that names no type.
+// Returns NULL for a number that is not a type.
 static const char* GetTypeName(uint32_t Type) {
   for (const TYPE_ROW& Row : aType) {
     if (Row.Type == Type) {
@@ -244,22 +170,20 @@ static const char* GetTypeName(uint32_t Type) {
   return NULL;
 }
 
-static uint32_t SetText(const VALUE* pValue, const char* sTypeName, const char* sText) {
-  if (SetAttr(pValue, pValue->acName, sText) != 0 ||
-      SetAttr(pValue, pValue->acTypeName, sTypeName) != 0) {
-    return SYS_REG_FAILED;
+static int32_t SetText(const REGISTRY_VALUE* pValue, const char* sTypeName, const char* sText) {
+  const RegistryKeyHandle* pKey = &pValue->Key;
+  const int32_t Result = SYS_XML_SetAttr(pKey->pDoc, pKey->pElement, pValue->acName, sText);
+  if (Result != SYS_XML_OK) {
+    return Result;
   }
-  return SYS_REG_OK;
+  return SYS_XML_SetAttr(pKey->pDoc, pKey->pElement, pValue->acTypeName, sTypeName);
 }
 
-// The first min(Size, NumBytes) bytes of pData over a zero.
-static uint32_t SetNumber(const VALUE* pValue, const char* sTypeName, uint32_t NumBytes,
-                          const void* pData, uint32_t Size) {
+// Sets the first min(Size, NumBytes) bytes of pData over a zero.
+static int32_t SetNumber(const REGISTRY_VALUE* pValue, const char* sTypeName, uint32_t NumBytes,
+                         const void* pData, uint32_t Size) {
   char     acText[20];
   uint64_t Number = 0;
-  if (Size > 0 && pData == NULL) {
-    return SYS_REG_FAILED;
-  }
   if (Size > 0) {
     memcpy(&Number, pData, UTIL_MinU32(Size, NumBytes));
   }
@@ -281,81 +205,60 @@ static int IsList(const char* pData, uint32_t Size) {
   return Pos + 1 == Size;
 }
 
-// Non-zero when the attribute is the value's text, its type, or a string of its list.
-static int IsEntryOf(const VALUE* pValue, const XmlAttribute* pAttr) {
-  const char* sSuffix = GetSuffix(pValue, pAttr);
-  return sSuffix != NULL && (sSuffix[0] == 0 || strcmp(sSuffix, TypeSuffix) == 0 ||
-                             GetStringIndex(pValue, pAttr) != 0);
+// Returns non-zero when pData and Size are good for the type, and the type can be set.
+static int IsGoodData(uint32_t Type, const void* pData, uint32_t Size) {
+  switch (Type) {
+    case SYS_REG_TYPE_SZ:
+      return 1;
+    case SYS_REG_TYPE_DWORD:
+    case SYS_REG_TYPE_QWORD:
+      return pData != NULL || Size == 0;
+    case SYS_REG_TYPE_MULTI_SZ:
+      return pData != NULL && IsList((const char*)pData, Size);
+    default:
+      return 0;  // two types can be read only
+  }
 }
 
-static uint32_t SetList(const VALUE* pValue, const char* sTypeName, const char* pData,
-                        uint32_t Size) {
-  char acName[ATTR_NAME_SIZE];
-  if (pData == NULL || !IsList(pData, Size)) {
-    return SYS_REG_FAILED;
+static int32_t SetData(const REGISTRY_VALUE* pValue, uint32_t Type, const void* pData,
+                       uint32_t Size) {
+  const char* sTypeName = GetTypeName(Type);
+  uint32_t    WasTidy   = SYS_REGLIST_IsKnownTidy(pValue);
+  int32_t     Result;
+  if (Type == SYS_REG_TYPE_SZ) {
+    Result = SetText(pValue, sTypeName, (const char*)pData);
+  } else if (Type == SYS_REG_TYPE_MULTI_SZ) {
+    WasTidy = SYS_REGLIST_Clear(pValue);
+    Result  = SYS_REGLIST_Append(pValue, sTypeName, (const char*)pData);
+  } else {
+    Result = SetNumber(pValue, sTypeName, Type == SYS_REG_TYPE_DWORD ? 4 : 8, pData, Size);
   }
-  // A string left over from a longer list would be read as part of the new one.
-  XmlElement* pElement = pValue->Key.pElement;
-  for (XmlAttribute* pAttr = pElement->pFirstAttr; pAttr != NULL; pAttr = pAttr->pNext) {
-    if (IsEntryOf(pValue, pAttr)) {
-      SYS_XML_UnlinkAttr(pElement, pAttr);
-    }
-  }
-  XmlAttribute* pLast = pElement->pFirstAttr;
-  while (pLast != NULL && pLast->pNext != NULL) {
-    pLast = pLast->pNext;
-  }
-  // None of the names is there any more, so each string is appended without a search for it: a list
-  // may have half a million of them.
-  UTIL_CopyString(acName, pValue->acName, sizeof(acName));
-  uint32_t    Index = 1;
-  const char* s     = pData;
-  do {
-    pLast = SYS_XML_AddAttr(pValue->Key.pDoc, pElement, pLast, acName, UTIL_StrLen(acName), s,
-                            UTIL_StrLen(s));
-    if (pLast == NULL) {
-      return SYS_REG_FAILED;
-    }
-    FormatStringName(pValue, Index++, acName);
-    s += strlen(s) + 1;
-  } while (*s != 0);
-  return SetText(pValue, sTypeName, pData);
+  SYS_REGLIST_KeepTidy(pValue, WasTidy);
+  return Result;
 }
 
 uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t Type,
                           const void* pData, uint32_t Size) {
-  VALUE         Value;
-  const int32_t Result = Begin(hKey, sName, &Value);
+  REGISTRY_VALUE Value;
+  const int32_t  Result = Begin(hKey, sName, &Value);
   if (Result != GO_ON) {
     return (uint32_t)Result;
   }
-  const char* sTypeName = GetTypeName(Type);
-  if (sTypeName == NULL || !SYS_XML_IsAttrName(Value.acName)) {
+  if (!IsGoodData(Type, pData, Size) || !SYS_XML_IsAttrName(Value.acName)) {
     return SYS_REG_FAILED;
   }
-  switch (Type) {
-    case SYS_REG_TYPE_SZ:
-      return SetText(&Value, sTypeName, (const char*)pData);
-    case SYS_REG_TYPE_DWORD:
-      return SetNumber(&Value, sTypeName, sizeof(uint32_t), pData, Size);
-    case SYS_REG_TYPE_QWORD:
-      return SetNumber(&Value, sTypeName, sizeof(uint64_t), pData, Size);
-    case SYS_REG_TYPE_MULTI_SZ:
-      return SetList(&Value, sTypeName, (const char*)pData, Size);
-    default:
-      return SYS_REG_FAILED;  // the other two types can be read only
-  }
+  return SetData(&Value, Type, pData, Size) == SYS_XML_OK ? SYS_REG_OK : SYS_REG_FAILED;
 }
 
 // ---- Querying -----------------------------------------------------------------------------------
 
-static uint32_t QueryType(const VALUE* pValue, uint32_t* pType) {
-  const XmlAttribute* pAttr = SYS_XML_FindAttr(pValue->Key.pElement, pValue->acTypeName);
+static uint32_t QueryType(const REGISTRY_VALUE* pValue, uint32_t* pType) {
+  const XmlAttribute* pAttr = SYS_REGLIST_FindType(pValue);
   if (pAttr == NULL) {
     return SYS_REG_NOT_FOUND;
   }
   for (const TYPE_ROW& Row : aType) {
-    if (strcmp(pAttr->sValue, Row.sName) == 0) {
+    if (pAttr->ValueLen == Row.NameLen && memcmp(pAttr->sValue, Row.sName, Row.NameLen) == 0) {
       *pType = Row.Type;
       return SYS_REG_OK;
     }
@@ -384,16 +287,16 @@ static uint32_t QueryNumber(const XmlAttribute* pAttr, uint32_t NumBytes, void* 
 }
 
 // Two counts run side by side. Remaining is what the reported size is made of: it leaves out the
-// terminators, as callers of the format expect. Pos is where bytes really go, so that none of them
-// lies behind the buffer. Pos never exceeds the capacity.
-static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* pData,
+// terminators, as callers of the format expect. Pos is where bytes are really written, so that none
+// of them is beyond the buffer. Pos never exceeds the capacity.
+static uint32_t QueryList(const REGISTRY_VALUE* pValue, const XmlAttribute* pAttr, char* pData,
                           uint32_t* pSize) {
-  const uint32_t Capacity  = *pSize;
-  uint32_t       Remaining = Capacity;
-  uint32_t       Total     = 0;
-  uint32_t       Pos       = 0;
-  STRINGS        Strings;
-  StartStrings(&Strings, pValue);
+  const uint32_t   Capacity  = *pSize;
+  uint32_t         Remaining = Capacity;
+  uint32_t         Total     = 0;
+  uint32_t         Pos       = 0;
+  REGISTRY_STRINGS Strings;
+  SYS_REGLIST_Start(&Strings, pValue);
   for (uint32_t Index = 1; pAttr != NULL; Index++) {
     const uint32_t Room   = UTIL_MinU32(Remaining, Capacity - Pos);
     const uint32_t Length = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData + Pos, Room);
@@ -402,7 +305,7 @@ static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* 
       Pos += UTIL_MinU32(Length + 1, Room);
     }
     Total += Length;
-    pAttr = FindString(&Strings, Index);
+    pAttr = SYS_REGLIST_Find(&Strings, Index);
   }
   if (Remaining > 0) {
     if (Pos < Capacity) {
@@ -416,8 +319,8 @@ static uint32_t QueryList(const VALUE* pValue, const XmlAttribute* pAttr, char* 
 
 uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t* pType,
                             void* pData, uint32_t* pSize) {
-  VALUE    Value;
-  uint32_t Type;
+  REGISTRY_VALUE Value;
+  uint32_t       Type;
   if (pData != NULL && pSize == NULL) {
     return SYS_REG_FAILED;
   }
@@ -425,14 +328,14 @@ uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t
   if (Result != GO_ON) {
     return (uint32_t)Result;
   }
-  const uint32_t TypeResult = QueryType(&Value, &Type);
+  const XmlAttribute* pAttr      = SYS_REGLIST_FindText(&Value);
+  const uint32_t      TypeResult = QueryType(&Value, &Type);
   if (TypeResult != SYS_REG_NOT_FOUND && pType != NULL) {
     *pType = Type;
   }
   if (TypeResult != SYS_REG_OK || pData == NULL) {
     return TypeResult;
   }
-  const XmlAttribute* pAttr = SYS_XML_FindAttr(Value.Key.pElement, Value.acName);
   if (pAttr == NULL) {
     return SYS_REG_FAILED;
   }
@@ -454,25 +357,17 @@ uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t
 // ---- Deleting -----------------------------------------------------------------------------------
 
 uint32_t SYS_REG_DeleteValue(RegistryKeyHandle* hKey, const char* sName) {
-  VALUE         Value;
-  uint32_t      Type;
-  const int32_t Result = Begin(hKey, sName, &Value);
+  REGISTRY_VALUE Value;
+  uint32_t       Type;
+  const int32_t  Result = Begin(hKey, sName, &Value);
   if (Result != GO_ON) {
     return (uint32_t)Result;
   }
   if (QueryType(&Value, &Type) != SYS_REG_OK) {
     return SYS_REG_FAILED;
   }
-  XmlElement* pElement = Value.Key.pElement;
-  if (Type == SYS_REG_TYPE_MULTI_SZ) {
-    STRINGS       Strings;
-    XmlAttribute* pAttr;
-    StartStrings(&Strings, &Value);
-    for (uint32_t Index = 1; (pAttr = FindString(&Strings, Index)) != NULL; Index++) {
-      SYS_XML_UnlinkAttr(pElement, pAttr);
-    }
-  }
-  SYS_XML_RemoveAttr(pElement, Value.acName);  // may be missing, which does not matter
-  SYS_XML_RemoveAttr(pElement, Value.acTypeName);
+  const uint32_t WasTidy = SYS_REGLIST_IsKnownTidy(&Value);
+  SYS_REGLIST_Remove(&Value, Type == SYS_REG_TYPE_MULTI_SZ);
+  SYS_REGLIST_KeepTidy(&Value, WasTidy);
   return SYS_REG_OK;
 }

@@ -13,11 +13,17 @@
 // Every operation on a root fails, and nothing is written, when HOME is not set or empty, when the
 // directory cannot be made, or when its path together with the file's name has 512 characters or
 // more. HOME is read at each operation. Flush before changing it: a loaded root stays loaded, and
-// if it was changed, the flush writes it below the new HOME, over any file there.
+// if it was changed, the flush writes it below the new HOME, over any file there. The directory is
+// looked for, and made if it is missing, when a root is loaded, when HOME has changed since, and
+// when a root is written.
 //
 // A file that was read but does not contain such XML is replaced by the empty store, as callers
 // expect. A file that cannot be read (no permission, no memory, not a regular file) is unchanged,
 // and the operation fails. A symbolic link is followed.
+//
+// An operation takes about the same time however many values a key has. Until the flush the memory
+// of values that were deleted or became longer is kept, and used again for others of about that
+// size.
 //
 // One thread at a time; no lock. There is no lock between processes either: the last one to flush a
 // changed root wins. Nothing is printed.

@@ -1,6 +1,7 @@
 #include "sys/registry_store.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "sys/files.h"
@@ -29,6 +30,10 @@ static const char* const asFileName[NUM_SLOTS] = {
     "OSTREL_REG_HKEY_CURRENT_USER.xml",
     "OSTREL_REG_HKEY_LOCAL_MACHINE.xml",
 };
+
+// The HOME below which the directory was last found or made. While it is the same, an operation on
+// a loaded root need not look for the directory again; a flush does.
+static char acKnownHome[SYS_PATH_SIZE];
 
 static const char EmptyStore[] = "<Registry>\r\n</Registry>";
 
@@ -90,11 +95,10 @@ static char* AllocText(const XmlDocument* pDoc, uint32_t* pLength) {
 static void TakeSnapshot(RegistryRootSlot* pSlot) {
   char* pText = AllocText(pSlot->pDoc, &pSlot->SnapshotLen);
   if (pText != NULL) {
-    pSlot->pSnapshot = (char*)SYS_MEM_Alloc(pSlot->SnapshotLen);
-    if (pSlot->pSnapshot != NULL) {
-      memcpy(pSlot->pSnapshot, pText, pSlot->SnapshotLen);
+    pSlot->pSnapshot = (char*)SYS_MEM_Realloc(pText, pSlot->SnapshotLen);
+    if (pSlot->pSnapshot == NULL) {
+      SYS_MEM_Free(pText);
     }
-    SYS_MEM_Free(pText);
   }
 }
 
@@ -115,6 +119,25 @@ int32_t SYS_REGSTORE_IsRoot(const RegistryKeyHandle* hKey) {
   return (uintptr_t)hKey >= FIRST_ROOT && (uintptr_t)hKey <= LAST_ROOT;
 }
 
+static int IsHomeKnown(void) {
+  const char* sHome = getenv("HOME");
+  return sHome != NULL && sHome[0] != 0 && strcmp(sHome, acKnownHome) == 0;
+}
+
+// Makes sure that the root can be used: its directory exists and its document is loaded. Returns 0,
+// or -1.
+static int32_t Open(uint32_t Slot) {
+  char acPath[SYS_PATH_SIZE];
+  if (aSlot[Slot].pDoc != NULL && IsHomeKnown()) {
+    return 0;
+  }
+  if (BuildFilePath(Slot, acPath) != 0) {
+    return -1;
+  }
+  UTIL_CopyString(acKnownHome, getenv("HOME"), sizeof(acKnownHome));  // shorter than the path
+  return aSlot[Slot].pDoc != NULL ? 0 : LoadRoot(&aSlot[Slot], acPath);
+}
+
 int32_t SYS_REGSTORE_Resolve(const RegistryKeyHandle* hKey, RegistryKeyHandle* pKey) {
   if (hKey == NULL) {
     return -1;
@@ -123,12 +146,8 @@ int32_t SYS_REGSTORE_Resolve(const RegistryKeyHandle* hKey, RegistryKeyHandle* p
     *pKey = *hKey;
     return 0;
   }
-  char           acPath[SYS_PATH_SIZE];
   const uint32_t Slot = (uint32_t)((uintptr_t)hKey - FIRST_ROOT);
-  if (Slot >= NUM_SLOTS || BuildFilePath(Slot, acPath) != 0) {
-    return -1;
-  }
-  if (aSlot[Slot].pDoc == NULL && LoadRoot(&aSlot[Slot], acPath) != 0) {
+  if (Slot >= NUM_SLOTS || Open(Slot) != 0) {
     return -1;
   }
   pKey->pDoc     = aSlot[Slot].pDoc;

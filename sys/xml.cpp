@@ -2,43 +2,29 @@
 
 #include <string.h>
 
+#include "sys/xml_index.h"
 #include "sys/xml_node.h"
 #include "util/string.h"
 
 // ---- Making nodes -------------------------------------------------------------------------------
 
-// The arena does not align. Everything taken from it here is a multiple of this, so everything lies
-// on one.
+// The arena does not align. Every piece taken from it has a size that is a multiple of this, so
+// every piece is aligned for any record.
 static const uint32_t ALIGNMENT = alignof(XmlElement);
 static_assert(sizeof(XmlElement) % ALIGNMENT == 0 && sizeof(XmlAttribute) % ALIGNMENT == 0 &&
                   sizeof(XmlDocument) % ALIGNMENT == 0 && sizeof(XmlArena) % ALIGNMENT == 0,
               "records must not push what follows them off its alignment");
 
-static void* AllocCleared(XmlArena* pArena, uint32_t NumBytes) {
-  void* pMem = SYS_XML_AllocFromArena(pArena, NumBytes);
-  if (pMem != NULL) {
-    memset(pMem, 0, NumBytes);
-  }
-  return pMem;
+// The documents' lengths are signed 32 bit, and rounding up must not exceed them.
+static const uint32_t MAX_TEXT_LENGTH = INT32_MAX - ALIGNMENT;
+
+static uint32_t RoundUp(uint32_t NumBytes) {
+  return (NumBytes + ALIGNMENT - 1) & ~(ALIGNMENT - 1);
 }
 
-// What a text of Length characters and its terminator take.
-static uint32_t GetTextRoom(uint32_t Length) {
-  return (Length + 1 + ALIGNMENT - 1) & ~(ALIGNMENT - 1);
-}
-
-// NULL without memory and for a text whose length, rounded up, would not fit the document's signed
-// 32-bit lengths.
-static char* CopyText(XmlArena* pArena, const char* pText, uint32_t Length) {
-  if (Length > INT32_MAX - ALIGNMENT) {
-    return NULL;
-  }
-  char* sCopy = (char*)SYS_XML_AllocFromArena(pArena, GetTextRoom(Length));
-  if (sCopy != NULL) {
-    memcpy(sCopy, pText, Length);
-    sCopy[Length] = 0;
-  }
-  return sCopy;
+static void CopyText(char* sCopy, const char* pText, uint32_t Length) {
+  memcpy(sCopy, pText, Length);
+  sCopy[Length] = 0;
 }
 
 XmlDocument* SYS_XML_CreateEmptyDoc(void) {
@@ -47,51 +33,129 @@ XmlDocument* SYS_XML_CreateEmptyDoc(void) {
     return NULL;
   }
   // The first piece of a new chunk: there is room.
-  XmlDocument* pDoc = (XmlDocument*)AllocCleared(pArena, sizeof(XmlDocument));
-  pDoc->pArena      = pArena;
+  XmlDocument* pDoc = (XmlDocument*)SYS_XML_AllocFromArena(pArena, sizeof(XmlDocument));
+  memset(pDoc, 0, sizeof(*pDoc));
+  pDoc->pArena = pArena;
   return pDoc;
 }
 
 XmlElement* SYS_XML_AddElement(XmlDocument* pDoc, XmlElement* pParent, XmlElement* pPrev,
                                const char* pName, uint32_t NameLen) {
-  XmlElement* pElement = (XmlElement*)AllocCleared(pDoc->pArena, sizeof(XmlElement));
-  char*       sName    = CopyText(pDoc->pArena, pName, NameLen);
-  if (pElement == NULL || sName == NULL) {
+  if (NameLen > MAX_TEXT_LENGTH) {
     return NULL;
   }
-  pElement->sName   = sName;
-  pElement->NameLen = (int32_t)NameLen;
-  pElement->pParent = pParent;
-  pElement->pPrev   = pPrev;
-  if (pPrev != NULL) {
-    pPrev->pNext = pElement;
-  } else if (pParent != NULL) {
-    pParent->pFirstChild = pElement;
+  // One piece for the record and the name, which is at most 2 GiB.
+  const uint32_t NumBytes = RoundUp((uint32_t)sizeof(XmlElement) + NameLen + 1);
+  XmlElement*    pElement = (XmlElement*)SYS_XML_AllocFromArena(pDoc->pArena, NumBytes);
+  if (pElement == NULL) {
+    return NULL;
+  }
+  char* sName = (char*)(pElement + 1);
+  CopyText(sName, pName, NameLen);
+  SYS_XML_LinkElement(pElement, pParent, pPrev, sName, NameLen);
+  if (pParent != NULL) {
+    SYS_XML_IndexNewChild(pDoc, pParent, pElement);
   }
   return pElement;
 }
 
-XmlAttribute* SYS_XML_AddAttr(XmlDocument* pDoc, XmlElement* pElement, XmlAttribute* pPrev,
-                              const char* pName, uint32_t NameLen, const char* pValue,
-                              uint32_t ValueLen) {
-  XmlAttribute* pAttr  = (XmlAttribute*)AllocCleared(pDoc->pArena, sizeof(XmlAttribute));
-  char*         sName  = CopyText(pDoc->pArena, pName, NameLen);
-  char*         sValue = CopyText(pDoc->pArena, pValue, ValueLen);
-  if (pAttr == NULL || sName == NULL || sValue == NULL) {
+// ---- Making attributes --------------------------------------------------------------------------
+
+// Attributes and long values are in pieces of 64, 96, 128, 192, 256, ... bytes. A piece that is no
+// longer used begins a chain of its class, and the next attribute or value of that class takes it
+// from there: a store that is changed again and again takes no more memory than it once needed.
+
+static const uint32_t LARGEST_PIECE = 48u << 26;
+
+static uint32_t GetPieceSize(uint32_t Class) {
+  return (Class % 2 != 0 ? 64u : 48u) << (Class / 2);
+}
+
+// Returns the smallest class that has room for NumBytes bytes, at most LARGEST_PIECE.
+static uint32_t GetPieceClass(uint32_t NumBytes) {
+  if (NumBytes <= GetPieceSize(1)) {
+    return 1;
+  }
+  const uint32_t Power = 31 - (uint32_t)__builtin_clz(NumBytes - 1);  // 6 or more
+  return 2 * (Power - 5) + ((NumBytes - 1) >> (Power - 1) & 1);
+}
+
+// Takes a piece of at least NumBytes bytes. Stores its class at *pClass.
+static void* AllocPiece(XmlDocument* pDoc, uint64_t NumBytes, uint16_t* pClass) {
+  if (NumBytes > LARGEST_PIECE) {
     return NULL;
   }
-  pAttr->sName     = sName;
-  pAttr->sValue    = sValue;
-  pAttr->NameLen   = NameLen;
-  pAttr->ValueLen  = ValueLen;
-  pAttr->ValueRoom = GetTextRoom(ValueLen);
-  pAttr->pPrev     = pPrev;
-  if (pPrev != NULL) {
-    pPrev->pNext = pAttr;
-  } else {
-    pElement->pFirstAttr = pAttr;
+  const uint32_t Class = GetPieceClass((uint32_t)NumBytes);
+  void*          pMem  = pDoc->apFree[Class];
+  *pClass              = (uint16_t)Class;
+  if (pMem == NULL) {
+    return SYS_XML_AllocFromArena(pDoc->pArena, GetPieceSize(Class));
   }
+  memcpy(&pDoc->apFree[Class], pMem, sizeof(pMem));  // the next one of the chain
+  return pMem;
+}
+
+static void FreePiece(XmlDocument* pDoc, void* pMem, uint32_t Class) {
+  if (Class != 0) {
+    memcpy(pMem, &pDoc->apFree[Class], sizeof(pMem));
+    pDoc->apFree[Class] = pMem;
+  }
+}
+
+XmlAttribute* SYS_XML_AddAttr(XmlDocument* pDoc, XmlElement* pElement, const char* pName,
+                              uint32_t NameLen, const char* pValue, uint32_t ValueLen) {
+  uint16_t Class;
+  if (NameLen > MAX_TEXT_LENGTH || ValueLen > MAX_TEXT_LENGTH) {
+    return NULL;
+  }
+  // One piece for the record and both texts. The value gets all the room that is left.
+  const uint64_t NumBytes = sizeof(XmlAttribute) + (uint64_t)NameLen + 1 + ValueLen + 1;
+  XmlAttribute*  pAttr    = (XmlAttribute*)AllocPiece(pDoc, NumBytes, &Class);
+  if (pAttr == NULL) {
+    return NULL;
+  }
+  pAttr->sName      = (char*)(pAttr + 1);
+  pAttr->sValue     = pAttr->sName + NameLen + 1;
+  pAttr->NameLen    = NameLen;
+  pAttr->ValueLen   = ValueLen;
+  pAttr->ValueRoom  = GetPieceSize(Class) - (uint32_t)sizeof(XmlAttribute) - NameLen - 1;
+  pAttr->PieceClass = Class;
+  pAttr->ValueClass = 0;
+  CopyText(pAttr->sName, pName, NameLen);
+  CopyText(pAttr->sValue, pValue, ValueLen);
+  SYS_XML_LinkAttr(pAttr, pElement, SYS_XML_GetLastAttr(pDoc, pElement));
+  SYS_XML_IndexNewAttr(pDoc, pElement, pAttr);
   return pAttr;
+}
+
+void SYS_XML_DropAttr(XmlDocument* pDoc, XmlElement* pElement, XmlAttribute* pAttr) {
+  SYS_XML_UnlinkAttr(pElement, pAttr);
+  FreePiece(pDoc, pAttr->sValue, pAttr->ValueClass);
+  FreePiece(pDoc, pAttr, pAttr->PieceClass);
+}
+
+// Gives an attribute another value.
+static int32_t ReplaceValue(XmlDocument* pDoc, XmlAttribute* pAttr, const char* pValue,
+                            uint32_t ValueLen) {
+  if (ValueLen < pAttr->ValueRoom) {
+    memmove(pAttr->sValue, pValue, ValueLen);  // the new value may be part of the old one
+    pAttr->sValue[ValueLen] = 0;
+    pAttr->ValueLen         = ValueLen;
+    return SYS_XML_OK;
+  }
+  uint16_t Class;
+  char*    sCopy =
+      ValueLen > MAX_TEXT_LENGTH ? NULL : (char*)AllocPiece(pDoc, (uint64_t)ValueLen + 1, &Class);
+  if (sCopy == NULL) {
+    return SYS_XML_ERR_MEMORY;
+  }
+  CopyText(sCopy, pValue, ValueLen);
+  FreePiece(pDoc, pAttr->sValue, pAttr->ValueClass);
+  pAttr->sValue     = sCopy;
+  pAttr->ValueLen   = ValueLen;
+  pAttr->ValueRoom  = GetPieceSize(Class);
+  pAttr->ValueClass = Class;
+  return SYS_XML_OK;
 }
 
 // ---- Documents and walking ----------------------------------------------------------------------
@@ -118,7 +182,7 @@ XmlDocument* SYS_XML_CreateDoc(const char* sRootName) {
 
 void SYS_XML_FreeDoc(XmlDocument* pDoc) {
   if (pDoc != NULL) {
-    SYS_XML_FreeArena(pDoc->pArena);  // the document's own record goes with it
+    SYS_XML_FreeArena(pDoc->pArena);  // the document's own record is in it
   }
 }
 
@@ -157,25 +221,9 @@ uint32_t SYS_XML_GetDepth(const XmlElement* pElement) {
 
 // ---- Elements -----------------------------------------------------------------------------------
 
-static int IsSameName(const char* pA, uint32_t LenA, const char* pB, uint32_t LenB) {
-  return LenA == LenB && memcmp(pA, pB, LenA) == 0;
-}
-
-static XmlElement* FindLastSibling(XmlElement* pElement) {
-  while (pElement != NULL && pElement->pNext != NULL) {
-    pElement = pElement->pNext;
-  }
-  return pElement;
-}
-
 XmlElement* SYS_XML_FindChild(const XmlElement* pElement, const char* sName) {
-  // No element has an empty name, so an empty one finds nothing by itself.
-  const uint32_t NameLen = TextLength(sName);
-  XmlElement*    pChild  = pElement->pFirstChild;
-  while (pChild != NULL && !IsSameName(pChild->sName, (uint32_t)pChild->NameLen, sName, NameLen)) {
-    pChild = pChild->pNext;
-  }
-  return pChild;
+  // No element has an empty name, so an empty one is not found.
+  return SYS_XML_LookUpChild(NULL, pElement, sName, TextLength(sName));
 }
 
 XmlElement* SYS_XML_FindOrAddChild(XmlDocument* pDoc, XmlElement* pElement, const char* sName) {
@@ -183,10 +231,10 @@ XmlElement* SYS_XML_FindOrAddChild(XmlDocument* pDoc, XmlElement* pElement, cons
   if (NameLen == 0) {
     return NULL;
   }
-  XmlElement* pChild = SYS_XML_FindChild(pElement, sName);
+  XmlElement* pChild = SYS_XML_LookUpChild(pDoc, pElement, sName, NameLen);
   if (pChild == NULL) {
     pChild =
-        SYS_XML_AddElement(pDoc, pElement, FindLastSibling(pElement->pFirstChild), sName, NameLen);
+        SYS_XML_AddElement(pDoc, pElement, SYS_XML_GetLastChild(pDoc, pElement), sName, NameLen);
   }
   return pChild;
 }
@@ -196,7 +244,14 @@ XmlElement* SYS_XML_AppendSibling(XmlDocument* pDoc, XmlElement* pElement, const
   if (NameLen == 0) {
     return NULL;
   }
-  return SYS_XML_AddElement(pDoc, pElement->pParent, FindLastSibling(pElement), sName, NameLen);
+  XmlElement* pLast = pElement;
+  if (pElement->pParent != NULL) {
+    pLast = SYS_XML_GetLastChild(pDoc, pElement->pParent);
+  }
+  while (pLast->pNext != NULL) {
+    pLast = pLast->pNext;
+  }
+  return SYS_XML_AddElement(pDoc, pElement->pParent, pLast, sName, NameLen);
 }
 
 int32_t SYS_XML_CopyElementName(const XmlElement* pElement, char* pBuffer, uint32_t BufferSize) {
@@ -214,11 +269,7 @@ XmlAttribute* SYS_XML_FindAttr(const XmlElement* pElement, const char* sName) {
   if (pElement == NULL || NameLen == 0) {
     return NULL;
   }
-  XmlAttribute* pAttr = pElement->pFirstAttr;
-  while (pAttr != NULL && !IsSameName(pAttr->sName, pAttr->NameLen, sName, NameLen)) {
-    pAttr = pAttr->pNext;
-  }
-  return pAttr;
+  return SYS_XML_LookUpAttr(NULL, pElement, sName, NameLen);
 }
 
 int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sName,
@@ -231,28 +282,12 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
   if (sValue == NULL) {
     sValue = "";
   }
-  XmlAttribute* pAttr = SYS_XML_FindAttr(pElement, sName);
-  if (pAttr == NULL) {
-    XmlAttribute* pLast = pElement->pFirstAttr;
-    while (pLast != NULL && pLast->pNext != NULL) {
-      pLast = pLast->pNext;
-    }
-    pAttr = SYS_XML_AddAttr(pDoc, pElement, pLast, sName, NameLen, sValue, ValueLen);
-    return pAttr == NULL ? SYS_XML_ERR_MEMORY : SYS_XML_OK;
+  XmlAttribute* pAttr = SYS_XML_LookUpAttr(pDoc, pElement, sName, NameLen);
+  if (pAttr != NULL) {
+    return ReplaceValue(pDoc, pAttr, sValue, ValueLen);
   }
-  if (ValueLen < pAttr->ValueRoom) {
-    memmove(pAttr->sValue, sValue, ValueLen);  // may be part of itself
-    pAttr->sValue[ValueLen] = 0;
-  } else {
-    char* sCopy = CopyText(pDoc->pArena, sValue, ValueLen);
-    if (sCopy == NULL) {
-      return SYS_XML_ERR_MEMORY;
-    }
-    pAttr->sValue    = sCopy;
-    pAttr->ValueRoom = GetTextRoom(ValueLen);
-  }
-  pAttr->ValueLen = ValueLen;
-  return SYS_XML_OK;
+  pAttr = SYS_XML_AddAttr(pDoc, pElement, sName, NameLen, sValue, ValueLen);
+  return pAttr == NULL ? SYS_XML_ERR_MEMORY : SYS_XML_OK;
 }
 
 void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr) {
@@ -264,6 +299,7 @@ void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr) {
   if (pAttr->pNext != NULL) {
     pAttr->pNext->pPrev = pAttr->pPrev;
   }
+  SYS_XML_IndexUnlinkedAttr(pElement, pAttr);
 }
 
 int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName) {
@@ -288,10 +324,16 @@ int32_t SYS_XML_CopyAttrValue(const XmlAttribute* pAttr, char* pBuffer, uint32_t
 
 // ---- Names --------------------------------------------------------------------------------------
 
-int32_t SYS_XML_IsNameChar(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
-         c == '!' || c == '-';
-}
+const uint8_t SYS_XML_aIsNameChar[256] = {
+    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+    0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0,
+    0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 1,
+    0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+};
 
 int32_t SYS_XML_IsComment(const char* s) {
   return strncmp(s, "!--", 3) == 0;

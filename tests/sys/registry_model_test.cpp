@@ -197,6 +197,69 @@ class SysRegistryModel : public testing::Test {
   RegistryDuel m_Duel{m_Home.Path()};
 };
 
+// One key with so many attributes that the store finds them by a table, loaded from files with gaps
+// in lists and with names that are there twice, and lists of many strings.
+class SysRegistryWideModel : public SysRegistryModel {
+ protected:
+  std::string PickWideName() {
+    const std::string sName = "V" + std::to_string(Pick(30));
+    return OneIn(25) ? sName + "_OSTRELRegMltStr" + std::to_string(1 + Pick(12)) : sName;
+  }
+
+  std::string PickWideList() {
+    std::string sList;
+    for (uint32_t i = Pick(15); i > 0; i--) {
+      sList += std::string(1 + Pick(40), (char)('a' + Pick(26))) + '\0';
+    }
+    return (sList.empty() ? std::string(1, '\0') : sList) + '\0';
+  }
+
+  std::string PickWideFile() {
+    std::string sText = "<Registry";
+    for (uint32_t i = 5 + Pick(60); i > 0; i--) {
+      const std::string sName = "V" + std::to_string(Pick(30));
+      const std::string sType = OneIn(2) ? "MULTI_SZ" : "SZ";
+      sText += " " + sName + "=\"x\" " + sName + "_OSTRELRegType=\"SYS_REG_TYPE_" + sType + "\"";
+      for (uint32_t String = OneIn(4) ? 2 : 1; OneIn(2) || String == 2; String++) {
+        sText += " " + sName + "_OSTRELRegMltStr" + std::to_string(String) + "=\"s\"";
+      }
+    }
+    return sText + "/>";
+  }
+
+  std::string WideStep() {
+    const uint32_t    Command = Pick(40);
+    const std::string sName   = PickWideName();
+    if (Command < 14) {
+      return m_Duel.SetValue(0x80000000, sName, 7, PickWideList());
+    }
+    if (Command < 20) {
+      return m_Duel.SetValue(0x80000000, sName, 1, std::string(Pick(200), 't'));
+    }
+    if (Command < 30) {
+      return m_Duel.QueryValue(0x80000000, sName, OneIn(3) ? Pick(50) : 1000);
+    }
+    return Command < 39 ? m_Duel.DeleteValue(0x80000000, sName) : "";
+  }
+};
+
+TEST_F(SysRegistryWideModel, RandomCommandsAgreeWithTheModel) {
+  for (uint32_t Seed = 1; Seed <= NUM_SEQUENCES / 50; Seed++) {
+    SCOPED_TRACE("seed " + std::to_string(Seed));
+    m_Random.seed(Seed);
+    m_Duel.EditFile(0, OneIn(4) ? std::nullopt : std::make_optional(PickWideFile()));
+    for (int i = 0; i < 400; i++) {
+      ASSERT_EQ("", WideStep());
+      if (OneIn(40)) {
+        m_Duel.Flush();
+        ASSERT_EQ("", m_Duel.CompareFiles());
+      }
+    }
+    m_Duel.Flush();
+    ASSERT_EQ("", m_Duel.CompareFiles());
+  }
+}
+
 // Four tests, so that they can run side by side; NUM_SEQUENCES sequences each, see CMakeLists.txt.
 TEST_F(SysRegistryModel, RandomCommandsAgreeWithTheModel1) {
   RunMany(10000);

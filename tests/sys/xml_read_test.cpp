@@ -322,3 +322,24 @@ TEST_F(SysXmlFile, AFileOf2GiBIsRefusedUnread) {
   ASSERT_EQ(0, truncate(m_Dir.Path("f").c_str(), 0x100000004));
   EXPECT_EQ(SYS_XML_ERR_FILE, LoadError("f"));
 }
+
+TEST(SysXmlParse, EveryCharacterOfANameIsChecked) {
+  const std::string sGood = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_!-";
+  for (const size_t Length : {1, 2, 15, 16, 17, 33}) {
+    for (size_t Pos = 0; Pos < Length; Pos++) {
+      for (int c = 1; c < 256; c++) {
+        std::string sName(Length, 'n');
+        sName[Pos]         = (char)c;
+        const bool IsGood  = sGood.find((char)c) != std::string::npos;
+        const bool IsWhite = std::string(" \t\r\n").find((char)c) != std::string::npos;
+        // Beside a name white space is allowed.
+        const bool    IsBeside = IsWhite && Length > 1 && (Pos == 0 || Pos == Length - 1);
+        const int32_t Error    = Pos == 0 && c == '/'   ? SYS_XML_ERR_TAG
+                                 : Pos == 0 && c == '>' ? SYS_XML_ERR_TEXT
+                                                        : SYS_XML_ERR_ATTR;
+        ASSERT_EQ(IsGood || IsBeside ? 0 : Error, ParseError("<R a=\"1\" " + sName + "=\"v\"/>"))
+            << Length << " " << Pos << " " << c;
+      }
+    }
+  }
+}

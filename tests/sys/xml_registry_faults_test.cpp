@@ -104,9 +104,9 @@ TEST(SysXmlFaults, WritingNeedsMemoryAtFirstAndToGrow) {
   SYS_XML_SetAttr(pDoc, SYS_XML_GetRoot(pDoc), "a", std::string(5000, 'v').c_str());
   SYS_XML_FindOrAddChild(pDoc, SYS_XML_GetRoot(pDoc), "K");
   char acText[8] = "#######";
-  for (uint32_t Skip = 0; Skip < 2; Skip++) {
-    const FAULT Fault("malloc", ENOMEM, Skip, 1);
-    EXPECT_EQ(SYS_XML_ERR_MEMORY, SYS_XML_StoreDoc(pDoc, acText, sizeof(acText)));
+  for (const char* sCall : {"malloc", "realloc"}) {
+    const FAULT Fault(sCall, ENOMEM);
+    EXPECT_EQ(SYS_XML_ERR_MEMORY, SYS_XML_StoreDoc(pDoc, acText, sizeof(acText))) << sCall;
     EXPECT_STREQ("#######", acText);
   }
   SYS_XML_FreeDoc(pDoc);
@@ -126,7 +126,7 @@ class SysXmlFileFaults : public testing::Test {
 };
 
 TEST_F(SysXmlFileFaults, AFileThatCannotBeReadIsDistinguishedFromAMalformedOne) {
-  WriteFile(Path("f"), "<R/>");
+  WriteFile(Path("f"), "<R/>" + std::string(0x400000, ' '));  // does not fit the first chunk
   const struct {
     const char* sCall;
     int         Error;
@@ -321,6 +321,31 @@ TEST_F(SysRegistryFaults, AnOpenIsTriedFourTimesBeforeTheWriteIsGivenUp) {
     EXPECT_EQ(std::min(NumFailures + 1, 4u), NumOpens);
     EXPECT_EQ(NumFailures < 4, File() != "<Registry/>");
   }
+}
+
+TEST_F(SysRegistryFaults, ARootsDirectoryIsLookedAtOnceForEachHome) {
+  ASSERT_EQ(0u, Set("v", "1"));
+  {
+    const CALL_COUNTER Counter("lstat");
+    EXPECT_EQ(0u, Set("v", "2"));
+    EXPECT_EQ(0u, Query("v"));
+    EXPECT_EQ(0u, Counter.GetNumCalls());
+    setenv("HOME", m_Home.Path("other").c_str(), 1);
+    EXPECT_EQ(0u, Query("v"));
+    EXPECT_NE(0u, Counter.GetNumCalls());
+  }
+  EXPECT_TRUE(std::filesystem::exists(m_Home.Path("other/Library/Application Support/OSTREL")));
+  {
+    const CALL_COUNTER Counter("lstat");
+    EXPECT_EQ(0u, Query("v"));
+    EXPECT_EQ(0u, Counter.GetNumCalls());
+    unsetenv("HOME");
+    EXPECT_EQ(1u, Query("v"));
+  }
+  setenv("HOME", m_Home.Path().c_str(), 1);
+  std::filesystem::remove_all(m_Home.Path("Library"));
+  SYS_REG_Flush();  // makes the directory again
+  EXPECT_EQ("<Registry v=\"2\" v_OSTRELRegType=\"SYS_REG_TYPE_SZ\"/>\r\n", File());
 }
 
 TEST_F(SysRegistryFaults, AKeyWithoutMemoryIsNotOpened) {

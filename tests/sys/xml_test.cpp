@@ -119,8 +119,8 @@ TEST(SysXmlTree, ATextTooLongForItsLengthMakesNoNode) {
   const Doc Tree = Parse("<R a=\"1\"/>");
   for (const uint32_t Length : {0x7FFFFFF8u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(nullptr, SYS_XML_AddElement(Tree.Get(), Tree.Root(), nullptr, "x", Length));
-    EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), nullptr, "x", Length, "", 0));
-    EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), nullptr, "x", 1, "", Length));
+    EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), "x", Length, "", 0));
+    EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), "x", 1, "", Length));
   }
   EXPECT_EQ("<R a=\"1\"/>\r\n", Tree.Text());
 }
@@ -275,16 +275,23 @@ TEST(SysXmlTree, AValueTakesMemoryOnlyWhenItIsLongerThanAnyBefore) {
 }
 
 TEST(SysXmlTree, AValueUsesTheRoomThatWasTakenForItToTheLastByte) {
-  const Doc      Tree   = Parse("<R a=\"\" b=\"x\"/>");
-  const uint32_t Loaded = Tree.Get()->pArena->Used;
-  for (size_t Length = 1; Length < 8; Length++) {  // pieces are multiples of 8
+  const Doc  Tree      = Parse("<R a=\"1234\" b=\"x\"/>");
+  const auto SetLength = [&](size_t Length) {
     const std::string sValue(Length, 'v');
     EXPECT_EQ(0, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", sValue.c_str()));
     EXPECT_EQ("<R a=\"" + sValue + "\" b=\"x\"/>\r\n", Tree.Text());
-    EXPECT_EQ(Loaded, Tree.Get()->pArena->Used);
+    return Tree.Get()->pArena->Used;
+  };
+  const uint32_t Loaded = Tree.Get()->pArena->Used;
+  for (const size_t Length : {0, 1, 4}) {  // the room in the text
+    EXPECT_EQ(Loaded, SetLength(Length)) << Length;
   }
-  EXPECT_EQ(0, SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "a", "12345678"));
-  EXPECT_LT(Loaded, Tree.Get()->pArena->Used);
+  for (const size_t Length : {5, 63, 6}) {  // the smallest piece of memory, of 64 bytes
+    EXPECT_EQ(Loaded + 64, SetLength(Length)) << Length;
+  }
+  for (const size_t Length : {64, 95, 7}) {  // the next one, of 96
+    EXPECT_EQ(Loaded + 64 + 96, SetLength(Length)) << Length;
+  }
 }
 
 TEST(SysXmlTree, SetRejectsNullAndEmpty) {

@@ -16,9 +16,19 @@ class Doc {
  public:
   explicit Doc(XmlDocument* pDoc) : m_pDoc(pDoc) {}
   ~Doc() { SYS_XML_FreeDoc(m_pDoc); }
-  Doc(const Doc&)            = delete;
-  Doc& operator=(const Doc&) = delete;
+  Doc(Doc&& Other) noexcept : m_pDoc(Other.Release()) {}
+  Doc& operator=(Doc&& Other) noexcept {
+    SYS_XML_FreeDoc(m_pDoc);
+    m_pDoc = Other.Release();
+    return *this;
+  }
 
+  // The caller frees it.
+  XmlDocument* Release() {
+    XmlDocument* pDoc = m_pDoc;
+    m_pDoc            = nullptr;
+    return pDoc;
+  }
   XmlDocument* Get() const { return m_pDoc; }
   XmlElement*  Root() const { return SYS_XML_GetRoot(m_pDoc); }
   std::string  Text() const {
