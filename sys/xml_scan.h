@@ -28,8 +28,13 @@ struct XmlQuotes {
 
 #ifdef __SSE2__
 
+// By way of void, because it need not be aligned.
+inline __m128i SYS_XML_LoadBlock(const char* s) {
+  return _mm_loadu_si128((const __m128i*)(const void*)s);
+}
+
 inline uint64_t SYS_XML_FindQuotes(const char* s, uint32_t Shift) {
-  const __m128i Block = _mm_loadu_si128((const __m128i*)(s + Shift));
+  const __m128i Block = SYS_XML_LoadBlock(s + Shift);
   const int     Mask  = _mm_movemask_epi8(_mm_cmpeq_epi8(Block, _mm_set1_epi8('"')));
   return (uint64_t)(uint32_t)Mask << Shift;
 }
@@ -52,7 +57,7 @@ inline char* SYS_XML_NextQuote(XmlQuotes* pQuotes) {
 
 // Returns a bit for each of 16 characters that cannot be part of a name.
 inline uint32_t SYS_XML_FindNameEnds(const char* s) {
-  const __m128i Block  = _mm_loadu_si128((const __m128i*)s);
+  const __m128i Block  = SYS_XML_LoadBlock(s);
   const __m128i Letter = _mm_sub_epi8(_mm_or_si128(Block, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
   const __m128i Digit  = _mm_sub_epi8(Block, _mm_set1_epi8('0'));
   const __m128i Letters = _mm_cmpeq_epi8(Letter, _mm_min_epu8(Letter, _mm_set1_epi8(25)));
