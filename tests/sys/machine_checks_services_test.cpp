@@ -5,7 +5,7 @@
 // The checks unlock a mutex that another thread holds: that must fail and change nothing.
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions() {
-  return "mutex:UnlockMutex";
+  return "mutex:SYS_MUTEX_Unlock\nmutex:SYS_LOCK_Unlock";
 }
 
 TEST(SysMachineChecks, ServicesHold) {

@@ -16,7 +16,7 @@
 // The tests unlock a mutex that another thread holds: that must fail and change nothing.
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions() {
-  return "mutex:UnlockMutex";
+  return "mutex:SYS_MUTEX_Unlock\nmutex:SYS_LOCK_Unlock";
 }
 
 // ---- Mutexes ------------------------------------------------------------------------------------
