@@ -215,6 +215,22 @@ TEST_P(UtilChoice, FormatsReadAndWriteNoByteTooManyAtTheEndOfAPage) {
   }
 }
 
+TEST_P(UtilChoice, PlainTextOfAFormatEndsOrGoesOnAtTheEndOfAPage) {
+  std::vector<char> aPages(3 * 4096);
+  char*             pPage = aPages.data() + (4096 - (uintptr_t)aPages.data() % 4096);
+  for (uint32_t Len = 0; Len <= 40; Len++) {
+    const std::string Text(Len, 'a');
+    char              ac[64];
+    ASSERT_EQ(ac + Len, UTIL_snprintf(ac, sizeof(ac), Memory.Text(Text))) << Len;
+    ASSERT_EQ(Text, ac);
+    for (uint32_t Before = 0; Before <= 20; Before++) {
+      const char* sFormat = strcpy(pPage + 4096 - Before, (Text + "%d").c_str());
+      UTIL_snprintf(ac, sizeof(ac), sFormat, 7);
+      ASSERT_EQ(Text + "7", ac) << Before;
+    }
+  }
+}
+
 // The number at the beginning of the text, digit by digit, and where its digits end.
 static uint64_t NumberByModel(const char* s, uint32_t Base, const char** psEnd) {
   static const std::string Digits = "0123456789abcdef";
