@@ -325,7 +325,7 @@ TEST_F(SysXmlFile, AFileOf2GiBIsRefusedUnread) {
 
 TEST(SysXmlParse, EveryCharacterOfANameIsChecked) {
   const std::string sGood = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_!-";
-  for (const size_t Length : {1, 2, 15, 16, 17, 33}) {
+  for (const size_t Length : {1u, 2u, 15u, 16u, 17u, 33u}) {
     for (size_t Pos = 0; Pos < Length; Pos++) {
       for (int c = 1; c < 256; c++) {
         std::string sName(Length, 'n');

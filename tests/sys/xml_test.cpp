@@ -283,13 +283,13 @@ TEST(SysXmlTree, AValueUsesTheRoomThatWasTakenForItToTheLastByte) {
     return Tree.Get()->pArena->Used;
   };
   const uint32_t Loaded = Tree.Get()->pArena->Used;
-  for (const size_t Length : {0, 1, 4}) {  // the room in the text
+  for (const size_t Length : {0u, 1u, 4u}) {  // the room in the text
     EXPECT_EQ(Loaded, SetLength(Length)) << Length;
   }
-  for (const size_t Length : {5, 63, 6}) {  // the smallest piece of memory, of 64 bytes
+  for (const size_t Length : {5u, 63u, 6u}) {  // the smallest piece of memory, of 64 bytes
     EXPECT_EQ(Loaded + 64, SetLength(Length)) << Length;
   }
-  for (const size_t Length : {64, 95, 7}) {  // the next one, of 96
+  for (const size_t Length : {64u, 95u, 7u}) {  // the next one, of 96
     EXPECT_EQ(Loaded + 64 + 96, SetLength(Length)) << Length;
   }
 }
