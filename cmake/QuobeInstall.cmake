@@ -39,9 +39,12 @@ function(quobe_install_programs component folder suffix)
   endif()
   install(TARGETS quobe-options RUNTIME DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
   quobe_install_link(${component} quobe-options${suffix} ${folder} quobe-options)
+  # Modes are not taken from the sources: those depend on who has checked them out.
   install(PROGRAMS line/quobe-line DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component})
+  install(PROGRAMS line/quobe_line/lane DESTINATION "${QUOBE_LIBEXEC}/${folder}/quobe_line"
+    COMPONENT ${component})
   install(DIRECTORY line/quobe_line DESTINATION "${QUOBE_LIBEXEC}/${folder}" COMPONENT ${component}
-    USE_SOURCE_PERMISSIONS PATTERN __pycache__ EXCLUDE)
+    FILES_MATCHING PATTERN "*.py" PATTERN __pycache__ EXCLUDE)
   quobe_install_link(${component} quobe-line${suffix} ${folder} quobe-line)
 endfunction()
 

@@ -110,6 +110,11 @@ class Installed(unittest.TestCase):
         every = [file for component in COMPONENTS for file in self.files[component]]
         self.assertEqual(sorted(set(every)), sorted(every))
 
+    def test_nobody_but_the_owner_may_write(self):
+        for where, folders, files in os.walk(self.path("libexec")):
+            for name in folders + files:
+                self.assertEqual(0, os.stat(os.path.join(where, name)).st_mode & 0o022, name)
+
     def test_links_of_bin_are_relative(self):
         for name in os.listdir(self.path("bin")):
             if os.path.islink(self.path("bin/" + name)):
