@@ -337,7 +337,7 @@ XmlDocument* SYS_XML_ParseDoc(const char* sText, int32_t* pError) {
   if (pText == NULL) {
     return Finish(pDoc, SYS_XML_ERR_MEMORY, pError);
   }
-  memcpy(pText, sText, NumBytes);
+  memcpy(pText, sText, NumBytes + 1);  // with the terminator
   return Finish(pDoc, ReadText(pDoc, pText, (uint32_t)NumBytes), pError);
 }
 
