@@ -202,14 +202,31 @@ static void CompareFieldWithFactory(const READING* pReading, const WORD_READING*
   }
 }
 
-// An unread field is no factory value.
+// An unread field is no factory value, and neither is one that was read in one of its two places.
 static void AddUnread(const READING* pReading, const WORD_READING* pWord,
                       const silicon::FIELD* pField, DIFFERENCES* pDifferences) {
-  char acExpected[NAME_SIZE];
-  if (READING_IsFactory(pReading, pWord, pField) < 0) {
-    Add(pDifferences, "loaded", pWord->pRow->sName, pField->sName,
-        HexText(acExpected, 0, pField->Get(pWord->pRow->Factory)), "");
+  char       acExpected[NAME_SIZE];
+  const bool IsUnread = READING_IsFactory(pReading, pWord, pField) < 0;
+  HexText(acExpected, 0, pField->Get(pWord->pRow->Factory));
+  if (IsUnread || (pField->Mask() & pWord->SilentMask) != 0) {
+    Add(pDifferences, "loaded", pWord->pRow->sName, pField->sName, acExpected, "");
   }
+  if (!IsUnread && pWord->IsSilent && !pWord->HasStored) {
+    Add(pDifferences, "stored", pWord->pRow->sName, pField->sName, acExpected, "");
+  }
+}
+
+static void CompareComplementWithFactory(const WORD_READING* pWord, DIFFERENCES* pDifferences) {
+  if (pWord->Complement == COMPLEMENT_WRONG) {
+    Add(pDifferences, "complement", pWord->pRow->sName, "", "right", "wrong");
+  } else if (pWord->IsSilent && pWord->HasStored) {
+    Add(pDifferences, "complement", pWord->pRow->sName, "", "right", "");
+  }
+}
+
+// A register that did not answer may have any flag set.
+static const char* FlagText(const REGISTER_READING* pRegister, const silicon::FIELD* pFlag) {
+  return !pRegister->IsRead ? "" : READING_IsSet(pRegister, pFlag) ? "0x1" : "0x0";
 }
 
 void EXPECT_CompareWithFactory(const READING* pReading, DIFFERENCES* pDifferences) {
@@ -227,14 +244,14 @@ void EXPECT_CompareWithFactory(const READING* pReading, DIFFERENCES* pDifference
       CompareFieldWithFactory(pReading, pWord, &Field, pDifferences);
       AddUnread(pReading, pWord, &Field, pDifferences);
     }
-    if (pWord->Complement == COMPLEMENT_WRONG) {
-      Add(pDifferences, "complement", pWord->pRow->sName, "", "right", "wrong");
-    }
+    CompareComplementWithFactory(pWord, pDifferences);
   }
   for (uint32_t i = 0; i < pReading->NumRegisters; i++) {
-    for (const silicon::FIELD& Flag : pReading->aRegister[i].pRow->Flags) {
-      if (Flag.Kind == silicon::UNSURE && READING_IsSet(&pReading->aRegister[i], &Flag)) {
-        Add(pDifferences, "error", pReading->aRegister[i].pRow->sName, Flag.sName, "0x0", "0x1");
+    const REGISTER_READING* pRegister = &pReading->aRegister[i];
+    for (const silicon::FIELD& Flag : pRegister->pRow->Flags) {
+      if (Flag.Kind == silicon::UNSURE) {
+        AddIfDifferent(pDifferences, "error", pRegister->pRow->sName, Flag.sName, "0x0",
+                       FlagText(pRegister, &Flag));
       }
     }
   }
@@ -267,7 +284,8 @@ static void CompareWordWithFile(const READING* pReading, const WORD_READING* pWo
                    HexText(acActual, Has, Value));
     // At one level stored words may be readable and at another not: then the level differs.
     Has = READING_Stored(pWord, &Field, &Value);
-    if (Has == 0 && pFound->acStored[0] != 0) {
+    if ((Has == 0 && pFound->acStored[0] != 0) ||
+        strcmp(pExpected->acLevel, EXPECT_LevelText(pReading->Level)) == 0) {
       AddIfDifferent(pDifferences, "stored", sWord, Field.sName, pFound->acStored,
                      HexText(acActual, Has, Value));
     }
@@ -279,13 +297,10 @@ static void CompareErrorsWithFile(const READING* pReading, const EXPECTED* pExpe
   for (uint32_t i = 0; i < pReading->NumRegisters; i++) {
     const REGISTER_READING* pRegister = &pReading->aRegister[i];
     for (const silicon::FIELD& Flag : pRegister->pRow->Flags) {
-      const bool IsSet = READING_IsSet(pRegister, &Flag);
       const bool WasSet =
           Find(pExpected->aError, pExpected->NumErrors, pRegister->pRow->sName, Flag.sName) != NULL;
-      if (IsSet != WasSet) {
-        Add(pDifferences, "error", pRegister->pRow->sName, Flag.sName, WasSet ? "0x1" : "0x0",
-            IsSet ? "0x1" : "0x0");
-      }
+      AddIfDifferent(pDifferences, "error", pRegister->pRow->sName, Flag.sName,
+                     WasSet ? "0x1" : "0x0", FlagText(pRegister, &Flag));
     }
   }
 }

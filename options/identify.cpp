@@ -176,7 +176,7 @@ static bool IdentifyAt(READING* pReading, uint32_t Address) {
 }
 
 // The families that hide their identity are told by their first option word: it is readable at
-// level 0 and 1, and value and complement belong together.
+// level 0 and 1, and no other family has a memory there that answers. Value and complement may differ.
 static uint32_t FamilyByOptionWord(void) {
   for (const silicon::FAMILY_STATUS& Row : silicon::aFamilyStatus) {
     uint32_t Word = 0;

@@ -14,6 +14,11 @@ static void PutEscaped(FILE* pFile, const char* sText) {
     for (uint32_t i = 1; i < Length; i++) {
       Length = (p[i] & 0xC0) == 0x80 ? Length : 0;
     }
+    // Neither a longer form than needed, nor half of a pair, nor beyond the last character.
+    if ((*p == 0xE0 && p[1] < 0xA0) || (*p == 0xED && p[1] > 0x9F) || (*p == 0xF0 && p[1] < 0x90) ||
+        (*p == 0xF4 && p[1] > 0x8F)) {
+      Length = 0;
+    }
     if (Length == 0) {
       fputs("\\uFFFD", pFile);
       p++;

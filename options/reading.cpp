@@ -125,10 +125,15 @@ static int32_t StoredLevel(const READING* pReading) {
 static void PutLoaded(const READING* pReading, WORD_READING* pWord) {
   for (const silicon::LOADED& Piece : pWord->pRow->Loaded) {
     uint32_t Value;
-    if (Piece.Register != 0 && ValueOfRegister(pReading, Piece.Register, &Value) == 0) {
-      const silicon::FIELD Place = silicon::Bits("", Piece.High, Piece.Low);
+    if (Piece.Register == 0) {
+      continue;
+    }
+    const silicon::FIELD Place = silicon::Bits("", Piece.High, Piece.Low);
+    if (ValueOfRegister(pReading, Piece.Register, &Value) == 0) {
       pWord->LoadedMask |= Place.Mask();
       pWord->Loaded = Place.Put(pWord->Loaded, Value >> Piece.To);
+    } else {
+      pWord->SilentMask |= Place.Mask();
     }
   }
 }
@@ -146,7 +151,7 @@ static COMPLEMENT_STATE StateOfBytes(uint32_t Word) {
   return State;
 }
 
-static COMPLEMENT_STATE StateOf(const WORD_READING* pWord) {
+static COMPLEMENT_STATE StateOf(WORD_READING* pWord) {
   uint32_t Complement;
   switch (pWord->pRow->Complement) {
     case silicon::IN_BYTES:
@@ -156,6 +161,7 @@ static COMPLEMENT_STATE StateOf(const WORD_READING* pWord) {
       return Complement == (pWord->Stored & 0xFFFF) ? COMPLEMENT_RIGHT : COMPLEMENT_WRONG;
     case silicon::IN_NEXT_WORD:
       if (IDENTIFY_ReadWord(pWord->pRow->Stored + 4, &Complement) < 0) {
+        pWord->IsSilent = true;
         return COMPLEMENT_NONE;
       }
       return Complement == ~pWord->Stored ? COMPLEMENT_RIGHT : COMPLEMENT_WRONG;
@@ -216,6 +222,7 @@ static void ReadStored(const READING* pReading, WORD_READING* pWord) {
     pWord->HasStored = IDENTIFY_ReadWord(pRow->StoredUpper, &Upper) == 0;
     pWord->Stored    = (pWord->Stored & 0xFFFF) | Upper << 16;
   }
+  pWord->IsSilent = !pWord->HasStored;
   if (pWord->HasStored && IsCommonWord(pReading, pRow)) {
     pWord->Complement = StateOf(pWord);
   }
@@ -349,12 +356,13 @@ int32_t READING_IsAllFactory(const READING* pReading) {
   bool IsFactory = pReading->Level == 0 && !pReading->IsOtherFamily;
   for (uint32_t i = 0; i < pReading->NumWords; i++) {
     const WORD_READING* pWord = &pReading->aWord[i];
-    IsFactory                 = IsFactory && pWord->Complement != COMPLEMENT_WRONG;
+    IsFactory = IsFactory && pWord->Complement != COMPLEMENT_WRONG && !pWord->IsSilent;
     for (const silicon::FIELD& Field : pWord->pRow->Fields) {
       IsFactory = IsFactory && READING_IsFactory(pReading, pWord, &Field) == 1;
     }
   }
   for (uint32_t i = 0; i < pReading->NumRegisters; i++) {
+    IsFactory = IsFactory && pReading->aRegister[i].IsRead;
     for (const silicon::FIELD& Flag : pReading->aRegister[i].pRow->Flags) {
       IsFactory = IsFactory &&
                   (Flag.Kind != silicon::UNSURE || !READING_IsSet(&pReading->aRegister[i], &Flag));

@@ -44,8 +44,10 @@ struct WORD_READING {
   const silicon::OPTION_WORD* pRow;
   uint32_t                    Loaded;      // in force, at the bits of LoadedMask
   uint32_t                    LoadedMask;  // the bits that registers show
+  uint32_t                    SilentMask;  // the bits of registers that did not answer
   bool                        HasStored;
-  uint32_t                    Stored;  // as memory shows it
+  bool                        IsSilent;  // the word or its complement was asked for in vain
+  uint32_t                    Stored;    // as memory shows it
   COMPLEMENT_STATE            Complement;
 };
 

@@ -182,6 +182,30 @@ HIDDEN_F0 = """1FFFF7CC 00000040
 08000008 00000000
 0800000C 00000000
 """
+# An L433 as delivered.
+L433 = """E0042000 10016435
+1FFF75E0 00000100
+40022010 00000000
+40022020 FFFFF8AA
+40022024 FFFFFFFF
+40022028 0FFF8000
+4002202C FF80FFFF
+40022030 FF80FFFF
+1FFF7800 FFFFF8AA
+1FFF7804 00000755
+1FFF7808 FFFFFFFF
+1FFF780C 00000000
+1FFF7810 0FFF8000
+1FFF7814 F0007FFF
+1FFF7818 FF80FFFF
+1FFF781C 007F0000
+1FFF7820 FF80FFFF
+1FFF7824 007F0000
+08000000 FFFFFFFF
+08000004 FFFFFFFF
+08000008 FFFFFFFF
+0800000C FFFFFFFF
+"""
 CONNECTION = ["Open", "ExecCommand device = Cortex-M3", "TIF_Select 1", "SetSpeed 1000", "GetSpeed",
               "GetHWStatus"]
 
@@ -309,10 +333,53 @@ class Calls(Case):
         self.assertEqual((None, None, None), (field["loaded"], field["stored"], field["as_factory"]))
         self.assertFalse(seen["as_factory"])
 
+    def without(self, words, *addresses):
+        self.write("words", "".join(line + "\n" for line in words.splitlines()
+                                    if not line.startswith(addresses)))
+
+    def test_what_was_read_in_one_of_two_places_only_is_not_taken_for_good(self):
+        def difference(word, name, what, expected):
+            return {"word": word, "name": name, "what": what, "expected": expected, "actual": None}
+
+        for address, family, words, expected in (
+                ("40022020", "2", F103, [difference("OPTION_WRP01", "WRP0", "loaded", "0xFF"),
+                                         difference("OPTION_WRP01", "WRP1", "loaded", "0xFF"),
+                                         difference("OPTION_WRP23", "WRP2", "loaded", "0xFF"),
+                                         difference("OPTION_WRP23", "WRP3", "loaded", "0xFF")]),
+                ("1FFFF804", "2", F103, [difference("OPTION_DATA", "DATA0", "stored", "0xFF"),
+                                         difference("OPTION_DATA", "DATA1", "stored", "0xFF")]),
+                ("4002200C", "2", F103, [difference("FLASH_SR", "BSY", "error", "0x0")]),
+                ("1FFF781C", "12", L433, [difference("WRP1AR", None, "complement", "right")])):
+            self.write("words", words)
+            status, seen = self.json("-SetDeviceFamily", family, "--expect", "factory")
+            self.assertEqual((0, True, []), (status, seen["as_factory"], seen["differences"]))
+            self.without(words, address)
+            status, seen = self.json("-SetDeviceFamily", family, "--expect", "factory")
+            self.assertEqual((1, False, expected), (status, seen["as_factory"], seen["differences"]))
+
+    def test_what_a_file_has_and_the_device_does_not_show_is_a_difference(self):
+        self.write("words", F103)
+        self.write("before", self.run_it("--json")[1])
+        self.assertEqual(0, self.run_it("--expect", "before")[0])
+        for address, expected in (("1FFFF804", ["complement", "stored", "stored"]),
+                                  ("4002200C", ["error"] * 3)):
+            self.without(F103, address)
+            status, seen = self.json("--expect", "before")
+            self.assertEqual(1, status)
+            self.assertEqual([(what, None) for what in expected],
+                             [(entry["what"], entry["actual"]) for entry in seen["differences"]])
+
     def test_texts_of_the_library_do_no_harm_to_the_json(self):
         self.env["QUOBE_OPEN"] = 'a "b" \\ \t \x01 \u00e9'
         _, seen = self.json()
         self.assertEqual('the probe was not opened: a "b" \\ \t \x01 \u00e9', seen["error"])
+        # Half of a pair, longer than needed, beyond the last character: no UTF-8.
+        for text in (b"\xed\xa0\x80", b"\xe0\x80\x80", b"\xf0\x80\x80\x80", b"\xf4\x90\x80\x80"):
+            self.env["QUOBE_OPEN"] = os.fsdecode(text)
+            done = subprocess.run([self.program, "--json"], env=self.env, stdout=subprocess.PIPE,
+                                  stderr=subprocess.DEVNULL, timeout=LIMIT_S, check=False)
+            self.assertEqual("the probe was not opened: " + "\ufffd" * len(text),
+                             json.loads(done.stdout.decode())["error"])
 
 
 class Shown(Case):
