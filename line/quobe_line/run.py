@@ -277,6 +277,14 @@ def say(text):
         pass  # a terminal that was closed
 
 
+def tell(text):
+    """On standard output. A reader that has left does not stop the run: all of it is in the log."""
+    try:
+        print(text, flush=True)
+    except OSError:
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+
+
 def take_line(line, units, log, progress, words):
     """Records an attempt that a host printed; other lines are kept in words, by the row's number."""
     # ssh ends its messages with a carriage return, after which GNU parallel puts the number again.
@@ -316,8 +324,7 @@ def finish(log, units, latest, report):
     if report:
         all_attempts = {row["unit"]: record.read_attempts(log.units, row["unit"]) for row in units}
         record.write_file(log.file("report.html"), page.write(units, latest, all_attempts))
-    print(text, end="")
-    print("log: %s" % log.path)
+    tell(text + "log: %s" % log.path)
     if all(entry["verdict"] == "good" for entry in latest.values()):
         return GOOD
     return NOT_GOOD if all(entry["final"] for entry in latest.values()) else UNFINISHED
@@ -356,8 +363,8 @@ def do_units(log, units, saved, hosts):
         if attempt["final"]:
             seen.add(attempt["unit"])
         if not bar:
-            print("%d/%d %s: %s%s" % (len(seen), len(units), attempt["unit"], attempt["verdict"],
-                                      "".join("; " + cause for cause in attempt["causes"])), flush=True)
+            tell("%d/%d %s: %s%s" % (len(seen), len(units), attempt["unit"], attempt["verdict"],
+                                     "".join("; " + cause for cause in attempt["causes"])))
 
     parallel = start_parallel(log, units, saved, lanes, bar)
     signals = Signals(parallel, log)
@@ -381,6 +388,9 @@ def run(options):
             raise Trouble(USAGE, "%s is not the log of a run" % options.log)
         units = rows.read_units(log.file("units.csv"), hosts_of(options, log))
         return finish(log, units, latest_of(log, units), True)
+    for name in (options.units, options.hosts):
+        if name and os.path.exists(name) and not os.path.isfile(name):
+            raise Trouble(USAGE, "%s is not a file; it is read here and copied into the log" % name)
     hosts = hosts_of(options)
     if options.units:
         units = rows.read_units(options.units, hosts_of(options, Log(options.log))

@@ -88,12 +88,20 @@ def waits_for_power(after):
                if field["loaded"] != field["factory"])
 
 
+def difference_text(entry):
+    name = name_field(entry["word"], entry["name"])
+    if entry["actual"] is None:
+        what = "" if entry["what"] == "error" else entry["what"]
+        return " ".join(part for part in (name, what, "was not read") if part)
+    return ("%s %s is %s, not %s" % (name, entry["what"], entry["actual"], entry["expected"])).strip()
+
+
 def judge_fields(after):
     """(verdict, causes) by what was read alone."""
     if not after["as_factory"] or after["differences"] or level(after) != 0:
-        causes = [("%s %s is %s, not %s" % (name_field(entry["word"], entry["name"]), entry["what"],
-                                            entry["actual"], entry["expected"])).strip()
-                  for entry in after["differences"]]
+        causes = [difference_text(entry) for entry in after["differences"]]
+        if causes and all(entry["actual"] is None for entry in after["differences"]):
+            return "not-checked", causes  # what differs is what did not answer
         verdict = "needs-power-cycle" if causes and waits_for_power(after) else "not-at-factory"
         return verdict, causes or ["protection level %s" % level(after)]
     blank = [name_field(field["word"], field["name"]) for field in after["fields"]

@@ -175,6 +175,23 @@ class Lists(OnBench):
                          (run.status, run.errors))
         self.assertEqual([], os.listdir(run.log))
 
+    def test_a_list_that_can_be_read_only_once_is_refused(self):
+        os.mkfifo(self.file("pipe"))
+        run = self.line.run(self.file("pipe"))
+        self.assertEqual((2, "quobe-line: %s is not a file; it is read here and copied into the log\n"
+                          % self.file("pipe")), (run.status, run.errors))
+        self.assertFalse(os.path.exists(run.log))
+
+    def test_a_reader_that_leaves_does_not_stop_the_run(self):
+        for number in (1, 2, 3):
+            self.station.create(number, "STM32F103", "--rdp", "1")
+        process = self.line.start(self.line.units("a,2,1", "b,2,2", "c,2,3"))
+        process.stdout.close()
+        self.assertEqual((0, ""), (process.wait(LIMIT_S), process.stderr.read()))
+        process.stderr.close()
+        with open(os.path.join(self.file("log"), "summary.txt")) as file:
+            self.assertEqual("3 units: 3 good", file.read().splitlines()[-1])
+
     def test_resume_wants_the_same_list(self):
         self.station.create(1, "STM32F103", "--rdp", "1")
         self.assertEqual(0, self.line.run(self.line.units("a,2,1")).status)
@@ -262,6 +279,15 @@ class Verdicts(unittest.TestCase):
     def test_a_flash_that_was_not_protected_may_keep_its_content(self):
         self.assertEqual(("good", []), self.judge(self.reading(flash={"erased": False}),
                                                   self.reading(flash={"erased": False})))
+
+    def test_what_did_not_answer_was_not_checked(self):
+        after = self.reading(status=1, as_factory=False, differences=[
+            {"word": "FLASH_SR", "name": "BSY", "what": "error", "expected": "0x0", "actual": None}])
+        self.assertEqual(("not-checked", ["FLASH_SR.BSY was not read"]), self.judge(after))
+        after["differences"].append({"word": "OPTCR", "name": "nWRP", "what": "loaded",
+                                     "expected": "0xFFF", "actual": "0x0"})
+        self.assertEqual(("not-at-factory", ["FLASH_SR.BSY was not read",
+                                             "OPTCR.nWRP loaded is 0x0, not 0xFFF"]), self.judge(after))
 
     def after_f0(self, stored="0xFF", what="loaded", stored_level=0):
         return self.reading(
