@@ -160,14 +160,13 @@ static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, REGISTRY_
 
 // ---- Setting ------------------------------------------------------------------------------------
 
-// Returns NULL for a number that is not a type.
+// Type is one of those in the table.
 static const char* GetTypeName(uint32_t Type) {
-  for (const TYPE_ROW& Row : aType) {
-    if (Row.Type == Type) {
-      return Row.sName;
-    }
+  const TYPE_ROW* pRow = aType;
+  while (pRow->Type != Type) {
+    pRow++;
   }
-  return NULL;
+  return pRow->sName;
 }
 
 static int32_t SetText(const REGISTRY_VALUE* pValue, const char* sTypeName, const char* sText) {

@@ -128,6 +128,7 @@ static int FollowsString(const RegistryKeyHandle* pKey, const XmlAttribute* pAtt
 // Finds out whether the value's key is tidy, if that is not known. Returns 0 also for a key with so
 // few attributes that it does not matter.
 static uint32_t IsTidy(const REGISTRY_VALUE* pValue) {
+  SYS_REGLIST_FindText(pValue);  // a search makes the index of a key with many attributes
   XmlIndex* pIndex = pValue->Key.pElement->pIndex;
   if (pIndex == NULL || !pIndex->Attrs.IsBuilt) {
     return 0;

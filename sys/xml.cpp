@@ -144,8 +144,10 @@ static int32_t ReplaceValue(XmlDocument* pDoc, XmlAttribute* pAttr, const char* 
     return SYS_XML_OK;
   }
   uint16_t Class;
-  char*    sCopy =
-      ValueLen > MAX_TEXT_LENGTH ? NULL : (char*)AllocPiece(pDoc, (uint64_t)ValueLen + 1, &Class);
+  if (ValueLen > MAX_TEXT_LENGTH) {  // coverage: no test has 2 GiB
+    return SYS_XML_ERR_MEMORY;       // coverage: no test has 2 GiB
+  }
+  char* sCopy = (char*)AllocPiece(pDoc, (uint64_t)ValueLen + 1, &Class);
   if (sCopy == NULL) {
     return SYS_XML_ERR_MEMORY;
   }

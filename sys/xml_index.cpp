@@ -77,8 +77,8 @@ static int32_t AllocEntries(XmlDocument* pDoc, XmlTable* pTable, uint32_t NumEnt
   }
   if (Capacity > pTable->Capacity) {
     const uint64_t NumBytes = Capacity * sizeof(XmlIndexEntry);
-    if (NumBytes > UINT32_MAX) {
-      return -1;  // coverage: no test has so many nodes
+    if (NumBytes > UINT32_MAX) {  // coverage: no test has so many nodes
+      return -1;                  // coverage: no test has so many nodes
     }
     void* pMem = SYS_XML_AllocFromArena(pDoc->pArena, (uint32_t)NumBytes);
     if (pMem == NULL) {

@@ -133,6 +133,46 @@ TEST_F(SysRegistryGrowth, AListBesideManyValuesIsSetQueriedAndDeletedWithoutAWal
   EXPECT_EQ("none", List("List"));
 }
 
+TEST_F(SysRegistryGrowth, ListsThatAreOnlySetAreSetWithoutAWalk) {
+  const auto CountAttrs = [&] {
+    int NumAttrs = 0;
+    for (const XmlAttribute* p = m_hKey->pElement->pFirstAttr; p != nullptr; p = p->pNext) {
+      NumAttrs++;
+    }
+    return NumAttrs;
+  };
+  for (int i = 0; i < 100; i++) {
+    ASSERT_EQ(0u, SetList(NameOf(i).c_str(), ListOf(3)));
+  }
+  EXPECT_EQ(400, CountAttrs());
+  {
+    const CUT_LIST<XmlAttribute> Cut(m_hKey->pElement->pFirstAttr);
+    ASSERT_EQ(0u, SetList(NameOf(50).c_str(), ListOf(3)));
+    ASSERT_EQ(0u, SetList(NameOf(99).c_str(), ListOf(2)));
+  }
+  EXPECT_EQ(399, CountAttrs());
+}
+
+// Names that end like those of a list's strings, or nearly so.
+TEST_F(SysRegistryGrowth, AListBesideOtherNamesWithDigitsIsSet) {
+  const std::string sLong = std::string(520, 'n') + "_OSTRELRegMltStr2";
+  SYS_REG_CloseKey(m_hKey);
+  SYS_REG_Flush();
+  std::string sOthers = " 123=\"a\" ANameLongerThanTheSuffix7=\"b\" " + sLong + "=\"c\"";
+  for (int i = 0; i < 20; i++) {
+    sOthers += " " + NameOf(i) + "=\"v\"";
+  }
+  Provide("<Registry><K" + sOthers + "/></Registry>");
+  m_hKey = SYS_REG_OpenKey(USER, "K");
+  EXPECT_EQ(0u, SetList("List", ListOf(3)));
+  EXPECT_EQ(0u, SetList("List", ListOf(2)));
+  EXPECT_EQ("s0|s1|", List("List"));
+  EXPECT_EQ("<Registry>\r\n  <K" + sOthers +
+                " List=\"s0\" List_OSTRELRegMltStr1=\"s1\" "
+                "List_OSTRELRegType=\"SYS_REG_TYPE_MULTI_SZ\"/>\r\n</Registry>\r\n",
+            Flushed());
+}
+
 // Set again and again, for days, the store must not take more and more memory.
 TEST_F(SysRegistryGrowth, ValuesThatAreSetAgainTakeNoMoreMemory) {
   uint64_t Before = 0;

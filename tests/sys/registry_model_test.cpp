@@ -244,7 +244,7 @@ class SysRegistryWideModel : public SysRegistryModel {
 };
 
 TEST_F(SysRegistryWideModel, RandomCommandsAgreeWithTheModel) {
-  for (uint32_t Seed = 1; Seed <= NUM_SEQUENCES / 50; Seed++) {
+  for (uint32_t Seed = 1; Seed <= NUM_SEQUENCES / 150; Seed++) {
     SCOPED_TRACE("seed " + std::to_string(Seed));
     m_Random.seed(Seed);
     m_Duel.EditFile(0, OneIn(4) ? std::nullopt : std::make_optional(PickWideFile()));

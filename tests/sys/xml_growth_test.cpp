@@ -100,6 +100,16 @@ TEST(SysXmlGrowth, TheTableOfNamesIsSmallBesideTheNames) {
   EXPECT_GE(Before + NUM_NAMES * 40, CountBytes(Tree.Get()));
 }
 
+// Both have the same place in the table and the same hash.
+TEST(SysXmlGrowth, NamesWithTheSameHashAreDifferentNames) {
+  const Doc Tree = Parse(TextOfAttrs());
+  SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "ehkvmciueiys", "1");
+  EXPECT_EQ(nullptr, SYS_XML_FindAttr(Tree.Root(), "ovwvkkjbzqqf"));
+  SYS_XML_SetAttr(Tree.Get(), Tree.Root(), "ovwvkkjbzqqf", "2");
+  EXPECT_STREQ("1", SYS_XML_FindAttr(Tree.Root(), "ehkvmciueiys")->sValue);
+  EXPECT_STREQ("2", SYS_XML_FindAttr(Tree.Root(), "ovwvkkjbzqqf")->sValue);
+}
+
 TEST(SysXmlGrowth, ChildrenAreFoundAndAddedWithoutAWalk) {
   const Doc                Tree(SYS_XML_CreateDoc("R"));
   std::vector<XmlElement*> apChild;

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "sys/xml.h"
+#include "sys/xml_index.h"
+#include "sys/xml_node.h"
 #include "tests/sys/support/faults.h"
 #include "tests/sys/support/registry_home.h"
 
@@ -99,6 +101,101 @@ TEST(SysXmlFaults, ParsingEndsAtThePieceThatFindsNoMemory) {
   }
 }
 
+TEST(SysXmlFaults, ParsingEndsAtTheNodeThatFindsNoMemory) {
+  for (const std::string sPiece : {"<a/>", "<a b=\"\" c=\"\"/>", "<a b =\"\"/>"}) {
+    std::string sText = "<R>";
+    while (sText.size() < 0x200000) {
+      sText += sPiece;
+    }
+    int32_t Error = 0;
+    {
+      const FAULT Fault("malloc", ENOMEM, 1);  // of the second chunk
+      EXPECT_EQ(nullptr, SYS_XML_ParseDoc(sText.c_str(), &Error));
+    }
+    EXPECT_EQ(SYS_XML_ERR_MEMORY, Error) << sPiece;
+  }
+}
+
+// Leaves so many bytes in the document's only chunk.
+static void LeaveRoom(XmlDocument* pDoc, uint32_t NumBytes) {
+  SYS_XML_AllocFromArena(pDoc->pArena, pDoc->pArena->Capacity - pDoc->pArena->Used - NumBytes);
+}
+
+// Adds "n0", "n1", ... from First on; returns how many were added.
+static int AddNames(XmlDocument* pDoc, int First, int End) {
+  int i = First;
+  while (i < End && SYS_XML_SetAttr(pDoc, SYS_XML_GetRoot(pDoc), ("n" + std::to_string(i)).c_str(),
+                                    std::to_string(i).c_str()) == 0) {
+    i++;
+  }
+  return i - First;
+}
+
+// Each of the names is found, also when there was no memory for a table of them.
+static void ExpectNames(XmlDocument* pDoc, int End) {
+  for (int i = End - 1; i >= 0; i--) {
+    const std::string   sName = "n" + std::to_string(i);
+    const XmlAttribute* pAttr =
+        SYS_XML_LookUpAttr(pDoc, SYS_XML_GetRoot(pDoc), sName.c_str(), (uint32_t)sName.size());
+    ASSERT_NE(nullptr, pAttr) << i;
+    ASSERT_EQ(std::to_string(i), pAttr->sValue);
+  }
+  EXPECT_EQ(nullptr, SYS_XML_LookUpAttr(pDoc, SYS_XML_GetRoot(pDoc), "none", 4));
+}
+
+TEST(SysXmlFaults, WithoutMemoryForATableTheListIsSearched) {
+  for (const uint32_t Room : {0u, 96u, 248u, 1000u}) {  // for nothing, an index, and no table
+    std::string sText = "<R";
+    for (int i = 0; i < 18; i++) {
+      sText += " n" + std::to_string(i) + "=\"" + std::to_string(i) + "\"";
+    }
+    XmlDocument* pDoc = SYS_XML_ParseDoc((sText + "><K/></R>").c_str(), nullptr);
+    ASSERT_NE(nullptr, pDoc);
+    XmlElement* const   pRoot  = SYS_XML_GetRoot(pDoc);
+    XmlElement* const   pChild = SYS_XML_GetFirstChild(pRoot);
+    XmlAttribute* const pSpare = SYS_XML_AddAttr(pDoc, pChild, "spare", 5, "", 0);
+    LeaveRoom(pDoc, Room);
+    {
+      const FAULT Fault("malloc", ENOMEM, 0, 0xFFFFFFFF);
+      SYS_XML_DropAttr(pDoc, pChild, pSpare);
+      ASSERT_NE(nullptr, SYS_XML_AddAttr(pDoc, pRoot, "n18", 3, "18", 2));
+      ExpectNames(pDoc, 19);
+    }
+    EXPECT_EQ(100, AddNames(pDoc, 19, 119));
+    ExpectNames(pDoc, 119);
+    SYS_XML_FreeDoc(pDoc);
+  }
+}
+
+TEST(SysXmlFaults, ATableThatCannotGrowIsGivenUpUntilItCan) {
+  XmlDocument*               pDoc   = SYS_XML_CreateDoc("R");
+  XmlElement*                pRoot  = SYS_XML_GetRoot(pDoc);
+  XmlElement*                pChild = SYS_XML_FindOrAddChild(pDoc, pRoot, "K");
+  std::vector<XmlAttribute*> apSpare;
+  for (int i = 0; i < 10; i++) {
+    apSpare.push_back(SYS_XML_AddAttr(pDoc, pChild, "spare", 5, "", 0));
+  }
+  ASSERT_EQ(48, AddNames(pDoc, 0, 48));  // the table of 64 is full
+  ExpectNames(pDoc, 48);
+  LeaveRoom(pDoc, 0);
+  {
+    const FAULT Fault("malloc", ENOMEM, 0, 0xFFFFFFFF);
+    for (XmlAttribute* pSpare : apSpare) {
+      SYS_XML_DropAttr(pDoc, pChild, pSpare);
+    }
+    EXPECT_EQ(10, AddNames(pDoc, 48, 1000));
+    ExpectNames(pDoc, 58);
+    // With fewer names the former table is large enough again.
+    for (int i = 57; i >= 40; i--) {
+      EXPECT_EQ(0, SYS_XML_RemoveAttr(pRoot, ("n" + std::to_string(i)).c_str()));
+    }
+    ExpectNames(pDoc, 40);
+  }
+  EXPECT_EQ(100, AddNames(pDoc, 40, 140));
+  ExpectNames(pDoc, 140);
+  SYS_XML_FreeDoc(pDoc);
+}
+
 TEST(SysXmlFaults, WritingNeedsMemoryAtFirstAndToGrow) {
   XmlDocument* pDoc = SYS_XML_CreateDoc("R");
   SYS_XML_SetAttr(pDoc, SYS_XML_GetRoot(pDoc), "a", std::string(5000, 'v').c_str());
@@ -186,9 +283,9 @@ class SysRegistryFaults : public RegistryHome {
     int         Error;
   };
   static constexpr FAULT_ROW Rows[] = {
-      {"malloc", ENOMEM}, {"open", EMFILE}, {"read", EIO},      {"read", 0},    {"write", ENOSPC},
-      {"write", 0},       {"lseek", EIO},   {"ftruncate", EIO}, {"fstat", EIO}, {"lstat", EIO},
-      {"lstat", ENOENT},  {"stat", EIO},    {"mkdir", EACCES}};
+      {"malloc", ENOMEM}, {"realloc", ENOMEM}, {"open", EMFILE}, {"read", EIO},      {"read", 0},
+      {"write", ENOSPC},  {"write", 0},        {"lseek", EIO},   {"ftruncate", EIO}, {"fstat", EIO},
+      {"lstat", EIO},     {"lstat", ENOENT},   {"stat", EIO},    {"mkdir", EACCES}};
 
   // Runs Body with the first, second, third ... call of each kind failing, once or from then on,
   // until it makes no more calls. Then runs Check without failures.
@@ -340,6 +437,8 @@ TEST_F(SysRegistryFaults, ARootsDirectoryIsLookedAtOnceForEachHome) {
     EXPECT_EQ(0u, Query("v"));
     EXPECT_EQ(0u, Counter.GetNumCalls());
     unsetenv("HOME");
+    EXPECT_EQ(1u, Query("v"));
+    setenv("HOME", "", 1);
     EXPECT_EQ(1u, Query("v"));
   }
   setenv("HOME", m_Home.Path().c_str(), 1);

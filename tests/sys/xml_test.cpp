@@ -122,6 +122,8 @@ TEST(SysXmlTree, ATextTooLongForItsLengthMakesNoNode) {
     EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), "x", Length, "", 0));
     EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), "x", 1, "", Length));
   }
+  // Each is short enough, both together are not.
+  EXPECT_EQ(nullptr, SYS_XML_AddAttr(Tree.Get(), Tree.Root(), "x", 0x7FFFFFF0u, "", 0x7FFFFFF0u));
   EXPECT_EQ("<R a=\"1\"/>\r\n", Tree.Text());
 }
 
@@ -292,6 +294,14 @@ TEST(SysXmlTree, AValueUsesTheRoomThatWasTakenForItToTheLastByte) {
   for (const size_t Length : {64u, 95u, 7u}) {  // the next one, of 96
     EXPECT_EQ(Loaded + 64 + 96, SetLength(Length)) << Length;
   }
+}
+
+TEST(SysXmlTree, SiblingsOfTheRootFollowEachOther) {
+  const Doc Tree(SYS_XML_CreateDoc("R"));
+  for (const char* sName : {"S", "T", "U"}) {
+    ASSERT_NE(nullptr, SYS_XML_AppendSibling(Tree.Get(), Tree.Root(), sName));
+  }
+  EXPECT_EQ("<R/>\r\n<S/>\r\n<T/>\r\n<U/>\r\n", Tree.Text());
 }
 
 TEST(SysXmlTree, SetRejectsNullAndEmpty) {
