@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "openocd/file.h"
 #include "openocd/text.h"
 
 static const uint32_t MAX_VTARGET_MV = 65535;   // the tool's record has 16 bits
@@ -254,8 +255,9 @@ bool CONFIG_Load(CONFIG* pConfig, char* pError, size_t ErrorSize) {
   TEXT_Format(pConfig->acPath, sizeof(pConfig->acPath), "%s%s",
               IsGiven ? sGiven : (sHome != NULL ? sHome : ""),
               IsGiven ? "" : "/.config/quobe/openocd.conf");
-  FILE* pFile = fopen(pConfig->acPath, "r");
-  if (pFile == NULL && errno == ENOENT && !IsGiven) {
+  FILE* pFile = FILE_OpenToRead(pConfig->acPath);
+  // ENOTDIR: accounts of services have no folder as their home.
+  if (pFile == NULL && (errno == ENOENT || errno == ENOTDIR) && !IsGiven) {
     return true;
   }
   if (pFile == NULL) {

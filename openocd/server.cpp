@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "openocd/answer.h"
+#include "openocd/file.h"
 #include "openocd/text.h"
 
 static const size_t   MAX_LOG_BYTES      = 16 << 20;
@@ -83,9 +84,10 @@ bool SERVER_Start(SERVER* pServer, const char* sProgram, const char* sLog,
   char acLastRequest[SERVER_MAX_REQUEST];
   Begin(pServer);
   if (*sLog != '\0') {
-    pServer->pLog = fopen(sLog, "a");
+    pServer->pLog = FILE_OpenToAppend(sLog);
     if (pServer->pLog == NULL) {
-      TEXT_Format(pServer->acReason, sizeof(pServer->acReason), "%s: %s", sLog, strerror(errno));
+      TEXT_Format(pServer->acReason, sizeof(pServer->acReason), "log = %s: %s", sLog,
+                  strerror(errno));
       return false;
     }
   }

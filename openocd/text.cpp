@@ -68,6 +68,15 @@ char* TEXT_Trim(char* sText) {
   return sText;
 }
 
+void TEXT_MakeOneLine(char* sText) {
+  for (; *sText != '\0'; sText++) {
+    const unsigned char Byte = static_cast<unsigned char>(*sText);
+    if (Byte < ' ' || Byte == 0x7F) {
+      *sText = ' ';
+    }
+  }
+}
+
 int64_t TEXT_NowUs() {
   timespec Time = {};
   clock_gettime(CLOCK_MONOTONIC, &Time);

@@ -30,6 +30,9 @@ bool TEXT_IsPlain(const char* sText);
 // Removes blanks, tabs and line ends at both ends of a text; returns where it begins then.
 char* TEXT_Trim(char* sText);
 
+// Makes a blank of each control character, so that a text of any origin is one line.
+void TEXT_MakeOneLine(char* sText);
+
 // Milliseconds and microseconds of a clock that only moves forward.
 int64_t TEXT_NowMs();
 int64_t TEXT_NowUs();

@@ -212,6 +212,23 @@ TEST_F(OpenocdConfigFile, no_file_is_needed) {
   EXPECT_EQ(sHome_ + "/.config/quobe/openocd.conf", Config.acPath);
 }
 
+TEST_F(OpenocdConfigFile, no_home_is_needed) {
+  setenv("HOME", "/dev/null", 1);
+  EXPECT_TRUE(Load()) << acError_;
+  setenv("QUOBE_OPENOCD", "/dev/null", 1);
+  EXPECT_TRUE(Load()) << acError_;
+  EXPECT_STREQ("/dev/null", Config.acPath);
+}
+
+TEST_F(OpenocdConfigFile, a_pipe_is_refused_at_once) {
+  const std::string sPipe = sHome_ + "/pipe";
+  ASSERT_EQ(0, mkfifo(sPipe.c_str(), 0600));
+  setenv("QUOBE_OPENOCD", sPipe.c_str(), 1);
+  EXPECT_FALSE(Load());
+  EXPECT_EQ(sPipe + ": Invalid argument", acError_);
+  unlink(sPipe.c_str());
+}
+
 TEST_F(OpenocdConfigFile, the_one_in_the_home_directory_is_read) {
   WriteDefault("speed = 5\n");
   ASSERT_TRUE(Load()) << acError_;

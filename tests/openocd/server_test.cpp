@@ -195,7 +195,7 @@ TEST_F(OpenocdServer, the_log_is_kept_and_added_to) {
 
 TEST_F(OpenocdServer, a_log_that_cannot_be_written_is_told) {
   EXPECT_FALSE(SERVER_Start(&Server_, SCRIPTED_OPENOCD, "/nonexistent/log", sLast));
-  EXPECT_STREQ("/nonexistent/log: No such file or directory", Server_.acReason);
+  EXPECT_STREQ("log = /nonexistent/log: No such file or directory", Server_.acReason);
 }
 
 TEST_F(OpenocdServer, an_end_with_grace_lets_the_program_end_by_itself) {
