@@ -15,12 +15,14 @@ static const int32_t  INTERFACE_SWD    = 1;
 static const uint32_t SPEED_AUTO       = 0;
 static const uint32_t SPEED_ADAPTIVE   = 0xFFFF;  // SWD has no adaptive clock
 static const uint32_t AUTO_SPEED_KHZ   = 4000;
-static const uint32_t ANSWERING_MV     = 3300;  // reported for "the chip has power"
+static const uint32_t MAX_SPEED_KHZ    = 100000;  // no adapter comes near it; OpenOCD reckons in Hz
+static const uint32_t ANSWERING_MV     = 3300;    // reported for "the chip has power"
 static const int      HOOK_DEADLINE_MS = 10000;
 static const int      END_GRACE_MS     = 1000;
 static const int64_t  SILENT_MS        = 2000;  // a board may restart; longer and it is gone
 static const uint32_t PATIENT_ACCESSES = 500;   // after so many that fail in a row, leave the CPU
 static const uint32_t PATIENT_SLEEP_US = 1000;
+static const uint32_t TRACED_WORDS     = 16;  // of a read; no option bytes are longer
 
 // Everything of the one probe. Statics, because the operations have no argument that could carry it.
 struct PROBE {
@@ -168,15 +170,6 @@ static bool OpenAdapter() {
   return true;
 }
 
-// The tool prints the text unchanged.
-static void MakeOneLine(char* sText) {
-  for (; *sText != '\0'; sText++) {
-    if (static_cast<unsigned char>(*sText) < ' ') {
-      *sText = ' ';
-    }
-  }
-}
-
 const char* PROBE_Open() {
   Begin();
   if (Probe.IsOpen) {
@@ -195,7 +188,7 @@ const char* PROBE_Open() {
     TRACE_Operation(&Probe.Trace, "Open: %s", Probe.Adapter.acDriver);
     return NULL;
   }
-  MakeOneLine(Probe.acError);
+  TEXT_MakeOneLine(Probe.acError);  // the tool prints it unchanged
   TRACE_Operation(&Probe.Trace, "Open: %s", Probe.acError);
   return Probe.acError;
 }
@@ -208,8 +201,9 @@ static bool RunHook(const char* sTcl, const char* sWhat, char* pError, size_t Er
     TRACE_Event(&Probe.Trace, "%s", sWhat);
     return true;
   }
-  TEXT_Format(pError, ErrorSize, "%s failed: %s", sWhat,
-              Result == SERVER_GONE ? Probe.Adapter.Server.acReason : acAnswer);
+  const char* sReason = Result == SERVER_GONE ? Probe.Adapter.Server.acReason : acAnswer;
+  TEXT_Format(pError, ErrorSize, "%s failed%s%s", sWhat, *sReason != '\0' ? ": " : "", sReason);
+  TEXT_MakeOneLine(pError);
   TRACE_Event(&Probe.Trace, "%s", pError);
   return false;
 }
@@ -307,8 +301,9 @@ int32_t PROBE_SelectInterface(int32_t Interface) {
 void PROBE_SetSpeed(uint32_t SpeedkHz) {
   Begin();
   uint32_t Speed = SpeedkHz == SPEED_AUTO || SpeedkHz == SPEED_ADAPTIVE ? AUTO_SPEED_KHZ : SpeedkHz;
-  if (Probe.Config.SpeedLimit != 0 && Speed > Probe.Config.SpeedLimit) {
-    Speed = Probe.Config.SpeedLimit;
+  const uint32_t Limit = Probe.Config.SpeedLimit != 0 ? Probe.Config.SpeedLimit : MAX_SPEED_KHZ;
+  if (Speed > Limit) {
+    Speed = Limit;
   }
   if (Probe.IsOpen && !ADAPTER_SetSpeed(&Probe.Adapter, Speed)) {
     TRACE_Event(&Probe.Trace, "the adapter's speed cannot be set");
@@ -376,10 +371,14 @@ int32_t PROBE_Reset() {
 }
 
 static void TraceRead(uint32_t Address, uint32_t NumItems, const uint32_t* pData) {
-  char acText[512] = "";
-  for (uint32_t i = 0; i < NumItems && Probe.Trace.pFile != NULL; i++) {
+  char           acText[TRACED_WORDS * sizeof("; [0x00000000] = 0x00000000") + 32] = "";
+  const uint32_t Count = NumItems < TRACED_WORDS ? NumItems : TRACED_WORDS;
+  for (uint32_t i = 0; i < Count && Probe.Trace.pFile != NULL; i++) {
     TEXT_Append(acText, sizeof(acText), "%s[0x%08X] = 0x%08X", i == 0 ? "" : "; ", Address + 4 * i,
                 pData[i]);
+  }
+  if (NumItems > Count) {
+    TEXT_Append(acText, sizeof(acText), "; ... (%u words)", NumItems);
   }
   TRACE_Operation(&Probe.Trace, "RD  %s", acText);
 }

@@ -1,5 +1,6 @@
 #include "openocd/target.h"
 
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -58,13 +59,31 @@ static TARGET_RESULT ReadBlock(ADAPTER* pAdapter, uint32_t Address, uint32_t Cou
   return TARGET_OK;
 }
 
-TARGET_RESULT TARGET_Read(ADAPTER* pAdapter, uint32_t Address, uint32_t Count, uint32_t* pData) {
+static TARGET_RESULT ReadBlocks(ADAPTER* pAdapter, uint32_t Address, uint32_t Count,
+                                uint32_t* pData) {
   TARGET_RESULT Result = TARGET_OK;
   for (uint32_t Done = 0; Done < Count && Result == TARGET_OK; Done += WORDS_AT_ONCE) {
     const uint32_t Left = Count - Done;
     Result = ReadBlock(pAdapter, Address + 4 * Done, Left < WORDS_AT_ONCE ? Left : WORDS_AT_ONCE,
                        pData + Done);
   }
+  return Result;
+}
+
+TARGET_RESULT TARGET_Read(ADAPTER* pAdapter, uint32_t Address, uint32_t Count, uint32_t* pData) {
+  if (Count <= WORDS_AT_ONCE) {
+    return ReadBlocks(pAdapter, Address, Count, pData);
+  }
+  // A later block may fail, and then the caller's buffer has to be as it was.
+  uint32_t* pWords = static_cast<uint32_t*>(calloc(Count, sizeof(*pWords)));
+  if (pWords == NULL) {
+    return TARGET_FAILED;
+  }
+  const TARGET_RESULT Result = ReadBlocks(pAdapter, Address, Count, pWords);
+  if (Result == TARGET_OK) {
+    memcpy(pData, pWords, Count * sizeof(*pWords));
+  }
+  free(pWords);
   return Result;
 }
 
@@ -148,7 +167,8 @@ static TARGET_RESULT SetTrap(ADAPTER* pAdapter, uint32_t Control) {
 }
 
 static TARGET_RESULT ResetByPin(ADAPTER* pAdapter) {
-  TARGET_RESULT Result = SetTrap(pAdapter, C_DEBUGEN);
+  // Stopped until the pin is low: the program may take the debug pins for itself.
+  TARGET_RESULT Result = SetTrap(pAdapter, C_DEBUGEN | C_HALT);
   if (Result != TARGET_OK) {
     return Result;
   }
@@ -207,7 +227,7 @@ static void TellSilent(ADAPTER* pAdapter, char* pError, size_t ErrorSize) {
               "protection level 2 does not answer either, and cannot be freed.");
 }
 
-// Halts the core at its reset vector while nRESET, which is low since "init", is let go.
+// Halts the core at its reset vector while nRESET is let go.
 static TARGET_RESULT LeaveReset(ADAPTER* pAdapter) {
   TARGET_RESULT       Result   = SetTrap(pAdapter, C_DEBUGEN);
   const TARGET_RESULT Released = SetPin(pAdapter, "deassert");
@@ -266,6 +286,10 @@ bool TARGET_Attach(ADAPTER* pAdapter, const CONFIG* pConfig, TARGET_FACTS* pFact
   const bool UnderReset = pConfig->ConnectUnderReset && pAdapter->Server.IsChild;
   bool       Good       = false;
   *pFacts               = TARGET_FACTS{};
+  if (UnderReset) {
+    // Since "init" it is low, unless this is not the first attempt.
+    SetPin(pAdapter, "assert");
+  }
   if (!Examine(pAdapter, pFacts, pError, ErrorSize)) {
     if (UnderReset) {
       SetPin(pAdapter, "deassert");

@@ -1,7 +1,9 @@
 // The 16 operations of the built library, opened as the tool opens it.
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 
@@ -212,7 +214,8 @@ const OpenRow aOpenFailures[] = {
     {"driver = cmsis-dap\nspeed = x\n", "", "%C:2: \"speed = x\": expected kHz from 1 to 100000"},
     {"driver = cmsis-dap\ntrace = /nonexistent/t\n", "",
      "%C: trace = /nonexistent/t: No such file or directory"},
-    {"driver = cmsis-dap\nlog = /nonexistent/l\n", "", "/nonexistent/l: No such file or directory"},
+    {"driver = cmsis-dap\nlog = /nonexistent/l\n", "",
+     "log = /nonexistent/l: No such file or directory"},
     {"driver = no.cfg\n", "source 1 error {Can't find no.cfg}\n",
      "OpenOCD refuses \"source [find no.cfg]\": Can't find no.cfg"},
     {"driver = x.cfg\n",
@@ -306,6 +309,21 @@ TEST_F(OpenocdProbe, a_failed_open_says_in_one_line_what_is_wrong_and_leaves_no_
   EXPECT_EQ("", OpenText());
 }
 
+TEST_F(OpenocdProbe, a_log_or_trace_that_is_a_pipe_is_refused_at_once) {
+  const std::string sPipe = Path("pipe");
+  ASSERT_EQ(0, mkfifo(sPipe.c_str(), 0600));
+  Configure("driver = cmsis-dap\nlog = " + sPipe + "\n");
+  EXPECT_EQ("log = " + sPipe + ": Invalid argument", OpenText());
+  Configure("driver = cmsis-dap\ntrace = " + sPipe + "\n");
+  EXPECT_EQ(Path("conf") + ": trace = " + sPipe + ": Invalid argument", OpenText());
+  // Also with a reader, who may leave.
+  const int Reader = open(sPipe.c_str(), O_RDONLY | O_NONBLOCK);
+  EXPECT_EQ(Path("conf") + ": trace = " + sPipe + ": Invalid argument", OpenText());
+  close(Reader);
+  Configure("driver = cmsis-dap\nlog = /dev/null\ntrace = /dev/null\n");
+  EXPECT_EQ("", OpenText());
+}
+
 TEST_F(OpenocdProbe, an_st_link_that_cannot_be_opened_is_told_when_there_is_no_other_adapter) {
   Configure("");
   RulesOfNext(1,
@@ -387,6 +405,13 @@ TEST_F(OpenocdProbe, zero_and_adaptive_become_a_fixed_speed_and_the_limit_holds)
   EXPECT_EQ(5000u, GetSpeed());
 }
 
+TEST_F(OpenocdProbe, a_speed_beyond_all_adapters_is_the_highest_speed) {
+  Connect();
+  SetSpeed(0xFFFFFFFF);
+  SetSpeed(4294968);  // in Hz it has more than 32 bits
+  EXPECT_EQ((Lines{"adapter speed 100000", "adapter speed 100000"}), NewRequests());
+}
+
 TEST_F(OpenocdProbe, the_speed_is_the_one_that_the_adapter_took) {
   Connect("speed 2 result {adapter speed: 1800 kHz\\n}\n");
   SetSpeed(2000);
@@ -466,6 +491,10 @@ TEST_F(OpenocdProbe, a_hook_that_fails_is_told) {
   Configure("driver = cmsis-dap\npower_on = relay on\n");
   Connect("relay 1 error {no relay}\n");
   EXPECT_EQ("power_on failed: no relay", Command("SupplyPower = 1"));
+  Close();
+  Connect("relay 1 error \"no relay\\nat all\"\nrelay 2 error {}\n");
+  EXPECT_EQ("power_on failed: no relay at all", Command("SupplyPower = 1"));
+  EXPECT_EQ("power_on failed", Command("SupplyPower = 1"));
 }
 
 TEST_F(OpenocdProbe, a_device_that_gets_its_power_later_is_connected_to_then) {
@@ -475,6 +504,20 @@ TEST_F(OpenocdProbe, a_device_that_gets_its_power_later_is_connected_to_then) {
   EXPECT_EQ(0u, Voltage());
   EXPECT_EQ("", Command("SupplyPower = 1"));
   EXPECT_EQ(0, TifSelect(1));
+  EXPECT_EQ(3300u, Voltage());
+}
+
+TEST_F(OpenocdProbe, under_reset_the_pin_is_low_again_when_the_power_comes_later) {
+  Configure("driver = cmsis-dap\nconnect = under-reset\npower_on = relay on\n");
+  Rules("{init} 0 result {-4 {cannot read IDR\\n}}\ndpreg 1 error {}\n");
+  EXPECT_EQ("", OpenText());
+  EXPECT_EQ("adapter deassert srst", NewRequests().back());
+  EXPECT_EQ("", Command("SupplyPower = 1"));
+  EXPECT_EQ(0, TifSelect(1));
+  const Lines All = NewRequests();
+  EXPECT_EQ((Lines{"relay on", "adapter assert srst"}), Lines(All.begin(), All.begin() + 2));
+  EXPECT_EQ((Lines{"adapter deassert srst", "stm32.mem read_memory 0xE000EDF0 32 1"}),
+            Lines(All.end() - 2, All.end()));
   EXPECT_EQ(3300u, Voltage());
 }
 
@@ -552,6 +595,15 @@ TEST_F(OpenocdProbe, a_failed_read_is_negative_and_leaves_the_buffer) {
   }
 }
 
+TEST_F(OpenocdProbe, a_long_read_that_fails_late_leaves_the_buffer_too) {
+  Connect("read_memory 4 error {read_memory: failed to read memory}\n");
+  std::vector<uint32_t> Data(130, 7);
+  std::vector<uint8_t>  Status(130, 5);
+  EXPECT_GT(0, ReadMemU32(0x20000000, 130, Data.data(), Status.data()));
+  EXPECT_EQ(std::vector<uint32_t>(130, 7), Data);
+  EXPECT_EQ(std::vector<uint8_t>(130, 1), Status);
+}
+
 TEST_F(OpenocdProbe, a_write_that_fails_is_told_and_the_connection_goes_on) {
   Connect("write_memory 1 error {}\n");
   EXPECT_GT(0, WriteU32(0x20000000, 1));
@@ -582,7 +634,7 @@ TEST_F(OpenocdProbe, a_reset_by_the_pin_pulls_it_and_lets_go) {
   ASSERT_EQ(0, TifSelect(1));
   EXPECT_EQ("reset_config srst_only srst_nogate", NewRequests()[4]);
   EXPECT_EQ(0, Reset());
-  EXPECT_EQ((Lines{"stm32.mem write_memory 0xE000EDF0 32 {0xA05F0001}",
+  EXPECT_EQ((Lines{"stm32.mem write_memory 0xE000EDF0 32 {0xA05F0003}",
                    "stm32.mem write_memory 0xE000EDFC 32 {0x1000001}", "adapter assert srst",
                    "adapter deassert srst", "stm32.mem read_memory 0xE000EDF0 32 1"}),
             NewRequests());
@@ -749,6 +801,21 @@ TEST_F(OpenocdProbe, the_trace_has_the_form_and_the_words_of_the_simulated_bench
       "   15  IsOpen = 0\n",
       WithoutTimes(ReadFile("trace")));
   EXPECT_EQ(0u, ReadFile("trace").find("    0.000000     1  EMU"));
+}
+
+TEST_F(OpenocdProbe, an_operation_is_one_line_of_the_trace_whatever_it_was_given) {
+  Configure("driver = cmsis-dap\ntrace = " + Path("trace") + "\n");
+  SelectIP("a\nb", 0);
+  SelectByUSBSN(5);
+  Connect();
+  ExecCommand("c\nd\033", nullptr, 0);
+  uint32_t aData[17] = {};
+  ReadMemU32(0x30000000, 17, aData, nullptr);
+  const std::string sTrace = WithoutTimes(ReadFile("trace"));
+  EXPECT_EQ(0u, sTrace.find("    1  SelectIP(\"a b\", 0) = 0\n"));
+  EXPECT_NE(std::string::npos,
+            sTrace.find("    5  ExecCommand(\"c d \"): Unknown command \"c d \"\n"));
+  EXPECT_NE(std::string::npos, sTrace.find("; [0x3000003C] = 0x00000000; ... (17 words)\n"));
 }
 
 // -- Network -------------------------------------------------------------------------------------
