@@ -65,6 +65,10 @@ bool ParseAdapterFault(const std::string& sText, ADAPTER_FAULT* pFault) {
   };
   std::istringstream Text(sText);
   std::string        sName;
+  // A stream takes "-1" for a large number.
+  if (sText.find('-', sText.find(' ')) != std::string::npos) {
+    return false;
+  }
   Text >> sName >> pFault->Transfer;
   for (const auto& Each : aKinds) {
     if (sName != Each.sName || Text.fail() || pFault->Transfer == 0) {

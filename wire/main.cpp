@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 
 #include "sim/text.h"
@@ -23,7 +24,8 @@ static const char USAGE[] =
     "\n"
     "  --probe SERIAL     the probe; the default one without it\n"
     "  --port N           the port; a free one without it\n"
-    "  --serial TEXT      the adapter's serial number; the probe's without it\n"
+    "  --serial TEXT      the adapter's serial number, at most 61 ASCII characters without blank\n"
+    "                     and \"=\"; the probe's without it\n"
     "  --level2 closed    at protection level 2 the debug port does not answer\n"
     "  --level2 fails     at protection level 2 it does, and every access fails\n"
     "  --wait             a bus that stalls is answered with WAIT; without it the answer comes "
@@ -34,6 +36,8 @@ static const char USAGE[] =
     "\n"
     "SIGUSR1 switches the probe's supply on, SIGUSR2 off. Exit status: 0 ended by a signal or\n"
     "unplugged, 2 wrong use, 3 the bench.\n";
+
+static const size_t MAX_SERIAL = 61;
 
 enum EXIT_STATUS { EXIT_ENDED = 0, EXIT_USAGE = 2, EXIT_BENCH = 3 };
 
@@ -55,6 +59,13 @@ static void OnSignal(int Signal) {
   }
 }
 
+// As the report that tells it and the stand-in for the HID library can carry it.
+static bool IsSerial(const std::string& sText) {
+  return !sText.empty() && sText.size() <= MAX_SERIAL &&
+         std::all_of(sText.begin(), sText.end(),
+                     [](char c) { return c > ' ' && c < 0x7F && c != '='; });
+}
+
 static bool ParseOption(const std::string& sName, const std::string& sValue, ARGUMENTS* pResult) {
   uint32_t            Number = 0;
   wire::ADAPTER_FAULT Fault;
@@ -68,7 +79,7 @@ static bool ParseOption(const std::string& sName, const std::string& sValue, ARG
   }
   if (sName == "--serial") {
     pResult->Adapter.sSerial = sValue;
-    return !sValue.empty() && sValue.find_first_of("= ") == std::string::npos;
+    return IsSerial(sValue);
   }
   if (sName == "--level2") {
     pResult->Level2 = sValue == "fails" ? wire::LEVEL2_ACCESSES_FAIL : wire::LEVEL2_PORT_CLOSED;

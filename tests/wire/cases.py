@@ -91,6 +91,17 @@ class Opening(Case):
             self.assertEqual((FREED, 0), self.stage.run(adapters, "-SelectEmuBySN", "1", *F4))
         self.assertTrue(self.is_factory("--probe", "1"))
 
+    def test_a_serial_number_that_cannot_be_carried_is_refused(self):
+        for serial in ("", "a b", "a=b", "a\nb", "\u00fc", "x" * 62):
+            refused = subprocess.run([self.stage.files.wire, "--serial", serial], timeout=10,
+                                     env=self.stage.env, stdout=subprocess.PIPE,
+                                     stderr=subprocess.DEVNULL)
+            self.assertEqual((2, b""), (refused.returncode, refused.stdout), serial)
+        with self.stage.wire("--serial", "x" * 61) as served:
+            self.stage.configure("driver = cmsis-dap\nserial.5 = %s\n" % ("x" * 61))
+            self.assertEqual((FREED, 0),
+                             self.stage.run([served.adapter], "-SelectEmuBySN", "5", *F4))
+
     def test_two_adapters_are_used_at_once(self):
         self.stage.bench("--probe", "2", "create", "STM32F429", "--rdp", "1", "--flash", "full")
         with self.stage.wire("--probe", "1") as one, self.stage.wire("--probe", "2") as two:
@@ -156,6 +167,18 @@ class Opening(Case):
             self.wait_for(lambda: self.trace_holds("-- power off"))
         self.assertTrue(self.is_factory())
 
+    def test_a_supply_that_is_switched_on_under_reset_is_connected_to(self):
+        self.stage.bench("create", "STM32F407", "--rdp", "1", "--flash", "full", "--program",
+                         "takes-swd")
+        self.stage.bench("set", "vtarget=0")
+        with self.stage.wire() as served:
+            self.stage.configure("driver = cmsis-dap\nconnect = under-reset\n"
+                                 "power_on = exec kill -USR1 %d\n" % served.process.pid)
+            self.assertEqual(
+                (FREED.replace("Using SWD", "Powering target via Quobe.\nUsing SWD"), 0),
+                self.stage.run([served.adapter], "-SetPowerTarget", "1", *F4))
+        self.assertTrue(self.is_factory())
+
     def test_an_interface_file_is_used(self):
         self.stage.configure("driver = interface/cmsis-dap.cfg\nspeed = 500\n")
         with self.stage.wire() as served:
@@ -202,7 +225,9 @@ class Resetting(Case):
             self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))
         self.assertTrue(self.is_factory())
 
-    def test_both_work_together(self):
+    def test_both_work_together_also_where_a_program_uses_the_pins_of_swd(self):
+        self.stage.bench("create", "STM32F407", "--rdp", "1", "--flash", "full", "--program",
+                         "takes-swd")
         self.stage.configure("driver = cmsis-dap\nconnect = under-reset\nreset = pin\n")
         with self.stage.wire() as served:
             self.assertEqual((FREED, 0), self.stage.run([served.adapter], *F4))

@@ -342,7 +342,7 @@ TEST_F(WireWithFaults, a_lost_or_silent_adapter_answers_nothing_from_then_on) {
 
 TEST_F(WireWithFaults, what_is_no_fault_is_refused) {
   for (const char* sFault : {"", "lost", "lost 0", "lost x", "lost 1 2", "wait 1", "late 1",
-                             "Fault 1", "wait 1 2 3", "fault 1 2"}) {
+                             "Fault 1", "wait 1 2 3", "fault 1 2", "lost -1", "wait 1 -2", "-1"}) {
     wire::ADAPTER_FAULT Fault;
     EXPECT_FALSE(wire::ParseAdapterFault(sFault, &Fault)) << sFault;
   }
