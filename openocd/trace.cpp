@@ -21,7 +21,8 @@ void TRACE_Close(TRACE* pTrace) {
 static const size_t MAX_LINE = 4096;
 
 // A line is one line whatever is in the caller's texts.
-static void WriteLine(TRACE* pTrace, const char* sMark, const char* sFormat, va_list Args) {
+__attribute__((format(printf, 3, 0))) static void WriteLine(TRACE* pTrace, const char* sMark,
+                                                            const char* sFormat, va_list Args) {
   char          acText[MAX_LINE];
   const int64_t NowUs = TEXT_NowUs();
   if (pTrace->StartUs == 0) {
