@@ -122,8 +122,8 @@ install(TARGETS ${libraries} EXPORT quobe
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 
 # The headers that a caller includes; the others are between the modules.
-file(GLOB util_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/util/*.h")
-file(GLOB sys_headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/sys/*.h")
+file(GLOB util_headers RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/util/*.h")
+file(GLOB sys_headers RELATIVE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/sys/*.h")
 foreach(header IN LISTS util_headers sys_headers)
   if(NOT header MATCHES "^(util/(block|cpu|digits)|sys/(registry_store|serial_settings|wait_ready|xml_node))\\.h$")
     get_filename_component(folder "${header}" DIRECTORY)
