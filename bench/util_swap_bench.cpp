@@ -49,7 +49,8 @@ __attribute__((target("avx2"))) void SwapAVX2(void* pDest, const void* pSource, 
 }
 #endif
 
-void AddCopy(const char* sRow, uint32_t UnitSize, SWAP_FUNC* pfOurs, SWAP_FUNC* pfAVX2) {
+void AddCopy(const char* sRow, uint32_t UnitSize, SWAP_FUNC* pfOurs,
+             [[maybe_unused]] SWAP_FUNC* pfAVX2) {
   const auto Answer = [] { return DestText(SMALL); };
   BENCH_Row(sRow, 0.85);
   BENCH_Add(
