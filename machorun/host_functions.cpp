@@ -57,6 +57,7 @@ const Shim Table[] = {
     SAME(strcspn),
     Bound<void*(void*, int, size_t)>("_memchr", &memchr),
     // allocation, process end
+    SAME(calloc),
     SAME(malloc),
     SAME(realloc),
     SAME(free),
@@ -82,6 +83,7 @@ const Shim Table[] = {
     SAME(fread),
     SAME(fflush),
     SAME(getchar),
+    SAME(fdopen),
     SAME(fopen),
     SAME(fclose),
     SAME(setvbuf),
