@@ -1,5 +1,5 @@
 // The scanner of integers beside std::from_chars, which is given the end of the text and, for
-// hexadecimal numbers, the digits behind the prefix. Each run reads 2048 texts.
+// hexadecimal numbers, the digits after the prefix. Each run reads 2048 texts.
 
 #include <stdio.h>
 #include <string.h>

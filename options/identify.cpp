@@ -175,7 +175,7 @@ static bool IdentifyAt(READING* pReading, uint32_t Address) {
   return pReading->NumCandidates != 0;
 }
 
-// The families that hide their identity are told by their first option word: it is readable at
+// The families that hide their identity are recognised by their first option word: it is readable at
 // level 0 and 1, and no other family has a memory there that answers. Value and complement may differ.
 static uint32_t FamilyByOptionWord(void) {
   for (const silicon::FAMILY_STATUS& Row : silicon::aFamilyStatus) {

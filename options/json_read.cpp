@@ -102,7 +102,7 @@ static void Visit(JSON_READER* pReader, JSON_KIND Kind, const char* sText) {
 
 static bool TakeValue(JSON_READER* pReader);
 
-// The members of an object or the elements of an array, behind its opening bracket.
+// The members of an object or the elements of an array, after its opening bracket.
 static bool TakeItems(JSON_READER* pReader, bool IsArray) {
   const char End = IsArray ? ']' : '}';
   Visit(pReader, JSON_IS_BEGIN, "");

@@ -33,7 +33,7 @@ void UTIL_SkipWhite(const char** ps);
 
 // Takes the character c if it is the next one.
 //
-// A c of 0 matches the terminator. The cursor is then behind the text and must not be used again.
+// A c of 0 matches the terminator. The cursor is then after the text and must not be used again.
 int32_t UTIL_EatChar(const char** ps, char c);
 
 // Returns the index of the first c in s, -1 when there is none or c is 0.

@@ -619,7 +619,7 @@ exit $status
 
 @unittest.skipIf(Sshd.missing(), Sshd.missing())
 class Stations(OnBench):
-    """Two more hosts: this machine with homes and benches of their own, behind real ssh servers."""
+    """Two more hosts: this machine with homes and benches of their own, reached by real ssh servers."""
 
     def setUp(self):
         super().setUp()

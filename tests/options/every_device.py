@@ -27,7 +27,7 @@ sys.path.append(os.path.join(os.path.dirname(HERE), "sim"))
 
 import outcomes  # noqa: E402
 
-# The library's calls in a trace, without those that read; a refused one says so behind them.
+# The library's calls in a trace, without those that read; a refused one says so after them.
 CONNECTION = ["Open", "ExecCommand", "TIF_Select", "SetSpeed", "GetSpeed", "GetHWStatus", "IsOpen",
               "Close"]
 CALL = re.compile(r"^ *[0-9.]+ *#\d+ +\d+ +(\w+)")
