@@ -26,6 +26,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.append(os.path.join(os.path.dirname(HERE), "sim"))
 
 import outcomes  # noqa: E402
+import timewarp  # noqa: E402
 
 # The library's calls in a trace, without those that read; a refused one says so after them.
 CONNECTION = ["Open", "ExecCommand", "TIF_Select", "SetSpeed", "GetSpeed", "GetHWStatus", "IsOpen",
@@ -74,8 +75,7 @@ class Stage:
     def tool(self, row):
         env = dict(self.env)
         if os.path.exists(self.warp):
-            env["LD_PRELOAD"] = self.warp
-            env["ASAN_OPTIONS"] = env.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+            env = timewarp.environment(env, self.warp)
         return self.run("quobe-unlock", "-Exit", "1", "-SetDeviceFamily", row, env=env)
 
     def device_file(self):

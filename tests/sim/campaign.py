@@ -34,6 +34,8 @@ import tempfile
 import threading
 import time
 
+import timewarp
+
 # Menu row, device, its state.
 ROWS = [
     (1, "STM32F051", ["--wrp", "all"]),
@@ -91,12 +93,9 @@ class Stage:
         self.trace = os.path.join(self.dir, "trace")
         self.env = dict(os.environ, QUOBE_BENCH=os.path.join(self.dir, "bench"),
                         QUOBE_BENCH_TIME="fast", QUOBE_BENCH_TRACE=self.trace)
+        self.tool_env = self.env
         if args.timewarp:
-            self.tool_env = dict(self.env, LD_PRELOAD=args.timewarp)
-            options = self.tool_env.get("ASAN_OPTIONS", "")
-            self.tool_env["ASAN_OPTIONS"] = options + ":verify_asan_link_order=0"
-        else:
-            self.tool_env = self.env
+            self.tool_env = timewarp.environment(self.env, args.timewarp)
 
     def file(self, ending):
         return os.path.join(self.dir, "bench", "1." + ending)
@@ -284,7 +283,8 @@ def main():
             with open(stage().file("device")) as file:
                 device_state = file.read()
             output, status, trace, lines = stage().run(row, device_state, None, 10000)
-            if verdict(row, output, status, trace, lines) != ("ended", "success"):
+            if (verdict(row, output, status, trace, lines) != ("ended", "success") or
+                    "LD_PRELOAD" in output):
                 print("%s: the undisturbed run did not succeed:\n%s" % (device, output))
                 return 1
             for fault in faults_for(row, trace):

@@ -17,6 +17,8 @@ import tempfile
 import time
 import unittest
 
+import timewarp
+
 TOOL, LIBRARY, BENCH, TIMEWARP = (os.path.abspath(path) for path in sys.argv[1:5])
 RESET = ["-Exit", "1", "-SetDeviceFamily", "5"]
 STATE = ["STM32F407", "--rdp", "1", "--wrp", "all", "--flash", "full"]
@@ -33,7 +35,6 @@ class Keeping(unittest.TestCase):
         self.trace = os.path.join(self.dir, "trace")
         self.env = {k: v for k, v in os.environ.items() if not k.startswith("QUOBE_BENCH")}
         self.env.update(QUOBE_BENCH=self.bench_dir, QUOBE_BENCH_TIME="fast")
-        self.env["ASAN_OPTIONS"] = self.env.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
 
     def tearDown(self):
         shutil.rmtree(self.dir)
@@ -51,7 +52,7 @@ class Keeping(unittest.TestCase):
     def start(self, *arguments, limit=None, warp=True, **env):
         env = dict(self.env, **env)
         if warp:
-            env["LD_PRELOAD"] = TIMEWARP
+            env = timewarp.environment(env, TIMEWARP)
         return subprocess.Popen([self.tool, *RESET, *arguments], env=env, text=True,
                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                 stderr=subprocess.STDOUT, preexec_fn=small_disk(limit))

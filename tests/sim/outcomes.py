@@ -87,9 +87,7 @@ class Stage:
         self.env.pop("QUOBE_BENCH_TRACE", None)
         self.tool_env = dict(self.env, QUOBE_BENCH_TRACE=self.trace)
         if args.timewarp:
-            self.tool_env["LD_PRELOAD"] = args.timewarp
-            options = self.tool_env.get("ASAN_OPTIONS", "")
-            self.tool_env["ASAN_OPTIONS"] = options + ":verify_asan_link_order=0"
+            self.tool_env = timewarp.environment(self.tool_env, args.timewarp)
 
     def ask_bench(self, *words):
         done = subprocess.run([self.bench, *words], env=self.env, capture_output=True, text=True,
