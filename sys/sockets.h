@@ -159,12 +159,16 @@ void SYS_SOCKET_GetPeerIPv6(int32_t hSocket, uint8_t* pAddr, uint16_t* pPort);
 // Of several addresses the first one is taken: the system sorts them by how well they can be
 // reached from this machine. If AllowMapped is not 0, a name that has only IPv4 addresses gives one
 // of them, mapped into IPv6. After a failure *pAddr is unchanged.
+// An IPv4 address has its first number in the high byte: "192.168.1.2" gives 0xC0A80102.
+// UTIL_FormatIPAddr takes 0x0201A8C0 for that text: swap the bytes (UTIL_SwapU32) in between.
 int32_t SYS_NET_ResolveIPv4(const char* sName, uint32_t* pAddr);
 int32_t SYS_NET_ResolveIPv6(const char* sName, int32_t AllowMapped, uint8_t* pAddr);
 
 // Give the names of an address and of a port, or their text forms if they have no names.
 // Sizes include the terminator; a name that does not fit is a failure. One of the two buffers may
 // be NULL, with size 0.
+// An IPv4 address has its first number in the high byte: 0xC0A80102 is 192.168.1.2. For that text
+// UTIL_ParseIPAddr gives 0x0201A8C0: swap the bytes (UTIL_SwapU32) in between.
 int32_t SYS_NET_GetNameIPv4(uint32_t Addr, uint16_t Port, char* pHost, uint32_t HostSize,
                             char* pService, uint32_t ServiceSize);
 int32_t SYS_NET_GetNameIPv6(const uint8_t* pAddr, uint16_t Port, char* pHost, uint32_t HostSize,

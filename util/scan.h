@@ -99,6 +99,9 @@ void UTIL_DecodeVersion(VERSION_INFO* pInfo, uint32_t Version);
 // for its range: a part above 255 spills into the next byte, and callers rely on it. To accept 0 to
 // 255 only, compare the text with what UTIL_FormatIPAddr makes of the result. pAddr may be NULL, to
 // check the syntax alone.
+//
+// "192.168.1.2" gives 0x0201A8C0. sys/sockets.h has the first number in the high byte (0xC0A80102):
+// swap the bytes (UTIL_SwapU32) before passing the result on to SYS.
 int32_t UTIL_ParseIPAddr(const char* s, uint32_t* pAddr);
 
 // Checks for four numbers with a '.' after each one, the last one too.

@@ -47,6 +47,9 @@ uint32_t UTIL_FormatSizeList(const MEMORY_REGION* const* papList, uint32_t NumLi
 char* UTIL_FormatTime(uint64_t Microseconds, char* pBuffer, uint32_t BufferSize);
 
 // Formats an IPv4 address, as in "192.168.1.2"; the low byte of Addr comes first.
+//
+// That text is 0x0201A8C0 here. An address of sys/sockets.h has the first number in the high byte
+// (0xC0A80102): swap its bytes (UTIL_SwapU32) first, or "2.1.168.192" is the text.
 char* UTIL_FormatIPAddr(uint32_t Addr, char* pBuffer, uint32_t BufferSize);
 
 // Formats a MAC address of 6 bytes with a separator, as in "00:1A:2B:3C:4D:5E".

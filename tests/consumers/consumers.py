@@ -86,6 +86,28 @@ class Consumers(unittest.TestCase):
         self.assertIn("Total Tests: 0\n", listed)
 
     @unittest.skipUnless(shutil.which("pkg-config") or os.environ.get("CI"), "pkg-config is not installed")
+    def test_first_programs_of_the_pages_do_what_is_shown(self):
+        for page in ("util", "sys"):
+            with self.subTest(page=page):
+                folder = tempfile.mkdtemp(dir=self.dir)
+                with open(os.path.join(SOURCES, f"docs/{page}.md"), encoding="utf-8") as file:
+                    first = file.read().split("\n## A first program\n")[1].split("\n## ")[0]
+                blocks = dict(re.findall(r"^```(\w+)\n(.*?)^```$", first, re.M | re.S))
+                self.assertEqual(12, blocks["cpp"].count("\n"))
+                for name, text in (("first.cpp", blocks["cpp"]), ("CMakeLists.txt", blocks["cmake"])):
+                    with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
+                        file.write(text)
+                # A path without blanks, as a shell splits what pkg-config prints.
+                os.symlink(self.prefix, os.path.join(folder, "quobe"))
+                packages = next(at for at, _, files in os.walk(self.prefix) if "quobe-sys.pc" in files)
+                environment = dict(os.environ, HOME=folder, CMAKE_PREFIX_PATH=self.prefix,
+                                   PKG_CONFIG_PATH=os.path.join("quobe", os.path.relpath(packages, self.prefix)))
+                shown = re.split(r"^\$ ", blocks["console"], flags=re.MULTILINE)[1:]
+                self.assertEqual(2, len(shown))
+                for command, expected in (part.split("\n", 1) for part in shown):
+                    self.assertEqual(expected, run("sh", "-c", command, cwd=folder, env=environment))
+
+    @unittest.skipUnless(shutil.which("pkg-config") or os.environ.get("CI"), "pkg-config is not installed")
     def test_pkg_config_gives_all_flags(self):
         folders = [folder for folder, _, files in os.walk(self.prefix) if "quobe-sys.pc" in files]
         environment = dict(os.environ, PKG_CONFIG_PATH=folders[0])
