@@ -7,12 +7,15 @@
 #include "probeapi/quobearm.h"
 #include "util/format.h"
 
+// Results of the library that are not used here are ignored: a step that failed shows in the target
+// voltage or in the read-back of the option bytes.
+
 static const uint32_t   DEVICE_COMMAND_SIZE = 4000;
 static const useconds_t POWER_ON_US         = 200 * 1000;  // for the supply to settle
 static const uint32_t   SPEED_MASK          = 0xFFFF;      // of QUOBEARM_GetSpeed()
 
 // The probe command that names the device. When it has been sent, the buffer receives the error
-// texts of further commands.
+// texts of further commands. They are not printed: a supply that failed shows in the voltage.
 static char DeviceCommand[DEVICE_COMMAND_SIZE];
 
 int32_t SelectProbe(const UNLOCK_SETTINGS* pSettings) {
@@ -46,6 +49,7 @@ void SupplyTarget(void) {
 uint32_t SelectSwd(uint32_t Speed) {
   QUOBEARM_TIF_Select(QUOBEARM_TIF_SWD);
   QUOBEARM_SetSpeed(Speed);
+  // The probe takes the nearest speed that it has, so the one in use is asked for.
   return QUOBEARM_GetSpeed() & SPEED_MASK;
 }
 
@@ -58,10 +62,12 @@ uint32_t TargetVoltage(void) {
 }
 
 void CloseProbe(const UNLOCK_SETTINGS* pSettings) {
-  if ((uint8_t)QUOBEARM_IsOpen() == 0) {
+  if ((uint8_t)QUOBEARM_IsOpen() == 0) {  // a byte, as above
     return;
   }
   if (pSettings->PowerTarget != 0) {
+    // Only a request: the supply ends with the close below. A run that is killed before that leaves
+    // the target powered.
     QUOBEARM_ExecCommand("DisablePowerSupplyOnClose", DeviceCommand, DEVICE_COMMAND_SIZE);
   }
   QUOBEARM_Close();

@@ -5,7 +5,7 @@
 #include "app/text.h"
 
 const FAMILY_ROW FamilyTable[FAMILY_ROWS] = {
-    {FAMILY_NONE, "Exit", "Cortex-M0"},
+    {FAMILY_NONE, "Exit", "Cortex-M0"},       // this core is never sent
     {FAMILY_F0, "STM32F0xxxx", "Cortex-M3"},  // required: M3, although the part is an M0
     {FAMILY_F1, "STM32F1xxxx", "Cortex-M3"},
     {FAMILY_F2, "STM32F2xxxx", "Cortex-M3"},

@@ -1,3 +1,6 @@
+// One function for each part of what the user sees: banner, family, connection, target, reset, end.
+// Scripts read the texts and expect their order, so both are part of the tool's contract.
+
 #include "app/flow.h"
 
 #include <stdio.h>
@@ -13,10 +16,11 @@
 
 static const useconds_t ERROR_PAUSE_US = 3000 * 1000;  // to read the message
 
+// Of the one run that a process makes.
 static UNLOCK_SETTINGS Settings;
 
 static void PrintBanner(void) {
-  // When this file was compiled.
+  // When this file was compiled: a build that changes only other files keeps the older time.
   PrintText("OSTREL Quobe Unlock tool for STM32 devices");
   PrintLine("\nCompiled " __DATE__ " " __TIME__ "\n");
 }
@@ -31,6 +35,7 @@ static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMIL
       return -1;
     }
     PrintLine("O.K.");
+    // 0 is the default and means that no option named a family: the option refuses row 0, "Exit".
     if (Settings.FamilyIndex != 0) {
       *ppRow = &FamilyTable[Settings.FamilyIndex];
       PrintFormat("Select device family: %s\n", (*ppRow)->Name);
@@ -41,6 +46,7 @@ static int32_t ChooseFamily(int NumArgs, const char* const* pasArgs, const FAMIL
   return SelectFamily(ppRow);
 }
 
+// Chooses the probe and opens it. 0: open. -1: an error, which has been printed.
 static int32_t Connect(void) {
   PrintText(Settings.HostIF == HOST_IF_ETHERNET ? "Connecting to Quobe via ethernet..."
                                                 : "Connecting to Quobe via USB...");
@@ -61,6 +67,7 @@ static int32_t Connect(void) {
 // 0: the target can be reset. -1: its voltage is too low; that has been printed.
 static int32_t PrepareTarget(const char* sCore) {
   SendDevice(sCore);
+  // Before SWD is used and the voltage measured: both need a target with power.
   if (Settings.PowerTarget != 0) {
     PrintLine("Powering target via Quobe.");
     SupplyTarget();
@@ -69,7 +76,7 @@ static int32_t PrepareTarget(const char* sCore) {
   PrintLine("Using SWD as target interface.");
   PrintFormat("Target interface speed: %d kHz.\n", (int)SelectSwd(Settings.Speed));
 
-  const uint32_t Voltage = TargetVoltage();
+  const uint32_t Voltage = TargetVoltage();  // mV, printed as volts with three decimals
   PrintFormat("VTarget = %d.%.3dV\n", (int)(Voltage / 1000), (int)(Voltage % 1000));
   if (Voltage < MIN_TARGET_VOLTAGE_MV) {
     PrintLine("Target voltage too low");
@@ -107,6 +114,7 @@ struct RESET_ROW {
 };
 }  // namespace
 
+// F0, F1 and F3 are the last row. No routine is reached for "Exit": it ends before the connection.
 static const RESET_ROW ResetTable[] = {
     {FAMILY_F2, ResetOptionBytesF2F4F7},
     {FAMILY_F4, ResetOptionBytesF2F4F7},
@@ -119,11 +127,12 @@ static const RESET_ROW ResetTable[] = {
     {FAMILY_OTHERS, ResetOptionBytesF0F1F3},
 };
 
+// The part of the run between banner and end. Returns the exit status.
 static int32_t Unlock(int NumArgs, const char* const* pasArgs) {
   const FAMILY_ROW* pRow;
   const int32_t     Choice = ChooseFamily(NumArgs, pasArgs, &pRow);
   if (Choice <= 0) {
-    return Choice;
+    return Choice;  // "Exit" ends with status 0, an error with -1
   }
   if (Connect() < 0 || PrepareTarget(pRow->Core) < 0) {
     return -1;
@@ -140,7 +149,7 @@ int32_t RunUnlock(int NumArgs, const char* const* pasArgs) {
   CloseProbe(&Settings);
   if (Settings.NoExitWait == 0) {
     PrintLine("Press any key to exit.");
-    getchar();
+    getchar();  // returns at once if standard input is at its end
   }
   return Result;
 }

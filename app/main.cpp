@@ -1,3 +1,5 @@
+// Nothing but main(): the tests link all the rest of the tool with a main() of their own.
+
 #include "app/flow.h"
 #include "app/process.h"
 

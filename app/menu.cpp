@@ -32,7 +32,8 @@ static char* ReadEntry(void) {
   // Above the standard descriptors: with standard input closed the copy would otherwise become it,
   // and the editor would read the answer from standard error.
   const int SavedError = fcntl(STDERR_FILENO, F_DUPFD, STDERR_FILENO + 1);
-  const int Null       = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  // Without a free descriptor standard error stays as it is: the prompt matters more.
+  const int Null = open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (SavedError >= 0 && Null >= 0) {
     dup2(Null, STDERR_FILENO);
   }
@@ -68,7 +69,7 @@ int32_t SelectFamily(const FAMILY_ROW** ppRow) {
   } while (sLine == NULL);
 
   char acEntry[ENTRY_SIZE];
-  UTIL_CopyString(acEntry, sLine, ENTRY_SIZE);
+  UTIL_CopyString(acEntry, sLine, ENTRY_SIZE);  // a longer entry is cut, not refused
   if (acEntry[0] != 0) {
     add_history(sLine);  // not freed: the history may keep this pointer
   } else {

@@ -7,6 +7,8 @@
 
 // Required: two of the messages name their option in lower case, "-speed" and "-exit".
 
+// Prints nothing: no text is refused as an address. One that does not exist fails when the probe is
+// chosen or opened.
 static int32_t HandleIP(UNLOCK_SETTINGS* pSettings, const char* sValue) {
   return TakeIP(pSettings, sValue);
 }
@@ -50,6 +52,7 @@ const OPTION_ROW OptionTable[] = {
     {NULL, NULL},
 };
 
+// NULL for an argument that is not the name of an option.
 static const OPTION_ROW* FindOption(const char* sArg) {
   for (const OPTION_ROW* pRow = OptionTable; pRow->Option != NULL; pRow++) {
     if (CompareNoCase(sArg, pRow->Option)) {
@@ -68,6 +71,7 @@ int32_t ParseCommandLine(UNLOCK_SETTINGS* pSettings, int NumArgs, const char* co
       continue;
     }
     if (i + 1 >= NumArgs) {
+      // The name as the table spells it, not as it was typed.
       PrintFormat("Missing command line parameter after command %s.\n", pRow->Option);
       return -1;
     }

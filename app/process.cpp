@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 void OpenStandardDescriptors(void) {
+  // Opened for both directions: descriptor 0 is read, 1 and 2 are written.
   // open() returns the lowest free number, so the closed descriptors come first and in order. The
   // one beyond them is not needed.
   int Descriptor;
@@ -20,6 +21,7 @@ void OpenStandardDescriptors(void) {
 void UseUtf8(void) {
   // Linux has the first name, macOS 10.13 the others. The user's locale is not used: it may be "C".
   static const char* const Locales[] = {"C.UTF-8", "UTF-8", "en_US.UTF-8"};
+  // If none exists, the character set stays ASCII, and the line editor drops all other bytes.
   for (const char* sLocale : Locales) {
     if (setlocale(LC_CTYPE, sLocale) != NULL) {
       return;
@@ -28,6 +30,8 @@ void UseUtf8(void) {
 }
 
 void IgnoreLostTerminal(void) {
+  // Printing then fails with EPIPE or EIO. The results of printing are not looked at, so the run
+  // goes on without its output.
   signal(SIGPIPE, SIG_IGN);
   signal(SIGHUP, SIG_IGN);
 }

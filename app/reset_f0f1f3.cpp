@@ -1,6 +1,9 @@
 // Option-byte reset for STM32F0, F1 and F3: erase the option bytes, program the half-word with the
 // read protection, leave the others erased. Names and addresses: reference manuals RM0091 (F0),
 // PM0075 (F1) and RM0316 (F3).
+//
+// An erased byte beside its erased complement (FF, FF) is loaded as FF without an error, which
+// means no write protection and the default user options. So only RDP has to be programmed.
 
 #include <string.h>
 
@@ -51,6 +54,8 @@ struct VARIANT {
 
 static const VARIANT Variants[] = {
     {
+        // F0 switches the clock of the freeze register off at reset (RCC_APB2ENR, DBGMCUEN). It is
+        // not switched on: required. The write may therefore have no effect.
         .FamilyId       = FAMILY_F0,
         .FreezeRegister = DBGMCU_APB1_FZ_F0,
         .FreezeBits     = APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP,
@@ -76,7 +81,8 @@ static const VARIANT Variants[] = {
     },
 };
 
-// The flash controller programs and erases with the clock of the internal oscillator (HSI).
+// The flash controller programs and erases with the clock of the internal oscillator (HSI). A reset
+// starts it, so normally nothing is written here.
 static void StartHsi(void) {
   const uint32_t Control = ReadWordOrZero(RCC_CR);
   if ((Control & (RCC_HSION | RCC_HSIRDY)) == (RCC_HSION | RCC_HSIRDY)) {
@@ -88,7 +94,9 @@ static void StartHsi(void) {
   }
 }
 
-// On these families both key registers take the same two keys.
+// On these families both key registers take the same two keys. FLASH_KEYR first: FLASH_OPTKEYR
+// counts only on an unlocked controller. Every reset locks both. The keys must not be sent twice: a
+// wrong sequence locks the controller until the next reset.
 static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_KEYR, KEY1);
   QUOBEARM_WriteU32(FLASH_KEYR, KEY2);
@@ -99,20 +107,25 @@ static void UnlockOptionBytes(void) {
 // From here to the end of ProgramReadProtection() RDP is erased, which counts as level 1: a device
 // that loses its power in between is protected.
 static void EraseOptionBytes(void) {
+  // As in the manual: select the operation, then start it with a second write. CR_OPTWRE is
+  // repeated in each write because a 0 would lock the option bytes again.
   QUOBEARM_WriteU32(FLASH_CR, CR_OPTWRE | CR_OPTER);
   QUOBEARM_WriteU32(FLASH_CR, CR_OPTWRE | CR_OPTER | CR_STRT);
   WaitWhileSet(FLASH_SR, SR_BSY);
 }
 
 static void ProgramReadProtection(uint16_t Rdp) {
-  QUOBEARM_WriteU32(FLASH_CR, CR_OPTWRE);
+  QUOBEARM_WriteU32(FLASH_CR, CR_OPTWRE);  // ends the erase mode before the next one is selected
   QUOBEARM_WriteU32(FLASH_CR, CR_OPTWRE | CR_OPTPG);
+  // A half-word: the controller programs in no other width. A protected device erases its flash
+  // before it stores this value, and BSY stays set for both.
   QUOBEARM_WriteU16(OPTION_BYTES, Rdp);
   WaitWhileSet(FLASH_SR, SR_BSY);
 }
 
 // Makes the new option bytes effective; F3 resets itself with it.
 static void ReloadOptionBytes(void) {
+  // The device resets itself while it answers, so the probe may see this write fail: ignored.
   QUOBEARM_WriteU32(FLASH_CR, CR_OBL_LAUNCH);
   WaitWhileSet(FLASH_SR, SR_BSY);
 }
@@ -120,6 +133,8 @@ static void ReloadOptionBytes(void) {
 int32_t ResetOptionBytesF0F1F3(int32_t FamilyId) {
   const VARIANT* pVariant = FindFamilyRow(Variants, FamilyId);
 
+  // The freeze bits survive the reset: only power-on clears them. They count while the core is
+  // halted, which it is after the reset.
   QUOBEARM_WriteU32(pVariant->FreezeRegister, pVariant->FreezeBits);
   ResetTarget();
 
@@ -131,8 +146,11 @@ int32_t ResetOptionBytesF0F1F3(int32_t FamilyId) {
   if (pVariant->Reloads) {
     ReloadOptionBytes();
   }
+  // F1 loads the option bytes at this reset. F0 loads them at power-on only.
   QUOBEARM_Reset();
 
+  // The words are read from where they are stored. They can be read at every level that a debugger
+  // can connect at, so this does not show whether the device has loaded them.
   uint32_t Words[NUM_OPTION_WORDS];
   ReadWordsOrZero(OPTION_BYTES, Words, NUM_OPTION_WORDS);
   if (memcmp(Words, pVariant->FactoryWords, sizeof(Words)) != 0) {

@@ -27,9 +27,15 @@ static constexpr uint32_t OPTCR_SPRMOD = 1u << 31;
 
 static constexpr uint32_t OPTKEY1 = 0x08192A3B, OPTKEY2 = 0x4C5D6E7F;
 
+// Datasheets give a mass erase of 1 MB at the width selected after a reset, 8 bits, 16 s typically
+// and 32 s at most. A slow device can therefore meet this limit: required.
 static constexpr uint32_t TIMEOUT_MS = 25000;
 
-// The values for level 1. PCROP is cleared only by a change from level 1 to level 0.
+// The values for level 1. PCROP is cleared only by a change from level 1 to level 0. With SPRMOD
+// set the nWRP bits mean PCROP, and 1 protects: these values put it on all sectors, which is
+// allowed at any time. Their BOR_LEV is 0, the highest brown-out threshold. It counts from the next
+// reset only, and before that the factory value replaces it, unless the wait for this step runs
+// out.
 static constexpr uint32_t PCROP_OPTCR1 = 0x8FFF0000;
 static constexpr uint32_t PCROP_OPTCR  = 0x8FFFBBE0;  // RDP 0xBB, SPRMOD kept
 
@@ -45,8 +51,8 @@ struct VARIANT {
 static const VARIANT Variants[] = {
     {
         .FamilyId           = FAMILY_F76_F77,
-        .FactoryOptCr1      = 0x00400080,
-        .FactoryOptCr       = 0xFFFFAAFC,
+        .FactoryOptCr1      = 0x00400080,  // boot addresses 0x00200000 and 0x00100000
+        .FactoryOptCr       = 0xFFFFAAFC,  // bits 29 and 28: one bank, no dual boot
         .OptCr1DualBankOnly = 0,
     },
     {
@@ -56,6 +62,8 @@ static const VARIANT Variants[] = {
         .OptCr1DualBankOnly = 0,
     },
     {
+        // nWRP is bits 27:16. On F413 and F423 it goes on to bit 30, so that this value protects
+        // their sectors 12 to 15 against writing: required.
         .FamilyId           = FAMILY_OTHERS,  // F2 and F4
         .FactoryOptCr1      = 0x0FFF0000,
         .FactoryOptCr       = 0x0FFFAAEC,
@@ -63,12 +71,14 @@ static const VARIANT Variants[] = {
     },
 };
 
+// Only for a locked register: keys in a wrong sequence keep it locked until the next reset.
 static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_OPTKEYR, OPTKEY1);
   QUOBEARM_WriteU32(FLASH_OPTKEYR, OPTKEY2);
 }
 
-// The values are written first and started with a second write, as the manual has it.
+// The values are written first and started with a second write, as the manual has it. Until the
+// start they are only in the register: a reset brings the stored ones back.
 static void StartProgramming(uint32_t OptCr) {
   QUOBEARM_WriteU32(FLASH_OPTCR, OptCr);
   QUOBEARM_WriteU32(FLASH_OPTCR, OptCr | OPTCR_OPTSTRT);
@@ -94,8 +104,12 @@ static int32_t WaitUntilReady(void) {
 int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
   const VARIANT* pVariant = FindFamilyRow(Variants, FamilyId);
 
+  // Two families of devices have two banks; what the user chose does not tell them apart. Without
+  // an answer DevId is 0, and the device counts as one with a single bank.
   const uint32_t DevId    = ReadWordOrZero(DBGMCU_IDCODE) & IDCODE_DEV_ID;
   const int      DualBank = DevId == DEV_ID_F42x_F43x || DevId == DEV_ID_F469_F479;
+  // A watchdog that resets the device during the erase would leave the options erased, which is
+  // level 1. The freeze bits survive the reset and count while the core is halted.
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
   ResetTarget();
 
@@ -111,6 +125,8 @@ int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
   }
 
   // PCROP is set and the device at level 0: go to level 1 first, so that the next step clears it.
+  // Asked to clear it at level 0, the device would refuse the whole change. No reset in between:
+  // the register stays unlocked.
   if (DualBank && (OptCr & (OPTCR_SPRMOD | OPTCR_RDP)) == (OPTCR_SPRMOD | OPTCR_RDP_LEVEL0)) {
     QUOBEARM_WriteU32(FLASH_OPTCR1, PCROP_OPTCR1);
     StartProgramming(PCROP_OPTCR);
@@ -128,13 +144,16 @@ int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
   }
   QUOBEARM_Reset();
 
+  // Only the level is compared: which other bits exist, and how reserved ones read, differs between
+  // the devices of a family.
   OptCr = ReadWordOrZero(FLASH_OPTCR);
   if ((OptCr & OPTCR_RDP) != OPTCR_RDP_LEVEL0) {
     PrintLine("Resetting option bytes failed.");
     return 0;  // required: this failure is reported in words only
   }
   PrintLine("O.K.");
-  // Locked again, with all other bits as they were read.
+  // Locked again, with all other bits as they were read. Required, although the reset has locked
+  // the register, which then ignores the write.
   QUOBEARM_WriteU32(FLASH_OPTCR, OptCr | OPTCR_OPTLOCK);
   return 0;
 }

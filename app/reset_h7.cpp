@@ -9,10 +9,15 @@
 #include "app/target.h"
 #include "probeapi/quobearm.h"
 
+// This is the address on other families. On H7 the register is elsewhere, so the write freezes
+// nothing; it is required all the same.
 static constexpr uint32_t DBGMCU_APB1_FZ = 0xE0042008;
 
 namespace {
 // The option registers of one bank. In the manual those of bank 2 end in 2: FLASH_OPTCR2.
+//
+// PRAR, SCAR and WPSN exist once per bank. OPTKEYR, OPTCR, OPTSR and BOOT are one register each
+// with two addresses, so locking through one bank locks both.
 struct BANK_REGS {
   uint32_t OPTKEYR;
   uint32_t OPTCR;
@@ -51,7 +56,9 @@ static constexpr uint32_t WPSN_ALL_FREE = 0xFF;
 
 static constexpr uint32_t OPTKEY1 = 0x08192A3B, OPTKEY2 = 0x4C5D6E7F;
 
-static constexpr uint32_t OPTSR_FACTORY = 0x1416AAF0;  // RDP level 0
+// Level 0; no brown-out reset; watchdog started by software and running on in stop and standby; no
+// reset on entering these. Bits 28 and 26 are not options.
+static constexpr uint32_t OPTSR_FACTORY = 0x1416AAF0;
 static constexpr uint32_t PRAR_FACTORY  = 0x000000FF;  // start above end: no PCROP area
 static constexpr uint32_t SCAR_FACTORY  = 0x800000FF;  // no secure area, DMES set
 static constexpr uint32_t WPSN_FACTORY  = 0x000000FF;  // no sector write-protected
@@ -92,18 +99,24 @@ static int32_t Unprotect(const BANK_REGS* pBank) {
   const uint32_t WriteProtection = ReadWordOrZero(pBank->WPSN_CUR);
   QUOBEARM_WriteU32(pBank->WPSN_PRG, WriteProtection | WPSN_ALL_FREE);
   const uint32_t Control = ReadWordOrZero(pBank->OPTCR);
+  // The change is programmed and loaded without a reset. An interrupted one leaves the old options.
   QUOBEARM_WriteU32(pBank->OPTCR, Control | OPTCR_OPTSTART);
   if (WaitUntilReady(pBank) < 0) {
     return -1;
   }
+  // Locks. The start bit is required; with nothing left to change the device ignores it.
   QUOBEARM_WriteU32(pBank->OPTCR, Control | OPTCR_OPTSTART | OPTCR_OPTLOCK);
   return 0;
 }
 
 // Programs all factory values. Required: the bank is not locked afterwards; the reset does that.
 // 0: done. -1: the bank stayed busy.
+//
+// One value that is not allowed makes the device refuse the change as a whole: PCROP, for example,
+// can go only in the change from level 1 to level 0. No status is read for this; the read-back
+// finds it.
 static int32_t WriteFactoryValues(const BANK_REGS* pBank) {
-  UnlockBank(pBank);
+  UnlockBank(pBank);  // for bank 2 it is open already
   QUOBEARM_WriteU32(pBank->OPTSR_PRG, OPTSR_FACTORY);
   QUOBEARM_WriteU32(pBank->PRAR_PRG, PRAR_FACTORY);
   QUOBEARM_WriteU32(pBank->SCAR_PRG, SCAR_FACTORY);
@@ -113,7 +126,8 @@ static int32_t WriteFactoryValues(const BANK_REGS* pBank) {
   return WaitUntilReady(pBank);
 }
 
-// Non-zero when the bank reads back as written. Reads no further than the first difference.
+// Non-zero when the bank reads back as written. Reads no further than the first difference. The
+// _CUR registers hold the options in force, not what was written to the _PRG registers.
 static int IsAtFactoryValues(const BANK_REGS* pBank) {
   return ReadWordOrZero(pBank->OPTSR_CUR) == OPTSR_FACTORY &&
          ReadWordOrZero(pBank->PRAR_CUR) == PRAR_FACTORY &&

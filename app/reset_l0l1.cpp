@@ -56,13 +56,17 @@ static const VARIANT Variants[] = {
         .PEKEYR   = 0x4002200C,
         .OPTKEYR  = 0x40022014,
         .SR       = 0x40022018,
+        // The last two words have a meaning on L07x and L08x only. They are written to the others
+        // too: required.
         .FactoryWords =
             {
                 OptionWord(0x00AA),                                          // RDP level 0
                 OptionWord(0x8070),                                          // user options
                 OptionWord(0x0000), OptionWord(0x0000), OptionWord(0x0000),  // no write protection
             },
-        .NumWords    = 5,
+        .NumWords = 5,
+        // A device with PCROP at level 0 may refuse level 0 in the first attempt and stay at level
+        // 1. From there the second attempt erases it, and PCROP with it.
         .NumAttempts = 2,
     },
     {
@@ -71,6 +75,8 @@ static const VARIANT Variants[] = {
         .PEKEYR   = 0x40023C0C,
         .OPTKEYR  = 0x40023C14,
         .SR       = 0x40023C18,
+        // Larger devices have further words, for the write protection above 128 KB. They stay as
+        // they are: required. On devices with two banks 0x0078 also clears nBFB2.
         .FactoryWords =
             {
                 OptionWord(0x00AA),                      // RDP level 0
@@ -82,6 +88,8 @@ static const VARIANT Variants[] = {
     },
 };
 
+// FLASH_PEKEYR first: FLASH_OPTKEYR counts only when PELOCK is clear. Each reset sets all locks
+// again.
 static void UnlockOptionBytes(const VARIANT* pVariant) {
   QUOBEARM_WriteU32(pVariant->PEKEYR, PEKEY1);
   QUOBEARM_WriteU32(pVariant->PEKEYR, PEKEY2);
@@ -89,12 +97,14 @@ static void UnlockOptionBytes(const VARIANT* pVariant) {
   QUOBEARM_WriteU32(pVariant->OPTKEYR, OPTKEY2);
 }
 
+// Index: of the word, from OPTION_WORDS on. The device erases the word before it programs it.
 static void WriteOptionWord(const VARIANT* pVariant, uint32_t Index, uint32_t Value) {
   QUOBEARM_WriteU32(OPTION_WORDS + 4 * Index, Value);
   WaitWhileSet(pVariant->SR, SR_BSY);
 }
 
-// Loads the option words from memory. Until then the old ones are in force.
+// Loads the option words from memory. Until then the old ones are in force. The device resets
+// itself with it, so the probe may see the write fail: ignored. The second reset halts the core.
 static void ReloadOptionBytes(const VARIANT* pVariant) {
   QUOBEARM_WriteU32(pVariant->PECR, PECR_OBL_LAUNCH);
   QUOBEARM_Reset();
@@ -106,6 +116,7 @@ static int ProgramAndVerify(const VARIANT* pVariant) {
   const uint32_t  NumWords = pVariant->NumWords;
 
   // The read protection. A word is cleared before it is set; a cleared one counts as level 1.
+  // Words whose complements do not fit set SR_OPTVERR at each load; it is cleared with the others.
   UnlockOptionBytes(pVariant);
   QUOBEARM_WriteU32(pVariant->SR, SR_ERRORS);
   WriteOptionWord(pVariant, 0, 0);
@@ -130,12 +141,14 @@ static int ProgramAndVerify(const VARIANT* pVariant) {
   return memcmp(Words, pFactory, NumWords * sizeof(Words[0])) == 0;
 }
 
+// The whole sequence with its messages, up to NumAttempts times.
 static void ResetOptionBytes(const VARIANT* pVariant) {
   QUOBEARM_WriteU32(DBGMCU_APB1_FZ, APB1_FZ_WWDG_STOP | APB1_FZ_IWDG_STOP);
   for (int Attempt = 1;; Attempt++) {
     ResetTarget();
     PrintText("Reset option bytes to factory settings...");
     if (ProgramAndVerify(pVariant)) {
+      // After a failure the locks stay open: required. The next reset sets them.
       QUOBEARM_WriteU32(pVariant->PECR, PECR_LOCKS);
       PrintLine("O.K.");
       return;

@@ -52,6 +52,8 @@ static constexpr uint32_t WRP_NONE = 0xFF;  // start 0xFF, end 0
 static constexpr useconds_t POLL_US   = 5 * 1000;
 static constexpr useconds_t RELOAD_US = 200 * 1000;
 
+// FLASH_KEYR first: OPTLOCK opens only on an unlocked controller. Errors left over from an earlier
+// operation would make the next one fail with PGSERR, so they are cleared here.
 static void UnlockOptionBytes(void) {
   QUOBEARM_WriteU32(FLASH_KEYR, KEY1);
   QUOBEARM_WriteU32(FLASH_KEYR, KEY2);
@@ -64,11 +66,14 @@ static void UnlockOptionBytes(void) {
 // time-out: required.
 static void LaunchOptionBytesL4(void) {
   QUOBEARM_WriteU32(FLASH_CR, ReadWordOrZero(FLASH_CR) | CR_OPTSTRT);
+  // Required: the first status is read after a pause too.
   do {
     usleep(POLL_US);
   } while (ReadWordOrZero(FLASH_SR) & SR_BSY);
   QUOBEARM_WriteU32(FLASH_CR, ReadWordOrZero(FLASH_CR) | CR_OBL_LAUNCH);
-  usleep(RELOAD_US);  // the reload resets the device
+  // The reload resets the device, which sets the locks again; the probe may see the write above
+  // fail. A plain reset would load nothing.
+  usleep(RELOAD_US);
 
   PrintText("Reset target...");
   QUOBEARM_Reset();
@@ -77,6 +82,9 @@ static void LaunchOptionBytesL4(void) {
 
 // Writes areas that protect nothing to the registers of write protection and PCROP. They are not
 // programmed yet.
+//
+// A PCROP area that survived the erase (PCROP_RDP was 0) stays: at level 0 the device ignores a
+// smaller one without an error.
 static void WriteProtectionAreas(void) {
   UnlockOptionBytes();
   QUOBEARM_WriteU32(FLASH_PCROP1SR, PCROP_START_NONE);
@@ -102,9 +110,11 @@ int32_t ResetOptionBytesL4(void) {
     QUOBEARM_WriteU32(FLASH_OPTR, OptR & ~OPTR_RDP);  // RDP zero: level 1
     LaunchOptionBytesL4();
   }
+  // From level 1 this erases the flash, SRAM2 and the backup registers.
   UnlockOptionBytes();
   QUOBEARM_WriteU32(FLASH_OPTR, OPTR_FACTORY);
   LaunchOptionBytesL4();
+  // FLASH_OPTR holds what was loaded. Its reserved bits read as 1, as in the factory value.
   if (ReadWordOrZero(FLASH_OPTR) != OPTR_FACTORY) {
     PrintLine("Could not reset OPTR...");
     return -1;

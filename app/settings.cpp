@@ -12,6 +12,9 @@ void SetDefaultSettings(UNLOCK_SETTINGS* pSettings) {
   pSettings->HostIF = HOST_IF_USB;
 }
 
+// An address and a serial number each choose their interface too, so the later of two such options
+// decides which probe is used. The value of the earlier one is kept and has no effect.
+
 int32_t TakeIP(UNLOCK_SETTINGS* pSettings, const char* sValue) {
   UTIL_CopyString(pSettings->IPAddr, sValue, IP_ADDR_SIZE);
   pSettings->HostIF = HOST_IF_ETHERNET;
@@ -22,7 +25,7 @@ int32_t TakeSerialNo(UNLOCK_SETTINGS* pSettings, const char* sValue) {
   if (ParseDec(sValue, &pSettings->SerialNo) < 0) {
     return -1;
   }
-  pSettings->HostIF = HOST_IF_USB;
+  pSettings->HostIF = HOST_IF_USB;  // also for 0, which stands for any probe
   return 0;
 }
 

@@ -21,6 +21,7 @@ uint32_t ReadWordOrZero(uint32_t Address) {
 }
 
 void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords) {
+  // Zero is no family's factory word, so a word that is not delivered cannot pass for one.
   memset(pWords, 0, NumWords * sizeof(*pWords));
   QUOBEARM_ReadMemU32(Address, NumWords, pWords, NULL);
 }
@@ -30,6 +31,9 @@ void WaitWhileSet(uint32_t Address, uint32_t Mask) {
   while (ReadWordOrZero(Address) & Mask) {
   }
 }
+
+// The text comes before the reset and "O.K." after it, so a probe that hangs in between shows
+// where. "O.K." says only that the call has returned: its result is not used (quobearm.h).
 
 void ResetTarget(void) {
   PrintText("Reset target...");

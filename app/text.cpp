@@ -7,6 +7,7 @@ int CompareNoCase(const char* a, const char* b) {
 }
 
 int32_t ParseDec(const char* sText, uint32_t* pValue) {
+  // Not strtoul(): it accepts a sign, and which characters it skips depends on the locale.
   while (*sText == '\t' || *sText == '\n' || *sText == '\r' || *sText == ' ') {
     sText++;
   }
