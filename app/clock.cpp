@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "app/clock.h"
 
 #include <mach/mach_time.h>

@@ -1,4 +1,5 @@
 // app/clock.h
+// SPDX-License-Identifier: MIT
 //
 // The tool's millisecond clock.
 

@@ -1,4 +1,5 @@
 // app/connect.h
+// SPDX-License-Identifier: MIT
 //
 // The steps from a probe that is chosen to a target that can be accessed, and back. Nothing is
 // printed. A program makes them in this order, with what it has to say between them.

@@ -1,4 +1,5 @@
 // app/family.h
+// SPDX-License-Identifier: MIT
 //
 // The device families: the name that the user sees, the core name that is sent to the probe, and
 // the id that chooses the reset routine. The menu to choose one is in menu.h.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // One function for each part of what the user sees: banner, family, connection, target, reset, end.
 // Scripts read the texts and expect their order, so both are part of the tool's contract.
 

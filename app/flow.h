@@ -1,4 +1,5 @@
 // app/flow.h
+// SPDX-License-Identifier: MIT
 //
 // The program from banner to exit status: settings, family, probe, voltage, reset, close.
 

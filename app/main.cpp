@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Nothing but main(): the tests link all the rest of the tool with a main() of their own.
 
 #include "app/flow.h"

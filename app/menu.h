@@ -1,4 +1,5 @@
 // app/menu.h
+// SPDX-License-Identifier: MIT
 //
 // The menu of device families.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "app/options.h"
 
 #include <stddef.h>

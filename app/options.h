@@ -1,4 +1,5 @@
 // app/options.h
+// SPDX-License-Identifier: MIT
 //
 // The command line: a table of options with one value each.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "app/print.h"
 
 #include <stdarg.h>

@@ -1,4 +1,5 @@
 // app/print.h
+// SPDX-License-Identifier: MIT
 //
 // What the tool prints, on standard output. Each text is visible at once, also through a pipe, so
 // that "Reset target..." can be read while the reset is made.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "app/process.h"
 
 #include <fcntl.h>

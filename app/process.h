@@ -1,4 +1,5 @@
 // app/process.h
+// SPDX-License-Identifier: MIT
 //
 // What the tool changes in its process. Nothing is changed back, as the process ends with the tool.
 // Main thread only.

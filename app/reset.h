@@ -1,4 +1,5 @@
 // app/reset.h
+// SPDX-License-Identifier: MIT
 //
 // The option-byte reset of each family: the register sequence of its reference manual that brings
 // the option bytes to their factory values.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Option-byte reset for STM32F0, F1 and F3: erase the option bytes, program the half-word with the
 // read protection, leave the others erased. Names and addresses: reference manuals RM0091 (F0),
 // PM0075 (F1) and RM0316 (F3).

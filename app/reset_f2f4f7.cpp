@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Option-byte reset for STM32F2, F4 and F7: write FLASH_OPTCR1 and FLASH_OPTCR, start the
 // programming, wait, reset, check the protection level. Names and addresses: reference manuals
 // RM0033 (F2), RM0090 (F4), RM0385 and RM0410 (F7).

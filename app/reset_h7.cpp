@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Option-byte reset for STM32H7: first both banks to read protection level 0 without write
 // protection (a protected device mass-erases), then all factory values in both banks, then a
 // read-back. Names and addresses: reference manual RM0433.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Option-byte reset for STM32L0 and L1: first the read protection (a protected device mass-erases
 // when level 0 is loaded), then the other option words. Each stage ends with a reload. Names and
 // addresses: reference manuals RM0367 (L0) and RM0038 (L1).

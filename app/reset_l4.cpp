@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Option-byte reset for STM32L4x6: first FLASH_OPTR, through read protection level 1 so that the
 // return to level 0 erases the device; then write protection and PCROP of both banks. Names and
 // addresses: reference manual RM0351.

@@ -1,4 +1,5 @@
 // app/settings.h
+// SPDX-License-Identifier: MIT
 //
 // The settings of one run, and how each is read from the text that a user gave.
 

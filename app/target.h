@@ -1,4 +1,5 @@
 // app/target.h
+// SPDX-License-Identifier: MIT
 //
 // The steps that the reset routines share. Everything that differs between families (registers,
 // keys, values, order) is in the routine itself.

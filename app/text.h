@@ -1,4 +1,5 @@
 // app/text.h
+// SPDX-License-Identifier: MIT
 //
 // How the tool reads what a user typed, in an argument or at the menu.
 

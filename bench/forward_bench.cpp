@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What a forwarding function costs once it is resolved, against a call through the procedure
 // linkage table into the same code.
 

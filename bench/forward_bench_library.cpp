@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The same small function twice: under a name of the probe API for the forwarding function, and
 // under one of its own for the peer that the executable links directly.
 

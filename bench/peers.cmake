@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # The peers that benchmarks compare with, each a target bench_peer_<name> if it is installed. Nothing
 # else needs them.
 find_package(PkgConfig QUIET)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Appending to a DYNBUFFER beside fmt's buffer, std::string and GString. Each run begins with an empty
 // buffer and ends with freeing it.
 

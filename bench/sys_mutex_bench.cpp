@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Locking and unlocking a free mutex, beside a recursive pthread mutex and std::recursive_timed_mutex.
 
 #include <pthread.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Ten thousand values in one key: set, query, flush to a file, load again and query, beside a GKeyFile
 // and an SQLite database in memory, which are saved to a file and loaded from it as a whole.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Loading a document from a file and writing it into memory, beside pugixml and rapidxml.
 //
 // The documents are what the registry store writes: keys with six values each, a value being two

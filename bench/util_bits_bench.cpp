@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Runs of bits beside boost::dynamic_bitset, and bit reversal and population count beside a call to
 // the usual sequence of shifts and to std::popcount.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The formatting engine beside the C library's snprintf, fmt, stb_sprintf and Abseil. Each run
 // formats 1024 texts of different values.
 

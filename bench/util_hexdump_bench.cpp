@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The hex dump, 16 bytes a line with addresses, beside a loop that takes each byte's digits from a
 // table and stores four characters at once.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Numbers of variable length beside LLVM's and protobuf's. Each run reads or writes 32,768 of them: a
 // processor learns the lengths of a shorter list by heart, and then a loop over the bytes costs no
 // wrong guesses, as it would with numbers that it has not seen before.

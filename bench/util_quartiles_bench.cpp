@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The estimate of quartiles beside std::nth_element three times on a copy of the samples, which is
 // exact. The answers compared are whether each estimate is as near as it promises.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The scanner of integers beside std::from_chars, which is given the end of the text and, for
 // hexadecimal numbers, the digits after the prefix. Each run reads 2048 texts.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Comparisons, lengths and copies beside the C library's and the standard algorithms. Each run does
 // 64 of them, on texts at different addresses.
 

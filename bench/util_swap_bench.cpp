@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The array swaps beside a loop in AVX2 instructions and VOLK, which chooses its instructions at
 // run time as ours do and swaps in place.
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # What cmake --install leaves, by component:
 #
 #   tool         the tool for the maker's probe library

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # Packages by component: Debian's with cpack -G DEB, macOS's with cpack -G productbuild. script/package
 # makes the ones of a release.
 set(CPACK_PACKAGE_NAME quobe-unlock)

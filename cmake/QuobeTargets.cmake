@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # How every target of the project is compiled.
 #
 #   quobe_product_library(name sources...)  a static library of product code: no exceptions, no RTTI,

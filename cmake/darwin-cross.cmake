@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # Toolchain for building the macOS executable on Linux: clang, LLVM's linker for Mach-O, and the SDK
 # that host/darwin-sdk/assemble.py puts together. See script/macos, which passes
 #

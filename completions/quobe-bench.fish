@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # fish completion for quobe-bench
 
 for command in quobe-bench

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # fish completion for quobe-line, quobe-line-openocd and quobe-line-sim
 
 for command in quobe-line quobe-line-openocd quobe-line-sim

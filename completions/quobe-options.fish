@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # fish completion for quobe-options, quobe-options-openocd and quobe-options-sim
 
 function _quobe_unlock_families

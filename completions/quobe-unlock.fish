@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: MIT
+
 # fish completion for quobe-unlock, quobe-unlock-openocd and quobe-unlock-sim
 
 function _quobe_unlock_families

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // serial_echo [device [baud rate]]
 //
 // Sends back the bytes that arrive on a serial port, until a byte 4 (Ctrl-D) arrives. The device is

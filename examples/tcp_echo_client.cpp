@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // tcp_echo_client host port time-out-ms text
 //
 // Connects, sends the text, and prints the reply. While the server refuses, it tries again until

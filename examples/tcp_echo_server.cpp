@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // tcp_echo_server [port [connections]]
 //
 // Sends back the bytes that its clients send, one client after the other, on 127.0.0.1. With port

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The bytes of one fuzz input, taken from its front as numbers and at the end as a text.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Frames of any bytes as the answer of OpenOCD, and texts of any kind as numbers.
 #include "fuzz/fuzz_input.h"
 #include "openocd/answer.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Any bytes as the configuration.
 #include "fuzz/fuzz_input.h"
 #include "openocd/config.h"

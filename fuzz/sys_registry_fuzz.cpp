@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The whole registry store, compared with its model: a root's file and a sequence of commands.
 #include "fuzz/fuzz_input.h"
 #include "tests/sys/support/registry_duel.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The XML loader with any text, compared with its model, and with what the writer makes of it.
 #include "fuzz/fuzz_input.h"
 #include "sys/xml.h"

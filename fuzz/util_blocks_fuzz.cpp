@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Everything that has a version of its own for a level of instructions, at each level: the results
 // and what is written are the same, in blocks of exactly the bytes that are asked for.
 #include "fuzz/fuzz_input.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Any format into a buffer of any size, against the model of the tests.
 #include "fuzz/fuzz_input.h"
 #include "tests/util/format_model.h"

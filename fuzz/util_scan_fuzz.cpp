@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Every scanner over any text, with buffers of any size.
 #include <algorithm>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The texts of any values, into buffers of any size.
 #include <math.h>
 

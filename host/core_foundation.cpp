@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "host/core_foundation.h"
 
 #include <stdlib.h>

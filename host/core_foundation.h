@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The part of the stand-in's CoreFoundation that is for its IOKit only.
 
 #ifndef HOST_CORE_FOUNDATION_H

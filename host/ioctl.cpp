@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #define HOST_SYS_IOCTL_IMPLEMENTATION
 #include <asm/termbits.h>
 #include <errno.h>

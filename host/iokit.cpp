@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include <IOKit/IOKitLib.h>
 #include <IOKit/serial/IOSerialKeys.h>
 #include <dirent.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include <IOKit/pwr_mgt/IOPMLib.h>
 
 static uint32_t InForce;  // bit n: assertion n + 1

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include <mach/mach_time.h>
 #include <time.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #define HOST_SYS_SOCKET_IMPLEMENTATION
 #include <errno.h>
 #include <stdint.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #define HOST_SPAWN_IMPLEMENTATION
 #include <errno.h>
 #include <spawn.h>

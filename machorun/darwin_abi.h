@@ -1,4 +1,5 @@
 // machorun/darwin_abi.h
+// SPDX-License-Identifier: MIT
 //
 // Records and constants of Darwin on x86-64 that differ from Linux's and that a shim translates.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Functions whose arguments, records, constants and results are the same on both systems for every
 // use that compiles on both. Compare the two manuals before adding one.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "machorun/image.h"
 
 #include <stdio.h>

@@ -1,4 +1,5 @@
 // machorun/image.h
+// SPDX-License-Identifier: MIT
 //
 // Loads a Mach-O file for x86-64 into this process, as the system's loader would: segments at a
 // random place, pointers moved with them, imports bound.

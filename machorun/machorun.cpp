@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Runs an x86-64 Mach-O executable on Linux.
 //
 //   machorun FILE [argument...]   run it and end with its exit status

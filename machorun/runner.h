@@ -1,4 +1,5 @@
 // machorun/runner.h
+// SPDX-License-Identifier: MIT
 //
 // The part of the runner that its shims call: a Mach-O library that the program opens is bound as
 // the program was.

@@ -1,4 +1,5 @@
 // machorun/shim.h
+// SPDX-License-Identifier: MIT
 //
 // What the Mach-O program's imports are bound to.
 //

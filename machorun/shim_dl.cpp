@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The dynamic loader: libraries of this system, and Mach-O libraries through image.h.
 //
 // MACHORUN_DLADDR replaces the path that dladdr() returns for an address of the program. It may be

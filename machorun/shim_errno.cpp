@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // errno: Darwin's numbers in a variable of its own.
 //
 // Functions of this system set this system's errno. The program reads its own errno through

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Files: open flags, file status, descriptor control, mapped memory.
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The parts of CoreFoundation and IOKit that the product uses: serial ports and the idle-sleep
 // assertion.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Names and addresses of hosts.
 
 #include <netdb.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Processes: own path, locale, signals, starting programs, system values, the system log.
 //
 // MACHORUN_PIDPATH replaces the path that proc_pidpath() returns for this process; "!fail" makes

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Sockets: address records, option numbers, message flags, waiting.
 
 #include <errno.h>

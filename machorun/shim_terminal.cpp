@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Terminals: the settings record bit by bit, and the requests of ioctl().
 //
 // A flag that this system lacks is kept here for each terminal, so that the program reads back what

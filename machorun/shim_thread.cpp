@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Threads. A pthread object of the program holds a signature and a pointer to this system's object.
 // A statically initialised one gets its object at its first use. The signature also shows an object
 // that was never initialised, or was destroyed: EINVAL, as on Darwin.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Sleeping and clocks.
 //
 // With MACHORUN_CLOCK_STEP_US set, time is simulated: a sleep returns at once and advances the

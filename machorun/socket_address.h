@@ -1,4 +1,5 @@
 // machorun/socket_address.h
+// SPDX-License-Identifier: MIT
 //
 // Translates socket addresses between the two systems, for the shims of sockets and of names.
 

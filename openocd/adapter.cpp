@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "openocd/adapter.h"
 
 #include <stdarg.h>

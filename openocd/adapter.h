@@ -1,4 +1,5 @@
 // openocd/adapter.h
+// SPDX-License-Identifier: MIT
 //
 // A debug adapter opened through OpenOCD: which driver, which serial number, and why it cannot be
 // opened. The chip at its other end is target.h's.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "openocd/answer.h"
 
 #include <string.h>

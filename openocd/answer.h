@@ -1,4 +1,5 @@
 // openocd/answer.h
+// SPDX-License-Identifier: MIT
 //
 // What OpenOCD answers to a request, taken apart. No state, no allocation, any bytes as input.
 //

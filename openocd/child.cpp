@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "openocd/child.h"
 
 #include <errno.h>

@@ -1,4 +1,5 @@
 // openocd/child.h
+// SPDX-License-Identifier: MIT
 //
 // OpenOCD as a process: where it is, how it is started and how it is ended. It never outlives this
 // process, however that one ends. A guard, a fork of this process, waits for that; it then makes a last

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "openocd/config.h"
 
 #include <errno.h>

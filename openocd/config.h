@@ -1,4 +1,5 @@
 // openocd/config.h
+// SPDX-License-Identifier: MIT
 //
 // The configuration: a text file of lines "key = value". docs/adapters.md lists the keys. A line that
 // begins with '#' is a comment. Without a file everything has its default.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "openocd/file.h"
 
 #include <errno.h>

@@ -1,4 +1,5 @@
 // openocd/file.h
+// SPDX-License-Identifier: MIT
 //
 // The files that the configuration names, and the configuration itself.
 

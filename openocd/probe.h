@@ -1,4 +1,5 @@
 // openocd/probe.h
+// SPDX-License-Identifier: MIT
 //
 // The 16 operations of the probe library, on a debug adapter that OpenOCD drives. One probe per
 // process, one thread. Results are those that the tool expects: see the probe library's contracts in

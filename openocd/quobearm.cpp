@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The probe library's entry points.
 
 #include "openocd/quobearm.h"

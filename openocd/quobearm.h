@@ -1,4 +1,5 @@
 // openocd/quobearm.h
+// SPDX-License-Identifier: MIT
 //
 // What the library exports: the 16 operations of the probe library that the tool uses, with the types
 // by which the tool calls them.

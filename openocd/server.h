@@ -1,4 +1,5 @@
 // openocd/server.h
+// SPDX-License-Identifier: MIT
 //
 // A conversation with OpenOCD: one request at a time, each with a deadline. The server is a child of
 // this process, or a running one whose Tcl port is reached over the network.

@@ -1,4 +1,5 @@
 // openocd/target.h
+// SPDX-License-Identifier: MIT
 //
 // The chip at the other end of the wires, by means that need no knowledge of its family: the debug
 // port, the bus behind it, and the debug registers that every Cortex-M has. Register names are those

@@ -1,4 +1,5 @@
 // openocd/text.h
+// SPDX-License-Identifier: MIT
 //
 // Bounded text helpers. A size counts the terminator; results are always terminated.
 

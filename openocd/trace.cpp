@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "openocd/trace.h"
 
 #include <stdarg.h>

@@ -1,4 +1,5 @@
 // openocd/trace.h
+// SPDX-License-Identifier: MIT
 //
 // The trace: one line per probe operation, "time number operation", in the form and the words of the
 // simulated bench. Appended to the file; each line is flushed, since a trace is wanted most where a

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "options/areas.h"
 
 #include <string.h>

@@ -1,4 +1,5 @@
 // options/areas.h
+// SPDX-License-Identifier: MIT
 //
 // What is protected in the flash, as ranges of addresses: from the protection that is in force, or
 // that is stored where no register shows what is in force.

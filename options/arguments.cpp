@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "options/arguments.h"
 
 #include <string.h>

@@ -1,4 +1,5 @@
 // options/arguments.h
+// SPDX-License-Identifier: MIT
 //
 // The command line: the unlock tool's option names for what both need, and two of its own.
 

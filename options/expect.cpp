@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "options/expect.h"
 
 #include <errno.h>

@@ -1,4 +1,5 @@
 // options/expect.h
+// SPDX-License-Identifier: MIT
 //
 // What a device is compared with, and how it differs.
 

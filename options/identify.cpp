@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "options/identify.h"
 
 #include <stddef.h>

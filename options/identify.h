@@ -1,4 +1,5 @@
 // options/identify.h
+// SPDX-License-Identifier: MIT
 //
 // Which device it is: by DBGMCU_IDCODE, the flash size and, where a name has several devices, what
 // tells them apart. F0 and L0 show DBGMCU_IDCODE only while a clock is on, which only a write could

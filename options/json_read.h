@@ -1,4 +1,5 @@
 // options/json_read.h
+// SPDX-License-Identifier: MIT
 //
 // Reads a JSON text and hands out its values one by one.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "options/json_write.h"
 
 #include "util/format.h"

@@ -1,4 +1,5 @@
 // options/json_write.h
+// SPDX-License-Identifier: MIT
 //
 // Writes one JSON object to a stream. The members of the object, and the elements of an array that is
 // one of them, have a line each; what is inside them is on that line.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // quobe-options: says what is in the option bytes of a device. Reads only.
 
 #include <dlfcn.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "options/outlook.h"
 
 #include <string.h>

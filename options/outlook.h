@@ -1,4 +1,5 @@
 // options/outlook.h
+// SPDX-License-Identifier: MIT
 //
 // What one run of the unlock tool will do to the device that was read, by the rules of the reference
 // manuals. Nothing is tried.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "options/reading.h"
 
 #include <string.h>

@@ -1,4 +1,5 @@
 // options/reading.h
+// SPDX-License-Identifier: MIT
 //
 // What was read from a device: which one it is, its option words as stored and in force, and its
 // status. Reads only: no write, no reset and no halt, and no read that the device would refuse with

@@ -1,4 +1,5 @@
 // options/report.h
+// SPDX-License-Identifier: MIT
 //
 // What is printed about a device: a table for people, or one JSON object (docs/options.md).
 

@@ -1,4 +1,5 @@
 // probeapi/forward.h
+// SPDX-License-Identifier: MIT
 //
 // The parts of the exported forwarding functions. Callers do not need this header: they declare the
 // function that they want (quobearm.h declares the tool's) and call it.

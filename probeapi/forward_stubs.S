@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The exported entries of the probe API, one per line of names.inc. See forward.h.
 //
 // For x86-64 and arm64, ELF and Mach-O. The object formats differ in the leading underscore of a C

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "probeapi/forward.h"
 
 #define FORWARD(Name) void* FORWARD_Slot_##Name;

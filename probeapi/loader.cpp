@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "probeapi/loader.h"
 
 #include <dlfcn.h>

@@ -1,4 +1,5 @@
 // probeapi/loader.h
+// SPDX-License-Identifier: MIT
 //
 // Finds the probe library and opens it once for the whole process.
 //

@@ -1,4 +1,5 @@
 // probeapi/quobearm.h
+// SPDX-License-Identifier: MIT
 //
 // The 16 operations of the probe library that the tool uses.
 //

@@ -1,4 +1,5 @@
 // silicon/catalog.h
+// SPDX-License-Identifier: MIT
 //
 // All devices that are described, in the order of the unlock tool's menu.
 

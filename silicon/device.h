@@ -1,4 +1,5 @@
 // silicon/device.h
+// SPDX-License-Identifier: MIT
 //
 // Facts about STM32 devices that more than one program needs: how a device is identified, which
 // memories it has, which option words it stores, where they are read and what is in them as

@@ -1,4 +1,5 @@
 // silicon/f0_f1_f3.h
+// SPDX-License-Identifier: MIT
 //
 // STM32F0, F1 and F3. Eight option bytes, each with its complement, in 16 bytes at 0x1FFFF800; loaded
 // into FLASH_OBR and FLASH_WRPR. Reference manuals RM0091 and RM0360 (F0), RM0008, RM0041, PM0063,

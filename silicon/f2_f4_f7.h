@@ -1,4 +1,5 @@
 // silicon/f2_f4_f7.h
+// SPDX-License-Identifier: MIT
 //
 // STM32F2, F4 and F7. Option bytes are loaded at reset into FLASH_OPTCR and, where they exist,
 // FLASH_OPTCR1 and FLASH_OPTCR2, and are written there. Memory shows each half-word of a register

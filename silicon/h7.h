@@ -1,4 +1,5 @@
 // silicon/h7.h
+// SPDX-License-Identifier: MIT
 //
 // STM32H7 of DEV_ID 0x450 and 0x483. Option values are held twice: in force (_CUR) and to be
 // programmed (_PRG, 4 above). Nothing but these registers shows them. Reference manuals RM0433

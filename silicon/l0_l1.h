@@ -1,4 +1,5 @@
 // silicon/l0_l1.h
+// SPDX-License-Identifier: MIT
 //
 // STM32L0 and L1. Option words of 32 bits at 0x1FF80000, value in the lower half and its complement,
 // which software has to form, in the upper half; loaded into FLASH_OPTR (L1: FLASH_OBR) and the

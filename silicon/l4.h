@@ -1,4 +1,5 @@
 // silicon/l4.h
+// SPDX-License-Identifier: MIT
 //
 // STM32L4. Option registers from FLASH_OPTR on, one set of protection areas for each bank; stored as
 // words at 0x1FFF7800 and 0x1FFFF808, each followed by its complement. Bits that do not exist read as

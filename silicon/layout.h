@@ -1,4 +1,5 @@
 // silicon/layout.h
+// SPDX-License-Identifier: MIT
 //
 // What the bits and areas of protection cover in each device's flash.
 

@@ -1,4 +1,5 @@
 // silicon/status.h
+// SPDX-License-Identifier: MIT
 //
 // The registers that show a family's options in force and its errors, and the flags in them. A
 // device has those of them that its option words are loaded into, and the status registers.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/bench.h"
 
 #include <dirent.h>

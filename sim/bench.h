@@ -1,4 +1,5 @@
 // sim/bench.h
+// SPDX-License-Identifier: MIT
 //
 // The bench: probes with a device on each, kept as small files in one directory.
 //

@@ -1,4 +1,5 @@
 // sim/catalog.h
+// SPDX-License-Identifier: MIT
 //
 // The devices that can be on a bench. Each folder of a controller kind has a table of its rows,
 // each of which names a device of silicon/ and points at its family:

@@ -1,4 +1,5 @@
 // sim/clock.h
+// SPDX-License-Identifier: MIT
 //
 // The bench's clock, in microseconds since the connection was made. It follows the waits that the
 // caller makes between two probe operations, in either speed:

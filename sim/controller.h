@@ -1,4 +1,5 @@
 // sim/controller.h
+// SPDX-License-Identifier: MIT
 //
 // The flash controller of a device: its registers, key locks, running operations, option bytes and
 // the protection they give. What all kinds share is here; a folder per kind (sim/f1, sim/f4, ...)

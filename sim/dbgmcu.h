@@ -1,4 +1,5 @@
 // sim/dbgmcu.h
+// SPDX-License-Identifier: MIT
 //
 // Rows of DBGMCU and RCC that several families have in common.
 

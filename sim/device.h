@@ -1,4 +1,5 @@
 // sim/device.h
+// SPDX-License-Identifier: MIT
 //
 // One STM32 as a debugger meets it: memories, the registers around the flash controller, reset,
 // power, the core and the watchdogs. The flash controller, which differs most between families, is

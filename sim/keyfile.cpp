@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/keyfile.h"
 
 #include <errno.h>

@@ -1,4 +1,5 @@
 // sim/keyfile.h
+// SPDX-License-Identifier: MIT
 //
 // The bench's files: lines "key = value", in the order in which they were added. A key may be
 // there more than once. Empty lines and lines that begin with '#' are comments and are not kept.

@@ -1,4 +1,5 @@
 // sim/lock.h
+// SPDX-License-Identifier: MIT
 //
 // A pair of keys that opens a lock. The lock owns its keys: what a write to its register meant is
 // asked of it.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/memory.h"
 
 #include <stddef.h>

@@ -1,4 +1,5 @@
 // sim/memory.h
+// SPDX-License-Identifier: MIT
 //
 // A memory of the device: flash, EEPROM, or RAM that a protection change wipes.
 

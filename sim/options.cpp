@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Option words of all kinds of controllers: what is stored, what the loader makes of it, what is in
 // force, and which level a byte stands for.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The simulated probe library: the 16 operations on one bench, one probe per process. Results are those
 // of probeapi/quobearm.h.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // quobe-bench: sets up the simulated bench and shows what is on it.
 
 #include <errno.h>

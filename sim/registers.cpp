@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/registers.h"
 
 #include <stdlib.h>

@@ -1,4 +1,5 @@
 // sim/registers.h
+// SPDX-License-Identifier: MIT
 //
 // Registers as rows of data: address, value after reset, what a write may do to each bit, names.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/request.h"
 
 #include <errno.h>

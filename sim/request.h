@@ -1,4 +1,5 @@
 // sim/request.h
+// SPDX-License-Identifier: MIT
 //
 // The state that a new device is to be in, as quobe-bench create takes it, and the check of it
 // against what a device can do. What is not asked for is as delivered.

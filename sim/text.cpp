@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/text.h"
 
 #include <ctype.h>

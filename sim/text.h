@@ -1,4 +1,5 @@
 // sim/text.h
+// SPDX-License-Identifier: MIT
 //
 // Small text helpers of the simulator.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/trace.h"
 
 #include <errno.h>

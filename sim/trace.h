@@ -1,4 +1,5 @@
 // sim/trace.h
+// SPDX-License-Identifier: MIT
 //
 // The trace: one line per probe operation with register and bit names, and lines for what happens
 // inside the device. Written to the file that QUOBE_BENCH_TRACE names; appended, so that several

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/variants.h"
 
 #include <stdlib.h>

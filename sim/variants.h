@@ -1,4 +1,5 @@
 // sim/variants.h
+// SPDX-License-Identifier: MIT
 //
 // Questions that the manuals leave open, or answer in two ways. Each is a switch with the default
 // that speaks for itself; its row lies beside the family or block whose rule it decides, and is

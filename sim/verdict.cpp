@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/verdict.h"
 
 #include "sim/text.h"

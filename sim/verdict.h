@@ -1,4 +1,5 @@
 // sim/verdict.h
+// SPDX-License-Identifier: MIT
 //
 // Whether a device is at factory state, and if not, what differs. Judged by what is in force as well
 // as by what is stored: a device that would come to factory state at its next power-on only is not

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/clock.h"
 
 #include <mach/mach_time.h>

@@ -1,4 +1,5 @@
 // sys/clock.h
+// SPDX-License-Identifier: MIT
 //
 // Time: a running clock, the calendar, sleeping, and the time a program was built.
 //

@@ -1,4 +1,5 @@
 // sys/console.h
+// SPDX-License-Identifier: MIT
 //
 // The console as a source of single keys.
 //

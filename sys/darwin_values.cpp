@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Checks at compile time that the system's names have the values that the product relies on: for
 // serial lines, the log, child processes, sockets, power management and the search for ports.
 // Compiled for macOS only; it contains no code.

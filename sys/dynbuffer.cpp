@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/dynbuffer.h"
 
 #include <string.h>

@@ -1,4 +1,5 @@
 // sys/dynbuffer.h
+// SPDX-License-Identifier: MIT
 //
 // DYNBUFFER: a growable byte array with a hard upper size.
 //

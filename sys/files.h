@@ -1,4 +1,5 @@
 // sys/files.h
+// SPDX-License-Identifier: MIT
 //
 // Files: descriptors, and views of files in memory.
 //

@@ -1,4 +1,5 @@
 // sys/memory.h
+// SPDX-License-Identifier: MIT
 //
 // The one place where SYS allocates memory.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/misc.h"
 
 #include <CoreFoundation/CoreFoundation.h>

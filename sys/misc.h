@@ -1,4 +1,5 @@
 // sys/misc.h
+// SPDX-License-Identifier: MIT
 //
 // Small services of the system: processors, log, idle sleep, random bytes, starting a program.
 //

@@ -1,4 +1,5 @@
 // sys/path.h
+// SPDX-License-Identifier: MIT
 //
 // Directories: making them, and the two that the library keeps for each user.
 //

@@ -1,4 +1,5 @@
 // sys/registry.h
+// SPDX-License-Identifier: MIT
 //
 // A registry store: named, typed values under hierarchical keys, in XML files.
 //

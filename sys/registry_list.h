@@ -1,4 +1,5 @@
 // sys/registry_list.h
+// SPDX-License-Identifier: MIT
 //
 // The attributes of a value of the registry store, and those of a list of strings; for
 // sys/registry.cpp.

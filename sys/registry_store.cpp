@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/registry_store.h"
 
 #include <stdio.h>

@@ -1,4 +1,5 @@
 // sys/registry_store.h
+// SPDX-License-Identifier: MIT
 //
 // The roots of the registry store: their files, their documents, and writing them back. For
 // sys/registry.cpp; SYS_REG_Flush is declared in sys/registry.h.

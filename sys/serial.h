@@ -1,4 +1,5 @@
 // sys/serial.h
+// SPDX-License-Identifier: MIT
 //
 // Serial ports: finding USB ports, and using a port as a raw line (8N1, no flow control).
 //

@@ -1,4 +1,5 @@
 // sys/serial_settings.h
+// SPDX-License-Identifier: MIT
 //
 // The changes that sys/serial.cpp makes to a line's terminal attributes, by the system's names.
 //

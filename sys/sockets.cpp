@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/sockets.h"
 
 #include <errno.h>

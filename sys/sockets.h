@@ -1,4 +1,5 @@
 // sys/sockets.h
+// SPDX-License-Identifier: MIT
 //
 // Sockets: TCP and UDP over IPv4 and IPv6, with time-outs.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/thread.h"
 
 #include <errno.h>

@@ -1,4 +1,5 @@
 // sys/thread.h
+// SPDX-License-Identifier: MIT
 //
 // Threads: mutexes, locks and events with time-outs, and detached threads, on POSIX threads.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/wait_ready.h"
 
 #include <errno.h>

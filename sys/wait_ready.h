@@ -1,4 +1,5 @@
 // sys/wait_ready.h
+// SPDX-License-Identifier: MIT
 //
 // Waiting for one descriptor with select(). For sys/sockets.cpp and sys/serial.cpp.
 

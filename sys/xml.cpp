@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/xml.h"
 
 #include <string.h>

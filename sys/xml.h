@@ -1,4 +1,5 @@
 // sys/xml.h
+// SPDX-License-Identifier: MIT
 //
 // XML documents in memory: elements and attributes, a loader and a writer.
 //

@@ -1,4 +1,5 @@
 // sys/xml_arena.h
+// SPDX-License-Identifier: MIT
 //
 // XML arenas: the memory of one XML document, handed out in pieces and freed as a whole.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/xml_index.h"
 
 #include <string.h>

@@ -1,4 +1,5 @@
 // sys/xml_index.h
+// SPDX-License-Identifier: MIT
 //
 // Finding children and attributes by name in time that does not grow with their number; for the
 // modules of the document and the registry store.

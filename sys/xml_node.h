@@ -1,4 +1,5 @@
 // sys/xml_node.h
+// SPDX-License-Identifier: MIT
 //
 // Making the nodes of an XML document; for the modules of the document and the registry store.
 //

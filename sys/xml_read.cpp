@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The loader: one recursive call for each level of elements.
 //
 // It works in a copy of the text that belongs to the document. Names and values are not copied

@@ -1,4 +1,5 @@
 // sys/xml_scan.h
+// SPDX-License-Identifier: MIT
 //
 // Finding double quotes and checking names in a text; for sys/xml_read.cpp.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The writer: the text is built in a DYNBUFFER and copied out.
 
 #include <string.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "util/arith.h"
 
 #include <stddef.h>

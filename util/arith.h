@@ -1,4 +1,5 @@
 // util/arith.h
+// SPDX-License-Identifier: MIT
 //
 // Integer arithmetic: ranges of addresses, rounded scaling, division without a divide instruction,
 // days between dates, and an estimate of quartiles.

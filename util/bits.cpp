@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "util/bits.h"
 
 #include <stddef.h>

@@ -1,4 +1,5 @@
 // util/bits.h
+// SPDX-License-Identifier: MIT
 //
 // Bits: numbers of variable length, fields at any bit offset, runs in a bitmap, counts, positions
 // and reversed bits.

@@ -1,4 +1,5 @@
 // util/bits_inline.h
+// SPDX-License-Identifier: MIT
 //
 // What the inline functions of util/bits.h need. For that header alone.
 

@@ -1,4 +1,5 @@
 // util/block.h
+// SPDX-License-Identifier: MIT
 //
 // Blocks of 16 bytes, for UTIL's own loops: what SSE2 and NEON registers hold, which every x86-64
 // and every ARM64 processor has.

@@ -1,4 +1,5 @@
 // util/byteorder.h
+// SPDX-License-Identifier: MIT
 //
 // Loads, stores and swaps in a stated byte order, for data that crosses between the host and a
 // target or a wire.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The comparisons of string.h: of texts and of bytes, with and without case.
 
 #include <stddef.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "util/cpu.h"
 
 #if CPU_HAS_WIDE

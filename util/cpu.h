@@ -1,4 +1,5 @@
 // util/cpu.h
+// SPDX-License-Identifier: MIT
 //
 // Which instructions the loops over long buffers use: the one place that chooses, once and at run
 // time. For UTIL and SYS themselves; callers need not know.

@@ -1,4 +1,5 @@
 // util/digits.h
+// SPDX-License-Identifier: MIT
 //
 // Digits of numbers, for UTIL's own formatters. Each call writes exactly the bytes it says.
 

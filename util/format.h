@@ -1,4 +1,5 @@
 // util/format.h
+// SPDX-License-Identifier: MIT
 //
 // The formatting engine: text into a caller's buffer, never beyond it.
 //

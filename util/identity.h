@@ -1,4 +1,5 @@
 // util/identity.h
+// SPDX-License-Identifier: MIT
 //
 // Structures that cross the probe's interface, and constant texts about the system and the maker.
 //

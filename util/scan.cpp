@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "util/scan.h"
 
 #include <stddef.h>

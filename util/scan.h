@@ -1,4 +1,5 @@
 // util/scan.h
+// SPDX-License-Identifier: MIT
 //
 // Scanners for line-oriented texts: numbers, versions, addresses, words and quoted values.
 //

@@ -1,4 +1,5 @@
 // util/string.h
+// SPDX-License-Identifier: MIT
 //
 // Bounded operations on texts, comparisons of bytes, and the copy of record arrays between two
 // versions of a layout.

@@ -1,4 +1,5 @@
 // util/value_text.h
+// SPDX-License-Identifier: MIT
 //
 // Texts for values that people read: sizes, durations, addresses, floats and dumps of memory.
 //

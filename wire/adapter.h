@@ -1,4 +1,5 @@
 // wire/adapter.h
+// SPDX-License-Identifier: MIT
 //
 // A debug adapter that speaks CMSIS-DAP, protocol version 2.1, in reports of 64 bytes: SWD, the
 // reset pin, the clock. Commands that it does not have are answered as the protocol says, by 0xFF.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "wire/bench_target.h"
 
 #include <stdlib.h>

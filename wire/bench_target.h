@@ -1,4 +1,5 @@
 // wire/bench_target.h
+// SPDX-License-Identifier: MIT
 //
 // A device of the simulated bench as the chip behind a debug port. It is taken from the bench for as
 // long as this object lives, and saved whenever something changed.

@@ -1,4 +1,5 @@
 // wire/core.h
+// SPDX-License-Identifier: MIT
 //
 // The private peripheral bus of a Cortex-M as a debugger meets it: CPUID, the debug registers from
 // DHCSR to DEMCR, AIRCR, the core registers behind DCRSR, the enables of FPB and DWT, ROM tables.

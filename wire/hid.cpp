@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A stand-in for the HID library that OpenOCD's CMSIS-DAP driver uses (libhidapi-hidraw.so.0), put
 // before it by LD_LIBRARY_PATH. Its devices are simulated adapters (quobe-wire), named by the
 // environment:

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // quobe-wire: serves a device of the simulated bench as a CMSIS-DAP adapter on a loopback socket.
 
 #include <signal.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "wire/server.h"
 
 #include <arpa/inet.h>

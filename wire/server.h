@@ -1,4 +1,5 @@
 // wire/server.h
+// SPDX-License-Identifier: MIT
 //
 // Serves one adapter on a loopback socket: reports of 64 bytes, one after the other, for one host at
 // a time. A host that comes while another is connected waits.

@@ -1,4 +1,5 @@
 // wire/swd.h
+// SPDX-License-Identifier: MIT
 //
 // The debug port as the SWD wires show it: an SW-DP (ADIv5) with one AHB-AP, AP 0. AP reads are
 // posted: each answers the value of the one before, RDBUFF the last.

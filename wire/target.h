@@ -1,4 +1,5 @@
 // wire/target.h
+// SPDX-License-Identifier: MIT
 //
 // The chip behind the debug port, as far as a debug port can see it: power, reset, a bus, and
 // whether its core runs. The debug port and the core's own debug registers are swd.h and core.h.

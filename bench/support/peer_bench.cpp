@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "bench/support/peer_bench.h"
 
 #include <math.h>

@@ -1,4 +1,5 @@
 // bench/support/peer_bench.h
+// SPDX-License-Identifier: MIT
 //
 // One job side by side: our function and what a user would take instead, in one program.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Sets a few values in the registry store, reads them back, and lists the key's values.
 //
 // The values go to "Library/Application Support/OSTREL" below HOME and stay there; a second run

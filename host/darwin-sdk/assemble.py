@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Builds a folder that clang accepts as a macOS SDK, on a machine without one.
 
     assemble.py WHEEL FOLDER

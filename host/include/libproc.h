@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <libproc.h>: only what the product calls.
 
 #ifndef HOST_LIBPROC_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for what Darwin's <spawn.h> has beyond the system's own: POSIX_SPAWN_CLOEXEC_DEFAULT.
 //
 // The Darwin contract: the child gets only the descriptors that its file actions make; all others

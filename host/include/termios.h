@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for what Darwin's <termios.h> has beyond the system's own: flag names.
 //
 // Left out: that the flags are 64-bit words on Darwin, and the bits' values, which are the system's

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What quobe-line consists of.
 
 rows     UNITS.csv and the file of hosts

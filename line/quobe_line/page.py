@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The HTML report: one file that needs no other, and no network."""
 
 import html

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The files of a run: one JSON line for each attempt, transcripts, the summary.
 
 units/UNIT.jsonl is the truth; all else can be made again from it. A line is on the disk for good

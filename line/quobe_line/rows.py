@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """UNITS.csv and the file of hosts: what may stand in them, and errors with file, line and column."""
 
 import csv

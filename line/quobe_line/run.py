@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A run: what is to be done goes to GNU parallel, what comes back goes into the log."""
 
 import argparse

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the readings before and after, and the tool's own words, mean for a unit.
 
 A verdict is never better than what was read: "good" needs every option field, the complements and the

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One unit, on the host that has its probe: options before, the tool, options after, the verdict.
 
 GNU parallel starts main() and may end it, and so may a connection that is lost. The work itself is

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/f1/f1.h"
 
 namespace sim::f1 {

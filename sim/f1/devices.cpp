@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "silicon/f0_f1_f3.h"
 #include "sim/f1/f1.h"
 

@@ -1,4 +1,5 @@
 // sim/f1/f1.h
+// SPDX-License-Identifier: MIT
 //
 // Flash controller of STM32F0, F1 and F3: half-word programming, option bytes stored with their
 // complements in a block of 16 bytes at 0x1FFFF800, loaded into OBR and WRPR. F1 of XL density has

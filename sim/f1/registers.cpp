@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/dbgmcu.h"
 #include "sim/f1/f1.h"
 

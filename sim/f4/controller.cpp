@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/f4/f4.h"
 
 namespace sim::f4 {

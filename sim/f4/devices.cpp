@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "silicon/f2_f4_f7.h"
 #include "sim/dbgmcu.h"
 #include "sim/f4/f4.h"

@@ -1,4 +1,5 @@
 // sim/f4/f4.h
+// SPDX-License-Identifier: MIT
 //
 // Flash controller of STM32F2, F4 and F7: option bytes are written as whole registers (OPTCR and,
 // where they exist, OPTCR1 and OPTCR2), stored when OPTSTRT is set, and loaded at reset.

@@ -1,4 +1,5 @@
 // sim/h7/h7.h
+// SPDX-License-Identifier: MIT
 //
 // Flash controller of STM32H7: two banks, each with its own view of the option registers. Values to
 // program (_PRG) and values in force (_CUR) are apart; OPTSTART compares them, checks the rules of

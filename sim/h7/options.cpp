@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/h7/h7.h"
 
 namespace sim::h7 {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/l0/l0.h"
 
 namespace sim::l0 {

@@ -1,4 +1,5 @@
 // sim/l0/l0.h
+// SPDX-License-Identifier: MIT
 //
 // Flash controller of STM32L0 and L1: option bytes are words in the manner of data EEPROM, value in
 // the lower half and complement, which software has to form, in the upper half. A word is erased and

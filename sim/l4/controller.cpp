@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sim/l4/l4.h"
 
 namespace sim::l4 {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The rows of L4: registers, locks, what is around the controller, switches, families, devices.
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // sim/l4/l4.h
+// SPDX-License-Identifier: MIT
 //
 // Flash controller of STM32L4: option registers are programmed together by OPTSTRT and loaded
 // together by OBL_LAUNCH or power-on. One bank or two, each with its own protection areas. Reference

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // docs/commands.tsv, from which man page, completions and README take the tool's options and families.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/app/fake_probe.h"
 
 #include <mach/mach_time.h>

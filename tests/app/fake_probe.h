@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The probe operations and the waits of the tool, for tests in one process: registers answer from
 // functions, and time passes only when the tool waits or reads.
 

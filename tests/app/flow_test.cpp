@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The flow in this process, with simulated time: how long it pauses and where. And its banner,
 // compiled with a date and time that the test chooses.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What the menu passes to the line editor. The editor's two functions are defined here.
 
 #include <fcntl.h>

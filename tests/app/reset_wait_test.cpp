@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The waits of the reset routines, in simulated time: it passes only when a routine waits or reads.
 
 #include <gtest/gtest.h>

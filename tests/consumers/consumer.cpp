@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A program of another project: UTIL and SYS by their public headers, with the least that is needed.
 
 #include <stdio.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Other projects build on the library: by find_package, by add_subdirectory, by pkg-config.
 
 The library is installed into a folder of its own, which is then moved: nothing may hold its place.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Runs what the documents show, and compares them with what they say.
 
 usage: documents.py BUILD commands PAGE...   every block "console": output as shown, one shell a page

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The linker sends the stand-in's calls of ioctl() through here. Apart from the test: the kernel's
 // header of line attributes and the C library's exclude each other.
 

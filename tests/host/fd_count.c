@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 /* Exits with the number of descriptors it was started with, of the first thousand. */
 
 #include <fcntl.h>

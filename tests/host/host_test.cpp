@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include <CoreFoundation/CoreFoundation.h>
 #include <IOKit/IOKitLib.h>
 #include <IOKit/pwr_mgt/IOPMLib.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The completions answer in real shells: what a user types and Tab become arguments of a command.
 
 The commands are stand-ins that write down their arguments. bash and zsh run on a pseudo terminal.

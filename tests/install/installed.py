@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """What an installation holds, and that its commands find their own probe library and no other.
 
 usage: installed.py BUILD [unittest arguments]

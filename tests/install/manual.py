@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The man pages: they render without a warning and name every option and every message.
 
 usage: manual.py SOURCES BUILD QUOBE-BENCH QUOBE-OPTIONS [unittest arguments]

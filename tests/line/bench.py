@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A bench of simulated probes and a run of quobe-line on it, for the tests here and script/line-campaign."""
 
 import json

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """200 units over eight probes, two of them here and three on each of two ssh hosts, faults in a tenth.
 
 usage: campaign.py BUILD [--units N] [--seed N]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """quobe-line on the simulated bench: lists, verdicts, faults, interruptions, other hosts, the report.
 
 usage: line_test.py BUILD [unittest arguments]

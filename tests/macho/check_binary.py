@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Checks a finished executable: what it exports, what it depends on, what it runs on.
 
     check_binary.py [--product IMPORTS] NAMES_INC FILE...

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Shows that check_binary.py finds each kind of fault: it is given good files with one fault each.
 
     check_binary_test.py NAMES_INC IMPORTS UNIVERSAL ELF

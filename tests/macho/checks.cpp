@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Checks of UTIL and SYS that need only the C library, so that they can be built for macOS on Linux
 // and run by machorun: no GoogleTest for macOS exists there. The tests of UTIL and SYS include the
 // same checks.

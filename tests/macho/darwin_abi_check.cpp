@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Compiled for Darwin with the system's own headers, and never run. It compiles only if every
 // record and constant of the shims is as in those headers.
 

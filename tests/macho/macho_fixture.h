@@ -1,4 +1,5 @@
 // tests/macho/macho_fixture.h
+// SPDX-License-Identifier: MIT
 //
 // Runs a Mach-O file in the runner and collects what it printed and what it asked the system for.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What SYS asks of the system, in that system's numbers.
 
 #include "tests/macho/macho_fixture.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The macOS executable in the runner: what can be seen only there. script/macos also runs
 // tests/tool with it, which shows that it behaves as the Linux executable does.
 

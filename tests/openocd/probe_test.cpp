@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The 16 operations of the built library, opened as the tool opens it.
 
 #include <dlfcn.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A test of the library with a scripted program in OpenOCD's place: a folder of its own, rules for
 // the program, the requests that it was sent, and whether it is gone.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A program that talks like OpenOCD on its standard input and output, with a memory for a target, and
 // misbehaves as it is told. Started by the library under test in OpenOCD's place.
 //

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Looks at simulated devices with quobe-options, before and after the unlock tool.
 
 usage: every_device.py BUILD-FOLDER [PART/PARTS]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """quobe-options as a process: command line, exit status, what it prints, what it asks of the probe.
 
 usage: process_test.py BUILD-FOLDER [unittest arguments]

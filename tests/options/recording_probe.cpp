@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A probe library that records each call and has only the operations that read. What quobe-options
 // gets through it, it gets without a write, a reset or a halt.
 //

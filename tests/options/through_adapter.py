@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """What quobe-options says of each simulated device, through OpenOCD and the simulated wire, and through
 the simulator's own library: the same, word for word.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A module outside the executable that calls the functions which the executable exports.
 
 #include "tests/probeapi/forward_shapes.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A probe library with functions of many signatures. They have names of the probe API because only
 // these are exported; their arguments are the test's.
 

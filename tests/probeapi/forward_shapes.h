@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The argument and result types of the forwarding tests, for the caller and for the probe library.
 
 #ifndef TESTS_PROBEAPI_FORWARD_SHAPES_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The forwarding functions, called from this executable and from a module outside it. Each test
 // runs in its own process, so every first call resolves.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Where the loader looks, and in which order. The loader is compiled into this test with stand-ins
 // for its system calls; they report whatever modules and files a test needs.
 

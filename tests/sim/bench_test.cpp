@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // quobe-bench as its users meet it, and the bench's files.
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Makes each probe operation of each family's reset fail in every way, and looks how the tool ends.
 
 usage: campaign.py --tool FILE --library FILE --bench FILE [--timewarp FILE] [--every N] [--list]

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What all devices share: registers and locks as rows, memories, time, power, watchdog, texts.
 
 #include <algorithm>

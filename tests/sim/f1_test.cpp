@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // F0, F1 and F3: a row for each rule of the hardware. Addresses and keys as in the manuals.
 
 #include "sim/catalog.h"

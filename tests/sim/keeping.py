@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The bench loses nothing: programs killed, full disks, operations left running, wiring.
 
 Everything is tried from outside, with the tool and quobe-bench as processes.

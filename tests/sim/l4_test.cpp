@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // L4: a row for each rule of the hardware. Addresses and keys as in the manuals.
 
 #include "sim/catalog.h"

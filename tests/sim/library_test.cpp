@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The probe library as its callers meet it: opened by name, driven through its 16 functions.
 
 #include <dlfcn.h>

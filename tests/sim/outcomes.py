@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Runs the tool on simulated devices and compares what is left with tests/sim/outcomes.txt.
 
 usage: outcomes.py --tool FILE --library FILE --bench FILE [--timewarp FILE] [--print] [WORD ...]

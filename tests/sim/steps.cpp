@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/sim/steps.h"
 
 #include <stdlib.h>

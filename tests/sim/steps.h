@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Rules of the hardware as rows: a device in a state, and what a debugger does to it and finds.
 //
 // A row is played on each of its devices, anew each time. The state is written as for quobe-bench

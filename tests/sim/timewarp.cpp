@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Preloaded into the tool under test: time passes 50 times as fast. Waits that take 20 and 25 s by
 // contract end in half a second, and the simulator, which reads the same clock, sees them whole.
 //

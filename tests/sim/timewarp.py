@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How a program is run with time that passes 50 times as fast."""
 
 import os

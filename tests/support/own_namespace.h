@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Gives a process its own network or its own mounts.
 
 #ifndef TESTS_SUPPORT_OWN_NAMESPACE_H

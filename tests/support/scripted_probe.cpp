@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A probe library for tests: it answers from a script and logs every call.
 //
 //   QUOBE_PROBE_SCRIPT  the script, one directive per line (see Directives below); unset: defaults

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/support/tool_process.h"
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The tool as a process: the real executable in a new folder, a probe library beside it, real
 // standard input, a time limit.
 //

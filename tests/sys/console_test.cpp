@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/console.h"
 
 #include <gtest/gtest.h>

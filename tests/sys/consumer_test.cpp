@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A program that puts the root of the project on its search path for all headers (-I) still gets
 // the system's own <sys/...> headers, because no header of SYS has the name of one.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Runs the example programs as a user does.
 
 #include <gtest/gtest.h>

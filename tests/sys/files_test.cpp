@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/files.h"
 
 #include <errno.h>

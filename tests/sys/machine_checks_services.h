@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Checks what threads, sockets, serial ports, clock and small services promise. Uses C headers
 // only, for a program without a test library: the macOS program that runs on another system's
 // kernel.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Checks what files, views, directories, the XML document and the registry store promise. Uses C
 // headers only, for a program without a test library: the macOS program that runs on another
 // system's kernel.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/sys/machine_checks_storage.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/memory.h"
 
 #include <gtest/gtest.h>

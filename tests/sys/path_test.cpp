@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/path.h"
 
 #include <errno.h>

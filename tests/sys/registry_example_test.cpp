@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Runs examples/registry as a program.
 
 #include <gtest/gtest.h>

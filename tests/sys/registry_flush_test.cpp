@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Writing the changed roots back.
 
 #include <gtest/gtest.h>

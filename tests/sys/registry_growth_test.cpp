@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What must not grow with the number of values, seen without a clock: see support/xml_growth.h.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Opening keys, and the names of keys and values.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Random sequences of commands for the store and for its model. Results, buffers and files must
 // agree after every command.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Querying values.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Roots, their files, and what loading and flushing do to them.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Setting and deleting values.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "sys/serial.h"
 
 #include <dirent.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Connecting with a time-out.
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Making sockets, the server side, IPv6, and names.
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Sending, receiving, waiting, and the options of a socket.
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Memory that runs out and system calls that fail, in memory, buffers, files and directories.
 
 #include <errno.h>

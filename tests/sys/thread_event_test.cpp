@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Events.
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Mutexes and locks.
 
 #include <errno.h>

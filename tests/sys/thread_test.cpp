@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Threads, and threads, mutexes and events all at once.
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What must not grow with the size of a document, seen without a clock: see support/xml_growth.h.
 
 #include "tests/sys/support/xml_growth.h"

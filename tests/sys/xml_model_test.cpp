@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Random operations on a document and on a plain model of it: lists of names and values, which
 // every operation searches from the beginning.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The loader.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Memory that runs out and system calls that fail, in XML documents and the registry store.
 
 #include <errno.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Building, writing, walking and changing documents.
 
 #include <gtest/gtest.h>

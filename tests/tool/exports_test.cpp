@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What the built executable exports.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The flow from banner to exit status, around a reset that works at once (STM32L1: no waits).
 
 #include <gtest/gtest.h>

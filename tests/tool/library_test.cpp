@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Where the tool finds the probe library, and what it prints when it does not.
 
 #include <gtest/gtest.h>

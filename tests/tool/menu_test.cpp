@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The family menu, through a pipe and at a terminal. At the end of input the menu keeps reading, so
 // each test types a whole line.
 

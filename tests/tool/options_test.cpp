@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The command line of the process; tests/app checks the values one by one.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The process of the tool: descriptors that are closed when it starts, signals, a lost terminal.
 
 #include <gtest/gtest.h>

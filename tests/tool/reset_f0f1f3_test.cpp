@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // STM32F0, F1 and F3. Addresses and values are those of the reference manuals.
 
 #include "tests/tool/reset_transcript.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // STM32F2, F4 and F7. tests/app checks the time-outs of 25 s in simulated time; here the tool
 // really waits once, under script/test --slow.
 

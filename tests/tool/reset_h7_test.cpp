@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // STM32H7. tests/app checks the time-out of 20 s in simulated time; here the tool really waits
 // once, under script/test --slow.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // STM32L0 and L1.
 
 #include "tests/tool/reset_transcript.h"

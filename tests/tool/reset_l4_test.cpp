@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // STM32L4x6.
 
 #include "tests/tool/reset_transcript.h"

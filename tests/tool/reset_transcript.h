@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A reset by the real executable: what it printed and called after the voltage line, up to the call
 // that asks whether a connection is open.
 

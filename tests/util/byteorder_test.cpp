@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "util/byteorder.h"
 
 #include <gtest/gtest.h>

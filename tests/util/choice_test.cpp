@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Every choice of instructions keeps every promise: the tables of all functions, and the routines
 // with a version of their own against plain models, at every length and alignment, in memory that
 // ends or begins at a page nobody may touch.

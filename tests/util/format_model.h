@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A model of the formatting engine: the same promise worked out in another way, on strings of any
 // length. And a way to call the engine with arguments that are only known at run time.
 #pragma once

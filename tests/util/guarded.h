@@ -1,4 +1,5 @@
 // tests/util/guarded.h
+// SPDX-License-Identifier: MIT
 //
 // Memory that ends where nobody may read or write, so that one byte too many ends the test: in every
 // build, not under AddressSanitizer alone.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "util/string.h"
 
 #include <ctype.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "util/value_text.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Reports a failing row of the vector tables to GoogleTest.
 #pragma once
 

@@ -1,4 +1,5 @@
 // tests/util/vectors.h
+// SPDX-License-Identifier: MIT
 //
 // Tables of inputs and expected results for UTIL that any program can run: vectors_bits.h,
 // vectors_format.h, vectors_identity.h, vectors_scan.h, vectors_string.h and vectors_value_text.h.

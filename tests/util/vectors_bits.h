@@ -1,4 +1,5 @@
 // tests/util/vectors_bits.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for bits, loads and arithmetic. Running them runs those of vectors_stores.h too. vectors.h
 // says how.

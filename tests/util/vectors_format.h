@@ -1,4 +1,5 @@
 // tests/util/vectors_format.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for the formatting engine; vectors.h tells how to run them.
 

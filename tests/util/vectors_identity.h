@@ -1,4 +1,5 @@
 // tests/util/vectors_identity.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for the structure copy and the identity texts; vectors.h tells how to run them.
 

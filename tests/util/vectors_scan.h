@@ -1,4 +1,5 @@
 // tests/util/vectors_scan.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for the text scanners: characters, numbers, versions and addresses. Running them runs those
 // of vectors_words.h too. vectors.h says how.

@@ -1,4 +1,5 @@
 // tests/util/vectors_stores.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for what writes into memory: stores, fields and runs of bits, and swaps. VECTORS_RunBits of
 // vectors_bits.h runs them.

@@ -1,4 +1,5 @@
 // tests/util/vectors_string.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for the string helpers; vectors.h tells how to run them.
 

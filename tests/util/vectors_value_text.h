@@ -1,4 +1,5 @@
 // tests/util/vectors_value_text.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for the texts of values; vectors.h tells how to run them.
 

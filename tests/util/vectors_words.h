@@ -1,4 +1,5 @@
 // tests/util/vectors_words.h
+// SPDX-License-Identifier: MIT
 //
 // Rows for the scanners of words and values, and for texts that change in place. VECTORS_RunScan of
 // vectors_scan.h runs them.

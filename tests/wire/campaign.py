@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Makes transfers on the wires of each family's reset fail, one at a time, and looks how the tool ends.
 
 usage: campaign.py BUILD-FOLDER [--every N] [--row ROW] [--kind KIND] [--list] [--workers N]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The tool on adapters at the wire, through unmodified OpenOCD: what goes right and what goes wrong.
 
 usage: cases.py BUILD-FOLDER [unittest arguments]

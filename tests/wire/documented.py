@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Follows docs/adapters.md on the simulated wire: every command in a block of its own, word for word.
 
 usage: documented.py BUILD-FOLDER

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Frees every device of the bench from its worst state, through the tool, the library, OpenOCD, the
 wire and the device, and again through the simulator's own library, and compares the two.
 

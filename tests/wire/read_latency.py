@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Measures one 32-bit read through the library, OpenOCD, the wire and back, and beside it OpenOCD's own
 read_memory in a loop in Tcl, on the same simulated adapter.
 

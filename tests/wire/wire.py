@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the tests at the wire share: a bench with a device, the wire that serves it as an adapter, and
 the tool with OpenOCD between the two. Everything of one stage is in a folder of its own."""
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The adapter, the debug port and the core's debug registers, with a plain memory for a chip.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <CoreFoundation/CoreFoundation.h>: strings and dictionaries, and of those
 // only what the product calls.
 //

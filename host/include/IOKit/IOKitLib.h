@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <IOKit/IOKitLib.h>: the search for serial lines, and only what the product
 // calls of it.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <mach/mach_time.h>: only what the product calls.
 
 #ifndef HOST_MACH_TIME_H

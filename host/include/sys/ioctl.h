@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for what Darwin's <sys/ioctl.h> has beyond the system's own: the serial speed request of
 // its USB serial drivers, _IOW('T', 2, uint32_t).
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <sys/select.h>: the system's own, but for stream sockets whose connect()
 // failed at once (see the stand-in's <sys/socket.h>). They are never reported writable.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for what Darwin's <sys/socket.h> has beyond the system's own, or has in another way:
 // SO_NOSIGPIPE, SO_LINGER in ticks and SO_LINGER_SEC, and a connect() that fails at once.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <sys/sysctl.h>: only what the product calls.
 
 #ifndef HOST_SYS_SYSCTL_H

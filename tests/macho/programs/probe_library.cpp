@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A probe library in Mach-O form, as the tool opens it on a Mac. It has only the functions of a run
 // that ends in the menu.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Calls SYS, so that macho_test can read in the runner's trace which of Darwin's flags and numbers
 // it passes to the system. Results are not checked here.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Values that the runner translates and the product does not use: each is read back and must be
 // what macOS would return. Prints each failure; exit status 0 when there was none.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Asks for one thing that the runner does not translate:
 //
 //   untranslated_value NAME

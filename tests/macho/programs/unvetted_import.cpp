@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Needs a function that exists on both systems and is in no list of the runner. It must not start.
 
 #include <stdio.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A process without standard input, as a service may be started. The next descriptor is 0.
 
 #ifndef TESTS_SYS_SUPPORT_CLOSED_STDIN_H

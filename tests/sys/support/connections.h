@@ -1,4 +1,5 @@
 // tests/sys/support/connections.h
+// SPDX-License-Identifier: MIT
 //
 // Sockets of SYS to test with: a listener and both ends of a connection on 127.0.0.1.
 

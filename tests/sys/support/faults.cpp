@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/sys/support/faults.h"
 
 #include <IOKit/pwr_mgt/IOPMLib.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // System calls made to fail.
 //
 // The linker directs the calls listed in faults.inc here. They do what they always do unless a

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A program that the tests start. It writes to the file named by the environment variable
 // QUOBE_REPORT: the number of its arguments, its first argument, and its open descriptors from 0 on,
 // one line each.

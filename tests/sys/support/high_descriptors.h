@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Descriptors that select() does not support.
 
 #ifndef TESTS_SYS_SUPPORT_HIGH_DESCRIPTORS_H

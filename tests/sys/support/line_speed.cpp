@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // In its own file because the kernel's header of line attributes and the C library's cannot both be
 // included.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // The loopback addresses of this machine. Not every machine has ::1, and the name of an address (or
 // that it has none) depends on the machine.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // What tests of system services measure: time, and descriptors left open.
 
 #ifndef TESTS_SYS_SUPPORT_MEASURE_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A pseudo-terminal as a serial line; the test is at its other end.
 
 #ifndef TESTS_SYS_SUPPORT_PTY_H

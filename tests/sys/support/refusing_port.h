@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // A port of 127.0.0.1 that refuses connections: it is bound, so that no other program gets it, but
 // nothing listens on it.
 

@@ -1,4 +1,5 @@
 // tests/sys/support/registry_calls.h
+// SPDX-License-Identifier: MIT
 //
 // The operations of the registry store as its tests call them, each test in its own home directory.
 

@@ -1,4 +1,5 @@
 // tests/sys/support/registry_duel.h
+// SPDX-License-Identifier: MIT
 //
 // The registry store and its model side by side: each command goes to both, and a difference is
 // reported as text.

@@ -1,4 +1,5 @@
 // tests/sys/support/registry_home.h
+// SPDX-License-Identifier: MIT
 //
 // A home directory for one test of the registry store, and the contents of its files.
 

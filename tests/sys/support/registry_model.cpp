@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 #include "tests/sys/support/registry_model.h"
 
 #include <ctype.h>

@@ -1,4 +1,5 @@
 // tests/sys/support/registry_model.h
+// SPDX-License-Identifier: MIT
 //
 // A model of the registry store: strings, vectors, and the documented rules. It shares no code with
 // the product and keeps the files in memory.

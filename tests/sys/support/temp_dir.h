@@ -1,4 +1,5 @@
 // tests/sys/support/temp_dir.h
+// SPDX-License-Identifier: MIT
 //
 // A directory for one test, and its files as strings.
 

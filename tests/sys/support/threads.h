@@ -1,4 +1,5 @@
 // tests/sys/support/threads.h
+// SPDX-License-Identifier: MIT
 //
 // What tests of mutexes, events and threads share.
 

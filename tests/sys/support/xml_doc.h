@@ -1,4 +1,5 @@
 // tests/sys/support/xml_doc.h
+// SPDX-License-Identifier: MIT
 //
 // XML documents as the tests make and check them.
 

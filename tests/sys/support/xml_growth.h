@@ -1,4 +1,5 @@
 // tests/sys/support/xml_growth.h
+// SPDX-License-Identifier: MIT
 //
 // What a document costs, without a clock: the bytes taken from its arena, and whether a list is
 // walked.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Declarations of CoreFoundation, for cross building: only what the product calls.
 
 #ifndef COREFOUNDATION_COREFOUNDATION_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Declarations of IOKit, for cross building: only what the product calls.
 
 #ifndef IOKIT_IOKITLIB_H

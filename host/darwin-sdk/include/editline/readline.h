@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Declarations of libedit's line editor, for cross building: only what the product calls.
 
 #ifndef EDITLINE_READLINE_H

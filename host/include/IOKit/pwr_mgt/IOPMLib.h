@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <IOKit/pwr_mgt/IOPMLib.h>: only what the product calls.
 
 #ifndef HOST_IOKIT_IOPMLIB_H

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Stand-in for Darwin's <IOKit/serial/IOSerialKeys.h>: only what the product uses.
 
 #ifndef HOST_IOKIT_IOSERIALKEYS_H

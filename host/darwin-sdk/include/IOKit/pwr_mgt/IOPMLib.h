@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Declarations of IOKit's power management, for cross building: only what the product calls.
 
 #ifndef IOKIT_PWR_MGT_IOPMLIB_H

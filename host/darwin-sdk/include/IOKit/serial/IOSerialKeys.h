@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: MIT
+
 // Declarations of IOKit's serial keys, for cross building: only what the product uses.
 
 #ifndef IOKIT_SERIAL_IOSERIALKEYS_H
