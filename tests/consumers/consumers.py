@@ -86,6 +86,29 @@ class Consumers(unittest.TestCase):
         listed = run("ctest", "--test-dir", build, "-N")
         self.assertIn("Total Tests: 0\n", listed)
 
+    def environment_in(self, folder):
+        """For shown commands. Without blanks in the path, as a shell splits what pkg-config prints."""
+        os.symlink(self.prefix, os.path.join(folder, "quobe"))
+        packages = next(at for at, _, files in os.walk(self.prefix) if "quobe-sys.pc" in files)
+        return dict(os.environ, HOME=folder, CMAKE_PREFIX_PATH=self.prefix,
+                    PKG_CONFIG_PATH=os.path.join("quobe", os.path.relpath(packages, self.prefix)))
+
+    @unittest.skipUnless(shutil.which("pkg-config") or os.environ.get("CI"), "pkg-config is not installed")
+    def test_the_page_about_installing_links_a_program(self):
+        folder = tempfile.mkdtemp(dir=self.dir)
+        with open(os.path.join(SOURCES, "docs/install.md"), encoding="utf-8") as file:
+            section = file.read().split("\n## The library in another project\n")[1]
+        lines, command = re.findall(r"^```\n(.*?)^```$", section, re.M | re.S)
+        shutil.copy(os.path.join(HERE, "consumer.cpp"), os.path.join(folder, "program.cpp"))
+        with open(os.path.join(folder, "CMakeLists.txt"), "w", encoding="utf-8") as file:
+            file.write("cmake_minimum_required(VERSION 3.16)\nproject(other LANGUAGES CXX)\n"
+                       "add_executable(program program.cpp)\n" + lines)
+        environment = self.environment_in(folder)
+        run("sh", "-c", "cmake -G Ninja -S . -B build && cmake --build build", cwd=folder, env=environment)
+        self.assertEqual(EXPECTED, self.answer(os.path.join(folder, "build/program")))
+        run("sh", "-c", command, cwd=folder, env=environment)
+        self.assertEqual(EXPECTED, self.answer(os.path.join(folder, "a.out")))
+
     @unittest.skipUnless(shutil.which("pkg-config") or os.environ.get("CI"), "pkg-config is not installed")
     def test_first_programs_of_the_pages_do_what_is_shown(self):
         for page in ("util", "sys"):
@@ -98,11 +121,7 @@ class Consumers(unittest.TestCase):
                 for name, text in (("first.cpp", blocks["cpp"]), ("CMakeLists.txt", blocks["cmake"])):
                     with open(os.path.join(folder, name), "w", encoding="utf-8") as file:
                         file.write(text)
-                # A path without blanks, as a shell splits what pkg-config prints.
-                os.symlink(self.prefix, os.path.join(folder, "quobe"))
-                packages = next(at for at, _, files in os.walk(self.prefix) if "quobe-sys.pc" in files)
-                environment = dict(os.environ, HOME=folder, CMAKE_PREFIX_PATH=self.prefix,
-                                   PKG_CONFIG_PATH=os.path.join("quobe", os.path.relpath(packages, self.prefix)))
+                environment = self.environment_in(folder)
                 shown = re.split(r"^\$ ", blocks["console"], flags=re.MULTILINE)[1:]
                 self.assertEqual(2, len(shown))
                 for command, expected in (part.split("\n", 1) for part in shown):

@@ -3,15 +3,23 @@
 """Runs what the documents show, and compares them with what they say.
 
 usage: documents.py BUILD commands PAGE...   every block "console": output as shown, one shell a page
+       documents.py BUILD recording          docs/recording.svg, line by line
+       documents.py BUILD limits             README's lines with a time limit, in time and too late
        documents.py BUILD success            README's table "Success by family", on simulated devices
        documents.py BUILD messages           every message of the tool has its row in README
        documents.py BUILD links              every file that a page refers to is there
        documents.py BUILD example            examples/unlock-line, with four probes
 
 Prints each difference; exit status 1 when there is one.
+
+Other tests run docs/line.md (tests/line), docs/adapters.md (tests/wire), and of docs/util.md, docs/sys.md
+and docs/install.md what another project does (tests/consumers). No test runs: script/run, script/build and
+script/test of the pages, which build in this folder (.ci/run runs the last one); installing, purging and
+script/package (script/try-packages does, with an empty Debian); what needs a Mac (arch, xattr).
 """
 
 import difflib
+import html
 import os
 import pathlib
 import re
@@ -30,7 +38,8 @@ DEVICES = ["STM32F051", "STM32F103", "STM32F207", "STM32F303", "STM32F407", "STM
 
 
 def shell(build, script, bench, seconds=60):
-    env = dict(os.environ, QUOBE_BENCH=f"{bench}/bench", QUOBE_BENCH_TIME="fast")
+    env = dict(os.environ, QUOBE_BENCH=f"{bench}/bench", QUOBE_BENCH_TIME="fast",
+               PATH=f"{build}/sim:{os.environ['PATH']}")
     done = subprocess.run(["bash", "-c", re.sub(r"(?<![\w/])build/release", shlex.quote(build), script)], cwd=ROOT, env=env,
                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, timeout=seconds, check=False)
@@ -41,24 +50,61 @@ def plain(text):
     return BANNER_DATE.sub("Compiled DATE", text)
 
 
+def check_block(build, page, block, bench):
+    """A block of lines "$ COMMAND", each followed by its output."""
+    wrong = []
+    parts = re.split(r"^\$ ", block, flags=re.MULTILINE)[1:]
+    for part in parts:
+        command, expected = part.split("\n", 1)
+        output, _ = shell(build, command, bench)
+        output = output.replace(f"{bench}/bench", "/home/you/.quobe-bench")
+        if plain(output) != plain(expected):
+            diff = difflib.unified_diff(plain(expected).splitlines(), plain(output).splitlines(),
+                                        page, "now", lineterm="")
+            wrong.append(f"{page}: $ {command}\n" + "\n".join(diff))
+    print(f"{page}: {len(parts)} commands")
+    return wrong
+
+
 def check_commands(build, pages):
-    wrong, ran = [], 0
+    wrong = []
     for page in pages:
         blocks = re.findall(r"^```console\n(.*?)^```$", (ROOT / page).read_text(), re.M | re.S)
         if not blocks:
             wrong.append(f"{page}: no block \"console\"")
         with tempfile.TemporaryDirectory() as bench:
             for block in blocks:
-                for part in re.split(r"^\$ ", block, flags=re.MULTILINE)[1:]:
-                    command, expected = part.split("\n", 1)
-                    output, _ = shell(build, command, bench)
-                    ran += 1
-                    if plain(output) != plain(expected):
-                        diff = difflib.unified_diff(plain(expected).splitlines(),
-                                                    plain(output).splitlines(),
-                                                    page, "now", lineterm="")
-                        wrong.append(f"{page}: $ {command}\n" + "\n".join(diff))
-    print(f"{ran} commands")
+                wrong += check_block(build, page, block, bench)
+    return wrong
+
+
+def check_recording(build):
+    lines = re.findall(r"<text [^>]*>(.*?)<animate", (ROOT / "docs/recording.svg").read_text())
+    if len(lines) < 15:
+        return ["docs/recording.svg: its lines were not found"]
+    with tempfile.TemporaryDirectory() as bench:
+        shell(build, "quobe-bench create STM32F407 --rdp 1 --wrp all --flash full", bench)
+        return check_block(build, "docs/recording.svg", html.unescape("\n".join(lines)) + "\n", bench)
+
+
+def check_limits(build):
+    lines = re.findall(r"^(?:timeout|perl) .*$", README, re.MULTILINE)
+    if len(lines) != 2 or any(" 60 quobe-unlock " not in line for line in lines):
+        return ["README: the two lines with a time limit of 60 s were not found"]
+    wrong = []
+    last = "Reset option bytes (may take app. 20 seconds)...O.K."
+    # 124 is timeout's status; a shell's for a program that SIGALRM (14) ended is 128 + 14.
+    for line, too_late in zip(lines, (124, 142)):
+        with tempfile.TemporaryDirectory() as bench:
+            shell(build, "quobe-bench create STM32F407 --probe 1001 --rdp 1", bench)
+            output, status = shell(build, line, bench)
+            if output.splitlines()[-1:] != [last] or status != 0:
+                wrong.append(f"README: {line}\n{status}: {output}")
+            # In real time the erase takes 16 s.
+            shell(build, "quobe-bench create STM32F407 --probe 1001 --rdp 1", bench)
+            output, status = shell(build, "export QUOBE_BENCH_TIME=real; " + line.replace(" 60 ", " 2 "), bench)
+            if last in output or "Reset target...O.K." not in output or status != too_late:
+                wrong.append(f"README, after 2 s: {line}\n{status}: {output}")
     return wrong
 
 
@@ -178,7 +224,7 @@ def check_example(build):
 def main():
     build, what, pages = sys.argv[1], sys.argv[2], sys.argv[3:]
     wrong = (check_commands(build, pages) if what == "commands"
-             else {"success": check_success, "messages": check_messages, "links": check_links,
+             else {"recording": check_recording, "limits": check_limits, "success": check_success, "messages": check_messages, "links": check_links,
                    "example": check_example}[what](build))
     print("\n".join(wrong) or "as the documents say")
     return 1 if wrong else 0
