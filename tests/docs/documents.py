@@ -5,9 +5,10 @@
 usage: documents.py BUILD commands PAGE...   every block "console": output as shown, one shell a page
        documents.py BUILD recording          docs/recording.svg, line by line
        documents.py BUILD limits             README's lines with a time limit, in time and too late
+       documents.py BUILD flash              README's table of what is erased, on simulated devices
        documents.py BUILD success            README's table "Success by family", on simulated devices
        documents.py BUILD messages           every message of the tool has its row in README
-       documents.py BUILD links              every file that a page refers to is there
+       documents.py BUILD links              every file and heading that a page refers to is there
        documents.py BUILD example            examples/unlock-line, with four probes
 
 Prints each difference; exit status 1 when there is one.
@@ -151,6 +152,29 @@ def check_success(build):
     return wrong
 
 
+def check_flash(build):
+    rows = [row for row in rows_of_table("What it does to a device") if row[0].startswith("level ")]
+    if [row[1:] for row in rows] != [["erased", "erased"], ["kept", "kept"], ["erased", "-"]]:
+        return ["README: the table of what is erased is another one"]
+    wrong = []
+    for number, device in enumerate(DEVICES, 1):
+        for level in (0, 1):
+            row = rows[0 if level else 2 if device.startswith("STM32L4") else 1]
+            wanted = {"flash": row[1]}
+            if re.match(r"STM32L[01]", device):
+                wanted["eeprom"] = row[2]
+            with tempfile.TemporaryDirectory() as bench:
+                use = " --eeprom full" if "eeprom" in wanted else ""
+                shell(build, f"quobe-bench create {device} --rdp {level} --wrp all --flash full{use}", bench)
+                shell(build, f"quobe-unlock -Exit 1 -SetDeviceFamily {number}", bench)
+                shown, _ = shell(build, "quobe-bench show", bench)
+            found = {name: "kept" if all_of_it else "erased" for name, all_of_it in re.findall(
+                r"^(flash|eeprom) +(?:erased \(|(\d+) of \2 bytes in use)", shown, re.MULTILINE)}
+            if found != wanted:
+                wrong.append(f"README, {device} at level {level}: {found}, not {wanted}")
+    return wrong
+
+
 # What a run prints that is no failure.
 PROGRESS = {
     "OSTREL Quobe Unlock tool for STM32 devices", "Compiled ", "Parsing command line...", "O.K.",
@@ -187,12 +211,21 @@ def check_messages(_):
     return wrong
 
 
+def headings_of(page):
+    """As they are named in links: small letters, blanks as hyphens, no punctuation."""
+    return {re.sub(r"[^\w-]", "", heading.lower().replace(" ", "-"))
+            for heading in re.findall(r"^#+ (.*)$", page.read_text(), re.MULTILINE)}
+
+
 def check_links(_):
     wrong = []
     for page in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted(ROOT.glob("docs/*.md"))]:
-        for link in re.findall(r"\]\(([^)#: ]+)[^):]*\)", page.read_text()):
-            if not (page.parent / link).exists():
+        for link, heading in re.findall(r"\]\(([^)#: ]*)#?([^):]*)\)", page.read_text()):
+            target = page.parent / link if link else page
+            if not target.exists():
                 wrong.append(f"{page.name}: no file {link}")
+            elif heading and heading not in headings_of(target):
+                wrong.append(f"{page.name}: no heading {link}#{heading}")
     return wrong
 
 
@@ -224,7 +257,8 @@ def check_example(build):
 def main():
     build, what, pages = sys.argv[1], sys.argv[2], sys.argv[3:]
     wrong = (check_commands(build, pages) if what == "commands"
-             else {"recording": check_recording, "limits": check_limits, "success": check_success, "messages": check_messages, "links": check_links,
+             else {"recording": check_recording, "limits": check_limits, "flash": check_flash,
+                   "success": check_success, "messages": check_messages, "links": check_links,
                    "example": check_example}[what](build))
     print("\n".join(wrong) or "as the documents say")
     return 1 if wrong else 0

@@ -14,6 +14,7 @@ import tempfile
 import unittest
 
 BUILD = os.path.abspath(sys.argv[1])
+SOURCES = os.path.abspath(os.path.join(os.path.dirname(__file__), "../.."))
 LIMIT_S = 60
 COMPONENTS = ["tool", "adapters", "simulator", "companions", "development", "documents"]
 RESET = ["-Exit", "1", "-SetDeviceFamily", "5"]
@@ -106,6 +107,17 @@ class Installed(unittest.TestCase):
                         for file in self.files[component] if not other.match(file)]
             expected = sorted(file.replace("CONFIG", config) for file in PROGRAMS[component])
             self.assertEqual(expected, programs, component)
+
+    def test_readme_names_the_commands_of_each_package(self):
+        with open(os.path.join(SOURCES, "README.md"), encoding="utf-8") as file:
+            section = file.read().split("\n## Install it\n")[1].split("\n## ")[0]
+        rows = [line.split(" | ") for line in section.splitlines() if line.startswith("| `")]
+        named = [sorted(re.findall(r"`(quobe-[\w-]+)`", commands)) for _, commands in rows]
+        order = ["tool", "adapters", "simulator", "companions", "development", "documents"]
+        self.assertEqual([sorted(os.path.basename(file) for file in self.files[component] if file.startswith("bin/"))
+                          for component in order], named)
+        packages = [package.strip("| `") for package, _ in rows]
+        self.assertIn(f"\nsudo apt purge {' '.join(packages)}\n", section)
 
     def test_no_file_is_in_two_components(self):
         every = [file for component in COMPONENTS for file in self.files[component]]
