@@ -14,14 +14,15 @@ void* FORWARD_Resolve(void** ppSlot, const char* sName) {
     return NULL;
   }
   dlerror();  // forgets an earlier failure
-  void*       pFunction = dlsym(APILOADER_hLib, sName);
-  const char* sError    = dlerror();
+  void* pFunction = dlsym(APILOADER_hLib, sName);
+  // Not by pFunction: a symbol that exists may have the value NULL.
+  const char* sError = dlerror();
   if (sError != NULL) {
     char acError[8192];                                // the text holds the library's path
     snprintf(acError, sizeof(acError), "%s", sError);  // dlclose() may overwrite the original
     dlclose(APILOADER_hLib);
     printf("Function not found: %s (%s). Exiting now.\n", sName, acError);
-    exit(1);
+    exit(1);  // writes out what standard output has buffered, this line included
   }
   *ppSlot = pFunction;
   return pFunction;

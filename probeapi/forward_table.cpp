@@ -6,6 +6,7 @@
 #include "probeapi/names.inc"
 #undef FORWARD
 
+// Numbers the names for the count below, and refuses one that is in the list twice.
 #define FORWARD(Name) INDEX_##Name,
 enum {
 #include "probeapi/names.inc"

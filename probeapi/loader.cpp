@@ -12,6 +12,7 @@
 static const size_t PATH_SIZE     = 512;  // directories and candidates, terminator counted
 static const size_t EXE_PATH_SIZE = 4096;
 
+// The first two take a directory as KeepDirectory() leaves it, with the separator at its end.
 static const char LibraryFile[]     = "libquobearm.dylib";
 static const char LibraryBaseName[] = "libquobearm";
 static const char BesideFormat[]    = "%s%s";
@@ -53,7 +54,7 @@ static void KeepDirectory(char* sPath) {
 }
 
 // Tries the two places that follow from the path of a module or an executable. Paths that are NULL,
-// empty or too long are skipped.
+// empty or too long are skipped. Non-zero when the library is open, as in all functions below.
 static int TryAround(const char* sModulePath) {
   char acDirectory[PATH_SIZE];
   char acCandidate[PATH_SIZE];
@@ -61,17 +62,20 @@ static int TryAround(const char* sModulePath) {
   if (sModulePath == NULL || sModulePath[0] == 0 || strlen(sModulePath) >= PATH_SIZE) {
     return 0;
   }
-  memcpy(acDirectory, sModulePath, strlen(sModulePath) + 1);
+  memcpy(acDirectory, sModulePath, strlen(sModulePath) + 1);  // fits: checked above
   KeepDirectory(acDirectory);
 
   CheckCandidateFits(snprintf(acCandidate, PATH_SIZE, BesideFormat, acDirectory, LibraryFile));
   if (TryCandidate(acCandidate)) {
     return 1;
   }
+  // From the executable inside an application's bundle (Contents/MacOS) this is beside the bundle.
   CheckCandidateFits(snprintf(acCandidate, PATH_SIZE, ThreeUpFormat, acDirectory, LibraryFile));
   return TryCandidate(acCandidate);
 }
 
+// The module is the executable, or a library that this code is linked into: the system knows which
+// file the anchor was loaded from.
 static int TryAroundThisModule(void) {
   Dl_info Info;
   memset(&Info, 0, sizeof(Info));
@@ -92,7 +96,7 @@ static int TryAroundExecutable(void) {
 }
 
 static int TryInstalled(void) {
-  char acCandidate[PATH_SIZE];
+  char acCandidate[PATH_SIZE];  // both paths are constants and fit
   snprintf(acCandidate, PATH_SIZE, InstalledFormat, LibraryFile);
   if (TryCandidate(acCandidate)) {
     return 1;
@@ -102,17 +106,18 @@ static int TryInstalled(void) {
 }
 
 int32_t APILOADER_Load(int32_t ExitOnFailure) {
+  // A library that was found stays open until the process ends; nothing is searched for again.
   if (APILOADER_hLib != NULL || TryAroundThisModule() || TryAroundExecutable() || TryInstalled()) {
     return 0;
   }
   if (ExitOnFailure != 0) {
     puts("Could not open Quobe shared library. Exiting now.");
-    exit(1);
+    exit(1);  // writes out the line, which is buffered when standard output is not a terminal
   }
   puts("Could not open Quobe shared library.");
   return 1;
 }
 
 int32_t APILOADER_TryLoad(void) {
-  return APILOADER_Load(0) > 0 ? -1 : 0;
+  return APILOADER_Load(0) > 0 ? -1 : 0;  // here failure is negative, as elsewhere in the tool
 }
