@@ -9,6 +9,7 @@
 
 static const double TWO_POW_63 = 9223372036854775808.0;
 
+// A double to an integer, rounded down; all bits set for one that does not fit. Not negative.
 // Values from 2^63 up go through the offset, as the signed conversion is what processors have.
 static uint64_t DoubleToU64(double Value) {
   if (Value >= 2 * TWO_POW_63) {
@@ -21,6 +22,8 @@ static uint64_t DoubleToU64(double Value) {
 }
 
 int32_t UTIL_IsAddrInRange(uint64_t Addr, uint64_t Base, uint64_t Size) {
+  // By the last address: Base + Size may wrap to 0 for a range that ends at the last address of
+  // all.
   return Size != 0 && Base <= Addr && Addr <= Base + Size - 1;
 }
 
@@ -60,6 +63,7 @@ uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C) {
   if (C == 0) {
     return 0;
   }
+  // The product is below 2^63 then and leaves room for C / 2. With a factor of 0 both ways give 0.
   if (UTIL_GetHighestBit64(A) + UTIL_GetHighestBit64(B) < 62) {
     return (A * B + C / 2) / C;
   }
@@ -98,6 +102,7 @@ int32_t UTIL_DivI32(int32_t Dividend, int32_t Divisor) {
   if (Dividend >= 0) {
     return (int32_t)UTIL_DivU32((uint32_t)Dividend, (uint32_t)Divisor, NULL);
   }
+  // Negated as unsigned: the smallest dividend has no positive counterpart.
   return (int32_t)(0 - UTIL_DivU32(0 - (uint32_t)Dividend, (uint32_t)Divisor, NULL));
 }
 
@@ -110,20 +115,22 @@ static uint32_t NumLeapYears(uint32_t Year) {
   return Year / 4 - Year / 100 + Year / 400;
 }
 
+// The day of a date, YYYYMMDD or YYMMDD, counted from the beginning of 2001.
 static uint32_t DayNumber(uint32_t Date) {
   static const uint16_t aDaysBefore[] = {0,   31,  59,  90,  120, 151, 181,
                                          212, 243, 273, 304, 334, 365};
   if (Date < 10000000) {
     Date += 20000000;
   }
-  const uint32_t Year           = Date / 10000;
-  const uint32_t Month          = Date / 100 % 100;
+  const uint32_t Year  = Date / 10000;
+  const uint32_t Month = Date / 100 % 100;
+  // Whole months before the date's; a month of 0 counts as January.
   const uint32_t NumMonthsTaken = Month > 12 ? 12 : Month - (Month > 0);
   uint32_t       Days           = Date % 100 + aDaysBefore[NumMonthsTaken];
   if (Month > 2) {
     Days += IsLeapYear(Year);
   }
-  if (Year > 2001) {
+  if (Year > 2001) {  // an earlier year counts as 2001: see the header
     Days += 365 * (Year - 2001) + NumLeapYears(Year - 1) - NumLeapYears(2000);
   }
   return Days;
@@ -134,6 +141,10 @@ int32_t UTIL_GetDaysDiff(uint32_t DateA, uint32_t DateB) {
 }
 
 // Quartiles
+//
+// Samples are counted in buckets of equal width. The bucket that a rank falls into becomes the
+// range of the next level, until its buckets are narrow enough. One pass over the samples costs
+// more than all the rest, so each level makes one for all ranks that are still sought.
 
 namespace {
 
@@ -175,6 +186,7 @@ struct SEEK {
 
 }  // namespace
 
+// Clears the buckets and sets their width for the range.
 static void StartCount(HISTOGRAM* pHist) {
   pHist->Width = ((double)(pHist->Range.High - pHist->Range.Low) + 1) / (double)pHist->NumBuckets;
   pHist->Step  = pHist->Width < 1 ? 1 : DoubleToU64(pHist->Width);
@@ -184,10 +196,13 @@ static void StartCount(HISTOGRAM* pHist) {
 
 // Offset: of a sample in the range.
 static inline void CountInBucket(const HISTOGRAM* pHist, uint64_t Offset) {
+  // The division may round up to one bucket too many at the end of the range.
   const uint64_t k = DoubleToU64((double)Offset / pHist->Width);
   pHist->pBuckets[k < pHist->NumBuckets ? k : pHist->NumBuckets - 1]++;
 }
 
+// Counts all samples over the caller's range and finds the smallest and the largest of them, which
+// bound the search for a rank outside of it.
 static void CountTop(HISTOGRAM* pHist, SAMPLES* pSamples) {
   const uint64_t Low      = pHist->Range.Low;
   const uint64_t Span     = pHist->Range.High - Low;
@@ -207,6 +222,8 @@ static void CountTop(HISTOGRAM* pHist, SAMPLES* pSamples) {
 
 // Counts for all seeks in one pass. Few samples are in one of the narrow ranges, so nearly all cost
 // two comparisons for each seek.
+//
+// NUM_SEEKS is known to the compiler and the arrays are local, so that they can be in registers.
 template <uint32_t NUM_SEEKS>
 static void CountLevel(SEEK* const* papSeek, const SAMPLES* pSamples) {
   uint64_t aLow[NUM_SEEKS];
@@ -247,8 +264,8 @@ static uint32_t FindBucket(const HISTOGRAM* pHist, uint32_t Rank) {
   return k;
 }
 
-// Looks for a rank, 1 to the number of samples. Returns 0 after storing the estimate, or 1 with the range
-// to look into next.
+// Looks for a rank, 1 to the number of samples. Returns 0 after storing the estimate, or 1 with the
+// range to look into next.
 static int32_t Narrow(const SEEK* pSeek, const SAMPLES* pSamples, uint64_t Resolution,
                       RANGE* pNext) {
   const HISTOGRAM* pHist = &pSeek->Hist;
@@ -287,11 +304,13 @@ static int32_t FindRanks(SEEK** papSeek, uint32_t NumSeeks, const SAMPLES* pSamp
       if (Narrow(pSeek, pSamples, Resolution, &Next) == 0) {
         continue;
       }
-      if (Level == NUM_LEVELS) {
+      if (Level == NUM_LEVELS) {  // this rank is given up, the others go on
         Result = -1;
         continue;
       }
-      pSeek->Hist.Range      = Next;
+      pSeek->Hist.Range = Next;
+      // Only the first count was in the caller's buckets. These hold counts of a seek that has been
+      // looked at already, or none.
       pSeek->Hist.pBuckets   = aaLevelBucket[NumLeft];
       pSeek->Hist.NumBuckets = NUM_LEVEL_BUCKETS;
       papSeek[NumLeft++]     = pSeek;

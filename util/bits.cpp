@@ -14,6 +14,7 @@ uint16_t BITS_aReversed[65536];
 // Seven bits of each of eight bytes, the first byte's lowest, side by side; and back. Neighbours go
 // to pairs, pairs to fours, fours to one.
 
+// 8 bytes to 56 bits.
 static inline uint64_t JoinSevens(uint64_t x) {
   x &= 0x7F7F7F7F7F7F7F7F;
   x = (x & 0x007F007F007F007F) | (x & 0x7F007F007F007F00) >> 1;
@@ -21,6 +22,7 @@ static inline uint64_t JoinSevens(uint64_t x) {
   return (x & 0x000000000FFFFFFF) | (x & 0x0FFFFFFF00000000) >> 4;
 }
 
+// The low 56 bits to 8 bytes.
 static inline uint64_t SplitSevens(uint64_t x) {
   x = (x & 0x000000000FFFFFFF) | (x & 0x00FFFFFFF0000000) << 4;
   x = (x & 0x00003FFF00003FFF) | (x & 0x0FFFC0000FFFC000) << 2;
@@ -36,7 +38,7 @@ __attribute__((noinline)) static const uint8_t* ReadByByte(const uint8_t* p, uin
   uint8_t  b;
   do {
     b = *p++;
-    if (Shift < 64) {
+    if (Shift < 64) {  // later bytes are consumed, and their bits dropped
       Value |= (uint64_t)(b & 0x7F) << Shift;
       Shift += 7;
     }
@@ -47,6 +49,7 @@ __attribute__((noinline)) static const uint8_t* ReadByByte(const uint8_t* p, uin
 
 const uint8_t* BITS_ReadLongLEB128(const uint8_t* p, uint64_t* pValue) {
   *pValue = 0;
+  // Eight bytes may reach beyond the number. Within its page they can be read all the same.
   if (!BLOCK_IsInPage(p, 8)) {
     return ReadByByte(p, 0, pValue);
   }
@@ -56,12 +59,14 @@ const uint8_t* BITS_ReadLongLEB128(const uint8_t* p, uint64_t* pValue) {
     *pValue = JoinSevens(x);
     return ReadByByte(p + 8, 56, pValue);
   }
-  *pValue = JoinSevens(x & (IsLast ^ (IsLast - 1)));  // up to the first last byte
+  // IsLast ^ (IsLast - 1) is its lowest set bit and all bits below: the bytes up to the first last
+  // byte. Those after it are not part of the number.
+  *pValue = JoinSevens(x & (IsLast ^ (IsLast - 1)));
   return p + __builtin_ctzll(IsLast) / 8 + 1;
 }
 
-// Copies 2 to 12 bytes without a branch on how many, which cannot be predicted: a copy that a length
-// has no use for goes to a place where nobody looks.
+// Copies 2 to 12 bytes without a branch on how many, which cannot be predicted: a copy that a
+// length has no use for goes to a place where nobody looks.
 static inline void CopyFrom2To12(uint8_t* p, const uint8_t* pSource, uint32_t NumBytes) {
   uint8_t        acUnused[8];
   uint8_t* const apDest[] = {acUnused, p};
@@ -82,8 +87,10 @@ uint8_t* BITS_WriteLongLEB128(uint8_t* p, uint64_t Value) {
                                     GO_ON >> 8,  GO_ON,       GO_ON};
   const uint32_t        NumBits  = 64 - (uint32_t)__builtin_clzll(Value);
   const uint32_t        NumBytes = (NumBits * 9 + 64) / 64;  // NumBits / 7, rounded up
-  const uint64_t        aByte[]  = {SplitSevens(Value) | aGoOn[NumBytes],
-                                    (Value >> 56 & 0x7F) | (Value >> 63) * 0x180};
+  // The first eight bytes; then bits 56 to 62, and for bit 63 a tenth byte of 1, which makes the
+  // ninth one go on: 0x180 is both.
+  const uint64_t aByte[] = {SplitSevens(Value) | aGoOn[NumBytes],
+                            (Value >> 56 & 0x7F) | (Value >> 63) * 0x180};
   CopyFrom2To12(p, (const uint8_t*)aByte, NumBytes);
   return p + NumBytes;
 }
@@ -101,16 +108,21 @@ uint16_t UTIL_ReadBits(const void* pBuffer, uint32_t BitOffset, uint32_t NumBits
   if (NumBits == 0 || NumBits > MAX_FIELD_BITS) {
     return 0;
   }
+  // Only the bytes that hold the field: the next one may be beyond the buffer.
   const uint8_t* p     = (const uint8_t*)pBuffer + BitOffset / 8;
   const uint32_t Shift = BitOffset % 8;
   const uint64_t Field = LoadBytes(p, (Shift + NumBits + 7) / 8) >> Shift;
   return (uint16_t)(Field & ((1u << NumBits) - 1));
 }
 
+// A field of 32 bits from bit Shift of the byte at p on; four bytes hold it when Shift is 0, else
+// five.
 static uint32_t ReadField32(const uint8_t* p, uint32_t Shift) {
   return (uint32_t)(LoadBytes(p, Shift != 0 ? 5 : 4) >> Shift);
 }
 
+// Stores such a field. BitOffset counts from pBuffer on and has 64 bits: in an array of fields it
+// can exceed 32.
 static void WriteField32(uint8_t* pBuffer, uint64_t BitOffset, uint32_t Value) {
   uint8_t*       p        = pBuffer + BitOffset / 8;
   const uint32_t Shift    = (uint32_t)(BitOffset % 8);
@@ -140,16 +152,16 @@ void UTIL_WriteBitArray(void* pBuffer, const uint32_t* pValues, uint32_t StartBi
   }
 }
 
-// Runs of bits. FILL is all ones to set, 0 to clear.
+// Runs of bits. FILL is all ones to set, 0 to clear: one code for both.
 
 template <uint64_t FILL, typename UNIT>
 static inline UNIT Merged(UNIT Value, UNIT Mask) {
   return (UNIT)(FILL != 0 ? Value | Mask : Value & ~Mask);
 }
 
-// A run in the NumBytes bytes from p on, of which the first Shift and the last Pad bits stay. It takes
-// more than one unit and at most two, which may overlap. Both are loaded before one is stored: a load
-// of what is just being stored has to wait.
+// A run in the NumBytes bytes from p on, of which the first Shift and the last Pad bits stay. It
+// takes more than one unit and at most two, which may overlap. Both are loaded before one is
+// stored: a load of what is just being stored has to wait.
 template <uint64_t FILL, typename UNIT>
 static inline void MergeEnds(uint8_t* p, uint64_t NumBytes, uint32_t Shift, uint32_t Pad) {
   uint8_t* pLast = p + NumBytes - sizeof(UNIT);
@@ -168,6 +180,8 @@ __attribute__((noinline)) static void FillLong(uint8_t* p, uint64_t NumBytes, ui
                                                uint32_t Pad) {
   const uint64_t Fill = FILL;
   MergeEnds<FILL, uint64_t>(p, NumBytes, Shift, Pad);
+  // The ends are done. What is between them is filled whole, with as few stores as its length
+  // needs.
   if (NumBytes > 32) {
     memset(p + 8, (int)(FILL & 0xFF), NumBytes - 16);
   } else if (NumBytes > 16) {
@@ -183,7 +197,8 @@ static inline void FillBits(uint8_t* pBitmap, uint32_t FirstBit, uint32_t NumBit
   }
   uint8_t*       p      = pBitmap + FirstBit / 8;
   const uint32_t Shift  = FirstBit % 8;
-  const uint64_t NumAll = (uint64_t)Shift + NumBits;
+  const uint64_t NumAll = (uint64_t)Shift + NumBits;  // from bit 0 of the first byte on
+  // The cases differ in how many bytes hold the run. None of them touches another byte.
   if (NumAll <= 16) {
     const uint32_t Mask = ((1u << NumBits) - 1) << Shift;
     if (NumAll <= 8) {
@@ -197,7 +212,7 @@ static inline void FillBits(uint8_t* pBitmap, uint32_t FirstBit, uint32_t NumBit
     return;
   }
   const uint64_t NumBytes = (NumAll + 7) / 8;
-  const uint32_t Pad      = (0 - (uint32_t)NumAll) % 8;
+  const uint32_t Pad      = (0 - (uint32_t)NumAll) % 8;  // bits of the last byte after the run
   if (NumBytes > 8) {
     FillLong<FILL>(p, NumBytes, Shift, Pad);
   } else if (NumBytes > 4) {
@@ -225,6 +240,7 @@ uint32_t UTIL_CountBits(uint32_t Value) {
 }
 
 uint32_t UTIL_GetParity(uint32_t Value) {
+  // Folding a half onto the other keeps the parity, until four bits are left.
   Value ^= Value >> 16;
   Value ^= Value >> 8;
   Value ^= Value >> 4;
@@ -236,6 +252,7 @@ int32_t UTIL_GetHighestBit32(uint32_t Value) {
 }
 
 int32_t UTIL_GetHighestBit64(uint64_t Value) {
+  // The builtins that count zeros are undefined for 0.
   return Value == 0 ? -1 : 63 - __builtin_clzll(Value);
 }
 
@@ -247,10 +264,11 @@ int32_t UTIL_GetLog2(int32_t Value) {
   return Value < 1 ? 31 : UTIL_GetHighestBit32((uint32_t)Value);
 }
 
-// Every entry is written once and with its final value, so a thread that reads an entry while another
-// one builds the table again cannot see anything else. ThreadSanitizer cannot know that.
+// Every entry is written once and with its final value, so a thread that reads an entry while
+// another one builds the table again cannot see anything else. ThreadSanitizer cannot know that.
 __attribute__((no_sanitize("thread"))) void BITS_BuildReversed() {
   for (uint32_t i = 0; i < 0xFFFF; i++) {
+    // Neighbouring bits change places, then pairs, fours and the two bytes.
     uint32_t x        = i;
     x                 = ((x >> 1) & 0x5555) | ((x & 0x5555) << 1);
     x                 = ((x >> 2) & 0x3333) | ((x & 0x3333) << 2);

@@ -10,6 +10,7 @@
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the host's order is taken as LE");
 
+// One name for the three widths, so that the templates below serve them all.
 #define FORCE_INLINE static inline __attribute__((always_inline))
 
 FORCE_INLINE uint16_t Swap(uint16_t Value) {
@@ -24,6 +25,7 @@ FORCE_INLINE uint64_t Swap(uint64_t Value) {
   return __builtin_bswap64(Value);
 }
 
+// By memcpy(), which compiles to one access and works at any address.
 template <typename UNIT>
 FORCE_INLINE UNIT Load(const void* p) {
   UNIT Value;
@@ -59,6 +61,7 @@ uint64_t UTIL_LoadU64(const uint8_t* p) {
   return Load<uint64_t>(p);
 }
 
+// The high word comes first, each word little-endian.
 uint64_t UTIL_LoadU64Words(const uint8_t* p) {
   return ((uint64_t)Load<uint32_t>(p) << 32) | Load<uint32_t>(p + 4);
 }
@@ -147,6 +150,8 @@ uint64_t UTIL_SwapU64(uint64_t Value) {
 }
 
 // Array swaps
+//
+// Short arrays and the rests of long ones are swapped unit by unit, long ones in blocks.
 
 template <typename UNIT>
 FORCE_INLINE void SwapLoop(uint8_t* pDest, const uint8_t* pSource, size_t NumItems) {
@@ -168,11 +173,12 @@ static void SwapPlain(uint8_t* pDest, const uint8_t* pSource, size_t NumItems) {
 
 #if CPU_HAS_WIDE
 
-// Swaps whole blocks, four at a time. Returns the number of bytes swapped. The four are loaded before
-// the first one is stored, which is right in place too.
+// Swaps whole blocks, four at a time. Returns the number of bytes swapped. The four are loaded
+// before the first one is stored, which is right in place too.
 CPU_TARGET_AVX2 static size_t SwapBlocks(uint8_t* pDest, const uint8_t* pSource, size_t NumBytes,
                                          uint32_t UnitSize) {
-  // Where each byte of a block of 16 comes from.
+  // Where each byte of a block of 16 comes from. Within a unit, whose size is a power of 2, the
+  // exclusive or counts backwards. The shuffle works on the two halves of 16 bytes by themselves.
   alignas(16) uint8_t acFrom[16];
   for (uint32_t i = 0; i < 16; i++) {
     acFrom[i] = (uint8_t)(i ^ (UnitSize - 1));
@@ -204,7 +210,8 @@ FORCE_INLINE void SwapArray(void* pDest, const void* pSource, size_t NumItems) {
   const uint8_t* ps = (const uint8_t*)pSource;
 #if CPU_HAS_WIDE
   if (NumItems * sizeof(UNIT) >= 8 * WIDE_BYTES && CPU_HasAVX2()) {
-    // Stores that lie across two lines of the cache take twice the time: first up to a whole block.
+    // Stores that lie across two lines of the cache take longer: first up to a whole block. If the
+    // array is not aligned to its units, that cannot be reached, and the result is the same.
     const size_t NumFirst = (0 - (uintptr_t)pd) % WIDE_BYTES / sizeof(UNIT);
     SwapPlain<UNIT>(pd, ps, NumFirst);
     const size_t NumBytes = NumFirst * sizeof(UNIT);
@@ -233,6 +240,7 @@ void UTIL_SwapArrayU64(void* pDest, const void* pSource, uint32_t NumItems) {
 }
 
 void UTIL_SwapTargetMem(void* pBuffer, uint32_t Addr, uint32_t NumBytes, uint32_t Flags) {
+  // The steps up to the first 4-byte boundary, then the 4-byte units, then what is left of one.
   uint8_t* p = (uint8_t*)pBuffer;
   if ((Addr & 1) != 0 && NumBytes > 0) {
     p++;
@@ -247,7 +255,7 @@ void UTIL_SwapTargetMem(void* pBuffer, uint32_t Addr, uint32_t NumBytes, uint32_
   if ((Flags & UTIL_SWAP_NO_U32) == 0) {
     UTIL_SwapArrayU32(p, p, NumBytes / 4);
     p += NumBytes & ~3u;
-    NumBytes &= 3;
+    NumBytes &= 3;  // left to the last step, which without this one takes everything
   }
   if ((Flags & UTIL_SWAP_NO_U16) == 0) {
     UTIL_SwapArrayU16(p, p, NumBytes / 2);
@@ -255,7 +263,7 @@ void UTIL_SwapTargetMem(void* pBuffer, uint32_t Addr, uint32_t NumBytes, uint32_
 }
 
 void UTIL_CopySwapTargetMem(void* pDest, const void* pSource, uint32_t Addr, uint32_t NumBytes) {
-  if (NumBytes > 0) {
+  if (NumBytes > 0) {  // memmove() may not be given a NULL pointer, even for nothing
     memmove(pDest, pSource, NumBytes);
     UTIL_SwapTargetMem(pDest, Addr, NumBytes, 0);
   }

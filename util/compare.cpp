@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 
 // The comparisons of string.h: of texts and of bytes, with and without case.
+//
+// Each exists up to three times: byte by byte for short or awkward buffers, in blocks of 16 bytes
+// for every processor, in blocks of 32 with AVX2. All give the same results; util/cpu.h chooses.
 
 #include <stddef.h>
 
@@ -27,14 +30,15 @@ constexpr FOLD_TABLE FoldTable = BuildFoldTable();
 
 }  // namespace
 
+// The result of a comparison for two characters: the table's values are signed.
 static inline int32_t FoldedDiff(char A, char B) {
   return FoldTable.a[(uint8_t)A] - FoldTable.a[(uint8_t)B];
 }
 
-// The steps of a comparison without case, for blocks of either width. Upper and lower case differ in
-// bit 0x20 alone, so that bit is left out where A is a letter: then B is the same letter or differs
-// in another bit too. Letters are found by one signed comparison: the offset makes 'z' the largest
-// byte and all above it negative.
+// The steps of a comparison without case, for blocks of either width. Upper and lower case differ
+// in bit 0x20 alone, so that bit is left out where A is a letter: then B is the same letter or
+// differs in another bit too. Letters are found by one signed comparison: the offset makes 'z' the
+// largest byte and all above it negative.
 #define CASE_BIT      0x20
 #define LETTER_OFFSET (0x7F - 'z')
 #define BELOW_LETTERS (0x7F - 26)
@@ -56,7 +60,9 @@ static uint32_t FirstStop(const char* sA, const char* sB, uint32_t NumBytes) {
   return i;
 }
 
-// UTIL_StrCaseCmp where one of the texts is near the end of a page.
+// UTIL_StrCaseCmp where one of the texts is near the end of a page. Compares as many bytes as the
+// widest block one by one: then the end of the page has been passed, and blocks can be loaded
+// again.
 __attribute__((noinline)) static int32_t CompareAcrossPage(const char* sA, const char* sB) {
   const uint32_t NumBytes = 32;  // what the widest block needs
   const uint32_t i        = FirstStop(sA, sB, NumBytes);
@@ -77,8 +83,9 @@ static int32_t CompareByBlock(const char* sA, const char* sB) {
   const int64_t Last = RoomInPage(sA, sB) - (int32_t)BLOCK_BYTES;
   int64_t       i    = 0;
   for (; i <= Last; i += BLOCK_BYTES) {
-    const BLOCK    A = BLOCK_LoadText(sA + i);
-    const BLOCK    B = BLOCK_LoadText(sB + i);
+    const BLOCK A = BLOCK_LoadText(sA + i);
+    const BLOCK B = BLOCK_LoadText(sB + i);
+    // Zero where they differ or where A has its terminator: one test for both.
     const uint32_t k = BLOCK_FirstTrue((BLOCK)((A & AreSameLetters(A, B)) == 0));
     if (k < BLOCK_BYTES) {
       return FoldedDiff(sA[i + k], sB[i + k]);
@@ -89,7 +96,8 @@ static int32_t CompareByBlock(const char* sA, const char* sB) {
 
 #if CPU_HAS_WIDE
 
-// A constant in a register, loaded from memory: compilers build it with three instructions each time.
+// A constant in a register, loaded from memory: compilers build it with three instructions each
+// time.
 CPU_TARGET_AVX2 static inline WIDE Loaded(const WIDE* pConstant) {
   WIDE Value;
   __asm__("vmovdqa %1, %0" : "=x"(Value) : "m"(*pConstant));
@@ -135,6 +143,8 @@ CPU_TARGET_AVX2 __attribute__((noinline)) static int32_t CompareLongByWide(const
 // The same, in a hurry for a short text.
 CPU_TARGET_AVX2 static int32_t CompareByWide(const char* sA, const char* sB) {
   uint32_t NumSame = 0;
+  // One test for both: the or of the offsets is at least the larger one. If it is too careful, the
+  // long way is taken.
   if (BLOCK_IsInPage((const void*)((uintptr_t)sA | (uintptr_t)sB), WIDE_BYTES)) {
     const uint32_t Stops = WideStops(sA, sB);
     if (Stops != 0) {
@@ -147,6 +157,7 @@ CPU_TARGET_AVX2 static int32_t CompareByWide(const char* sA, const char* sB) {
 
 #endif
 
+// For processors without AVX2, and for the calls before the choice has been made.
 __attribute__((noinline)) static int32_t CompareByAny(const char* sA, const char* sB) {
 #if CPU_HAS_WIDE
   if (CPU_HasAVX2()) {
@@ -208,6 +219,7 @@ CPU_TARGET_AVX2 static inline int64_t FirstDiffByWide(const uint8_t* pA, const u
     const WIDE IsSame2 = IsSameWide(pA + i + 64, pB + i + 64);
     const WIDE IsSame3 = IsSameWide(pA + i + 96, pB + i + 96);
     if (WIDE_Mask((IsSame0 & IsSame1) & (IsSame2 & IsSame3)) != UINT32_MAX) {
+      // One bit for each of 64 bytes; the first two blocks decide if they have any.
       const uint64_t First = ~(WIDE_Mask(IsSame0) | (uint64_t)WIDE_Mask(IsSame1) << 32);
       const uint64_t Last  = ~(WIDE_Mask(IsSame2) | (uint64_t)WIDE_Mask(IsSame3) << 32);
       return i + (First != 0 ? __builtin_ctzll(First) : 64 + __builtin_ctzll(Last));
@@ -223,6 +235,7 @@ CPU_TARGET_AVX2 static inline int64_t FirstDiffByWide(const uint8_t* pA, const u
   return -1;
 }
 
+// For UTIL_FindDiff(), into which AVX2 code cannot be inlined.
 CPU_TARGET_AVX2 static int32_t FindDiffByWide(const uint8_t* pA, const uint8_t* pB,
                                               uint32_t NumBytes) {
   return (int32_t)FirstDiffByWide(pA, pB, NumBytes);
@@ -260,6 +273,7 @@ int32_t UTIL_FindDiff(const void* pA, const void* pB, int32_t NumBytes) {
 // Index of the first difference that is not one of case, -1 when there is none.
 static int64_t FirstDiffNoCase(const uint8_t* pA, const uint8_t* pB, uint32_t NumBytes) {
   uint32_t i = 0;
+  // Whole blocks only, and the rest byte by byte.
   for (; NumBytes - i >= BLOCK_BYTES; i += BLOCK_BYTES) {
     const BLOCK    IsSame = AreSameLetters(BLOCK_Load(pA + i), BLOCK_Load(pB + i));
     const uint32_t k      = BLOCK_FirstFalse(IsSame);
@@ -346,6 +360,8 @@ CPU_TARGET_AVX2 static int32_t FindNotEqualByWide(const uint8_t* pFirst, uint8_t
 
 #endif
 
+// For short buffers, for processors without AVX2, and for the calls before the choice has been
+// made.
 __attribute__((noinline)) static int32_t FindNotEqualByAny(const uint8_t* p, uint8_t Value,
                                                            uint32_t NumBytes) {
 #if CPU_HAS_WIDE

@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: MIT
 
+// The engine writes straight into the caller's buffer, without a second one and without calling the
+// C library for a number. Most calls are short: several functions below have a quick way for the
+// usual case, and a slow one, kept out of line, for all others.
+
 #include "util/format.h"
 
 #include <string.h>
@@ -24,15 +28,15 @@ const uint32_t MAX_DIGITS    = 20;  // of 2^64 - 1
 
 }  // namespace
 
-// The next integer argument, as wide as it was passed. Of a long only the low 32 bits count. A macro,
-// because not every system lets a va_list be passed on by address.
+// The next integer argument, as wide as it was passed. Of a long only the low 32 bits count. A
+// macro, because not every system lets a va_list be passed on by address.
 #define INTEGER_ARG(Args, NumL)                          \
   ((NumL) == 0   ? (uint64_t)va_arg(Args, unsigned int)  \
    : (NumL) == 1 ? (uint64_t)va_arg(Args, unsigned long) \
                  : (uint64_t)va_arg(Args, unsigned long long))
 
-// Each Put function writes to p what fits before pLast, the buffer's last byte, which is kept for the
-// terminator. It returns where the next character goes.
+// Each Put function writes to p what fits before pLast, the buffer's last byte, which is kept for
+// the terminator. It returns where the next character goes.
 
 static inline char* PutChar(char* p, const char* pLast, char c) {
   if (p < pLast) {
@@ -42,6 +46,7 @@ static inline char* PutChar(char* p, const char* pLast, char c) {
 }
 
 static inline char* PutBytes(char* p, const char* pLast, const char* s, size_t NumBytes) {
+  // Most texts are short and need no call of memcpy().
   const size_t Room = (size_t)(pLast - p);
   NumBytes          = NumBytes < Room ? NumBytes : Room;
   if (NumBytes > BLOCK_BYTES) {
@@ -53,6 +58,7 @@ static inline char* PutBytes(char* p, const char* pLast, const char* s, size_t N
 }
 
 static inline char* PutString(char* p, const char* pLast, const char* s) {
+  // The length from one block if the text ends in it; else no further than there is room.
   size_t Len = BLOCK_BYTES;
   if (BLOCK_IsInPage(s, BLOCK_BYTES)) {
     Len = BLOCK_FirstTrue((BLOCK)(BLOCK_LoadText(s) == 0));
@@ -76,6 +82,7 @@ static inline uint32_t LiteralLen(const char* s) {
   return Len;
 }
 
+// Count times the character c.
 static char* PutRepeated(char* p, const char* pLast, char c, size_t Count) {
   const size_t Room = (size_t)(pLast - p);
   Count             = Count < Room ? Count : Room;
@@ -83,7 +90,8 @@ static char* PutRepeated(char* p, const char* pLast, char c, size_t Count) {
   return p + Count;
 }
 
-// How many digits to write: leading zeros come with them up to MAX_DIGITS.
+// How many digits to write at once: leading zeros come with them up to MAX_DIGITS. For a higher
+// precision, which is rare, the digits alone; the caller puts the zeros before them.
 static inline uint32_t NumDigitsOf(uint64_t Value, BASE Base, uint32_t Precision) {
   const uint32_t NumDigits = Base == DECIMAL ? DIGITS_Count(Value) : DIGITS_CountHex(Value);
   return NumDigits < Precision && Precision <= MAX_DIGITS ? Precision : NumDigits;
@@ -113,7 +121,7 @@ __attribute__((noinline)) static char* PutNumberSlowly(char* p, const char* pLas
 }
 
 static inline char* PutNumber(char* p, const char* pLast, SPEC Spec, uint64_t Value, BASE Base) {
-  if (p == pLast) {
+  if (p == pLast) {  // full: the digits need not be made
     return p;
   }
   const uint32_t NumDigits = NumDigitsOf(Value, Base, Spec.Precision);
@@ -123,6 +131,8 @@ static inline char* PutNumber(char* p, const char* pLast, SPEC Spec, uint64_t Va
   StoreDigits(p, Value, Base, NumDigits);
   return p + NumDigits;
 }
+
+// Not inlined: PutNumber() is large, and these copies of it serve all conversions.
 
 __attribute__((noinline)) static char* PutDecimal(char* p, const char* pLast, SPEC Spec,
                                                   uint64_t Value) {
@@ -143,11 +153,12 @@ static inline char* PutSigned(char* p, const char* pLast, SPEC Spec, int64_t Val
   return PutDecimal(p, pLast, Spec, Magnitude);
 }
 
+// Reads the digits of a width or a precision, none of which is 0. Returns where they end.
 static const char* ScanField(const char* s, uint32_t* pValue) {
   uint64_t Value = 0;
   while (*s >= '0' && *s <= '9') {
     Value = Value * 10 + (uint64_t)(*s++ - '0');
-    if (Value > FIELD_LIMIT) {
+    if (Value > FIELD_LIMIT) {  // at each digit, so that no number of digits makes 64 bits wrap
       Value = FIELD_LIMIT;
     }
   }
@@ -222,7 +233,7 @@ char* UTIL_vsnprintf(char* pBuffer, int32_t BufferSize, const char* sFormat, va_
       default:
         break;  // dropped without output; the text goes on after it
     }
-    s += *s != 0;
+    s += *s != 0;  // the format may end before the conversion
   }
   *p = 0;
   return p;

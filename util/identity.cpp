@@ -21,6 +21,7 @@
 static const uint32_t SIZE_FIELD  = 4;
 static const uint32_t MAX_PAYLOAD = 0x1000;
 
+// A system by the number that stands for it in the interface.
 struct OS_ROW {
   uint32_t    Id;
   const char* sName;
@@ -36,12 +37,13 @@ static const OS_ROW aOS[] = {
 // As its size field says; a size below that of the field itself wraps to a huge one.
 static uint32_t PayloadSize(const void* pStruct) {
   uint32_t Size;
-  memcpy(&Size, pStruct, sizeof(Size));
+  memcpy(&Size, pStruct, sizeof(Size));  // the structure may be unaligned
   return Size - SIZE_FIELD;
 }
 
 void UTIL_CopyAPIStruct(void* pDest, const void* pSource, const char* sName) {
   const uint32_t DestSize = PayloadSize(pDest);
+  // The source's size is not checked: no more is read than the destination has room for.
   if (DestSize > MAX_PAYLOAD || DestSize % 4 != 0) {
     // Composed for whoever looks with a debugger; there is no channel that it could go to.
     char acError[256];
@@ -53,7 +55,7 @@ void UTIL_CopyAPIStruct(void* pDest, const void* pSource, const char* sName) {
   const uint32_t NumBytes   = UTIL_MinU32(SourceSize, DestSize);
   uint8_t*       pPayload   = (uint8_t*)pDest + SIZE_FIELD;
   memcpy(pPayload, (const uint8_t*)pSource + SIZE_FIELD, NumBytes);
-  memset(pPayload + NumBytes, 0, DestSize - NumBytes);
+  memset(pPayload + NumBytes, 0, DestSize - NumBytes);  // fields that the source does not know
 }
 
 const char* UTIL_GetOSName(uint32_t Id) {

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 
+// Numbers are read eight characters at a time, as one 64-bit value: they are what the callers read
+// most. The other scanners are plain loops.
+
 #include "util/scan.h"
 
 #include <stddef.h>
@@ -16,6 +19,7 @@ static inline uint64_t LoadEight(const char* s) {
   if (BLOCK_IsInPage(s, 8)) {
     return BLOCK_LoadTextU64(s);
   }
+  // Near the end of a page only what belongs to the text may be read. The rest stays zero.
   uint64_t Eight = 0;
   for (uint32_t i = 0; i < 8 && s[i] != 0; i++) {
     Eight |= (uint64_t)(uint8_t)s[i] << (8 * i);
@@ -40,12 +44,16 @@ static inline uint32_t FirstMarked(uint64_t Eight) {
 // Takes the digits at the beginning of eight characters. Returns how many there are; without any
 // *pValue is not set.
 static inline uint32_t TakeDecimal(uint64_t Eight, uint64_t* pValue) {
+  // 0 to 9 for a digit, 10 or more for any other character.
   uint64_t       x         = Eight ^ Bytes('0');
   const uint32_t NumDigits = FirstMarked((x + Bytes(0x80 - 10)) | x);
   if (NumDigits > 0) {
-    x <<= 64 - 8 * NumDigits;  // leading zeros in the first bytes
-    // Neighbours to numbers of two digits, and the four of these to one
-    x       = x * 10 + (x >> 8);
+    x <<= 64 - 8 * NumDigits;  // leading zeros in the first bytes, nothing after the digits
+    // Neighbours to numbers of two digits: bytes 0, 2, 4 and 6, the highest digits in byte 0. The
+    // bytes between them are garbage, which the masks remove.
+    x = x * 10 + (x >> 8);
+    // Each product multiplies two of these numbers by their powers of 100, so that both arrive in
+    // its upper half. The lower halves are too small to carry into it.
     *pValue = ((x & 0x000000FF000000FF) * (100 + ((uint64_t)1000000 << 32)) +
                ((x >> 16) & 0x000000FF000000FF) * (1 + ((uint64_t)10000 << 32))) >>
               32;
@@ -53,7 +61,11 @@ static inline uint32_t TakeDecimal(uint64_t Eight, uint64_t* pValue) {
   return NumDigits;
 }
 
+// The same for hexadecimal digits of either case.
 static inline uint32_t TakeHex(uint64_t Eight, uint64_t* pValue) {
+  // A range is tested by two sums: the highest bit is set from its first character on, and set in
+  // the second sum past its last one. Characters are cut to seven bits, so no sum carries into the
+  // next byte; those from 0x80 on are refused by the last term.
   const uint64_t Low7      = Eight & Bytes(0x7F);
   const uint64_t Lower     = Low7 | Bytes(0x20);
   const uint64_t IsDecimal = (Low7 + Bytes(0x80 - '0')) & ~(Low7 + Bytes(0x80 - '9' - 1));
@@ -62,7 +74,9 @@ static inline uint32_t TakeHex(uint64_t Eight, uint64_t* pValue) {
   if (NumDigits > 0) {
     // The low four bits are the value, of a letter 9 less; bit 6 tells letters.
     uint64_t x = (Eight & Bytes(0x0F)) + ((Eight >> 6) & Bytes(1)) * 9;
-    x <<= 64 - 8 * NumDigits;
+    x <<= 64 - 8 * NumDigits;  // leading zeros, as above
+    // Neighbours to bytes, bytes to 16 bits, these to 32. The first digit, in the lowest byte, is
+    // the highest.
     x       = (x << 4 | x >> 8) & 0x00FF00FF00FF00FF;
     x       = (x << 8 | x >> 16) & 0x0000FFFF0000FFFF;
     *pValue = (x << 16 | x >> 32) & 0xFFFFFFFF;
@@ -72,15 +86,18 @@ static inline uint32_t TakeHex(uint64_t Eight, uint64_t* pValue) {
 
 // The rest of UTIL_ParseInt for the number whose digits begin at s.
 
+// Stores value and cursor; the digits end at sEnd.
 static inline int32_t Finish(const char** ps, int64_t* pValue, const char* sEnd, uint64_t Value,
                              int32_t IsNegative) {
-  *pValue = (int64_t)(IsNegative ? 0 - Value : Value);
+  *pValue = (int64_t)(IsNegative ? 0 - Value : Value);  // unsigned: wraps without overflow
   *ps     = sEnd;
   return 0;
 }
 
-__attribute__((noinline)) static int32_t FinishAnyDecimal(const char** ps, int64_t* pValue,
-                                                          const char* s, int32_t IsNegative) {
+// In steps of eight characters, up to the first step that is not all digits.
+template <bool IS_HEX>
+__attribute__((noinline)) static int32_t FinishAny(const char** ps, int64_t* pValue, const char* s,
+                                                   int32_t IsNegative) {
   static const uint32_t aPowerOfTen[] = {1,      10,      100,      1000,     10000,
                                          100000, 1000000, 10000000, 100000000};
 
@@ -88,23 +105,10 @@ __attribute__((noinline)) static int32_t FinishAnyDecimal(const char** ps, int64
   uint64_t    Value     = 0;
   uint32_t    NumDigits = 8;
   while (NumDigits == 8) {
-    uint64_t Part = 0;
-    NumDigits     = TakeDecimal(LoadEight(sEnd), &Part);
-    Value         = Value * aPowerOfTen[NumDigits] + Part;
-    sEnd += NumDigits;
-  }
-  return sEnd == s ? -1 : Finish(ps, pValue, sEnd, Value, IsNegative);
-}
-
-__attribute__((noinline)) static int32_t FinishAnyHex(const char** ps, int64_t* pValue,
-                                                      const char* s, int32_t IsNegative) {
-  const char* sEnd      = s;
-  uint64_t    Value     = 0;
-  uint32_t    NumDigits = 8;
-  while (NumDigits == 8) {
-    uint64_t Part = 0;
-    NumDigits     = TakeHex(LoadEight(sEnd), &Part);
-    Value         = Value << (4 * NumDigits) | Part;
+    uint64_t       Part  = 0;
+    const uint64_t Eight = LoadEight(sEnd);
+    NumDigits            = IS_HEX ? TakeHex(Eight, &Part) : TakeDecimal(Eight, &Part);
+    Value = IS_HEX ? Value << (4 * NumDigits) | Part : Value * aPowerOfTen[NumDigits] + Part;
     sEnd += NumDigits;
   }
   return sEnd == s ? -1 : Finish(ps, pValue, sEnd, Value, IsNegative);
@@ -120,18 +124,20 @@ static int32_t FinishDecimal(const char** ps, int64_t* pValue, const char* s, in
       return Finish(ps, pValue, s + NumDigits, Value, IsNegative);
     }
   }
-  return FinishAnyDecimal(ps, pValue, s, IsNegative);
+  return FinishAny<false>(ps, pValue, s, IsNegative);
 }
 
 static int32_t FinishHex(const char** ps, int64_t* pValue, const char* s, int32_t IsNegative) {
   if (BLOCK_IsInPage(s, 8)) {
     uint64_t       Value     = 0;
     const uint32_t NumDigits = TakeHex(BLOCK_LoadTextU64(s), &Value);
+    // These numbers often have all eight digits. What comes after the digits belongs to the text
+    // and can be read; below '0' it is not a ninth one.
     if (NumDigits > 0 && (uint8_t)s[NumDigits] < '0') {
       return Finish(ps, pValue, s + NumDigits, Value, IsNegative);
     }
   }
-  return FinishAnyHex(ps, pValue, s, IsNegative);
+  return FinishAny<true>(ps, pValue, s, IsNegative);
 }
 
 // Reads a number from s on, whose sign has been taken.
@@ -145,6 +151,7 @@ static inline int32_t FinishNumber(const char** ps, int64_t* pValue, const char*
 }
 
 static const char* SkipWhite(const char* s) {
+  // One comparison ends the loop at nearly every character that is not white.
   while ((uint8_t)*s <= ' ' && UTIL_IsWhite((uint8_t)*s)) {
     s++;
   }
@@ -181,7 +188,7 @@ int32_t UTIL_EatChar(const char** ps, char c) {
 }
 
 int32_t UTIL_FindChar(const char* s, char c) {
-  const char* pFound = c == 0 ? NULL : strchr(s, c);
+  const char* pFound = c == 0 ? NULL : strchr(s, c);  // strchr() would find the terminator
   return pFound == NULL ? -1 : (int32_t)(pFound - s);
 }
 
@@ -251,6 +258,7 @@ int32_t UTIL_ParseVersion(const char** ps, uint32_t* pMajor, uint32_t* pMinor,
     if (c >= 'a' && c <= 'z') {
       Revision = (uint32_t)(c - 'a' + 1);
     } else {
+      // By way of int8_t: whether char is signed depends on the processor.
       Revision = (uint32_t)(int32_t)(int8_t)c;
       Result   = -1;
     }
@@ -292,7 +300,7 @@ int32_t UTIL_ParseIPAddr(const char* s, uint32_t* pAddr) {
     if ((i > 0 && UTIL_EatChar(&s, '.') != 0) || UTIL_ParseInt(&s, &Value, 0) != 0) {
       return -1;
     }
-    Addr |= (uint32_t)Value << (8 * i);
+    Addr |= (uint32_t)Value << (8 * i);  // above 255 it spills into the next part: see the header
   }
   if (pAddr != NULL) {
     *pAddr = Addr;
@@ -301,6 +309,7 @@ int32_t UTIL_ParseIPAddr(const char* s, uint32_t* pAddr) {
 }
 
 int32_t UTIL_CheckDottedNumbers(const char** ps) {
+  // Goes on after a failure, so that the cursor is after the last part that is there.
   int32_t Result = 0;
   for (uint32_t i = 0; i < 4; i++) {
     int64_t Value;
@@ -313,7 +322,7 @@ int32_t UTIL_CheckDottedNumbers(const char** ps) {
 const char* UTIL_ParseToken(const char** ps, char* pBuffer, uint32_t BufferSize, char Delimiter) {
   const char* s   = SkipWhite(*ps);
   size_t      Len = 0;
-  *ps             = s;
+  *ps             = s;  // past the white space also after a failure
   if (BufferSize > 0) {
     pBuffer[0] = 0;
   }
@@ -338,7 +347,7 @@ int32_t UTIL_ParseUntil(const char** ps, char* pBuffer, uint32_t BufferSize, cha
   while (s[Len] != 0 && s[Len] != Delimiter) {
     Len++;
   }
-  *ps                  = s + Len + (s[Len] != 0);
+  *ps                  = s + Len + (s[Len] != 0);  // the delimiter, but not the terminator
   const int32_t WasCut = Len >= BufferSize;
   if (BufferSize > 0) {
     Len = WasCut ? BufferSize - 1 : Len;
@@ -356,6 +365,7 @@ void UTIL_ParseQuotedString(const char** ps, char* pBuffer, uint32_t BufferSize)
   const int32_t IsQuoted = *s == '"';
   uint32_t      Len      = 0;
   s += IsQuoted;
+  // The room is checked first: a full buffer ends the scan even before a closing quote.
   while (Len < BufferSize - 1 && !(IsQuoted ? IsLineEnd(*s) : IsWordEnd(*s))) {
     if (*s == '"') {
       s++;
@@ -405,6 +415,7 @@ void UTIL_Trim(char* s, int32_t TrimLeft, int32_t TrimRight) {
     memmove(s, s + NumBlanks, Len + 1);
   }
   if (TrimRight && Len > 0) {
+    // Down to the first character, which stays even if it is a blank: see the header.
     while (Len > 1 && IsTrimmed(s[Len - 1])) {
       Len--;
     }
@@ -417,6 +428,7 @@ void UTIL_ConvertBackslashes(char* sPath) {
 }
 
 void UTIL_AddTrailingSlash(char* sPath, uint32_t BufferSize) {
+  // Bounded: of a text without a terminator nothing beyond the buffer is looked at.
   const uint32_t Len = UTIL_StrNLen(sPath, BufferSize);
   if (Len > 0 && (sPath[Len - 1] == '/' || sPath[Len - 1] == '\\')) {
     return;

@@ -8,7 +8,7 @@
 #include "util/arith.h"
 #include "util/block.h"
 
-// The length of s, at most MaxLen.
+// The length of s, at most MaxLen. A text that ends within one block needs no call.
 static inline uint32_t TextLen(const char* s, uint32_t MaxLen) {
   if (BLOCK_IsInPage(s, BLOCK_BYTES)) {
     const uint32_t Len = BLOCK_FirstFalse((BLOCK)(BLOCK_LoadText(s) != 0));
@@ -65,7 +65,7 @@ void UTIL_AppendString(char* pDest, const char* sSource, uint32_t BufferSize) {
 void UTIL_AppendStringN(char* pDest, const char* sSource, uint32_t MaxChars, uint32_t BufferSize) {
   const uint32_t DestLen = UTIL_StrNLen(pDest, BufferSize);
   if (DestLen == BufferSize) {
-    return;  // size 0, or a text longer than its buffer
+    return;  // size 0, or a text without a terminator in its buffer
   }
   const uint32_t Len = TextLen(sSource, UTIL_MinU32(MaxChars, BufferSize - 1 - DestLen));
   if (Len > 0) {
@@ -106,6 +106,8 @@ void UTIL_ReplaceChar(char* s, char Old, char New) {
 }
 
 void UTIL_ReverseBytes(void* pBuffer, uint32_t NumBytes) {
+  // Eight bytes from each end change places at a time, each reversed. Both are loaded before one is
+  // stored, and they do not overlap while sixteen bytes are left.
   uint8_t* pFirst = (uint8_t*)pBuffer;
   uint8_t* pLast  = pFirst + NumBytes;
   uint64_t Front;
@@ -137,7 +139,7 @@ void UTIL_CopyStructArray(void* pDest, uint32_t DestRecordSize, const void* pSou
     memset(pDest, 0, DestSize);
     return;
   }
-  if (SourceRecordSize == DestRecordSize) {
+  if (SourceRecordSize == DestRecordSize) {  // also in place, as memmove() allows
     memmove(pDest, pSource, DestSize);
     return;
   }

@@ -61,6 +61,8 @@ void UTIL_FormatSize(int64_t Size, char* pBuffer, uint32_t BufferSize) {
     UTIL_snprintf(pBuffer, OutSize, "%d Bytes", 0);
     return;
   }
+  // The first unit that fits is the largest. A negative size is whole in a unit like its positive
+  // one, as its low bits are zero too.
   for (const SIZE_UNIT& Unit : aSizeUnit) {
     const int64_t One  = (int64_t)1 << Unit.Shift;
     const int64_t Half = One >> 1;
@@ -69,11 +71,13 @@ void UTIL_FormatSize(int64_t Size, char* pBuffer, uint32_t BufferSize) {
       return;
     }
     if (Size >= One && (Size & (Half - 1)) == 0) {
+      // The engine has no floating point, so this is left to the C library.
       const double NumUnits = (double)(Size >> (Unit.Shift - 1)) * 0.5;
       snprintf(pBuffer, (size_t)OutSize, "%.1f %s", NumUnits, Unit.sName);
       return;
     }
   }
+  // 0 - Size in unsigned arithmetic: the smallest size has no positive counterpart.
   const uint32_t Magnitude = (uint32_t)(Size < 0 ? 0 - (uint64_t)Size : (uint64_t)Size);
   char* pEnd = UTIL_snprintf(pBuffer, OutSize, Size < 0 ? "-%u Byte" : "%u Byte", Magnitude);
   if (Size != 1 && Size != -1 && pEnd - pBuffer < OutSize - 1) {
@@ -82,6 +86,7 @@ void UTIL_FormatSize(int64_t Size, char* pBuffer, uint32_t BufferSize) {
   }
 }
 
+// Bytes in all regions of a list, in 32 bits. NULL: no regions.
 static uint32_t SumOfRegions(const MEMORY_REGION* pRegion) {
   uint32_t Sum = 0;
   if (pRegion != NULL) {
@@ -103,13 +108,13 @@ uint32_t UTIL_FormatSizeList(const MEMORY_REGION* const* papList, uint32_t NumLi
   const char* sFirstSep = "";
   for (uint32_t i = 0; i < NumLists; i++) {
     const uint32_t Sum = SumOfRegions(papList[i]);
-    char           acSize[64];
+    char           acSize[64];  // the longest text is "4294967295 Bytes"
     UTIL_FormatSize(Sum, acSize, sizeof(acSize));
     p         = UTIL_snprintf(p, (int32_t)(pEnd - p), "%s%s", sFirstSep, acSize);
     sFirstSep = " + ";
     Total += Sum;
   }
-  if (p == pBuffer) {
+  if (p == pBuffer) {  // no lists, or no room for any text
     UTIL_CopyString(pBuffer, "-", BufferSize);
     return 0;
   }
@@ -117,7 +122,8 @@ uint32_t UTIL_FormatSizeList(const MEMORY_REGION* const* papList, uint32_t NumLi
 }
 
 char* UTIL_FormatTime(uint64_t Microseconds, char* pBuffer, uint32_t BufferSize) {
-  const int32_t  OutSize = SignedSize(BufferSize);
+  const int32_t OutSize = SignedSize(BufferSize);
+  // The precision, not the width, makes leading zeros (format.h).
   const uint32_t Hours   = (uint32_t)(Microseconds / 3600000000u);
   const uint32_t Minutes = (uint32_t)(Microseconds / 60000000 % 60);
   const uint32_t Seconds = (uint32_t)(Microseconds / 1000000 % 60);
@@ -153,11 +159,13 @@ static double PowerOfTwo(int32_t Exponent) {
 }
 
 int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits) {
+  // The value is put together as a double, which holds every single exactly. Converting the bits as
+  // a float would lose subnormal numbers on a processor that flushes them to zero.
   const uint32_t IsNegative = Bits >> 31;
   const int32_t  Exponent   = (int32_t)((Bits >> 23) & 0xFF);
   const uint32_t Fraction   = Bits & 0x7FFFFF;
 
-  if (Exponent == 255 && Fraction != 0) {
+  if (Exponent == 255 && Fraction != 0) {  // the fraction's highest bit tells a quiet NaN
     UTIL_CopyString(pBuffer, (Fraction & 0x400000) != 0 ? "NaNq" : "NaNs", BufferSize);
   } else if (Exponent == 255) {
     UTIL_CopyString(pBuffer, IsNegative ? "-Infinite" : "Infinite", BufferSize);
@@ -173,10 +181,10 @@ int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits) 
 
 // How far a dump has come.
 struct DUMP {
-  char*          p;
-  const char*    pEnd;
-  const uint8_t* pData;
-  int64_t        FullLineLen;
+  char*          p;            // where the next character goes
+  const char*    pEnd;         // of the buffer
+  const uint8_t* pData;        // the next byte
+  int64_t        FullLineLen;  // with address and line end; 64 bits: three times a 32-bit number
   uint32_t       NumBytes;
   uint32_t       BytesPerLine;
   uint32_t       Addr;
@@ -201,6 +209,7 @@ static inline char* StoreDumpBytes(char* p, const uint8_t* pData, uint32_t NumBy
   return p;
 }
 
+// Stores "0x", eight digits, ": ". Returns where the bytes go.
 static inline char* StoreDumpAddr(char* p, uint32_t Addr) {
   p[0] = '0';
   p[1] = 'x';
@@ -212,7 +221,7 @@ static inline char* StoreDumpAddr(char* p, uint32_t Addr) {
 
 #if CPU_HAS_WIDE
 
-// The digits of 16 values below 16.
+// The digits of 16 values below 16: the instruction looks each value up in a table of 16 bytes.
 CPU_TARGET_AVX2 static inline __m128i HexDigits(__m128i Values) {
   const __m128i Digits =
       _mm_setr_epi8('0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'A', 'B', 'C', 'D', 'E', 'F');
@@ -220,6 +229,11 @@ CPU_TARGET_AVX2 static inline __m128i HexDigits(__m128i Values) {
 }
 
 // Stores 16 bytes as 48 characters.
+//
+// The digits are made for all bytes at once and put in order. Then three shuffles spread them over
+// three blocks, leaving a gap after each pair. First, Middle and Last say for each character of a
+// block which digit it is. Middle's digits come from both halves, so a block that spans them is cut
+// out first.
 CPU_TARGET_AVX2 static inline void StoreDump16(char* p, __m128i Bytes) {
   const char    NONE = (char)0x80;  // becomes 0, and then a blank: it is less than any digit
   const __m128i First =
@@ -241,6 +255,7 @@ CPU_TARGET_AVX2 static inline void StoreDump16(char* p, __m128i Bytes) {
   _mm_storeu_si128(pOut + 2, _mm_max_epu8(_mm_shuffle_epi8(Half1, Last), Blanks));
 }
 
+// The same text as StoreDumpAddr(). The bytes are swapped so that the highest digit comes first.
 CPU_TARGET_AVX2 static inline char* StoreDumpAddrWide(char* p, uint32_t Addr) {
   const __m128i Low4  = _mm_set1_epi8(0x0F);
   const __m128i Bytes = _mm_cvtsi32_si128((int32_t)__builtin_bswap32(Addr));
@@ -273,7 +288,9 @@ CPU_TARGET_AVX2 static inline char* StoreDumpBytesWide(char* p, const uint8_t* p
 
 #endif
 
-// Dumps full lines while each is sure to fit. One loop, compiled for each choice of instructions.
+// Dumps full lines while each is sure to fit. One loop, compiled for each choice of instructions. A
+// macro, because the attribute for AVX2 cannot depend on a template's argument. The character too
+// many that StoreBytes leaves is overwritten by the line end.
 #define DEFINE_DUMP_LINES(Name, TARGET, StoreAddr, StoreBytes)                   \
   TARGET __attribute__((noinline)) static void Name(DUMP* pDump) {               \
     const DUMP     Dump     = *pDump;                                            \
@@ -314,6 +331,7 @@ __attribute__((noinline)) static char* DumpRest(const DUMP* pDump) {
   const uint32_t LineLen = UTIL_MinU32(pDump->NumBytes, pDump->BytesPerLine);
   const uint32_t NumFit  = UTIL_MinU32(LineLen, (uint32_t)(pDump->pEnd - p) / DUMP_BYTE_LEN);
   if (NumFit > 0) {
+    // The last byte alone, as there may be no room for the character too many.
     p = StoreDumpBytes(p, pDump->pData, NumFit - 1);
     memcpy(p, DumpTable.a[pDump->pData[NumFit - 1]], DUMP_BYTE_LEN);
     p += DUMP_BYTE_LEN;
