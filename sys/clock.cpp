@@ -13,7 +13,7 @@ static uint64_t BaseMs;
 static uint64_t BaseUs;
 
 // A tick is a nanosecond on x86-64, but 125/3 nanoseconds on arm64: only the system knows the
-// ratio. The product has room: 2^64 nanoseconds times 125 are more than a hundred years of ticks.
+// ratio. The product has room for nearly two hundred years of ticks.
 static uint64_t GetNs(void) {
   mach_timebase_info_data_t Ratio;
   mach_timebase_info(&Ratio);
@@ -36,6 +36,7 @@ static void StoreTime(SYS_CALENDAR_TIME* pTime, struct tm* (*pfSplit)(const time
   if (pTime == NULL) {
     return;
   }
+  // The forms with _r use the caller's memory, so that threads do not disturb each other.
   const time_t Now = time(NULL);
   struct tm    Tm  = {};
   pfSplit(&Now, &Tm);
@@ -54,6 +55,7 @@ static uint32_t TwoDigits(const char* s) {
   return 10 * Tens + (uint32_t)(s[1] - '0');
 }
 
+// Required: the product wraps at 32 bits, and a signal ends the sleep.
 int32_t SYS_Sleep(uint32_t Milliseconds) {
   return usleep(Milliseconds * 1000);
 }
@@ -93,6 +95,8 @@ int32_t SYS_ParseBuildStamp(const char* sStamp, uint32_t* pDate, uint32_t* pTime
   if (Month == 12) {
     return -1;
   }
+  // Month at 0, day at 4, the last two digits of the year at 9; after the separator hours at 12,
+  // minutes at 15, seconds at 18.
   if (pDate != NULL) {
     *pDate = TwoDigits(sStamp + 9) * 10000 + (Month + 1) * 100 + TwoDigits(sStamp + 4);
   }

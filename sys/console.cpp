@@ -9,6 +9,8 @@
 
 static int32_t IsPrepared;  // Prepare() was called: once for the process
 
+// Makes each key arrive at once: without this a terminal hands on whole lines. It stays so, because
+// keys may be asked for again at any time.
 static void Prepare(void) {
   struct termios Settings;
   if (tcgetattr(STDIN_FILENO, &Settings) == 0) {  // fails for a pipe or a file, which have no modes

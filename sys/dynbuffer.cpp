@@ -31,7 +31,7 @@ static void FillFresh(DYNBUFFER* pBuffer, uint32_t From) {
 
 int32_t DynBufferCreate(DYNBUFFER* pBuffer, void (*pfError)(const char* sMessage), uint32_t MaxSize,
                         uint32_t InitialSize, int32_t FillByte) {
-  pBuffer->pfError = pfError;
+  pBuffer->pfError = pfError;  // first: it reports that there is no memory
   // The description is for debuggers.
   uint8_t* pData = (uint8_t*)SYS_MEM_AllocNamed(InitialSize, "DYNBUFFER: dynamic buffer");
   if (pData == NULL) {
@@ -82,7 +82,7 @@ int32_t DynBufferEnsure(DYNBUFFER* pBuffer, uint32_t Index) {
   }
   pBuffer->pData     = pData;
   pBuffer->AllocSize = NewSize;
-  FillFresh(pBuffer, OldSize);
+  FillFresh(pBuffer, OldSize);  // only what is new
   return 0;
 }
 
@@ -100,6 +100,7 @@ int32_t DynBufferWriteAt(DYNBUFFER* pBuffer, uint32_t Offset, const void* pBytes
   if (NumBytes > 0) {
     memcpy(pBuffer->pData + Offset, pBytes, NumBytes);
   }
+  // Never down: a write in the middle leaves what is after it in use.
   if (Last > pBuffer->HighestIndex) {
     pBuffer->HighestIndex = Last;
   }

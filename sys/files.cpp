@@ -12,6 +12,7 @@
 
 static const int PERMISSIONS = 0644;
 
+// A mode of this interface as flags of open().
 static int TranslateMode(uint32_t Mode) {
   int Flags = O_CLOEXEC;
   if ((Mode & SYS_FILE_WRITE) == 0) {
@@ -31,6 +32,7 @@ static int TranslateMode(uint32_t Mode) {
   return Flags;
 }
 
+// Opens a file; MoreFlags are added to those of the mode. Returns the descriptor, or -1.
 static int32_t OpenWithFlags(const char* sPath, uint32_t Mode, int MoreFlags) {
   if (sPath == NULL) {
     return -1;
@@ -64,6 +66,7 @@ static int32_t OpenRegularOnce(const char* sPath, uint32_t Mode) {
   return hFile;
 }
 
+// Calls pfOpen once and up to NumRetries times more, until it succeeds.
 static int32_t Retry(int32_t (*pfOpen)(const char*, uint32_t), const char* sPath, uint32_t Mode,
                      uint32_t NumRetries, uint32_t DelayMs) {
   int32_t hFile = pfOpen(sPath, Mode);
@@ -88,6 +91,7 @@ int32_t SYS_FILE_OpenRegular(const char* sPath, uint32_t Mode, uint32_t NumRetri
 }
 
 int32_t SYS_FILE_Exists(const char* sPath) {
+  // Opened, not looked up: whether a file can be read is decided by more than its permissions.
   const int32_t hFile = OpenWithFlags(sPath, SYS_FILE_READ, O_NONBLOCK);
   if (hFile < 0) {
     return 0;
@@ -142,6 +146,8 @@ void* SYS_FILE_MapView(int32_t hFile, uint64_t Offset, uint32_t NumBytes) {
   if (Offset > (uint64_t)INT64_MAX - NumBytes) {
     return NULL;  // file positions are signed 64 bit
   }
+  // The mapping begins on the page boundary below Offset, and the view Slack bytes above it. The
+  // other functions find that boundary again from the view's address.
   const uint32_t Slack = GetSlack(Offset);
   const int64_t  End   = (int64_t)(Offset + NumBytes);
   if (End > MeasureFile(hFile)) {

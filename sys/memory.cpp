@@ -15,6 +15,7 @@ void* SYS_MEM_Alloc(uint32_t Size) {
   return pMem;
 }
 
+// The description is for readers of the calling code; nothing stores it.
 void* SYS_MEM_AllocNamed(uint32_t Size, const char* sDescription) {
   (void)sDescription;
   return SYS_MEM_Alloc(Size);

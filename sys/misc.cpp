@@ -17,6 +17,7 @@ static int             IsSleepPrevented;
 static IOPMAssertionID SleepAssertion;
 
 int32_t SYS_GetNumProcessors(void) {
+  // The processors of this machine now, not the most that it could have. 0 if the system refuses.
   int32_t Count = 0;
   size_t  Size  = sizeof(Count);
   sysctlbyname("hw.logicalcpu", &Count, &Size, NULL, 0);

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 
+// A path that does not fit is refused and never cut: a cut path names another file or directory.
+
 #include "sys/path.h"
 
 #include <errno.h>
@@ -15,7 +17,7 @@
 
 static const uint32_t LONG_PATH_SIZE = 1024;  // Darwin's PATH_MAX
 static const uint32_t MAX_NESTING    = 128;   // calls of MakeDir inside each other
-static const mode_t   PERMISSIONS    = 0775;
+static const mode_t   PERMISSIONS    = 0775;  // of new directories, less the umask
 
 static int32_t MakeDir(char* sPath, uint32_t Nesting);
 
@@ -77,6 +79,7 @@ static int32_t MakeLinkTarget(const char* sPath, uint32_t Nesting) {
   if (!Fits(DirLength + (size_t)NumBytes, LONG_PATH_SIZE)) {
     return -1;
   }
+  // In place: the target moves up, and the directory goes before it.
   memmove(acTarget + DirLength, acTarget, (size_t)NumBytes + 1);
   memcpy(acTarget, sPath, DirLength);
   return MakeDir(acTarget, Nesting);
@@ -100,6 +103,8 @@ static int32_t MakeDir(char* sPath, uint32_t Nesting) {
   if (Nesting > MAX_NESTING) {
     return -1;
   }
+  // lstat(), because stat() of a link without a target says that nothing is there, and mkdir() then
+  // fails. Such a link gets its target made.
   struct stat Status;
   if (lstat(sPath, &Status) == 0) {
     if (S_ISLNK(Status.st_mode)) {
@@ -107,6 +112,7 @@ static int32_t MakeDir(char* sPath, uint32_t Nesting) {
     }
     return S_ISDIR(Status.st_mode) ? 0 : -1;
   }
+  // Any error but "does not exist" (no permission, a file in the path) would come again.
   if (errno != ENOENT || MakeParent(sPath, Nesting + 1) != 0) {
     return -1;
   }
@@ -121,7 +127,7 @@ int32_t SYS_PATH_MakeDir(const char* sPath) {
   if (sPath == NULL || sPath[0] == 0 || !Fits(strlen(sPath), LONG_PATH_SIZE)) {
     return -1;
   }
-  CopyBytes(acPath, sPath, LONG_PATH_SIZE);
+  CopyBytes(acPath, sPath, LONG_PATH_SIZE);  // a copy, because MakeParent() cuts it
   const size_t Length = LengthWithoutSlashes(acPath, strlen(acPath));
   if (Length == 0) {
     return 0;  // only separators: the root of the file system exists
@@ -166,6 +172,7 @@ static int IsWritableDir(const char* sDir) {
   if (hTemp < 0) {
     return 0;
   }
+  // mkstemp() made an empty file with a name that no other file had.
   SYS_FILE_Close(hTemp);
   const int32_t hFile = SYS_FILE_Open(acFile, SYS_FILE_WRITE | SYS_FILE_CREATE | SYS_FILE_TRUNCATE);
   SYS_FILE_Close(hFile);

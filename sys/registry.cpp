@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 
+// The operations on keys and values. registry_list.cpp has the attributes that a value consists of,
+// registry_store.cpp the files behind the roots.
+
 #include "sys/registry.h"
 
 #include <string.h>
@@ -38,6 +41,7 @@ static int32_t ReadComponent(const char** ps, char* pName) {
 }
 
 // 0 when everything that the path names below pElement can be written and loaded again, else -1.
+// The whole path is checked before its first key is made.
 static int32_t CheckPath(const XmlElement* pElement, const char* sPath) {
   char     acName[NAME_SIZE];
   uint32_t Depth = SYS_XML_GetDepth(pElement);
@@ -46,7 +50,7 @@ static int32_t CheckPath(const XmlElement* pElement, const char* sPath) {
       return -1;
     }
     if (acName[0] == 0) {
-      return 0;
+      return 0;  // an empty component ends the path
     }
     Depth++;
     if (Depth > SYS_XML_MAX_DEPTH || !SYS_XML_IsElementName(acName)) {
@@ -62,6 +66,7 @@ RegistryKeyHandle* SYS_REG_OpenKey(RegistryKeyHandle* hKey, const char* sPath) {
       CheckPath(Key.pElement, sPath) != 0) {
     return NULL;
   }
+  // Taken before any key is made: without memory nothing changes.
   RegistryKeyHandle* pHandle = (RegistryKeyHandle*)SYS_MEM_Alloc(sizeof(RegistryKeyHandle));
   if (pHandle == NULL) {
     return NULL;
@@ -92,6 +97,8 @@ void SYS_REG_CloseKey(RegistryKeyHandle* hKey) {
 
 namespace {
 
+// A type and the name that stands for it in the file. The length saves measuring a name that is
+// compared at each query.
 struct TYPE_ROW {
   uint32_t    Type;
   uint32_t    NameLen;
@@ -127,13 +134,15 @@ static int32_t AppendToken(const char** ps, char* pName, uint32_t Length) {
     pName[Length++] = c;
     (*ps)++;
   }
-  if (IsQuoted && **ps == '"') {
+  if (IsQuoted && **ps == '"') {  // a missing one counts as being at the end
     (*ps)++;
   }
   pName[Length] = 0;
   return (int32_t)Length;
 }
 
+// Stores the value's name without its white space: see the header for the rules. Returns its
+// length, which may be 0, or -1 when it is too long.
 static int32_t ReadName(const char* sName, char* pName) {
   UTIL_SkipWhite(&sName);
   int32_t Length = AppendToken(&sName, pName, 0);
@@ -144,7 +153,7 @@ static int32_t ReadName(const char* sName, char* pName) {
   return Length;
 }
 
-static const int32_t GO_ON = -1;
+static const int32_t GO_ON = -1;  // not one of the results, which are 0 or more
 
 // Prepares an operation on a value. Returns GO_ON, or the operation's result.
 static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, REGISTRY_VALUE* pValue) {
@@ -153,7 +162,7 @@ static int32_t Begin(const RegistryKeyHandle* hKey, const char* sName, REGISTRY_
   }
   const int32_t Length = ReadName(sName, pValue->acName);
   if (Length <= 0) {
-    return Length < 0 ? SYS_REG_FAILED : SYS_REG_OK;
+    return Length < 0 ? SYS_REG_FAILED : SYS_REG_OK;  // required: no name is a success
   }
   pValue->NameLen = (uint32_t)Length;
   SYS_REGLIST_SetTypeName(pValue);
@@ -171,6 +180,7 @@ static const char* GetTypeName(uint32_t Type) {
   return pRow->sName;
 }
 
+// Sets the text first, then its type: a value without a type does not exist for a query.
 static int32_t SetText(const REGISTRY_VALUE* pValue, const char* sTypeName, const char* sText) {
   const RegistryKeyHandle* pKey = &pValue->Key;
   const int32_t Result = SYS_XML_SetAttr(pKey->pDoc, pKey->pElement, pValue->acName, sText);
@@ -188,6 +198,7 @@ static int32_t SetNumber(const REGISTRY_VALUE* pValue, const char* sTypeName, ui
   if (Size > 0) {
     memcpy(&Number, pData, UTIL_MinU32(Size, NumBytes));
   }
+  // Leading zeros come from the precision; 64 bits are two halves, the high one first.
   if (NumBytes == sizeof(uint32_t)) {
     UTIL_snprintf(acText, (int32_t)sizeof(acText), "0x%.8X", (uint32_t)Number);
   } else {
@@ -221,8 +232,10 @@ static int IsGoodData(uint32_t Type, const void* pData, uint32_t Size) {
   }
 }
 
+// Sets a value whose data was checked. Returns a result of the XML document.
 static int32_t SetData(const REGISTRY_VALUE* pValue, uint32_t Type, const void* pData,
                        uint32_t Size) {
+  // Asked before the change: every attribute that is added or removed makes it unknown.
   const char* sTypeName = GetTypeName(Type);
   uint32_t    WasTidy   = SYS_REGLIST_IsKnownTidy(pValue);
   int32_t     Result;
@@ -253,6 +266,8 @@ uint32_t SYS_REG_SetValue(RegistryKeyHandle* hKey, const char* sName, uint32_t T
 
 // ---- Querying -----------------------------------------------------------------------------------
 
+// Stores the type of a value. NOT_FOUND: the value has no type, so it does not exist. FAILED: the
+// file has another text there.
 static uint32_t QueryType(const REGISTRY_VALUE* pValue, uint32_t* pType) {
   const XmlAttribute* pAttr = SYS_REGLIST_FindType(pValue);
   if (pAttr == NULL) {
@@ -268,6 +283,8 @@ static uint32_t QueryType(const REGISTRY_VALUE* pValue, uint32_t* pType) {
   return SYS_REG_FAILED;
 }
 
+// Copies a text. Required: one that just fits without its terminator is a success, though it loses
+// its last character.
 static uint32_t QueryText(const XmlAttribute* pAttr, char* pData, uint32_t* pSize) {
   const uint32_t Capacity = *pSize;
   *pSize                  = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData, Capacity);
@@ -302,7 +319,7 @@ static uint32_t QueryList(const REGISTRY_VALUE* pValue, const XmlAttribute* pAtt
     const uint32_t Room   = UTIL_MinU32(Remaining, Capacity - Pos);
     const uint32_t Length = (uint32_t)SYS_XML_CopyAttrValue(pAttr, pData + Pos, Room);
     Remaining -= UTIL_MinU32(Length, Remaining);
-    if (Remaining > 0) {
+    if (Remaining > 0) {  // the next string goes after this one's terminator; else nothing fits
       Pos += UTIL_MinU32(Length + 1, Room);
     }
     Total += Length;
@@ -329,6 +346,8 @@ uint32_t SYS_REG_QueryValue(RegistryKeyHandle* hKey, const char* sName, uint32_t
   if (Result != GO_ON) {
     return (uint32_t)Result;
   }
+  // Text before type: an index finds an attribute fastest when it follows the one found last, and
+  // that is how they are stored.
   const XmlAttribute* pAttr      = SYS_REGLIST_FindText(&Value);
   const uint32_t      TypeResult = QueryType(&Value, &Type);
   if (TypeResult != SYS_REG_NOT_FOUND && pType != NULL) {

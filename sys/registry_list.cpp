@@ -9,6 +9,7 @@
 #include "util/scan.h"
 #include "util/string.h"
 
+// These endings, and an index without leading zeros after the second one, are the file's format.
 static const char     TypeSuffix[]      = "_OSTRELRegType";
 static const char     StringSuffix[]    = "_OSTRELRegMltStr";
 static const uint32_t TYPE_SUFFIX_LEN   = sizeof(TypeSuffix) - 1;
@@ -46,8 +47,10 @@ void SYS_REGLIST_Start(REGISTRY_STRINGS* pStrings, const REGISTRY_VALUE* pValue)
 }
 
 // Puts the index after the prefix. Returns the length of the whole name.
+//
+// Not by the formatting engine: a list may have half a million strings, and each needs its name.
 static uint32_t SetIndex(REGISTRY_STRINGS* pStrings, uint32_t Index) {
-  char     acDigit[10];
+  char     acDigit[10];  // the last digit first
   uint32_t NumDigits = 0;
   for (; Index > 0; Index /= 10) {
     acDigit[NumDigits++] = (char)('0' + Index % 10);
@@ -102,12 +105,13 @@ static uint32_t SplitStringName(const char* pName, uint32_t NameLen, uint32_t* p
     NumDigits++;
   }
   const uint32_t PrefixLen = NameLen - NumDigits;
+  // The prefix must be longer than the ending: a name that is nothing else belongs to no value.
   if (NumDigits == 0 || NumDigits > MAX_INDEX_DIGITS || pName[PrefixLen] == '0' ||
       PrefixLen <= STRING_SUFFIX_LEN ||
       memcmp(pName + PrefixLen - STRING_SUFFIX_LEN, StringSuffix, STRING_SUFFIX_LEN) != 0) {
     return 0;
   }
-  UTIL_ParseU32(pName + PrefixLen, pIndex);
+  UTIL_ParseU32(pName + PrefixLen, pIndex);  // the name ends after the digits
   return PrefixLen - STRING_SUFFIX_LEN;
 }
 
@@ -118,6 +122,7 @@ static int FollowsString(const RegistryKeyHandle* pKey, const XmlAttribute* pAtt
   if (NameLen == 0 || NameLen >= SYS_REG_NAME_SIZE || Index == 1) {
     return 1;  // the names of values are shorter
   }
+  // The value whose list this would be, as far as a search for its strings needs it.
   REGISTRY_VALUE   Value;
   REGISTRY_STRINGS Strings;
   Value.Key     = *pKey;
@@ -135,6 +140,8 @@ static uint32_t IsTidy(const REGISTRY_VALUE* pValue) {
   if (pIndex == NULL || !pIndex->Attrs.IsBuilt) {
     return 0;
   }
+  // One walk over all attributes, whose result is remembered until an attribute comes or goes. When
+  // each string has the one before it, no list has a gap.
   if (!pIndex->IsTidy && !pIndex->Attrs.HasTwice) {
     const XmlAttribute* pAttr = pValue->Key.pElement->pFirstAttr;
     while (pAttr != NULL && FollowsString(&pValue->Key, pAttr)) {
@@ -178,14 +185,14 @@ static void ClearAnywhere(const REGISTRY_VALUE* pValue) {
   XmlElement*   pElement = pValue->Key.pElement;
   XmlAttribute* pNext;
   for (XmlAttribute* pAttr = pElement->pFirstAttr; pAttr != NULL; pAttr = pNext) {
-    pNext = pAttr->pNext;
+    pNext = pAttr->pNext;  // read first: dropping ends the attribute
     if (IsEntryOf(pValue, pAttr)) {
       SYS_XML_DropAttr(pValue->Key.pDoc, pElement, pAttr);
     }
   }
 }
 
-// Returns 0 when there is nothing to drop.
+// Drops an attribute, which may be NULL. Returns 0 when there is nothing to drop.
 static int Drop(const REGISTRY_VALUE* pValue, XmlAttribute* pAttr) {
   if (pAttr == NULL) {
     return 0;
@@ -195,6 +202,8 @@ static int Drop(const REGISTRY_VALUE* pValue, XmlAttribute* pAttr) {
 }
 
 void SYS_REGLIST_Remove(const REGISTRY_VALUE* pValue, int32_t IsList) {
+  // In the order in which a list is stored, so that each search finds its attribute next to the
+  // last.
   Drop(pValue, SYS_REGLIST_FindText(pValue));
   if (IsList) {
     REGISTRY_STRINGS Strings;

@@ -43,15 +43,15 @@ static const char EmptyStore[] = "<Registry>\r\n</Registry>";
 static const uint32_t OPEN_RETRIES  = 3;
 static const uint32_t OPEN_DELAY_MS = 5;
 
-// Stores the path of a root's file in a buffer of SYS_PATH_SIZE bytes. The directory is made when
-// it is missing. 0, or -1 when that fails or the path does not fit.
+// Stores the path of a root's file (Slot: 0 to NUM_SLOTS - 1) in a buffer of SYS_PATH_SIZE bytes.
+// The directory is made when it is missing. 0, or -1 when that fails or the path does not fit.
 static int32_t BuildFilePath(uint32_t Slot, char* pPath) {
   if (SYS_PATH_GetAppSupportDir(pPath, SYS_PATH_SIZE) != 0) {
     return -1;
   }
   UTIL_AddTrailingSlash(pPath, SYS_PATH_SIZE);
   if (strlen(pPath) + strlen(asFileName[Slot]) >= SYS_PATH_SIZE) {
-    return -1;
+    return -1;  // cut, it would name another file
   }
   UTIL_AppendString(pPath, asFileName[Slot], SYS_PATH_SIZE);
   UTIL_ConvertBackslashes(pPath);
@@ -73,8 +73,10 @@ static int32_t MakeValidStore(const char* sPath, int32_t LoadError) {
   if (hFile < 0) {
     return -1;
   }
+  // Only an empty file is written to: one that could not be read keeps its text. Whether the write
+  // worked shows when the file is loaded again.
   if (SYS_FILE_Seek(hFile, 0, SEEK_END) == 0) {
-    SYS_FILE_Write(hFile, EmptyStore, (uint32_t)strlen(EmptyStore));  // loading it tells the rest
+    SYS_FILE_Write(hFile, EmptyStore, (uint32_t)strlen(EmptyStore));
   }
   SYS_FILE_Close(hFile);
   return 0;
@@ -83,6 +85,7 @@ static int32_t MakeValidStore(const char* sPath, int32_t LoadError) {
 // The document's text in a buffer that the caller frees, its length in *pLength. NULL without
 // memory and when the text is too long to be written.
 static char* AllocText(const XmlDocument* pDoc, uint32_t* pLength) {
+  // For the longest text that is written. Without memory StoreDoc() gets NULL and fails.
   char*         pText  = (char*)SYS_MEM_Alloc(SYS_XML_MAX_TEXT);
   const int32_t Length = SYS_XML_StoreDoc(pDoc, pText, SYS_XML_MAX_TEXT);
   if (Length < 0) {
@@ -93,17 +96,20 @@ static char* AllocText(const XmlDocument* pDoc, uint32_t* pLength) {
   return pText;
 }
 
-// Without a snapshot the root counts as changed.
+// Keeps the document's text as it is now, in as much memory as it needs. Without a snapshot the
+// root counts as changed.
 static void TakeSnapshot(RegistryRootSlot* pSlot) {
   char* pText = AllocText(pSlot->pDoc, &pSlot->SnapshotLen);
   if (pText != NULL) {
     pSlot->pSnapshot = (char*)SYS_MEM_Realloc(pText, pSlot->SnapshotLen);
-    if (pSlot->pSnapshot == NULL) {
+    if (pSlot->pSnapshot == NULL) {  // realloc() left the old block
       SYS_MEM_Free(pText);
     }
   }
 }
 
+// Loads a root's document. If that fails, makes the file a valid empty store and tries once more.
+// Returns 0, or -1.
 static int32_t LoadRoot(RegistryRootSlot* pSlot, const char* sPath) {
   int32_t Error;
   pSlot->pDoc = SYS_XML_LoadDoc(sPath, &Error);
@@ -121,6 +127,7 @@ int32_t SYS_REGSTORE_IsRoot(const RegistryKeyHandle* hKey) {
   return (uintptr_t)hKey >= FIRST_ROOT && (uintptr_t)hKey <= LAST_ROOT;
 }
 
+// Non-zero while HOME is what it was when the directory was last looked for.
 static int IsHomeKnown(void) {
   const char* sHome = getenv("HOME");
   return sHome != NULL && sHome[0] != 0 && strcmp(sHome, acKnownHome) == 0;
@@ -145,7 +152,7 @@ int32_t SYS_REGSTORE_Resolve(const RegistryKeyHandle* hKey, RegistryKeyHandle* p
     return -1;
   }
   if (!SYS_REGSTORE_IsRoot(hKey)) {
-    *pKey = *hKey;
+    *pKey = *hKey;  // an open key; only a root's value is not an address
     return 0;
   }
   const uint32_t Slot = (uint32_t)((uintptr_t)hKey - FIRST_ROOT);
@@ -162,6 +169,8 @@ static int IsUnchanged(const RegistryRootSlot* pSlot, const char* pText, uint32_
          memcmp(pSlot->pSnapshot, pText, Length) == 0;
 }
 
+// Errors are not reported: required. The file is emptied as it is opened, so a failed write loses
+// it.
 static void WriteRoot(uint32_t Slot, const char* pText, uint32_t Length) {
   char acPath[SYS_PATH_SIZE];
   if (BuildFilePath(Slot, acPath) != 0) {
@@ -180,6 +189,7 @@ void SYS_REG_Flush(void) {
     if (pSlot->pDoc == NULL) {
       continue;
     }
+    // The whole text is compared: values that were changed and changed back are no change.
     uint32_t Length;
     char*    pText = AllocText(pSlot->pDoc, &Length);
     if (pText != NULL && !IsUnchanged(pSlot, pText, Length)) {

@@ -22,6 +22,8 @@ struct SYS_SERIAL_PORT {
 
 enum { CALLOUT_PATH_SIZE = 512, DEVICE_PATH_SIZE = 128 };
 
+// A line has two devices on macOS: opening tty.* waits for a carrier, opening cu.*, the call-out
+// device, does not.
 static const char UsbCalloutPrefix[] = "/dev/cu.usb";
 
 // Stores the path of a service's call-out device. Returns 0 when it has none or the path does not
@@ -38,6 +40,7 @@ static int GetCalloutPath(io_object_t hService, char* pPath) {
   return HasPath;
 }
 
+// Stores the names of up to Capacity ports. Returns how many there are, which may be more.
 static uint32_t ListUsbPorts(io_iterator_t hIterator, SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
   uint32_t NumFound = 0;
   char     acPath[CALLOUT_PATH_SIZE];
@@ -60,6 +63,7 @@ static uint32_t ListUsbPorts(io_iterator_t hIterator, SYS_SERIAL_NAME* paNames, 
 
 // The search finds serial lines of every kind; ListUsbPorts selects by the path.
 uint32_t SYS_SERIAL_Enumerate(SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
+  // Results other than the dictionary are objects of the kernel: each one received is released.
   CFMutableDictionaryRef pMatching = IOServiceMatching(kIOSerialBSDServiceValue);
   if (pMatching == NULL) {
     return 0;
@@ -79,7 +83,7 @@ uint32_t SYS_SERIAL_Enumerate(SYS_SERIAL_NAME* paNames, uint32_t Capacity) {
 // Sets the line to raw, 8 data bits, no parity, 1 stop bit. Unsupported settings are ignored.
 static void SetUpLine(int32_t hPort) {
   struct termios Line = {};
-  tcgetattr(hPort, &Line);
+  tcgetattr(hPort, &Line);  // if it fails, the zeros are changed in its place
   Line.c_iflag     = (Line.c_iflag & ~INPUT_CLEARED) | INPUT_SET;
   Line.c_oflag     = Line.c_oflag & OUTPUT_KEPT;
   Line.c_cflag     = (Line.c_cflag & ~CONTROL_CLEARED) | CONTROL_SET;
@@ -113,7 +117,7 @@ SYS_SERIAL_PORT* SYS_SERIAL_Open(const char* sName, uint32_t BaudRate) {
     close(hPort);
     return NULL;
   }
-  tcflush(hPort, TCIOFLUSH);
+  tcflush(hPort, TCIOFLUSH);  // what came in at another speed is rubbish
   SYS_SERIAL_PORT* pPort = (SYS_SERIAL_PORT*)SYS_MEM_Alloc(sizeof(SYS_SERIAL_PORT));
   if (pPort == NULL) {
     close(hPort);
@@ -123,6 +127,7 @@ SYS_SERIAL_PORT* SYS_SERIAL_Open(const char* sName, uint32_t BaudRate) {
   return pPort;
 }
 
+// This request takes any rate. The terminal attributes are made for the traditional ones.
 int32_t SYS_SERIAL_SetSpeed(int32_t hPort, uint32_t BaudRate) {
   return ioctl(hPort, SPEED_REQUEST, &BaudRate);
 }
@@ -133,8 +138,9 @@ int32_t SYS_SERIAL_GetDescriptor(const SYS_SERIAL_PORT* pPort) {
 
 int32_t SYS_SERIAL_Read(SYS_SERIAL_PORT* pPort, void* pBuffer, uint32_t NumBytes,
                         uint32_t Timeout) {
+  // The wait is done here: a read alone ends after a tenth of a second (VTIME) whatever Timeout is.
   const int32_t NumReady = SYS_WAIT_Readable(pPort->hPort, SYS_WAIT_SplitMs(Timeout));
-  if (NumReady < 1) {
+  if (NumReady < 1) {  // 0: the time is over; -1: an error
     return NumReady;
   }
   return (int32_t)read(pPort->hPort, pBuffer, NumBytes);

@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: MIT
 
+// Mostly one call of the system for each function. Where a call has an odd side, the reason for
+// going around it is at that place. IPv4 addresses and ports change their byte order here and
+// nowhere else.
+
 #include "sys/sockets.h"
 
 #include <errno.h>
@@ -15,9 +19,12 @@
 #include "sys/clock.h"
 #include "sys/wait_ready.h"
 
-static const uint32_t CONNECT_POLL_US  = 10000;  // one wait for a pending connect
-static const uint32_t ERROR_PAUSE_MS   = 10;     // after a wait that failed
-static const uint64_t RETRY_SPACING_US = 9001;   // between the starts of two refused attempts
+static const uint32_t CONNECT_POLL_US = 10000;  // one wait for a pending connect
+static const uint32_t ERROR_PAUSE_MS  = 10;     // after a wait that failed
+
+// Between the starts of two refused attempts. The pause that is left of it is cut to whole
+// milliseconds; with the attempts themselves and the sleep's own delay that gives about 10 ms.
+static const uint64_t RETRY_SPACING_US = 9001;
 
 namespace {
 
@@ -74,9 +81,11 @@ static int32_t WithStreamOptions(int hSocket) {
   return hSocket;
 }
 
+// Lets an IPv6 socket reach IPv4 peers too, if DualStack asks for it. Returns hSocket, which may be
+// -1.
 static int32_t WithDualStack(int hSocket, int32_t DualStack) {
   if (hSocket >= 0 && DualStack != 0) {
-    SetFlag(hSocket, IPPROTO_IPV6, IPV6_V6ONLY, 0);
+    SetFlag(hSocket, IPPROTO_IPV6, IPV6_V6ONLY, 0);  // the default is a setting of the system
   }
   return hSocket;
 }
@@ -101,6 +110,7 @@ int32_t SYS_SOCKET_Close(int32_t hSocket) {
   return close(hSocket);
 }
 
+// The values of How belong to this interface and are translated; an unknown one reaches no call.
 void SYS_SOCKET_Shutdown(int32_t hSocket, int32_t How) {
   switch (How) {
     case SYS_SHUTDOWN_RECEIVE:
@@ -129,6 +139,7 @@ int32_t SYS_TCP_ListenIPv4(int32_t hSocket, uint32_t Addr, uint16_t Port, int32_
 }
 
 int32_t SYS_TCP_ListenIPv6(int32_t hSocket, const uint8_t* pAddr, uint16_t Port, int32_t Backlog) {
+  // Required: without SO_REUSEADDR, unlike the IPv4 form.
   const struct sockaddr_in6 SockAddr = MakeAddrIPv6(pAddr, Port);
   if (bind(hSocket, (const struct sockaddr*)&SockAddr, sizeof(SockAddr)) != 0) {
     return -1;
@@ -193,7 +204,7 @@ static void StartAttempt(ATTEMPT* pAttempt, uint32_t Addr, uint16_t Port) {
   }
   if (!SYS_WAIT_IsSelectable(pAttempt->hSocket)) {
     close(pAttempt->hSocket);
-    errno           = EMFILE;
+    errno           = EMFILE;  // for the caller: the process has too many descriptors open
     pAttempt->State = ATTEMPT_IMPOSSIBLE;
     return;
   }
@@ -244,6 +255,8 @@ int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
     if (Attempt.State == ATTEMPT_REFUSED) {
       EndRefused(&Attempt);
     }
+    // Only after an attempt: a Timeout of 0 makes one too. An abort is asked for first, so that the
+    // caller's reason wins when both apply.
     if (pfIsAborted != NULL && pfIsAborted() != 0) {
       Result = SYS_TCP_ERR_ABORTED;
     } else if (SYS_TIME_GetMs() - Start > Timeout) {
@@ -257,6 +270,7 @@ int32_t SYS_TCP_ConnectTimeout(uint32_t Addr, uint16_t Port, uint32_t Timeout,
 }
 
 int32_t SYS_SOCKET_Send(int32_t hSocket, const void* pData, uint32_t NumBytes) {
+  // Required: errors other than EAGAIN are not told apart.
   const ssize_t NumSent = send(hSocket, pData, NumBytes, 0);
   if (NumSent < 0) {
     return errno == EAGAIN ? SYS_SOCKET_ERR_WOULD_BLOCK : SYS_SOCKET_ERR_OTHER;
@@ -299,7 +313,7 @@ int32_t SYS_SOCKET_ReceiveExactly(int32_t hSocket, void* pBuffer, uint32_t NumBy
 }
 
 int32_t SYS_SOCKET_IsDataPending(int32_t hSocket) {
-  int NumBytes = 0;
+  int NumBytes = 0;  // FIONREAD stores an int
   return ioctl(hSocket, FIONREAD, &NumBytes) == 0 && NumBytes > 0;
 }
 
@@ -331,6 +345,8 @@ int32_t SYS_SOCKET_SetNonBlocking(int32_t hSocket) {
   return SetIoctl(hSocket, FIONBIO, 1);
 }
 
+// By SO_LINGER_SEC: SO_LINGER counts in ticks of 10 ms on macOS. An error is not reported:
+// required.
 static int32_t SetLingerOption(int hSocket, int OnOff, uint32_t Seconds) {
   const struct linger Linger = {OnOff, (int)Seconds};
   setsockopt(hSocket, SOL_SOCKET, SO_LINGER_SEC, &Linger, sizeof(Linger));
@@ -352,6 +368,7 @@ int32_t SYS_SOCKET_SetNoLinger(int32_t hSocket) {
 int32_t SYS_SOCKET_SetTimeouts(int32_t hSocket, uint32_t SendTimeout, uint32_t ReceiveTimeout) {
   const struct timeval Send    = SYS_WAIT_SplitMs(SendTimeout);
   const struct timeval Receive = SYS_WAIT_SplitMs(ReceiveTimeout);
+  // Required: the result is that of the second call alone, which is made in any case.
   setsockopt(hSocket, SOL_SOCKET, SO_SNDTIMEO, &Send, sizeof(Send));
   return setsockopt(hSocket, SOL_SOCKET, SO_RCVTIMEO, &Receive, sizeof(Receive));
 }
@@ -383,7 +400,7 @@ static int32_t Resolve(const char* sName, int Family, int Flags, void* pSockAddr
   struct addrinfo  Hints    = {};
   struct addrinfo* pResults = NULL;
   Hints.ai_family           = Family;
-  Hints.ai_socktype         = SOCK_STREAM;
+  Hints.ai_socktype         = SOCK_STREAM;  // without it each address comes once per kind of socket
   Hints.ai_flags            = Flags;
   if (getaddrinfo(sName, NULL, &Hints, &pResults) != 0) {
     return -1;
@@ -413,6 +430,7 @@ int32_t SYS_NET_ResolveIPv6(const char* sName, int32_t AllowMapped, uint8_t* pAd
   return 0;
 }
 
+// getnameinfo() has error numbers of its own, some of them positive; here each of them is -1.
 static int32_t GetName(const void* pSockAddr, socklen_t Size, char* pHost, uint32_t HostSize,
                        char* pService, uint32_t ServiceSize) {
   return getnameinfo((const struct sockaddr*)pSockAddr, Size, pHost, HostSize, pService,

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 
+// Darwin has neither timed locks of mutexes nor unnamed semaphores. So a lock with a time-out
+// polls, and an event is a mutex, a condition and a flag.
+
 #include "sys/thread.h"
 
 #include <errno.h>
@@ -47,6 +50,7 @@ static int IsPast(const struct timeval* pDeadline) {
   return gettimeofday(&Now, NULL) != 0 || timercmp(&Now, pDeadline, >);
 }
 
+// Makes a recursive mutex. Returns 0, or -1 with nothing left behind. The caller destroys both.
 static int32_t InitRecursive(pthread_mutex_t* pMutex, pthread_mutexattr_t* pAttr) {
   if (pthread_mutexattr_init(pAttr) != 0) {
     return -1;
@@ -102,7 +106,7 @@ SYS_MUTEX* SYS_MUTEX_Create(const char* sName) {
 void SYS_MUTEX_Destroy(SYS_MUTEX** ppMutex) {
   SYS_MUTEX* pMutex = *ppMutex;
   if (IsMutex(pMutex)) {
-    pMutex->InUse = 0;
+    pMutex->InUse = 0;  // first: a call that comes too late finds a bad handle
     pthread_mutex_destroy(&pMutex->Mutex);
     pthread_mutexattr_destroy(&pMutex->Attr);
     *ppMutex = NULL;
@@ -179,7 +183,7 @@ static int WaitSignalled(SYS_EVENT* pEvent, uint32_t Timeout) {
       // Taken again at each pass: a wake-up without a signal lengthens the wait, and callers rely
       // on a wait never being shorter than its time-out.
       const struct timeval  Deadline = GetDeadline(Timeout);
-      const struct timespec Until    = {Deadline.tv_sec, Deadline.tv_usec * 1000};
+      const struct timespec Until    = {Deadline.tv_sec, Deadline.tv_usec * 1000};  // in ns
       Result = pthread_cond_timedwait(&pEvent->Cond, &pEvent->Mutex, &Until);
     }
   }
@@ -196,6 +200,7 @@ int32_t SYS_EVENT_Wait(SYS_EVENT* pEvent, uint32_t Timeout) {
   if (!IsEvent(pEvent) || pthread_mutex_lock(&pEvent->Mutex) != 0) {
     return -1;
   }
+  // The two macros may open and close a block, so Result is declared before them.
   int Result;
   pthread_cleanup_push(UnlockCancelled, &pEvent->Mutex);
   Result = WaitSignalled(pEvent, Timeout);
@@ -273,7 +278,7 @@ int32_t SYS_THREAD_Cancel(pthread_t Id) {
 // Threads are detached, so their results are gone. Callers expect "still running".
 int32_t SYS_THREAD_GetExitCode(pthread_t, uint32_t* pCode) {
   *pCode = STILL_RUNNING;
-  return 1;
+  return 1;  // here 1 is success
 }
 
 pthread_t SYS_THREAD_GetCurrentId(void) {

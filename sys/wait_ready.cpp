@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 
+// select() and not poll(), which by macOS's manual does not support devices, and serial lines are
+// devices. The price is that descriptors from FD_SETSIZE on cannot be waited for.
+
 #include "sys/wait_ready.h"
 
 #include <errno.h>
@@ -28,6 +31,8 @@ static int32_t MakeSet(int32_t hFile, fd_set* pSet) {
   FD_SET(hFile, pSet);
   return 0;
 }
+
+// A copy of the time-out is passed, because Linux changes it during the call.
 
 int32_t SYS_WAIT_Readable(int32_t hFile, struct timeval Timeout) {
   fd_set Set;

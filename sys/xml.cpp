@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 
+// Nodes and their texts are pieces of the document's arena: freeing a document frees a few chunks.
+// Elements are never freed one by one; attributes are, as a store changes its values all the time.
+
 #include "sys/xml.h"
 
 #include <string.h>
@@ -24,6 +27,7 @@ static uint32_t RoundUp(uint32_t NumBytes) {
   return (NumBytes + ALIGNMENT - 1) & ~(ALIGNMENT - 1);
 }
 
+// Copies Length characters and terminates.
 static void CopyText(char* sCopy, const char* pText, uint32_t Length) {
   memcpy(sCopy, pText, Length);
   sCopy[Length] = 0;
@@ -69,6 +73,7 @@ XmlElement* SYS_XML_AddElement(XmlDocument* pDoc, XmlElement* pParent, XmlElemen
 
 static const uint32_t LARGEST_PIECE = 48u << 26;
 
+// Classes 1, 2, 3, 4, ... are 64, 96, 128, 192, ... bytes; class 0 stands for no piece.
 static uint32_t GetPieceSize(uint32_t Class) {
   return (Class % 2 != 0 ? 64u : 48u) << (Class / 2);
 }
@@ -78,6 +83,8 @@ static uint32_t GetPieceClass(uint32_t NumBytes) {
   if (NumBytes <= GetPieceSize(1)) {
     return 1;
   }
+  // Two classes for each power of 2; the bit below the highest one chooses. NumBytes - 1, so that a
+  // piece of exactly a class's size belongs to that class.
   const uint32_t Power = 31 - (uint32_t)__builtin_clz(NumBytes - 1);  // 6 or more
   return 2 * (Power - 5) + ((NumBytes - 1) >> (Power - 1) & 1);
 }
@@ -97,6 +104,8 @@ static void* AllocPiece(XmlDocument* pDoc, uint64_t NumBytes, uint16_t* pClass) 
   return pMem;
 }
 
+// Puts a piece at the beginning of its class's chain: its first bytes hold the address of the next
+// one. By memcpy(), because the memory held something of another type.
 static void FreePiece(XmlDocument* pDoc, void* pMem, uint32_t Class) {
   if (Class != 0) {
     memcpy(pMem, &pDoc->apFree[Class], sizeof(pMem));
@@ -125,12 +134,15 @@ XmlAttribute* SYS_XML_AddAttr(XmlDocument* pDoc, XmlElement* pElement, const cha
   pAttr->ValueClass = 0;
   CopyText(pAttr->sName, pName, NameLen);
   CopyText(pAttr->sValue, pValue, ValueLen);
+  // Linked first, as sys/xml_index.h asks for.
   SYS_XML_LinkAttr(pAttr, pElement, SYS_XML_GetLastAttr(pDoc, pElement));
   SYS_XML_IndexNewAttr(pDoc, pElement, pAttr);
   return pAttr;
 }
 
 void SYS_XML_DropAttr(XmlDocument* pDoc, XmlElement* pElement, XmlAttribute* pAttr) {
+  // The index still needs the name, so the memory goes last. Classes of 0 (a value inside its
+  // record, a record that the loader made) free nothing.
   SYS_XML_UnlinkAttr(pElement, pAttr);
   FreePiece(pDoc, pAttr->sValue, pAttr->ValueClass);
   FreePiece(pDoc, pAttr, pAttr->PieceClass);
@@ -153,7 +165,7 @@ static int32_t ReplaceValue(XmlDocument* pDoc, XmlAttribute* pAttr, const char* 
   if (sCopy == NULL) {
     return SYS_XML_ERR_MEMORY;
   }
-  CopyText(sCopy, pValue, ValueLen);
+  CopyText(sCopy, pValue, ValueLen);  // before the old value goes: the new one may be part of it
   FreePiece(pDoc, pAttr->sValue, pAttr->ValueClass);
   pAttr->sValue     = sCopy;
   pAttr->ValueLen   = ValueLen;
@@ -248,6 +260,7 @@ XmlElement* SYS_XML_AppendSibling(XmlDocument* pDoc, XmlElement* pElement, const
   if (NameLen == 0) {
     return NULL;
   }
+  // The root has no parent that could know its last child; its siblings are walked.
   XmlElement* pLast = pElement;
   if (pElement->pParent != NULL) {
     pLast = SYS_XML_GetLastChild(pDoc, pElement->pParent);
@@ -314,7 +327,7 @@ int32_t SYS_XML_RemoveAttr(XmlElement* pElement, const char* sName) {
   if (pAttr == NULL) {
     return SYS_XML_NOT_FOUND;
   }
-  SYS_XML_UnlinkAttr(pElement, pAttr);
+  SYS_XML_UnlinkAttr(pElement, pAttr);  // without the document its memory cannot be used again
   return SYS_XML_OK;
 }
 
@@ -328,6 +341,8 @@ int32_t SYS_XML_CopyAttrValue(const XmlAttribute* pAttr, char* pBuffer, uint32_t
 
 // ---- Names --------------------------------------------------------------------------------------
 
+// 32 characters in a row. The second row has '!', '-' and the digits, the third one upper case and
+// '_', the fourth one lower case.
 const uint8_t SYS_XML_aIsNameChar[256] = {
     0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
     0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0,
@@ -348,7 +363,7 @@ int32_t SYS_XML_IsDocType(const char* s) {
 }
 
 void SYS_XML_SanitizeName(char* sName) {
-  if (sName[0] == '-') {
+  if (sName[0] == '-') {  // allowed elsewhere in a name
     sName[0] = '_';
   }
   for (char* s = sName; *s != 0; s++) {
@@ -366,6 +381,7 @@ int32_t SYS_XML_IsAttrName(const char* sName) {
   return *s == 0 && s != sName;
 }
 
+// After "<" two beginnings mean something else to the loader.
 int32_t SYS_XML_IsElementName(const char* sName) {
   return SYS_XML_IsAttrName(sName) && !SYS_XML_IsComment(sName) && !SYS_XML_IsDocType(sName);
 }

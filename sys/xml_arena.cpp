@@ -12,9 +12,10 @@ static const uint32_t CHUNK_SIZE = 0x400000;
 static const uint32_t FIRST_POWER = 9;
 static const uint32_t NUM_SMALL   = (1u << FIRST_POWER) / 8;
 
+// Makes a chunk with room for Capacity bytes. NULL without memory.
 static XmlArena* CreateChunk(uint32_t Capacity) {
   const uint32_t Overhead = (uint32_t)sizeof(XmlArena) + SYS_XML_CHUNK_SLACK;
-  if (Capacity > UINT32_MAX - Overhead) {
+  if (Capacity > UINT32_MAX - Overhead) {  // sizes of blocks are 32 bits
     return NULL;
   }
   XmlArena* pChunk = (XmlArena*)SYS_MEM_Alloc(Overhead + Capacity);
@@ -31,6 +32,7 @@ static uint32_t GetRoom(const XmlArena* pChunk) {
   return pChunk->Capacity - pChunk->Used;
 }
 
+// There is room: the caller has made sure.
 static void* TakeFromChunk(XmlArena* pChunk, uint32_t NumBytes) {
   void* pMem = pChunk->pData + pChunk->Used;
   pChunk->Used += NumBytes;
@@ -82,6 +84,7 @@ XmlArena* SYS_XML_CreateArena(void) {
   XmlArena* pArena = CreateChunk(CHUNK_SIZE);
   if (pArena != NULL) {
     pArena->pLast = pArena;
+    // Every class begins its search at the first chunk.
     for (XmlArena*& pOpen : pArena->apOpen) {
       pOpen = pArena;
     }
@@ -90,6 +93,7 @@ XmlArena* SYS_XML_CreateArena(void) {
 }
 
 void* SYS_XML_AllocFromArena(XmlArena* pArena, uint32_t NumBytes) {
+  // A large piece gets a chunk that it fills, and no class ever looks for room for one.
   if (NumBytes >= CHUNK_SIZE) {
     return TakeFromNewChunk(pArena, NumBytes, NumBytes);
   }

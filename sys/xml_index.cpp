@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: MIT
 
+// A hash table with open addressing: an entry that is taken sends the search on to the next one.
+// The tables are in the document's arena, so one that was outgrown stays there until the document
+// is freed.
+
 #include "sys/xml_index.h"
 
 #include <string.h>
@@ -28,6 +32,8 @@ static uint32_t HashName(const char* pName, uint32_t NameLen) {
   return (uint32_t)(Hash >> 32);
 }
 
+// Compares lengths first: most names that are looked at differ there. An attribute's length is
+// unsigned, an element's signed.
 template <typename NODE>
 static int HasName(const NODE* pNode, const char* pName, uint32_t NameLen) {
   return (uint32_t)pNode->NameLen == NameLen && memcmp(pNode->sName, pName, NameLen) == 0;
@@ -37,6 +43,7 @@ static int HasName(const NODE* pNode, const char* pName, uint32_t NameLen) {
 template <typename NODE>
 static XmlIndexEntry* FindEntry(const XmlTable* pTable, const char* pName, uint32_t NameLen,
                                 uint32_t Hash) {
+  // Ends at a free entry at the latest: a table is never more than three quarters full.
   const uint32_t Mask = pTable->Capacity - 1;
   for (uint32_t i = Hash & Mask;; i = (i + 1) & Mask) {
     XmlIndexEntry* pEntry = &pTable->paEntry[i];
@@ -47,6 +54,7 @@ static XmlIndexEntry* FindEntry(const XmlTable* pTable, const char* pName, uint3
   }
 }
 
+// The same for a node, whose hash the caller has.
 template <typename NODE>
 static XmlIndexEntry* FindEntryOf(const XmlTable* pTable, const NODE* pNode, uint32_t Hash) {
   return FindEntry<NODE>(pTable, pNode->sName, (uint32_t)pNode->NameLen, Hash);
@@ -57,7 +65,7 @@ template <typename NODE>
 static void Add(XmlTable* pTable, NODE* pNode) {
   const uint32_t Hash   = HashName(pNode->sName, (uint32_t)pNode->NameLen);
   XmlIndexEntry* pEntry = FindEntryOf(pTable, pNode, Hash);
-  if (pEntry->pNode != NULL) {
+  if (pEntry->pNode != NULL) {  // the first one of the name stays: that one is to be found
     pEntry->IsTwice  = 1;
     pTable->HasTwice = 1;
     return;
@@ -66,6 +74,7 @@ static void Add(XmlTable* pTable, NODE* pNode) {
   pTable->NumEntries++;
 }
 
+// Three quarters: beyond that a search would look at too many entries.
 static int IsFull(uint32_t NumEntries, uint64_t Capacity) {
   return NumEntries >= Capacity / 4 * 3;
 }
@@ -105,6 +114,7 @@ static void AddGrowing(XmlDocument* pDoc, XmlTable* pTable, NODE* pNode) {
       pTable->IsBuilt = 0;
       return;
     }
+    // Old entries differ in their names, so each finds a free one. They keep IsTwice.
     for (uint32_t i = 0; i < Old.Capacity; i++) {
       const XmlIndexEntry* pOld = &Old.paEntry[i];
       if (pOld->pNode != NULL) {
@@ -117,6 +127,8 @@ static void AddGrowing(XmlDocument* pDoc, XmlTable* pTable, NODE* pNode) {
 
 // Frees an entry, and moves the entries after it that a search would no longer reach.
 static void FreeEntry(XmlTable* pTable, XmlIndexEntry* pEntry) {
+  // A search stops at a free entry. So each entry up to the next free one is moved into the gap,
+  // unless the gap is before the place where its own search begins.
   const uint32_t Mask = pTable->Capacity - 1;
   uint32_t       Free = (uint32_t)(pEntry - pTable->paEntry);
   for (uint32_t i = (Free + 1) & Mask; pTable->paEntry[i].pNode != NULL; i = (i + 1) & Mask) {
@@ -141,6 +153,7 @@ static XmlTable* GetTable(XmlIndex* pIndex, const XmlElement*) {
   return &pIndex->Children;
 }
 
+// The last node of the list that goes on at pNode, which may be NULL.
 template <typename NODE>
 static NODE* GetLast(NODE* pNode) {
   while (pNode != NULL && pNode->pNext != NULL) {
@@ -160,7 +173,7 @@ static XmlIndex* NeedIndex(XmlDocument* pDoc, const XmlElement* pElement) {
     memset(pIndex, 0, sizeof(*pIndex));
     pIndex->pLastAttr               = GetLast(pElement->pFirstAttr);
     pIndex->pLastChild              = GetLast(pElement->pFirstChild);
-    ((XmlElement*)pElement)->pIndex = pIndex;
+    ((XmlElement*)pElement)->pIndex = pIndex;  // searching takes a const element
   }
   return pIndex;
 }
@@ -213,6 +226,8 @@ static NODE* SearchTable(XmlTable* pTable, const char* pName, uint32_t NameLen) 
   return pNode;
 }
 
+// Searches a list of an element's nodes, pFirst and those after it: a table if there is one; else
+// the list, and if that is long and memory allows, a table is made for this search and later ones.
 template <typename NODE>
 static NODE* LookUp(XmlDocument* pDoc, const XmlElement* pElement, NODE* pFirst, const char* pName,
                     uint32_t NameLen) {
@@ -224,7 +239,7 @@ static NODE* LookUp(XmlDocument* pDoc, const XmlElement* pElement, NODE* pFirst,
     }
     pIndex = NeedIndex(pDoc, pElement);
     if (pDoc == NULL || pIndex == NULL || Build(pDoc, GetTable(pIndex, pFirst), pFirst) != 0) {
-      SearchList(&pNode, pName, NameLen, UINT32_MAX);
+      SearchList(&pNode, pName, NameLen, UINT32_MAX);  // goes on where the short search ended
       return pNode;
     }
   }
@@ -294,6 +309,7 @@ void SYS_XML_IndexUnlinkedAttr(XmlElement* pElement, const XmlAttribute* pAttr) 
   if (!pIndex->Attrs.IsBuilt) {
     return;
   }
+  // The next search begins after pFound, so this keeps its place in the list.
   if (pIndex->Attrs.pFound == pAttr) {
     pIndex->Attrs.pFound = pAttr->pPrev;
   }
@@ -302,6 +318,7 @@ void SYS_XML_IndexUnlinkedAttr(XmlElement* pElement, const XmlAttribute* pAttr) 
   if (pEntry->pNode != pAttr) {
     return;  // a later attribute of that name
   }
+  // The next attribute of that name takes the entry; without one the entry is freed.
   XmlAttribute* pNext = pEntry->IsTwice ? pAttr->pNext : NULL;
   SearchList(&pNext, pAttr->sName, pAttr->NameLen, UINT32_MAX);
   if (pNext != NULL) {

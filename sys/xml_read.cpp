@@ -39,6 +39,7 @@ static const int64_t MAX_FILE_SIZE = 16 * 1024 * 1024;
 
 static char* ReadLevel(READER* pReader, char* s, XmlElement* pParent, uint32_t Level);
 
+// Stores the reason; every caller hands the NULL on.
 static char* Fail(READER* pReader, int32_t Error) {
   pReader->Error = Error;
   return NULL;
@@ -137,7 +138,7 @@ static char* ReadUsualAttrs(READER* pReader, char* s, XmlElement* pElement, XmlA
   return s;
 }
 
-// Reads any attribute.
+// Reads any attribute: also one with white space around its "=", or without a record left for it.
 static char* ReadAttr(READER* pReader, char* sName, XmlElement* pElement, XmlAttribute** ppLast) {
   char* const pNameEnd = SkipName(sName);
   char*       s        = SkipWhite(pNameEnd);
@@ -177,14 +178,16 @@ static char* ReadElement(READER* pReader, char* s, XmlElement* pElement, uint32_
       return NULL;
     }
   }
+  // The name is ended only now. The character after it may be the one at s, as in "<x/>".
   const int IsEmpty = *s == '/';
-  *pNameEnd         = 0;  // the character there, which may be the one at s, has been read by now
+  *pNameEnd         = 0;
   if (!IsEmpty) {
     return ReadLevel(pReader, s + 1, pElement, Level + 1);
   }
   return s[1] == '>' ? s + 2 : Fail(pReader, SYS_XML_ERR_TAG);
 }
 
+// Reads "name>" after "</". The name must be that of the open element.
 static char* ReadEndTag(READER* pReader, char* sName, const XmlElement* pParent) {
   char* const    pNameEnd = SkipName(sName);
   char* const    s        = SkipWhite(pNameEnd);
@@ -228,6 +231,8 @@ static char* ReadLevel(READER* pReader, char* s, XmlElement* pParent, uint32_t L
   if (Level > SYS_XML_MAX_DEPTH) {
     return Fail(pReader, SYS_XML_ERR_DEPTH);
   }
+  // A control character counts as the end also in the middle of the text: every level sees it at
+  // the same place and returns.
   XmlElement* pLast = NULL;
   while (s != NULL) {
     s = SkipWhite(s);
@@ -279,6 +284,7 @@ static char* AllocText(XmlDocument* pDoc, size_t NumBytes) {
   return pText;
 }
 
+// Line feeds from s up to pEnd.
 static uint32_t CountLineFeeds(const char* s, const char* pEnd) {
   uint32_t Count = 0;
   for (; s < pEnd; s++) {
@@ -294,14 +300,14 @@ static char* FindEnd(char* sText, uint32_t NumBytes, uint32_t* pNumLines) {
   char*          s          = sText;
   *pNumLines                = 0;
   for (; NumBytes >= BLOCK_SIZE; NumBytes -= BLOCK_SIZE) {
-    uint8_t NumLines = 0;
+    uint8_t NumLines = 0;  // at most 128: they fit
     uint8_t NumZeros = 0;
     for (uint32_t i = 0; i < BLOCK_SIZE; i++) {
       NumLines = (uint8_t)(NumLines + (s[i] == '\n'));
       NumZeros = (uint8_t)(NumZeros + (s[i] == 0));
     }
     if (NumZeros != 0) {
-      break;
+      break;  // the end is in this block, which is counted below
     }
     *pNumLines += NumLines;
     s += BLOCK_SIZE;
@@ -337,8 +343,9 @@ static XmlDocument* Finish(XmlDocument* pDoc, int32_t Error, int32_t* pError) {
 
 XmlDocument* SYS_XML_ParseDoc(const char* sText, int32_t* pError) {
   const size_t NumBytes = strlen(sText);
-  XmlDocument* pDoc     = SYS_XML_CreateEmptyDoc();
-  char*        pText    = AllocText(pDoc, NumBytes);
+  // A copy in the arena: reading puts terminators into it, and the nodes point there.
+  XmlDocument* pDoc  = SYS_XML_CreateEmptyDoc();
+  char*        pText = AllocText(pDoc, NumBytes);
   if (pText == NULL) {
     return Finish(pDoc, SYS_XML_ERR_MEMORY, pError);
   }
@@ -363,6 +370,7 @@ static int32_t ReadWhole(int32_t hFile, char* pBuffer, uint32_t NumBytes) {
   return 0;
 }
 
+// Loads the file from its beginning; it stays open. Returns NULL with *pError set after a failure.
 static XmlDocument* LoadOpenFile(int32_t hFile, int32_t* pError) {
   const int64_t Size = SYS_FILE_Seek(hFile, 0, SEEK_END);
   if (Size < 0 || Size > MAX_FILE_SIZE) {
@@ -373,6 +381,7 @@ static XmlDocument* LoadOpenFile(int32_t hFile, int32_t* pError) {
   if (pText == NULL) {
     return Finish(pDoc, SYS_XML_ERR_MEMORY, pError);
   }
+  // A file that another process shortens in between fails here.
   if (ReadWhole(hFile, pText, (uint32_t)Size) != 0) {
     return Finish(pDoc, SYS_XML_ERR_FILE, pError);
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 
-// The writer: the text is built in a DYNBUFFER and copied out.
+// The writer: the text is built in a DYNBUFFER and copied out. How long it gets is known only at
+// the end, and a caller's buffer that is too small still receives its beginning.
 
 #include <string.h>
 
@@ -43,6 +44,7 @@ static int MakeRoom(WRITER* pWriter, uint64_t NumBytes) {
   if (pWriter->Error != SYS_XML_OK || NumBytes > SYS_XML_MAX_TEXT - NumUsed) {
     return 0;
   }
+  // The limit is 1 MiB, so none of these sums wraps.
   uint32_t       NumNeeded = NumUsed + (uint32_t)NumBytes;
   const uint32_t Larger    = GROWTH * pWriter->Buffer.AllocSize;
   if (NumNeeded > pWriter->Buffer.AllocSize && NumNeeded < Larger) {
@@ -65,7 +67,8 @@ static inline int HasRoom(WRITER* pWriter, uint64_t NumBytes) {
 
 // ---- Pieces -------------------------------------------------------------------------------------
 
-// Writes as much of a text as the buffer can hold.
+// Writes as much of a text as the buffer can hold, for the end of a text that is nearly too long:
+// blocks would go beyond the limit. What does not fit is an error.
 static void WriteChecked(WRITER* pWriter, const char* pText, uint32_t NumBytes) {
   const uint32_t Part = UTIL_MinU32(NumBytes, SYS_XML_MAX_TEXT - GetNumUsed(pWriter));
   if (Part > 0 && MakeRoom(pWriter, Part)) {
@@ -94,6 +97,7 @@ static inline void PutChar(WRITER* pWriter, char c) {
   *pWriter->p++ = (uint8_t)c;
 }
 
+// Writes any text: fast while blocks fit, else byte by byte.
 static inline void WriteText(WRITER* pWriter, const char* pText, uint32_t NumBytes) {
   if (HasRoom(pWriter, NumBytes)) {
     PutText(pWriter, pText, NumBytes);
@@ -102,6 +106,7 @@ static inline void WriteText(WRITER* pWriter, const char* pText, uint32_t NumByt
   }
 }
 
+// The same for a constant, whose length the compiler knows. SIZE counts its terminator.
 template <uint32_t SIZE>
 static inline void WriteLiteral(WRITER* pWriter, const char (&acText)[SIZE]) {
   if (HasRoom(pWriter, SIZE - 1)) {
@@ -176,6 +181,7 @@ int32_t SYS_XML_StoreDoc(const XmlDocument* pDoc, char* pBuffer, uint32_t Buffer
   Writer.pEnd  = Writer.p + Writer.Buffer.AllocSize;
   Writer.Error = SYS_XML_OK;
   WriteElements(&Writer, pDoc->pRoot, 0);
+  // Of a text that is too long the beginning is copied; without memory there is nothing to copy.
   int32_t Result = Writer.Error;
   if (Result != SYS_XML_ERR_MEMORY) {
     const uint32_t NumBytes = GetNumUsed(&Writer);
