@@ -28,6 +28,8 @@ import tempfile
 import threading
 import time
 
+import timewarp
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 # Fields that an "each field" block leaves alone: they are protection and have blocks of their own.
 PROTECTION = re.compile(r"RDP$|n?WRP|PCROP|PROT_AREA|SEC_AREA|SPRMOD|WPRMOD|DMEP|DMES|UNUSED")
