@@ -3,7 +3,7 @@
 //
 // STM32L4. Option registers from FLASH_OPTR on, one set of protection areas for each bank; stored as
 // words at 0x1FFF7800 and 0x1FFFF808, each followed by its complement. Bits that do not exist read as
-// ones, in FLASH_PCROP1ER as laid down. Reference manuals RM0351 (L47x, L49x) and RM0394 (L43x).
+// ones, in FLASH_PCROP1ER as laid down. Reference manuals RM0351 (L47x, L49x) and RM0394 (L43x, L45x).
 
 #ifndef SILICON_L4_H
 #define SILICON_L4_H
@@ -99,6 +99,10 @@ inline constexpr OPTION_WORD OptionsL43[] = {
     Word("WRP1BR", 0x1FFF7820, WRP1BR, 0xFF80FFFF,
          {Bits("WRP1B_STRT", 6, 0, WRP), Bits("WRP1B_END", 22, 16, WRP)})};
 
+// One bank of 256 pages: fields as wide as those of a bank of two.
+inline constexpr OPTION_WORD OptionsL45[] = {
+    Word("OPTR", 0x1FFF7800, OPTR, 0xFFFFF8AA, OptrL43), Pcrop1Sr, Pcrop1Er, Wrp1Ar, Wrp1Br};
+
 // clang-format on
 
 inline constexpr MEMORY BackupRegisters = Backup("backup", 0x40002850, 128);
@@ -117,6 +121,10 @@ inline constexpr DEVICE STM32L433 = {
     .sName = "STM32L433", .sText = "L4, L43x and L44x with one bank, 256 KB flash",
     .pFamily = &FamilyL4, .IdCode = 0x10016435, .Options = l4::OptionsL43,
     .Memory = {Flash(256 * KB), l4::Sram2(16 * KB), l4::BackupRegisters, Sram(48 * KB)}};
+inline constexpr DEVICE STM32L452 = {
+    .sName = "STM32L452", .sText = "L4, L45x and L46x with one bank, 512 KB flash",
+    .pFamily = &FamilyL4, .IdCode = 0x10016462, .Options = l4::OptionsL45,
+    .Memory = {Flash(512 * KB), l4::Sram2(32 * KB), l4::BackupRegisters, Sram(128 * KB)}};
 inline constexpr DEVICE STM32L476 = {
     .sName = "STM32L476", .sText = "L4x6, two banks, 1 MB flash",
     .pFamily = &FamilyL4, .IdCode = 0x10076415, .Options = l4::OptionsL47,

@@ -112,7 +112,8 @@ inline constexpr LAYOUT aLayouts[] = {
     layout::OfL0(STM32L073), layout::OfL0(STM32L100), layout::OfL0(STM32L100xBA),
     layout::OfL0(STM32L151), layout::OfL0(STM32L151xCA), layout::OfL0(STM32L151xD),
     layout::OfL0(STM32L152), layout::OfL0(STM32L152xC), layout::OfL0(STM32L152xE),
-    layout::OfL4(STM32L433, 1), layout::OfL4(STM32L476, 2), layout::OfL4(STM32L496, 2),
+    layout::OfL4(STM32L433, 1), layout::OfL4(STM32L452, 1), layout::OfL4(STM32L476, 2),
+    layout::OfL4(STM32L496, 2),
 };
 
 // clang-format on

@@ -106,11 +106,15 @@ static constexpr const VARIANT_ROW* apVariantsL43[] = {&OBL_TRANSFER_FAILS, &L4_
 // -- Families and devices ------------------------------------------------------------------------
 
 static constexpr auto TableL43 = Table(silicon::l4::OptionsL43);
+static constexpr auto TableL45 = Table(silicon::l4::OptionsL45);
 static constexpr auto TableL47 = Table(silicon::l4::OptionsL47);
 static constexpr auto TableL49 = Table(silicon::l4::OptionsL49);
 
 static constexpr L4_FAMILY L43 = {
     .pSystem = &System, .Variants = apVariantsL43, .Registers = TableL43, .Locks = aLocks,
+    .NumBanks = 1, .pSpareBit = &L43_OPTR_BIT_20_STORED};
+static constexpr L4_FAMILY L45 = {
+    .pSystem = &System, .Variants = apVariantsL43, .Registers = TableL45, .Locks = aLocks,
     .NumBanks = 1, .pSpareBit = &L43_OPTR_BIT_20_STORED};
 static constexpr L4_FAMILY L47 = {
     .pSystem = &System, .Variants = apVariants, .Registers = TableL47, .Locks = aLocks,
@@ -123,6 +127,7 @@ static constexpr L4_FAMILY L49 = {
 
 static const L4_DEVICE aDevices[] = {
     {.pFacts = &silicon::STM32L433, .pFamily = &L43},
+    {.pFacts = &silicon::STM32L452, .pFamily = &L45},
     {.pFacts = &silicon::STM32L476, .pFamily = &L47},
     {.pFacts = &silicon::STM32L496, .pFamily = &L49},
 };

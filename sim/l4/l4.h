@@ -3,7 +3,7 @@
 //
 // Flash controller of STM32L4: option registers are programmed together by OPTSTRT and loaded
 // together by OBL_LAUNCH or power-on. One bank or two, each with its own protection areas. Reference
-// manuals RM0351 (L47x, L49x) and RM0394 (L43x).
+// manuals RM0351 (L47x, L49x) and RM0394 (L43x, L45x).
 
 #ifndef SIM_L4_L4_H
 #define SIM_L4_L4_H

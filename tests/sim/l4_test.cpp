@@ -15,7 +15,8 @@ static const STEPS_WORDS Words = {
     {"erase", "CR=$ CR=0001$"},
 };
 
-#define ALL  "L433 L476 L496"
+#define ALL  "L433 L452 L476 L496"
+#define ONE  "L433 L452"
 #define DUAL "L476 L496"
 
 // -- What a manual prints ------------------------------------------------------------------------
@@ -40,7 +41,11 @@ static const STEPS_CASE aPrinted[] = {
      "unlock register:OPTR=FFFFF8AA/F8F77FF register:PCROP1SR=FFFFFFFF/7FFF "
      "register:WRP1AR=FF80FFFF/7F007F register:WRP1BR=FF80FFFF/7F007F PCROP1ER?FFF8000 "
      "PCROP1ER=FFFFFFFF PCROP1ER?8FFFFFFF CR=37FCFFFF CR?70407FF"},
-    {"WhereASecondBankWouldBeZerosAreRead", "L433", "",
+    {"OptionRegistersOfOneBankOf256Pages", "L452", "empty",
+     "unlock register:OPTR=FFFFF8AA/F8F77FF register:PCROP1SR=FFFFFFFF/FFFF "
+     "register:WRP1AR=FF00FFFF/FF00FF register:WRP1BR=FF00FFFF/FF00FF PCROP1ER?FFF0000 "
+     "PCROP1ER=FFFFFFFF PCROP1ER?8FFFFFFF CR=37FCFFFF CR?70407FF"},
+    {"WhereASecondBankWouldBeZerosAreRead", ONE, "",
      "unlock @40022044=FFFFFFFF @40022044?0 @40022048=0 @40022048?0 @4002204C=FFFFFFFF @4002204C?0 "
      "@40022050=FFFFFFFF @40022050?0"},
     {"KeyRegistersReadZero", ALL, "", "unlock PDKEYR=4152637 PDKEYR?0 KEYR?0 OPTKEYR?0"},
@@ -51,18 +56,22 @@ static const STEPS_CASE aPrinted[] = {
      "@1FFF7800?FFFFF8AA @1FFF7804?755 @1FFF7820?FF80FFFF @1FFF7824?7F0000 @1FFFF808?!"},
     {"WordsInMemoryAreNotWritten", ALL, "",
      "unlock @1FFF7808=0 SR?10 @1FFF7808?FFFFFFFF @1FFF780C?0"},
-    {"OneBankShowsThatItHadNoProgramWhenItLoaded", "L433", "empty",
+    {"OneBankShowsThatItHadNoProgramWhenItLoaded", ONE, "empty",
      "SR?20000 reset SR?20000 unlock CR=1 @8000000=1 @8000004=2 finish CR=0 SR?20000 launch SR?0 "
      "save SR?0"},
     {"TwoBanksDoNotShowIt", DUAL, "empty", "SR?0"},
     {"SizesL433", "L433", "",
      "memory:8000000=40000 memory:10000000=4000 memory:20000000=C000 memory:40002850=80 "
      "@1FFF75E0.2?100"},
+    {"SizesL452", "L452", "",
+     "memory:8000000=80000 memory:10000000=8000 memory:20000000=20000 memory:40002850=80 "
+     "@1FFF75E0.2?200"},
     {"SizesL476", "L476", "",
      "memory:8000000=100000 memory:10000000=8000 memory:20000000=18000 memory:40002850=80"},
     {"SizesL496", "L496", "",
      "memory:8000000=100000 memory:10000000=10000 memory:20000000=40000 @1FFF75E0.2?400"},
     {"IdentityL433", "L433", "", "@E0042000?435/FFF reset @E0042000?435/FFF"},
+    {"IdentityL452", "L452", "", "@E0042000?462/FFF reset @E0042000?462/FFF"},
     {"IdentityL476", "L476", "", "@E0042000?415/FFF reset @E0042000?415/FFF"},
     {"IdentityL496", "L496", "", "@E0042000?461/FFF reset @E0042000?461/FFF"},
 };
@@ -138,9 +147,8 @@ static const STEPS_CASE aOptions[] = {
      "SR=80 CR=1 @8000000=1 SR?4080/1FFFF SR=4080 @8000000=1 @8000004=1 SR?10000/1FFFF"},
     {"ReadsOfTheOptionWordsWaitWhileBusy", ALL, "",
      "unlock OPTR=FFFFF8BB start wait:30ms stored?0 @1FFF7800?BB/FF stalled?50000"},
-    {"OptrBit20OfASingleBankIsAConstantOne", "L433", "",
-     "optr:FFEFF8AA OPTR?FFFFF8AA OPTR:FFFFF8AA"},
-    {"OptrBit20OfASingleBankIsStoredWhereThatVariantIsChosen", "L433",
+    {"OptrBit20OfASingleBankIsAConstantOne", ONE, "", "optr:FFEFF8AA OPTR?FFFFF8AA OPTR:FFFFF8AA"},
+    {"OptrBit20OfASingleBankIsStoredWhereThatVariantIsChosen", ONE,
      "--variant l43_optr_bit_20_stored=1",
      "optr:FFEFF8AA OPTR?FFEFF8AA OPTR:FFEFF8AA optr:FFFFF8AA OPTR?FFFFF8AA"},
     {"AMismatchForcesItsOwnWord", DUAL, "--wrp all --mismatch PCROP2ER",
@@ -275,10 +283,10 @@ static const STEPS_CASE aFlash[] = {
      "in-use?520192 @8080000?FFFFFFFF erase:0004 finish flash?erased sram2?kept backup?kept"},
     {"BothBanksAreErasedTogether", DUAL, "",
      "unlock erase:8004 wait:21999us SR?10000 wait:1us SR?0 flash?erased"},
-    {"OneBankIsErasedByItself", "L433", "", "unlock erase:0004 wait:22ms flash?erased"},
+    {"OneBankIsErasedByItself", ONE, "", "unlock erase:0004 wait:22ms flash?erased"},
     {"TheLastPageOfOneBank", "L433", "",
      "unlock erase:03FA finish in-use?260096 @803F800?FFFFFFFF"},
-    {"OneBankHasNoOther", "L433", "", "unlock erase:8000 SR?0 CR?0 flash?kept"},
+    {"OneBankHasNoOther", ONE, "", "unlock erase:8000 SR?0 CR?0 flash?kept"},
     {"NothingIsErasedWithoutARequest", ALL, "", "unlock erase:0000 SR?0"},
     {"APageEraseTakesItsTime", ALL, "", "unlock erase:0002 wait:21999us SR?10000 wait:1us SR?0"},
     {"APageEraseTakesItsLongestTime", ALL, "--variant timing_max=1",
@@ -440,7 +448,7 @@ TEST(SimL4, AFileWithALowerHalfBeforeTheFlashDoesNoHarm) {
 }
 
 TEST(SimL4, StatesThatDoNotExistAreRefused) {
-  for (const char* sName : {"L433", "L476", "L496"}) {
+  for (const char* sName : {"L433", "L452", "L476", "L496"}) {
     ExpectRefused(sName, "--secure", "this device has no secure area");
     ExpectRefused(sName, "--wrp 10,12,14",
                   "the write-protected pages of a bank must be one or two areas");

@@ -212,6 +212,11 @@ def main():
         return run_block(local.stage, block)
 
     failed = 0
+    if not args.words and not args.row:
+        listed = subprocess.run([args.bench, "devices"], capture_output=True, text=True, check=True).stdout
+        for name in sorted({line.split()[0] for line in listed.splitlines()} - {block.device for block in blocks}):
+            print("UNEXPECTED %s: no state of it is in the file" % name)
+            failed += 1
     try:
         with concurrent.futures.ThreadPoolExecutor(args.workers) as pool:
             if args.table:
