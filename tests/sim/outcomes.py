@@ -212,7 +212,7 @@ def main():
         return run_block(local.stage, block)
 
     failed = 0
-    if not args.words and not args.row:
+    if not (args.words or args.row or args.print):
         listed = subprocess.run([args.bench, "devices"], capture_output=True, text=True, check=True).stdout
         for name in sorted({line.split()[0] for line in listed.splitlines()} - {block.device for block in blocks}):
             print("UNEXPECTED %s: no state of it is in the file" % name)
