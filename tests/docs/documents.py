@@ -9,6 +9,7 @@ usage: documents.py BUILD commands PAGE...   every block "console": output as sh
        documents.py BUILD success            README's table "Success by family", on simulated devices
        documents.py BUILD messages           every message of the tool has its row in README
        documents.py BUILD links              every file and heading that a page refers to is there
+       documents.py BUILD names              every file and function that a page names exists
        documents.py BUILD example            examples/unlock-line, with four probes
 
 Prints each difference; exit status 1 when there is one.
@@ -229,6 +230,25 @@ def check_links(_):
     return wrong
 
 
+def check_names(_):
+    headers = "".join(path.read_text() for folder in ("util", "sys", "app", "probeapi")
+                      for path in sorted(ROOT.glob(f"{folder}/*.h")))
+    folders = "|".join(sorted(path.name for path in ROOT.iterdir() if path.is_dir() and re.match(r"(?!build|dist)\w", path.name)))
+    wrong = []
+    for page in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted(ROOT.glob("docs/*.md"))]:
+        text = page.read_text()
+        for name in re.findall(rf"`((?:{folders})/[\w./*-]*)`", text):
+            # A program of the tests is named by its folder and target.
+            target = rf"\b{re.escape(name.rsplit('/')[-1])}\b"
+            lists = "".join(path.read_text() for path in (ROOT / name).parent.glob("CMakeLists.txt"))
+            if not list(ROOT.glob(name.rstrip("/"))) and not re.search(target, lists) and "..." not in name:
+                wrong.append(f"{page.name}: no file {name}")
+        for name in re.findall(r"\b((?:UTIL|SYS)_\w*[a-z]\w*)\b", text):
+            if not re.search(rf"\b{name}\b", headers):
+                wrong.append(f"{page.name}: no function {name}")
+    return wrong
+
+
 def check_example(build):
     # Device, family, settings of probe 1003, what is printed, exit status.
     cases = [
@@ -256,10 +276,7 @@ def check_example(build):
 
 def main():
     build, what, pages = sys.argv[1], sys.argv[2], sys.argv[3:]
-    wrong = (check_commands(build, pages) if what == "commands"
-             else {"recording": check_recording, "limits": check_limits, "flash": check_flash,
-                   "success": check_success, "messages": check_messages, "links": check_links,
-                   "example": check_example}[what](build))
+    wrong = check_commands(build, pages) if what == "commands" else globals()["check_" + what](build)
     print("\n".join(wrong) or "as the documents say")
     return 1 if wrong else 0
 
