@@ -110,6 +110,19 @@ class Consumers(unittest.TestCase):
         self.assertEqual(EXPECTED, self.answer(os.path.join(folder, "a.out")))
 
     @unittest.skipUnless(shutil.which("pkg-config") or os.environ.get("CI"), "pkg-config is not installed")
+    def test_the_page_about_the_registry_store_shows_the_file_of_its_example(self):
+        folder = tempfile.mkdtemp(dir=self.dir)
+        with open(os.path.join(SOURCES, "docs/registry.md"), encoding="utf-8") as file:
+            blocks = dict(re.findall(r"^```(\w+)\n(.*?)^```$", file.read(), re.M | re.S))
+        with open(os.path.join(folder, "program.cpp"), "w", encoding="utf-8") as file:
+            file.write("#include \"sys/registry.h\"\nint main() {\n" + blocks["cpp"] + "}\n")
+        run("sh", "-c", "c++ -std=c++20 program.cpp $(pkg-config --cflags --libs quobe-sys) && ./a.out",
+            cwd=folder, env=self.environment_in(folder))
+        store = "Library/Application Support/OSTREL/OSTREL_REG_HKEY_CURRENT_USER.xml"
+        with open(os.path.join(folder, store), encoding="utf-8", newline="") as file:
+            self.assertEqual(blocks["xml"].replace("\n", "\r\n"), file.read())
+
+    @unittest.skipUnless(shutil.which("pkg-config") or os.environ.get("CI"), "pkg-config is not installed")
     def test_first_programs_of_the_pages_do_what_is_shown(self):
         for page in ("util", "sys"):
             with self.subTest(page=page):

@@ -14,8 +14,8 @@ usage: documents.py BUILD commands PAGE...   every block "console": output as sh
 
 Prints each difference; exit status 1 when there is one.
 
-Other tests run docs/line.md (tests/line), docs/adapters.md (tests/wire), and of docs/util.md, docs/sys.md
-and docs/install.md what another project does (tests/consumers). No test runs: script/run, script/build and
+Other tests run docs/line.md (tests/line), docs/adapters.md (tests/wire), and of docs/util.md, docs/sys.md,
+docs/registry.md and docs/install.md what another project does (tests/consumers). No test runs: script/run, script/build and
 script/test of the pages, which build in this folder (.ci/run runs the last one); installing, purging and
 script/package (script/try-packages does, with an empty Debian); what needs a Mac (arch, xattr).
 """
@@ -42,7 +42,8 @@ DEVICES = ["STM32F051", "STM32F103", "STM32F207", "STM32F303", "STM32F407", "STM
 def shell(build, script, bench, seconds=60):
     env = dict(os.environ, QUOBE_BENCH=f"{bench}/bench", QUOBE_BENCH_TIME="fast",
                PATH=f"{build}/sim:{os.environ['PATH']}")
-    done = subprocess.run(["bash", "-c", re.sub(r"(?<![\w/])build/release", shlex.quote(build), script)], cwd=ROOT, env=env,
+    script = re.sub(r"(?<![\w/])build/release", shlex.quote(build), script)
+    done = subprocess.run(["bash", "-c", script], cwd=ROOT, env=env,
                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, timeout=seconds, check=False)
     return done.stdout, done.returncode
@@ -233,7 +234,8 @@ def check_links(_):
 def check_names(_):
     headers = "".join(path.read_text() for folder in ("util", "sys", "app", "probeapi")
                       for path in sorted(ROOT.glob(f"{folder}/*.h")))
-    folders = "|".join(sorted(path.name for path in ROOT.iterdir() if path.is_dir() and re.match(r"(?!build|dist)\w", path.name)))
+    folders = "|".join(path.name for path in sorted(ROOT.iterdir())
+                       if path.is_dir() and re.match(r"(?!build|dist)\w", path.name))
     wrong = []
     for page in [ROOT / "README.md", ROOT / "CONTRIBUTING.md", *sorted(ROOT.glob("docs/*.md"))]:
         text = page.read_text()
