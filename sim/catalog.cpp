@@ -13,7 +13,7 @@ std::span<const DEVICE_ROW* const> AllDevices() {
   static const std::vector<const DEVICE_ROW*> Devices = [] {
     std::vector<const DEVICE_ROW*> Rows;
     for (const std::span<const DEVICE_ROW>& Table :
-         {DevicesF1(), DevicesF4(), DevicesH7(), DevicesL0(), DevicesL4()}) {
+         {DevicesF1, DevicesF4, DevicesH7, DevicesL0, DevicesL4}) {
       for (const DEVICE_ROW& Row : Table) {
         Rows.push_back(&Row);
       }
@@ -24,6 +24,11 @@ std::span<const DEVICE_ROW* const> AllDevices() {
     return Rows;
   }();
   return Devices;
+}
+
+const silicon::LAYOUT& LayoutOf(const silicon::DEVICE& Facts) {
+  return *std::find_if(std::begin(silicon::aLayouts), std::end(silicon::aLayouts),
+                       [&Facts](const silicon::LAYOUT& Row) { return Row.pDevice == &Facts; });
 }
 
 const DEVICE_ROW* FindDevice(const std::string& sName) {

@@ -27,15 +27,17 @@ static std::string DurationText(uint64_t Us) {
                      : Format("%llu us", static_cast<unsigned long long>(Us));
 }
 
-Controller::Controller(Surroundings& Around, const silicon::DEVICE& Facts, uint32_t Base,
-                       std::span<const REGISTER> Registers, std::span<const LOCK_ROW> Locks)
-    : around_(Around), facts_(Facts), registers_(Base, Registers) {
-  for (const LOCK_ROW& Row : Locks) {
+Controller::Controller(Surroundings& Around, const silicon::DEVICE& Facts, const FAMILY& Family)
+    : around_(Around),
+      facts_(Facts),
+      registers_(Family.Base, Family.Registers),
+      brownOutMv_(Family.BrownOutMv) {
+  State("bad_words", &badWords_);
+  for (const LOCK_ROW& Row : Family.Locks) {
     locks_.emplace_back(Row);
   }
   for (const silicon::OPTION_WORD& Word : Facts.Options) {
-    stored_.push_back(
-        {.Value = Word.Factory, .Complement = ~Word.Factory, .StuckMask = 0, .StuckValue = 0});
+    stored_.push_back({.Value = Word.Factory, .Complement = ~Word.Factory});
     // Of a word in two places neither half has the fields where a register has them.
     const bool InOne = Word.StoredUpper == 0;
     wordRows_.push_back({.sName   = Word.sName,
@@ -47,14 +49,39 @@ Controller::Controller(Surroundings& Around, const silicon::DEVICE& Facts, uint3
 
 // -- Power and reset -----------------------------------------------------------------------------
 
+void Controller::PowerOn() {
+  Reset(true, true);
+}
+
 void Controller::PowerOff() {
   CutRunning();
   hold_ = 0;
+  for (STORED& Each : stored_) {
+    Each.Loaded.reset();
+  }
 }
 
 void Controller::SystemReset() {
   CutRunning();
-  OnSystemReset();
+  Reset(launched_ || LoadsAtReset(), false);
+}
+
+// What is in force stays so over a reset that does not load.
+void Controller::Reset(bool Loads, bool IsPowerOn) {
+  launched_ = false;
+  registers_.ResetAll();
+  for (KeyLock& Lock : locks_) {
+    Lock.Reset();
+  }
+  badWords_ = Loads ? 0 : badWords_;
+  for (int i = 0; i < NumWords(); i++) {
+    if (Loads) {
+      SetLoaded(i, Effective(i));
+      badWords_ |= Matches(i) ? 0 : 1u << i;
+    }
+    ShowLoaded(i, Loaded(i));
+  }
+  OnReset(Loads, IsPowerOn);
 }
 
 void Controller::CutRunning() {
@@ -68,13 +95,6 @@ void Controller::CutRunning() {
     CutPhase(Phase, static_cast<uint32_t>(Done * 1000 / std::max<uint64_t>(Phase.DurationUs, 1)));
   }
   around_.Event(std::string(aPhaseNames[Phase.Kind]) + " cut short");
-}
-
-void Controller::ResetRegisters() {
-  registers_.ResetAll();
-  for (KeyLock& Lock : locks_) {
-    Lock.Reset();
-  }
 }
 
 // -- Running operations --------------------------------------------------------------------------
@@ -230,14 +250,6 @@ uint32_t Controller::Place(const Memory& /*Source*/, uint32_t Address) const {
   return Address;
 }
 
-bool Controller::StartsWatchdog(WATCHDOG /*Which*/) const {
-  return false;
-}
-
-uint32_t Controller::BrownOutMv() const {
-  return POWER_ON_MV;
-}
-
 const REGISTER* Controller::Describe(uint32_t Address) const {
   const REGISTER* pRow = registers_.RowAt(Address);
   for (const REGISTER& Row : wordRows_) {
@@ -267,6 +279,9 @@ void Controller::SaveTo(KeyFile* pFile, bool WithRegisters) const {
   if (!WithRegisters) {
     return;
   }
+  for (int i = 0; i < NumWords(); i++) {
+    pFile->Add(std::string("loaded.") + Word(i).sName, Format("0x%08X", Loaded(i)));
+  }
   registers_.SaveTo(pFile);
   for (const KeyLock& Lock : locks_) {
     pFile->Add(std::string("state.") + Lock.Row().sState, Format("0x%08X", Lock.State));
@@ -292,12 +307,14 @@ bool Controller::LoadLine(const std::string& sKey, uint32_t Value) {
   if (Parts.size() == 3 && Parts[0] == "running") {
     return LoadRunning(Parts[2], Value);
   }
-  if (Parts[0] == "option" &&
-      (Parts.size() == 2 || (Parts.size() == 3 && Parts[2] == "complement"))) {
-    return LoadOption(Parts[1], Parts.size() == 3, Value);
+  if (Parts.size() == 3 && Parts[0] == "option" && Parts[2] == "complement") {
+    return LoadOption("complement", Parts[1], Value);
   }
   if (Parts.size() != 2) {
     return false;
+  }
+  if (Parts[0] == "option" || Parts[0] == "loaded") {
+    return LoadOption(Parts[0], Parts[1], Value);
   }
   if (Parts[0] == "register") {
     return registers_.LoadLine(Parts[1], Value);
@@ -317,14 +334,18 @@ bool Controller::LoadLine(const std::string& sKey, uint32_t Value) {
   return false;
 }
 
-bool Controller::LoadOption(const std::string& sName, bool IsComplement, uint32_t Value) {
+bool Controller::LoadOption(const std::string& sPart, const std::string& sName, uint32_t Value) {
   const int Index = FindWord(sName);
   if (Index < 0) {
     return false;
   }
-  STORED& Each    = stored_[static_cast<size_t>(Index)];
-  Each.Complement = IsComplement ? Value : ~Value;
-  Each.Value      = IsComplement ? Each.Value : Value;
+  STORED& Each = stored_[static_cast<size_t>(Index)];
+  if (sPart == "loaded") {
+    Each.Loaded = Value;
+  } else {
+    Each.Complement = sPart == "complement" ? Value : ~Value;
+    Each.Value      = sPart == "complement" ? Each.Value : Value;
+  }
   return true;
 }
 

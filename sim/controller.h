@@ -14,6 +14,7 @@
 #include <stdint.h>
 
 #include <deque>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -84,6 +85,18 @@ struct ACCESS {
 
 enum WATCHDOG { INDEPENDENT, WINDOW, NUM_WATCHDOGS };
 
+struct SYSTEM_BLOCK;
+
+// What is the same for all devices of a family, whatever their controller.
+struct FAMILY {
+  const SYSTEM_BLOCK*       pSystem    = nullptr;  // see device.h
+  VARIANT_ROWS              Variants   = {};
+  uint32_t                  Base       = 0;  // of the flash controller's registers
+  std::span<const REGISTER> Registers  = {};
+  std::span<const LOCK_ROW> Locks      = {};
+  std::span<const uint32_t> BrownOutMv = {};  // by BOR_LEV; the last one for all above it
+};
+
 // Whether the write that starts a reload of the options is itself answered.
 extern const VARIANT_ROW OBL_TRANSFER_FAILS;
 // Common to all devices.
@@ -91,16 +104,15 @@ extern const VARIANT_ROW TIMING_MAX;
 
 class Controller {
  public:
-  Controller(Surroundings& Around, const silicon::DEVICE& Facts, uint32_t Base,
-             std::span<const REGISTER> Registers, std::span<const LOCK_ROW> Locks);
+  Controller(Surroundings& Around, const silicon::DEVICE& Facts, const FAMILY& Family);
   virtual ~Controller()                    = default;
   Controller(const Controller&)            = delete;
   Controller& operator=(const Controller&) = delete;
 
   // -- Power and reset. What runs at a reset or a loss of power is cut short.
-  virtual void OnPowerOn() = 0;
-  void         PowerOff();
-  void         SystemReset();
+  void PowerOn();
+  void PowerOff();
+  void SystemReset();
 
   // -- Bus. The access is known to hit a register (by its offset), the option area or a memory, and
   // to be ready. False: the transfer failed.
@@ -119,9 +131,9 @@ class Controller {
   virtual uint32_t Place(const Memory& Source, uint32_t Address) const;
 
   // -- Protection in force
-  virtual int      Level() const = 0;
-  virtual bool     StartsWatchdog(WATCHDOG Which) const;  // by an option
-  virtual uint32_t BrownOutMv() const;                    // the device resets below this voltage
+  int      Level() const;
+  bool     StartsWatchdog(WATCHDOG Which) const;  // by an option
+  uint32_t BrownOutMv() const;                    // the device resets below this voltage
 
   // -- Running operations
   bool         Busy() const { return !phases_.empty(); }
@@ -146,11 +158,12 @@ class Controller {
   virtual bool Matches(int Index) const;
   // The stored word as the loader takes it: defaults where the complement does not match.
   virtual uint32_t Effective(int Index) const { return Stored(Index); }
-  // The word in force, in the places of the stored one.
-  virtual uint32_t Loaded(int Index) const;
-  int              StoredLevel() const;
-  // The level a stored byte stands for.
+  // The word in force, in the places of the stored one; without power the one that would be loaded.
+  uint32_t Loaded(int Index) const;
+  int      StoredLevel() const;
+  // The level a stored byte, or the first option word, stands for.
   int LevelOfByte(uint32_t Rdp) const;
+  int LevelOfWord(uint32_t Value) const;
   // What the device reports about its options itself, such as "OPTVERR"; "" when all is well.
   virtual std::string LoadError() const { return ""; }
   // Remarks for people on what is stored or in force, "" when there are none.
@@ -176,8 +189,12 @@ class Controller {
 
  protected:
   // -- What a kind of controller says of itself
-  virtual void OnSystemReset()                 = 0;
-  virtual void FinishPhase(const PHASE& Phase) = 0;
+  // Whether a system reset loads the options; power-on and OBL_LAUNCH do on every device.
+  virtual bool LoadsAtReset() const = 0;
+  // After a reset, with registers at their reset values and locks closed. IsNew: the options have just
+  // been loaded.
+  virtual void OnReset(bool IsNew, bool IsPowerOn) = 0;
+  virtual void FinishPhase(const PHASE& Phase)     = 0;
   // Option bytes are programmed at their addresses in memory, not through registers.
   virtual bool ProgramsOptionWords() const { return false; }
   // The phase ended before its time, after so many thousandths of it.
@@ -193,8 +210,6 @@ class Controller {
   uint64_t Us(const TIME& Time) const;  // typical, or longest where that is chosen
   void     Start(const std::vector<PHASE>& Phases);
 
-  // Registers at their reset values, locks closed.
-  void ResetRegisters();
   // The lock whose keys the register takes, -1 when it takes none.
   int LockAt(uint32_t Offset) const;
   // A key is written, the control register follows. False when the sequence is spoilt.
@@ -203,7 +218,7 @@ class Controller {
   bool     IsOpen(int Lock) const { return locks_[static_cast<size_t>(Lock)].IsOpen(); }
   KeyLock& Lock(int Lock) { return locks_[static_cast<size_t>(Lock)]; }
 
-  // OBL_LAUNCH: a reset with launched_ set, which OnSystemReset clears. Whether it is answered.
+  // OBL_LAUNCH: a reset that loads the options. Whether it is answered.
   bool LaunchOptions();
 
   // An option word is stored; its complement, where the hardware keeps one apart, follows.
@@ -214,8 +229,12 @@ class Controller {
   uint32_t WithComplement(int Index, uint32_t Value) const;
   // The option word at this address; -1 when there is none.
   int IndexOfWord(uint32_t Address) const;
+  // The word is in force from now on.
+  void SetLoaded(int Index, uint32_t Value);
   // The registers that show this word take the value.
   void ShowLoaded(int Index, uint32_t Value);
+  // The words, one bit each, that did not match their complements when they were loaded.
+  uint32_t BadWords() const { return badWords_; }
 
   // Further values that are state and not in a register; the pointer must stay valid.
   void State(const char* sName, uint32_t* pValue) { state_.push_back({sName, pValue}); }
@@ -226,7 +245,6 @@ class Controller {
   Surroundings&          around_;
   const silicon::DEVICE& facts_;
   RegisterFile           registers_;
-  bool                   launched_ = false;  // the next reset loads the options
 
  private:
   struct STATE_ITEM {
@@ -234,25 +252,32 @@ class Controller {
     uint32_t*   pValue;
   };
   struct STORED {
-    uint32_t Value;
-    uint32_t Complement;  // of IN_NEXT_WORD
-    uint32_t StuckMask;
-    uint32_t StuckValue;
+    uint32_t Value      = 0;
+    uint32_t Complement = 0;  // of IN_NEXT_WORD
+    uint32_t StuckMask  = 0;
+    uint32_t StuckValue = 0;
+
+    std::optional<uint32_t> Loaded = {};
   };
 
-  void CutRunning();
-  void ShowLock(int Lock);
-  bool LoadRunning(const std::string& sWhat, uint32_t Value);
-  bool LoadOption(const std::string& sName, bool IsComplement, uint32_t Value);
+  void                    CutRunning();
+  void                    Reset(bool Loads, bool IsPowerOn);
+  std::optional<uint32_t> InForce(const char* sField) const;
+  void                    ShowLock(int Lock);
+  bool                    LoadRunning(const std::string& sWhat, uint32_t Value);
+  bool LoadOption(const std::string& sPart, const std::string& sName, uint32_t Value);
   bool SpoilComplement(int Index, uint32_t Bit);
 
-  std::vector<KeyLock>    locks_;
-  std::vector<STORED>     stored_;
-  std::vector<REGISTER>   wordRows_;  // for Describe
-  std::vector<STATE_ITEM> state_;
-  std::deque<PHASE>       phases_;
-  uint64_t                leftUs_ = 0;
-  uint64_t                hold_   = 0;  // added to the next operation
+  std::span<const uint32_t> brownOutMv_;
+  std::vector<KeyLock>      locks_;
+  std::vector<STORED>       stored_;
+  std::vector<REGISTER>     wordRows_;  // for Describe
+  std::vector<STATE_ITEM>   state_;
+  std::deque<PHASE>         phases_;
+  uint64_t                  leftUs_   = 0;
+  uint64_t                  hold_     = 0;  // added to the next operation
+  uint32_t                  badWords_ = 0;
+  bool                      launched_ = false;  // the next reset loads the options
 };
 
 }  // namespace sim

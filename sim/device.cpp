@@ -26,12 +26,12 @@ static const uint32_t RCC_CR_HSIRDY = 1u << 1;
 static const char* const aWatchdogNames[NUM_WATCHDOGS] = {"watchdog", "window watchdog"};
 
 Device::Device(const DEVICE_ROW& Row)
-    : row_(&Row), system_(0, Row.pSystem->Registers), memories_(Row.pFacts->Memory) {
+    : row_(&Row), system_(0, Row.pFamily->pSystem->Registers), memories_(Row.pFacts->Memory) {
   variants_.Add(apCommonVariants);
-  if (Row.pSystem->Gate != 0) {
+  if (Row.pFamily->pSystem->Gate != 0) {
     variants_.Add(apGateVariants);
   }
-  variants_.Add(Row.Variants);
+  variants_.Add(Row.pFamily->Variants);
   controller_ = Row.pfMakeController(*this);
 }
 
@@ -122,7 +122,7 @@ void Device::RunCore() {
 void Device::StartWatchdogs() {
   for (int i = 0; i < NUM_WATCHDOGS; i++) {
     const bool Starts  = controller_->StartsWatchdog(static_cast<WATCHDOG>(i));
-    watchdogLeftUs_[i] = Starts ? row_->pSystem->Watchdogs[i].ResetUs : 0;
+    watchdogLeftUs_[i] = Starts ? row_->pFamily->pSystem->Watchdogs[i].ResetUs : 0;
   }
 }
 
@@ -138,7 +138,7 @@ bool Device::IsFrozen(const WATCHDOG_ROW& Watchdog) const {
 uint64_t Device::UntilWatchdogUs() const {
   uint64_t Us = FOREVER;
   for (int i = 0; i < NUM_WATCHDOGS; i++) {
-    if (watchdogLeftUs_[i] != 0 && !IsFrozen(row_->pSystem->Watchdogs[i])) {
+    if (watchdogLeftUs_[i] != 0 && !IsFrozen(row_->pFamily->pSystem->Watchdogs[i])) {
       Us = std::min(Us, watchdogLeftUs_[i]);
     }
   }
@@ -147,7 +147,7 @@ uint64_t Device::UntilWatchdogUs() const {
 
 void Device::PassOnWatchdogs(uint64_t Us, bool Fed) {
   for (int i = 0; i < NUM_WATCHDOGS; i++) {
-    const WATCHDOG_ROW& Row    = row_->pSystem->Watchdogs[i];
+    const WATCHDOG_ROW& Row    = row_->pFamily->pSystem->Watchdogs[i];
     uint64_t&           LeftUs = watchdogLeftUs_[i];
     if (LeftUs == 0 || IsFrozen(Row)) {
       continue;
@@ -174,7 +174,7 @@ void Device::PowerOn() {
   system_.ResetAll();
   system_[row_->pFacts->pFamily->IdCode] = row_->pFacts->IdCode;
   memories_.Erase(SRAM);
-  controller_->OnPowerOn();
+  controller_->PowerOn();
   StartWatchdogs();
   IsChanged = true;
 }
@@ -251,17 +251,19 @@ bool Device::DebugPortAnswers() const {
 }
 
 bool Device::IsDebugRegister(uint32_t Address) const {
-  return Address >= row_->pSystem->DebugFirst && Address <= row_->pSystem->DebugLast;
+  return Address >= row_->pFamily->pSystem->DebugFirst &&
+         Address <= row_->pFamily->pSystem->DebugLast;
 }
 
 bool Device::IsDebugClocked() const {
-  const SYSTEM_BLOCK& System = *row_->pSystem;
+  const SYSTEM_BLOCK& System = *row_->pFamily->pSystem;
   return System.Gate == 0 || !variants_[F0_DBGMCU_GATED] ||
          (system_[System.Gate] >> System.GateBit & 1) != 0;
 }
 
 bool Device::HsiRuns() const {
-  return row_->pSystem->RccCr == 0 || (system_[row_->pSystem->RccCr] & RCC_CR_HSION) != 0;
+  return row_->pFamily->pSystem->RccCr == 0 ||
+         (system_[row_->pFamily->pSystem->RccCr] & RCC_CR_HSION) != 0;
 }
 
 Device::PLACE Device::PlaceOf(uint32_t Address) const {
@@ -382,7 +384,7 @@ bool Device::WriteSystem(uint32_t Address, uint32_t Size, uint32_t Value) {
     return true;
   }
   system_.Write(Register, Merge(system_[Register], Address, Size, Value));
-  if (Register == row_->pSystem->RccCr) {
+  if (Register == row_->pFamily->pSystem->RccCr) {
     uint32_t& RccCr = system_[Register];
     RccCr           = HsiRuns() ? RccCr | RCC_CR_HSIRDY : RccCr & ~RCC_CR_HSIRDY;
   }

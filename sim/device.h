@@ -46,11 +46,10 @@ struct SYSTEM_BLOCK {
   WATCHDOG_ROW              Watchdogs[NUM_WATCHDOGS] = {};
 };
 
-// A device that can be on a bench. Rows are made by DeviceRows in catalog.h.
+// A device that can be on a bench, see catalog.h.
 struct DEVICE_ROW {
-  const silicon::DEVICE* pFacts  = nullptr;
-  const SYSTEM_BLOCK*    pSystem = nullptr;
-  VARIANT_ROWS           Variants;  // of its family
+  const silicon::DEVICE* pFacts                                         = nullptr;
+  const FAMILY*          pFamily                                        = nullptr;
   std::unique_ptr<Controller> (*pfMakeController)(Surroundings& Around) = nullptr;
 };
 

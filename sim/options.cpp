@@ -5,6 +5,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 #include "sim/controller.h"
 
 namespace sim {
@@ -94,14 +96,12 @@ static uint32_t MaskOf(const silicon::LOADED& Piece) {
 }
 
 uint32_t Controller::Loaded(int Index) const {
-  uint32_t Value = Effective(Index);
-  for (const silicon::LOADED& Piece : Word(Index).Loaded) {
-    if (Piece.Register != 0) {
-      const uint32_t Bits = registers_[Piece.Register - registers_.Base()] >> Piece.To << Piece.Low;
-      Value               = (Value & ~MaskOf(Piece)) | (Bits & MaskOf(Piece));
-    }
-  }
-  return Value;
+  const std::optional<uint32_t>& Value = stored_[static_cast<size_t>(Index)].Loaded;
+  return Value ? *Value : Effective(Index);
+}
+
+void Controller::SetLoaded(int Index, uint32_t Value) {
+  stored_[static_cast<size_t>(Index)].Loaded = Value;
 }
 
 void Controller::ShowLoaded(int Index, uint32_t Value) {
@@ -114,24 +114,53 @@ void Controller::ShowLoaded(int Index, uint32_t Value) {
   }
 }
 
+// A field in force; nothing on a device that does not have it.
+std::optional<uint32_t> Controller::InForce(const char* sField) const {
+  for (int i = 0; i < NumWords(); i++) {
+    for (const silicon::FIELD& Field : Word(i).Fields) {
+      if (strcmp(Field.sName, sField) == 0) {
+        return Field.Get(Loaded(i));
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+bool Controller::StartsWatchdog(WATCHDOG Which) const {
+  if (Which == WINDOW) {
+    return InForce("WWDG_SW") == 0u;
+  }
+  return InForce("WDG_SW") == 0u || InForce("IWDG_SW") == 0u || InForce("IWDG1_SW") == 0u;
+}
+
+uint32_t Controller::BrownOutMv() const {
+  const std::optional<uint32_t> BorLev = InForce("BOR_LEV");
+  return BorLev ? brownOutMv_[std::min<size_t>(*BorLev, brownOutMv_.size() - 1)] : POWER_ON_MV;
+}
+
 // -- Levels --------------------------------------------------------------------------------------
+
+int Controller::Level() const {
+  return LevelOfWord(Loaded(0));
+}
+
+int Controller::StoredLevel() const {
+  const bool Good = Word(0).Complement == silicon::IN_BYTES ? PairMatches(Stored(0)) : Matches(0);
+  return Good ? LevelOfWord(Stored(0)) : 1;
+}
+
+int Controller::LevelOfWord(uint32_t Value) const {
+  for (const silicon::FIELD& Field : Word(0).Fields) {
+    if (Field.Kind == silicon::LEVEL) {
+      return LevelOfByte(Field.Get(Value));
+    }
+  }
+  return 0;
+}
 
 int Controller::LevelOfByte(uint32_t Rdp) const {
   const silicon::FAMILY& Family = *facts_.pFamily;
   return Rdp == Family.Level0 ? 0 : Family.Level2 != 0 && Rdp == Family.Level2 ? 2 : 1;
-}
-
-int Controller::StoredLevel() const {
-  for (int i = 0; i < NumWords(); i++) {
-    for (const silicon::FIELD& Field : Word(i).Fields) {
-      if (Field.Kind == silicon::LEVEL) {
-        const bool Good =
-            Word(i).Complement == silicon::IN_BYTES ? PairMatches(Stored(i)) : Matches(i);
-        return Good ? LevelOfByte(Field.Get(Stored(i))) : 1;
-      }
-    }
-  }
-  return 0;
 }
 
 }  // namespace sim

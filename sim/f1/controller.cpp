@@ -4,33 +4,10 @@
 
 namespace sim::f1 {
 
-ControllerF1::ControllerF1(Surroundings& Around, const F1_DEVICE& Row)
-    : Controller(Around, *Row.pFacts, BASE, Row.pFamily->Registers, Row.pFamily->Locks),
-      family_(*Row.pFamily) {
+ControllerF1::ControllerF1(Surroundings& Around, const silicon::DEVICE& Facts,
+                           const F1_FAMILY& Family)
+    : Controller(Around, Facts, Family.Common), family_(Family) {
   State("unreadable_until_power_on", &unreadable_);
-}
-
-// -- Power and reset -----------------------------------------------------------------------------
-
-void ControllerF1::OnPowerOn() {
-  unreadable_ = 0;
-  ResetRegisters();
-  Load();
-}
-
-// What is loaded stays in force over a reset that does not load.
-void ControllerF1::OnSystemReset() {
-  const uint32_t Obr = registers_[OBR], Wrpr = registers_[WRPR];
-  const bool     Reload = family_.Loading == LOAD_ON_RESET || launched_ ||
-                      (family_.Loading == LOAD_ON_BOTH && Is(F3_LOAD_ON_RESET));
-  launched_ = false;
-  ResetRegisters();
-  if (Reload) {
-    Load();
-  } else {
-    registers_[OBR]  = Obr;
-    registers_[WRPR] = Wrpr;
-  }
 }
 
 // -- Bus -----------------------------------------------------------------------------------------

@@ -39,25 +39,13 @@ inline constexpr TIME ERASE   = {.TypicalUs = 20000, .LongestUs = 40000};  // of
 enum LOADING { LOAD_ON_RESET, LOAD_ON_LAUNCH, LOAD_ON_BOTH };
 
 struct F1_FAMILY {
-  const SYSTEM_BLOCK*       pSystem        = nullptr;
-  VARIANT_ROWS              Variants       = {};
-  std::span<const REGISTER> Registers      = {};
-  std::span<const LOCK_ROW> Locks          = {};
-  LOADING                   Loading        = LOAD_ON_RESET;
-  bool                      WordAccessOnly = false;  // registers fault on bytes and half-words
-  bool                      WrpStepUnknown = false;  // see F1_WRP_OF_FOUR_PAGES
-  uint32_t                  PageBytes      = 0;
-  uint32_t                  BankBytes      = 0;  // of the first bank; 0: there is one bank
+  FAMILY   Common         = {};
+  LOADING  Loading        = LOAD_ON_RESET;
+  bool     WordAccessOnly = false;  // registers fault on bytes and half-words
+  bool     WrpStepUnknown = false;  // see F1_WRP_OF_FOUR_PAGES
+  uint32_t PageBytes      = 0;
+  uint32_t BankBytes      = 0;  // of the first bank; 0: there is one bank
 };
-
-struct F1_DEVICE {
-  const silicon::DEVICE* pFacts  = nullptr;
-  const F1_FAMILY*       pFamily = nullptr;
-};
-
-extern const SYSTEM_BLOCK              SystemF0, SystemF1, SystemF3;
-extern const std::span<const REGISTER> RegistersF0F3, RegistersF1, RegistersF1XL;
-extern const std::span<const LOCK_ROW> Locks, LocksXL;
 
 // Open questions of the manuals.
 extern const VARIANT_ROW F1_UNPROTECT_NEEDS_POWER_ON, F1_WRP_OF_FOUR_PAGES, F3_LOAD_ON_RESET;
@@ -66,10 +54,9 @@ extern const VARIANT_ROW F1_UNPROTECT_NEEDS_POWER_ON, F1_WRP_OF_FOUR_PAGES, F3_L
 
 class ControllerF1 : public Controller {
  public:
-  ControllerF1(Surroundings& Around, const F1_DEVICE& Row);
+  ControllerF1(Surroundings& Around, const silicon::DEVICE& Facts, const F1_FAMILY& Family);
 
   // controller.cpp
-  void OnPowerOn() override;
   bool MustWait(const ACCESS& Access) const override;
   bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) override;
   bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
@@ -77,8 +64,6 @@ class ControllerF1 : public Controller {
   // options.cpp
   bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
   uint32_t    Effective(int Index) const override;
-  int         Level() const override;
-  bool        StartsWatchdog(WATCHDOG Which) const override;
   std::string LoadError() const override;
   std::string Remarks() const override;
 
@@ -87,7 +72,8 @@ class ControllerF1 : public Controller {
   bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
  protected:
-  void         OnSystemReset() override;
+  bool         LoadsAtReset() const override;
+  void         OnReset(bool IsNew, bool IsPowerOn) override;
   bool         ProgramsOptionWords() const override { return true; }
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
@@ -105,7 +91,6 @@ class ControllerF1 : public Controller {
   bool     RunsIn(uint32_t Bank) const;
 
   // options.cpp
-  void Load();
   void ProgramOption(uint32_t Address, uint32_t Half);
   void EraseOptions(bool ToTheEnd);
 

@@ -6,8 +6,6 @@ namespace sim::f1 {
 
 enum { WORD_RDP_USER, WORD_DATA, WORD_WRP01 };
 
-static const uint32_t WDG_SW = 1u << 16;  // in the option word
-
 // -- In force ------------------------------------------------------------------------------------
 
 // A byte whose complement is wrong counts as FF.
@@ -22,31 +20,20 @@ uint32_t ControllerF1::Effective(int Index) const {
   return Value & 0x00FF00FF;
 }
 
-void ControllerF1::Load() {
-  static const uint32_t  aSteps[] = {0, 1, 3};
-  const silicon::FAMILY& Family   = *facts_.pFamily;
-  registers_[OBR]                 = 0;
-  registers_[WRPR]                = 0xFFFFFFFF;
-  bool Good                       = true;
-  for (int i = 0; i < NumWords(); i++) {
-    ShowLoaded(i, Effective(i));
-    Good = Good && Matches(i);
-  }
-  registers_[OBR] = Family.LevelField.Put(registers_[OBR], aSteps[StoredLevel()]);
-  registers_[OBR] |= Good ? 0 : OBR_OPTERR;
+bool ControllerF1::LoadsAtReset() const {
+  return family_.Loading == LOAD_ON_RESET ||
+         (family_.Loading == LOAD_ON_BOTH && Is(F3_LOAD_ON_RESET));
 }
 
-int ControllerF1::Level() const {
-  const uint32_t Step = facts_.pFamily->LevelField.Get(registers_[OBR]);
-  return Step == 3 ? 2 : Step != 0;
-}
-
-bool ControllerF1::StartsWatchdog(WATCHDOG Which) const {
-  return Which == INDEPENDENT && (Loaded(WORD_RDP_USER) & WDG_SW) == 0;
+void ControllerF1::OnReset(bool /*IsNew*/, bool IsPowerOn) {
+  static const uint32_t aSteps[] = {0, 1, 3};  // by level
+  registers_[OBR]                = facts_.pFamily->LevelField.Put(registers_[OBR], aSteps[Level()]);
+  registers_[OBR] |= BadWords() != 0 ? OBR_OPTERR : 0;
+  unreadable_ = IsPowerOn ? 0 : unreadable_;
 }
 
 std::string ControllerF1::LoadError() const {
-  return (registers_[OBR] & OBR_OPTERR) != 0 ? "OPTERR" : "";
+  return BadWords() != 0 ? "OPTERR" : "";
 }
 
 std::string ControllerF1::Remarks() const {

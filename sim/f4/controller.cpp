@@ -4,13 +4,13 @@
 
 namespace sim::f4 {
 
-static std::vector<SECTOR> SectorsOf(const BANKS& Banks, const silicon::MEMORY& Flash) {
-  const uint32_t      BankBytes = Flash.Bytes / Banks.NumBanks;
+static std::vector<SECTOR> SectorsOf(const silicon::SECTOR_MAP& Map, const silicon::MEMORY& Flash) {
+  const uint32_t      BankBytes = Flash.Bytes / Map.NumBanks;
   std::vector<SECTOR> Sectors;
-  for (uint32_t Bank = 0; Bank < Banks.NumBanks && Banks.SmallBytes != 0; Bank++) {
+  for (uint32_t Bank = 0; Bank < Map.NumBanks && Map.UnitBytes != 0; Bank++) {
     uint32_t Offset = 0;
     for (uint32_t i = 0; Offset < BankBytes; i++) {
-      const uint32_t Bytes = Banks.SmallBytes * (i < 4 ? 1 : i == 4 ? 4 : 8);
+      const uint32_t Bytes = Map.UnitBytes * (i < 4 ? 1 : i == 4 ? 4 : 8);
       Sectors.push_back({Bank, i, Flash.Base + Bank * BankBytes + Offset, Bytes});
       Offset += Bytes;
     }
@@ -18,23 +18,16 @@ static std::vector<SECTOR> SectorsOf(const BANKS& Banks, const silicon::MEMORY& 
   return Sectors;
 }
 
-ControllerF4::ControllerF4(Surroundings& Around, const F4_DEVICE& Row)
-    : Controller(Around, *Row.pFacts, BASE, Row.Registers, Locks),
-      family_(*Row.pFamily),
-      sectors_(SectorsOf(family_.Banks, Row.pFacts->Memory[0])),
-      splitSectors_(SectorsOf(family_.Split, Row.pFacts->Memory[0])) {
-  static const char* const aNames[MAX_WORDS][2] = {
-      {"loaded_0", "to_program_0"}, {"loaded_1", "to_program_1"}, {"loaded_2", "to_program_2"}};
-  for (size_t i = 0; i < MAX_WORDS; i++) {
-    State(aNames[i][0], &loaded_[i]);
-    State(aNames[i][1], &toProgram_[i]);
-  }
-}
-
-void ControllerF4::OnSystemReset() {
-  ResetRegisters();
-  loaded_ = StoredWords();
-  ShowStored();
+ControllerF4::ControllerF4(Surroundings& Around, const silicon::DEVICE& Facts,
+                           const F4_FAMILY& Family)
+    : Controller(Around, Facts, Family.Common),
+      family_(Family),
+      layout_(LayoutOf(Facts)),
+      sectors_(SectorsOf(layout_.Map, Facts.Memory[0])),
+      splitSectors_(SectorsOf(layout_.Split, Facts.Memory[0])) {
+  State("to_program_0", &toProgram_[0]);
+  State("to_program_1", &toProgram_[1]);
+  State("to_program_2", &toProgram_[2]);
 }
 
 // -- Bus -----------------------------------------------------------------------------------------
@@ -114,7 +107,6 @@ void ControllerF4::FinishPhase(const PHASE& Phase) {
   switch (Phase.Kind) {
     case OPTION_PROGRAM:
       StoreWords(toProgram_);
-      ShowStored();
       LoadProtection();
       registers_[OPTCR] &= ~OPTCR_OPTSTRT;
       break;

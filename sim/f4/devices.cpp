@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 
-#include "silicon/f2_f4_f7.h"
 #include "sim/dbgmcu.h"
 #include "sim/f4/f4.h"
 
@@ -70,23 +69,12 @@ static constexpr REGISTER OptionRegister(const silicon::OPTION_WORD& Word, size_
   return Row;
 }
 
-template <const silicon::DEVICE& Facts, const F4_FAMILY& Family>
-static constexpr auto aRegisters = [] {
-  std::array<REGISTER, 5 + Facts.Options.size()> Rows = {Acr, Keyr, Optkeyr, *Family.pSr,
-                                                         *Family.pCr};
-  for (size_t i = 0; i < Facts.Options.size(); i++) {
-    Rows[5 + i] = OptionRegister(Facts.Options[i], i);
-  }
-  return Rows;
-}();
-
 static constexpr LOCK_ROW aLocks[] = {
     {.sState = "keys", .Register = KEYR, .First = {0x45670123, "KEY1"},
      .Second = {0xCDEF89AB, "KEY2"}, .Control = CR, .ClosedBit = CR_LOCK},
     {.sState = "option_keys", .Register = OPTKEYR, .First = {0x08192A3B, "OPTKEY1"},
      .Second = {0x4C5D6E7F, "OPTKEY2"}, .Control = OPTCR, .ClosedBit = OPTCR_OPTLOCK},
 };
-constinit const std::span<const LOCK_ROW> Locks = aLocks;
 
 // -- Around it -----------------------------------------------------------------------------------
 
@@ -114,39 +102,46 @@ static constexpr SYSTEM_BLOCK SystemF7 = {
 
 // -- Families ------------------------------------------------------------------------------------
 
-static const uint32_t KB = silicon::KB;
+static constexpr uint32_t aBrownOutMv[] = {2700, 2400, 2100, POWER_ON_MV};
 
-static constexpr F4_FAMILY F2F4 = {
-    .pSystem = &System, .Variants = apVariants, .pSr = &Sr, .pCr = &Cr,
-    .Banks = {.SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F4OfPcrop = {
-    .pSystem = &System, .Variants = apVariants, .pSr = &Sr, .pCr = &Cr, .Pcrop = BY_SPRMOD,
-    .Banks = {.SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F4OfTwoBanks = {
-    .pSystem = &System, .Variants = apVariants, .pSr = &Sr, .pCr = &CrOfTwoBanks,
-    .Pcrop = BY_SPRMOD, .Banks = {.NumBanks = 2, .SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F4OfDb1m = {
-    .pSystem = &System, .Variants = apVariantsOfDb1m, .pSr = &Sr, .pCr = &CrOfTwoBanks,
-    .Pcrop = BY_SPRMOD, .Banks = {.SmallBytes = 16 * KB}, .SplitMask = OPTCR_DB1M,
-    .SplitValue = OPTCR_DB1M, .Split = {.NumBanks = 2, .SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F72 = {
-    .pSystem = &SystemF7, .Variants = apVariants, .pSr = &SrOfF72, .pCr = &Cr, .Pcrop = BY_OPTCR2,
-    .Banks = {.SmallBytes = 16 * KB}};
-static constexpr F4_FAMILY F74 = {
-    .pSystem = &SystemF7, .Variants = apVariants, .pSr = &Sr, .pCr = &Cr,
-    .Banks = {.SmallBytes = 32 * KB}};
-static constexpr F4_FAMILY F76 = {
-    .pSystem = &SystemF7, .Variants = apVariants, .pSr = &Sr, .pCr = &CrOfF76,
-    .Banks = {.SmallBytes = 32 * KB}, .SplitMask = OPTCR_nDBANK, .SplitValue = 0,
-    .Split = {.NumBanks = 2, .SmallBytes = 16 * KB, .SectorsPerBit = 2}};
+// What the families differ in; registers for options are each device's own.
+struct ROW {
+  const SYSTEM_BLOCK& System;
+  VARIANT_ROWS        Variants;
+  const REGISTER&     Sr;
+  const REGISTER&     Cr;
+  PCROP_KIND          Pcrop = NO_PCROP;
+};
+
+static constexpr ROW F2F4         = {System, apVariants, Sr, Cr};
+static constexpr ROW F4OfPcrop    = {System, apVariants, Sr, Cr, BY_SPRMOD};
+static constexpr ROW F4OfTwoBanks = {System, apVariants, Sr, CrOfTwoBanks, BY_SPRMOD};
+static constexpr ROW F4OfDb1m     = {System, apVariantsOfDb1m, Sr, CrOfTwoBanks, BY_SPRMOD};
+static constexpr ROW F72          = {SystemF7, apVariants, SrOfF72, Cr, BY_OPTCR2};
+static constexpr ROW F74          = {SystemF7, apVariants, Sr, Cr};
+static constexpr ROW F76          = {SystemF7, apVariants, Sr, CrOfF76};
+
+template <const silicon::DEVICE& Facts, const ROW& Row>
+static constexpr auto aRegisters = [] {
+  std::array<REGISTER, 5 + Facts.Options.size()> Rows = {Acr, Keyr, Optkeyr, Row.Sr, Row.Cr};
+  for (size_t i = 0; i < Facts.Options.size(); i++) {
+    Rows[5 + i] = OptionRegister(Facts.Options[i], i);
+  }
+  return Rows;
+}();
+
+template <const silicon::DEVICE& Facts, const ROW& Row>
+static constexpr F4_FAMILY Family = {
+    .Common = {.pSystem = &Row.System, .Variants = Row.Variants, .Base = BASE,
+               .Registers = aRegisters<Facts, Row>, .Locks = aLocks, .BrownOutMv = aBrownOutMv},
+    .Pcrop = Row.Pcrop};
 
 // -- Devices -------------------------------------------------------------------------------------
 
-template <const silicon::DEVICE& Facts, const F4_FAMILY& Family>
-static constexpr F4_DEVICE Device = {
-    .pFacts = &Facts, .pFamily = &Family, .Registers = aRegisters<Facts, Family>};
+template <const silicon::DEVICE& Facts, const ROW& Row>
+static constexpr DEVICE_ROW Device = DeviceRow<ControllerF4, Facts, Family<Facts, Row>>;
 
-static const F4_DEVICE aDevices[] = {
+static constexpr DEVICE_ROW aDevices[] = {
     Device<silicon::STM32F207, F2F4>,      Device<silicon::STM32F401xC, F4OfPcrop>,
     Device<silicon::STM32F401, F4OfPcrop>, Device<silicon::STM32F407, F2F4>,
     Device<silicon::STM32F410, F4OfPcrop>, Device<silicon::STM32F411, F4OfPcrop>,
@@ -161,9 +156,6 @@ static const F4_DEVICE aDevices[] = {
 
 }  // namespace f4
 
-std::span<const DEVICE_ROW> DevicesF4() {
-  static const auto Rows = DeviceRows<f4::aDevices, f4::ControllerF4>();
-  return Rows;
-}
+constinit const std::span<const DEVICE_ROW> DevicesF4 = f4::aDevices;
 
 }  // namespace sim

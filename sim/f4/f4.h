@@ -10,6 +10,7 @@
 
 #include <array>
 
+#include "silicon/layout.h"
 #include "sim/catalog.h"
 #include "sim/controller.h"
 #include "sim/request.h"
@@ -48,33 +49,10 @@ enum PCROP_KIND {
   BY_OPTCR2   // bits of their own
 };
 
-// A bank has four small sectors, one of four times and the rest of eight times their size.
-struct BANKS {
-  uint32_t NumBanks      = 1;
-  uint32_t SmallBytes    = 0;
-  uint32_t SectorsPerBit = 1;  // of nWRP
-};
-
 struct F4_FAMILY {
-  const SYSTEM_BLOCK* pSystem  = nullptr;
-  VARIANT_ROWS        Variants = {};
-  const REGISTER*     pSr      = nullptr;
-  const REGISTER*     pCr      = nullptr;
-  PCROP_KIND          Pcrop    = NO_PCROP;
-  BANKS               Banks    = {};
-  // An option may make two banks of one: while OPTCR & SplitMask is SplitValue.
-  uint32_t SplitMask  = 0;
-  uint32_t SplitValue = 0;
-  BANKS    Split      = {};
+  FAMILY     Common = {};
+  PCROP_KIND Pcrop  = NO_PCROP;
 };
-
-struct F4_DEVICE {
-  const silicon::DEVICE*    pFacts    = nullptr;
-  const F4_FAMILY*          pFamily   = nullptr;
-  std::span<const REGISTER> Registers = {};
-};
-
-extern const std::span<const LOCK_ROW> Locks;
 
 // Open questions of the manuals.
 extern const VARIANT_ROW F4_LEVEL_AT_ONCE, F4_OPTKEY_BUS_ERROR, F4_DB1M_FREE_WITH_SPRMOD;
@@ -90,10 +68,9 @@ struct SECTOR {
 
 class ControllerF4 : public Controller {
  public:
-  ControllerF4(Surroundings& Around, const F4_DEVICE& Row);
+  ControllerF4(Surroundings& Around, const silicon::DEVICE& Facts, const F4_FAMILY& Family);
 
   // controller.cpp
-  void OnPowerOn() override { OnSystemReset(); }
   bool MustWait(const ACCESS& Access) const override;
   bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) override;
   bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
@@ -102,10 +79,6 @@ class ControllerF4 : public Controller {
   bool        InOptionArea(uint32_t Address) const override;
   bool        ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
   bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
-  uint32_t    Loaded(int Index) const override { return loaded_[static_cast<size_t>(Index)]; }
-  int         Level() const override;
-  bool        StartsWatchdog(WATCHDOG Which) const override;
-  uint32_t    BrownOutMv() const override;
   std::string Remarks() const override;
 
   // flash.cpp
@@ -113,7 +86,8 @@ class ControllerF4 : public Controller {
   bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
  protected:
-  void         OnSystemReset() override;
+  bool         LoadsAtReset() const override { return true; }
+  void         OnReset(bool /*IsNew*/, bool /*IsPowerOn*/) override {}
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   CAPABILITIES Can() const override;
@@ -130,8 +104,8 @@ class ControllerF4 : public Controller {
 
   // options.cpp
   WORDS       StoredWords() const;
+  WORDS       LoadedWords() const;
   void        StoreWords(const WORDS& Words);
-  void        ShowStored();
   void        LoadProtection();
   void        WriteOption(uint32_t Offset, uint32_t Value);
   void        StartOptions();
@@ -154,10 +128,10 @@ class ControllerF4 : public Controller {
   const SECTOR&              SectorAt(uint32_t Address) const;
   bool                       IsIn(uint32_t Bits, const SECTOR& Sector) const;
 
-  const F4_FAMILY&    family_;
-  std::vector<SECTOR> sectors_, splitSectors_;
-  WORDS               loaded_    = {};  // in force
-  WORDS               toProgram_ = {};
+  const F4_FAMILY&       family_;
+  const silicon::LAYOUT& layout_;
+  std::vector<SECTOR>    sectors_, splitSectors_;
+  WORDS                  toProgram_ = {};
 };
 
 }  // namespace sim::f4

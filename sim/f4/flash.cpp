@@ -28,7 +28,7 @@ static uint32_t Psize(uint32_t Control) {
 // -- Sectors -------------------------------------------------------------------------------------
 
 bool ControllerF4::IsSplit() const {
-  return family_.SplitMask != 0 && (loaded_[WORD_OPTCR] & family_.SplitMask) == family_.SplitValue;
+  return layout_.SplitMask != 0 && (Loaded(WORD_OPTCR) & layout_.SplitMask) == layout_.SplitValue;
 }
 
 const SECTOR& ControllerF4::SectorAt(uint32_t Address) const {
@@ -42,7 +42,7 @@ const SECTOR& ControllerF4::SectorAt(uint32_t Address) const {
 
 // The last two sectors of F413 share a bit, and so does each pair of F76x with two banks.
 bool ControllerF4::IsIn(uint32_t Bits, const SECTOR& Sector) const {
-  const uint32_t Bit = Sector.Number() / (IsSplit() ? family_.Split : family_.Banks).SectorsPerBit;
+  const uint32_t Bit = Sector.Number() / (IsSplit() ? layout_.Split : layout_.Map).SectorsPerBit;
   return (Bits >> std::min(Bit, NumWrpBits() - 1) & 1) != 0;
 }
 

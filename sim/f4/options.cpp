@@ -20,42 +20,32 @@ WORDS ControllerF4::StoredWords() const {
   return Words;
 }
 
+WORDS ControllerF4::LoadedWords() const {
+  WORDS Words = {};
+  for (int i = 0; i < NumWords(); i++) {
+    Words[static_cast<size_t>(i)] = Loaded(i);
+  }
+  return Words;
+}
+
 void ControllerF4::StoreWords(const WORDS& Words) {
   for (int i = 0; i < NumWords(); i++) {
     Store(i, Words[static_cast<size_t>(i)]);
   }
 }
 
-// The registers follow the stored options; lock and start bit are none of these.
-void ControllerF4::ShowStored() {
-  for (int i = 0; i < NumWords(); i++) {
-    ShowLoaded(i, Stored(i));
-  }
-}
-
-// Level, write protection and PCROP are in force once a change has ended; all else waits for reset.
+// Once a change has ended its values are in the registers, and level, write protection and PCROP in
+// force; all else waits for reset.
 void ControllerF4::LoadProtection() {
-  for (int i = 0; i < NumWords() && Is(F4_LEVEL_AT_ONCE); i++) {
+  for (int i = 0; i < NumWords(); i++) {
     const silicon::FIELDS& Fields = Word(i).Fields;
     const uint32_t         Mask =
         Fields.Mask(silicon::LEVEL) | Fields.Mask(silicon::WRP) | Fields.Mask(silicon::PCROP);
-    uint32_t& Each = loaded_[static_cast<size_t>(i)];
-    Each           = (Each & ~Mask) | (Stored(i) & Mask);
+    ShowLoaded(i, Stored(i));
+    if (Is(F4_LEVEL_AT_ONCE)) {
+      SetLoaded(i, (Loaded(i) & ~Mask) | (Stored(i) & Mask));
+    }
   }
-}
-
-int ControllerF4::Level() const {
-  return LevelOfByte(facts_.pFamily->LevelField.Get(loaded_[WORD_OPTCR]));
-}
-
-// Where WWDG_SW is another option there is no window watchdog to start either.
-bool ControllerF4::StartsWatchdog(WATCHDOG Which) const {
-  return (loaded_[WORD_OPTCR] & (Which == INDEPENDENT ? OPTCR_WDG_SW : OPTCR_WWDG_SW)) == 0;
-}
-
-uint32_t ControllerF4::BrownOutMv() const {
-  static const uint32_t aMillivolts[] = {2700, 2400, 2100, POWER_ON_MV};  // by BOR_LEV
-  return aMillivolts[loaded_[WORD_OPTCR] >> 2 & 3];
 }
 
 std::string ControllerF4::Remarks() const {
@@ -82,13 +72,13 @@ bool ControllerF4::IsSprmod(const WORDS& Words) const {
 }
 
 uint32_t ControllerF4::ExecuteOnlyBits() const {
-  return family_.Pcrop == BY_OPTCR2 ? loaded_[WORD_OPTCR2] & OPTCR2_PCROP
-         : IsSprmod(loaded_)        ? WrpBits(loaded_)
+  return family_.Pcrop == BY_OPTCR2 ? Loaded(WORD_OPTCR2) & OPTCR2_PCROP
+         : IsSprmod(LoadedWords())  ? WrpBits(LoadedWords())
                                     : 0;
 }
 
 uint32_t ControllerF4::ProtectedBits() const {
-  return ExecuteOnlyBits() | (IsSprmod(loaded_) ? 0 : ~WrpBits(loaded_));
+  return ExecuteOnlyBits() | (IsSprmod(LoadedWords()) ? 0 : ~WrpBits(LoadedWords()));
 }
 
 // -- Option bytes in memory, for reading only ----------------------------------------------------
@@ -141,8 +131,7 @@ void ControllerF4::StartOptions() {
     toProgram_[i] = registers_[OPTCR + 4 * i];
   }
   toProgram_[WORD_OPTCR] &= ~(OPTCR_OPTLOCK | OPTCR_OPTSTRT);
-  const uint32_t Rdp        = facts_.pFamily->LevelField.Get(toProgram_[WORD_OPTCR]);
-  const bool     Unprotects = Level() == 1 && LevelOfByte(Rdp) == 0;
+  const bool Unprotects = Level() == 1 && LevelOfWord(toProgram_[WORD_OPTCR]) == 0;
   if (const char* sBroken = BrokenRule(Unprotects); sBroken != nullptr) {
     registers_[OPTCR] &= ~OPTCR_OPTSTRT;
     SetError(SR_WRPERR);
@@ -174,7 +163,7 @@ const char* ControllerF4::BrokenRule(bool Unprotects) const {
   if (!IsSprmod(toProgram_) || (WrpBits(Old) & ~WrpBits(toProgram_)) != 0) {
     return "PCROP can be lifted from level 1 to level 0 only";
   }
-  if ((Changed & family_.SplitMask) != 0 && !Is(F4_DB1M_FREE_WITH_SPRMOD)) {
+  if ((Changed & layout_.SplitMask) != 0 && !Is(F4_DB1M_FREE_WITH_SPRMOD)) {
     return "DB1M stays while SPRMOD does";
   }
   return nullptr;

@@ -6,13 +6,12 @@
 
 namespace sim::h7 {
 
-ControllerH7::ControllerH7(Surroundings& Around, const H7_DEVICE& Row)
-    : Controller(Around, *Row.pFacts, BASE, Row.pFamily->Registers, Row.pFamily->Locks),
-      family_(*Row.pFamily) {
+ControllerH7::ControllerH7(Surroundings& Around, const silicon::DEVICE& Facts,
+                           const H7_FAMILY& Family)
+    : Controller(Around, Facts, Family.Common), family_(Family) {
   static const char* const aNames[] = {"buffer_0", "buffer_1", "buffer_2", "buffer_3",
                                        "buffer_4", "buffer_5", "buffer_6", "buffer_7"};
   State("change_error", &changeError_);
-  State("swapped", &swapped_);
   State("active_banks", &activeBanks_);
   State("buffer_address", &bufferAddress_);
   State("buffer_bytes", &bufferBytes_);
@@ -21,27 +20,13 @@ ControllerH7::ControllerH7(Surroundings& Around, const H7_DEVICE& Row)
   }
 }
 
-// -- Power and reset -----------------------------------------------------------------------------
-
-void ControllerH7::OnPowerOn() {
-  changeError_ = 0;
-  Reset();
-}
-
-void ControllerH7::OnSystemReset() {
-  changeError_ = Is(H7_ERROR_CLEARED_ON_RESET) ? 0 : changeError_;
-  Reset();
-}
-
 // Every reset brings the values in force back into _PRG.
-void ControllerH7::Reset() {
-  ResetRegisters();
+void ControllerH7::OnReset(bool /*IsNew*/, bool IsPowerOn) {
   for (int i = 0; i < NumWords(); i++) {
-    ShowLoaded(i, Stored(i));
     registers_[PrgRegister(i)] = Stored(i);
   }
   EmptyBuffer();
-  swapped_ = (Stored(WORD_OPTSR) & OPTSR_SWAP_BANK_OPT) != 0;
+  changeError_ = IsPowerOn || Is(H7_ERROR_CLEARED_ON_RESET) ? 0 : changeError_;
 }
 
 // -- Bus -----------------------------------------------------------------------------------------
@@ -52,7 +37,7 @@ uint32_t ControllerH7::Home(uint32_t Offset) const {
   const uint32_t Kind = Offset % VIEW2;
   const bool     IsOwn =
       Kind == KEYR || (Kind >= CR && Kind <= CCR) || (Kind >= PRAR_CUR && Kind <= WPSN_PRG);
-  return IsOwn ? OfBank(Kind, (Offset >= VIEW2) != (swapped_ != 0)) : Kind;
+  return IsOwn ? OfBank(Kind, (Offset >= VIEW2) != IsSwapped()) : Kind;
 }
 
 bool ControllerH7::IsAbsent(uint32_t Home) const {
@@ -84,7 +69,7 @@ bool ControllerH7::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pV
       break;
     case OPTCR:
       *pValue |= ChangesOptions() ? OPTCR_OPTSTART : 0;
-      *pValue |= swapped_ != 0 ? OPTCR_SWAP_BANK : 0;
+      *pValue |= IsSwapped() ? OPTCR_SWAP_BANK : 0;
       break;
     case SR:
       *pValue |= Busy() && (activeBanks_ >> Bank & 1) != 0 ? SR_BSY | SR_QW : 0;
@@ -101,7 +86,7 @@ bool ControllerH7::WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value)
   const uint32_t Bank     = Register / VIEW2;
   const int      Own      = LockAt(Register);
   // A write to any other register between its two keys spoils a lock.
-  for (int i = 0; i < static_cast<int>(family_.Locks.size()); i++) {
+  for (int i = 0; i < static_cast<int>(family_.Common.Locks.size()); i++) {
     if (i != Own) {
       Lock(i).Interrupt();
     }
@@ -173,10 +158,13 @@ bool ControllerH7::WriteOptionArea(uint32_t /*Address*/, uint32_t /*Size*/, uint
 
 // -- Operations ----------------------------------------------------------------------------------
 
+// Options are in force once they are programmed, but for the banks, which change places at reset.
 void ControllerH7::FinishPhase(const PHASE& Phase) {
   for (int i = 0; i < NumWords() && Phase.Kind == OPTION_PROGRAM; i++) {
+    const uint32_t Kept = i == WORD_OPTSR ? OPTSR_SWAP_BANK_OPT : 0;
     Store(i, Prg(i));
     ShowLoaded(i, Stored(i));
+    SetLoaded(i, (Stored(i) & ~Kept) | (Loaded(i) & Kept));
   }
   CutPhase(Phase, 1000);
   if (Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT) {

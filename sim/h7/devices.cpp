@@ -167,37 +167,42 @@ static constexpr SYSTEM_BLOCK System = {
 
 // -- Families and devices ------------------------------------------------------------------------
 
+static constexpr uint32_t aBrownOutMv[] = {POWER_ON_MV, 2100, 2400, 2700};
+
+static constexpr FAMILY Common(VARIANT_ROWS Variants, std::span<const REGISTER> Registers,
+                               std::span<const LOCK_ROW> Locks) {
+  return {.pSystem = &System, .Variants = Variants, .Base = BASE, .Registers = Registers,
+          .Locks = Locks, .BrownOutMv = aBrownOutMv};
+}
+
 static constexpr H7_FAMILY H743 = {
-    .pSystem = &System, .Variants = apVariants743, .Registers = aRegisters743, .Locks = aLocks,
+    .Common = Common(apVariants743, aRegisters743, aLocks),
     .pOtherDelivery = &H7_DELIVERED_BY_MANUAL, .OtherOptsr = 0x1406AAF0, .OtherScar = 0x000000FF};
 static constexpr H7_FAMILY H745 = {
-    .pSystem = &System, .Variants = apVariants745, .Registers = aRegisters745, .Locks = aLocks};
+    .Common = Common(apVariants745, aRegisters745, aLocks)};
 static constexpr H7_FAMILY H750 = {
-    .pSystem = &System, .Variants = apVariants750, .Registers = aRegisters750, .Locks = aLocks,
+    .Common = Common(apVariants750, aRegisters750, aLocks),
     .pOtherDelivery = &H7_DELIVERED_BY_MANUAL, .OtherOptsr = 0x1406AAF0, .OtherScar = 0x000000FF,
     .pBank2HasNoOptions = &H750_BANK2_HAS_NO_OPTIONS,
     .pFlashEndsAsStated = &H750_FLASH_ENDS_AT_128K};
 static constexpr H7_FAMILY H723 = {
-    .pSystem = &System, .Variants = apVariants723, .Registers = aRegisters723,
-    .Locks = std::span(aLocks).first(BANK2_LOCK), .NumBanks = 1,
+    .Common = Common(apVariants723, aRegisters723, std::span(aLocks).first(BANK2_LOCK)),
+    .NumBanks = 1,
     .pOtherDelivery = &H723_DELIVERED_WITHOUT_DMES, .OtherOptsr = 0x179EAAF0,
     .OtherScar = 0x000000FF, .pSpareBitsWritable = &H723_SPARE_BITS_WRITABLE,
     .pSecondViewFaults = &H723_SECOND_VIEW_FAULTS};
 
-static const H7_DEVICE aDevices[] = {
-    {.pFacts = &silicon::STM32H723, .pFamily = &H723},
-    {.pFacts = &silicon::STM32H743, .pFamily = &H743},
-    {.pFacts = &silicon::STM32H745, .pFamily = &H745},
-    {.pFacts = &silicon::STM32H750, .pFamily = &H750},
+static constexpr DEVICE_ROW aDevices[] = {
+    DeviceRow<ControllerH7, silicon::STM32H723, H723>,
+    DeviceRow<ControllerH7, silicon::STM32H743, H743>,
+    DeviceRow<ControllerH7, silicon::STM32H745, H745>,
+    DeviceRow<ControllerH7, silicon::STM32H750, H750>,
 };
 
 // clang-format on
 
 }  // namespace h7
 
-std::span<const DEVICE_ROW> DevicesH7() {
-  static const auto Rows = DeviceRows<h7::aDevices, h7::ControllerH7>();
-  return Rows;
-}
+constinit const std::span<const DEVICE_ROW> DevicesH7 = h7::aDevices;
 
 }  // namespace sim

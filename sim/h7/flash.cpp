@@ -15,7 +15,7 @@ static const TIME aProgram[4] = {{290, 580}, {180, 360}, {130, 260}, {100, 200}}
 
 // Addresses are those of the banks when they are not swapped.
 uint32_t ControllerH7::Place(const Memory& Source, uint32_t Address) const {
-  return Source.Row().Kind == MAIN_FLASH && swapped_ != 0 ? Address ^ BANK_BYTES : Address;
+  return Source.Row().Kind == MAIN_FLASH && IsSwapped() ? Address ^ BANK_BYTES : Address;
 }
 
 const TIME& ControllerH7::ByPsize(const TIME (&aTimes)[4], uint32_t Bank) const {

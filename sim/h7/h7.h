@@ -27,9 +27,8 @@ inline constexpr uint32_t KEYR = 0x04, OPTKEYR = 0x08, CR = 0x0C, SR = 0x10, CCR
 
 inline constexpr uint32_t OPTCR_OPTLOCK = 1u << 0, OPTCR_OPTSTART = 1u << 1, OPTCR_MER = 1u << 4,
                           OPTCR_SWAP_BANK = 1u << 31;
-inline constexpr uint32_t OPTSR_OPT_BUSY = 1u << 0, OPTSR_IWDG1_SW = 1u << 4,
-                          OPTSR_SECURITY = 1u << 21, OPTSR_OPTCHANGEERR = 1u << 30,
-                          OPTSR_SWAP_BANK_OPT     = 1u << 31;
+inline constexpr uint32_t OPTSR_OPT_BUSY = 1u << 0, OPTSR_SECURITY = 1u << 21,
+                          OPTSR_OPTCHANGEERR = 1u << 30, OPTSR_SWAP_BANK_OPT = 1u << 31;
 inline constexpr uint32_t OPTCCR_CLR_OPTCHANGEERR = 1u << 30;
 inline constexpr uint32_t AREA_WIPE = 1u << 31;  // DMEP, DMES: unprotecting wipes the area
 inline constexpr uint32_t SR_BSY = 1u << 0, SR_WBNE = 1u << 1, SR_QW = 1u << 2, SR_EOP = 1u << 16,
@@ -51,11 +50,8 @@ inline constexpr uint32_t FLASH_BASE = 0x08000000, BANK_BYTES = 1024 * silicon::
 // -- Rows ----------------------------------------------------------------------------------------
 
 struct H7_FAMILY {
-  const SYSTEM_BLOCK*       pSystem   = nullptr;
-  VARIANT_ROWS              Variants  = {};
-  std::span<const REGISTER> Registers = {};
-  std::span<const LOCK_ROW> Locks     = {};
-  uint32_t                  NumBanks  = 2;
+  FAMILY   Common   = {};
+  uint32_t NumBanks = 2;
   // What the manuals leave open here; nullptr: nothing.
   const VARIANT_ROW* pOtherDelivery     = nullptr;  // with these words:
   uint32_t           OtherOptsr         = 0;
@@ -66,21 +62,15 @@ struct H7_FAMILY {
   const VARIANT_ROW* pSecondViewFaults  = nullptr;
 };
 
-struct H7_DEVICE {
-  const silicon::DEVICE* pFacts  = nullptr;
-  const H7_FAMILY*       pFamily = nullptr;
-};
-
 extern const VARIANT_ROW H7_ERROR_CLEARED_ON_RESET;
 
 // -- The controller ------------------------------------------------------------------------------
 
 class ControllerH7 : public Controller {
  public:
-  ControllerH7(Surroundings& Around, const H7_DEVICE& Row);
+  ControllerH7(Surroundings& Around, const silicon::DEVICE& Facts, const H7_FAMILY& Family);
 
   // controller.cpp
-  void OnPowerOn() override;
   bool MustWait(const ACCESS& Access) const override;
   bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) override;
   bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
@@ -89,10 +79,6 @@ class ControllerH7 : public Controller {
   bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
 
   // options.cpp
-  uint32_t    Loaded(int Index) const override;
-  int         Level() const override;
-  bool        StartsWatchdog(WATCHDOG Which) const override;
-  uint32_t    BrownOutMv() const override;
   std::string LoadError() const override;
   std::string Remarks() const override;
 
@@ -102,7 +88,8 @@ class ControllerH7 : public Controller {
   bool     FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
  protected:
-  void         OnSystemReset() override;
+  bool         LoadsAtReset() const override { return true; }
+  void         OnReset(bool IsNew, bool IsPowerOn) override;
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   CAPABILITIES Can() const override;
@@ -114,7 +101,6 @@ class ControllerH7 : public Controller {
   enum { BANK1 = 1, BANK2 = 2, UNPROTECT = 4 };
 
   // controller.cpp
-  void     Reset();
   bool     IsChosen(const VARIANT_ROW* pRow) const { return pRow != nullptr && Is(*pRow); }
   uint32_t Home(uint32_t Offset) const;
   bool     IsAbsent(uint32_t Home) const;
@@ -122,6 +108,7 @@ class ControllerH7 : public Controller {
   bool     RunsIn(uint32_t Bank) const;
 
   // options.cpp
+  bool        IsSwapped() const { return (Loaded(WORD_OPTSR) & OPTSR_SWAP_BANK_OPT) != 0; }
   bool        ChangesOptions() const { return Busy() && activeBanks_ == 0; }
   uint32_t    PrgRegister(int Index) const;
   uint32_t    Prg(int Index) const { return registers_[PrgRegister(Index)]; }
@@ -151,7 +138,6 @@ class ControllerH7 : public Controller {
 
   const H7_FAMILY& family_;
   uint32_t         changeError_             = 0;
-  uint32_t         swapped_                 = 0;
   uint32_t         activeBanks_             = 0;  // of what runs; 0: the options change
   uint32_t         aBuffer_[FLASH_WORD / 4] = {};
   uint32_t         bufferAddress_           = FLASH_BASE;

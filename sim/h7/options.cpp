@@ -8,27 +8,6 @@ static const TIME CHANGE_TIME = {.TypicalUs = 300000, .LongestUs = 600000};
 
 // -- In force ------------------------------------------------------------------------------------
 
-// All that is stored, but for the banks, which change places at reset.
-uint32_t ControllerH7::Loaded(int Index) const {
-  const uint32_t Value = Stored(Index);
-  return Index != WORD_OPTSR
-             ? Value
-             : (Value & ~OPTSR_SWAP_BANK_OPT) | (swapped_ != 0 ? OPTSR_SWAP_BANK_OPT : 0);
-}
-
-int ControllerH7::Level() const {
-  return LevelOfByte(facts_.pFamily->LevelField.Get(Stored(WORD_OPTSR)));
-}
-
-bool ControllerH7::StartsWatchdog(WATCHDOG Which) const {
-  return Which == INDEPENDENT && (Stored(WORD_OPTSR) & OPTSR_IWDG1_SW) == 0;
-}
-
-uint32_t ControllerH7::BrownOutMv() const {
-  static const uint32_t aMillivolts[] = {POWER_ON_MV, 2100, 2400, 2700};  // by BOR_LEV
-  return aMillivolts[Stored(WORD_OPTSR) >> 2 & 3];
-}
-
 std::string ControllerH7::LoadError() const {
   return changeError_ != 0 ? "OPTCHANGEERR" : "";
 }
@@ -95,7 +74,7 @@ void ControllerH7::StartChange() {
 }
 
 bool ControllerH7::Unprotects() const {
-  return Level() == 1 && LevelOfByte(facts_.pFamily->LevelField.Get(Prg(WORD_OPTSR))) == 0;
+  return Level() == 1 && LevelOfWord(Prg(WORD_OPTSR)) == 0;
 }
 
 // nullptr when the bank's part of the change is allowed.

@@ -4,34 +4,14 @@
 
 namespace sim::l0 {
 
-ControllerL0::ControllerL0(Surroundings& Around, const L0_DEVICE& Row)
-    : Controller(Around, *Row.pFacts, Row.pFamily->Base, Row.pFamily->Registers,
-                 Row.pFamily->Locks),
-      family_(*Row.pFamily) {
-  State("load_errors", &loadErrors_);
-}
+ControllerL0::ControllerL0(Surroundings& Around, const silicon::DEVICE& Facts,
+                           const L0_FAMILY& Family)
+    : Controller(Around, Facts, Family.Common), family_(Family) {}
 
-// -- Power and reset -----------------------------------------------------------------------------
-
-void ControllerL0::OnPowerOn() {
-  ResetRegisters();
-  Load();
-}
-
-// What is loaded stays in force over a reset that does not load.
-void ControllerL0::OnSystemReset() {
-  const RegisterFile Before = registers_;
-  ResetRegisters();
-  if (launched_) {
-    launched_ = false;
-    Load();
-    return;
-  }
-  for (const REGISTER& Row : registers_.Rows()) {
-    const uint32_t Offset = Row.Address - family_.Base;
-    registers_[Offset]    = Offset >= OPTR ? Before[Offset] : registers_[Offset];
-  }
-  SetFlags(loadErrors_);
+// The flags come back at each reset until words without a fault are loaded.
+void ControllerL0::OnReset(bool /*IsNew*/, bool /*IsPowerOn*/) {
+  SetFlags((BadWords() != 0 ? SR_OPTVERR : 0) |
+           ((BadWords() >> WORD_USER & 1) != 0 ? SR_OPTVERRUSR : 0));
 }
 
 // -- Registers -----------------------------------------------------------------------------------
@@ -52,7 +32,7 @@ bool ControllerL0::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pV
 
 // Each category has some of the flags: those that can be cleared.
 void ControllerL0::SetFlags(uint32_t Flags) {
-  registers_[SR] |= Flags & registers_.RowAt(family_.Base + SR)->ClearByOne;
+  registers_[SR] |= Flags & registers_.RowAt(registers_.Base() + SR)->ClearByOne;
 }
 
 bool ControllerL0::WriteRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t Value) {

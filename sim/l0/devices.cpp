@@ -125,16 +125,24 @@ static constexpr const VARIANT_ROW* apVariantsL1[] = {
 
 // -- Families and devices ------------------------------------------------------------------------
 
+// BOR_LEV below 8 is off.
+static constexpr uint32_t aBrownOutMv[] = {
+    POWER_ON_MV, POWER_ON_MV, POWER_ON_MV, POWER_ON_MV, POWER_ON_MV, POWER_ON_MV, POWER_ON_MV,
+    POWER_ON_MV, 1690, 1940, 2300, 2540, 2770};
+
 static constexpr L0_FAMILY FamilyL0(std::span<const REGISTER> Registers) {
-  return {.pSystem = &SystemL0, .Variants = apVariantsL0, .Registers = Registers, .Locks = aLocks,
-          .Base = silicon::l0::BASE_L0, .PageBytes = 128, .PecrWhileBusy = true,
-          .NotZeroError = SR_NOTZEROERR};
+  return {.Common = {.pSystem = &SystemL0, .Variants = apVariantsL0,
+                     .Base = silicon::l0::BASE_L0, .Registers = Registers, .Locks = aLocks,
+                     .BrownOutMv = aBrownOutMv},
+          .PageBytes = 128, .PecrWhileBusy = true, .NotZeroError = SR_NOTZEROERR};
 }
 
 static constexpr L0_FAMILY FamilyL1(std::span<const REGISTER> Registers) {
-  return {.pSystem = &SystemL1, .Variants = apVariantsL1, .Registers = Registers, .Locks = aLocks,
-          .Base = silicon::l0::BASE_L1, .PageBytes = 256, .NotZeroError = SR_WRPERR,
-          .PcropReadsFault = true, .EraseTakesOptions = true, .pErratum = &L1_ERRATUM_MASS_ERASE};
+  return {.Common = {.pSystem = &SystemL1, .Variants = apVariantsL1,
+                     .Base = silicon::l0::BASE_L1, .Registers = Registers, .Locks = aLocks,
+                     .BrownOutMv = aBrownOutMv},
+          .PageBytes = 256, .NotZeroError = SR_WRPERR, .PcropReadsFault = true,
+          .EraseTakesOptions = true, .pErratum = &L1_ERRATUM_MASS_ERASE};
 }
 
 // clang-format on
@@ -151,26 +159,20 @@ static constexpr L0_FAMILY L0Cat12 = FamilyL0(std::span(TableL0Cat12).first(10))
                            L1Cat1 = FamilyL1(TableL1Cat1), L1Cat2 = FamilyL1(TableL1Cat2),
                            L1Cat3 = FamilyL1(TableL1Cat3), L1Cat45 = FamilyL1(TableL1Cat45);
 
-static const L0_DEVICE aDevices[] = {
-    {.pFacts = &silicon::STM32L011, .pFamily = &L0Cat12},
-    {.pFacts = &silicon::STM32L031, .pFamily = &L0Cat12},
-    {.pFacts = &silicon::STM32L053, .pFamily = &L0Cat35},
-    {.pFacts = &silicon::STM32L073, .pFamily = &L0Cat35},
-    {.pFacts = &silicon::STM32L100, .pFamily = &L1Cat1},
-    {.pFacts = &silicon::STM32L100xBA, .pFamily = &L1Cat2},
-    {.pFacts = &silicon::STM32L151, .pFamily = &L1Cat1},
-    {.pFacts = &silicon::STM32L151xCA, .pFamily = &L1Cat45},
-    {.pFacts = &silicon::STM32L151xD, .pFamily = &L1Cat45},
-    {.pFacts = &silicon::STM32L152, .pFamily = &L1Cat2},
-    {.pFacts = &silicon::STM32L152xC, .pFamily = &L1Cat3},
-    {.pFacts = &silicon::STM32L152xE, .pFamily = &L1Cat45},
+template <const silicon::DEVICE& Facts, const L0_FAMILY& Family>
+static constexpr DEVICE_ROW Row = DeviceRow<ControllerL0, Facts, Family>;
+
+static constexpr DEVICE_ROW aDevices[] = {
+    Row<silicon::STM32L011, L0Cat12>,   Row<silicon::STM32L031, L0Cat12>,
+    Row<silicon::STM32L053, L0Cat35>,   Row<silicon::STM32L073, L0Cat35>,
+    Row<silicon::STM32L100, L1Cat1>,    Row<silicon::STM32L100xBA, L1Cat2>,
+    Row<silicon::STM32L151, L1Cat1>,    Row<silicon::STM32L151xCA, L1Cat45>,
+    Row<silicon::STM32L151xD, L1Cat45>, Row<silicon::STM32L152, L1Cat2>,
+    Row<silicon::STM32L152xC, L1Cat3>,  Row<silicon::STM32L152xE, L1Cat45>,
 };
 
 }  // namespace l0
 
-std::span<const DEVICE_ROW> DevicesL0() {
-  static const auto Rows = DeviceRows<l0::aDevices, l0::ControllerL0>();
-  return Rows;
-}
+constinit const std::span<const DEVICE_ROW> DevicesL0 = l0::aDevices;
 
 }  // namespace sim

@@ -25,7 +25,7 @@ inline constexpr uint32_t SR_BSY = 1u << 0, SR_EOP = 1u << 1, SR_ENDHV = 1u << 2
                           SR_SIZERR = 1u << 10, SR_OPTVERR = 1u << 11, SR_OPTVERRUSR = 1u << 12,
                           SR_RDERR = 1u << 13, SR_NOTZEROERR = 1u << 16, SR_FWWERR = 1u << 17;
 // In OPTR and the first option word: sector bits are PCROP. WPRMOD on L0, SPRMOD on L1.
-inline constexpr uint32_t MODE = 1u << 8, WDG_SW = 1u << 20;
+inline constexpr uint32_t MODE = 1u << 8;
 
 enum { FLASH_LOCK, PROGRAM_LOCK, OPTION_LOCK };
 enum { WORD_RDP, WORD_USER, WORD_WRP };  // from WORD_WRP on those of sector bits
@@ -36,22 +36,13 @@ inline constexpr TIME WORD_PHASE = {.TypicalUs = 3200, .LongestUs = 3940};  // e
 inline constexpr TIME MASS       = {.TypicalUs = 60000, .LongestUs = 100000};
 
 struct L0_FAMILY {
-  const SYSTEM_BLOCK*       pSystem           = nullptr;
-  VARIANT_ROWS              Variants          = {};
-  std::span<const REGISTER> Registers         = {};
-  std::span<const LOCK_ROW> Locks             = {};
-  uint32_t                  Base              = 0;
-  uint32_t                  PageBytes         = 0;
-  bool                      PecrWhileBusy     = false;    // PECR takes writes during an operation
-  uint32_t                  NotZeroError      = 0;        // a word to program is not erased
-  bool                      PcropReadsFault   = false;    // they read as zeros otherwise
-  bool                      EraseTakesOptions = false;    // lifting level 1 clears the other words
-  const VARIANT_ROW*        pErratum          = nullptr;  // see L1_ERRATUM_MASS_ERASE
-};
-
-struct L0_DEVICE {
-  const silicon::DEVICE* pFacts  = nullptr;
-  const L0_FAMILY*       pFamily = nullptr;
+  FAMILY             Common            = {};
+  uint32_t           PageBytes         = 0;
+  bool               PecrWhileBusy     = false;    // PECR takes writes during an operation
+  uint32_t           NotZeroError      = 0;        // a word to program is not erased
+  bool               PcropReadsFault   = false;    // they read as zeros otherwise
+  bool               EraseTakesOptions = false;    // lifting level 1 clears the other words
+  const VARIANT_ROW* pErratum          = nullptr;  // see L1_ERRATUM_MASS_ERASE
 };
 
 // Open questions of the manuals.
@@ -60,10 +51,9 @@ extern const VARIANT_ROW L0_SPARE_WORDS_WRITABLE, L0_L1_REFUSE_PCROP_CLEAR,
 
 class ControllerL0 : public Controller {
  public:
-  ControllerL0(Surroundings& Around, const L0_DEVICE& Row);
+  ControllerL0(Surroundings& Around, const silicon::DEVICE& Facts, const L0_FAMILY& Family);
 
   // controller.cpp
-  void OnPowerOn() override;
   bool MustWait(const ACCESS& Access) const override;
   bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) override;
   bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
@@ -71,19 +61,15 @@ class ControllerL0 : public Controller {
   bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
   // options.cpp
-  bool     ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
-  bool     WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
-  uint32_t Effective(int Index) const override;
-  int      Level() const override { return LevelOfByte(registers_[OPTR] & 0xFF); }
-  bool     StartsWatchdog(WATCHDOG Which) const override {
-    return Which == INDEPENDENT && (registers_[OPTR] & WDG_SW) == 0;
-  }
-  uint32_t    BrownOutMv() const override;
-  std::string LoadError() const override { return loadErrors_ != 0 ? "OPTVERR" : ""; }
+  bool        ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
+  bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
+  uint32_t    Effective(int Index) const override;
+  std::string LoadError() const override { return BadWords() != 0 ? "OPTVERR" : ""; }
   std::string Remarks() const override;
 
  protected:
-  void         OnSystemReset() override;
+  bool         LoadsAtReset() const override { return false; }
+  void         OnReset(bool IsNew, bool IsPowerOn) override;
   bool         ProgramsOptionWords() const override { return true; }
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
@@ -100,7 +86,6 @@ class ControllerL0 : public Controller {
   uint32_t WordAt(uint32_t Address) const;
   void     SetWord(uint32_t Address, uint32_t Value);
 
-  void       Load();
   void       WriteProtectionWord(uint32_t Value);
   uint32_t   NumSectors() const { return MainFlash().Row().Bytes / SECTOR_BYTES; }
   bool       IsSpare(int Index) const { return WordOfSector(NumSectors() - 1) < Index; }
@@ -113,7 +98,6 @@ class ControllerL0 : public Controller {
   bool IsProtected(uint32_t Address) const;
 
   const L0_FAMILY& family_;
-  uint32_t         loadErrors_ = 0;  // flags of SR, set again at each reset until the next load
 };
 
 }  // namespace sim::l0

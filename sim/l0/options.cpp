@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 
-#include <algorithm>
-
 #include "sim/l0/l0.h"
 
 namespace sim::l0 {
@@ -17,24 +15,6 @@ uint32_t ControllerL0::Effective(int Index) const {
   return Index == WORD_RDP    ? 0xBB | (HasMode() ? MODE : 0)
          : Index == WORD_USER ? Word(WORD_USER).Factory & 0xFFFF
                               : 0;
-}
-
-void ControllerL0::Load() {
-  loadErrors_ = 0;
-  for (int i = 0; i < NumWords(); i++) {
-    if (!Matches(i)) {
-      loadErrors_ |= SR_OPTVERR | (i == WORD_USER ? SR_OPTVERRUSR : 0);
-    }
-    ShowLoaded(i, Effective(i));
-  }
-  SetFlags(loadErrors_);
-}
-
-// BOR_LEV below 8 is off; above 12 there is no further level.
-uint32_t ControllerL0::BrownOutMv() const {
-  static const uint32_t aMillivolts[] = {1690, 1940, 2300, 2540, 2770};
-  const uint32_t        Level         = registers_[OPTR] >> 16 & 0xF;
-  return Level < 8 ? POWER_ON_MV : aMillivolts[std::min(Level - 8, 4u)];
 }
 
 std::string ControllerL0::Remarks() const {

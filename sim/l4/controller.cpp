@@ -4,35 +4,21 @@
 
 namespace sim::l4 {
 
-ControllerL4::ControllerL4(Surroundings& Around, const L4_DEVICE& Row)
-    : Controller(Around, *Row.pFacts, BASE, Row.pFamily->Registers, Row.pFamily->Locks),
-      family_(*Row.pFamily) {
+ControllerL4::ControllerL4(Surroundings& Around, const silicon::DEVICE& Facts,
+                           const L4_FAMILY& Family)
+    : Controller(Around, Facts, Family.Common), family_(Family) {
   State("first_half", &firstHalf_);
   State("first_half_value", &firstHalfValue_);
-  State("bad_load", &badLoad_);
   State("loaded_empty", &loadedEmpty_);
-  for (int i = 0; i < NumWords(); i++) {
-    State(Word(i).sName, &loaded_[i]);  // as loaded
-  }
 }
 
-// -- Power and reset -----------------------------------------------------------------------------
-
-void ControllerL4::OnPowerOn() {
-  launched_ = true;
-  OnSystemReset();
-}
-
-// What is in force stays so over a reset that does not load; what was written and not programmed is
-// lost.
-void ControllerL4::OnSystemReset() {
+// OPTVERR comes back at each reset until words without a fault are loaded.
+void ControllerL4::OnReset(bool IsNew, bool /*IsPowerOn*/) {
   firstHalf_ = 0;
-  ResetRegisters();
-  if (launched_) {
-    launched_ = false;
-    Load();
+  registers_[SR] |= BadWords() != 0 ? SR_OPTVERR : 0;
+  if (IsNew) {
+    loadedEmpty_ = family_.NumBanks == 1 && MainFlash().IsErasedAt(MainFlash().Row().Base);
   }
-  ShowOptions();
 }
 
 // -- Registers -----------------------------------------------------------------------------------

@@ -110,33 +110,31 @@ static constexpr auto TableL45 = Table(silicon::l4::OptionsL45);
 static constexpr auto TableL47 = Table(silicon::l4::OptionsL47);
 static constexpr auto TableL49 = Table(silicon::l4::OptionsL49);
 
-static constexpr L4_FAMILY L43 = {
-    .pSystem = &System, .Variants = apVariantsL43, .Registers = TableL43, .Locks = aLocks,
-    .NumBanks = 1, .pSpareBit = &L43_OPTR_BIT_20_STORED};
-static constexpr L4_FAMILY L45 = {
-    .pSystem = &System, .Variants = apVariantsL43, .Registers = TableL45, .Locks = aLocks,
-    .NumBanks = 1, .pSpareBit = &L43_OPTR_BIT_20_STORED};
-static constexpr L4_FAMILY L47 = {
-    .pSystem = &System, .Variants = apVariants, .Registers = TableL47, .Locks = aLocks,
-    .NumBanks = 2};
-static constexpr L4_FAMILY L49 = {
-    .pSystem = &System, .Variants = apVariants, .Registers = TableL49, .Locks = aLocks,
-    .NumBanks = 2};
+static constexpr uint32_t aBrownOutMv[] = {POWER_ON_MV, 2000, 2200, 2500, 2800};
+
+static constexpr FAMILY Common(VARIANT_ROWS Variants, std::span<const REGISTER> Registers) {
+  return {.pSystem = &System, .Variants = Variants, .Base = BASE, .Registers = Registers,
+          .Locks = aLocks, .BrownOutMv = aBrownOutMv};
+}
+
+static constexpr L4_FAMILY L43 = {.Common = Common(apVariantsL43, TableL43), .NumBanks = 1,
+                                  .pSpareBit = &L43_OPTR_BIT_20_STORED};
+static constexpr L4_FAMILY L45 = {.Common = Common(apVariantsL43, TableL45), .NumBanks = 1,
+                                  .pSpareBit = &L43_OPTR_BIT_20_STORED};
+static constexpr L4_FAMILY L47 = {.Common = Common(apVariants, TableL47), .NumBanks = 2};
+static constexpr L4_FAMILY L49 = {.Common = Common(apVariants, TableL49), .NumBanks = 2};
+
+static constexpr DEVICE_ROW aDevices[] = {
+    DeviceRow<ControllerL4, silicon::STM32L433, L43>,
+    DeviceRow<ControllerL4, silicon::STM32L452, L45>,
+    DeviceRow<ControllerL4, silicon::STM32L476, L47>,
+    DeviceRow<ControllerL4, silicon::STM32L496, L49>,
+};
 
 // clang-format on
 
-static const L4_DEVICE aDevices[] = {
-    {.pFacts = &silicon::STM32L433, .pFamily = &L43},
-    {.pFacts = &silicon::STM32L452, .pFamily = &L45},
-    {.pFacts = &silicon::STM32L476, .pFamily = &L47},
-    {.pFacts = &silicon::STM32L496, .pFamily = &L49},
-};
-
 }  // namespace l4
 
-std::span<const DEVICE_ROW> DevicesL4() {
-  static const auto Rows = DeviceRows<l4::aDevices, l4::ControllerL4>();
-  return Rows;
-}
+constinit const std::span<const DEVICE_ROW> DevicesL4 = l4::aDevices;
 
 }  // namespace sim

@@ -12,8 +12,8 @@ bool ControllerL4::IsWriteProtected(uint32_t Page) const {
   const int First = WORD_WRP_A + BankOf(Page) * BANK_WORDS;
   for (const int Index : {First, First + 1}) {
     const silicon::FIELDS& Fields = Word(Index).Fields;
-    const SECTOR_AREA      Area   = {Fields.aField[0].Get(loaded_[Index]),
-                                     Fields.aField[1].Get(loaded_[Index])};
+    const SECTOR_AREA      Area   = {Fields.aField[0].Get(Loaded(Index)),
+                                     Fields.aField[1].Get(Loaded(Index))};
     if (Area.Has(Page % PagesPerBank())) {
       return true;
     }

@@ -39,8 +39,7 @@ enum {
   BANK_WORDS = 4,  // between the two banks
   MAX_WORDS  = 9
 };
-inline constexpr uint32_t PCROP_RDP = 1u << 31;                    // in the first PCROP_END
-inline constexpr uint32_t IWDG_SW = 1u << 16, WWDG_SW = 1u << 19;  // in OPTR
+inline constexpr uint32_t PCROP_RDP = 1u << 31;  // in the first PCROP_END
 
 inline constexpr uint32_t PAGE_BYTES = 2048, PCROP_UNIT = 8,
                           UNITS_PER_PAGE = PAGE_BYTES / PCROP_UNIT;
@@ -50,17 +49,9 @@ inline constexpr TIME OPTIONS = {.TypicalUs = 80000, .LongestUs = 100000};
 inline constexpr TIME PROGRAM = {.TypicalUs = 82, .LongestUs = 91};
 
 struct L4_FAMILY {
-  const SYSTEM_BLOCK*       pSystem   = nullptr;
-  VARIANT_ROWS              Variants  = {};
-  std::span<const REGISTER> Registers = {};
-  std::span<const LOCK_ROW> Locks     = {};
-  int                       NumBanks  = 0;
-  const VARIANT_ROW*        pSpareBit = nullptr;  // see L43_OPTR_BIT_20_STORED
-};
-
-struct L4_DEVICE {
-  const silicon::DEVICE* pFacts  = nullptr;
-  const L4_FAMILY*       pFamily = nullptr;
+  FAMILY             Common    = {};
+  int                NumBanks  = 0;
+  const VARIANT_ROW* pSpareBit = nullptr;  // see L43_OPTR_BIT_20_STORED
 };
 
 // Open questions of the manuals.
@@ -68,27 +59,19 @@ extern const VARIANT_ROW L43_OPTR_BIT_20_STORED, L4_MISMATCH_BY_WORD;
 
 class ControllerL4 : public Controller {
  public:
-  ControllerL4(Surroundings& Around, const L4_DEVICE& Row);
+  ControllerL4(Surroundings& Around, const silicon::DEVICE& Facts, const L4_FAMILY& Family);
 
   // controller.cpp
-  void OnPowerOn() override;
   bool MustWait(const ACCESS& Access) const override;
   bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) override;
   bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
 
   // options.cpp
-  bool     InOptionArea(uint32_t Address) const override;
-  bool     ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
-  bool     WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
-  uint32_t Effective(int Index) const override;
-  // Not what the register shows: that takes what is to be programmed.
-  uint32_t Loaded(int Index) const override { return loaded_[Index]; }
-  int      Level() const override { return LevelOfByte(loaded_[WORD_OPTR] & 0xFF); }
-  bool     StartsWatchdog(WATCHDOG Which) const override {
-    return (loaded_[WORD_OPTR] & (Which == WINDOW ? WWDG_SW : IWDG_SW)) == 0;
-  }
-  uint32_t    BrownOutMv() const override;
-  std::string LoadError() const override { return badLoad_ != 0 ? "OPTVERR" : ""; }
+  bool        InOptionArea(uint32_t Address) const override;
+  bool        ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
+  bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
+  uint32_t    Effective(int Index) const override;
+  std::string LoadError() const override { return BadWords() != 0 ? "OPTVERR" : ""; }
   std::string Remarks() const override;
 
   // flash.cpp
@@ -96,7 +79,8 @@ class ControllerL4 : public Controller {
   bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
  protected:
-  void         OnSystemReset() override;
+  bool         LoadsAtReset() const override { return false; }
+  void         OnReset(bool IsNew, bool IsPowerOn) override;
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   CAPABILITIES Can() const override;
@@ -113,16 +97,14 @@ class ControllerL4 : public Controller {
   bool HasPendingError();
 
   // options.cpp
-  void     Load();
-  void     ShowOptions();
-  bool     AllMatch() const;
-  void     StartOptions();
-  bool     Unprotects() const { return Level() == 1 && LevelOfByte(registers_[OPTR] & 0xFF) == 0; }
-  uint32_t Wanted(int Index) const { return registers_[Word(Index).Loaded[0].Register - BASE]; }
-  uint32_t ToProgram(int Index) const;
-  void     ProgramOptions(uint32_t DonePerMille);
-  SECTOR_AREA              LoadedPcrop(int Bank) const;
-  bool                     KeepsPcrop(int Bank) const;
+  bool        AllMatch() const;
+  void        StartOptions();
+  bool        Unprotects() const { return Level() == 1 && LevelOfWord(registers_[OPTR]) == 0; }
+  uint32_t    Wanted(int Index) const { return registers_[Word(Index).Loaded[0].Register - BASE]; }
+  uint32_t    ToProgram(int Index) const;
+  void        ProgramOptions(uint32_t DonePerMille);
+  SECTOR_AREA LoadedPcrop(int Bank) const;
+  bool        KeepsPcrop(int Bank) const;
   std::vector<SECTOR_AREA> AreasOf(const SECTORS& Pages, int Bank) const;
 
   // flash.cpp
@@ -137,7 +119,7 @@ class ControllerL4 : public Controller {
   bool        HoldsPcrop(uint32_t Page) const;
   bool        IsWriteProtected(uint32_t Page) const;
   // Unprotecting goes page by page around what is execute-only.
-  bool     SparesPcrop() const { return (loaded_[WORD_PCROP_END] & PCROP_RDP) == 0; }
+  bool     SparesPcrop() const { return (Loaded(WORD_PCROP_END) & PCROP_RDP) == 0; }
   void     StartErase();
   void     Erase(const PHASE& Phase, uint32_t DonePerMille);
   uint32_t ProgramError(const Memory& Target, uint32_t Address, uint32_t Size,
@@ -145,9 +127,7 @@ class ControllerL4 : public Controller {
   void     ProgramDoubleWord(uint32_t Address, uint32_t High, bool ToTheEnd);
 
   const L4_FAMILY& family_;
-  uint32_t         loaded_[MAX_WORDS] = {};
-  uint32_t         badLoad_ = 0;  // OPTVERR is set again at each reset until the next load
-  uint32_t loadedEmpty_     = 0;  // PEMPTY: a device with one bank had no program at the last load
+  uint32_t loadedEmpty_ = 0;  // PEMPTY: a device with one bank had no program at the last load
   // The address of a lower half that waits for its upper half, 0 when none does; and its content.
   uint32_t firstHalf_      = 0;
   uint32_t firstHalfValue_ = 0;

@@ -37,29 +37,9 @@ uint32_t ControllerL4::Effective(int Index) const {
   }
 }
 
-void ControllerL4::Load() {
-  for (int i = 0; i < NumWords(); i++) {
-    loaded_[i] = Effective(i);
-  }
-  badLoad_     = !AllMatch();
-  loadedEmpty_ = family_.NumBanks == 1 && MainFlash().IsErasedAt(MainFlash().Row().Base);
-}
-
-void ControllerL4::ShowOptions() {
-  for (int i = 0; i < NumWords(); i++) {
-    ShowLoaded(i, loaded_[i]);
-  }
-  registers_[SR] |= badLoad_ != 0 ? SR_OPTVERR : 0;
-}
-
-uint32_t ControllerL4::BrownOutMv() const {
-  static const uint32_t aMillivolts[] = {1700, 2000, 2200, 2500, 2800};
-  return aMillivolts[std::min(loaded_[WORD_OPTR] >> 8 & 7, 4u)];
-}
-
 std::string ControllerL4::Remarks() const {
   for (int i = 0; i < NumWords(); i++) {
-    if (Stored(i) != loaded_[i] && badLoad_ == 0) {
+    if (Stored(i) != Loaded(i) && BadWords() == 0) {
       return "the stored option bytes are not loaded yet";
     }
   }
@@ -102,7 +82,7 @@ void ControllerL4::StartOptions() {
 SECTOR_AREA ControllerL4::LoadedPcrop(int Bank) const {
   const int             Start = WORD_PCROP_START + Bank * BANK_WORDS;
   const silicon::FIELD& Field = Word(Start).Fields.aField[0];
-  return {Field.Get(loaded_[Start]), Field.Get(loaded_[Start + 1])};
+  return {Field.Get(Loaded(Start)), Field.Get(Loaded(Start + 1))};
 }
 
 // An area can grow. One that would shrink stays as it is, and that is no error.
@@ -123,7 +103,7 @@ uint32_t ControllerL4::ToProgram(int Index) const {
   if (IsPcrop && Unprotects() && !SparesPcrop()) {
     return Word(Index).Factory;
   }
-  return IsPcrop && KeepsPcrop((Index - 1) / BANK_WORDS) ? loaded_[Index] | (Value & PCROP_RDP)
+  return IsPcrop && KeepsPcrop((Index - 1) / BANK_WORDS) ? Loaded(Index) | (Value & PCROP_RDP)
                                                          : Value;
 }
 

@@ -89,7 +89,7 @@ TEST(SimF1, EachDeviceHasItsIdentityAndKeepsItOverAReset) {
     const std::string sRead = sim::Format("@%X?%X/FFF", IdCode, DevId);
     PlayCase({"", sName, "", (sRead + " reset " + sRead).c_str()}, {});
   }
-  EXPECT_EQ(std::size(aRows), sim::DevicesF1().size());
+  EXPECT_EQ(std::size(aRows), sim::DevicesF1.size());
 }
 
 // -- Locks ---------------------------------------------------------------------------------------

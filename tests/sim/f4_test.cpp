@@ -63,7 +63,7 @@ TEST(SimF4, EachDeviceHasItsIdentityItsFactoryWordsAndItsBits) {
                   .c_str()},
              Words);
   }
-  EXPECT_EQ(std::size(aCases), sim::DevicesF4().size());
+  EXPECT_EQ(std::size(aCases), sim::DevicesF4.size());
 }
 
 static const STEPS_CASE aPrinted[] = {

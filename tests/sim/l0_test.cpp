@@ -96,7 +96,7 @@ TEST(SimL0, EachDeviceHasItsIdentityAndKeepsItOverAReset) {
         sim::Format("@%X?%X/FFF reset @%X?%X/FFF", IdCode, DevId, IdCode, DevId);
     PlayCase({"", sName, "", sSteps.c_str()}, {});
   }
-  EXPECT_EQ(std::size(aRows), sim::DevicesL0().size());
+  EXPECT_EQ(std::size(aRows), sim::DevicesL0.size());
 }
 
 // -- Locks ---------------------------------------------------------------------------------------
