@@ -10,6 +10,7 @@ usage: documents.py BUILD commands PAGE...   every block "console": output as sh
        documents.py BUILD messages           every message of the tool has its row in README
        documents.py BUILD links              every file and heading that a page refers to is there
        documents.py BUILD names              every file and function that a page names exists
+       documents.py BUILD counts             the number of devices, and of their states
        documents.py BUILD example            examples/unlock-line, with four probes
 
 Prints each difference; exit status 1 when there is one.
@@ -151,6 +152,22 @@ def check_success(build):
         }
         wrong += [f"README, row {number}, {device}: {what}" for what, good in found.items()
                   if not good]
+    return wrong + check_wrong_families(build, {row[0]: row[2].strip("`") for row in rows})
+
+
+def check_wrong_families(build, last_lines):
+    wrong = []
+    pairs = re.findall(r"\ban (STM32\w+) as\s+family (\d+)", README)
+    if len(pairs) != 3:
+        return ["README: the three wrong families were not found"]
+    for device, number in pairs:
+        with tempfile.TemporaryDirectory() as bench:
+            shell(build, f"quobe-bench create {device} --rdp 1 --wrp all", bench)
+            output, status = shell(build, f"quobe-unlock -Exit 1 -SetDeviceFamily {number}", bench)
+            shell(build, "quobe-bench power-cycle", bench)
+            shown, _ = shell(build, "quobe-bench show", bench)
+        if output.splitlines()[-1:] != [last_lines[number]] or status != 0 or "Read protection: level 1" not in shown:
+            wrong.append(f"README, {device} as family {number}: {status}\n{output}\n{shown}")
     return wrong
 
 
@@ -249,6 +266,17 @@ def check_names(_):
             if not re.search(rf"\b{name}\b", headers):
                 wrong.append(f"{page.name}: no function {name}")
     return wrong
+
+
+def check_counts(_):
+    sys.path.append(str(ROOT / "tests/sim"))
+    import outcomes
+    states = outcomes.read_blocks(ROOT / "tests/sim/outcomes.txt")
+    devices = len({state.device for state in states})
+    wanted = {"README.md": [f"{len(states)} states of {devices} devices", f"each of the {devices} devices"],
+              "CHANGELOG.md": [f"knows {devices} devices"]}
+    return [f"{page} does not say: {text}" for page, texts in wanted.items() for text in texts
+            if text not in (ROOT / page).read_text()]
 
 
 def check_example(build):
