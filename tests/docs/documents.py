@@ -273,7 +273,7 @@ def check_counts(_):
     import outcomes
     states = outcomes.read_blocks(ROOT / "tests/sim/outcomes.txt")
     devices = len({state.device for state in states})
-    wanted = {"README.md": [f"{len(states)} states of {devices} devices", f"each of the {devices} devices"],
+    wanted = {"README.md": [f"{len(states)} states of {devices} devices", f"Each of the {devices} devices"],
               "CHANGELOG.md": [f"knows {devices} devices"]}
     return [f"{page} does not say: {text}" for page, texts in wanted.items() for text in texts
             if text not in (ROOT / page).read_text()]
