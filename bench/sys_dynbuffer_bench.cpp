@@ -45,7 +45,7 @@ std::vector<std::string_view> MakePieces(size_t NumBytes, size_t MinLength, size
 }
 
 template <typename BUFFER, typename RESULT>
-void Keep(const BUFFER& Buffer, const RESULT* pData, size_t NumBytes, bool IsAsked) {
+void Keep(BUFFER& Buffer, const RESULT* pData, size_t NumBytes, bool IsAsked) {
   benchmark::DoNotOptimize(Buffer);
   if (IsAsked) {
     sResult.assign((const char*)pData, NumBytes);
