@@ -29,7 +29,7 @@ class SysConsole : public testing::Test {
 
 // Waits, with a limit, until that many bytes have arrived: a terminal passes them on with a delay.
 static int32_t WaitForKeys(int32_t Expected) {
-  for (int i = 0; i < 2000 && SYS_CONSOLE_IsKeyPressed() < Expected; i++) {
+  for (int i = 0; i < 10000 && SYS_CONSOLE_IsKeyPressed() < Expected; i++) {
     usleep(1000);
   }
   return SYS_CONSOLE_IsKeyPressed();

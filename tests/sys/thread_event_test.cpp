@@ -289,8 +289,9 @@ TEST(SysEvent, EachWakeUpForNothingStartsTheLimitAgain) {
   EXPECT_EQ(4u, NumClockReadings);
   {
     const FAULT Spurious("pthread_cond_wait", 0, 0, 3);
-    std::thread Setter([=] {
-      usleep(20000);
+    // The event can be set only once the fourth wait has given the event's mutex back.
+    std::thread Setter([&] {
+      EXPECT_TRUE(Soon([&] { return Spurious.GetNumCalls() == 4; }));
       SYS_EVENT_Set(pEvent);
     });
     Result   = SYS_EVENT_Wait(pEvent, SYS_WAIT_FOREVER);

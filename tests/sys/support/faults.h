@@ -39,7 +39,7 @@ class FAULT {
   FAULT(const FAULT&)            = delete;
   FAULT& operator=(const FAULT&) = delete;
 
-  // Returns the number of calls of sName so far, failed or not.
+  // Returns the number of calls of sName so far, failed or not. Any thread may ask.
   uint32_t GetNumCalls() const { return m_NumCalls; }
 
   // For the wrappers: returns whether this call fails, and with which error.
@@ -50,8 +50,9 @@ class FAULT {
   int         m_Error;
   uint32_t    m_Skip;
   uint32_t    m_Count;
-  uint32_t    m_NumCalls = 0;
   FAULT*      m_pOuter;
+
+  std::atomic<uint32_t> m_NumCalls = 0;
 };
 
 // Counts the calls of sName in this thread and lets all of them through.
