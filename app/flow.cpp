@@ -87,7 +87,7 @@ static int32_t PrepareTarget(const char* sCore) {
   return 0;
 }
 
-// The routines of one family, in the form that the table holds.
+// The routines of a single family, with the parameter that the table needs.
 
 // Required: L0 and L1 end with status 0 whatever their routine returns. They report a failure in
 // words only.

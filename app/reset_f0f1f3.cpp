@@ -49,7 +49,7 @@ struct VARIANT {
   uint32_t FreezeRegister;  // stops the watchdogs: a reset in mid-programming leaves RDP erased
   uint32_t FreezeBits;
   uint16_t Rdp;
-  uint32_t FactoryWords[NUM_OPTION_WORDS];  // the block afterwards: only RDP is programmed
+  uint32_t FactoryWords[NUM_OPTION_WORDS];  // as read back: RDP programmed, the rest erased
   int      Reloads;                         // non-zero: the option bytes are reloaded by command
 };
 }  // namespace

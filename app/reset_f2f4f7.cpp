@@ -106,8 +106,8 @@ static int32_t WaitUntilReady(void) {
 int32_t ResetOptionBytesF2F4F7(int32_t FamilyId) {
   const VARIANT* pVariant = FindFamilyRow(Variants, FamilyId);
 
-  // Two families of devices have two banks; what the user chose does not tell them apart. Without
-  // an answer DevId is 0, and the device counts as one with a single bank.
+  // Some F4 devices have two banks. The device's id shows which; the user chose no more than F4. If
+  // the id is not delivered, DevId is 0 and the device counts as one with a single bank.
   const uint32_t DevId    = ReadWordOrZero(DBGMCU_IDCODE) & IDCODE_DEV_ID;
   const int      DualBank = DevId == DEV_ID_F42x_F43x || DevId == DEV_ID_F469_F479;
   // A watchdog that resets the device during the erase would leave the options erased, which is

@@ -28,7 +28,7 @@ void ReadWordsOrZero(uint32_t Address, uint32_t* pWords, uint32_t NumWords) {
   QUOBEARM_ReadMemU32(Address, NumWords, pWords, NULL);
 }
 
-// Each read begins with zero, so one that delivers nothing ends the wait.
+// The value is zero before each read, so a read that delivers nothing ends the wait.
 void WaitWhileSet(uint32_t Address, uint32_t Mask) {
   while (ReadWordOrZero(Address) & Mask) {
   }

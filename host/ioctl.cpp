@@ -12,7 +12,7 @@ static int SetSpeed(int hLine, uint32_t Rate) {
   if (ioctl(hLine, TCGETS2, &Settings) != 0) {
     return -1;
   }
-  if (Rate == 0) {  // 0 hangs up the line
+  if (Rate == 0) {  // would hang up the line
     errno = EINVAL;
     return -1;
   }

@@ -16,7 +16,8 @@ enum {
 };
 
 // A byte per descriptor. Threads that use different sockets touch different bytes; the accesses are
-// atomic for those that share one. The system gives a page of it memory when a socket is made.
+// atomic for those that share one. A page of the table takes memory only when one of its
+// sockets is made.
 static uint8_t aMarks[MAX_DESCRIPTORS];
 
 static int IsTracked(int hSocket) {

@@ -6,8 +6,8 @@
 
 extern "C" {
 
-// The library refuses flags that it does not support but does not use this bit, so the bit is kept
-// in the attributes' own field of flags.
+// The C library refuses flags that it does not know. So this one is written into the attributes
+// afterwards; the library ignores the bit there.
 int HOST_posix_spawnattr_setflags(posix_spawnattr_t* pAttr, short Flags) {
   const int Result = posix_spawnattr_setflags(pAttr, (short)(Flags & ~POSIX_SPAWN_CLOEXEC_DEFAULT));
   if (Result == 0) {

@@ -20,7 +20,7 @@ constexpr uint32_t TYPE_EXECUTE    = 2;
 constexpr uint32_t TYPE_DYLIB      = 6;
 
 enum : uint32_t {
-  COMMAND_REQUIRED       = 0x80000000,  // set: a loader that lacks the command must stop
+  COMMAND_REQUIRED       = 0x80000000,  // a loader that does not know the command must stop
   COMMAND_SYMTAB         = 0x2,
   COMMAND_LOAD_DYLIB     = 0xC,
   COMMAND_SEGMENT        = 0x19,

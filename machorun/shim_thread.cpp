@@ -223,9 +223,9 @@ int OnCond(darwin::ThreadObject* pCond) {
   return pHost == nullptr ? EINVAL : Result(pfCall(pHost));
 }
 
-// Cancelling unwinds the thread's frames. It stops at the program's own frames, which this system
-// cannot unwind, and ends the thread there. While it passes through here those frames still exist,
-// and so do the handlers in them.
+// The host cancels a thread by unwinding its frames. It cannot unwind those of the macOS program
+// and ends the thread when it comes to them. The program's cleanup handlers are in these frames,
+// which still exist here, so the handlers are called here.
 template <class Wait>
 int CancellableWait(Wait DoWait) {
   try {

@@ -245,9 +245,9 @@ static TROUBLE CreateTarget(const ATTEMPT* pAttempt) {
   return Trouble;
 }
 
-// "init" opens the adapter and then connects to the debug port. When only the latter fails the session
-// goes on; when the adapter was not opened, OpenOCD ends with the next command or stays as it was
-// before "init".
+// "init" opens the adapter and then connects to the debug port. When only the latter fails the
+// session goes on; when the adapter was not opened, OpenOCD ends with the next command or stays as
+// it was before "init".
 static TROUBLE Init(const ATTEMPT* pAttempt, const char* sDriver) {
   ADAPTER* pAdapter = pAttempt->pAdapter;
   SERVER*  pServer  = &pAdapter->Server;
@@ -418,7 +418,7 @@ bool ADAPTER_SetSpeed(ADAPTER* pAdapter, uint32_t SpeedkHz) {
     return false;
   }
   pAdapter->HasSpeed = true;
-  // "adapter speed: 1000 kHz"
+  // The answer is "adapter speed: 1000 kHz".
   pAdapter->SpeedkHz = FirstNumber(acAnswer, &Speed) ? Speed : SpeedkHz;
   return true;
 }
@@ -429,14 +429,15 @@ bool ADAPTER_IsAlive(ADAPTER* pAdapter) {
   if (strcmp(pAdapter->acDriver, "st-link") == 0) {
     return ADAPTER_MeasureVoltage(pAdapter, &Millivolts);
   }
-  // The speed that it has already: of all commands the one that changes nothing and cannot be answered
-  // from memory.
+  // The speed that it has already: of all commands the one that changes nothing and cannot be
+  // answered from memory.
   return !pAdapter->HasSpeed ||
          SERVER_Request(&pAdapter->Server, ALIVE_DEADLINE_MS, acAnswer, sizeof(acAnswer),
                         "adapter speed %u", pAdapter->SpeedkHz) == SERVER_OK;
 }
 
-// Two words: the reference's reading, which stands for 1.2 V, and that of half the target's voltage.
+// Two words: the reference's reading, which stands for 1.2 V, and that of half the target's
+// voltage.
 bool ADAPTER_MeasureVoltage(ADAPTER* pAdapter, uint32_t* pMillivolts) {
   static const uint32_t TWICE_REFERENCE_MV = 2400;
   char                  acAnswer[SERVER_MAX_ANSWER];

@@ -92,7 +92,7 @@ static bool ScanElement(SCAN* pScan) {
   }
 }
 
-// One to nine digits, so that the number cannot overflow.
+// A number of one to nine digits; more could overflow. It may have a '-'.
 static bool ScanCode(SCAN* pScan, int* pCode) {
   const bool IsNegative = pScan->pNext < pScan->pEnd && *pScan->pNext == '-';
   int        NumDigits  = 0;

@@ -196,7 +196,8 @@ static SERVER_RESULT Give(SERVER* pServer, const char* sReason) {
   return SERVER_GONE;
 }
 
-// A dead server must show as an error and not end the tool. No flag for that is common to all systems.
+// When the server is gone, write() must return an error; SIGPIPE would end the tool. No flag
+// against the signal exists on all systems, so it is ignored during the call.
 static ssize_t WriteQuietly(int Socket, const char* pBytes, size_t Length) {
   void (*pfOld)(int)    = signal(SIGPIPE, SIG_IGN);
   const ssize_t Written = write(Socket, pBytes, Length);
@@ -206,9 +207,9 @@ static ssize_t WriteQuietly(int Socket, const char* pBytes, size_t Length) {
   return Written;
 }
 
-// Waits until the socket is ready, for a moment at a time. The log is read in between and not waited
-// for: OpenOCD writes a line with every answer, and waking up for both would cost as much again. False
-// when the time is over.
+// Waits until the socket is ready; false when the time is over. Each poll() is short, and the log
+// is read between them. poll() does not wait for the log too: OpenOCD writes a line with every
+// answer, and each line would be one more wake-up.
 static bool Wait(SERVER* pServer, short Events, int64_t EndMs) {
   const int64_t LeftMs = EndMs - TEXT_NowMs();
   pollfd        Socket = {pServer->Child.Socket, Events, 0};
@@ -260,7 +261,8 @@ static const char* Receive(SERVER* pServer, int* pCode, char* pAnswer, size_t Si
   while (!TakeAnswer(pServer, pCode, pAnswer, Size)) {
     const size_t Room = sizeof(pServer->acReceived) - pServer->NumReceived;
     if (Room == 0) {
-      // Only text that nobody asked for is that long. The answer comes after it, and may have begun.
+      // Only text that nobody asked for is that long. The answer comes after it, and may have
+      // begun.
       pServer->NumReceived = sizeof(pServer->acReceived) / 2;
       pServer->NumTried    = pServer->NumReceived;
       memcpy(pServer->acReceived, pServer->acReceived + pServer->NumReceived, pServer->NumReceived);

@@ -2,10 +2,11 @@
 // SPDX-License-Identifier: MIT
 //
 // The chip at the other end of the wires, by means that need no knowledge of its family: the debug
-// port, the bus behind it, and the debug registers that every Cortex-M has. Register names are those
-// of ARM's manuals.
+// port, the bus behind it, and the debug registers that every Cortex-M has. Register names are
+// those of ARM's manuals.
 //
-// One thread at a time. No access is made that was not asked for, except to the core's own registers.
+// One thread at a time. No access is made that was not asked for, except to the core's own
+// registers.
 
 #ifndef OPENOCD_TARGET_H
 #define OPENOCD_TARGET_H
@@ -35,12 +36,12 @@ struct TARGET_FACTS {
 bool TARGET_Attach(ADAPTER* pAdapter, const CONFIG* pConfig, TARGET_FACTS* pFacts, char* pError,
                    size_t ErrorSize);
 
-// Lets the core run, without any trap for the next reset. Made again when it fails, as all accesses to
-// the core are.
+// Lets the core run, without any trap for the next reset. Tried again when it fails, like all
+// accesses to the core.
 void TARGET_Resume(ADAPTER* pAdapter);
 
-// Resets the chip and stops its core before the first instruction; once more if no reset was seen.
-// Delayms passes after it.
+// Resets the chip and stops its core before the first instruction. If no reset was seen, tries once
+// more. Then waits for Delayms.
 TARGET_RESULT TARGET_Reset(ADAPTER* pAdapter, bool ByPin, uint32_t Delayms);
 
 // Reads Count words by one 32-bit access each. pData is left alone on failure.

@@ -22,7 +22,7 @@
 // Without a family the probe is told a core that every device answers to as a bus.
 static const char DEFAULT_CORE[] = "Cortex-M3";
 
-// How the text of a library begins that could not reach the target.
+// How a library's error text begins when it could not reach the target.
 static const char PORT_IS_SILENT[] = "The debug port does not answer";
 
 static char acError[ERROR_SIZE];

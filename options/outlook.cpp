@@ -129,7 +129,7 @@ static const WRITTEN_ROW WrittenTable[] = {
     {7, 0xC0FFAAFC, 0x00400080}, {8, 0xFFFFAAFC, 0x00400080},
 };
 
-// OPTCR2 is not written. Its PCROP leaves with level 1, if PCROP_RDP says so.
+// OPTCR2 is not written. The change from level 1 to level 0 removes its PCROP if PCROP_RDP is set.
 static void LeaveOptcr2(const READING* pReading, OUTLOOK* pOutlook) {
   const WORD_READING* pWord = READING_FindWord(pReading, "OPTCR2");
   if (pWord == NULL || (pReading->Level == 1 && ValueOf(pReading, "OPTCR2", "PCROP_RDP") != 0)) {
@@ -203,8 +203,8 @@ static void OutlookH7(const READING* pReading, OUTLOOK* pOutlook) {
     if (strcmp(sName, "BOOT4") == 0 || strcmp(sName, "OPTSR2") == 0) {
       LeaveWord(pReading, pOutlook, pWord, "not written");
     } else if (Refused1 || Refused2) {
-      // What is refused for one bank is refused for the other: the words wait side by side. The first
-      // bank's change goes through only where the second bank alone is the reason.
+      // A value that was refused stays in its register. So a refusal for bank 1 makes the change of
+      // bank 2 fail as well, while bank 1 is changed when the reason is in bank 2 alone.
       for (const silicon::FIELD& Field : pWord->pRow->Fields) {
         if (Field.Kind != silicon::LEVEL && (Refused1 || IsBank2)) {
           LeaveField(pReading, pOutlook, pWord, &Field, REFUSED);

@@ -8,7 +8,8 @@
 #include "probeapi/loader.h"
 
 void* FORWARD_Resolve(void** ppSlot, const char* sName) {
-  // APILOADER_Load(1) ends the process when it fails. Should it ever return, the caller gets 0.
+  // APILOADER_Load(1) ends the process when it fails. If it did return, the function that was
+  // called would return 0.
   if (APILOADER_Load(1) != 0) {
     *ppSlot = NULL;
     return NULL;
@@ -18,7 +19,7 @@ void* FORWARD_Resolve(void** ppSlot, const char* sName) {
   // Not by pFunction: a symbol that exists may have the value NULL.
   const char* sError = dlerror();
   if (sError != NULL) {
-    char acError[8192];                                // the text holds the library's path
+    char acError[8192];                                // large: the text contains a path
     snprintf(acError, sizeof(acError), "%s", sError);  // dlclose() may overwrite the original
     dlclose(APILOADER_hLib);
     printf("Function not found: %s (%s). Exiting now.\n", sName, acError);

@@ -9,7 +9,7 @@
 #include <string.h>
 #include <unistd.h>
 
-static const size_t PATH_SIZE     = 512;  // directories and candidates, terminator counted
+static const size_t PATH_SIZE = 512;  // of the path of a directory or a candidate, with terminator
 static const size_t EXE_PATH_SIZE = 4096;
 
 // The first two take a directory as KeepDirectory() leaves it, with the separator at its end.

@@ -6,8 +6,8 @@
 // delivered. Data only: all of it is constant, nothing allocates, any thread may read it. Names are
 // those of the reference manuals, addresses are those of the debugger's bus.
 //
-// One header per group of families holds the rows (silicon/f0_f1_f3.h, ...); silicon/catalog.h lists
-// all devices.
+// One header per group of families holds the rows (silicon/f0_f1_f3.h, ...); silicon/catalog.h
+// lists all devices.
 
 #ifndef SILICON_DEVICE_H
 #define SILICON_DEVICE_H
@@ -19,8 +19,8 @@ namespace silicon {
 
 inline constexpr uint32_t KB = 1024;
 
-// An array of rows and its length, for a range-based for. No C++ library: a product that is built for a
-// system without one reads these headers too.
+// An array of rows and its length, for a range-based for. No C++ library: a product that is built
+// for a system without one reads these headers too.
 template <class ROW>
 struct ROWS {
   const ROW* pFirst = nullptr;
@@ -84,7 +84,7 @@ struct FIELDS {
     return pEnd;
   }
 
-  // The bits of all fields, of those of one kind.
+  // The bits of all fields, or of the fields of one kind.
   constexpr uint32_t Mask() const {
     uint32_t Bits = 0;
     for (const FIELD& Field : *this) {
@@ -184,8 +184,8 @@ struct FAMILY {
   uint32_t IdCode    = 0;  // address of DBGMCU_IDCODE
   uint32_t FlashSize = 0;  // address of the half-word with the size of the flash in KB
 
-  // Read protection: the byte that is level 0, the byte that is level 2 (0: no level 2). Every other
-  // byte is level 1, and so is a byte whose complement is wrong.
+  // Read protection: the byte that is level 0, the byte that is level 2 (0: no level 2). Every
+  // other byte is level 1, and so is a byte whose complement is wrong.
   uint8_t Level0 = 0xAA;
   uint8_t Level2 = 0xCC;
 

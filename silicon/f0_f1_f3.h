@@ -1,9 +1,9 @@
 // silicon/f0_f1_f3.h
 // SPDX-License-Identifier: MIT
 //
-// STM32F0, F1 and F3. Eight option bytes, each with its complement, in 16 bytes at 0x1FFFF800; loaded
-// into FLASH_OBR and FLASH_WRPR. Reference manuals RM0091 and RM0360 (F0), RM0008, RM0041, PM0063,
-// PM0068 and PM0075 (F1), RM0313, RM0316, RM0364, RM0365 and RM0366 (F3).
+// STM32F0, F1 and F3. Eight option bytes, each with its complement, in 16 bytes at 0x1FFFF800;
+// loaded into FLASH_OBR and FLASH_WRPR. Reference manuals RM0091 and RM0360 (F0), RM0008, RM0041,
+// PM0063, PM0068 and PM0075 (F1), RM0313, RM0316, RM0364, RM0365 and RM0366 (F3).
 
 #ifndef SILICON_F0_F1_F3_H
 #define SILICON_F0_F1_F3_H
@@ -64,7 +64,7 @@ inline constexpr FIELDS UserF0   = {Bits("RDP", 7, 0, LEVEL),   Bit("WDG_SW", 16
                                     Bit("nRST_STOP", 17),       Bit("nRST_STDBY", 18),
                                     Bit("nBOOT1", 20),          Bit("VDDA_MONITOR", 21),
                                     Bit("RAM_PARITY_CHECK", 22)};
-// F04x and F09x choose their boot mode without a pin.
+// F04x and F09x can choose the boot mode by options instead of a pin.
 inline constexpr FIELDS UserF0BootBits = {
     Bits("RDP", 7, 0, LEVEL), Bit("WDG_SW", 16),           Bit("nRST_STOP", 17),
     Bit("nRST_STDBY", 18),    Bit("nBOOT0", 19),           Bit("nBOOT1", 20),
@@ -136,7 +136,8 @@ inline constexpr OPTION_WORD OptionsF1XL[] = {RdpUser(0x00FF5AA5, 2, UserF1XL), 
 inline constexpr OPTION_WORD OptionsF37[]  = {RdpUser(0x00FF55AA, 8, UserF37), Data(16), Wrp01,
                                               Wrp23};
 
-// Backup registers of the RTC; those of F1 are in a block of their own that protection leaves alone.
+// Backup registers of the RTC; those of F1 are in a block of their own that protection leaves
+// alone.
 inline constexpr MEMORY Backup5  = Backup("backup", 0x40002850, 20);
 inline constexpr MEMORY Backup16 = Backup("backup", 0x40002850, 64);
 inline constexpr MEMORY Backup32 = Backup("backup", 0x40002850, 128);

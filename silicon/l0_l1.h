@@ -1,10 +1,10 @@
 // silicon/l0_l1.h
 // SPDX-License-Identifier: MIT
 //
-// STM32L0 and L1. Option words of 32 bits at 0x1FF80000, value in the lower half and its complement,
-// which software has to form, in the upper half; loaded into FLASH_OPTR (L1: FLASH_OBR) and the
-// FLASH_WRPROTx (L1: FLASH_WRPRx) registers. Flash and EEPROM read as zeros when erased. Reference
-// manuals RM0367, RM0376 and RM0377 (L0), RM0038 (L1).
+// STM32L0 and L1. Option words of 32 bits at 0x1FF80000, value in the lower half and its
+// complement, which software has to form, in the upper half; loaded into FLASH_OPTR (L1: FLASH_OBR)
+// and the FLASH_WRPROTx (L1: FLASH_WRPRx) registers. Flash and EEPROM read as zeros when erased.
+// Reference manuals RM0367, RM0376 and RM0377 (L0), RM0038 (L1).
 
 #ifndef SILICON_L0_L1_H
 #define SILICON_L0_L1_H
@@ -50,8 +50,8 @@ inline constexpr FAMILY FamilyL1Large = FamilyOfL1(0x1FF800CC);  // categories 3
 
 namespace l0 {
 
-// The mode bit says whether the WRP words are write protection (0) or PCROP (1); nullptr: this device
-// has write protection only.
+// sMode: the name of the bit that says whether the WRP words are write protection (0) or PCROP (1);
+// nullptr for a device that has write protection only.
 constexpr OPTION_WORD Rdp(uint32_t Base, const char* sMode) {
   OPTION_WORD Word = {.sName      = "OPTION_RDP",
                       .Stored     = OPTIONS,
@@ -66,7 +66,8 @@ constexpr OPTION_WORD Rdp(uint32_t Base, const char* sMode) {
   return Word;
 }
 
-// Bits between the two pieces that are loaded are stored and read as zeros in the register.
+// The register shows two pieces of the word. The bits between them are stored, but read as zeros in
+// the register.
 constexpr OPTION_WORD User(uint32_t Factory, LOADED Low, LOADED High, const FIELDS& Fields) {
   return {.sName      = "OPTION_USER",
           .Stored     = OPTIONS + 4,

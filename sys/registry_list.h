@@ -33,13 +33,14 @@ void SYS_REGLIST_SetTypeName(REGISTRY_VALUE* pValue);
 XmlAttribute* SYS_REGLIST_FindText(const REGISTRY_VALUE* pValue);
 XmlAttribute* SYS_REGLIST_FindType(const REGISTRY_VALUE* pValue);
 
-// The names of a list's strings.
+// The names of the attributes that hold a list's strings: a prefix and an index.
 struct REGISTRY_STRINGS {
   const REGISTRY_VALUE* pValue;
   uint32_t              PrefixLen;  // of the part before the index
   char                  acName[SYS_REG_ATTR_NAME_SIZE];
 };
 
+// Sets up the names for the list of a value. pValue must stay valid.
 void SYS_REGLIST_Start(REGISTRY_STRINGS* pStrings, const REGISTRY_VALUE* pValue);
 
 // Returns the attribute that holds string Index, 1 or more; NULL when there is none.

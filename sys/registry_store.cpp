@@ -143,7 +143,7 @@ static int32_t Open(uint32_t Slot) {
   if (BuildFilePath(Slot, acPath) != 0) {
     return -1;
   }
-  UTIL_CopyString(acKnownHome, getenv("HOME"), sizeof(acKnownHome));  // shorter than the path
+  UTIL_CopyString(acKnownHome, getenv("HOME"), sizeof(acKnownHome));  // fits, as acPath does
   return aSlot[Slot].pDoc != NULL ? 0 : LoadRoot(&aSlot[Slot], acPath);
 }
 

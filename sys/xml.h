@@ -34,8 +34,8 @@ struct XmlAttribute {
   uint32_t      NameLen;    // without the terminator
   uint32_t      ValueLen;   // without the terminator
   uint32_t      ValueRoom;  // bytes at sValue: a value that fits is stored there, with a terminator
-  uint16_t      PieceClass;  // of the memory that the record is in, 0: it is not used again
-  uint16_t      ValueClass;  // of the memory that the value is in, 0: it has none of its own
+  uint16_t      PieceClass;  // size class of the record's memory; 0: it is never used again
+  uint16_t      ValueClass;  // size class of the value's memory; 0: the value is beside the record
   XmlAttribute* pPrev;       // NULL for the first one
   XmlAttribute* pNext;       // NULL for the last one
 };

@@ -75,7 +75,7 @@ uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C) {
 }
 
 uint32_t UTIL_DivU32(uint32_t Dividend, uint32_t Divisor, uint32_t* pRemainder) {
-  uint64_t Remainder = 0;  // one bit more than the divisor while it is shifted
+  uint64_t Remainder = 0;  // 64 bits: after the shift it may need 33
   uint32_t Quotient  = 0;
   for (uint32_t i = 0; i < 32; i++) {
     Remainder = (Remainder << 1) | (Dividend >> 31);

@@ -210,8 +210,9 @@ FORCE_INLINE void SwapArray(void* pDest, const void* pSource, size_t NumItems) {
   const uint8_t* ps = (const uint8_t*)pSource;
 #if CPU_HAS_WIDE
   if (NumItems * sizeof(UNIT) >= 8 * WIDE_BYTES && CPU_HasAVX2()) {
-    // Stores that lie across two lines of the cache take longer: first up to a whole block. If the
-    // array is not aligned to its units, that cannot be reached, and the result is the same.
+    // A store across two cache lines takes longer. So the units before the first aligned block are
+    // swapped one by one. In an array that is not aligned to its units no block is aligned; that
+    // only costs time.
     const size_t NumFirst = (0 - (uintptr_t)pd) % WIDE_BYTES / sizeof(UNIT);
     SwapPlain<UNIT>(pd, ps, NumFirst);
     const size_t NumBytes = NumFirst * sizeof(UNIT);

@@ -58,7 +58,8 @@ static inline char* PutBytes(char* p, const char* pLast, const char* s, size_t N
 }
 
 static inline char* PutString(char* p, const char* pLast, const char* s) {
-  // The length from one block if the text ends in it; else no further than there is room.
+  // The end of a short text is found in one block. Otherwise the search goes only as far as the
+  // buffer has room.
   size_t Len = BLOCK_BYTES;
   if (BLOCK_IsInPage(s, BLOCK_BYTES)) {
     Len = BLOCK_FirstTrue((BLOCK)(BLOCK_LoadText(s) == 0));
@@ -233,7 +234,7 @@ char* UTIL_vsnprintf(char* pBuffer, int32_t BufferSize, const char* sFormat, va_
       default:
         break;  // dropped without output; the text goes on after it
     }
-    s += *s != 0;  // the format may end before the conversion
+    s += *s != 0;  // past the conversion, unless the format ends before it
   }
   *p = 0;
   return p;

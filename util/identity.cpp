@@ -34,7 +34,8 @@ static const OS_ROW aOS[] = {
     {0x2000, "Linux"},        {0x3000, "macOS"},
 };
 
-// As its size field says; a size below that of the field itself wraps to a huge one.
+// The number of bytes after the size field. A size below 4, that of the field itself, wraps to a
+// huge number.
 static uint32_t PayloadSize(const void* pStruct) {
   uint32_t Size;
   memcpy(&Size, pStruct, sizeof(Size));  // the structure may be unaligned
@@ -45,7 +46,7 @@ void UTIL_CopyAPIStruct(void* pDest, const void* pSource, const char* sName) {
   const uint32_t DestSize = PayloadSize(pDest);
   // The source's size is not checked: no more is read than the destination has room for.
   if (DestSize > MAX_PAYLOAD || DestSize % 4 != 0) {
-    // Composed for whoever looks with a debugger; there is no channel that it could go to.
+    // For a debugger: nothing here can report an error to the caller.
     char acError[256];
     UTIL_snprintf(acError, sizeof(acError),
                   "UTIL_CopyAPIStruct(): Illegal size of struct %s: %d bytes.", sName, DestSize);

@@ -5,10 +5,9 @@
 //
 // The Darwin contract: sets both directions of a serial line to any rate in bits per second the
 // hardware supports, beside the table of standard rates. Returns -1 with errno set for any other
-// rate and for a descriptor that is not a serial line.
-// Here it becomes the kernel's own request for an arbitrary rate; a rate that the driver does not
-// make to within two percent, and 0, give EINVAL. Left out: that Darwin drops the rate with the
-// next tcsetattr().
+// rate and for a descriptor that is not a serial line. Here it becomes the kernel's own request for
+// an arbitrary rate; a rate that the driver misses by more than two percent, and 0, give EINVAL.
+// Left out: that Darwin drops the rate with the next tcsetattr().
 
 #include_next <sys/ioctl.h>
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 
-// Stand-in for Darwin's <sys/select.h>: the system's own, but for stream sockets whose connect()
-// failed at once (see the stand-in's <sys/socket.h>). They are never reported writable.
+// Stand-in for Darwin's <sys/select.h>. It differs from the system's own in one thing: a stream
+// socket whose connect() failed at once is never reported writable (see the stand-in's
+// <sys/socket.h>).
 
 #include_next <sys/select.h>
 
