@@ -71,6 +71,7 @@ RegistryKeyHandle* SYS_REG_OpenKey(RegistryKeyHandle* hKey, const char* sPath) {
   if (pHandle == NULL) {
     return NULL;
   }
+  // From here on nothing but a lack of memory can fail. Keys that were made stay.
   while (*sPath != 0) {
     char acName[NAME_SIZE];
     ReadComponent(&sPath, acName);  // was checked above
@@ -298,7 +299,7 @@ static uint32_t QueryNumber(const XmlAttribute* pAttr, uint32_t NumBytes, void* 
   }
   const char* s      = pAttr->sValue;
   uint64_t    Number = 0;
-  UTIL_ParseHex(&s, &Number);        // what is no number leaves the 0
+  UTIL_ParseHex(&s, &Number);        // any other text leaves the 0
   memcpy(pData, &Number, NumBytes);  // the low bytes come first
   *pSize = NumBytes;
   return SYS_REG_OK;
@@ -384,7 +385,7 @@ uint32_t SYS_REG_DeleteValue(RegistryKeyHandle* hKey, const char* sName) {
     return (uint32_t)Result;
   }
   if (QueryType(&Value, &Type) != SYS_REG_OK) {
-    return SYS_REG_FAILED;
+    return SYS_REG_FAILED;  // no value, or a type that does not say which attributes belong to it
   }
   const uint32_t WasTidy = SYS_REGLIST_IsKnownTidy(&Value);
   SYS_REGLIST_Remove(&Value, Type == SYS_REG_TYPE_MULTI_SZ);

@@ -152,6 +152,8 @@ int32_t SYS_TCP_Accept(int32_t hSocket) {
 }
 
 int32_t SYS_TCP_AcceptTimeout(int32_t hSocket, uint32_t Timeout) {
+  // A connection that ends between the two calls makes the accept wait for the next one: the header
+  // says so, as accept() has no time-out of its own.
   const int32_t NumReady = SYS_SOCKET_WaitReadable(hSocket, Timeout);
   if (NumReady == 0) {
     return SYS_TCP_ERR_TIMEOUT;

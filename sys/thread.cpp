@@ -30,8 +30,9 @@ struct CALL {
 static SYS_MUTEX aMutexes[SYS_MUTEX_SLOTS];
 static SYS_EVENT aEvents[SYS_EVENT_SLOTS];
 
-// Returns the time of day Timeout milliseconds from now. If the clock cannot be read, the result is
-// a time long past, so that a wait ends at once rather than never.
+// Returns the time of day Timeout milliseconds from now. The time of day, because Darwin's
+// pthread_cond_timedwait() knows no other clock. If it cannot be read, the result is a time long
+// past, so that a wait ends at once rather than never.
 static struct timeval GetDeadline(uint32_t Timeout) {
   struct timeval Time = {};
   gettimeofday(&Time, NULL);

@@ -71,7 +71,7 @@ XmlElement* SYS_XML_AddElement(XmlDocument* pDoc, XmlElement* pParent, XmlElemen
 // longer used begins a chain of its class, and the next attribute or value of that class takes it
 // from there: a store that is changed again and again takes no more memory than it once needed.
 
-static const uint32_t LARGEST_PIECE = 48u << 26;
+static const uint32_t LARGEST_PIECE = 48u << 26;  // 3 GiB, class 52: the next one has 33 bits
 
 // Classes 1, 2, 3, 4, ... are 64, 96, 128, 192, ... bytes; class 0 stands for no piece.
 static uint32_t GetPieceSize(uint32_t Class) {
@@ -94,6 +94,7 @@ static void* AllocPiece(XmlDocument* pDoc, uint64_t NumBytes, uint16_t* pClass) 
   if (NumBytes > LARGEST_PIECE) {
     return NULL;
   }
+  // A piece that was freed before, if the class has one.
   const uint32_t Class = GetPieceClass((uint32_t)NumBytes);
   void*          pMem  = pDoc->apFree[Class];
   *pClass              = (uint16_t)Class;

@@ -10,7 +10,7 @@
 
 // A list of up to so many nodes is searched faster than a table.
 static const uint32_t SMALL_LIST   = 16;
-static const uint32_t MIN_CAPACITY = 64;
+static const uint32_t MIN_CAPACITY = 64;  // a power of 2, as all capacities
 
 // ---- Tables -------------------------------------------------------------------------------------
 
@@ -86,7 +86,7 @@ static int32_t AllocEntries(XmlDocument* pDoc, XmlTable* pTable, uint32_t NumEnt
   while (IsFull(NumEntries, Capacity)) {
     Capacity *= 2;
   }
-  if (Capacity > pTable->Capacity) {
+  if (Capacity > pTable->Capacity) {  // else the array that it has is large enough
     const uint64_t NumBytes = Capacity * sizeof(XmlIndexEntry);
     if (NumBytes > UINT32_MAX) {  // coverage: no test has so many nodes
       return -1;                  // coverage: no test has so many nodes

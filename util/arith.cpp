@@ -52,6 +52,7 @@ uint32_t UTIL_GetGCD(uint32_t A, uint32_t B) {
 }
 
 uint32_t UTIL_AbsDiff32(int32_t A, int32_t B) {
+  // Unsigned: the difference can exceed the largest signed value.
   return A > B ? (uint32_t)A - (uint32_t)B : (uint32_t)B - (uint32_t)A;
 }
 
@@ -77,6 +78,8 @@ uint64_t UTIL_MulDivRound(uint64_t A, uint64_t B, uint64_t C) {
 uint32_t UTIL_DivU32(uint32_t Dividend, uint32_t Divisor, uint32_t* pRemainder) {
   uint64_t Remainder = 0;  // 64 bits: after the shift it may need 33
   uint32_t Quotient  = 0;
+  // One bit of the quotient in each step, the highest first. A divisor of 0 fits in every step,
+  // which sets all bits and leaves the dividend as the remainder.
   for (uint32_t i = 0; i < 32; i++) {
     Remainder = (Remainder << 1) | (Dividend >> 31);
     Dividend <<= 1;
@@ -188,13 +191,15 @@ struct SEEK {
 
 // Clears the buckets and sets their width for the range.
 static void StartCount(HISTOGRAM* pHist) {
+  // Both ends belong to the range. In double, as there is one value too many for 64 bits when the
+  // range is everything.
   pHist->Width = ((double)(pHist->Range.High - pHist->Range.Low) + 1) / (double)pHist->NumBuckets;
   pHist->Step  = pHist->Width < 1 ? 1 : DoubleToU64(pHist->Width);
   pHist->NumUnder = 0;
   memset(pHist->pBuckets, 0, sizeof(pHist->pBuckets[0]) * pHist->NumBuckets);
 }
 
-// Offset: of a sample in the range.
+// Counts a sample by its distance from the beginning of the range.
 static inline void CountInBucket(const HISTOGRAM* pHist, uint64_t Offset) {
   // The division may round up to one bucket too many at the end of the range.
   const uint64_t k = DoubleToU64((double)Offset / pHist->Width);
@@ -269,6 +274,7 @@ static uint32_t FindBucket(const HISTOGRAM* pHist, uint32_t Rank) {
 static int32_t Narrow(const SEEK* pSeek, const SAMPLES* pSamples, uint64_t Resolution,
                       RANGE* pNext) {
   const HISTOGRAM* pHist = &pSeek->Hist;
+  // Below the range, above it, or in a bucket.
   if (pHist->NumUnder >= pSeek->Rank) {
     *pNext = {pSamples->Smallest, pHist->Range.Low};
     return 1;
@@ -278,7 +284,7 @@ static int32_t Narrow(const SEEK* pSeek, const SAMPLES* pSamples, uint64_t Resol
     *pNext = {pHist->Range.High, pSamples->Largest};
     return 1;
   }
-  if (pHist->Step <= Resolution) {
+  if (pHist->Step <= Resolution) {  // narrow enough: the centre of the bucket
     *pSeek->pEstimate = pHist->Range.Low + DoubleToU64((double)k * pHist->Width + pHist->Width / 2);
     return 0;
   }

@@ -145,6 +145,7 @@ void UTIL_WriteBits32(void* pBuffer, uint32_t BitOffset, uint32_t Value) {
 
 void UTIL_WriteBitArray(void* pBuffer, const uint32_t* pValues, uint32_t StartBit, uint32_t NumBits,
                         uint32_t NumValues) {
+  // In this order: each field overwrites the bits that the one before it has above its width.
   uint64_t BitOffset = StartBit;
   for (uint32_t i = 0; i < NumValues; i++) {
     WriteField32((uint8_t*)pBuffer, BitOffset, pValues[i]);

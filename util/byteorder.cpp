@@ -153,6 +153,7 @@ uint64_t UTIL_SwapU64(uint64_t Value) {
 //
 // Short arrays and the rests of long ones are swapped unit by unit, long ones in blocks.
 
+// One unit after the other; the compiler makes vector instructions of it where it can.
 template <typename UNIT>
 FORCE_INLINE void SwapLoop(uint8_t* pDest, const uint8_t* pSource, size_t NumItems) {
   for (size_t i = 0; i < NumItems; i++) {

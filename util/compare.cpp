@@ -14,6 +14,7 @@
 
 namespace {
 
+// Each byte in lower case, signed, as the comparisons take it.
 struct FOLD_TABLE {
   int8_t a[256];
 };
@@ -74,7 +75,8 @@ __attribute__((noinline)) static int32_t CompareAcrossPage(const char* sA, const
 static inline int32_t RoomInPage(const char* sA, const char* sB) {
   const int32_t OffsetA = (int32_t)((uintptr_t)sA & (BLOCK_PAGE - 1));
   const int32_t OffsetB = (int32_t)((uintptr_t)sB & (BLOCK_PAGE - 1));
-  const int32_t Diff    = OffsetA - OffsetB;
+  // Diff & (Diff >> 31) is Diff where that is negative, else 0: the larger offset is subtracted.
+  const int32_t Diff = OffsetA - OffsetB;
   return (int32_t)BLOCK_PAGE - OffsetA + (Diff & (Diff >> 31));
 }
 
@@ -120,6 +122,7 @@ CPU_TARGET_AVX2 static inline uint32_t WideStops(const char* pA, const char* pB)
   return WIDE_Mask((WIDE)((A & IsSame) == 0));
 }
 
+// The result for the first character that WideStops() has marked; at least one is.
 static inline int32_t FirstFoldedDiff(const char* sA, const char* sB, uint32_t Stops) {
   const size_t k = (size_t)__builtin_ctz(Stops);
   return FoldedDiff(sA[k], sB[k]);
@@ -335,6 +338,7 @@ CPU_TARGET_AVX2 static inline WIDE AreFourSame(const uint8_t* p, uint8_t Value) 
 // For WIDE_BYTES and more. Eight blocks are looked at with one test.
 CPU_TARGET_AVX2 static int32_t FindNotEqualByWide(const uint8_t* pFirst, uint8_t Value,
                                                   uint32_t NumBytes) {
+  // The large steps only find out that there is a difference; the small ones below find where.
   const uint8_t* p = pFirst;
   while (NumBytes >= 8 * WIDE_BYTES &&
          WIDE_Mask(AreFourSame(p, Value) & AreFourSame(p + 128, Value)) == UINT32_MAX) {

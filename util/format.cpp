@@ -185,7 +185,7 @@ static inline const char* ScanSpec(const char* s, SPEC* pSpec) {
 
 char* UTIL_vsnprintf(char* pBuffer, int32_t BufferSize, const char* sFormat, va_list Args) {
   char*       p     = pBuffer;
-  const char* pLast = pBuffer + (BufferSize > 0 ? BufferSize - 1 : 0);
+  const char* pLast = pBuffer + (BufferSize > 0 ? BufferSize - 1 : 0);  // for the terminator
   const char* s     = sFormat;
   while (*s != 0) {
     if (*s != '%') {

@@ -263,6 +263,7 @@ int32_t UTIL_ParseVersion(const char** ps, uint32_t* pMajor, uint32_t* pMinor,
       Result   = -1;
     }
   }
+  // All results are stored, whatever Result is.
   if (pMajor != NULL) {
     *pMajor = (uint32_t)Major;
   }
@@ -374,8 +375,9 @@ void UTIL_ParseQuotedString(const char** ps, char* pBuffer, uint32_t BufferSize)
     pBuffer[Len++] = *s++;
   }
   pBuffer[Len] = 0;
-  s            = SkipWhite(s);
-  *ps          = *s == ',' ? SkipWhite(s + 1) : s;
+  // To the next entry: past one comma and the white space on either side of it.
+  s   = SkipWhite(s);
+  *ps = *s == ',' ? SkipWhite(s + 1) : s;
 }
 
 uint32_t UTIL_ParseValue(const char** ps, char* pBuffer, uint32_t BufferSize) {

@@ -43,6 +43,7 @@ void UTIL_CopyString(char* pDest, const char* sSource, uint32_t BufferSize) {
   if (pDest == NULL || sSource == NULL || BufferSize == 0) {
     return;
   }
+  // The usual text ends within one block and fits.
   if (BLOCK_IsInPage(sSource, BLOCK_BYTES)) {
     const uint64_t Ends = BLOCK_Mask((BLOCK)(BLOCK_LoadText(sSource) == 0));
     if (Ends != 0 && BLOCK_FirstOf(Ends) < BufferSize) {
