@@ -28,6 +28,7 @@ const FAMILY_ROW* FindFamily(const char* sText) {
       return &FamilyTable[i];
     }
   }
+  // Not a name, so it must be the number of a row. One beyond 32 bits wraps (text.h).
   uint32_t Number;
   if (ParseDec(sText, &Number) < 0 || Number == FAMILY_ROW_EXIT || Number >= FAMILY_ROWS) {
     return NULL;

@@ -31,6 +31,7 @@ struct BANK_REGS {
 };
 }  // namespace
 
+// The offsets are the same in both banks.
 static constexpr BANK_REGS BankRegs(uint32_t Base) {
   return {
       .OPTKEYR   = Base + 0x08,

@@ -140,6 +140,7 @@ static int IsEvent(const SYS_EVENT* pEvent) {
   return pEvent != NULL && pEvent != SYS_EVENT_INVALID && pEvent->InUse != 0;
 }
 
+// As with mutexes, the lowest free slot is used, and it is marked as used last.
 SYS_EVENT* SYS_EVENT_Create(uint32_t Reserved, uint32_t InitialState) {
   if (Reserved != 0) {
     return SYS_EVENT_INVALID;
@@ -266,7 +267,7 @@ pthread_t SYS_THREAD_StartCall(void (*pfRoutine)(void*), void* pArg, pthread_t* 
   pCall->pfRoutine   = pfRoutine;
   pCall->pArg        = pArg;
   const pthread_t Id = SYS_THREAD_Start(RunCall, pCall, pId);
-  if (Id == 0) {
+  if (Id == 0) {  // no thread that would free it
     SYS_MEM_Free(pCall);
   }
   return Id;

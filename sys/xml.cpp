@@ -301,7 +301,7 @@ int32_t SYS_XML_SetAttr(XmlDocument* pDoc, XmlElement* pElement, const char* sNa
     sValue = "";
   }
   XmlAttribute* pAttr = SYS_XML_LookUpAttr(pDoc, pElement, sName, NameLen);
-  if (pAttr != NULL) {
+  if (pAttr != NULL) {  // it keeps its place among the attributes
     return ReplaceValue(pDoc, pAttr, sValue, ValueLen);
   }
   pAttr = SYS_XML_AddAttr(pDoc, pElement, sName, NameLen, sValue, ValueLen);
@@ -317,6 +317,7 @@ void SYS_XML_UnlinkAttr(XmlElement* pElement, XmlAttribute* pAttr) {
   if (pAttr->pNext != NULL) {
     pAttr->pNext->pPrev = pAttr->pPrev;
   }
+  // The attribute keeps its own links, which the index still follows.
   SYS_XML_IndexUnlinkedAttr(pElement, pAttr);
 }
 

@@ -285,7 +285,7 @@ void UTIL_DecodeVersion(VERSION_INFO* pInfo, uint32_t Version) {
   pInfo->Major            = Version / 10000;
   pInfo->Minor            = Version / 100 % 100;
   memset(pInfo->Revision, 0, sizeof(pInfo->Revision));
-  if (Revision > 26) {
+  if (Revision > 26) {  // the letters are used up: z01, z02, ...
     pInfo->Revision[0] = 'z';
     pInfo->Revision[1] = (char)('0' + (Revision - 26) / 10);
     pInfo->Revision[2] = (char)('0' + (Revision - 26) % 10);

@@ -280,6 +280,7 @@ CPU_TARGET_AVX2 static inline char* StoreDumpBytesBy16(char* p, const uint8_t* p
   return p;
 }
 
+// Whole blocks of 16, then the rest byte by byte.
 CPU_TARGET_AVX2 static inline char* StoreDumpBytesWide(char* p, const uint8_t* pData,
                                                        uint32_t NumBytes) {
   p = StoreDumpBytesBy16(p, pData, NumBytes);
@@ -353,6 +354,7 @@ uint32_t UTIL_HexDump(char* pBuffer, uint32_t BufferSize, const void* pData, uin
                                 NumBytes, BytesPerLine,         (uint32_t)Addr,        ShowAddr};
 #if CPU_HAS_WIDE
   const int32_t IsWide = CPU_HasAVX2();
+  // A line of whole blocks, which is the usual one, gets a loop without code for a rest.
   if (IsWide && BytesPerLine % 16 == 0) {
     DumpLinesBy16(&Dump);
   } else if (IsWide) {
