@@ -150,6 +150,24 @@ TEST(SysTcpConnectTimeout, WaitsTenMillisecondsAtATime) {
   EXPECT_EQ(10000, LastSelectTime.tv_usec);
 }
 
+// In progress, interrupted, or connected at once: one attempt, and each wait is for its end.
+TEST(SysTcpConnectTimeout, ConnectThatHasNotFailedIsWaitedFor) {
+  const REFUSING_PORT Refusing;
+  for (const int Error : {EINPROGRESS, EINTR, 0}) {
+    NumAskedForAbort = 0;
+    const FAULT        Started("connect", Error);
+    const FAULT        Waits("select", 0, 0, 3);
+    const CALL_COUNTER Attempts("HOST_socket");
+    const CALL_COUNTER Pauses("usleep");
+    EXPECT_EQ(SYS_TCP_ERR_ABORTED,
+              SYS_TCP_ConnectTimeout(LOOPBACK, Refusing.Port, 60000,
+                                     []() -> int32_t { return ++NumAskedForAbort == 3; }));
+    EXPECT_EQ(3u, Waits.GetNumCalls()) << Error;
+    EXPECT_EQ(1u, Attempts.GetNumCalls()) << Error;
+    EXPECT_EQ(0u, Pauses.GetNumCalls()) << Error;
+  }
+}
+
 TEST(SysTcpConnectTimeout, TimeOutOfZeroMakesOneAttempt) {
   const REFUSING_PORT Refusing;
   int32_t             Result;
