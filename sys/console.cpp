@@ -28,7 +28,7 @@ int32_t SYS_CONSOLE_IsKeyPressed(void) {
   }
   int NumBytes = 0;
   if (ioctl(STDIN_FILENO, FIONREAD, &NumBytes) != 0) {
-    return 0;  // closed, or not a thing that bytes wait in
+    return 0;  // closed, or of a kind that does not count waiting bytes
   }
   return NumBytes;
 }
