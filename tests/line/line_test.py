@@ -8,6 +8,7 @@ usage: line_test.py BUILD [unittest arguments]
 import html.parser
 import os
 import re
+import resource
 import shutil
 import signal
 import subprocess
@@ -813,6 +814,8 @@ echo '<script>document.title = "taken"</script>'
 
 
 @unittest.skipUnless(BROWSER, "no Chromium on this machine (chromium-headless-shell)")
+@unittest.skipIf(0 <= resource.getrlimit(resource.RLIMIT_NOFILE)[1] < 256,
+                 "Chromium needs more open files than the limit here allows (ulimit -n)")
 class Browser(Page):
     test_it_needs_no_other_file = test_it_is_made_again_from_the_log = None
 
