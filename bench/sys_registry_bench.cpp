@@ -222,8 +222,8 @@ void AddGrowth() {
   });
 
   BENCH_Growth("a list: set over itself, query and delete, for each string", 1.5,
-               "each string is touched three times, and of 320,000 the records, texts and table "
-               "entries are some 40 MB, more than any cache; up to 20,000 the cost is level.");
+               "level up to 20,000 strings; beyond that their records, texts and table entries are "
+               "more than the second-level cache holds");
   for (const size_t NumStrings : {5000u, 20000u, 80000u, 320000u}) {
     const std::string sList = MakeList(NumStrings);
     BENCH_AddSize((int64_t)NumStrings, (int64_t)NumStrings, [=] {
@@ -252,11 +252,10 @@ int main(int NumArgs, char** pasArgs) {
   setenv("HOME", acDir, 1);
   const size_t NumValues = 10000;
   BENCH_Job("registry", "Registry store: open, set, query, flush, load, query");
-  BENCH_Row(
-      "10,000 values in one key", 0.50,
-      "a quarter of the time is the search for each new name, which finds a place in the table "
-      "that no cache holds; the rest is spread over some twenty functions (perf). 0.51 to 0.75 "
-      "beside other work, as the peer's time varies more than ours.");
+  BENCH_Row("10,000 values in one key", 0.50,
+            "a quarter of the time is the search in the table, once for each new name and each "
+            "query; the "
+            "rest is spread over some twenty functions (perf)");
   BENCH_Add(
       "ours", [=] { RunOurs(NumValues); }, Answer);
 #if BENCH_HAS_GLIB
