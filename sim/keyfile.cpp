@@ -125,6 +125,10 @@ void KeyFile::Add(const std::string& sKey, const std::string& sValue) {
   lines_.push_back({sKey, sValue});
 }
 
+void KeyFile::Add(const KeyFile& Other) {
+  lines_.insert(lines_.end(), Other.lines_.begin(), Other.lines_.end());
+}
+
 std::string KeyFile::Get(const std::string& sKey, const std::string& sDefault) const {
   for (const KEY_LINE& Line : lines_) {
     if (Line.sKey == sKey) {

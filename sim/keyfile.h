@@ -29,6 +29,7 @@ class KeyFile {
   std::string Text(const std::string& sHeading) const;
 
   void Add(const std::string& sKey, const std::string& sValue);
+  void Add(const KeyFile& Other);
 
   // The first value of the key, or sDefault.
   std::string Get(const std::string& sKey, const std::string& sDefault = "") const;

@@ -20,9 +20,15 @@ static const uint32_t ROW_BYTES = 128;
 void Memory::EraseRange(uint32_t Address, uint32_t Bytes) {
   const size_t First = (Address - row_->Base) / 4;
   const size_t Last  = std::min(words_.size(), First + Bytes / 4);
+  saved_.reset();
   for (size_t i = First; i < Last; i++) {
     words_[i] = row_->Erased;
   }
+}
+
+void Memory::Fill(uint32_t Value) {
+  saved_.reset();
+  words_.assign(words_.size(), Value);
 }
 
 void Memory::EraseUntil(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille) {
@@ -58,6 +64,14 @@ static size_t RunLength(const std::vector<uint32_t>& Words, size_t First) {
 }
 
 void Memory::SaveTo(KeyFile* pFile) const {
+  if (!saved_) {
+    saved_.emplace();
+    AddLines(&*saved_);
+  }
+  pFile->Add(*saved_);
+}
+
+void Memory::AddLines(KeyFile* pFile) const {
   size_t i = 0;
   while (i < words_.size()) {
     const std::string sKey =
@@ -89,6 +103,7 @@ bool Memory::LoadLine(const std::string& sAddress, const std::string& sWords) {
   if (!ParseU32(sAddress, &Address) || !Contains(Address) || Address % 4 != 0) {
     return false;
   }
+  saved_.reset();
   size_t                         i     = (Address - row_->Base) / 4;
   const std::vector<std::string> Words = SplitWords(sWords);
   if (Words.size() == 3 && Words[1] == "x") {

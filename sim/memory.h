@@ -8,6 +8,7 @@
 
 #include <stdint.h>
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -32,8 +33,11 @@ class Memory {
   bool Contains(uint32_t Address) const { return Address - row_->Base < row_->Bytes; }
 
   // The word that the address lies in.
-  uint32_t& WordAt(uint32_t Address) { return words_[(Address - row_->Base) / 4]; }
-  uint32_t  WordAt(uint32_t Address) const { return words_[(Address - row_->Base) / 4]; }
+  uint32_t& WordAt(uint32_t Address) {
+    saved_.reset();
+    return words_[(Address - row_->Base) / 4];
+  }
+  uint32_t WordAt(uint32_t Address) const { return words_[(Address - row_->Base) / 4]; }
 
   bool IsErasedAt(uint32_t Address) const { return WordAt(Address) == row_->Erased; }
 
@@ -42,7 +46,7 @@ class Memory {
   // An erase of that range which came as far as so many thousandths: what it has done is erased, the
   // row of cells that it was at is neither, the rest is as it was.
   void EraseUntil(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille);
-  void Fill(uint32_t Value) { words_.assign(words_.size(), Value); }
+  void Fill(uint32_t Value);
 
   bool     IsErased() const;
   uint32_t BytesInUse() const;  // in words that are not erased
@@ -53,8 +57,12 @@ class Memory {
   bool LoadLine(const std::string& sAddress, const std::string& sWords);
 
  private:
+  void AddLines(KeyFile* pFile) const;
+
   const silicon::MEMORY* row_;
   std::vector<uint32_t>  words_;
+  // The lines of SaveTo, until a word may have changed.
+  mutable std::optional<KeyFile> saved_;
 };
 
 // The memories of a device.
