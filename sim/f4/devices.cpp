@@ -69,6 +69,9 @@ static constexpr REGISTER OptionRegister(const silicon::OPTION_WORD& Word, size_
   return Row;
 }
 
+// Where other parts of this generation have OPTCR1.
+static constexpr REGISTER ReservedWord = {.sName = "reserved", .Address = BASE + OPTCR1};
+
 static constexpr LOCK_ROW aLocks[] = {
     {.sState = "keys", .Register = KEYR, .First = {0x45670123, "KEY1"},
      .Second = {0xCDEF89AB, "KEY2"}, .Control = CR, .ClosedBit = CR_LOCK},
@@ -123,9 +126,14 @@ static constexpr ROW F76          = {SystemF7, apVariants, Sr, CrOfF76};
 
 template <const silicon::DEVICE& Facts, const ROW& Row>
 static constexpr auto aRegisters = [] {
-  std::array<REGISTER, 5 + Facts.Options.size()> Rows = {Acr, Keyr, Optkeyr, Row.Sr, Row.Cr};
-  for (size_t i = 0; i < Facts.Options.size(); i++) {
+  constexpr size_t NumOptions = Facts.Options.size();
+  constexpr bool   IsReserved = Row.Pcrop == BY_SPRMOD && NumOptions == 1;
+  std::array<REGISTER, 5 + NumOptions + IsReserved> Rows = {Acr, Keyr, Optkeyr, Row.Sr, Row.Cr};
+  for (size_t i = 0; i < NumOptions; i++) {
     Rows[5 + i] = OptionRegister(Facts.Options[i], i);
+  }
+  if (IsReserved) {
+    Rows.back() = ReservedWord;
   }
   return Rows;
 }();
