@@ -194,13 +194,28 @@ static uint32_t FamilyByOptionWord(void) {
   return 0;
 }
 
+static constexpr uint32_t IdCodeAddresses[] = {0xE0042000, 0x40015800, 0x5C001000};
+
+static constexpr bool HasAddressOfEachFamily(void) {
+  for (const silicon::DEVICE* pDevice : silicon::apDevices) {
+    bool HasAddress = false;
+    for (const uint32_t Address : IdCodeAddresses) {
+      HasAddress = HasAddress || Address == pDevice->pFamily->IdCode;
+    }
+    if (!HasAddress) {
+      return false;
+    }
+  }
+  return true;
+}
+static_assert(HasAddressOfEachFamily(), "each family is found without -SetDeviceFamily");
+
 static bool IdentifyByIdCode(uint32_t MenuRow, READING* pReading) {
   if (MenuRow != 0 && IdentifyAt(pReading, FamilyOf(MenuRow)->IdCode)) {
     return true;
   }
-  static const uint32_t Addresses[] = {0xE0042000, 0x40015800, 0x5C001000};
-  const uint32_t        LastAddress = MenuRow != 0 ? FamilyOf(MenuRow)->IdCode : 0;
-  for (const uint32_t Address : Addresses) {
+  const uint32_t LastAddress = MenuRow != 0 ? FamilyOf(MenuRow)->IdCode : 0;
+  for (const uint32_t Address : IdCodeAddresses) {
     if (Address != LastAddress && IdentifyAt(pReading, Address)) {
       return true;
     }

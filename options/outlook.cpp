@@ -311,11 +311,14 @@ struct OUTLOOK_ROW {
 };
 }  // namespace
 
-static const OUTLOOK_ROW OutlookTable[] = {
+static constexpr OUTLOOK_ROW OutlookTable[] = {
     {1, OutlookF0},     {2, OutlookF1F3},   {3, OutlookF2F4F7}, {4, OutlookF1F3},
     {5, OutlookF2F4F7}, {6, OutlookF2F4F7}, {7, OutlookF2F4F7}, {8, OutlookF2F4F7},
     {9, OutlookH7},     {10, OutlookL0},    {11, OutlookL1},    {12, OutlookL4},
 };
+
+// Without a row a reset would be called possible, with every field at its factory value after it.
+static_assert(silicon::HasRowOfEachFamily(OutlookTable), "each family has a row");
 
 void OUTLOOK_Find(const READING* pReading, OUTLOOK* pOutlook) {
   memset(pOutlook, 0, sizeof(*pOutlook));

@@ -26,6 +26,21 @@ inline constexpr const DEVICE* apDevices[] = {
     &STM32L433,   &STM32L452,    &STM32L476,   &STM32L496,
 };
 
+// For static_assert beside a table with MenuRow: each family has a row.
+template <typename ROW, size_t N>
+constexpr bool HasRowOfEachFamily(const ROW (&aRows)[N]) {
+  for (const DEVICE* pDevice : apDevices) {
+    bool HasRow = false;
+    for (const ROW& Row : aRows) {
+      HasRow = HasRow || Row.MenuRow == pDevice->pFamily->MenuRow;
+    }
+    if (!HasRow) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace silicon
 
 #endif

@@ -113,6 +113,8 @@ inline constexpr FAMILY_STATUS aFamilyStatus[] = {
     {.MenuRow = 12, .Registers = status::L4},
 };
 
+static_assert(HasRowOfEachFamily(aFamilyStatus), "each family has a row");
+
 }  // namespace silicon
 
 #endif
