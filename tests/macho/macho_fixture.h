@@ -73,7 +73,7 @@ class MachO : public ::testing::Test {
     EXPECT_EQ(0, system(Command.c_str()));
   }
 
-  // Arguments must not contain quotes.
+  // Arguments is words of a command line, quoted where they need it.
   Outcome Run(const std::string& File, const std::vector<std::string>& Environment = {},
               const std::string& Arguments = "") const {
     // The braces keep the shell's message about a child that a signal ended out of the output.

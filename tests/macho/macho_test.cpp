@@ -203,13 +203,14 @@ int MenuNumber(const std::string& Device) {
   return 0;
 }
 
-// Runs START TOOL on a new bench with DEVICE, which is protected and has a program in its flash.
+// Runs START TOOL on a new bench with DEVICE, which is protected and has a program in its flash. START
+// is words of a command line, quoted where they need it.
 const char RunOnNewBench[] = R"(
   rm -rf "$STAGE" && mkdir "$STAGE" && cp "$TOOL" "$RELEASE/sim/libquobearm.dylib" "$STAGE" || exit
   export QUOBE_BENCH="$STAGE/bench"
   bench="$RELEASE/sim/quobe-bench"
   "$bench" create $DEVICE --rdp 1 --flash full && "$bench" set time=fast || exit
-  $START "$STAGE/quobe-unlock" -SetDeviceFamily $NUMBER -Exit 1 $MORE
+  eval "$START" '"$STAGE/quobe-unlock" -SetDeviceFamily $NUMBER -Exit 1 $MORE'
   echo "exit $?"
   "$bench" show --expect-factory
 )";
@@ -228,7 +229,7 @@ TEST_F(MachO, SimulatedDevicesEndUpAsWithTheLinuxExecutable) {
     setenv("START", "", 1);
     setenv("TOOL", (Release + "/quobe-unlock").c_str(), 1);
     const std::string OnLinux = Shell(RunOnNewBench);
-    setenv("START", Need("QUOBE_TEST_RUNNER").c_str(), 1);
+    setenv("START", ("'" + Need("QUOBE_TEST_RUNNER") + "'").c_str(), 1);
     setenv("TOOL", Need("QUOBE_TEST_TOOL").c_str(), 1);
     const std::string OnMacOS = Shell(RunOnNewBench);
     EXPECT_EQ(OnLinux, OnMacOS) << Device;
@@ -247,11 +248,9 @@ std::vector<std::string> PausesWith(const std::string& Folder, const char* sDevi
   setenv("STAGE", (Folder + "/stage").c_str(), 1);
   setenv("DEVICE", sDevice, 1);
   setenv("NUMBER", std::to_string(MenuNumber(sDevice)).c_str(), 1);
-  setenv(
-      "START",
-      ("env MACHORUN_TRACE=" + Trace + " MACHORUN_CLOCK_STEP_US=1000 " + Need("QUOBE_TEST_RUNNER"))
-          .c_str(),
-      1);
+  const std::string Start = "env 'MACHORUN_TRACE=" + Trace + "' MACHORUN_CLOCK_STEP_US=1000 '" +
+                            Need("QUOBE_TEST_RUNNER") + "'";
+  setenv("START", Start.c_str(), 1);
   setenv("TOOL", Need("QUOBE_TEST_TOOL").c_str(), 1);
   setenv("MORE", "-SetPowerTarget 1", 1);
   const std::string Output = Shell(RunOnNewBench);
@@ -290,7 +289,7 @@ TEST_F(MachO, RunnerNamesTheImportThatItRefuses) {
   EXPECT_EQ(std::string::npos, Result.Output.find("started"));
 
   const Outcome List =
-      Run("--imports", {}, Need("QUOBE_TEST_MACHO") + "/tests/macho/unvetted_import");
+      Run("--imports", {}, "'" + Need("QUOBE_TEST_MACHO") + "/tests/macho/unvetted_import'");
   EXPECT_EQ(1, List.Status);
   EXPECT_TRUE(std::regex_search(List.Output, std::regex("_getrlimit +libSystem.B.dylib +REFUSED")));
 }
