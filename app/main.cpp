@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 
-// Nothing but main(): the tests link all the rest of the tool with a main() of their own.
+// Nothing but main(): the tests link all the rest of the tool with their own main().
 
 #include "app/flow.h"
 #include "app/process.h"

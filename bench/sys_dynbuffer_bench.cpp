@@ -109,9 +109,8 @@ int main(int NumArgs, char** pasArgs) {
   BENCH_Job("dynbuffer", "Appending to a growing buffer");
   const char* const sNote =
       "ours and std::string both copy with memcpy, whose branches on a random length are "
-      "mispredicted in either; the path is inline and nothing else is left to leave out. Longer "
-      "copies of one size would do without branches, but write behind the bytes in use, which may "
-      "hold what the caller put there";
+      "mispredicted; the call is already inline. A copy of fixed size would need no branch, but "
+      "would write after the bytes in use, where the caller may have stored data";
   AddRow("1 to 24 bytes, to 1 KiB", 0.85, MakePieces(1024, 1, 24), sNote);
   AddRow("1 to 24 bytes, to 900 KiB", 0.80, MakePieces(921600, 1, 24), sNote);
   AddRow("256 bytes, to 900 KiB", 1.2, MakePieces(921600, 256, 256));

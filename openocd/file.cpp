@@ -13,7 +13,7 @@ static FILE* Open(const char* sPath, int Flags, const char* sMode) {
   struct stat Info = {};
   const int   File = open(sPath, Flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, NEW_FILE_MODE);
   if (File < 0) {
-    // A named pipe that nobody reads from.
+    // ENXIO: a named pipe without a reader.
     errno = errno == ENXIO ? EINVAL : errno;
     return NULL;
   }

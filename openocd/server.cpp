@@ -261,8 +261,7 @@ static const char* Receive(SERVER* pServer, int* pCode, char* pAnswer, size_t Si
   while (!TakeAnswer(pServer, pCode, pAnswer, Size)) {
     const size_t Room = sizeof(pServer->acReceived) - pServer->NumReceived;
     if (Room == 0) {
-      // Only text that nobody asked for is that long. The answer comes after it, and may have
-      // begun.
+      // Only text that was not asked for is that long. The answer follows it, and may have begun.
       pServer->NumReceived = sizeof(pServer->acReceived) / 2;
       pServer->NumTried    = pServer->NumReceived;
       memcpy(pServer->acReceived, pServer->acReceived + pServer->NumReceived, pServer->NumReceived);

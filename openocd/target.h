@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The chip at the other end of the wires, by means that need no knowledge of its family: the debug
-// port, the bus behind it, and the debug registers that every Cortex-M has. Register names are
+// port, the bus that it reaches, and the debug registers that every Cortex-M has. Register names are
 // those of ARM's manuals.
 //
 // One thread at a time. No access is made that was not asked for, except to the core's own

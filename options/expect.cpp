@@ -204,7 +204,7 @@ static void CompareFieldWithFactory(const READING* pReading, const WORD_READING*
   }
 }
 
-// An unread field is no factory value, and neither is one that was read in one of its two places.
+// A field that was not read, or was read in one of its two places only, is not at factory value.
 static void AddUnread(const READING* pReading, const WORD_READING* pWord,
                       const silicon::FIELD* pField, DIFFERENCES* pDifferences) {
   char       acExpected[NAME_SIZE];

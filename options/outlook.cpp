@@ -204,7 +204,7 @@ static void OutlookH7(const READING* pReading, OUTLOOK* pOutlook) {
       LeaveWord(pReading, pOutlook, pWord, "not written");
     } else if (Refused1 || Refused2) {
       // A value that was refused stays in its register. So a refusal for bank 1 makes the change of
-      // bank 2 fail as well, while bank 1 is changed when the reason is in bank 2 alone.
+      // bank 2 fail too, while bank 1 is changed when the reason is in bank 2 alone.
       for (const silicon::FIELD& Field : pWord->pRow->Fields) {
         if (Field.Kind != silicon::LEVEL && (Refused1 || IsBank2)) {
           LeaveField(pReading, pOutlook, pWord, &Field, REFUSED);

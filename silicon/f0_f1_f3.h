@@ -136,7 +136,7 @@ inline constexpr OPTION_WORD OptionsF1XL[] = {RdpUser(0x00FF5AA5, 2, UserF1XL), 
 inline constexpr OPTION_WORD OptionsF37[]  = {RdpUser(0x00FF55AA, 8, UserF37), Data(16), Wrp01,
                                               Wrp23};
 
-// Backup registers of the RTC; those of F1 are in a block of their own that protection leaves
+// Backup registers of the RTC; those of F1 are in their own block, which protection leaves
 // alone.
 inline constexpr MEMORY Backup5  = Backup("backup", 0x40002850, 20);
 inline constexpr MEMORY Backup16 = Backup("backup", 0x40002850, 64);

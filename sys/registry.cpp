@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 
 // The operations on keys and values. registry_list.cpp has the attributes that a value consists of,
-// registry_store.cpp the files behind the roots.
+// registry_store.cpp the files of the roots.
 
 #include "sys/registry.h"
 

@@ -153,7 +153,7 @@ int32_t SYS_TCP_Accept(int32_t hSocket) {
 
 int32_t SYS_TCP_AcceptTimeout(int32_t hSocket, uint32_t Timeout) {
   // A connection that ends between the two calls makes the accept wait for the next one: the header
-  // says so, as accept() has no time-out of its own.
+  // says so, because accept() takes no time-out.
   const int32_t NumReady = SYS_SOCKET_WaitReadable(hSocket, Timeout);
   if (NumReady == 0) {
     return SYS_TCP_ERR_TIMEOUT;
@@ -432,7 +432,7 @@ int32_t SYS_NET_ResolveIPv6(const char* sName, int32_t AllowMapped, uint8_t* pAd
   return 0;
 }
 
-// getnameinfo() has error numbers of its own, some of them positive; here each of them is -1.
+// getnameinfo() has its own error numbers, some of them positive; here each of them is -1.
 static int32_t GetName(const void* pSockAddr, socklen_t Size, char* pHost, uint32_t HostSize,
                        char* pService, uint32_t ServiceSize) {
   return getnameinfo((const struct sockaddr*)pSockAddr, Size, pHost, HostSize, pService,

@@ -51,7 +51,7 @@ static int IsPast(const struct timeval* pDeadline) {
   return gettimeofday(&Now, NULL) != 0 || timercmp(&Now, pDeadline, >);
 }
 
-// Makes a recursive mutex. Returns 0, or -1 with nothing left behind. The caller destroys both.
+// Makes a recursive mutex. Returns 0, or -1 with nothing allocated. The caller destroys both.
 static int32_t InitRecursive(pthread_mutex_t* pMutex, pthread_mutexattr_t* pAttr) {
   if (pthread_mutexattr_init(pAttr) != 0) {
     return -1;

@@ -66,7 +66,7 @@ const uint8_t* BITS_ReadLongLEB128(const uint8_t* p, uint64_t* pValue) {
 }
 
 // Copies 2 to 12 bytes without a branch on how many, which cannot be predicted: a copy that a
-// length has no use for goes to a place where nobody looks.
+// length does not need goes to a place that is never read.
 static inline void CopyFrom2To12(uint8_t* p, const uint8_t* pSource, uint32_t NumBytes) {
   uint8_t        acUnused[8];
   uint8_t* const apDest[] = {acUnused, p};

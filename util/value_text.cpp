@@ -165,7 +165,7 @@ int32_t UTIL_FormatFloatBits(char* pBuffer, uint32_t BufferSize, uint32_t Bits) 
   const int32_t  Exponent   = (int32_t)((Bits >> 23) & 0xFF);
   const uint32_t Fraction   = Bits & 0x7FFFFF;
 
-  if (Exponent == 255 && Fraction != 0) {  // the fraction's highest bit tells a quiet NaN
+  if (Exponent == 255 && Fraction != 0) {  // a quiet NaN has the fraction's highest bit set
     UTIL_CopyString(pBuffer, (Fraction & 0x400000) != 0 ? "NaNq" : "NaNs", BufferSize);
   } else if (Exponent == 255) {
     UTIL_CopyString(pBuffer, IsNegative ? "-Infinite" : "Infinite", BufferSize);

@@ -61,7 +61,7 @@ static void OnSignal(int Signal) {
   }
 }
 
-// As the report that tells it and the stand-in for the HID library can carry it.
+// What fits both the report that carries it and the stand-in for the HID library.
 static bool IsSerial(const std::string& sText) {
   return !sText.empty() && sText.size() <= MAX_SERIAL &&
          std::all_of(sText.begin(), sText.end(),

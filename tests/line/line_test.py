@@ -621,7 +621,7 @@ exit $status
 
 @unittest.skipIf(Sshd.missing(), Sshd.missing())
 class Stations(OnBench):
-    """Two more hosts: this machine with homes and benches of their own, reached by real ssh servers."""
+    """Two more hosts: this machine, each with its own home and bench, reached by real ssh servers."""
 
     def setUp(self):
         super().setUp()

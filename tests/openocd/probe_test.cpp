@@ -318,7 +318,7 @@ TEST_F(OpenocdProbe, a_log_or_trace_that_is_a_pipe_is_refused_at_once) {
   EXPECT_EQ("log = " + sPipe + ": Invalid argument", OpenText());
   Configure("driver = cmsis-dap\ntrace = " + sPipe + "\n");
   EXPECT_EQ(Path("conf") + ": trace = " + sPipe + ": Invalid argument", OpenText());
-  // Also with a reader, who may leave.
+  // The same while a reader has the pipe open: it may close it at any time.
   const int Reader = open(sPipe.c_str(), O_RDONLY | O_NONBLOCK);
   EXPECT_EQ(Path("conf") + ": trace = " + sPipe + ": Invalid argument", OpenText());
   close(Reader);

@@ -5,7 +5,7 @@ import os
 
 
 def environment(env, library):
-    """env, and the library preloaded, built without a sanitizer of its own."""
+    """A copy of env that preloads the library, which is built without a sanitizer."""
     # By its name alone: the list of preloaded libraries ends a path at a blank.
     folder, name = os.path.split(os.path.abspath(library))
     return dict(env, LD_PRELOAD=name, LD_LIBRARY_PATH=folder,
