@@ -80,13 +80,31 @@ bool ParseFault(const std::string& sText, FAULT* pFault, std::string* psError) {
 
 // -- Probes --------------------------------------------------------------------------------------
 
-static bool ParseFlag(const std::string& sValue, bool* pFlag) {
-  if (sValue != "yes" && sValue != "no") {
-    return false;
-  }
-  *pFlag = sValue == "yes";
-  return true;
-}
+// Every setting but the network address and the faults.
+struct NUMBER_ROW {
+  const char* sKey;
+  uint32_t PROBE_SETTINGS::*pNumber;
+  uint32_t                  Min, Max;
+};
+struct SWITCH_ROW {
+  const char* sKey;
+  bool PROBE_SETTINGS::*pSwitch;
+  const char*           sOn;
+  const char*           sOff;
+};
+
+static const NUMBER_ROW aNumberRows[] = {
+    {"serial", &PROBE_SETTINGS::SerialNo, 1, UINT32_MAX},
+    {"vtarget", &PROBE_SETTINGS::VTarget, 0, UINT16_MAX},
+    {"supply", &PROBE_SETTINGS::Supply, 0, UINT16_MAX},
+    {"max_speed", &PROBE_SETTINGS::MaxSpeed, 1, UINT32_MAX},
+};
+static const SWITCH_ROW aSwitchRows[] = {
+    {"default", &PROBE_SETTINGS::IsDefault, "yes", "no"},
+    {"reset_halts", &PROBE_SETTINGS::ResetHalts, "yes", "no"},
+    {"reset_pin", &PROBE_SETTINGS::ResetPin, "yes", "no"},
+    {"time", &PROBE_SETTINGS::IsFast, "fast", "real"},
+};
 
 bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,
                      std::string* psError) {
@@ -94,42 +112,30 @@ bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std:
     *psError = sKey + ": a value is one line";
     return false;
   }
-  bool Good = false;
-  if (sKey == "serial") {
-    Good = ParseU32(sValue, &pProbe->SerialNo) && pProbe->SerialNo != 0;
-  } else if (sKey == "ip") {
-    pProbe->sIP = sValue;
-    Good        = true;
-  } else if (sKey == "default") {
-    Good = ParseFlag(sValue, &pProbe->IsDefault);
-  } else if (sKey == "vtarget") {
-    Good = ParseU32(sValue, &pProbe->VTarget) && pProbe->VTarget <= UINT16_MAX;
-  } else if (sKey == "supply") {
-    Good = ParseU32(sValue, &pProbe->Supply) && pProbe->Supply <= UINT16_MAX;
-  } else if (sKey == "max_speed") {
-    Good = ParseU32(sValue, &pProbe->MaxSpeed) && pProbe->MaxSpeed != 0;
-  } else if (sKey == "reset_halts") {
-    Good = ParseFlag(sValue, &pProbe->ResetHalts);
-  } else if (sKey == "reset_pin") {
-    Good = ParseFlag(sValue, &pProbe->ResetPin);
-  } else if (sKey == "time") {
-    Good           = sValue == "real" || sValue == "fast";
-    pProbe->IsFast = sValue == "fast";
-  } else if (sKey == "fault") {
-    FAULT Fault;
-    if (!ParseFault(sValue, &Fault, psError)) {
-      return false;
+  *psError = "\"" + sValue + "\" is no value for " + sKey;
+  for (const NUMBER_ROW& Row : aNumberRows) {
+    if (sKey == Row.sKey) {
+      uint32_t& Number = pProbe->*Row.pNumber;
+      return ParseU32(sValue, &Number) && Number >= Row.Min && Number <= Row.Max;
     }
+  }
+  for (const SWITCH_ROW& Row : aSwitchRows) {
+    if (sKey == Row.sKey) {
+      pProbe->*Row.pSwitch = sValue == Row.sOn;
+      return sValue == Row.sOn || sValue == Row.sOff;
+    }
+  }
+  if (sKey == "ip") {
+    pProbe->sIP = sValue;
+    return true;
+  }
+  if (sKey == "fault") {
+    FAULT Fault;
     pProbe->Faults.push_back(sValue);
-    Good = true;
-  } else {
-    *psError = "a probe has no setting \"" + sKey + "\"";
-    return false;
+    return ParseFault(sValue, &Fault, psError);
   }
-  if (!Good) {
-    *psError = "\"" + sValue + "\" is no value for " + sKey;
-  }
-  return Good;
+  *psError = "a probe has no setting \"" + sKey + "\"";
+  return false;
 }
 
 // -- Bench ---------------------------------------------------------------------------------------
@@ -236,15 +242,6 @@ static bool Take(const PROBE_SETTINGS& Found, PROBE_SETTINGS* pProbe, std::strin
   return psError->empty();
 }
 
-bool Bench::FindDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
-  std::vector<PROBE_SETTINGS> Probes;
-  if (!List(&Probes, psError)) {
-    return false;
-  }
-  const PROBE_SETTINGS* pFound = DefaultOf(Probes);
-  return pFound == nullptr ? AddDefault(pProbe, psError) : Take(*pFound, pProbe, psError);
-}
-
 bool Bench::AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
   PROBE_SETTINGS Probe;
   Probe.SerialNo = DEFAULT_SERIAL_NO;
@@ -265,53 +262,38 @@ bool Bench::AddDefault(PROBE_SETTINGS* pProbe, std::string* psError) const {
   return Good && Take(*DefaultOf(Probes), pProbe, psError);
 }
 
-bool Bench::FindBySerial(uint32_t SerialNo, PROBE_SETTINGS* pProbe, std::string* psError) const {
+bool Bench::Find(uint32_t SerialNo, const std::string& sIP, PROBE_SETTINGS* pProbe,
+                 std::string* psError) const {
   std::vector<PROBE_SETTINGS> Probes;
   if (!List(&Probes, psError)) {
     return false;
   }
+  if (SerialNo == 0 && sIP.empty()) {
+    const PROBE_SETTINGS* pFound = DefaultOf(Probes);
+    return pFound == nullptr ? AddDefault(pProbe, psError) : Take(*pFound, pProbe, psError);
+  }
   for (const PROBE_SETTINGS& Probe : Probes) {
-    if (Probe.SerialNo == SerialNo) {
+    if (SerialNo != 0 ? Probe.SerialNo == SerialNo : Probe.sIP == sIP) {
       return Take(Probe, pProbe, psError);
     }
   }
-  *psError =
-      Format("No probe with serial number %u is on the bench %s.", SerialNo, sDirectory_.c_str());
-  return false;
-}
-
-bool Bench::FindByIP(const std::string& sIP, PROBE_SETTINGS* pProbe, std::string* psError) const {
-  std::vector<PROBE_SETTINGS> Probes;
-  if (!List(&Probes, psError)) {
-    return false;
-  }
-  for (const PROBE_SETTINGS& Probe : Probes) {
-    if (!sIP.empty() && Probe.sIP == sIP) {
-      return Take(Probe, pProbe, psError);
-    }
-  }
-  *psError = "No probe with the address \"" + sIP + "\" is on the bench " + sDirectory_ + ".";
+  *psError = (SerialNo != 0 ? Format("No probe with serial number %u", SerialNo)
+                            : "No probe with the address \"" + sIP + "\"") +
+             " is on the bench " + sDirectory_ + ".";
   return false;
 }
 
 bool Bench::SaveProbe(const PROBE_SETTINGS& Probe, std::string* psError) const {
-  const PROBE_SETTINGS Default;
-  KeyFile              File;
-  File.Add("serial", std::to_string(Probe.SerialNo));
+  KeyFile File;
+  for (const NUMBER_ROW& Row : aNumberRows) {
+    File.Add(Row.sKey, std::to_string(Probe.*Row.pNumber));
+  }
+  for (const SWITCH_ROW& Row : aSwitchRows) {
+    File.Add(Row.sKey, Probe.*Row.pSwitch ? Row.sOn : Row.sOff);
+  }
   if (!Probe.sIP.empty()) {
     File.Add("ip", Probe.sIP);
   }
-  if (Probe.IsDefault) {
-    File.Add("default", "yes");
-  }
-  File.Add("vtarget", std::to_string(Probe.VTarget));
-  File.Add("supply", std::to_string(Probe.Supply));
-  File.Add("max_speed", std::to_string(Probe.MaxSpeed));
-  File.Add("reset_halts", Probe.ResetHalts ? "yes" : "no");
-  if (!Probe.ResetPin) {
-    File.Add("reset_pin", "no");
-  }
-  File.Add("time", Probe.IsFast ? "fast" : "real");
   for (const std::string& sFault : Probe.Faults) {
     File.Add("fault", sFault);
   }

@@ -58,7 +58,8 @@ struct PROBE_SETTINGS {
   std::string sError;
 };
 
-// Sets one key of the probe's file ("ip", "vtarget", ...); false when key or value is invalid.
+// Sets one key of the probe's file ("ip", "vtarget", ...). False when key or value is invalid; what
+// the probe then has there does not count.
 bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,
                      std::string* psError);
 
@@ -82,11 +83,11 @@ class Bench {
   // The default one of these probes (the first if there are several), or else the one with the
   // lowest serial number; NULL when there is no probe.
   static const PROBE_SETTINGS* DefaultOf(const std::vector<PROBE_SETTINGS>& Probes);
-  // The same of all probes. An empty bench gets one: a probe with an STM32F407 as delivered and a
-  // program in its flash.
-  bool FindDefault(PROBE_SETTINGS* pProbe, std::string* psError) const;
-  bool FindBySerial(uint32_t SerialNo, PROBE_SETTINGS* pProbe, std::string* psError) const;
-  bool FindByIP(const std::string& sIP, PROBE_SETTINGS* pProbe, std::string* psError) const;
+  // The probe with the serial number, or where that is 0 with the network address, or where that is
+  // "" the default one of all probes. An empty bench gets a default: a probe with an STM32F407 as
+  // delivered and a program in its flash.
+  bool Find(uint32_t SerialNo, const std::string& sIP, PROBE_SETTINGS* pProbe,
+            std::string* psError) const;
 
   bool SaveProbe(const PROBE_SETTINGS& Probe, std::string* psError) const;
   bool LoadDevice(const PROBE_SETTINGS& Probe, std::unique_ptr<Device>* ppDevice, LINK* pLink,

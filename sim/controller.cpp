@@ -49,10 +49,6 @@ Controller::Controller(Surroundings& Around, const silicon::DEVICE& Facts, const
 
 // -- Power and reset -----------------------------------------------------------------------------
 
-void Controller::PowerOn() {
-  Reset(true, true);
-}
-
 void Controller::PowerOff() {
   CutRunning();
   hold_ = 0;
@@ -177,7 +173,7 @@ int Controller::LockAt(uint32_t Offset) const {
 }
 
 bool Controller::WriteKey(int Lock, uint32_t Key) {
-  KeyLock&  Own    = locks_[static_cast<size_t>(Lock)];
+  KeyLock&  Own    = locks_[AsSize(Lock)];
   const int Behind = Own.Row().Behind;
   if (Behind >= 0 && !IsOpen(Behind)) {
     return true;
@@ -188,18 +184,18 @@ bool Controller::WriteKey(int Lock, uint32_t Key) {
 }
 
 void Controller::CloseLock(int Lock) {
-  locks_[static_cast<size_t>(Lock)].Close();
+  locks_[AsSize(Lock)].Close();
   ShowLock(Lock);
 }
 
 void Controller::ShowLock(int Lock) {
-  const KeyLock&  Own     = locks_[static_cast<size_t>(Lock)];
+  const KeyLock&  Own     = locks_[AsSize(Lock)];
   const LOCK_ROW& Row     = Own.Row();
   uint32_t&       Control = registers_[Row.Control];
   Control &= ~(Row.ClosedBit | Row.OpenBit);
   Control |= Own.IsOpen() ? Row.OpenBit : Row.ClosedBit;
   for (int i = 0; i < static_cast<int>(locks_.size()); i++) {
-    const LOCK_ROW& Other = locks_[static_cast<size_t>(i)].Row();
+    const LOCK_ROW& Other = locks_[AsSize(i)].Row();
     if (Other.FollowsIt && Other.Behind == Lock && !Own.IsOpen()) {
       CloseLock(i);
     }
@@ -219,35 +215,20 @@ bool Controller::MustWait(const ACCESS& Access) const {
   return Access.Area == MEMORY_AREA && Access.pMemory->Row().Kind == MAIN_FLASH && Level() == 0;
 }
 
-bool Controller::ReadRegister(uint32_t Offset, uint32_t /*Size*/, uint32_t* pValue) {
-  *pValue = registers_[Offset];
-  return true;
-}
-
-bool Controller::InOptionArea(uint32_t Address) const {
-  return IndexOfWord(Address) >= 0;
-}
-
 bool Controller::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
   *pWord = Stored(IndexOfWord(Address));
   return true;
 }
 
-bool Controller::WriteOptionArea(uint32_t /*Address*/, uint32_t /*Size*/, uint32_t /*Value*/) {
-  return false;
-}
-
-bool Controller::WriteMemory(Memory& /*Target*/, uint32_t /*Address*/, uint32_t /*Size*/,
-                             uint32_t /*Value*/) {
-  return false;
-}
-
-bool Controller::FilterRead(const Memory& Source, uint32_t /*Address*/, uint32_t* /*pValue*/) {
-  return Source.Row().Kind == SRAM || Level() == 0;
-}
-
-uint32_t Controller::Place(const Memory& /*Source*/, uint32_t Address) const {
-  return Address;
+bool Controller::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) {
+  switch (Source.Row().Kind) {
+    case SRAM:
+      return true;
+    case MAIN_FLASH:
+      return ReadFlash(Source, Address, pValue);
+    default:
+      return Level() == 0;
+  }
 }
 
 const REGISTER* Controller::Describe(uint32_t Address) const {
@@ -262,7 +243,7 @@ const REGISTER* Controller::Describe(uint32_t Address) const {
 
 const char* Controller::NameOfKey(uint32_t Address, uint32_t Value) const {
   const int Lock = LockAt(Address - registers_.Base());
-  return Lock >= 0 ? locks_[static_cast<size_t>(Lock)].NameOf(Value) : nullptr;
+  return Lock >= 0 ? locks_[AsSize(Lock)].NameOf(Value) : nullptr;
 }
 
 // -- State ---------------------------------------------------------------------------------------
@@ -270,7 +251,7 @@ const char* Controller::NameOfKey(uint32_t Address, uint32_t Value) const {
 void Controller::SaveTo(KeyFile* pFile, bool WithRegisters) const {
   for (int i = 0; i < NumWords(); i++) {
     const std::string sKey = std::string("option.") + Word(i).sName;
-    const STORED&     Each = stored_[static_cast<size_t>(i)];
+    const STORED&     Each = stored_[AsSize(i)];
     pFile->Add(sKey, Format("0x%08X", Each.Value));
     if (Each.Complement != ~Each.Value) {
       pFile->Add(sKey + ".complement", Format("0x%08X", Each.Complement));
@@ -339,7 +320,7 @@ bool Controller::LoadOption(const std::string& sPart, const std::string& sName, 
   if (Index < 0) {
     return false;
   }
-  STORED& Each = stored_[static_cast<size_t>(Index)];
+  STORED& Each = stored_[AsSize(Index)];
   if (sPart == "loaded") {
     Each.Loaded = Value;
   } else {

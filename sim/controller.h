@@ -110,28 +110,27 @@ class Controller {
   Controller& operator=(const Controller&) = delete;
 
   // -- Power and reset. What runs at a reset or a loss of power is cut short.
-  void PowerOn();
+  void PowerOn() { Reset(true, true); }
   void PowerOff();
   void SystemReset();
 
   // -- Bus. The access is known to hit a register (by its offset), the option area or a memory, and
   // to be ready. False: the transfer failed.
   virtual bool MustWait(const ACCESS& Access) const;  // while the controller is busy
-  virtual bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue);
-  virtual bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) = 0;
-  // Where nothing else is said the option bytes are seen through the registers only.
-  virtual bool InOptionArea(uint32_t Address) const;
+  virtual bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue)   = 0;
+  virtual bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value)    = 0;
+  virtual bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) = 0;
   virtual bool ReadOptionArea(uint32_t Address, uint32_t* pWord);
-  virtual bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value);
+  virtual bool InOptionArea(uint32_t Address) const { return IndexOfWord(Address) >= 0; }
   // A write to main flash or EEPROM.
-  virtual bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value);
+  virtual bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) = 0;
   // A read of a memory at the level in force. *pValue holds the content and may be changed.
-  virtual bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue);
+  bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue);
   // Where in a memory an address of the bus is found; all other functions are given that place.
-  virtual uint32_t Place(const Memory& Source, uint32_t Address) const;
+  virtual uint32_t Place(const Memory& /*Source*/, uint32_t Address) const { return Address; }
 
   // -- Protection in force
-  int      Level() const;
+  int      Level() const { return LevelOfWord(Loaded(0)); }
   bool     StartsWatchdog(WATCHDOG Which) const;  // by an option
   uint32_t BrownOutMv() const;                    // the device resets below this voltage
 
@@ -151,9 +150,9 @@ class Controller {
 
   // -- Option words (options.cpp). Index is that of the device's row in silicon/.
   int                         NumWords() const { return static_cast<int>(stored_.size()); }
-  const silicon::OPTION_WORD& Word(int Index) const;
-  uint32_t                    Stored(int Index) const;
-  uint32_t                    StoredComplement(int Index) const;  // of IN_NEXT_WORD
+  const silicon::OPTION_WORD& Word(int Index) const { return facts_.Options[AsSize(Index)]; }
+  uint32_t                    Stored(int Index) const { return stored_[AsSize(Index)].Value; }
+  uint32_t StoredComplement(int Index) const { return stored_[AsSize(Index)].Complement; }
   // Whether value and complement belong together.
   virtual bool Matches(int Index) const;
   // The stored word as the loader takes it: defaults where the complement does not match.
@@ -199,6 +198,8 @@ class Controller {
   virtual bool ProgramsOptionWords() const { return false; }
   // The phase ended before its time, after so many thousandths of it.
   virtual void CutPhase(const PHASE& Phase, uint32_t DonePerMille) = 0;
+  // FilterRead of main flash.
+  virtual bool ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) = 0;
   // What can be asked for when a device is created, and the protection that was asked for; the
   // request has been checked.
   virtual CAPABILITIES Can() const                                                  = 0;
@@ -215,14 +216,14 @@ class Controller {
   // A key is written, the control register follows. False when the sequence is spoilt.
   bool     WriteKey(int Lock, uint32_t Key);
   void     CloseLock(int Lock);
-  bool     IsOpen(int Lock) const { return locks_[static_cast<size_t>(Lock)].IsOpen(); }
-  KeyLock& Lock(int Lock) { return locks_[static_cast<size_t>(Lock)]; }
+  bool     IsOpen(int Lock) const { return locks_[AsSize(Lock)].IsOpen(); }
+  KeyLock& Lock(int Lock) { return locks_[AsSize(Lock)]; }
 
   // OBL_LAUNCH: a reset that loads the options. Whether it is answered.
   bool LaunchOptions();
 
   // An option word is stored; its complement, where the hardware keeps one apart, follows.
-  void Store(int Index, uint32_t Value);
+  void Store(int Index, uint32_t Value) { Store(Index, Value, ~Value); }
   // The same in two parts, as an operation that was cut short leaves it; of IN_NEXT_WORD only.
   void Store(int Index, uint32_t Value, uint32_t Complement);
   // A value gets the complement that this word has.
@@ -230,7 +231,7 @@ class Controller {
   // The option word at this address; -1 when there is none.
   int IndexOfWord(uint32_t Address) const;
   // The word is in force from now on.
-  void SetLoaded(int Index, uint32_t Value);
+  void SetLoaded(int Index, uint32_t Value) { stored_[AsSize(Index)].Loaded = Value; }
   // The registers that show this word take the value.
   void ShowLoaded(int Index, uint32_t Value);
   // The words, one bit each, that did not match their complements when they were loaded.
@@ -259,6 +260,8 @@ class Controller {
 
     std::optional<uint32_t> Loaded = {};
   };
+
+  static size_t AsSize(int Index) { return static_cast<size_t>(Index); }
 
   void                    CutRunning();
   void                    Reset(bool Loads, bool IsPowerOn);

@@ -101,10 +101,6 @@ bool Device::IsFlashBlank() const {
   });
 }
 
-bool Device::HasProgram() const {
-  return controller_->Level() == 0 && !IsFlashBlank();
-}
-
 CORE_STATE Device::Core() const {
   return halted_ ? CORE_HALTED : HasProgram() ? CORE_RUNNING : CORE_LOCKED_UP;
 }

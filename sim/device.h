@@ -164,7 +164,7 @@ class Device : private Surroundings {
   bool     IsDebugRegister(uint32_t Address) const;
   bool     IsDebugClocked() const;
   bool     IsFlashBlank() const;
-  bool     HasProgram() const;
+  bool     HasProgram() const { return controller_->Level() == 0 && !IsFlashBlank(); }
   void     StartWatchdogs();
   bool     FeedsWatchdogs() const;
   bool     IsFrozen(const WATCHDOG_ROW& Watchdog) const;

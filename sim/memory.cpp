@@ -39,10 +39,6 @@ void Memory::EraseUntil(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille)
   }
 }
 
-bool Memory::IsErased() const {
-  return BytesInUse() == 0;
-}
-
 uint32_t Memory::BytesInUse() const {
   uint32_t NumWords = 0;
   for (const uint32_t Word : words_) {

@@ -48,7 +48,7 @@ class Memory {
   void EraseUntil(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille);
   void Fill(uint32_t Value);
 
-  bool     IsErased() const;
+  bool     IsErased() const { return BytesInUse() == 0; }
   uint32_t BytesInUse() const;  // in words that are not erased
 
   // As lines "memory.NAME.ADDRESS = COUNT x WORD" or "... = WORD WORD ...", erased parts left out.

@@ -11,30 +11,14 @@
 
 namespace sim {
 
-const silicon::OPTION_WORD& Controller::Word(int Index) const {
-  return facts_.Options[static_cast<size_t>(Index)];
-}
-
-uint32_t Controller::Stored(int Index) const {
-  return stored_[static_cast<size_t>(Index)].Value;
-}
-
-uint32_t Controller::StoredComplement(int Index) const {
-  return stored_[static_cast<size_t>(Index)].Complement;
-}
-
-void Controller::Store(int Index, uint32_t Value) {
-  Store(Index, Value, ~Value);
-}
-
 void Controller::Store(int Index, uint32_t Value, uint32_t Complement) {
-  STORED& Each    = stored_[static_cast<size_t>(Index)];
+  STORED& Each    = stored_[AsSize(Index)];
   Each.Value      = (Value & ~Each.StuckMask) | Each.StuckValue;
   Each.Complement = Complement;
 }
 
 void Controller::SetStuckBits(int Index, uint32_t Mask, uint32_t Value) {
-  STORED& Each    = stored_[static_cast<size_t>(Index)];
+  STORED& Each    = stored_[AsSize(Index)];
   Each.StuckValue = (Each.StuckValue & ~Mask) | (Value & Mask);
   Each.StuckMask |= Mask;
 }
@@ -64,7 +48,7 @@ static bool PairMatches(uint32_t Half) {
 }
 
 bool Controller::Matches(int Index) const {
-  const STORED& Each = stored_[static_cast<size_t>(Index)];
+  const STORED& Each = stored_[AsSize(Index)];
   switch (Word(Index).Complement) {
     case silicon::IN_BYTES:
       return PairMatches(Each.Value) && PairMatches(Each.Value >> 16);
@@ -96,12 +80,8 @@ static uint32_t MaskOf(const silicon::LOADED& Piece) {
 }
 
 uint32_t Controller::Loaded(int Index) const {
-  const std::optional<uint32_t>& Value = stored_[static_cast<size_t>(Index)].Loaded;
+  const std::optional<uint32_t>& Value = stored_[AsSize(Index)].Loaded;
   return Value ? *Value : Effective(Index);
-}
-
-void Controller::SetLoaded(int Index, uint32_t Value) {
-  stored_[static_cast<size_t>(Index)].Loaded = Value;
 }
 
 void Controller::ShowLoaded(int Index, uint32_t Value) {
@@ -139,10 +119,6 @@ uint32_t Controller::BrownOutMv() const {
 }
 
 // -- Levels --------------------------------------------------------------------------------------
-
-int Controller::Level() const {
-  return LevelOfWord(Loaded(0));
-}
 
 int Controller::StoredLevel() const {
   const bool Good = Word(0).Complement == silicon::IN_BYTES ? PairMatches(Stored(0)) : Matches(0);

@@ -32,8 +32,6 @@ static const uint32_t PATIENT_POLLS  = 500;  // after so many polls in vain, lea
 static const uint64_t PATIENT_SLEEP_US = 1000;
 static const uint32_t NOT_POLLED       = 1;  // no address of a word
 
-enum SELECTION { ANY, BY_SERIAL, BY_IP };
-
 namespace {
 
 // What belongs to one connection. The next one begins anew, interface and speed as well.
@@ -59,8 +57,7 @@ struct CONNECTION {
 
 struct PROBE : CONNECTION {
   Bench       Where;
-  SELECTION   Selection = ANY;
-  uint32_t    SerialNo  = 0;
+  uint32_t    SerialNo = 0;  // the probe that was chosen, by one or the other; or neither
   std::string sIP;
   Clock       Time{Clock::REAL, WallUs};
   Trace       Lines;
@@ -171,33 +168,24 @@ EXPORT uint32_t QUOBEARM_IsOpen(void) {
 
 EXPORT uint32_t QUOBEARM_SelectIP(const char* sHost, int32_t Port) {
   Begin();
-  PROBE_SETTINGS Found;
-  std::string    sError;
-  Probe.sIP            = sHost != nullptr ? sHost : "";
-  const bool IsOnBench = Probe.Where.FindByIP(Probe.sIP, &Found, &sError);
+  const std::string sIP = sHost != nullptr ? sHost : "";
+  PROBE_SETTINGS    Found;
+  std::string       sError;
+  const bool        IsOnBench = !sIP.empty() && Probe.Where.Find(0, sIP, &Found, &sError);
   if (IsOnBench) {
-    Probe.Selection = BY_IP;
+    Probe.SerialNo = 0;
+    Probe.sIP      = sIP;
   }
-  End(Format("SelectIP(\"%s\", %d) = %d", Probe.sIP.c_str(), Port, !IsOnBench));
+  End(Format("SelectIP(\"%s\", %d) = %d", sIP.c_str(), Port, !IsOnBench));
   return !IsOnBench;
 }
 
 EXPORT int32_t QUOBEARM_EMU_SelectByUSBSN(uint32_t SerialNo) {
   Begin();
-  Probe.Selection = BY_SERIAL;
-  Probe.SerialNo  = SerialNo;
+  Probe.SerialNo = SerialNo;
+  Probe.sIP      = "";
   End(Format("EMU_SelectByUSBSN(%u)", SerialNo));
   return 0;
-}
-
-// "" when the chosen probe was found.
-static std::string Find(PROBE_SETTINGS* pProbe) {
-  std::string sError;
-  const bool  Found = Probe.Selection == BY_SERIAL
-                          ? Probe.Where.FindBySerial(Probe.SerialNo, pProbe, &sError)
-                      : Probe.Selection == BY_IP ? Probe.Where.FindByIP(Probe.sIP, pProbe, &sError)
-                                                 : Probe.Where.FindDefault(pProbe, &sError);
-  return Found ? "" : sError;
 }
 
 static bool LoadFaults(std::string* psError) {
@@ -239,8 +227,9 @@ EXPORT const char* QUOBEARM_Open(void) {
     return nullptr;
   }
   Disconnect();
-  Probe.sError = Find(&Probe.Settings);
-  if (Probe.sError.empty() && !Probe.Lines.Error().empty()) {
+  Probe.sError.clear();
+  if (Probe.Where.Find(Probe.SerialNo, Probe.sIP, &Probe.Settings, &Probe.sError) &&
+      !Probe.Lines.Error().empty()) {
     Probe.sError = "The trace cannot be written. " + Probe.Lines.Error();
   }
   if (Probe.sError.empty()) {

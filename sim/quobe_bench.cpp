@@ -73,12 +73,6 @@ struct ARGUMENTS {
   std::vector<std::string> Rest;
 };
 
-static bool ChooseProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE_SETTINGS* pProbe,
-                        std::string* psError) {
-  return Arguments.SerialNo != 0 ? Where.FindBySerial(Arguments.SerialNo, pProbe, psError)
-                                 : Where.FindDefault(pProbe, psError);
-}
-
 // -- create --------------------------------------------------------------------------------------
 
 static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
@@ -93,15 +87,8 @@ static int Create(const Bench& Where, const ARGUMENTS& Arguments) {
   Device         Target(*pRow);
   CREATE_REQUEST Request;
   std::string    sError;
-  for (size_t i = 1; i < Arguments.Rest.size(); i++) {
-    const std::string& sOption = Arguments.Rest[i];
-    const bool         Flag    = IsFlag(sOption);
-    if (!Flag && i + 1 >= Arguments.Rest.size()) {
-      return Fail(EXIT_USAGE, sOption + ": a value is missing");
-    }
-    if (!TakeOption(&Request, sOption, Flag ? "" : Arguments.Rest[++i], &sError)) {
-      return Fail(EXIT_USAGE, sError);
-    }
+  if (!ParseRequest(std::span(Arguments.Rest).subspan(1), &Request, &sError)) {
+    return Fail(EXIT_USAGE, sError);
   }
   if (!Prepare(&Target, Request, &sError)) {
     return Fail(EXIT_USAGE, std::string(Target.Name()) + ": " + sError);
@@ -181,7 +168,7 @@ static int Show(const Bench& Where, const ARGUMENTS& Arguments) {
   std::unique_ptr<Device> pTarget;
   LINK                    Link;
   std::string             sError;
-  if (!ChooseProbe(Where, Arguments, &Probe, &sError) ||
+  if (!Where.Find(Arguments.SerialNo, "", &Probe, &sError) ||
       !Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
@@ -263,8 +250,8 @@ static int Devices(const Bench& /*Where*/, const ARGUMENTS& /*Arguments*/) {
 // Chooses the probe and keeps it, as it is then, until the program ends.
 static bool TakeProbe(const Bench& Where, const ARGUMENTS& Arguments, PROBE_SETTINGS* pProbe,
                       std::string* psError) {
-  return ChooseProbe(Where, Arguments, pProbe, psError) && Where.Lock(*pProbe, psError) >= 0 &&
-         Where.FindBySerial(pProbe->SerialNo, pProbe, psError);
+  return Where.Find(Arguments.SerialNo, "", pProbe, psError) && Where.Lock(*pProbe, psError) >= 0 &&
+         Where.Find(pProbe->SerialNo, "", pProbe, psError);
 }
 
 // "--after MS" or nothing; false when it is something else.

@@ -66,12 +66,8 @@ static bool ParseU32(const std::string& sText, uint32_t Max, std::optional<uint3
   return true;
 }
 
-bool IsFlag(const std::string& sOption) {
-  return sOption == "--secure";
-}
-
-bool TakeOption(CREATE_REQUEST* pRequest, const std::string& sOption, const std::string& sValue,
-                std::string* psError) {
+static bool TakeOption(CREATE_REQUEST* pRequest, const std::string& sOption,
+                       const std::string& sValue, std::string* psError) {
   bool Good = true;
   if (sOption == "--rdp") {
     Good = ParseLevel(sValue, pRequest);
@@ -109,16 +105,16 @@ bool TakeOption(CREATE_REQUEST* pRequest, const std::string& sOption, const std:
   return Good;
 }
 
-bool ParseRequest(const std::string& sText, CREATE_REQUEST* pRequest, std::string* psError) {
-  const std::vector<std::string> Words = SplitWords(sText);
+bool ParseRequest(std::span<const std::string> Words, CREATE_REQUEST* pRequest,
+                  std::string* psError) {
   for (size_t i = 0; i < Words.size(); i++) {
-    const std::string& sOption = Words[i];
-    const bool         Flag    = IsFlag(sOption);
-    if (!Flag && i + 1 >= Words.size()) {
+    const std::string& sOption   = Words[i];
+    const bool         TakesNone = sOption == "--secure";
+    if (!TakesNone && i + 1 >= Words.size()) {
       *psError = sOption + ": a value is missing";
       return false;
     }
-    if (!TakeOption(pRequest, sOption, Flag ? "" : Words[++i], psError)) {
+    if (!TakeOption(pRequest, sOption, TakesNone ? "" : Words[++i], psError)) {
       return false;
     }
   }
@@ -264,7 +260,7 @@ bool Controller::Configure(const CREATE_REQUEST& Request, std::string* psError) 
 
 // One bit of the complement that belongs to this bit of the word.
 bool Controller::SpoilComplement(int Index, uint32_t Bit) {
-  STORED& Each = stored_[static_cast<size_t>(Index)];
+  STORED& Each = stored_[AsSize(Index)];
   switch (Word(Index).Complement) {
     case silicon::IN_BYTES:
       Each.Value ^= 0x100u << (Bit & 16);

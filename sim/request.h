@@ -10,6 +10,7 @@
 #include <stdint.h>
 
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -70,13 +71,10 @@ struct CAPABILITIES {
   uint8_t  Level1      = 0xBB;  // the byte that "level 1" stands for
 };
 
-// One option of quobe-bench create, "--rdp" and so on, and its value. False with *psError when they
-// are no good. IsFlag: the option takes no value.
-bool IsFlag(const std::string& sOption);
-bool TakeOption(CREATE_REQUEST* pRequest, const std::string& sOption, const std::string& sValue,
-                std::string* psError);
-// Options and values in one line, as on the command line.
-bool ParseRequest(const std::string& sText, CREATE_REQUEST* pRequest, std::string* psError);
+// Reads options of quobe-bench create and their values, a word each. False with *psError when one is
+// no good.
+bool ParseRequest(std::span<const std::string> Words, CREATE_REQUEST* pRequest,
+                  std::string* psError);
 
 // Brings a new device, without power, into the state.
 bool Prepare(Device* pDevice, const CREATE_REQUEST& Request, std::string* psError);

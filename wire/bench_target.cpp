@@ -45,8 +45,7 @@ static CHIP_IDENTITY IdentityOf(const silicon::DEVICE& Device) {
 // -- The bench -----------------------------------------------------------------------------------
 
 bool BenchTarget::Open(uint32_t SerialNo, std::string* psError) {
-  const bool Found = SerialNo != 0 ? bench_.FindBySerial(SerialNo, &probe_, psError)
-                                   : bench_.FindDefault(&probe_, psError);
+  const bool Found = bench_.Find(SerialNo, "", &probe_, psError);
   lock_            = Found ? bench_.Lock(probe_, psError) : -1;
   if (lock_ < 0 || !bench_.LoadDevice(probe_, &device_, &link_, psError)) {
     return false;

@@ -64,12 +64,11 @@ class ControllerF1 : public Controller {
   // options.cpp
   bool        WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
   uint32_t    Effective(int Index) const override;
-  std::string LoadError() const override;
+  std::string LoadError() const override { return BadWords() != 0 ? "OPTERR" : ""; }
   std::string Remarks() const override;
 
   // flash.cpp
   bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) override;
-  bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
  protected:
   bool         LoadsAtReset() const override;
@@ -77,6 +76,7 @@ class ControllerF1 : public Controller {
   bool         ProgramsOptionWords() const override { return true; }
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
+  bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 

@@ -36,8 +36,8 @@ bool ControllerF1::IsBankProtected(uint32_t Bank) const {
 
 // -- Reading and programming ---------------------------------------------------------------------
 
-bool ControllerF1::FilterRead(const Memory& Source, uint32_t /*Address*/, uint32_t* /*pValue*/) {
-  return Source.Row().Kind == SRAM || (Level() == 0 && unreadable_ == 0);
+bool ControllerF1::ReadFlash(const Memory& /*Source*/, uint32_t /*Address*/, uint32_t* /*pValue*/) {
+  return Level() == 0 && unreadable_ == 0;
 }
 
 bool ControllerF1::WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) {

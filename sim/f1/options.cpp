@@ -32,10 +32,6 @@ void ControllerF1::OnReset(bool /*IsNew*/, bool IsPowerOn) {
   unreadable_ = IsPowerOn ? 0 : unreadable_;
 }
 
-std::string ControllerF1::LoadError() const {
-  return BadWords() != 0 ? "OPTERR" : "";
-}
-
 std::string ControllerF1::Remarks() const {
   if (unreadable_ != 0) {
     return "flash stays unreadable until power-on";

@@ -48,15 +48,12 @@ bool ControllerF4::IsIn(uint32_t Bits, const SECTOR& Sector) const {
 
 // -- Reading and programming ---------------------------------------------------------------------
 
-bool ControllerF4::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) {
-  if (Source.Row().Kind == SRAM || Level() != 0) {
-    return Source.Row().Kind == SRAM;
-  }
-  if (Source.Row().Kind == MAIN_FLASH && IsIn(ExecuteOnlyBits(), SectorAt(Address))) {
+bool ControllerF4::ReadFlash(const Memory& /*Source*/, uint32_t Address, uint32_t* pValue) {
+  if (Level() == 0 && IsIn(ExecuteOnlyBits(), SectorAt(Address))) {
     SetError(SR_RDERR);
     *pValue = 0;
   }
-  return true;
+  return Level() == 0;
 }
 
 bool ControllerF4::WriteMemory(Memory& /*Target*/, uint32_t Address, uint32_t Size,

@@ -46,10 +46,7 @@ bool ControllerH7::IsSpared(uint32_t Address) const {
   return false;
 }
 
-bool ControllerH7::FilterRead(const Memory& Source, uint32_t Address, uint32_t* /*pValue*/) {
-  if (Source.Row().Kind != MAIN_FLASH) {
-    return Source.Row().Kind == SRAM || Level() == 0;
-  }
+bool ControllerH7::ReadFlash(const Memory& Source, uint32_t Address, uint32_t* /*pValue*/) {
   const uint32_t Error = Level() != 0 || InArea(WORD_PRAR, Address) ? SR_RDPERR
                          : InArea(WORD_SCAR, Address)               ? SR_RDSERR
                                                                     : 0;

@@ -79,19 +79,19 @@ class ControllerH7 : public Controller {
   bool WriteOptionArea(uint32_t Address, uint32_t Size, uint32_t Value) override;
 
   // options.cpp
-  std::string LoadError() const override;
+  std::string LoadError() const override { return changeError_ != 0 ? "OPTCHANGEERR" : ""; }
   std::string Remarks() const override;
 
   // flash.cpp
   uint32_t Place(const Memory& Source, uint32_t Address) const override;
   bool     WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) override;
-  bool     FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
  protected:
   bool         LoadsAtReset() const override { return true; }
   void         OnReset(bool IsNew, bool IsPowerOn) override;
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
+  bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
   uint32_t     Delivered(int Index) const override;
@@ -115,7 +115,7 @@ class ControllerH7 : public Controller {
   void        WritePrg(uint32_t Register, uint32_t Value);
   void        WriteOptionControl(uint32_t Value);
   void        StartChange();
-  bool        Unprotects() const;
+  bool        Unprotects() const { return Level() == 1 && LevelOfWord(Prg(WORD_OPTSR)) == 0; }
   const char* BrokenRule(uint32_t Bank) const;
 
   // flash.cpp

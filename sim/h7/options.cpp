@@ -8,10 +8,6 @@ static const TIME CHANGE_TIME = {.TypicalUs = 300000, .LongestUs = 600000};
 
 // -- In force ------------------------------------------------------------------------------------
 
-std::string ControllerH7::LoadError() const {
-  return changeError_ != 0 ? "OPTCHANGEERR" : "";
-}
-
 std::string ControllerH7::Remarks() const {
   return changeError_ != 0 ? "OPTCHANGEERR is set: a change was refused" : "";
 }
@@ -71,10 +67,6 @@ void ControllerH7::StartChange() {
   Phases.push_back({OPTION_PROGRAM, Us(CHANGE_TIME)});
   activeBanks_ = 0;
   Start(Phases);
-}
-
-bool ControllerH7::Unprotects() const {
-  return Level() == 1 && LevelOfWord(Prg(WORD_OPTSR)) == 0;
 }
 
 // nullptr when the bank's part of the change is allowed.

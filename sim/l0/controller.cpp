@@ -75,19 +75,13 @@ void ControllerL0::FollowPelock() {
 
 // -- Memories ------------------------------------------------------------------------------------
 
-bool ControllerL0::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) {
-  if (Source.Row().Kind == SRAM) {
-    return true;
+bool ControllerL0::ReadFlash(const Memory& /*Source*/, uint32_t Address, uint32_t* pValue) {
+  if (Level() != 0 || !IsPcropLoaded() || !IsProtected(Address)) {
+    return Level() == 0;
   }
-  if (Level() != 0) {
-    return false;
-  }
-  if (Source.Row().Kind == MAIN_FLASH && IsPcropLoaded() && IsProtected(Address)) {
-    SetFlags(SR_RDERR);
-    *pValue = 0;
-    return !family_.PcropReadsFault;
-  }
-  return true;
+  SetFlags(SR_RDERR);
+  *pValue = 0;
+  return !family_.PcropReadsFault;
 }
 
 bool ControllerL0::WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) {

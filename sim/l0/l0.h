@@ -58,7 +58,6 @@ class ControllerL0 : public Controller {
   bool ReadRegister(uint32_t Offset, uint32_t Size, uint32_t* pValue) override;
   bool WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value) override;
   bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) override;
-  bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
   // options.cpp
   bool        ReadOptionArea(uint32_t Address, uint32_t* pWord) override;
@@ -73,6 +72,7 @@ class ControllerL0 : public Controller {
   bool         ProgramsOptionWords() const override { return true; }
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
+  bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 

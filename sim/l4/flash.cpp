@@ -36,18 +36,12 @@ bool ControllerL4::HoldsPcrop(uint32_t Page) const {
 
 // -- Reading and programming ---------------------------------------------------------------------
 
-bool ControllerL4::FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) {
-  if (Source.Row().Kind == SRAM) {
-    return true;
-  }
-  if (Level() != 0) {
-    return false;
-  }
-  if (Source.Row().Kind == MAIN_FLASH && IsPcrop(Address)) {
+bool ControllerL4::ReadFlash(const Memory& /*Source*/, uint32_t Address, uint32_t* pValue) {
+  if (Level() == 0 && IsPcrop(Address)) {
     registers_[SR] |= SR_RDERR;
     *pValue = 0;
   }
-  return true;
+  return Level() == 0;
 }
 
 // Flash takes double words: a first write to the lower half waits for the one to the upper half.

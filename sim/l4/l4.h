@@ -76,13 +76,13 @@ class ControllerL4 : public Controller {
 
   // flash.cpp
   bool WriteMemory(Memory& Target, uint32_t Address, uint32_t Size, uint32_t Value) override;
-  bool FilterRead(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
 
  protected:
   bool         LoadsAtReset() const override { return false; }
   void         OnReset(bool IsNew, bool IsPowerOn) override;
   void         FinishPhase(const PHASE& Phase) override;
   void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
+  bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 

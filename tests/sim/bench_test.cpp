@@ -141,7 +141,7 @@ TEST_F(SimBench, AnImageIsPutIntoTheFlash) {
   std::unique_ptr<sim::Device> pDevice;
   sim::LINK                    Link;
   std::string                  sError;
-  ASSERT_TRUE(Where.FindDefault(&Probe, &sError)) << sError;
+  ASSERT_TRUE(Where.Find(0, "", &Probe, &sError)) << sError;
   ASSERT_TRUE(Where.LoadDevice(Probe, &pDevice, &Link, &sError)) << sError;
   EXPECT_EQ(0x04030201u, pDevice->Memories().Find(sim::MAIN_FLASH)->WordAt(0x08000000));
   EXPECT_EQ(0xFFFFFF05u, pDevice->Memories().Find(sim::MAIN_FLASH)->WordAt(0x08000004));
@@ -172,7 +172,7 @@ TEST_F(SimBench, APowerCycleLoadsWhatAResetDoesNot) {
   std::unique_ptr<sim::Device> pDevice;
   sim::LINK                    Link;
   std::string                  sError;
-  ASSERT_TRUE(Where.FindDefault(&Probe, &sError)) << sError;
+  ASSERT_TRUE(Where.Find(0, "", &Probe, &sError)) << sError;
   ASSERT_TRUE(Where.LoadDevice(Probe, &pDevice, &Link, &sError)) << sError;
   ASSERT_TRUE(pDevice->Flash().LoadLine("option.OPTION_RDP", 0xFF5500AA));
   ASSERT_TRUE(Where.SaveDevice(Probe, *pDevice, Link, &sError)) << sError;
@@ -384,7 +384,7 @@ TEST_F(SimBench, AnEditedProbeGivesAReasonToo) {
     EXPECT_EQ(3, Run("list")) << sLine;
     const std::string sSerial = sLine;
     const bool        IsWhole = sSerial == "serial = 2";  // each line means something
-    EXPECT_TRUE(Says(IsWhole ? "1.probe: holds serial number 2" : "1.probe:8: ")) << sOutput_;
+    EXPECT_TRUE(Says(IsWhole ? "1.probe: holds serial number 2" : "1.probe:10: ")) << sOutput_;
     std::ofstream(sPath) << sGood;
   }
   EXPECT_EQ(0, Run("list"));
@@ -397,7 +397,7 @@ TEST_F(SimBench, ADamagedProbeSpoilsNoOther) {
   std::ofstream(sDirectory_ + "/2.probe", std::ios::app) << "wings = 2\n";
   std::ofstream(sDirectory_ + "/notes.probe") << "rubbish\n";
   EXPECT_EQ(3, Run("list"));
-  EXPECT_TRUE(Says("2.probe:8: a probe has no setting \"wings\"\n")) << sOutput_;
+  EXPECT_TRUE(Says("2.probe:10: a probe has no setting \"wings\"\n")) << sOutput_;
   EXPECT_TRUE(Says("notes.probe:1: expected \"key = value\"\n")) << sOutput_;
   EXPECT_TRUE(Says("         1  -                STM32F103   level 0, flash erased\n")) << sOutput_;
   EXPECT_TRUE(Says("         3  -                STM32F103   level 0, flash erased\n")) << sOutput_;
@@ -408,7 +408,7 @@ TEST_F(SimBench, ADamagedProbeSpoilsNoOther) {
   const std::string sBefore = Content(sDirectory_ + "/2.probe");
   for (const char* sCommand : {"show", "reset", "create F407", "set time=fast", "remove"}) {
     EXPECT_EQ(3, Run(std::string(sCommand) + " --probe 2")) << sCommand;
-    EXPECT_TRUE(Says("2.probe:8: a probe has no setting")) << sOutput_;
+    EXPECT_TRUE(Says("2.probe:10: a probe has no setting")) << sOutput_;
   }
   EXPECT_EQ(sBefore, Content(sDirectory_ + "/2.probe"));
 }

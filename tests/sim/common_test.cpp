@@ -287,7 +287,7 @@ static std::unique_ptr<sim::Device> MakeDevice(const char* sName, const char* sS
   auto                pDevice = std::make_unique<sim::Device>(*sim::FindDevice(sName));
   sim::CREATE_REQUEST Request;
   std::string         sError;
-  EXPECT_TRUE(sim::ParseRequest(sState, &Request, &sError)) << sError;
+  EXPECT_TRUE(sim::ParseRequest(sim::SplitWords(sState), &Request, &sError)) << sError;
   EXPECT_TRUE(sim::Prepare(pDevice.get(), Request, &sError)) << sError;
   pDevice->PowerOn();
   return pDevice;
@@ -540,8 +540,8 @@ TEST(SimRequest, SectorsOfABankAreOneArea) {
 TEST(SimRequest, IsReadAsOnACommandLine) {
   sim::CREATE_REQUEST Request;
   std::string         sError;
-  ASSERT_TRUE(sim::ParseRequest(
-      "--rdp 1 --wrp 0-2,7 --secure --user 0x10 --option A=2 --mismatch B", &Request, &sError));
+  const std::string   sText = "--rdp 1 --wrp 0-2,7 --secure --user 0x10 --option A=2 --mismatch B";
+  ASSERT_TRUE(sim::ParseRequest(sim::SplitWords(sText), &Request, &sError));
   EXPECT_EQ(1u, Request.Level);
   EXPECT_FALSE(Request.Rdp);
   EXPECT_EQ((std::vector<uint32_t>{0, 1, 2, 7}), Request.Wrp.List);
@@ -562,8 +562,8 @@ TEST(SimRequest, IsReadAsOnACommandLine) {
       {"--eeprom half", "\"half\" is no value for --eeprom"},
       {"--wings 2", "unknown option --wings"},
   };
-  for (const auto& [sText, sExpected] : aWrong) {
-    EXPECT_FALSE(sim::ParseRequest(sText, &Request, &sError)) << sText;
+  for (const auto& [sWrong, sExpected] : aWrong) {
+    EXPECT_FALSE(sim::ParseRequest(sim::SplitWords(sWrong), &Request, &sError)) << sWrong;
     EXPECT_EQ(sExpected, sError);
   }
 }

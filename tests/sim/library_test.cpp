@@ -16,6 +16,7 @@
 #include "sim/catalog.h"
 #include "sim/clock.h"
 #include "sim/request.h"
+#include "sim/text.h"
 
 static const char* const aOperations[] = {
     "QUOBEARM_IsOpen",      "QUOBEARM_SelectIP",     "QUOBEARM_EMU_SelectByUSBSN",
@@ -108,7 +109,7 @@ class SimLibrary : public ::testing::Test {
     sim::Device         Target(*sim::FindDevice(sDevice));
     sim::CREATE_REQUEST Request;
     std::string         sError;
-    ASSERT_TRUE(sim::ParseRequest(sState, &Request, &sError)) << sError;
+    ASSERT_TRUE(sim::ParseRequest(sim::SplitWords(sState), &Request, &sError)) << sError;
     ASSERT_TRUE(sim::Prepare(&Target, Request, &sError)) << sError;
     sim::FillFlash(&Target, 4096);
     ASSERT_TRUE(bench_->SaveProbe(Probe, &sError)) << sError;

@@ -71,7 +71,7 @@ std::string Player::Prepare(std::string sState) {
   for (sim::Memory& Each : device_->Memories()) {
     Each.Fill(Empty ? Each.Row().Erased : CONTENT);
   }
-  if (!sim::ParseRequest(sState, &Request, &sError) ||
+  if (!sim::ParseRequest(sim::SplitWords(sState), &Request, &sError) ||
       !sim::Prepare(device_.get(), Request, &sError)) {
     return sError;
   }
