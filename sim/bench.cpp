@@ -381,7 +381,7 @@ int Bench::Lock(const PROBE_SETTINGS& Probe, std::string* psError) const {
   return File;
 }
 
-// What a program that was killed while it wrote left behind.
+// Removes the temporary files of a program that was killed while it wrote.
 void Bench::RemoveLeftovers(uint32_t SerialNo) const {
   std::vector<std::string> Names;
   NamesIn(sDirectory_, &Names);

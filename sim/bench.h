@@ -25,7 +25,7 @@ enum FAULT_KIND {
   LOST,           // from this operation on the probe does not answer
   READ_FAILS,     // this operation, if it is a read, fails
   WRITE_DROPPED,  // this operation, if it is a write, does nothing
-  POWER_DIP,      // the supply drops to so many mV for so many operations
+  POWER_DIP,      // the supply drops to First mV for Second operations
   BUSY,           // what the flash controller does now or next takes so much longer
   STUCK_BITS      // bits of a stored option word do not take another value
 };

@@ -38,7 +38,8 @@ Controller::Controller(Surroundings& Around, const silicon::DEVICE& Facts, const
   }
   for (const silicon::OPTION_WORD& Word : Facts.Options) {
     stored_.push_back({.Value = Word.Factory, .Complement = ~Word.Factory});
-    // Of a word in two places neither half has the fields where a register has them.
+    // The fields are numbered as bits of the whole word, so the halves of a word that is stored in
+    // two places get no fields.
     const bool InOne = Word.StoredUpper == 0;
     wordRows_.push_back({.sName   = Word.sName,
                          .Address = Word.Stored,

@@ -160,7 +160,7 @@ class Controller {
   // The word in force, in the places of the stored one; without power the one that would be loaded.
   uint32_t Loaded(int Index) const;
   int      StoredLevel() const;
-  // The level a stored byte, or the first option word, stands for.
+  // The level that a stored byte, or the first option word, means.
   int LevelOfByte(uint32_t Rdp) const;
   int LevelOfWord(uint32_t Value) const;
   // What the device reports about its options itself, such as "OPTVERR"; "" when all is well.
@@ -196,7 +196,7 @@ class Controller {
   virtual void FinishPhase(const PHASE& Phase)     = 0;
   // Option bytes are programmed at their addresses in memory, not through registers.
   virtual bool ProgramsOptionWords() const { return false; }
-  // The phase ended before its time, after so many thousandths of it.
+  // The phase was cut short after DonePerMille thousandths of its time.
   virtual void CutPhase(const PHASE& Phase, uint32_t DonePerMille) = 0;
   // FilterRead of main flash.
   virtual bool ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) = 0;

@@ -35,7 +35,8 @@ class KeyFile {
   std::string Get(const std::string& sKey, const std::string& sDefault = "") const;
 
   const std::vector<KEY_LINE>& Lines() const { return lines_; }
-  // "path:line: ", or what is known of it: how an error about the line, or the file, begins.
+  // How an error about a line begins: "path:line: ". "path: " for a line that was added, "" when no
+  // file was loaded.
   std::string Place(const KEY_LINE& Line = {}) const;
 
  private:
@@ -43,8 +44,8 @@ class KeyFile {
   std::vector<KEY_LINE> lines_;
 };
 
-// UNTIL_EXIT: what is written is there whatever happens to the program. FOR_GOOD: it is there after a
-// loss of the host's power as well, which takes a hundred times as long.
+// UNTIL_EXIT: what is written is there whatever happens to the program. FOR_GOOD: also after a loss
+// of the host's power, which takes a hundred times as long.
 enum LASTING { UNTIL_EXIT, FOR_GOOD };
 
 // Replaces the file as a whole: a reader, or a program killed at any moment, finds the old file or the

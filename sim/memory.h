@@ -43,8 +43,8 @@ class Memory {
 
   void Erase() { EraseRange(row_->Base, row_->Bytes); }
   void EraseRange(uint32_t Address, uint32_t Bytes);
-  // An erase of that range which came as far as so many thousandths: what it has done is erased, the
-  // row of cells that it was at is neither, the rest is as it was.
+  // An erase of the range that is cut short after DonePerMille thousandths: the part before that is
+  // erased, the row of cells at that place half erased, the rest as it was.
   void EraseUntil(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille);
   void Fill(uint32_t Value);
 

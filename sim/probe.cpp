@@ -20,21 +20,21 @@
 
 using namespace sim;
 
-static const int32_t  INTERFACE_SWD  = 1;
-static const uint32_t SPEED_AUTO     = 0;
-static const uint32_t SPEED_ADAPTIVE = 0xFFFF;  // there is no such thing with SWD
-static const uint32_t AUTO_SPEED_KHZ = 4000;
-static const uint64_t HOST_US        = 250;  // one request to the probe and its answer
-static const uint32_t BITS_PER_WORD  = 140;  // address, data and status on the wire
-static const uint64_t RESET_US       = 10000;
-static const uint64_t FAST_POLLS     = 3;    // repeated reads that see a fast device busy
-static const uint32_t PATIENT_POLLS  = 500;  // after so many polls in vain, leave the CPU to others
+static const int32_t  INTERFACE_SWD    = 1;
+static const uint32_t SPEED_AUTO       = 0;
+static const uint32_t SPEED_ADAPTIVE   = 0xFFFF;  // there is no such thing with SWD
+static const uint32_t AUTO_SPEED_KHZ   = 4000;
+static const uint64_t HOST_US          = 250;  // one request to the probe and its answer
+static const uint32_t BITS_PER_WORD    = 140;  // address, data and status on the wire
+static const uint64_t RESET_US         = 10000;
+static const uint64_t FAST_POLLS       = 3;    // repeated reads that see a fast device busy
+static const uint32_t PATIENT_POLLS    = 500;  // after this many the CPU is left to others
 static const uint64_t PATIENT_SLEEP_US = 1000;
 static const uint32_t NOT_POLLED       = 1;  // no address of a word
 
 namespace {
 
-// What belongs to one connection. The next one begins anew, interface and speed as well.
+// What belongs to one connection. The next one begins anew, also with interface and speed.
 struct CONNECTION {
   PROBE_SETTINGS          Settings;
   std::vector<FAULT>      Faults;
@@ -105,7 +105,7 @@ static void FollowVoltage() {
   Probe.pDevice->SetVoltage(Voltage());
 }
 
-// The faults that come by themselves; those of a read or a write are looked at there.
+// Faults that happen whatever the operation is. Those of a read or a write: see Hits.
 static void ApplyFaults() {
   if (Probe.DipUntil != 0 && Probe.Operation >= Probe.DipUntil) {
     Probe.DipUntil = 0;

@@ -337,7 +337,7 @@ struct COMMAND {
   const char* sName;
   int (*pfRun)(const Bench& Where, const ARGUMENTS& Arguments);
   bool TakesProbe;
-  bool TakesMore;  // arguments of its own
+  bool TakesMore;  // its own arguments
 };
 
 static const COMMAND aCommands[] = {

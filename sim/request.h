@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The state that a new device is to be in, as quobe-bench create takes it, and the check of it
-// against what a device can do. What is not asked for is as delivered.
+// against what a device can do. Everything else is as delivered.
 
 #ifndef SIM_REQUEST_H
 #define SIM_REQUEST_H
@@ -29,9 +29,9 @@ struct SECTORS {
   uint32_t Mask(uint32_t NumSectors) const;  // of at most 32
 };
 
-// Those of the sectors that are in a bank of so many from the first one, as an area counted from the
-// bank's begin. No sector there gives an area with First after Last. False with *psError when they
-// are not in one piece.
+// The sectors of a bank, FirstOfBank and the NumInBank - 1 after it, that are in the list, as one area
+// that is counted from the bank's start; First is after Last when there are none. False with *psError
+// when they are not in one piece.
 struct SECTOR_AREA {
   uint32_t First = 1;
   uint32_t Last  = 0;
@@ -60,7 +60,7 @@ struct CREATE_REQUEST {
 
 // What a device lets be asked for.
 struct CAPABILITIES {
-  uint32_t NumWrp      = 0;      // sectors with write protection of their own
+  uint32_t NumWrp      = 0;      // sectors that can be write-protected
   uint32_t NumPcrop    = 0;      // the same for PCROP; 0: none
   bool     OneOrOther  = false;  // the same bits are write protection or PCROP
   bool     HasPcropRdp = false;

@@ -1,9 +1,8 @@
 // sim/verdict.h
 // SPDX-License-Identifier: MIT
 //
-// Whether a device is at factory state, and if not, what differs. Judged by what is in force as well
-// as by what is stored: a device that would come to factory state at its next power-on only is not
-// there yet.
+// Whether a device is at factory state, and if not, what differs. Both what is stored and what is in
+// force count: a device that reaches factory state at its next power-on is not there yet.
 
 #ifndef SIM_VERDICT_H
 #define SIM_VERDICT_H

@@ -3,7 +3,7 @@
 //
 // Flash controller of STM32F0, F1 and F3: half-word programming, option bytes stored with their
 // complements in a block of 16 bytes at 0x1FFFF800, loaded into OBR and WRPR. F1 of XL density has
-// a second bank with registers of its own at BANK2; options belong to the first.
+// a second bank, with its own registers at BANK2; options belong to the first.
 // Reference manuals RM0091 (F0), PM0075 and RM0008 (F1), RM0316 (F3).
 
 #ifndef SIM_F1_F1_H

@@ -89,7 +89,7 @@ void ControllerF1::StartErase(uint32_t Bank) {
   }
 }
 
-// What is done of it: all, or as many thousandths.
+// Erases DonePerMille thousandths of what is asked for.
 void ControllerF1::EraseBanks(uint32_t What, uint32_t DonePerMille) {
   Memory&        Flash = MainFlash();
   const uint32_t First = family_.BankBytes != 0 ? family_.BankBytes : Flash.Row().Bytes;

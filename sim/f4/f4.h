@@ -46,7 +46,7 @@ using WORDS = std::array<uint32_t, MAX_WORDS>;
 enum PCROP_KIND {
   NO_PCROP,
   BY_SPRMOD,  // the protection bits, read the other way round
-  BY_OPTCR2   // bits of their own
+  BY_OPTCR2   // its own bits
 };
 
 struct F4_FAMILY {

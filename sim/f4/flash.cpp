@@ -109,7 +109,7 @@ uint64_t ControllerF4::MassEraseUs() const {
   return Us(aMassErase[Psize(registers_[CR])]) * Bytes / MASS_ERASE_BYTES;
 }
 
-// Each bank as far as so many thousandths. Write protection does not stop unprotecting; PCROP
+// Erases DonePerMille thousandths of each bank. Write protection does not stop unprotecting; PCROP
 // sectors of F72x survive it unless PCROP_RDP.
 void ControllerF4::EraseSectors(uint32_t What, uint32_t DonePerMille) {
   const silicon::MEMORY& Flash     = MainFlash().Row();

@@ -89,7 +89,7 @@ bool ControllerF4::InOptionArea(uint32_t Address) const {
   });
 }
 
-// A half-word has a double word of its own, and so has a word that is in one piece. Bits that hold
+// Each half-word, or word that is in one piece, takes a double word. Bits that hold
 // no option read as ones, as they do in an erased word.
 bool ControllerF4::ReadOptionArea(uint32_t Address, uint32_t* pWord) {
   *pWord = 0xFFFFFFFF;

@@ -85,7 +85,7 @@ bool ControllerH7::WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value)
   const uint32_t Register = Home(Offset);
   const uint32_t Bank     = Register / VIEW2;
   const int      Own      = LockAt(Register);
-  // A write to any other register between its two keys spoils a lock.
+  // A write to another register between the two keys keeps the lock closed until reset.
   for (int i = 0; i < static_cast<int>(family_.Common.Locks.size()); i++) {
     if (i != Own) {
       Lock(i).Interrupt();
@@ -94,7 +94,7 @@ bool ControllerH7::WriteRegister(uint32_t Offset, uint32_t Size, uint32_t Value)
   switch (Register % VIEW2) {
     case KEYR:
     case OPTKEYR:
-      // A key that is not a whole word spoils it, too.
+      // So does a key that is not a whole word.
       if (Size != 4) {
         Lock(Own).Kill();
       }

@@ -115,7 +115,7 @@ void ControllerH7::EmptyBuffer() {
   std::fill(std::begin(aBuffer_), std::end(aBuffer_), ~0u);
 }
 
-// The first so many bytes of the buffer.
+// Programs the first NumBytes bytes of the buffer.
 void ControllerH7::ProgramBuffer(uint32_t Address, uint32_t NumBytes) {
   const uint32_t First = Address & ~(FLASH_WORD - 1);
   for (uint32_t i = 0; i < NumBytes; i += 4) {
@@ -171,14 +171,14 @@ void ControllerH7::StartUnlessProtected(uint32_t Banks, uint32_t Address, uint32
   }
 }
 
-// As far as so many thousandths, in the memory that begins there or before.
+// Erases DonePerMille thousandths of the range, in the memory that holds the address.
 void ControllerH7::EraseRange(uint32_t Address, uint32_t Bytes, uint32_t DonePerMille) {
   if (Memory* pFlash = AllMemories().At(Address); pFlash != nullptr) {
     pFlash->EraseUntil(Address, Bytes, DonePerMille);
   }
 }
 
-// Each bank as far as so many thousandths. Neither write protection nor the areas that are wiped
+// Erases DonePerMille thousandths of each bank. Neither write protection nor areas to be wiped
 // stop unprotecting.
 void ControllerH7::EraseBanks(uint32_t What, uint32_t DonePerMille) {
   const uint32_t Done = BANK_BYTES / 8 * DonePerMille / 125;

@@ -18,7 +18,7 @@ namespace sim::h7 {
 // -- Registers by their offset, and their bits ---------------------------------------------------
 
 inline constexpr uint32_t BASE  = 0x52002000;
-inline constexpr uint32_t VIEW2 = 0x100;  // what is not a bank's own has two addresses there
+inline constexpr uint32_t VIEW2 = 0x100;  // registers that both banks share are found there too
 inline constexpr uint32_t KEYR = 0x04, OPTKEYR = 0x08, CR = 0x0C, SR = 0x10, CCR = 0x14,
                           OPTCR = 0x18, OPTSR_CUR = 0x1C, OPTSR_PRG = 0x20, OPTCCR = 0x24,
                           PRAR_CUR = 0x28, PRAR_PRG = 0x2C, SCAR_CUR = 0x30, SCAR_PRG = 0x34,

@@ -129,7 +129,7 @@ void ControllerL4::StartErase() {
   Start({Phase});
 }
 
-// So many thousandths of the phase: page after page.
+// Page after page, up to DonePerMille thousandths of the phase.
 void ControllerL4::Erase(const PHASE& Phase, uint32_t DonePerMille) {
   const bool        Unprotects = Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT;
   const SECTOR_AREA Pages      = PagesOf(Phase);

@@ -107,8 +107,8 @@ uint32_t ControllerL4::ToProgram(int Index) const {
                                                          : Value;
 }
 
-// So many thousandths of it: all words are erased in the first half of the time and programmed one by
-// one in the second, value before complement.
+// All words are erased in the first half of the time and programmed one by one in the second, value
+// before complement. A change that is cut short ends after DonePerMille thousandths.
 void ControllerL4::ProgramOptions(uint32_t DonePerMille) {
   static const uint32_t ERASED = 0xFFFFFFFF;
   const int             Done   = (static_cast<int>(DonePerMille) - 500) * NumWords() / 500;
