@@ -136,21 +136,17 @@ uint32_t SECTORS::Mask(uint32_t NumSectors) const {
   return Bits;
 }
 
-bool AreaInBank(const SECTORS& Sectors, uint32_t FirstOfBank, uint32_t NumInBank,
-                SECTOR_AREA* pArea, std::string* psError) {
-  *pArea = SECTOR_AREA();
+std::vector<SECTOR_AREA> SECTORS::AreasInBank(uint32_t FirstOfBank, uint32_t NumInBank) const {
+  std::vector<SECTOR_AREA> Areas;
   for (uint32_t i = 0; i < NumInBank; i++) {
-    if (!Sectors.Has(FirstOfBank + i)) {
-      continue;
+    if (Has(FirstOfBank + i)) {
+      if (Areas.empty() || Areas.back().Last + 1 != i) {
+        Areas.push_back({i, i});
+      }
+      Areas.back().Last = i;
     }
-    if (!pArea->IsEmpty() && pArea->Last + 1 != i) {
-      *psError = "the sectors of a bank must be one area";
-      return false;
-    }
-    pArea->First = pArea->IsEmpty() ? i : pArea->First;
-    pArea->Last  = i;
   }
-  return true;
+  return Areas;
 }
 
 // -- Checking it against the device --------------------------------------------------------------

@@ -19,6 +19,15 @@ namespace sim {
 
 class Device;
 
+// Sectors First to Last; none where First is after Last.
+struct SECTOR_AREA {
+  uint32_t First = 1;
+  uint32_t Last  = 0;
+
+  bool IsEmpty() const { return First > Last; }
+  bool Has(uint32_t Sector) const { return Sector >= First && Sector <= Last; }
+};
+
 // A list of sectors (pages, where the device protects pages).
 struct SECTORS {
   bool                  All  = false;
@@ -27,20 +36,9 @@ struct SECTORS {
   bool     IsEmpty() const { return !All && List.empty(); }
   bool     Has(uint32_t Sector) const;
   uint32_t Mask(uint32_t NumSectors) const;  // of at most 32
+  // Those of a bank of NumInBank sectors, in one piece each, counted from the bank's first sector.
+  std::vector<SECTOR_AREA> AreasInBank(uint32_t FirstOfBank, uint32_t NumInBank) const;
 };
-
-// The sectors of a bank, FirstOfBank and the NumInBank - 1 after it, that are in the list, as one area
-// that is counted from the bank's start; First is after Last when there are none. False with *psError
-// when they are not in one piece.
-struct SECTOR_AREA {
-  uint32_t First = 1;
-  uint32_t Last  = 0;
-
-  bool IsEmpty() const { return First > Last; }
-  bool Has(uint32_t Sector) const { return Sector >= First && Sector <= Last; }
-};
-bool AreaInBank(const SECTORS& Sectors, uint32_t FirstOfBank, uint32_t NumInBank,
-                SECTOR_AREA* pArea, std::string* psError);
 
 struct CREATE_REQUEST {
   std::optional<uint32_t>                       Level;  // 0, 1 or 2

@@ -129,11 +129,12 @@ bool ControllerH7::Protect(const CREATE_REQUEST& Request, std::string* psError) 
     const uint32_t First = Bank * SECTORS_PER_BANK;
     const uint32_t Wrp   = Request.Wrp.Mask(Can().NumWrp) >> First;
     const int      Prar  = OfBank(WORD_PRAR, Bank);
-    SECTOR_AREA    Pcrop;
-    if (!AreaInBank(Request.Pcrop, First, SECTORS_PER_BANK, &Pcrop, psError)) {
+    const auto     Pcrop = Request.Pcrop.AreasInBank(First, SECTORS_PER_BANK);
+    if (Pcrop.size() > 1) {
+      *psError = "the sectors of a bank must be one area";
       return false;
     }
-    Store(Prar, (Pcrop.IsEmpty() ? Stored(Prar) : AreaWord(Pcrop)) |
+    Store(Prar, (Pcrop.empty() ? Stored(Prar) : AreaWord(Pcrop[0])) |
                     (Request.PcropRdp.value_or(0) != 0 ? AREA_WIPE : 0));
     Store(OfBank(WORD_WPSN, Bank), ~Wrp & 0xFF);
   }

@@ -105,7 +105,6 @@ class ControllerL4 : public Controller {
   void        ProgramOptions(uint32_t DonePerMille);
   SECTOR_AREA LoadedPcrop(int Bank) const;
   bool        KeepsPcrop(int Bank) const;
-  std::vector<SECTOR_AREA> AreasOf(const SECTORS& Pages, int Bank) const;
 
   // flash.cpp
   uint32_t NumPages() const { return MainFlash().Row().Bytes / PAGE_BYTES; }

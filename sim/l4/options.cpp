@@ -135,8 +135,9 @@ CAPABILITIES ControllerL4::Can() const {
 
 bool ControllerL4::Protect(const CREATE_REQUEST& Request, std::string* psError) {
   for (int Bank = 0; Bank < family_.NumBanks; Bank++) {
-    const std::vector<SECTOR_AREA> Wrp   = AreasOf(Request.Wrp, Bank);
-    const std::vector<SECTOR_AREA> Pcrop = AreasOf(Request.Pcrop, Bank);
+    const uint32_t First = static_cast<uint32_t>(Bank) * PagesPerBank();
+    const auto     Wrp   = Request.Wrp.AreasInBank(First, PagesPerBank());
+    const auto     Pcrop = Request.Pcrop.AreasInBank(First, PagesPerBank());
     if (Wrp.size() > 2 || Pcrop.size() > 1) {
       *psError = Wrp.size() > 2 ? "the write-protected pages of a bank must be one or two areas"
                                 : "the PCROP pages of a bank must be one area";
@@ -160,20 +161,6 @@ bool ControllerL4::Protect(const CREATE_REQUEST& Request, std::string* psError) 
     Store(WORD_PCROP_END, Stored(WORD_PCROP_END) | PCROP_RDP);
   }
   return true;
-}
-
-// The pages of a list that are in the bank, as areas.
-std::vector<SECTOR_AREA> ControllerL4::AreasOf(const SECTORS& Pages, int Bank) const {
-  std::vector<SECTOR_AREA> Areas;
-  for (uint32_t Page = 0; Page < PagesPerBank(); Page++) {
-    if (Pages.Has(static_cast<uint32_t>(Bank) * PagesPerBank() + Page)) {
-      if (Areas.empty() || Areas.back().Last + 1 != Page) {
-        Areas.push_back({Page, Page});
-      }
-      Areas.back().Last = Page;
-    }
-  }
-  return Areas;
 }
 
 }  // namespace sim::l4
