@@ -89,7 +89,7 @@ void Controller::CutRunning() {
   phases_.clear();
   if (Phase.Kind != STAY_BUSY) {
     const uint64_t Done = Phase.DurationUs - std::min(leftUs_, Phase.DurationUs);
-    CutPhase(Phase, static_cast<uint32_t>(Done * 1000 / std::max<uint64_t>(Phase.DurationUs, 1)));
+    Perform(Phase, static_cast<uint32_t>(Done * 1000 / std::max<uint64_t>(Phase.DurationUs, 1)));
   }
   around_.Event(std::string(aPhaseNames[Phase.Kind]) + " cut short");
 }
@@ -117,7 +117,11 @@ void Controller::Pass(uint64_t Us) {
     const PHASE Phase = phases_.front();
     phases_.pop_front();
     if (Phase.Kind != STAY_BUSY) {
+      Perform(Phase, 1000);
       FinishPhase(Phase);
+    }
+    if (Phase.Unprotects()) {
+      AllMemories().Erase(BACKUP);
     }
     around_.Changed();
     if (phases_.empty()) {

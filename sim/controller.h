@@ -53,7 +53,7 @@ struct TIME {
 
 // What the controller is doing while it is busy: one step after the other.
 enum PHASE_KIND {
-  MASS_ERASE,      // Argument: what exactly, the controller's own
+  MASS_ERASE,      // Argument: banks or UNPROTECT
   PAGE_ERASE,      // Argument: where, the controller's own
   OPTION_ERASE,    // the option area
   OPTION_PROGRAM,  // the option area, from the registers
@@ -61,11 +61,17 @@ enum PHASE_KIND {
   STAY_BUSY        // nothing; all is done, but the controller does not say so
 };
 
+// What a mass erase takes. UNPROTECT is the one that lifts the read protection: it takes all banks and
+// then the memories on the backup supply.
+enum { ERASE_BANK1 = 1, ERASE_BANK2 = 2, UNPROTECT = 4 };
+
 struct PHASE {
   PHASE_KIND Kind;
   uint64_t   DurationUs;
   uint32_t   Argument = 0;
   uint32_t   Value    = 0;
+
+  bool Unprotects() const { return Kind == MASS_ERASE && Argument == UNPROTECT; }
 };
 
 static const uint64_t FOREVER = UINT64_MAX;
@@ -193,11 +199,13 @@ class Controller {
   // After a reset, with registers at their reset values and locks closed. IsNew: the options have just
   // been loaded.
   virtual void OnReset(bool IsNew, bool IsPowerOn) = 0;
-  virtual void FinishPhase(const PHASE& Phase)     = 0;
+  // What a phase does to memories and option words in DonePerMille thousandths of its time: in all of
+  // it, or in less when it is cut short.
+  virtual void Perform(const PHASE& Phase, uint32_t DonePerMille) = 0;
+  // What follows a phase that has come to its end, such as flags.
+  virtual void FinishPhase(const PHASE& Phase) = 0;
   // Option bytes are programmed at their addresses in memory, not through registers.
   virtual bool ProgramsOptionWords() const { return false; }
-  // The phase was cut short after DonePerMille thousandths of its time.
-  virtual void CutPhase(const PHASE& Phase, uint32_t DonePerMille) = 0;
   // FilterRead of main flash.
   virtual bool ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) = 0;
   // What can be asked for when a device is created, and the protection that was asked for; the

@@ -12,38 +12,37 @@ ControllerF1::ControllerF1(Surroundings& Around, const silicon::DEVICE& Facts,
 
 // -- Bus -----------------------------------------------------------------------------------------
 
-// The bank whose registers have to do with the address.
+// The bank whose registers have to do with the address. Option bytes are in the first one.
 uint32_t ControllerF1::BankOf(uint32_t Address) const {
-  return family_.BankBytes != 0 && Address - MainFlash().Row().Base >= family_.BankBytes ? BANK2
-                                                                                         : BANK1;
+  const Memory& Flash = MainFlash();
+  return family_.BankBytes != 0 && Flash.Contains(Address) &&
+                 Address - Flash.Row().Base >= family_.BankBytes
+             ? BANK2
+             : BANK1;
 }
 
-// Whether what runs keeps the bank busy. One that unprotects shows in the first bank's SR only.
-bool ControllerF1::RunsIn(uint32_t Bank) const {
-  const PHASE* pPhase = Running();
-  if (pPhase == nullptr) {
-    return false;
-  }
-  switch (pPhase->Kind) {
+// The bank that the phase keeps busy. One that unprotects shows in the first bank's SR only.
+uint32_t ControllerF1::BankOf(const PHASE& Phase) const {
+  switch (Phase.Kind) {
     case MASS_ERASE:
-      return (pPhase->Argument & (Bank == BANK1 ? ERASE_BANK1 | UNPROTECT : ERASE_BANK2)) != 0;
+      return Phase.Argument == ERASE_BANK2 ? BANK2 : BANK1;
     case PAGE_ERASE:
     case WORD_PROGRAM:
-      return BankOf(pPhase->Argument) == Bank || InOptionArea(pPhase->Argument);
+      return BankOf(Phase.Argument);
     default:
-      return Bank == BANK1;
+      return BANK1;
   }
 }
 
-// Option bytes are in the flash of the first bank. A second bank stays readable meanwhile.
+// A second bank stays readable while the first is busy, except when all is erased.
 bool ControllerF1::MustWait(const ACCESS& Access) const {
-  const bool Unprotects = Running()->Kind == MASS_ERASE && Running()->Argument == UNPROTECT;
   switch (Access.Area) {
     case OPTION_AREA:
       return Access.IsWrite || RunsIn(BANK1);
     case MEMORY_AREA:
       return Access.pMemory->Row().Kind == MAIN_FLASH &&
-             (Access.IsWrite || (Level() == 0 && (Unprotects || RunsIn(BankOf(Access.Address)))));
+             (Access.IsWrite ||
+              (Level() == 0 && (Running()->Unprotects() || RunsIn(BankOf(Access.Address)))));
     default:
       return false;
   }
@@ -109,44 +108,11 @@ void ControllerF1::Begin(const std::vector<PHASE>& Phases) {
   }
 }
 
-void ControllerF1::FinishPhase(const PHASE& Phase) {
-  uint32_t Bank = BANK1;
-  switch (Phase.Kind) {
-    case MASS_ERASE:
-      EraseBanks(Phase.Argument, 1000);
-      Bank = Phase.Argument == ERASE_BANK2 ? BANK2 : BANK1;
-      break;
-    case PAGE_ERASE:
-      MainFlash().EraseRange(Phase.Argument, family_.PageBytes);
-      Bank = BankOf(Phase.Argument);
-      break;
-    case OPTION_ERASE:
-      EraseOptions(true);
-      break;
-    case WORD_PROGRAM:
-      if (InOptionArea(Phase.Argument)) {
-        ProgramOption(Phase.Argument, WithComplement(0, Phase.Value & 0xFF) & 0xFFFF);
-      } else {
-        uint32_t& Word = MainFlash().WordAt(Phase.Argument);
-        Word           = Merge(Word, Phase.Argument, 2, Phase.Value);
-        Bank           = BankOf(Phase.Argument);
-      }
-      break;
-    default:
-      break;
-  }
-  for (const uint32_t Each : {BANK1, BANK2}) {
-    if (registers_.Has(Each + CR)) {
-      registers_[Each + CR] &= ~CR_STRT;
-    }
-  }
-  registers_[Bank + SR] |= SR_EOP;
-}
-
-// An erase has done its part of the cells. A half-word gets its lower byte first: an option byte
-// that was cut short is left without its complement.
-void ControllerF1::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+// A half-word gets its lower byte first: an option byte that was cut short is left without its
+// complement.
+void ControllerF1::Perform(const PHASE& Phase, uint32_t DonePerMille) {
   const bool IsHalfDone = DonePerMille >= 500;
+  const bool IsDone     = DonePerMille == 1000;
   switch (Phase.Kind) {
     case MASS_ERASE:
       EraseBanks(Phase.Argument, DonePerMille);
@@ -159,14 +125,27 @@ void ControllerF1::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
       break;
     case WORD_PROGRAM:
       if (IsHalfDone && InOptionArea(Phase.Argument)) {
-        ProgramOption(Phase.Argument, 0xFF00 | Phase.Value);
+        const uint32_t Whole = WithComplement(0, Phase.Value & 0xFF);
+        ProgramOption(Phase.Argument, IsDone ? Whole & 0xFFFF : 0xFF00 | Phase.Value);
       } else if (IsHalfDone) {
         uint32_t& Word = MainFlash().WordAt(Phase.Argument);
-        Word           = Merge(Word, Phase.Argument, 1, Phase.Value);
+        Word           = Merge(Word, Phase.Argument, IsDone ? 2 : 1, Phase.Value);
       }
       break;
     default:
       break;
+  }
+}
+
+void ControllerF1::FinishPhase(const PHASE& Phase) {
+  for (const uint32_t Bank : {BANK1, BANK2}) {
+    if (registers_.Has(Bank + CR)) {
+      registers_[Bank + CR] &= ~CR_STRT;
+    }
+  }
+  registers_[BankOf(Phase) + SR] |= SR_EOP;
+  if (Phase.Unprotects()) {
+    unreadable_ = facts_.pFamily->Level2 == 0 && Is(F1_UNPROTECT_NEEDS_POWER_ON);
   }
 }
 

@@ -74,21 +74,19 @@ class ControllerF1 : public Controller {
   bool         LoadsAtReset() const override;
   void         OnReset(bool IsNew, bool IsPowerOn) override;
   bool         ProgramsOptionWords() const override { return true; }
+  void         Perform(const PHASE& Phase, uint32_t DonePerMille) override;
   void         FinishPhase(const PHASE& Phase) override;
-  void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 
  private:
-  // What a mass erase takes, and why.
-  enum { ERASE_BANK1 = 1, ERASE_BANK2 = 2, UNPROTECT = 4 };
-
   // controller.cpp
   bool     WriteControl(uint32_t Bank, uint32_t Value);
   void     Begin(const std::vector<PHASE>& Phases);
   uint32_t BankOf(uint32_t Address) const;
-  bool     RunsIn(uint32_t Bank) const;
+  uint32_t BankOf(const PHASE& Phase) const;
+  bool     RunsIn(uint32_t Bank) const { return Busy() && BankOf(*Running()) == Bank; }
 
   // options.cpp
   void ProgramOption(uint32_t Address, uint32_t Half);

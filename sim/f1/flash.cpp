@@ -99,10 +99,6 @@ void ControllerF1::EraseBanks(uint32_t What, uint32_t DonePerMille) {
   if (What != ERASE_BANK1) {
     Flash.EraseUntil(Flash.Row().Base + First, Flash.Row().Bytes - First, DonePerMille);
   }
-  if (What == UNPROTECT && DonePerMille == 1000) {
-    AllMemories().Erase(BACKUP);
-    unreadable_ = facts_.pFamily->Level2 == 0 && Is(F1_UNPROTECT_NEEDS_POWER_ON);
-  }
 }
 
 }  // namespace sim::f1

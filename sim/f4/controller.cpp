@@ -103,32 +103,10 @@ void ControllerF4::SetError(uint32_t Flags) {
 
 // -- Operations ----------------------------------------------------------------------------------
 
-void ControllerF4::FinishPhase(const PHASE& Phase) {
-  switch (Phase.Kind) {
-    case OPTION_PROGRAM:
-      StoreWords(toProgram_);
-      LoadProtection();
-      registers_[OPTCR] &= ~OPTCR_OPTSTRT;
-      break;
-    case WORD_PROGRAM:
-      MainFlash().WordAt(Phase.Argument) &= Phase.Value;
-      break;
-    default:
-      CutPhase(Phase, 1000);
-      break;
-  }
-  if (Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT) {
-    AllMemories().Erase(BACKUP);
-  }
-  if (Phase.Kind != OPTION_ERASE) {  // which programming follows
-    registers_[CR] &= ~CR_STRT;
-    registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;
-  }
-}
-
 // Flash is erased before the options are touched. From then to the end of the change these are lost,
 // which leaves the device at level 1.
-void ControllerF4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+void ControllerF4::Perform(const PHASE& Phase, uint32_t DonePerMille) {
+  const bool IsDone = DonePerMille == 1000;
   switch (Phase.Kind) {
     case MASS_ERASE:
       EraseSectors(Phase.Argument, DonePerMille);
@@ -137,15 +115,28 @@ void ControllerF4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
       MainFlash().EraseUntil(Phase.Argument, SectorAt(Phase.Argument).Bytes, DonePerMille);
       break;
     case OPTION_ERASE:
-    case OPTION_PROGRAM:
       EraseOptions();
       break;
+    case OPTION_PROGRAM:
+      IsDone ? StoreWords(toProgram_) : EraseOptions();
+      break;
     case WORD_PROGRAM:
-      // Every other bit of what was to be cleared.
-      MainFlash().WordAt(Phase.Argument) &= Phase.Value | 0xAAAAAAAA;
+      // One that is cut short has cleared every other bit.
+      MainFlash().WordAt(Phase.Argument) &= Phase.Value | (IsDone ? 0 : 0xAAAAAAAA);
       break;
     default:
       break;
+  }
+}
+
+void ControllerF4::FinishPhase(const PHASE& Phase) {
+  if (Phase.Kind == OPTION_PROGRAM) {
+    LoadProtection();
+    registers_[OPTCR] &= ~OPTCR_OPTSTRT;
+  }
+  if (Phase.Kind != OPTION_ERASE) {  // which programming follows
+    registers_[CR] &= ~CR_STRT;
+    registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;
   }
 }
 

@@ -87,24 +87,22 @@ class ControllerF4 : public Controller {
  protected:
   bool         LoadsAtReset() const override { return true; }
   void         OnReset(bool /*IsNew*/, bool /*IsPowerOn*/) override {}
+  void         Perform(const PHASE& Phase, uint32_t DonePerMille) override;
   void         FinishPhase(const PHASE& Phase) override;
-  void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 
  private:
-  // What a mass erase takes.
-  enum { BANK1 = 1, BANK2 = 2, UNPROTECT = 4 };
-
   // controller.cpp
   void WriteControl(uint32_t Value);
   bool RunsIn(uint32_t Bank) const;
   void SetError(uint32_t Flags);
 
   // options.cpp
-  WORDS       StoredWords() const;
-  WORDS       LoadedWords() const;
+  WORDS       Words(uint32_t (Controller::*pfOf)(int) const) const;
+  WORDS       StoredWords() const { return Words(&Controller::Stored); }
+  WORDS       LoadedWords() const { return Words(&Controller::Loaded); }
   void        StoreWords(const WORDS& Words);
   void        LoadProtection();
   void        WriteOption(uint32_t Offset, uint32_t Value);

@@ -79,8 +79,8 @@ bool ControllerF4::WriteMemory(Memory& /*Target*/, uint32_t Address, uint32_t Si
 bool ControllerF4::StartErase() {
   const uint32_t Control  = registers_[CR];
   const bool     IsSector = (Control & CR_SER) != 0;
-  uint32_t       Banks    = (Control & CR_MER) != 0 ? BANK1 : 0;
-  Banks |= (Control & CR_MER1) != 0 && NumBanks() == 2 ? BANK2 : 0;
+  uint32_t       Banks    = (Control & CR_MER) != 0 ? ERASE_BANK1 : 0;
+  Banks |= (Control & CR_MER1) != 0 && NumBanks() == 2 ? ERASE_BANK2 : 0;
   if (Banks == 0 && !IsSector) {
     return false;
   }

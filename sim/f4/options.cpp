@@ -12,18 +12,10 @@ static const TIME OPTION_PROGRAM_TIME = {.TypicalUs = 150000, .LongestUs = 30000
 
 // -- In force ------------------------------------------------------------------------------------
 
-WORDS ControllerF4::StoredWords() const {
+WORDS ControllerF4::Words(uint32_t (Controller::*pfOf)(int) const) const {
   WORDS Words = {};
   for (int i = 0; i < NumWords(); i++) {
-    Words[static_cast<size_t>(i)] = Stored(i);
-  }
-  return Words;
-}
-
-WORDS ControllerF4::LoadedWords() const {
-  WORDS Words = {};
-  for (int i = 0; i < NumWords(); i++) {
-    Words[static_cast<size_t>(i)] = Loaded(i);
+    Words[static_cast<size_t>(i)] = (this->*pfOf)(i);
   }
   return Words;
 }

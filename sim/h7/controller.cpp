@@ -158,29 +158,8 @@ bool ControllerH7::WriteOptionArea(uint32_t /*Address*/, uint32_t /*Size*/, uint
 
 // -- Operations ----------------------------------------------------------------------------------
 
-// Options are in force once they are programmed, but for the banks, which change places at reset.
-void ControllerH7::FinishPhase(const PHASE& Phase) {
-  for (int i = 0; i < NumWords() && Phase.Kind == OPTION_PROGRAM; i++) {
-    const uint32_t Kept = i == WORD_OPTSR ? OPTSR_SWAP_BANK_OPT : 0;
-    Store(i, Prg(i));
-    ShowLoaded(i, Stored(i));
-    SetLoaded(i, (Stored(i) & ~Kept) | (Loaded(i) & Kept));
-  }
-  CutPhase(Phase, 1000);
-  if (Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT) {
-    AllMemories().Erase(BACKUP);
-  }
-  for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
-    uint32_t& Control = registers_[OfBank(CR, Bank)];
-    if ((activeBanks_ >> Bank & 1) != 0) {
-      registers_[OfBank(SR, Bank)] |= (Control & CR_EOPIE) != 0 ? SR_EOP : 0;
-      Control &= ~(CR_START | CR_FW);
-    }
-  }
-}
-
-// A change of options that is cut keeps the old values.
-void ControllerH7::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+// A change of options that is cut short keeps the old values.
+void ControllerH7::Perform(const PHASE& Phase, uint32_t DonePerMille) {
   switch (Phase.Kind) {
     case MASS_ERASE:
       EraseBanks(Phase.Argument, DonePerMille);
@@ -193,6 +172,23 @@ void ControllerH7::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
       break;
     default:
       break;
+  }
+}
+
+// Options are in force once they are programmed, but for the banks, which change places at reset.
+void ControllerH7::FinishPhase(const PHASE& Phase) {
+  for (int i = 0; i < NumWords() && Phase.Kind == OPTION_PROGRAM; i++) {
+    const uint32_t Kept = i == WORD_OPTSR ? OPTSR_SWAP_BANK_OPT : 0;
+    Store(i, Prg(i));
+    ShowLoaded(i, Stored(i));
+    SetLoaded(i, (Stored(i) & ~Kept) | (Loaded(i) & Kept));
+  }
+  for (uint32_t Bank = 0; Bank < family_.NumBanks; Bank++) {
+    uint32_t& Control = registers_[OfBank(CR, Bank)];
+    if ((activeBanks_ >> Bank & 1) != 0) {
+      registers_[OfBank(SR, Bank)] |= (Control & CR_EOPIE) != 0 ? SR_EOP : 0;
+      Control &= ~(CR_START | CR_FW);
+    }
   }
 }
 

@@ -147,8 +147,8 @@ uint64_t ControllerH7::MassEraseUs(uint32_t Bank) const {
 }
 
 void ControllerH7::StartBankErase(uint32_t Banks) {
-  const uint32_t First = Banks == BANK2 ? 1 : 0;
-  const uint32_t Bytes = Banks == (BANK1 | BANK2) ? 2 * BANK_BYTES : BANK_BYTES;
+  const uint32_t First = Banks == ERASE_BANK2 ? 1 : 0;
+  const uint32_t Bytes = Banks == (ERASE_BANK1 | ERASE_BANK2) ? 2 * BANK_BYTES : BANK_BYTES;
   StartUnlessProtected(Banks, FLASH_BASE + First * BANK_BYTES, Bytes,
                        {MASS_ERASE, MassEraseUs(First), Banks});
 }

@@ -89,17 +89,14 @@ class ControllerH7 : public Controller {
  protected:
   bool         LoadsAtReset() const override { return true; }
   void         OnReset(bool IsNew, bool IsPowerOn) override;
+  void         Perform(const PHASE& Phase, uint32_t DonePerMille) override;
   void         FinishPhase(const PHASE& Phase) override;
-  void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
   uint32_t     Delivered(int Index) const override;
 
  private:
-  // What a mass erase takes.
-  enum { BANK1 = 1, BANK2 = 2, UNPROTECT = 4 };
-
   // controller.cpp
   bool     IsChosen(const VARIANT_ROW* pRow) const { return pRow != nullptr && Is(*pRow); }
   uint32_t Home(uint32_t Offset) const;

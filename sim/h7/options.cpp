@@ -41,7 +41,7 @@ void ControllerH7::WriteOptionControl(uint32_t Value) {
     StartChange();
   } else if ((Value & OPTCR_MER) != 0 && family_.NumBanks == 2 && IsOpen(BANK1_LOCK) &&
              IsOpen(BANK2_LOCK)) {
-    StartBankErase(BANK1 | BANK2);
+    StartBankErase(ERASE_BANK1 | ERASE_BANK2);
   }
 }
 

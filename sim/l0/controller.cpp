@@ -146,19 +146,9 @@ PHASE ControllerL0::ProgramPhase(uint32_t Address, uint32_t Value) const {
   return {WORD_PROGRAM, (IsBoth && !IsErase ? 2 : 1) * Us(WORD_PHASE), Address, Value};
 }
 
-void ControllerL0::FinishPhase(const PHASE& Phase) {
-  CutPhase(Phase, 1000);
-  if (Phase.Kind == MASS_ERASE && family_.EraseTakesOptions) {
-    for (int i = WORD_USER; i < NumWords(); i++) {
-      Store(i, 0);
-    }
-  }
-  SetFlags(SR_EOP);
-}
-
 // A word whose erase comes first, to half of the time, loses every other bit. Programming begins
 // with the lower half: an option word that was cut short there is left without its complement.
-void ControllerL0::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+void ControllerL0::Perform(const PHASE& Phase, uint32_t DonePerMille) {
   const bool IsErasing = Phase.DurationUs > WORD_PHASE.LongestUs && DonePerMille < 500;
   switch (Phase.Kind) {
     case MASS_ERASE:
@@ -178,6 +168,15 @@ void ControllerL0::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
     default:
       break;
   }
+}
+
+void ControllerL0::FinishPhase(const PHASE& Phase) {
+  if (Phase.Kind == MASS_ERASE && family_.EraseTakesOptions) {
+    for (int i = WORD_USER; i < NumWords(); i++) {
+      Store(i, 0);
+    }
+  }
+  SetFlags(SR_EOP);
 }
 
 }  // namespace sim::l0

@@ -70,8 +70,8 @@ class ControllerL0 : public Controller {
   bool         LoadsAtReset() const override { return false; }
   void         OnReset(bool IsNew, bool IsPowerOn) override;
   bool         ProgramsOptionWords() const override { return true; }
+  void         Perform(const PHASE& Phase, uint32_t DonePerMille) override;
   void         FinishPhase(const PHASE& Phase) override;
-  void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;

@@ -107,13 +107,7 @@ bool ControllerL4::WriteControl(uint32_t Value) {
 
 // -- Operations ----------------------------------------------------------------------------------
 
-void ControllerL4::FinishPhase(const PHASE& Phase) {
-  CutPhase(Phase, 1000);
-  registers_[CR] &= ~(Phase.Kind == OPTION_PROGRAM ? CR_OPTSTRT : CR_STRT);
-  registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;  // on request only
-}
-
-void ControllerL4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
+void ControllerL4::Perform(const PHASE& Phase, uint32_t DonePerMille) {
   switch (Phase.Kind) {
     case MASS_ERASE:
     case PAGE_ERASE:
@@ -128,6 +122,11 @@ void ControllerL4::CutPhase(const PHASE& Phase, uint32_t DonePerMille) {
     default:
       break;
   }
+}
+
+void ControllerL4::FinishPhase(const PHASE& Phase) {
+  registers_[CR] &= ~(Phase.Kind == OPTION_PROGRAM ? CR_OPTSTRT : CR_STRT);
+  registers_[SR] |= (registers_[CR] & CR_EOPIE) != 0 ? SR_EOP : 0;  // on request only
 }
 
 }  // namespace sim::l4

@@ -100,18 +100,19 @@ SECTOR_AREA ControllerL4::PagesOf(const PHASE& Phase) const {
   if (Phase.Kind == PAGE_ERASE) {
     return {Phase.Argument, std::min(Phase.Argument, NumPages() - 1)};
   }
-  return {Phase.Argument == BANK2 ? PagesPerBank() : 0,
-          (Phase.Argument == BANK1 ? PagesPerBank() : NumPages()) - 1};
+  return {Phase.Argument == ERASE_BANK2 ? PagesPerBank() : 0,
+          (Phase.Argument == ERASE_BANK1 ? PagesPerBank() : NumPages()) - 1};
 }
 
 void ControllerL4::StartErase() {
   const uint32_t Control = registers_[CR];
-  const bool     Bank1 = (Control & CR_MER1) != 0, Bank2 = (Control & CR_MER2) != 0;
-  PHASE          Phase = {MASS_ERASE, Us(ERASE), Bank1 && Bank2 ? BOTH : Bank1 ? BANK1 : BANK2};
+  const uint32_t Banks =
+      ((Control & CR_MER1) != 0 ? ERASE_BANK1 : 0) | ((Control & CR_MER2) != 0 ? ERASE_BANK2 : 0);
+  PHASE Phase = {MASS_ERASE, Us(ERASE), Banks};
   if (HasPendingError()) {
     return;
   }
-  if (!Bank1 && !Bank2) {
+  if (Banks == 0) {
     if ((Control & CR_PER) == 0) {
       return;
     }
@@ -131,18 +132,14 @@ void ControllerL4::StartErase() {
 
 // Page after page, up to DonePerMille thousandths of the phase.
 void ControllerL4::Erase(const PHASE& Phase, uint32_t DonePerMille) {
-  const bool        Unprotects = Phase.Kind == MASS_ERASE && Phase.Argument == UNPROTECT;
-  const SECTOR_AREA Pages      = PagesOf(Phase);
-  const uint32_t    End        = (Pages.Last + 1 - Pages.First) * DonePerMille;  // in 1/1000 pages
+  const SECTOR_AREA Pages = PagesOf(Phase);
+  const uint32_t    End   = (Pages.Last + 1 - Pages.First) * DonePerMille;  // in 1/1000 pages
   for (uint32_t Page = Pages.First; Page <= Pages.Last; Page++) {
     const uint32_t Before = (Page - Pages.First) * 1000;
-    if (Before < End && !(Unprotects && SparesPcrop() && HoldsPcrop(Page))) {
+    if (Before < End && !(Phase.Unprotects() && SparesPcrop() && HoldsPcrop(Page))) {
       MainFlash().EraseUntil(MainFlash().Row().Base + Page * PAGE_BYTES, PAGE_BYTES,
                              std::min(End - Before, 1000u));
     }
-  }
-  if (Unprotects && DonePerMille == 1000) {
-    AllMemories().Erase(BACKUP);
   }
 }
 

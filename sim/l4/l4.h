@@ -80,16 +80,13 @@ class ControllerL4 : public Controller {
  protected:
   bool         LoadsAtReset() const override { return false; }
   void         OnReset(bool IsNew, bool IsPowerOn) override;
+  void         Perform(const PHASE& Phase, uint32_t DonePerMille) override;
   void         FinishPhase(const PHASE& Phase) override;
-  void         CutPhase(const PHASE& Phase, uint32_t DonePerMille) override;
   bool         ReadFlash(const Memory& Source, uint32_t Address, uint32_t* pValue) override;
   CAPABILITIES Can() const override;
   bool         Protect(const CREATE_REQUEST& Request, std::string* psError) override;
 
  private:
-  // A mass erase's argument; that of a page erase is the page.
-  enum { BANK1, BANK2, BOTH, UNPROTECT };
-
   // controller.cpp
   bool WriteControl(uint32_t Value);
   void WriteOption(uint32_t Offset, uint32_t Value);

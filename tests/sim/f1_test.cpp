@@ -276,6 +276,9 @@ static const STEPS_CASE aFlash[] = {
      "unlock unlock2 AR2=8080000 CR2=2 CR2=42 SR2?1 SR?0 flash-full stalled?0 @8080000?FFFFFFFF "
      "stalled?20000 CR2?2 SR2?20 AR=8000000 CR=2 CR=42 SR?1 SR2?20 @8080800?12345678 stalled?0 "
      "@8000000?FFFFFFFF stalled?20000"},
+    {"AnOptionByteKeepsTheFirstBankBusyOnly", "F103xG", "",
+     "unlock erase-options CR=200 CR=210 OPTION_DATA.2=12 SR?1/1 SR2?0 @8080000?12345678 stalled?0 "
+     "flash-full stalled?53 SR?0/1"},
     {"ABankIsErasedAloneAndUnprotectingTakesBoth", "F103xG", "",
      "unlock unlock2 CR2=4 CR2=44 finish @807FFFC?12345678 @8080000?FFFFFFFF @80FFFFC?FFFFFFFF "
      "CR=4 "
