@@ -50,8 +50,10 @@ static bool PairMatches(uint32_t Half) {
 bool Controller::Matches(int Index) const {
   const STORED& Each = stored_[AsSize(Index)];
   switch (Word(Index).Complement) {
-    case silicon::IN_BYTES:
-      return PairMatches(Each.Value) && PairMatches(Each.Value >> 16);
+    case silicon::IN_BYTES:  // a byte without a field is not an option
+      return std::all_of(
+          Word(Index).Fields.begin(), Word(Index).Fields.end(),
+          [&](const silicon::FIELD& Field) { return PairMatches(Each.Value >> (Field.Low & 16)); });
     case silicon::IN_UPPER_HALF:
       return ((Each.Value ^ Each.Value >> 16) & 0xFFFF) == 0xFFFF;
     case silicon::IN_NEXT_WORD:

@@ -236,6 +236,12 @@ static const STEPS_CASE aLoading[] = {
      "--option WRP3=0 --mismatch DATA0 --mismatch DATA1 --mismatch WRP0 --mismatch WRP1 "
      "--mismatch WRP2 --mismatch WRP3",
      "OBR?3FFFFFD WRPR?FFFFFFFF"},
+    {"WhatIsNotAnOptionNeedsNoComplement", "F030 F042 F051 F301 F334", "",
+     "unlock erase-options CR=210 @1FFFF80C.2=12 wait:40us power @1FFFF80C?FFFFFF12 OBR?0/1 "
+     "error?none"},
+    {"NorDoesTheByteAfterTheOnlyOneForSectors", "F030 F042", "",
+     "unlock erase-options CR=210 @1FFFF80A.2=12 wait:40us power @1FFFF808?FF12FFFF OBR?0/1 "
+     "error?none WRPR?FFFFFFFF"},
     {"AnErasedPairIsNoMismatch", "F103", "",
      "unprotect reset OBR?3FFFFFC WRPR?FFFFFFFF error?none"},
     {"DataBytesAreTheUsers", "F072 F303", "--option DATA0=0x12 --option DATA1=0x34",
