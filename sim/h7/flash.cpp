@@ -131,9 +131,6 @@ void ControllerH7::ProgramBuffer(uint32_t Address, uint32_t NumBytes) {
 void ControllerH7::StartErase(uint32_t Bank) {
   const uint32_t Control = registers_[OfBank(CR, Bank)];
   const uint32_t Sector  = FLASH_BASE + Bank * BANK_BYTES + (Control >> 8 & 7) * SECTOR_BYTES;
-  if (IsBlocked(Bank)) {
-    return;
-  }
   if ((Control & CR_BER) != 0) {
     StartBankErase(1u << Bank);
   } else if ((Control & CR_SER) != 0) {
@@ -156,6 +153,10 @@ void ControllerH7::StartBankErase(uint32_t Banks) {
 // Nothing at all is erased when a part of it is protected.
 void ControllerH7::StartUnlessProtected(uint32_t Banks, uint32_t Address, uint32_t Bytes,
                                         const PHASE& Phase) {
+  if (((Banks & ERASE_BANK1) != 0 && IsBlocked(0)) ||
+      ((Banks & ERASE_BANK2) != 0 && IsBlocked(1))) {
+    return;
+  }
   bool Refused = Level() != 0;
   for (uint32_t i = 0; i < Bytes && !Refused; i += AREA_UNIT) {
     Refused = IsProtected(Address + i);
