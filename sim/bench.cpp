@@ -138,6 +138,16 @@ bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std:
   return false;
 }
 
+bool OverruleTime(PROBE_SETTINGS* pProbe, std::string* psError) {
+  const char* sTime = getenv("QUOBE_BENCH_TIME");
+  std::string sError;
+  if (sTime == nullptr || *sTime == '\0' || SetProbeSetting(pProbe, "time", sTime, &sError)) {
+    return true;
+  }
+  *psError = "QUOBE_BENCH_TIME: " + sError;
+  return false;
+}
+
 // -- Bench ---------------------------------------------------------------------------------------
 
 Bench::Bench() {
@@ -201,6 +211,8 @@ PROBE_SETTINGS Bench::LoadProbe(const std::string& sName) const {
     Probe        = PROBE_SETTINGS();
     Probe.sError = sError;
     ParseU32(sName.substr(0, sName.find('.')), &Probe.SerialNo);
+    // A copy such as 7.old.probe spoils no probe 7.
+    Probe.SerialNo = sPath == Path(Probe.SerialNo, "probe") ? Probe.SerialNo : 0;
   }
   return Probe;
 }

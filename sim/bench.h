@@ -63,6 +63,9 @@ struct PROBE_SETTINGS {
 bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,
                      std::string* psError);
 
+// $QUOBE_BENCH_TIME overrules the probe's "time"; false when it is no value for that.
+bool OverruleTime(PROBE_SETTINGS* pProbe, std::string* psError);
+
 // What is left of a connection in the device's file.
 struct LINK {
   bool IsOpen   = false;

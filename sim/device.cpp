@@ -45,15 +45,19 @@ void Device::Event(const std::string& sText) {
 
 void Device::AdvanceTo(uint64_t NowUs) {
   while (powered_ && !inReset_ && nowUs_ < NowUs) {
-    const bool     Fed     = FeedsWatchdogs();
-    const uint64_t BitesUs = Fed ? FOREVER : UntilWatchdogUs();
+    const uint64_t BitesUs = FeedsWatchdogs() ? FOREVER : UntilWatchdogUs();
     const uint64_t Step    = std::min({NowUs - nowUs_, controller_->TimeLeftUs(), BitesUs});
     nowUs_ += Step;
-    controller_->Pass(Step);
-    PassOnWatchdogs(Step, Fed);
-    CheckBrownOut();
+    Pass(Step);
   }
   nowUs_ = std::max(nowUs_, NowUs);
+}
+
+void Device::Pass(uint64_t Us) {
+  const bool Fed = FeedsWatchdogs();
+  controller_->Pass(Us);
+  PassOnWatchdogs(Us, Fed);
+  CheckBrownOut();
 }
 
 uint64_t Device::StallUs(uint32_t Address, bool IsWrite) const {
@@ -73,7 +77,19 @@ uint64_t Device::StallUs(uint32_t Address, bool IsWrite) const {
       !controller_->MustWait(Access)) {
     return 0;
   }
-  return std::max<uint64_t>(controller_->TimeLeftUs(), 1);
+  return UntilReadyUs();
+}
+
+// The running step ends, or a watchdog cuts it.
+uint64_t Device::UntilReadyUs() const {
+  return std::max<uint64_t>(std::min(controller_->TimeLeftUs(), UntilWatchdogUs()), 1);
+}
+
+void Device::FinishRunning() {
+  while (powered_ && controller_->Busy() && UntilReadyUs() != FOREVER) {
+    Pass(UntilReadyUs());
+  }
+  controller_->FinishAll();
 }
 
 bool Device::WaitForBus(uint32_t Address, bool IsWrite) {
@@ -329,7 +345,8 @@ bool Device::ReadMemory(uint32_t Address, uint32_t* pWord) {
 }
 
 bool Device::Write(uint32_t Address, uint32_t Size, uint32_t Value) {
-  if (!DebugPortAnswers() || inReset_ || Address % Size != 0 || !WaitForBus(Address, true)) {
+  // Asked after the wait: what ran may have taken the debug port or the power away.
+  if (Address % Size != 0 || !WaitForBus(Address, true) || !DebugPortAnswers() || inReset_) {
     return false;
   }
   switch (PlaceOf(Address & ~3u).Kind) {
@@ -438,8 +455,11 @@ void Device::SaveTo(KeyFile* pFile) const {
 bool Device::LoadLine(const std::string& sKey, const std::string& sValue) {
   const std::vector<std::string> Parts = Split(sKey, '.');
   uint32_t                       Value = 0;
-  if (sKey == "device" || Parts[0] == "probe") {
-    return true;  // not the device's own
+  if (sKey == "device") {
+    return true;
+  }
+  if (sKey == "probe.open" || sKey == "probe.supply_on") {
+    return sValue == "1";  // not the device's own
   }
   if (Parts[0] == "memory" && Parts.size() == 3) {
     return std::any_of(memories_.begin(), memories_.end(), [&](Memory& Each) {

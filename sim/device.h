@@ -79,6 +79,8 @@ class Device : private Surroundings {
   // -- Time
   void     AdvanceTo(uint64_t NowUs);
   uint64_t NowUs() const { return nowUs_; }
+  // What is running comes to its end, or is cut by a watchdog; the time stays as it is.
+  void FinishRunning();
 
   // -- Power. A device that is given a voltage goes off and on with it: below the voltage at which it
   // resets itself, which can be an option, it is off. PowerOn gives 3.3 V.
@@ -170,6 +172,8 @@ class Device : private Surroundings {
   bool     IsFrozen(const WATCHDOG_ROW& Watchdog) const;
   void     PassOnWatchdogs(uint64_t Us, bool Fed);
   uint64_t UntilWatchdogUs() const;
+  uint64_t UntilReadyUs() const;
+  void     Pass(uint64_t Us);
   void     CheckBrownOut();
   bool     LoadLine(const std::string& sKey, const std::string& sValue);
 

@@ -49,7 +49,7 @@ struct CONNECTION {
   uint32_t                Speed          = 0;
   int32_t                 ResetDelayMs   = 0;
   uint32_t                DipVoltage     = 0;
-  uint32_t                DipUntil       = 0;  // operation number, 0 when there is no dip
+  uint64_t                DipUntil       = 0;  // operation number, 0 when there is no dip
   uint32_t                BusyPolls      = 0;
   uint32_t                Polled         = NOT_POLLED;  // what was read last
   int                     Lock           = -1;
@@ -123,7 +123,7 @@ static void ApplyFaults() {
       FollowVoltage();
     } else if (Fault.Kind == POWER_DIP) {
       Probe.DipVoltage = static_cast<uint32_t>(Fault.First);
-      Probe.DipUntil = Probe.Operation + static_cast<uint32_t>(std::max<uint64_t>(Fault.Second, 1));
+      Probe.DipUntil   = Probe.Operation + std::max<uint64_t>(Fault.Second, 1);
       Probe.Lines.Event(Probe.Time.NowUs(),
                         Format("fault: target voltage drops to %u mV", Probe.DipVoltage));
       FollowVoltage();
@@ -229,7 +229,7 @@ EXPORT const char* QUOBEARM_Open(void) {
   Disconnect();
   Probe.sError.clear();
   if (Probe.Where.Find(Probe.SerialNo, Probe.sIP, &Probe.Settings, &Probe.sError) &&
-      !Probe.Lines.Error().empty()) {
+      OverruleTime(&Probe.Settings, &Probe.sError) && !Probe.Lines.Error().empty()) {
     Probe.sError = "The trace cannot be written. " + Probe.Lines.Error();
   }
   if (Probe.sError.empty()) {
@@ -239,15 +239,13 @@ EXPORT const char* QUOBEARM_Open(void) {
   if (Probe.sError.empty() &&
       Probe.Where.LoadDevice(Probe.Settings, &Probe.pDevice, &Probe.Link, &Probe.sError) &&
       LoadFaults(&Probe.sError)) {
-    const char* sTime      = getenv("QUOBE_BENCH_TIME");
-    const bool  Fast       = sTime != nullptr ? strcmp(sTime, "fast") == 0 : Probe.Settings.IsFast;
-    Probe.Time             = Clock(Fast ? Clock::FAST : Clock::REAL, WallUs);
+    Probe.Time             = Clock(Probe.Settings.IsFast ? Clock::FAST : Clock::REAL, WallUs);
     Probe.IsOpen           = true;
     Probe.pDevice->OnEvent = [](uint64_t AtUs, const std::string& sText) {
       Probe.Lines.Event(AtUs, sText);
     };
     // What the last program left running has long come to its end.
-    Probe.pDevice->Flash().FinishAll();
+    Probe.pDevice->FinishRunning();
     Probe.pDevice->AdvanceTo(Probe.Time.NowUs());
     Probe.Link.IsOpen = true;
     FollowVoltage();

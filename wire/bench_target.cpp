@@ -45,15 +45,14 @@ static CHIP_IDENTITY IdentityOf(const silicon::DEVICE& Device) {
 // -- The bench -----------------------------------------------------------------------------------
 
 bool BenchTarget::Open(uint32_t SerialNo, std::string* psError) {
-  const bool Found = bench_.Find(SerialNo, "", &probe_, psError);
-  lock_            = Found ? bench_.Lock(probe_, psError) : -1;
+  const bool Found =
+      bench_.Find(SerialNo, "", &probe_, psError) && sim::OverruleTime(&probe_, psError);
+  lock_ = Found ? bench_.Lock(probe_, psError) : -1;
   if (lock_ < 0 || !bench_.LoadDevice(probe_, &device_, &link_, psError)) {
     return false;
   }
-  const char* sTime = getenv("QUOBE_BENCH_TIME");
-  const bool  Fast  = sTime != nullptr ? strcmp(sTime, "fast") == 0 : probe_.IsFast;
-  clock_            = sim::Clock(Fast ? sim::Clock::FAST : sim::Clock::REAL, sim::WallUs);
-  identity_         = IdentityOf(device_->Facts());
+  clock_    = sim::Clock(probe_.IsFast ? sim::Clock::FAST : sim::Clock::REAL, sim::WallUs);
+  identity_ = IdentityOf(device_->Facts());
   trace_.Open(getenv("QUOBE_BENCH_TRACE"));
   device_->OnEvent = [this](uint64_t AtUs, const std::string& sText) {
     trace_.Event(AtUs, sText);
@@ -61,7 +60,7 @@ bool BenchTarget::Open(uint32_t SerialNo, std::string* psError) {
     powerLosses_ += sText == "power off";
   };
   // What the last program left running has long come to its end.
-  device_->Flash().FinishAll();
+  device_->FinishRunning();
   FollowSupply();
   return true;
 }

@@ -179,6 +179,8 @@ static const STEPS_CASE aLevels[] = {
     {"A5IsLevel1", ALL, "--rdp 0xA5", "level?1"},
     {"FFIsLevel1", ALL, "--rdp 0xFF", "level?1"},
     {"Level2ShutsTheDebugPort", ALL, "--rdp 0xCC", "level?2 OPTCR?! OPTKEYR=08192A3B!"},
+    {"AlsoToAWriteThatWaitedForIt", ALL, "",
+     "unlock OPTCR+1.1=CC OPTCR.1=EE OPTCR+1.1=AA! finish level?2 stored?2"},
     {"AtLevel1FlashIsClosedAndOptcrIsOpen", ALL, "--rdp 1",
      "@8000000?! @20000000?ok OPTCR?BB00/FF00"},
     {"AtLevel1BackupSramIsClosed", WITH_BACKUP, "--rdp 1", "@40024000?! @40024000=0!"},
@@ -453,6 +455,8 @@ PLAY_CASES(SimF4Cuts, aCuts, Words);
 static const STEPS_CASE aWatchdog[] = {
     {"AHardwareWatchdogCutsUnprotecting", "F407 F411 F429", "--rdp 1 --option WDG_SW=0",
      "reset unlock OPTCR=0FFFAAEE wait:511ms resets?0 wait:2ms resets?1 OPTCR?1/1 level?1"},
+    {"AWriteThatWaitsIsDoneOnceItHasCut", "F407 F411 F429", "--rdp 1 --option WDG_SW=0",
+     "reset unlock OPTCR=0FFFAAEE unlock-flash CR=300 stalled?512000 resets?1 CR?80000000 level?1"},
     {"NotWhileItIsFrozen", "F407 F411 F429", "--rdp 1 --option WDG_SW=0",
      "DBGMCU_APB1_FZ=1800 reset unlock OPTCR=0FFFAAEE wait:20000ms resets?0 level?0 flash?erased"},
     {"ItsOptionNeedsAReset", "F407", "",

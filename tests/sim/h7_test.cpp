@@ -154,6 +154,8 @@ static const STEPS_CASE aChanges[] = {
     {"AResetKeepsTheOldValues", "H743 H745 H723", "--rdp 1",
      "unlock OPTSR_PRG+1.1=AA OPTCR=2 wait:1000ms reset OPTSR_CUR?0/1 level?1 OPTCR?1 "
      "flash?partly"},
+    {"BorLevIsInForceAtOnceAndAWriteThatWaitedFindsNoPower", "H743", "",
+     "voltage:2500 unlock OPTSR_PRG.1=FC OPTCR=2 @20000000=0 @8000000=0! powered?0"},
     {"SoDoesALossOfPower", ALL, "",
      "unlock WPSN_PRG1R=FE OPTCR=2 wait:200ms power WPSN_CUR1R?FF WPSN_PRG1R?FF"},
     {"BootAddressesCanBeCreatedAndChanged", ALL,
@@ -409,6 +411,9 @@ static const STEPS_CASE aFlash[] = {
      "unlock OPTCR=10 SR1?0 unlock1 OPTCR=10 SR1?0 unlock2 OPTCR=10 SR1?5 SR2?5 OPTSR_CUR?0/1 "
      "finish "
      "flash?erased CR1?30"},
+    {"MerWaitsForTheErrorsOfBothBanksToBeCleared", "H743", "",
+     "unlock unlock1 unlock2 @8000000=0 @8100000=0 OPTCR=10 SR1?40000 CCR1=40000 OPTCR=10 SR1?0 "
+     "SR2?40000 flash?kept CCR2=40000 OPTCR=10 SR1?5 SR2?5"},
     {"MerNeedsTheOptionLockToo", "H743", "", "unlock1 unlock2 OPTCR=10 SR1?0 flash?kept"},
     {"H723HasNoMer", "H723", "", "unlock unlock1 OPTCR=10 SR1?0 flash?kept"},
     {"WhatIsWriteProtectedInPartIsNotErasedAtAll", "H743", "--wrp 2",

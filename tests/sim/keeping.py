@@ -224,6 +224,46 @@ class Keeping(unittest.TestCase):
         self.assertGreater(in_use[2], in_use[3])
         self.assertGreater(in_use[3], in_use[4])
 
+    def test_a_watchdog_cuts_what_a_killed_program_left_running(self):
+        left = "".join("running.0.%s = %d\n" % line for line in (
+            ("kind", 0), ("argument", 4), ("us", 5000000), ("left_us", 4000000)))
+        for options, level in ([], 0), (["--option", "IWDG1_SW=0"], 1):
+            self.bench("create", "H743", "--rdp", "1", "--flash", "full", *options)
+            self.assertEqual(0, self.bench("power-cycle")[0])
+            content = self.content("1.device").replace("register.FLASH_OPTSR_PRG = 0x1416BB",
+                                                       "register.FLASH_OPTSR_PRG = 0x1416AA")
+            with open(os.path.join(self.bench_dir, "1.device"), "w") as file:
+                file.write(content + left + left.replace("0.kind = 0", "0.kind = 3"))
+            self.assertEqual(0, self.bench("set", "fault=lost 8")[0])   # it only connects
+            self.assertNotEqual(0, self.reset()[0])
+            shown = self.bench("show")[1]
+            self.assertNotIn("is running", shown)
+            self.assertIn("Read protection: level %d\n" % level, shown)
+            self.assertEqual(level, shown.count(" bytes in use"), shown)
+            self.assertEqual(0, self.bench("set", "fault=none")[0])
+
+    # -- Settings
+
+    def test_a_dip_of_the_supply_can_last_as_long_as_a_number_says(self):
+        self.create()
+        self.assertEqual(0, self.bench("set", "fault=power-dip 1 450 4294967295")[0])
+        self.assertEqual(1, self.assert_true_verdict(self.reset()[1]))
+        self.assertIn("flash        1048576 of 1048576 bytes in use", self.bench("show")[1])
+
+    def test_a_time_that_is_neither_real_nor_fast_is_an_error(self):
+        self.create()
+        self.assertEqual(0, self.bench("set", "time=fast")[0])
+        before = self.content("1.device")
+        status, output = self.reset(QUOBE_BENCH_TIME="soon")
+        self.assertEqual(255, status, output)
+        self.assertIn('QUOBE_BENCH_TIME: "soon" is no value for time', output)
+        self.assertEqual(before, self.content("1.device"))
+        # Empty is as if it were not set, which the waits of real time would show.
+        began = time.monotonic()
+        output = self.reset(warp=False, QUOBE_BENCH_TIME="")[1]
+        self.assertEqual(0, self.assert_true_verdict(output))
+        self.assertLess(time.monotonic() - began, 16)
+
     # -- Wiring
 
     def test_a_program_that_hides_from_the_debugger_needs_the_reset_pin(self):
