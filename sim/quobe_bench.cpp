@@ -274,6 +274,9 @@ static int ResetOrPowerCycle(const Bench& Where, const ARGUMENTS& Arguments) {
       !Where.LoadDevice(Probe, &pTarget, &Link, &sError)) {
     return Fail(EXIT_BENCH, sError);
   }
+  if (pTarget->IsPowered()) {
+    pTarget->SetVoltage(SupplyOf(Probe, Link));
+  }
   pTarget->AdvanceTo(static_cast<uint64_t>(AfterMs) * 1000);
   if (Arguments.sCommand == "power-cycle") {
     pTarget->PowerOff();

@@ -18,7 +18,7 @@ namespace sim {
 static const uint32_t MAX_SECTOR = 4095;
 
 static bool ParseSectors(const std::string& sText, SECTORS* pSectors) {
-  pSectors->All = sText == "all";
+  *pSectors = {.All = sText == "all"};
   if (pSectors->All || sText == "none") {
     return true;
   }
@@ -50,9 +50,11 @@ static bool ParsePair(const std::string&                             sText,
 }
 
 static bool ParseLevel(const std::string& sText, CREATE_REQUEST* pRequest) {
-  uint32_t   Number                           = 0;
-  const bool IsLevel                          = sText == "0" || sText == "1" || sText == "2";
-  const bool Good                             = ParseU32(sText, &Number) && Number <= 0xFF;
+  uint32_t   Number  = 0;
+  const bool IsLevel = sText == "0" || sText == "1" || sText == "2";
+  const bool Good    = ParseU32(sText, &Number) && Number <= 0xFF;
+  pRequest->Level.reset();
+  pRequest->Rdp.reset();
   (IsLevel ? pRequest->Level : pRequest->Rdp) = Number;
   return Good && (IsLevel || sText.compare(0, 2, "0x") == 0);
 }
@@ -188,22 +190,24 @@ static std::string Refusal(const CREATE_REQUEST& Request, const CAPABILITIES& Ca
   return "";
 }
 
-// Where a name leads: "FIELD", "WORD.FIELD" or "WORD". The field of a word that has none by that
-// name is the first one, and "rdp" and "user" are the ones that are there on every device.
+// Where a name leads: "FIELD", "WORD.FIELD" or "WORD"; "rdp" and "user" are there on every device.
+// "WORD" and "user" lead to the first of their fields, which need not be the only one.
 struct PLACE {
   int                   Index  = -1;
   const silicon::FIELD* pField = nullptr;
+  bool                  IsOne  = false;
 };
 
 static PLACE FindPlace(const Controller& Flash, int UserWord, const std::string& sName) {
   for (int i = 0; i < Flash.NumWords(); i++) {
     const silicon::OPTION_WORD& Word = Flash.Word(i);
     for (const silicon::FIELD& Field : Word.Fields) {
-      const bool IsUser = i == UserWord && Field.Kind == silicon::USER;
-      if (sName == Field.sName || sName == std::string(Word.sName) + "." + Field.sName ||
-          sName == Word.sName || (sName == "rdp" && Field.Kind == silicon::LEVEL) ||
-          (sName == "user" && IsUser)) {
-        return {i, &Field};
+      const bool IsOne = sName == Field.sName ||
+                         sName == std::string(Word.sName) + "." + Field.sName ||
+                         (sName == "rdp" && Field.Kind == silicon::LEVEL);
+      if (IsOne || sName == Word.sName ||
+          (sName == "user" && i == UserWord && Field.Kind == silicon::USER)) {
+        return {i, &Field, IsOne || Word.Fields.end() - Word.Fields.begin() == 1};
       }
     }
   }
@@ -235,6 +239,10 @@ bool Controller::Configure(const CREATE_REQUEST& Request, std::string* psError) 
   }
   for (const auto& [sName, Value] : Request.Options) {
     const PLACE Option = FindPlace(*this, Allowed.UserWord, sName);
+    if (Option.Index >= 0 && !Option.IsOne) {
+      *psError = sName + " has several fields: name one, such as " + Option.pField->sName;
+      return false;
+    }
     if (Option.Index < 0 || Option.pField->Get(Option.pField->Put(0, Value)) != Value) {
       *psError = Option.Index < 0 ? "this device has no option " + sName
                                   : Format("0x%X does not fit into %s", Value, sName.c_str());

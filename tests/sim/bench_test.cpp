@@ -92,6 +92,8 @@ TEST_F(SimBench, WrongUseIsStatus2WithAReason) {
       {"create F407 --flash /nowhere/image.bin", "No such file"},
       {"create F407 --wings 2", "unknown option"},
       {"create L476 --wrp 1,3,5", "one or two areas"},
+      {"create F407 --option OPTCR=1", "OPTCR has several fields: name one, such as BOR_LEV"},
+      {"create F407 --option user=1", "user has several fields: name one, such as BOR_LEV"},
       {"--probe zero list", "serial number"},
       {"set vtarget=99999", "no value for vtarget"},
       {"set wings=2", "no setting"},
@@ -277,9 +279,11 @@ TEST_F(SimBench, APowerCycleGivesNoPowerThatTheBenchDoesNotHave) {
   EXPECT_EQ(0, Run("show"));
   EXPECT_TRUE(Says(", powered")) << sOutput_;
   EXPECT_EQ(0, Run("set vtarget=1699"));
-  EXPECT_EQ(0, Run("power-cycle"));
-  EXPECT_EQ(0, Run("show"));
-  EXPECT_TRUE(Says(", not powered yet")) << sOutput_;
+  for (const char* sCommand : {"reset", "power-cycle"}) {
+    EXPECT_EQ(0, Run(sCommand));
+    EXPECT_EQ(0, Run("show"));
+    EXPECT_TRUE(Says(", not powered yet")) << sCommand << sOutput_;
+  }
   EXPECT_EQ(0, Run("set vtarget=1700"));
   EXPECT_EQ(0, Run("power-cycle"));
   EXPECT_EQ(0, Run("show"));
@@ -343,6 +347,8 @@ TEST_F(SimBench, EditedFilesGiveAReasonAndAreNotTouched) {
       {"memory.flash.0x080FFFFC = 12345678 12345678", "means nothing"},
       {"memory.flash.0x080FFFFC = 2 x 12345678", "means nothing"},
       {"memory.flash.0x08000000 = 99999999999 x 12345678", "means nothing"},
+      {"probe.open = perhaps", "means nothing"},
+      {"probe.wings = 1", "means nothing"},
       {"memory.rom.0x08000000 = 12345678", "means nothing"},
       {"memory.flash = 12345678", "means nothing"},
       {"running.0.kind = 6", "means nothing"},
@@ -396,11 +402,17 @@ TEST_F(SimBench, ADamagedProbeSpoilsNoOther) {
   }
   std::ofstream(sDirectory_ + "/2.probe", std::ios::app) << "wings = 2\n";
   std::ofstream(sDirectory_ + "/notes.probe") << "rubbish\n";
+  std::ofstream(sDirectory_ + "/1.old.probe") << Content(sDirectory_ + "/1.probe");
+  std::ofstream(sDirectory_ + "/001.probe") << Content(sDirectory_ + "/1.probe");
   EXPECT_EQ(3, Run("list"));
   EXPECT_TRUE(Says("2.probe:10: a probe has no setting \"wings\"\n")) << sOutput_;
   EXPECT_TRUE(Says("notes.probe:1: expected \"key = value\"\n")) << sOutput_;
   EXPECT_TRUE(Says("         1  -                STM32F103   level 0, flash erased\n")) << sOutput_;
   EXPECT_TRUE(Says("         3  -                STM32F103   level 0, flash erased\n")) << sOutput_;
+  EXPECT_TRUE(Says("1.old.probe: holds serial number 1\n")) << sOutput_;
+  EXPECT_TRUE(Says("001.probe: holds serial number 1\n")) << sOutput_;
+  EXPECT_EQ(0, Run("show --probe 1"));  // a copy under another name does not count
+  EXPECT_EQ(0, Run("show"));
   EXPECT_EQ(0, Run("show --probe 3"));
   EXPECT_EQ(0, Run("set --probe 3 default=yes"));
   EXPECT_EQ(0, Run("show"));

@@ -550,6 +550,14 @@ TEST(SimRequest, IsReadAsOnACommandLine) {
   EXPECT_EQ("A", Request.Options[0].first);
   EXPECT_EQ(2u, Request.Options[0].second);
   EXPECT_EQ(std::vector<std::string>{"B"}, Request.Mismatches);
+  const std::string sAgain = "--rdp 0x55 --rdp 0 --wrp 3 --wrp none --pcrop all --pcrop 4";
+  ASSERT_TRUE(
+      sim::ParseRequest(sim::SplitWords(sAgain), &Request, &sError));  // the last one counts
+  EXPECT_EQ(0u, Request.Level);
+  EXPECT_FALSE(Request.Rdp);
+  EXPECT_TRUE(Request.Wrp.IsEmpty());
+  EXPECT_FALSE(Request.Pcrop.All);
+  EXPECT_EQ(std::vector<uint32_t>{4}, Request.Pcrop.List);
   const char* const aWrong[][2] = {
       {"--rdp", "--rdp: a value is missing"},
       {"--rdp 3", "\"3\" is no value for --rdp"},
