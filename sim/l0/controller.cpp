@@ -146,10 +146,12 @@ PHASE ControllerL0::ProgramPhase(uint32_t Address, uint32_t Value) const {
   return {WORD_PROGRAM, (IsBoth && !IsErase ? 2 : 1) * Us(WORD_PHASE), Address, Value};
 }
 
-// A word whose erase comes first, to half of the time, loses every other bit. Programming begins
-// with the lower half: an option word that was cut short there is left without its complement.
+// A word that is cut short in its erase loses every other bit. The erase takes the first half of the
+// time, or all of it where nothing is programmed. Programming begins with the lower half: an option
+// word that was cut short there is left without its complement.
 void ControllerL0::Perform(const PHASE& Phase, uint32_t DonePerMille) {
-  const bool IsErasing = Phase.DurationUs > WORD_PHASE.LongestUs && DonePerMille < 500;
+  const bool IsErasing =
+      Phase.DurationUs > WORD_PHASE.LongestUs ? DonePerMille < 500 : Phase.Value == 0;
   switch (Phase.Kind) {
     case MASS_ERASE:
       for (Memory& Each : AllMemories()) {

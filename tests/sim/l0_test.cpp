@@ -418,6 +418,9 @@ TEST(SimL0, TheBrownOutLevelSetsTheVoltage) {
 static const STEPS_CASE aCuts[] = {
     {"AWordThatIsCutInItsEraseHasLostHalfOfItsBits", ALL, "",
      "unlock OPTION_RDP=FF5500AA wait:3199us reset OPTION_RDP?55550000 level?0 power level?1"},
+    {"AnEraseByRequestThatIsCutHasLostHalfOfItsBits", ALL, "",
+     "unlock PECR=200 OPTION_RDP=0 wait:1600us reset OPTION_RDP?55550000 unlock PECR=210 "
+     "@8080000=0 wait:1600us reset @8080000?10145450"},
     {"AWordThatIsCutInItsProgrammingHasNoComplement", ALL, "",
      "unlock OPTION_RDP=FF5500AA wait:3200us power OPTION_RDP?AA level?1 error?OPTVERR"},
     {"AnErasedWordIsCutInItsProgramming", ALL, "",
