@@ -198,9 +198,10 @@ PROBE_SETTINGS Bench::LoadProbe(const std::string& sName) const {
   const std::string sPath = sDirectory_ + "/" + sName;
   bool              Good  = File.Load(sPath, &sError);
   for (const KEY_LINE& Line : File.Lines()) {
-    if (Good && !SetProbeSetting(&Probe, Line.sKey, Line.sValue, &sError)) {
-      Good = false;
-      sError.insert(0, File.Place(Line));
+    std::string sWrong;
+    if (!SetProbeSetting(&Probe, Line.sKey, Line.sValue, &sWrong) && Good) {
+      Good   = false;
+      sError = File.Place(Line) + sWrong;
     }
   }
   if (Good && sPath != Path(Probe.SerialNo, "probe")) {
@@ -208,11 +209,14 @@ PROBE_SETTINGS Bench::LoadProbe(const std::string& sName) const {
     sError = sPath + ": holds serial number " + std::to_string(Probe.SerialNo);
   }
   if (!Good) {
-    Probe        = PROBE_SETTINGS();
-    Probe.sError = sError;
+    const bool IsDefault = Probe.IsDefault;
+    Probe                = PROBE_SETTINGS();
+    Probe.sError         = sError;
     ParseU32(sName.substr(0, sName.find('.')), &Probe.SerialNo);
     // A copy such as 7.old.probe spoils no probe 7.
     Probe.SerialNo = sPath == Path(Probe.SerialNo, "probe") ? Probe.SerialNo : 0;
+    // Otherwise a caller that chooses no probe would get another device.
+    Probe.IsDefault = IsDefault && Probe.SerialNo != 0;
   }
   return Probe;
 }

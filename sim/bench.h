@@ -54,7 +54,7 @@ struct PROBE_SETTINGS {
   bool                     IsFast     = false;  // see clock.h
   std::vector<std::string> Faults;
   // Why the file cannot be used, with its name and line; "" when it can. Of such a probe nothing but
-  // the serial number is known.
+  // the serial number is known, and whether it is the default.
   std::string sError;
 };
 

@@ -417,6 +417,12 @@ TEST_F(SimBench, ADamagedProbeSpoilsNoOther) {
   EXPECT_EQ(0, Run("set --probe 3 default=yes"));
   EXPECT_EQ(0, Run("show"));
   EXPECT_TRUE(Says("Probe 3: STM32F103")) << sOutput_;
+  std::ofstream(sDirectory_ + "/3.old.probe") << Content(sDirectory_ + "/3.probe");
+  for (const char* sLine : {"wings = 3", "rubbish"}) {
+    std::ofstream(sDirectory_ + "/3.probe", std::ios::app) << sLine << "\n";
+    EXPECT_EQ(3, Run("show"));  // the default one, and no other in its place
+    EXPECT_TRUE(Says("3.probe:1")) << sOutput_;
+  }
   const std::string sBefore = Content(sDirectory_ + "/2.probe");
   for (const char* sCommand : {"show", "reset", "create F407", "set time=fast", "remove"}) {
     EXPECT_EQ(3, Run(std::string(sCommand) + " --probe 2")) << sCommand;
