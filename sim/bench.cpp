@@ -94,16 +94,16 @@ struct SWITCH_ROW {
 };
 
 static const NUMBER_ROW aNumberRows[] = {
-    {"serial", &PROBE_SETTINGS::SerialNo, 1, UINT32_MAX},
-    {"vtarget", &PROBE_SETTINGS::VTarget, 0, UINT16_MAX},
-    {"supply", &PROBE_SETTINGS::Supply, 0, UINT16_MAX},
-    {"max_speed", &PROBE_SETTINGS::MaxSpeed, 1, UINT32_MAX},
+    {.sKey = "serial", .pNumber = &PROBE_SETTINGS::SerialNo, .Min = 1, .Max = UINT32_MAX},
+    {.sKey = "vtarget", .pNumber = &PROBE_SETTINGS::VTarget, .Min = 0, .Max = UINT16_MAX},
+    {.sKey = "supply", .pNumber = &PROBE_SETTINGS::Supply, .Min = 0, .Max = UINT16_MAX},
+    {.sKey = "max_speed", .pNumber = &PROBE_SETTINGS::MaxSpeed, .Min = 1, .Max = UINT32_MAX},
 };
 static const SWITCH_ROW aSwitchRows[] = {
-    {"default", &PROBE_SETTINGS::IsDefault, "yes", "no"},
-    {"reset_halts", &PROBE_SETTINGS::ResetHalts, "yes", "no"},
-    {"reset_pin", &PROBE_SETTINGS::ResetPin, "yes", "no"},
-    {"time", &PROBE_SETTINGS::IsFast, "fast", "real"},
+    {.sKey = "default", .pSwitch = &PROBE_SETTINGS::IsDefault, .sOn = "yes", .sOff = "no"},
+    {.sKey = "reset_halts", .pSwitch = &PROBE_SETTINGS::ResetHalts, .sOn = "yes", .sOff = "no"},
+    {.sKey = "reset_pin", .pSwitch = &PROBE_SETTINGS::ResetPin, .sOn = "yes", .sOff = "no"},
+    {.sKey = "time", .pSwitch = &PROBE_SETTINGS::IsFast, .sOn = "fast", .sOff = "real"},
 };
 
 bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,

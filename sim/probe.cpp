@@ -57,7 +57,7 @@ struct CONNECTION {
 
 struct PROBE : CONNECTION {
   Bench       Where;
-  uint32_t    SerialNo = 0;  // the probe that was chosen, by one or the other; or neither
+  uint32_t    SerialNo = 0;  // the chosen probe: by its number, else its address, else the default
   std::string sIP;
   Clock       Time{Clock::REAL, WallUs};
   Trace       Lines;
