@@ -158,9 +158,8 @@ int main(int NumArgs, char** pasArgs) {
   AddReads("read, 1 to 5 bytes", 0.65, MakeValues(32));
   AddReads("read, one byte", 1.1, MakeValues(7));
   const char* const sWrites =
-      "every number takes the same 26 to 30 instructions and no branch; the peers' loop takes 11 "
-      "to "
-      "20, and mispredicted branches, which weigh less the shorter the numbers are";
+      "every number takes the same 26 to 30 instructions and no branch; the peers' loop takes "
+      "11 to 20, and mispredicted branches, which weigh less the shorter the numbers are";
   AddWrites("write, 1 to 10 bytes", 0.65, MakeValues(64), sWrites);
   AddWrites("write, 1 to 5 bytes", 0.65, MakeValues(32), sWrites);
   AddWrites("write, one byte", 1.1, MakeValues(7));

@@ -63,7 +63,8 @@ struct PROBE_SETTINGS {
 bool SetProbeSetting(PROBE_SETTINGS* pProbe, const std::string& sKey, const std::string& sValue,
                      std::string* psError);
 
-// $QUOBE_BENCH_TIME overrules the probe's "time"; false when it is no value for that.
+// $QUOBE_BENCH_TIME, unless it is empty, overrules the probe's "time". False with *psError when it is
+// no value for that.
 bool OverruleTime(PROBE_SETTINGS* pProbe, std::string* psError);
 
 // What is left of a connection in the device's file.

@@ -34,7 +34,7 @@ uint32_t ControllerF1::BankOf(const PHASE& Phase) const {
   }
 }
 
-// A second bank stays readable while the first is busy, except when all is erased.
+// One bank stays readable while the other is busy, but not during the erase that lifts protection.
 bool ControllerF1::MustWait(const ACCESS& Access) const {
   switch (Access.Area) {
     case OPTION_AREA:

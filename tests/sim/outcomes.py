@@ -13,7 +13,8 @@ is away from its factory value and the rest ends the same. Fields after "keeps" 
 for those after "but" no run is made, because they have their own blocks.
 
 In fast time a device is ready after a few polls, so a wait that is given up too early is not seen.
-With --timewarp, with which time passes 50 times as fast, each state with "each field" is also run in real time.
+With --timewarp, with which time passes 50 times as fast, each state with "each field" is also run
+in real time.
 
 With words only the blocks in whose first line one of them occurs. --print shows the outcomes in the
 file's form instead of comparing: a draft, to be held against the reference manuals.
